@@ -1,0 +1,15 @@
+// Everything a host needs: the filters, their parameters, the framework's records and bases.
+#pragma once
+
+#include "filters/filters/besselthomson.h"
+#include "filters/filters/copy.h"
+#include "filters/filters/movingaveragesmoothingfilter.h"
+#include "filters/filters/patternlockfailed.h"
+#include "framework/basefilter.h"
+#include "framework/basefilterparameters.h"
+#include "framework/capturedata.h"
+#include "framework/deviceconfiguration.h"
+#include "framework/otoereceiverinfo.h"
+#include "framework/signal.h"
+#include "framework/signalcoding.h"
+#include "framework/signaldata.h"

@@ -1,0 +1,256 @@
+#include "filters/filters/besselthomson.h"
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+#include <string>
+
+#include "filters/maths/besselthomson.h"
+#include "filters/plumbing/channel.h"
+#include "filters/plumbing/frequencygrid.h"
+#include "filters/plumbing/repetitions.h"
+#include "filters/plumbing/timebase.h"
+#include "framework/fftifft.h"
+#include "framework/plumbing/error.h"
+#include "framework/plumbing/ownedarray.h"
+#include "framework/plumbing/trace.h"
+
+namespace Tarnwick::DSO::Filters {
+
+using SystemFramework::BaseFilterParameters;
+using SystemFramework::FFTIFFT_Factory;
+using SystemFramework::NewArray;
+using SystemFramework::NewArrayFrom;
+using SystemFramework::OwnedArrayOf;
+using SystemFramework::Refuse;
+using SystemFramework::SignalData;
+using Complex = std::complex<double>;
+
+namespace {
+
+constexpr const char* kFilter = "BesselThomson";
+constexpr const char* kFourthOrder = "BesselThomson::BesselThomson4th";
+constexpr double kNoiseCorner = 3.5e10;  // [Hz]
+constexpr double kPercent = 100.0;
+
+void RequirePositive(const char* where, const char* field, double value, const char* expected)
+{
+    if (!std::isfinite(value) || value <= 0.0)
+        Refuse(where, field, value, expected);
+}
+
+struct Sizes {
+    int samplesPerPattern;
+    double sampleInterval;  // [s]
+};
+
+Sizes SizesOf(const DeviceConfiguration& config)
+{
+    const int samplesPerPattern = SamplesPerPattern(kFilter, config);
+    return {samplesPerPattern, SampleInterval(kFilter, config, samplesPerPattern)};
+}
+
+void Refresh(BesselThomsonParameters& parameters, const DeviceConfiguration& config)
+{
+    const Sizes sizes = SizesOf(config);
+    parameters.samplesPerPattern = sizes.samplesPerPattern;
+    parameters.sampleInterval = sizes.sampleInterval;
+}
+
+// Everything that a kernel is built from, checked before anything is computed or changed.
+void RequireBuildable(const BesselThomsonParameters& parameters)
+{
+    const DeviceConfiguration* config = parameters.GetConfig();
+    if (config == nullptr)
+        Refuse(kFilter, "configuration", "null", "the device configuration, which holds the symbol rate");
+    if (parameters.order < Maths::kLowestOrder || parameters.order > Maths::kHighestOrder)
+        Refuse(kFilter, "order", parameters.order, "1 to 16");
+    if (parameters.samplesPerPattern < 2)
+        Refuse(kFilter, "samplesPerPattern", parameters.samplesPerPattern, "at least 2 samples");
+    RequirePositive(kFilter, "sampleInterval", parameters.sampleInterval, "a finite positive time in seconds");
+    RequirePositive(kFilter, "cutoffPercent", parameters.cutoffPercent, "a finite positive percentage");
+    RequirePositive(kFilter, "baudRateGBd", config->baudRateGBd, "a finite positive symbol rate");
+    if (std::isnan(parameters.noiseCornerFrequency) || std::isinf(parameters.noiseCornerFrequency))
+        Refuse(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
+}
+
+std::vector<Complex> FourthOrderResponses(std::span<const double> frequencies, double cutoff)
+{
+    std::vector<Complex> response(frequencies.size());
+    std::transform(frequencies.begin(), frequencies.end(), response.begin(), [cutoff](double frequency) {
+        return Maths::FourthOrderResponse(frequency * Maths::kFourthOrderCutoff / cutoff);
+    });
+    return response;
+}
+
+// The bins of a Hermitian spectrum become real values.
+std::vector<double> RealInverse(std::vector<Complex> bins)
+{
+    FFTIFFT_Factory::GetInstance().IFFT(bins.data(), static_cast<int>(bins.size()), true);
+    std::vector<double> values(bins.size());
+    std::transform(bins.begin(), bins.end(), values.begin(), [](Complex value) { return value.real(); });
+    return values;
+}
+
+std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
+{
+    RequireBuildable(parameters);
+    const DeviceConfiguration& config = *parameters.GetConfig();
+    const bool halfAmplitude = IsOpticalChannel(kFilter, config, parameters.channel);
+    const double normalisedCutoff = Maths::DefaultCutoff(parameters.order, halfAmplitude);
+    const double cutoff = config.baudRateGBd * 1e9 * parameters.cutoffPercent / kPercent;
+    const double sampleRate = 1.0 / parameters.sampleInterval;
+    // One bin fewer than the pattern has samples: the grid is spaced by the sample rate over N - 1. Deliberate.
+    const auto length = static_cast<std::size_t>(parameters.samplesPerPattern - 1);
+    std::vector<Complex> bins =
+        Maths::SampledBesselThomson(parameters.order, normalisedCutoff, cutoff, sampleRate, length);
+    PreserveNoise(parameters, bins, sampleRate / static_cast<double>(length));
+    return RealInverse(std::move(bins));
+}
+
+}  // namespace
+
+BesselThomsonParameters::BesselThomsonParameters()
+{
+    noiseCornerFrequency = kNoiseCorner;
+}
+
+BesselThomsonParameters::BesselThomsonParameters(double cutoffFrequency, int order, double cutoffPercent,
+                                                 int samplesPerPattern, bool preserveNoise, double noiseCornerFrequency,
+                                                 double /*extra*/)
+    : cutoffFrequency(cutoffFrequency), order(order), cutoffPercent(cutoffPercent), samplesPerPattern(samplesPerPattern)
+{
+    this->preserveNoise = preserveNoise;
+    this->noiseCornerFrequency = noiseCornerFrequency;
+}
+
+BesselThomsonParameters::BesselThomsonParameters(DeviceConfiguration* config) : BaseFilterParameters(config)
+{
+    noiseCornerFrequency = kNoiseCorner;
+}
+
+BesselThomson::BesselThomson(BesselThomsonParameters* parameters)
+{
+    TARNWICK_TRACE("Initializing BesselThomson constructor...");
+    RequirePatternLock(kFilter, parameters);
+    this->parameters = parameters;
+    if (const DeviceConfiguration* config = parameters->GetConfig())
+        Refresh(*parameters, *config);
+    notPrepared = true;
+    TARNWICK_TRACE("BesselThomson constructor finished");
+}
+
+BesselThomson::~BesselThomson()
+{
+    TARNWICK_TRACE("~BesselThomson()...");
+    ReleaseKernel();
+    TARNWICK_TRACE("~BesselThomson() finished");
+}
+
+int BesselThomson::Factorial(int n)
+{
+    return Maths::WrappingFactorial(n);
+}
+
+double BesselThomson::bTFactor(int n, int k)
+{
+    return Maths::BesselCoefficient(n, k);
+}
+
+double BesselThomson::GetDefaultCutoff(int order, bool halfAmplitude)
+{
+    return Maths::DefaultCutoff(order, halfAmplitude);
+}
+
+double* BesselThomson::GetBesselThomsonFrequencyDomainFilter(BesselThomsonParameters* parameters)
+{
+    if (parameters == nullptr)
+        Refuse(kFilter, "parameters", "null", "a parameters object");
+    const std::vector<double> taps = ImpulseResponse(*parameters);
+    return NewArrayFrom<double>(taps).release();
+}
+
+Complex BesselThomson::BesselThomson4thPolyomial(Complex s)
+{
+    return Maths::FourthOrderPolynomial(s);
+}
+
+Complex* BesselThomson::BesselThomson4th(double* frequencies, int count, double cutoff)
+{
+    RequirePositive(kFourthOrder, "cutoff", cutoff, "a finite positive frequency in hertz");
+    if (count < 1)
+        return NewArray<Complex>(0).release();
+    if (frequencies == nullptr)
+        Refuse(kFourthOrder, "frequencies", "null", "an array of count values");
+    const std::span<double> axis(frequencies, static_cast<std::size_t>(count));
+    OwnedArrayOf<Complex> result = NewArrayFrom<Complex>(FourthOrderResponses(axis, cutoff));
+    // The caller's frequencies come back normalised. Deliberate.
+    for (double& frequency : axis)
+        frequency = frequency * Maths::kFourthOrderCutoff / cutoff;
+    return result.release();
+}
+
+Complex* BesselThomson::BesselThomson4th(std::vector<double> frequencies, double cutoff)
+{
+    return BesselThomson4th(frequencies.data(), static_cast<int>(frequencies.size()), cutoff);
+}
+
+void BesselThomson::BesselThomson4th(std::vector<double>* impulseResponse, std::vector<double> frequencies,
+                                     double cutoff)
+{
+    RequirePositive(kFourthOrder, "cutoff", cutoff, "a finite positive frequency in hertz");
+    if (impulseResponse == nullptr)
+        Refuse(kFourthOrder, "impulseResponse", "null", "a vector to write to");
+    const std::size_t length = frequencies.size();
+    std::vector<Complex> bins(length);
+    if (length > 0) {
+        const std::vector<Complex> half =
+            FourthOrderResponses(std::span<const double>(frequencies).first(length / 2 + 1), cutoff);
+        bins[0] = half[0];
+        for (std::size_t k = 1; k <= length / 2; ++k) {
+            bins[length - k] = std::conj(half[k]);
+            bins[k] = half[k];
+        }
+    }
+    *impulseResponse = RealInverse(std::move(bins));
+}
+
+void BesselThomson::Prepare(SignalData*)
+{
+    TARNWICK_TRACE("BesselThomson::Prepare...");
+    auto& settings = static_cast<BesselThomsonParameters&>(*parameters);
+    const DeviceConfiguration* config = settings.GetConfig();
+    if (config != nullptr && settings.IsDirty())
+        Refresh(settings, *config);
+    RequireBuildable(settings);
+    if (settings.preserveNoise)
+        settings.SetFrequencyGrid(RecordFrequencyGrid(kFilter, *config).release());
+    SetKernel(ImpulseResponse(settings));
+    // A correction that failed has switched preserveNoise off; the grid then stays. Deliberate.
+    if (settings.preserveNoise)
+        settings.SetFrequencyGrid(nullptr);
+    notPrepared = false;
+    flag3 = false;
+    TARNWICK_TRACE("BesselThomson::Prepare finished");
+}
+
+double* BesselThomson::Apply(SignalData* signal)
+{
+    const std::span<const double> record = SamplesOf(kFilter, signal);
+    const auto& settings = static_cast<const BesselThomsonParameters&>(*parameters);
+    const DeviceConfiguration* config = settings.GetConfig();
+    const int period =
+        config != nullptr && settings.IsDirty() ? SizesOf(*config).samplesPerPattern : settings.samplesPerPattern;
+    if (period < 2)
+        Refuse(kFilter, "samplesPerPattern", period, "at least 2 samples");
+    if (signal->sampleCount < period)
+        Refuse(kFilter, "sampleCount", signal->sampleCount,
+               "at least one pattern of " + std::to_string(period) + " samples");
+    if (settings.IsDirty())
+        Prepare(signal);
+    const Repetitions cut(signal->sampleCount, signal->sampleCount / period);
+    const auto taps = static_cast<std::size_t>(period - 1);
+    return ConvolveRepetitions(record, cut, KernelTaps(kFilter, taps), Convolver()).release();
+}
+
+}  // namespace Tarnwick::DSO::Filters

@@ -1,0 +1,77 @@
+#include "filters/filters/movingaveragesmoothingfilter.h"
+
+#include <string>
+
+#include "filters/maths/movingaverage.h"
+#include "filters/plumbing/channel.h"
+#include "filters/plumbing/repetitions.h"
+#include "filters/plumbing/timebase.h"
+#include "framework/plumbing/error.h"
+#include "framework/plumbing/ownedarray.h"
+
+namespace Tarnwick::DSO::Filters {
+
+using SystemFramework::NewArrayFrom;
+using SystemFramework::Refuse;
+using SystemFramework::SignalData;
+
+namespace {
+
+constexpr const char* kFilter = "MovingAverageSmoothingFilter";
+
+std::vector<double> Boxcar(MovingAverageWindowSmoothingParameters* parameters, const SignalData* signal)
+{
+    if (parameters == nullptr)
+        Refuse(kFilter, "parameters", "null", "a parameters object");
+    const std::size_t recordLength = SamplesOf(kFilter, signal).size();
+    const int window = Maths::OddWindow(parameters->WindowLength);
+    if (static_cast<std::size_t>(window / 2) >= recordLength)
+        Refuse(kFilter, "WindowLength", parameters->WindowLength,
+               "half a window shorter than the record of " + std::to_string(recordLength) + " samples");
+    std::vector<double> taps = Maths::CentredBoxcar(window, recordLength);
+    parameters->WindowLength = window;
+    return taps;
+}
+
+}  // namespace
+
+MovingAverageSmoothingFilter::MovingAverageSmoothingFilter(MovingAverageWindowSmoothingParameters* parameters)
+{
+    RequirePatternLock(kFilter, parameters);
+    this->parameters = parameters;
+    notPrepared = true;
+    flag2 = true;
+}
+
+double* MovingAverageSmoothingFilter::MovingAverageSmoothing(MovingAverageWindowSmoothingParameters* parameters,
+                                                             SignalData* signal)
+{
+    const std::vector<double> taps = Boxcar(parameters, signal);
+    return NewArrayFrom<double>(taps).release();
+}
+
+void MovingAverageSmoothingFilter::Prepare(SignalData* signal)
+{
+    SetKernel(Boxcar(static_cast<MovingAverageWindowSmoothingParameters*>(parameters), signal));
+    notPrepared = false;
+    parameters->ResetDirty();
+}
+
+double* MovingAverageSmoothingFilter::Apply(SignalData* signal)
+{
+    const std::span<const double> record = SamplesOf(kFilter, signal);
+    if (parameters->IsDirty()) {
+        Prepare(signal);
+        parameters->ResetDirty();
+    }
+    const DeviceConfiguration* config = parameters->GetConfig();
+    const int count = config != nullptr ? WholeRepetitions(kFilter, *config, signal->sampleCount) : 1;
+    if (count == 0)
+        return nullptr;
+    // The kernel is as long as the record. Of several repetitions each meets only its first `length` taps, so the lags
+    // wrapped to the far end drop out and what remains is a trailing average. Deliberate.
+    const Repetitions cut(signal->sampleCount, count);
+    return ConvolveRepetitions(record, cut, KernelTaps(kFilter, cut.length), Convolver()).release();
+}
+
+}  // namespace Tarnwick::DSO::Filters

@@ -1,0 +1,48 @@
+#include "filters/plumbing/frequencygrid.h"
+
+#include <vector>
+
+#include "filters/plumbing/timebase.h"
+#include "framework/maths/noisepreservation.h"
+#include "framework/plumbing/error.h"
+
+namespace Tarnwick::DSO::Filters {
+
+using SystemFramework::OwnedArray;
+using SystemFramework::Refuse;
+
+namespace {
+
+constexpr double kUpperFrequency = 2e11;  // [Hz] the correction ends at 200 GHz
+
+}  // namespace
+
+OwnedArray RecordFrequencyGrid(const char* filter, const DeviceConfiguration& config)
+{
+    const char* const product = "patternRepeats * patternLengthUi * samplesPerUi";
+    const int count =
+        CheckedProduct(filter, product, config.patternRepeats, config.patternLengthUi, config.samplesPerUi);
+    if (count < 0)
+        Refuse(filter, product, count, "0 or more samples");
+    OwnedArray grid = SystemFramework::NewArray(static_cast<std::size_t>(count));
+    const double sampleRate = config.samplesPerUi * config.baudRateGBd * 1e9;
+    for (int k = 0; k < count; ++k)
+        grid[k] = k * sampleRate / count;
+    return grid;
+}
+
+void PreserveNoise(SystemFramework::BaseFilterParameters& parameters, std::span<std::complex<double>> bins,
+                   double spacing)
+{
+    if (!parameters.preserveNoise)
+        return;
+    std::vector<double> axis(bins.size() / 2 + 1);
+    for (std::size_t k = 0; k < axis.size(); ++k)
+        axis[k] = static_cast<double>(k) * spacing;
+    parameters.preserveNoiseApplied =
+        SystemFramework::Maths::PreserveNoise(bins, axis, parameters.noiseCornerFrequency, kUpperFrequency);
+    if (!parameters.preserveNoiseApplied)
+        parameters.preserveNoise = false;
+}
+
+}  // namespace Tarnwick::DSO::Filters

@@ -1,0 +1,78 @@
+#include "filters/plumbing/timebase.h"
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include "framework/plumbing/error.h"
+
+namespace Tarnwick::DSO::Filters {
+
+using SystemFramework::Refuse;
+
+namespace {
+
+constexpr int kLargest = std::numeric_limits<int>::max();
+constexpr int kSmallest = std::numeric_limits<int>::min();
+
+}  // namespace
+
+int CheckedProduct(const char* filter, const char* what, int a, int b, int c)
+{
+    // Two factors fit 64 bits; the third is taken only where the product still can fit.
+    const std::int64_t pair = static_cast<std::int64_t>(a) * b;
+    const bool pairFits = pair >= kSmallest && pair <= kLargest;
+    const std::int64_t product = pairFits ? pair * c : (c == 0 ? 0 : pair);
+    if (product < kSmallest || product > kLargest)
+        Refuse(filter, what, static_cast<double>(a) * b * c, "at most 2147483647");
+    return static_cast<int>(product);
+}
+
+int Truncated(const char* filter, const char* what, double value)
+{
+    if (!(std::abs(value) < 2147483648.0))
+        Refuse(filter, what, value, "a finite number of at most 2147483647");
+    return static_cast<int>(value);
+}
+
+int SamplesPerPattern(const char* filter, const DeviceConfiguration& config)
+{
+    if (config.useFractionalSampling)
+        return Truncated(filter, "patternLengthUi * uiDuration / sampleSpacing",
+                         config.patternLengthUi * config.uiDuration / config.sampleSpacing);
+    return CheckedProduct(filter, "samplesPerUi * patternLengthUi", config.samplesPerUi, config.patternLengthUi);
+}
+
+double RealSamplesPerUi(const DeviceConfiguration& config)
+{
+    return config.useFractionalSampling ? config.uiDuration / config.sampleSpacing : config.samplesPerUi;
+}
+
+double SampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern)
+{
+    if (!std::isfinite(config.baudRateGBd) || config.baudRateGBd <= 0.0)
+        Refuse(filter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
+    if (config.patternLengthUi <= 0)
+        Refuse(filter, "patternLengthUi", config.patternLengthUi, "at least 1 UI");
+    const int samplesPerUi = samplesPerPattern / config.patternLengthUi;
+    if (samplesPerUi <= 0)
+        Refuse(filter, "samples per UI", samplesPerUi, "at least 1");
+    return (1.0 / (config.baudRateGBd * 1e9)) / samplesPerUi;
+}
+
+int WholeRepetitions(const char* filter, const DeviceConfiguration& config, int sampleCount)
+{
+    if (config.useFractionalSampling) {
+        const double period = config.patternLengthUi * (config.uiDuration / config.sampleSpacing);
+        if (!(std::abs(period) >= 1.0))
+            Refuse(filter, "patternLengthUi * (uiDuration / sampleSpacing)", period, "at least 1 sample");
+        return Truncated(filter, "repetitions", sampleCount / period);
+    }
+    const int period =
+        CheckedProduct(filter, "samplesPerUi * patternLengthUi", config.samplesPerUi, config.patternLengthUi);
+    if (period == 0)
+        Refuse(filter, "samplesPerUi * patternLengthUi", period, "at least 1 sample");
+    return sampleCount / period;
+}
+
+}  // namespace Tarnwick::DSO::Filters

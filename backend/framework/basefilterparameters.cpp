@@ -1,0 +1,13 @@
+#include "framework/basefilterparameters.h"
+
+#include "framework/plumbing/ownedarray.h"
+
+namespace Tarnwick::DSO::SystemFramework {
+
+void BaseFilterParameters::SetFrequencyGrid(double* grid)
+{
+    gridOwner_ = std::shared_ptr<double>(grid, BoundaryRelease());
+    frequencyGrid = grid;
+}
+
+}  // namespace Tarnwick::DSO::SystemFramework

@@ -1,0 +1,46 @@
+// Keeps made plans: those of powers of two for good (they are few), of other lengths the last eight.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+
+namespace Tarnwick::DSO::SystemFramework::Maths {
+
+template <typename Plan>
+class PlanCache {
+public:
+    /// The plan of this length, made under the lock when it is not there yet.
+    std::shared_ptr<const Plan> Get(std::size_t length, const std::function<std::shared_ptr<const Plan>()>& make)
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto found = kept_.find(length); found != kept_.end()) {
+            if (const auto place = std::find(recent_.begin(), recent_.end(), length); place != recent_.end())
+                recent_.splice(recent_.begin(), recent_, place);
+            return found->second;
+        }
+        std::shared_ptr<const Plan> made = make();
+        kept_.emplace(length, made);
+        if (!std::has_single_bit(length)) {
+            recent_.push_front(length);
+            if (recent_.size() > kOtherLengths) {
+                kept_.erase(recent_.back());
+                recent_.pop_back();
+            }
+        }
+        return made;
+    }
+
+private:
+    static constexpr std::size_t kOtherLengths = 8;
+    std::mutex mutex_;
+    std::map<std::size_t, std::shared_ptr<const Plan>> kept_;
+    std::list<std::size_t> recent_;
+};
+
+}  // namespace Tarnwick::DSO::SystemFramework::Maths

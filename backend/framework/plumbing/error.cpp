@@ -1,0 +1,23 @@
+#include "framework/plumbing/error.h"
+
+#include <array>
+#include <charconv>
+#include <stdexcept>
+
+namespace Tarnwick::DSO::SystemFramework {
+
+void Refuse(std::string_view where, std::string_view field, std::string_view value, std::string_view expected)
+{
+    std::string text(where);
+    text.append(": ").append(field).append(" is ").append(value).append("; expected ").append(expected);
+    throw std::invalid_argument(text);
+}
+
+std::string TextOf(double value)
+{
+    std::array<char, 32> text{};
+    const auto end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
+    return {text.data(), end};
+}
+
+}  // namespace Tarnwick::DSO::SystemFramework

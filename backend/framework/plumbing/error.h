@@ -1,0 +1,31 @@
+// The one way in which bad input is answered: std::invalid_argument with
+//     Class[::Operation]: field is value[ unit]; expected what
+#pragma once
+
+#include <concepts>
+#include <string>
+#include <string_view>
+
+#include "framework/export.h"
+
+namespace Tarnwick::DSO::SystemFramework {
+
+/// @throws std::invalid_argument  always, with the text above
+[[noreturn]] TARNWICK_FRAMEWORK_API void Refuse(std::string_view where, std::string_view field, std::string_view value,
+                                                std::string_view expected);
+
+/// The shortest text that reads back as `value`.
+TARNWICK_FRAMEWORK_API std::string TextOf(double value);
+
+template <std::integral Integer>
+[[noreturn]] void Refuse(std::string_view where, std::string_view field, Integer value, std::string_view expected)
+{
+    Refuse(where, field, std::string_view(std::to_string(value)), expected);
+}
+
+[[noreturn]] inline void Refuse(std::string_view where, std::string_view field, double value, std::string_view expected)
+{
+    Refuse(where, field, std::string_view(TextOf(value)), expected);
+}
+
+}  // namespace Tarnwick::DSO::SystemFramework

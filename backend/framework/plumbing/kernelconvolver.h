@@ -1,0 +1,39 @@
+// A convolver kept beside a kernel that anybody may change.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <span>
+
+#include "framework/export.h"
+#include "framework/maths/circularconvolver.h"
+
+namespace Tarnwick::DSO::SystemFramework {
+
+/// Convolves with the taps it is given and keeps what it prepared for them (a spectrum, say). Before each use the taps
+/// are compared with the ones that this was prepared for, bit by bit: a kernel is public, and a host may write into it.
+/// Copies share what is prepared, which never changes, and have buffers of their own.
+class TARNWICK_FRAMEWORK_API KernelConvolver {
+public:
+    KernelConvolver() = default;
+    KernelConvolver(const KernelConvolver& other) : prepared_(other.prepared_) {}
+    KernelConvolver& operator=(const KernelConvolver& other)
+    {
+        prepared_ = other.prepared_;
+        return *this;
+    }
+    ~KernelConvolver();
+
+    /// Makes ready for these taps over this period; does nothing when it is.
+    void Prepare(std::span<const double> taps, std::size_t period);
+    /// @param samples  one period
+    /// @param result   one period, all of it written
+    void Convolve(std::span<const double> samples, std::span<double> result);
+
+private:
+    struct Prepared;
+    std::shared_ptr<const Prepared> prepared_;
+    Maths::ConvolutionWork work_;
+};
+
+}  // namespace Tarnwick::DSO::SystemFramework

@@ -1,0 +1,255 @@
+#!/usr/bin/env python3
+"""Apply of the library against SciPy's best way to do the same, in one process, turn about.
+
+For each record the answers are compared first; then rounds of (library, SciPy, naive transforms, lower bound) are timed and the
+ratios are medians over the rounds. "naive" is the direct reading of circular convolution: complex transforms of segment
+and kernel at the exact length, in the same FFT library. "bound" is one real transform forth and one back at the nearest
+smooth length and one copy of the record, which no dense kernel can do without.
+
+Usage: compare.py SHIM [--quick] [--markdown FILE]
+SHIM is the benchmark module that CMake builds (libtarnwick_benchshim.so).
+"""
+import argparse
+import ctypes
+import platform
+import statistics
+import sys
+import time
+
+import numpy as np
+import scipy
+import scipy.fft
+import scipy.ndimage
+
+DOUBLES = ctypes.POINTER(ctypes.c_double)
+
+
+def load(path):
+    shim = ctypes.CDLL(path)
+    for name, result, arguments in (
+        ("bench_bessel_thomson", ctypes.c_void_p, [ctypes.c_int] * 3),
+        ("bench_moving_average", ctypes.c_void_p, [ctypes.c_int] * 4),
+        ("bench_prepare", None, [ctypes.c_void_p, DOUBLES, ctypes.c_int]),
+        ("bench_kernel", DOUBLES, [ctypes.c_void_p]),
+        ("bench_apply", ctypes.c_void_p, [ctypes.c_void_p, DOUBLES, ctypes.c_int]),
+        ("bench_release", None, [ctypes.c_void_p]),
+        ("bench_destroy", None, [ctypes.c_void_p]),
+        ("bench_lower_bound", ctypes.c_void_p, [ctypes.c_int]),
+        ("bench_lower_bound_run", None, [ctypes.c_void_p, DOUBLES, DOUBLES, ctypes.c_int, ctypes.c_int]),
+        ("bench_naive", ctypes.c_void_p, [ctypes.c_int]),
+        ("bench_naive_run", None, [ctypes.c_void_p, DOUBLES, DOUBLES, ctypes.c_int, DOUBLES, ctypes.c_int]),
+    ):
+        function = getattr(shim, name)
+        function.restype = result
+        function.argtypes = arguments
+    return shim
+
+
+def pointer(array):
+    return array.ctypes.data_as(DOUBLES)
+
+
+def smooth_even(length):
+    """The least even length of prime factors up to 7."""
+    length += length % 2
+    while True:
+        rest = length
+        for prime in (2, 3, 5, 7):
+            while rest % prime == 0:
+                rest //= prime
+        if rest == 1:
+            return length
+        length += 2
+
+
+def scipy_ways(kernel, period, repetitions):
+    """SciPy's ways to convolve each row of a record circularly with one kernel; the kernel's spectrum is kept."""
+    exact = scipy.fft.rfft(np.pad(kernel, (0, period - len(kernel))))
+    padded_length = scipy.fft.next_fast_len(period + len(kernel) - 1, real=True)
+    padded = scipy.fft.rfft(kernel, padded_length)
+
+    def fold(y):
+        out = y[..., :period].copy()
+        tail = period + len(kernel) - 1 - period
+        out[..., :tail] += y[..., period:period + tail]
+        return out
+
+    def exact_loop(x):
+        return np.concatenate([scipy.fft.irfft(scipy.fft.rfft(row) * exact, period) for row in x.reshape(repetitions, -1)])
+
+    def exact_batch(x):
+        return scipy.fft.irfft(scipy.fft.rfft(x.reshape(repetitions, -1)) * exact, period).ravel()
+
+    def padded_loop(x):
+        rows = x.reshape(repetitions, -1)
+        return np.concatenate([fold(scipy.fft.irfft(scipy.fft.rfft(row, padded_length) * padded, padded_length)) for row in rows])
+
+    def padded_batch(x):
+        rows = x.reshape(repetitions, -1)
+        return fold(scipy.fft.irfft(scipy.fft.rfft(rows, padded_length) * padded, padded_length)).ravel()
+
+    return [exact_loop, exact_batch, padded_loop, padded_batch]
+
+
+def once(call):
+    start = time.perf_counter()
+    call()
+    return time.perf_counter() - start
+
+
+def seconds(call, at_least=0.02):
+    """Time of one call, averaged over enough calls to last."""
+    first = once(call)
+    count = max(1, min(200, int(at_least / max(first, 1e-7))))
+    start = time.perf_counter()
+    for _ in range(count):
+        call()
+    return (time.perf_counter() - start) / count
+
+
+def peak_kib():
+    with open("/proc/self/status", encoding="ascii") as status:
+        for line in status:
+            if line.startswith("VmHWM:"):
+                return int(line.split()[1])
+    return 0
+
+
+def peak_growth(call):
+    """Growth of the process's peak resident memory [MiB] during one call; None where the system does not tell."""
+    try:
+        with open("/proc/self/clear_refs", "w", encoding="ascii") as reset:
+            reset.write("5")
+    except OSError:
+        return None
+    before = peak_kib()
+    call()
+    return (peak_kib() - before) / 1024.0
+
+
+class Ours:
+    def __init__(self, shim, job, samples):
+        self.shim, self.job, self.samples = shim, job, samples
+        shim.bench_prepare(job, pointer(samples), len(samples))
+
+    def __call__(self):
+        self.shim.bench_release(self.shim.bench_apply(self.job, pointer(self.samples), len(self.samples)))
+
+    def result(self):
+        raw = self.shim.bench_apply(self.job, pointer(self.samples), len(self.samples))
+        values = np.ctypeslib.as_array(ctypes.cast(raw, DOUBLES), (len(self.samples),)).copy()
+        self.shim.bench_release(raw)
+        return values
+
+
+def dense(shim, ui, spu, repetitions, rounds):
+    period = ui * spu
+    samples = np.random.default_rng(1).standard_normal(period * repetitions)
+    job = shim.bench_bessel_thomson(ui, spu, repetitions)
+    ours = Ours(shim, job, samples)
+    kernel = np.ctypeslib.as_array(shim.bench_kernel(job), (period - 1,)).copy()
+    memory = peak_growth(ours)
+
+    ways = scipy_ways(kernel, period, repetitions)
+    expected = ways[0](samples)
+    error = np.max(np.abs(ours.result() - expected)) / np.max(np.abs(expected))
+    if not error < 1e-13:
+        raise SystemExit(f"compare.py: {ui} UI x {spu}: answers differ by {error:.3g} of the peak; expected below 1e-13")
+    best = min(ways, key=lambda way: min(once(lambda: way(samples)) for _ in range(2)))
+    bound = shim.bench_lower_bound(smooth_even(period))
+    naive = shim.bench_naive(period)
+    scratch = np.empty_like(samples)
+
+    def run_bound():
+        shim.bench_lower_bound_run(bound, pointer(samples), pointer(scratch), period, len(samples))
+
+    def run_naive():
+        shim.bench_naive_run(naive, pointer(samples), pointer(kernel), len(kernel), pointer(scratch), len(samples))
+
+    ratios, times = [], []
+    for _ in range(rounds):
+        us = seconds(ours)
+        times.append(us / repetitions)
+        ratios.append((us / seconds(lambda: best(samples)), us / seconds(run_naive), us / seconds(run_bound)))
+    shim.bench_destroy(job)
+    medians = [statistics.median(column) for column in zip(*ratios)]
+    return [f"{ui}·{spu}", repetitions, statistics.median(times) * 1e6, *medians, memory, len(samples) * 8 / 2**20]
+
+
+def boxcar(shim, ui, spu, window, rounds):
+    samples = np.random.default_rng(2).standard_normal(ui * spu)
+    job = shim.bench_moving_average(ui, spu, 1, window)
+    ours = Ours(shim, job, samples)
+    expected = scipy.ndimage.uniform_filter1d(samples, window, mode="wrap")
+    error = np.max(np.abs(ours.result() - expected))
+    if not error < 1e-11:
+        raise SystemExit(f"compare.py: window {window}: answers differ by {error:.3g}; expected below 1e-11")
+    target = np.empty_like(samples)
+    ratios = []
+    for _ in range(rounds):
+        us = seconds(ours)
+        ratios.append((us / seconds(lambda: scipy.ndimage.uniform_filter1d(samples, window, mode="wrap")),
+                       us / seconds(lambda: np.copyto(target, samples))))
+    shim.bench_destroy(job)
+    return [f"{ui}·{spu}", window, *[statistics.median(column) for column in zip(*ratios)]]
+
+
+def floors(period):
+    """What the figures have to stay below: against SciPy, naive transforms and the bound."""
+    against_scipy = 0.70 if period <= 65536 else (0.35 if period >= 1_000_000 else 0.65)
+    against_bound = 3.3 if period <= 131_000 else (1.5 if period >= 1_000_000 else 2.5)
+    return against_scipy, 0.25, against_bound
+
+
+def table(head, rows):
+    lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
+    lines += ["| " + " | ".join(row) + " |" for row in rows]
+    return "\n".join(lines)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("shim")
+    parser.add_argument("--quick", action="store_true", help="few lengths, few rounds")
+    parser.add_argument("--markdown", help="write the tables to this file too")
+    options = parser.parse_args()
+    shim = load(options.shim)
+    rounds = 3 if options.quick else 7
+    lengths = [(127, 8), (2047, 16), (8191, 16)] if options.quick else [
+        (ui, spu) for ui in (127, 511, 2047, 8191, 32767, 65535) for spu in (8, 16, 32)]
+
+    missed = 0
+    rows = []
+    for ui, spu in lengths:
+        row = dense(shim, ui, spu, 8 if ui * spu < 60_000 else 2, rounds)
+        marks = [value > limit for value, limit in zip(row[3:6], floors(ui * spu))]
+        missed += any(marks)
+        memory = "-" if row[6] is None else f"{row[6]:.1f} ({row[7]:.1f})"
+        rows.append([row[0], str(row[1]), f"{row[2]:.0f}",
+                     *[f"{value:.2f}{' !' if mark else ''}" for value, mark in zip(row[3:6], marks)], memory])
+        print(" ".join(rows[-1]), file=sys.stderr, flush=True)
+    head = ["period", "repetitions", "µs each", "/ SciPy", "/ naive", "/ bound", "first Apply, MiB (output)"]
+    text = "Bessel-Thomson, `Apply`:\n\n" + table(head, rows)
+
+    rows = []
+    for ui, spu in ((8191, 16), (65535, 32)):
+        for window in (3, 11, 31, 101):
+            row = boxcar(shim, ui, spu, window, rounds)
+            missed += row[3] > 11
+            rows.append([row[0], str(row[1]), f"{row[2]:.2f}", f"{row[3]:.1f}{' !' if row[3] > 11 else ''}"])
+    text += "\n\nMoving average, `Apply`, one repetition:\n\n" + table(["period", "window", "/ SciPy", "/ copy"], rows)
+
+    one = dense(shim, 511, 8, 1, rounds)[2]
+    many = dense(shim, 511, 8, 64, rounds)[2]
+    missed += many / one > 1.1
+    text += f"\n\n64 repetitions of 511·8 cost {many / one:.2f} times one, each.\n"
+    text += (f"\nPython {platform.python_version()}, SciPy {scipy.__version__}, NumPy {np.__version__}, {rounds} rounds. "
+             f"Smaller is better; `!` marks a figure above its floor: {missed} of them.\n")
+    print(text)
+    if options.markdown:
+        with open(options.markdown, "w", encoding="utf-8") as out:
+            out.write(text)
+
+
+if __name__ == "__main__":
+    main()

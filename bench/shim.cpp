@@ -1,0 +1,159 @@
+// A C face of what compare.py measures.
+#include <cstring>
+#include <memory>
+
+#include "captures.h"
+#include "framework/maths/fft.h"
+
+using namespace Tarnwick;
+using DSO::SystemFramework::BaseFilter;
+using DSO::SystemFramework::BaseFilterParameters;
+using DSO::SystemFramework::SignalData;
+using DSO::SystemFramework::Maths::AlignedBuffer;
+using DSO::SystemFramework::Maths::Complex;
+using DSO::SystemFramework::Maths::ComplexTransform;
+using DSO::SystemFramework::Maths::RealTransform;
+
+namespace {
+
+struct Job {
+    DSO::DeviceConfiguration config;
+    std::unique_ptr<BaseFilterParameters> parameters;
+    std::unique_ptr<BaseFilter> filter;
+};
+
+SignalData Record(double* samples, int count)
+{
+    SignalData signal;
+    signal.samples = samples;
+    signal.sampleCount = count;
+    return signal;
+}
+
+// One transform forth and one back of each segment at a smooth length, and one copy of the record: what any dense
+// kernel needs at the least.
+struct LowerBound {
+    explicit LowerBound(int smoothLength)
+        : length(smoothLength),
+          transform(RealTransform::Of(smoothLength)),
+          values(smoothLength),
+          bins(smoothLength / 2 + 1)
+    {
+        std::fill(values.Data(), values.Data() + smoothLength, 0.0);
+    }
+    int length;
+    std::shared_ptr<const RealTransform> transform;
+    AlignedBuffer<double> values;
+    AlignedBuffer<Complex> bins;
+};
+
+// The direct reading of circular convolution: complex transforms of segment and kernel at the exact length, each time.
+struct Naive {
+    explicit Naive(int periodLength)
+        : length(periodLength),
+          transform(ComplexTransform::Of(periodLength)),
+          signal(periodLength),
+          kernel(periodLength)
+    {
+    }
+    int length;
+    std::shared_ptr<const ComplexTransform> transform;
+    AlignedBuffer<Complex> signal;
+    AlignedBuffer<Complex> kernel;
+};
+
+}  // namespace
+
+extern "C" {
+
+TARNWICK_EXPORT Job* bench_bessel_thomson(int patternLengthUi, int samplesPerUi, int repetitions)
+{
+    auto job = std::make_unique<Job>();
+    job->config = Bench::Locked(patternLengthUi, samplesPerUi, repetitions);
+    auto parameters = std::make_unique<DSO::Filters::BesselThomsonParameters>(&job->config);
+    job->filter = std::make_unique<DSO::Filters::BesselThomson>(parameters.get());
+    job->parameters = std::move(parameters);
+    return job.release();
+}
+
+TARNWICK_EXPORT Job* bench_moving_average(int patternLengthUi, int samplesPerUi, int repetitions, int window)
+{
+    auto job = std::make_unique<Job>();
+    job->config = Bench::Locked(patternLengthUi, samplesPerUi, repetitions);
+    auto parameters = std::make_unique<Bench::WindowInConfiguration>(&job->config, window);
+    job->filter = std::make_unique<DSO::Filters::MovingAverageSmoothingFilter>(parameters.get());
+    job->parameters = std::move(parameters);
+    return job.release();
+}
+
+TARNWICK_EXPORT void bench_prepare(Job* job, double* samples, int count)
+{
+    SignalData signal = Record(samples, count);
+    job->filter->Prepare(&signal);
+    job->parameters->ResetDirty();
+}
+
+TARNWICK_EXPORT const double* bench_kernel(Job* job)
+{
+    return job->filter->kernel;
+}
+
+TARNWICK_EXPORT double* bench_apply(Job* job, double* samples, int count)
+{
+    SignalData signal = Record(samples, count);
+    return job->filter->Apply(&signal);
+}
+
+TARNWICK_EXPORT void bench_release(double* result)
+{
+    ::operator delete(result);
+}
+
+TARNWICK_EXPORT void bench_destroy(Job* job)
+{
+    job->filter.reset();
+    delete job;  // NOLINT(cppcoreguidelines-owning-memory)
+}
+
+TARNWICK_EXPORT LowerBound* bench_lower_bound(int smoothLength)
+{
+    return new LowerBound(smoothLength);  // NOLINT(cppcoreguidelines-owning-memory)
+}
+
+TARNWICK_EXPORT void bench_lower_bound_run(LowerBound* job, const double* samples, double* result, int segment,
+                                           int count)
+{
+    for (int begin = 0; begin < count; begin += segment) {
+        std::memcpy(job->values.Data(), samples + begin, static_cast<std::size_t>(segment) * sizeof(double));
+        job->transform->Forward(job->values.Data(), job->bins.Data());
+        job->transform->Inverse(job->bins.Data(), job->values.Data());
+        std::memcpy(result + begin, job->values.Data(), static_cast<std::size_t>(segment) * sizeof(double));
+    }
+}
+
+TARNWICK_EXPORT Naive* bench_naive(int period)
+{
+    return new Naive(period);  // NOLINT(cppcoreguidelines-owning-memory)
+}
+
+TARNWICK_EXPORT void bench_naive_run(Naive* job, const double* samples, const double* kernel, int taps, double* result,
+                                     int count)
+{
+    Complex* signal = job->signal.Data();
+    Complex* response = job->kernel.Data();
+    for (int begin = 0; begin < count; begin += job->length) {
+        for (int k = 0; k < job->length; ++k) {
+            signal[k] = samples[begin + k];
+            response[k] = k < taps ? kernel[k] : 0.0;
+        }
+        job->transform->Forward(signal);
+        job->transform->Forward(response);
+        for (int k = 0; k < job->length; ++k)
+            signal[k] *= response[k];
+        job->transform->Inverse(signal);
+        for (int k = 0; k < job->length; ++k)
+            result[begin + k] = signal[k].real() / job->length;
+    }
+}
+
+}  // extern "C"

@@ -1,0 +1,52 @@
+include(CMakePackageConfigHelpers)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TarnwickFilters)
+
+# What is installed finds its own libraries wherever the prefix is moved to.
+if(APPLE)
+    set(origin "@loader_path")
+else()
+    set(origin "$ORIGIN")
+endif()
+set_target_properties(tarnwick_framework tarnwick_filters PROPERTIES INSTALL_RPATH "${origin}")
+
+install(TARGETS tarnwick_framework tarnwick_filters EXPORT TarnwickFiltersTargets
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tarnwick)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/backend/framework ${PROJECT_SOURCE_DIR}/backend/filters
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tarnwick
+        FILES_MATCHING PATTERN "*.h"
+        PATTERN "maths" EXCLUDE
+        PATTERN "plumbing" EXCLUDE)
+install(FILES LICENSE NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+if(TARNWICK_BUILD_APPS)
+    file(RELATIVE_PATH bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set_target_properties(tarnwick PROPERTIES INSTALL_RPATH "${origin}/${bin_to_lib}")
+    install(TARGETS tarnwick RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+install(EXPORT TarnwickFiltersTargets NAMESPACE Tarnwick:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/TarnwickFiltersConfig.cmake.in TarnwickFiltersConfig.cmake
+                              INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(TarnwickFiltersConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TarnwickFiltersConfig.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/TarnwickFiltersConfigVersion.cmake
+        DESTINATION ${package_dir})
+
+# The prefix in the pkg-config file is worked out from where the file lies, unless the directories were given absolute.
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR} OR IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
+    set(pc_prefix ${CMAKE_INSTALL_PREFIX})
+    set(pc_includedir ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+    set(pc_libdir ${CMAKE_INSTALL_FULL_LIBDIR})
+else()
+    file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+    string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
+    set(pc_prefix "\${pcfiledir}/${pc_to_prefix}")
+    set(pc_includedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+    set(pc_libdir "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+endif()
+list(TRANSFORM TARNWICK_EASYLOGGING_DEFINITIONS PREPEND -D OUTPUT_VARIABLE pc_definitions)
+list(JOIN pc_definitions " " pc_definitions)
+configure_file(cmake/tarnwick-filters.pc.in tarnwick-filters.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tarnwick-filters.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,22 @@
+# Compile options of everything that is built here; nothing of this reaches a host that links the libraries.
+if(TARNWICK_SANITIZE)
+    add_compile_options(-fsanitize=${TARNWICK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${TARNWICK_SANITIZE})
+endif()
+
+function(tarnwick_options target)
+    set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    if(MSVC)
+        target_compile_options(${target} PRIVATE /W4 /wd4251 $<$<BOOL:${TARNWICK_WARNINGS_AS_ERRORS}>:/WX>)
+        target_compile_definitions(${target} PRIVATE _USE_MATH_DEFINES NOMINMAX)
+    else()
+        # Sign conversion: clang counts it into -Wconversion, g++ does not. It is asked of neither.
+        target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion
+                               $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>
+                               $<$<BOOL:${TARNWICK_WARNINGS_AS_ERRORS}>:-Werror>)
+    endif()
+    if(TARNWICK_TIDY)
+        find_program(TARNWICK_CLANG_TIDY clang-tidy REQUIRED)
+        set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY "${TARNWICK_CLANG_TIDY};--quiet;--warnings-as-errors=*")
+    endif()
+endfunction()
