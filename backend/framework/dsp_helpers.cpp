@@ -20,8 +20,6 @@ std::complex<double>* DSP_Helpers::preserve_noise_TF(std::complex<double>* respo
     };
     if (count > 0 && response == nullptr)
         Refuse("DSP_Helpers::preserve_noise_TF", "response", "null", "an array of count values");
-    if (count > 0 && frequencies == nullptr)
-        Refuse("DSP_Helpers::preserve_noise_TF", "frequencies", "null", "an array of count / 2 + 1 values");
     if (count > static_cast<std::size_t>(-1) / sizeof(Complex))
         throw std::bad_array_new_length();
     // The one result that callers release with std::free; malloc(0) may be null, so room for one at least.
@@ -30,7 +28,7 @@ std::complex<double>* DSP_Helpers::preserve_noise_TF(std::complex<double>* respo
     if (!result)
         throw std::bad_alloc();
     std::copy(response, response + count, result.get());
-    const std::size_t axisLength = count > 0 ? count / 2 + 1 : 0;
+    const std::size_t axisLength = count > 0 && frequencies != nullptr ? count / 2 + 1 : 0;
     applied = Maths::PreserveNoise({result.get(), count}, {frequencies, axisLength}, corner, upper);
     return result.release();
 }

@@ -21,12 +21,11 @@ public:
     /// @param frequencies  [Hz] the true frequency of bins 0 .. count/2, ascending; only these are read
     /// @param corner       [Hz] at or above the bandwidth of the signal's own content; a corner inside it lifts signal
     /// @param upper        [Hz] end of the lift
-    /// @param applied      false, and the result a copy, when there is nothing to correct or it cannot be: count below
-    /// 3,
-    ///                     a value that is not finite, frequencies not ascending, corner not positive, upper not above
+    /// @param applied      false, and the result a copy, when there is nothing to correct or it cannot be: count below 3, a
+    ///                     value that is not finite, frequencies null or not ascending, corner not positive, upper not above
     ///                     the corner, no bin above the corner, or more noise than the band can make up for
     /// @return new array of count values; the caller releases it with std::free
-    /// @throws std::invalid_argument  an array that has values is null
+    /// @throws std::invalid_argument  response is null though count is not 0
     /// Noise power exact to rounding.
     static std::complex<double>* preserve_noise_TF(std::complex<double>* response, double* frequencies,
                                                    std::size_t count, double corner, double upper, bool& applied);

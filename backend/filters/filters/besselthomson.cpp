@@ -17,7 +17,6 @@
 
 namespace Tarnwick::DSO::Filters {
 
-using SystemFramework::BaseFilterParameters;
 using SystemFramework::FFTIFFT_Factory;
 using SystemFramework::NewArray;
 using SystemFramework::NewArrayFrom;
@@ -44,33 +43,41 @@ struct Sizes {
     double sampleInterval;  // [s]
 };
 
-Sizes SizesOf(const DeviceConfiguration& config)
+Sizes SizesFrom(const DeviceConfiguration& config)
 {
     const int samplesPerPattern = SamplesPerPattern(kFilter, config);
     return {samplesPerPattern, SampleInterval(kFilter, config, samplesPerPattern)};
 }
 
-void Refresh(BesselThomsonParameters& parameters, const DeviceConfiguration& config)
+// The sizes that the filter works with: those of the configuration while the parameters are dirty, else as they stand.
+Sizes SizesOf(const BesselThomsonParameters& parameters)
 {
-    const Sizes sizes = SizesOf(config);
+    const DeviceConfiguration* config = parameters.GetConfig();
+    if (config != nullptr && parameters.IsDirty())
+        return SizesFrom(*config);
+    return {parameters.samplesPerPattern, parameters.sampleInterval};
+}
+
+void Store(Sizes sizes, BesselThomsonParameters& parameters)
+{
     parameters.samplesPerPattern = sizes.samplesPerPattern;
     parameters.sampleInterval = sizes.sampleInterval;
 }
 
 // Everything that a kernel is built from, checked before anything is computed or changed.
-void RequireBuildable(const BesselThomsonParameters& parameters)
+void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
 {
     const DeviceConfiguration* config = parameters.GetConfig();
     if (config == nullptr)
         Refuse(kFilter, "configuration", "null", "the device configuration, which holds the symbol rate");
     if (parameters.order < Maths::kLowestOrder || parameters.order > Maths::kHighestOrder)
         Refuse(kFilter, "order", parameters.order, "1 to 16");
-    if (parameters.samplesPerPattern < 2)
-        Refuse(kFilter, "samplesPerPattern", parameters.samplesPerPattern, "at least 2 samples");
-    RequirePositive(kFilter, "sampleInterval", parameters.sampleInterval, "a finite positive time in seconds");
+    if (sizes.samplesPerPattern < 2)
+        Refuse(kFilter, "samplesPerPattern", sizes.samplesPerPattern, "at least 2 samples");
+    RequirePositive(kFilter, "sampleInterval", sizes.sampleInterval, "a finite positive time in seconds");
     RequirePositive(kFilter, "cutoffPercent", parameters.cutoffPercent, "a finite positive percentage");
     RequirePositive(kFilter, "baudRateGBd", config->baudRateGBd, "a finite positive symbol rate");
-    if (std::isnan(parameters.noiseCornerFrequency) || std::isinf(parameters.noiseCornerFrequency))
+    if (!std::isfinite(parameters.noiseCornerFrequency))
         Refuse(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
 }
 
@@ -94,7 +101,7 @@ std::vector<double> RealInverse(std::vector<Complex> bins)
 
 std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
 {
-    RequireBuildable(parameters);
+    RequireBuildable(parameters, {parameters.samplesPerPattern, parameters.sampleInterval});
     const DeviceConfiguration& config = *parameters.GetConfig();
     const bool halfAmplitude = IsOpticalChannel(kFilter, config, parameters.channel);
     const double normalisedCutoff = Maths::DefaultCutoff(parameters.order, halfAmplitude);
@@ -135,7 +142,7 @@ BesselThomson::BesselThomson(BesselThomsonParameters* parameters)
     RequirePatternLock(kFilter, parameters);
     this->parameters = parameters;
     if (const DeviceConfiguration* config = parameters->GetConfig())
-        Refresh(*parameters, *config);
+        Store(SizesFrom(*config), *parameters);
     notPrepared = true;
     TARNWICK_TRACE("BesselThomson constructor finished");
 }
@@ -219,12 +226,11 @@ void BesselThomson::Prepare(SignalData*)
 {
     TARNWICK_TRACE("BesselThomson::Prepare...");
     auto& settings = static_cast<BesselThomsonParameters&>(*parameters);
-    const DeviceConfiguration* config = settings.GetConfig();
-    if (config != nullptr && settings.IsDirty())
-        Refresh(settings, *config);
-    RequireBuildable(settings);
+    const Sizes sizes = SizesOf(settings);
+    RequireBuildable(settings, sizes);
     if (settings.preserveNoise)
-        settings.SetFrequencyGrid(RecordFrequencyGrid(kFilter, *config).release());
+        settings.SetFrequencyGrid(RecordFrequencyGrid(kFilter, *settings.GetConfig()).release());
+    Store(sizes, settings);
     SetKernel(ImpulseResponse(settings));
     // A correction that failed has switched preserveNoise off; the grid then stays. Deliberate.
     if (settings.preserveNoise)
@@ -238,9 +244,7 @@ double* BesselThomson::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
     const auto& settings = static_cast<const BesselThomsonParameters&>(*parameters);
-    const DeviceConfiguration* config = settings.GetConfig();
-    const int period =
-        config != nullptr && settings.IsDirty() ? SizesOf(*config).samplesPerPattern : settings.samplesPerPattern;
+    const int period = SizesOf(settings).samplesPerPattern;
     if (period < 2)
         Refuse(kFilter, "samplesPerPattern", period, "at least 2 samples");
     if (signal->sampleCount < period)

@@ -88,7 +88,7 @@ double WalkToCutoff(int order, double target)
 double DefaultCutoff(int order, bool halfAmplitude)
 {
     // Two threads that ask for the same one at once both walk, and store the same value.
-    static std::array<std::atomic<double>, 2 * (kHighestOrder + 1)> kept{};
+    static std::array<std::atomic<double>, 2 * (static_cast<std::size_t>(kHighestOrder) + 1)> kept{};
     std::atomic<double>& slot = kept.at(2 * static_cast<std::size_t>(order) + (halfAmplitude ? 1 : 0));
     double cutoff = slot.load(std::memory_order_relaxed);
     if (cutoff == 0.0) {

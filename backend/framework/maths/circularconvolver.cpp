@@ -32,7 +32,7 @@ std::vector<double> Fold(std::span<const double> kernel, std::size_t period)
 void CopyPeriodic(std::span<const double> period, std::ptrdiff_t start, std::size_t count, double* out)
 {
     const auto length = static_cast<std::ptrdiff_t>(period.size());
-    std::size_t at = static_cast<std::size_t>(((start % length) + length) % length);
+    auto at = static_cast<std::size_t>(((start % length) + length) % length);
     while (count > 0) {
         const std::size_t run = std::min(count, period.size() - at);
         out = std::copy_n(period.data() + at, run, out);

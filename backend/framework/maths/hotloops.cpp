@@ -484,7 +484,8 @@ TARNWICK_INLINE void FromRows(const ColumnTables& tables, const Complex* rows, s
     }
 }
 
-// A loop for each number of rows there can be.
+// A loop for each number of rows there can be. A macro: what a lambda calls is not compiled for the same processor.
+// NOLINTBEGIN(bugprone-macro-parentheses): template names and argument lists stand as they are
 #define TARNWICK_EACH_ROW_COUNT(loop, value, rowCount, arguments) \
     switch (rowCount) {                                           \
         case 1: return loop<1, value> arguments;                  \
@@ -494,6 +495,8 @@ TARNWICK_INLINE void FromRows(const ColumnTables& tables, const Complex* rows, s
         case 16: return loop<16, value> arguments;                \
         default: return loop<32, value> arguments;                \
     }
+
+// NOLINTEND(bugprone-macro-parentheses)
 
 TARNWICK_INLINE void RealToRowsBody(const ColumnTables& tables, const double* values, std::size_t count, Complex* rows){
     TARNWICK_EACH_ROW_COUNT(ToRows, double, tables.rowCount, (tables, values, count, rows))}

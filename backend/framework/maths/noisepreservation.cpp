@@ -55,7 +55,7 @@ bool PreserveNoise(std::span<Complex> response, std::span<const double> frequenc
     const std::size_t count = response.size();
     const std::size_t half = count / 2;
     frequencies = frequencies.first(std::min(frequencies.size(), half + 1));
-    if (!IsUsable(response, frequencies, corner, upper))
+    if (frequencies.size() != half + 1 || !IsUsable(response, frequencies, corner, upper))
         return false;
 
     const FoldedBins bins = Fold(response);

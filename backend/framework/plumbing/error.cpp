@@ -16,8 +16,8 @@ void Refuse(std::string_view where, std::string_view field, std::string_view val
 std::string TextOf(double value)
 {
     std::array<char, 32> text{};
-    const auto end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
-    return {text.data(), end};
+    const std::to_chars_result written = std::to_chars(text.data(), text.data() + text.size(), value);
+    return {text.data(), static_cast<std::size_t>(written.ptr - text.data())};
 }
 
 }  // namespace Tarnwick::DSO::SystemFramework
