@@ -4,13 +4,14 @@
 // fftw_cleanup is never called: it would invalidate plans that are in use.
 #include <climits>
 #include <mutex>
+#include <new>
+#include <stdexcept>
 #include <string>
 
 #include <fftw3.h>
 
 #include "framework/maths/fft.h"
 #include "framework/maths/plancache.h"
-#include "framework/plumbing/error.h"
 
 namespace Tarnwick::DSO::SystemFramework::Maths {
 
@@ -31,7 +32,8 @@ fftw_complex* Raw(Complex* data)
 int PlanLength(std::size_t length)
 {
     if (length > INT_MAX)
-        Refuse("FFT", "length", length, "at most 2147483647 values");
+        throw std::invalid_argument("FFT: length is " + std::to_string(length) +
+                                    "; expected at most 2147483647 values");
     return static_cast<int>(length);
 }
 
@@ -114,7 +116,8 @@ private:
 std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
 {
     if (length == 0 || length % 2 != 0)
-        Refuse("RealTransform", "length", length, "an even number of values");
+        throw std::invalid_argument("RealTransform: length is " + std::to_string(length) +
+                                    "; expected an even number of values");
     static PlanCache<RealTransform> cache;
     return cache.Get(length, [length] {
         // ESTIMATE plans do not touch the arrays; they only read how these are aligned.
@@ -127,7 +130,8 @@ std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
 std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
 {
     if (length == 0)
-        Refuse("ComplexTransform", "length", length, "at least one value");
+        throw std::invalid_argument("ComplexTransform: length is " + std::to_string(length) +
+                                    "; expected at least one value");
     static PlanCache<ComplexTransform> cache;
     return cache.Get(length, [length] {
         AlignedBuffer<Complex> data(length);
@@ -138,7 +142,8 @@ std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
 std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)
 {
     if (length == 0)
-        Refuse("RowTransform", "length", length, "at least one value");
+        throw std::invalid_argument("RowTransform: length is " + std::to_string(length) +
+                                    "; expected at least one value");
     static PlanCache<RowTransform> cache;
     return cache.Get(length, [length] {
         AlignedBuffer<Complex> from(length);

@@ -5,13 +5,14 @@
 #include <bit>
 #include <cmath>
 #include <numbers>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include <kissfft.hh>
 
 #include "framework/maths/fft.h"
 #include "framework/maths/plancache.h"
-#include "framework/plumbing/error.h"
 
 namespace Tarnwick::DSO::SystemFramework::Maths {
 
@@ -183,7 +184,8 @@ private:
 std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
 {
     if (length == 0 || length % 2 != 0)
-        Refuse("RealTransform", "length", length, "an even number of values");
+        throw std::invalid_argument("RealTransform: length is " + std::to_string(length) +
+                                    "; expected an even number of values");
     static PlanCache<RealTransform> cache;
     return cache.Get(length, [length] { return std::make_shared<PairedReal>(length); });
 }
@@ -191,7 +193,8 @@ std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
 std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
 {
     if (length == 0)
-        Refuse("ComplexTransform", "length", length, "at least one value");
+        throw std::invalid_argument("ComplexTransform: length is " + std::to_string(length) +
+                                    "; expected at least one value");
     static PlanCache<ComplexTransform> cache;
     return cache.Get(length, [length]() -> std::shared_ptr<const ComplexTransform> {
         if (IsFiveSmooth(length))
@@ -203,7 +206,8 @@ std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
 std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)
 {
     if (length == 0)
-        Refuse("RowTransform", "length", length, "at least one value");
+        throw std::invalid_argument("RowTransform: length is " + std::to_string(length) +
+                                    "; expected at least one value");
     static PlanCache<RowTransform> cache;
     return cache.Get(length, [length]() -> std::shared_ptr<const RowTransform> {
         if (IsFiveSmooth(length))
