@@ -70,6 +70,7 @@ void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
     const DeviceConfiguration* config = parameters.GetConfig();
     if (config == nullptr)
         Refuse(kFilter, "configuration", "null", "the device configuration, which holds the symbol rate");
+    RequireChannel(kFilter, parameters.channel);
     if (parameters.order < Maths::kLowestOrder || parameters.order > Maths::kHighestOrder)
         Refuse(kFilter, "order", parameters.order, "1 to 16");
     if (sizes.samplesPerPattern < 2)

@@ -60,12 +60,12 @@ void MovingAverageSmoothingFilter::Prepare(SignalData* signal)
 double* MovingAverageSmoothingFilter::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
+    const DeviceConfiguration* config = parameters->GetConfig();
+    const int count = config != nullptr ? WholeRepetitions(kFilter, *config, signal->sampleCount) : 1;
     if (parameters->IsDirty()) {
         Prepare(signal);
         parameters->ResetDirty();
     }
-    const DeviceConfiguration* config = parameters->GetConfig();
-    const int count = config != nullptr ? WholeRepetitions(kFilter, *config, signal->sampleCount) : 1;
     if (count == 0)
         return nullptr;
     // The kernel is as long as the record. Of several repetitions each meets only its first `length` taps, so the lags

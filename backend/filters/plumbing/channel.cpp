@@ -9,15 +9,11 @@ namespace Tarnwick::DSO::Filters {
 
 using SystemFramework::Refuse;
 
-namespace {
-
 void RequireChannel(const char* filter, int channel)
 {
     if (channel < 0 || channel >= static_cast<int>(std::extent_v<decltype(DeviceConfiguration::patternLocked)>))
         Refuse(filter, "channel", channel, "0 to 3");
 }
-
-}  // namespace
 
 void RequirePatternLock(const char* filter, const SystemFramework::BaseFilterParameters* parameters)
 {

@@ -6,6 +6,9 @@
 
 namespace Tarnwick::DSO::Filters {
 
+/// @throws std::invalid_argument  the channel is outside 0 to 3
+void RequireChannel(const char* filter, int channel);
+
 /// The pattern-lock check of every filter that builds on a configuration; without a configuration nothing is checked.
 /// @throws PatternLockFailed      the configuration reports no lock on the parameters' channel
 /// @throws std::invalid_argument  parameters is null, or the channel is outside 0 to 3
