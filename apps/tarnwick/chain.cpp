@@ -1,0 +1,404 @@
+#include "chain.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <numeric>
+#include <string_view>
+#include <variant>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "failure.h"
+#include "pattern.h"
+
+namespace Tarnwick::App {
+
+using DSO::DeviceConfiguration;
+using DSO::SystemFramework::BaseFilterParameters;
+using nlohmann::json;
+
+namespace {
+
+// Where a value stands, for messages: chain.json: filters.1.order
+struct Place {
+    std::string file;
+    std::string key;
+
+    Place Below(const std::string& name) const { return {file, key.empty() ? name : key + "." + name}; }
+    [[noreturn]] void Fail(const std::string& what) const
+    {
+        throw UsageFailure(fmt::format("{}: {}: {}", file, key.empty() ? "the file" : key, what));
+    }
+};
+
+double RealFrom(const json& value, const Place& place)
+{
+    if (!value.is_number())
+        place.Fail(fmt::format("is {}; expected a number", value.dump()));
+    return value.get<double>();
+}
+
+std::int32_t IntegerFrom(const json& value, const Place& place)
+{
+    if (!value.is_number_integer())
+        place.Fail(fmt::format("is {}; expected a whole number", value.dump()));
+    const auto wide = value.get<double>();
+    if (std::abs(wide) > std::numeric_limits<std::int32_t>::max())
+        place.Fail(fmt::format("is {}; expected at most {}", value.dump(), std::numeric_limits<std::int32_t>::max()));
+    return value.get<std::int32_t>();
+}
+
+bool FlagFrom(const json& value, const Place& place)
+{
+    if (!value.is_boolean())
+        place.Fail(fmt::format("is {}; expected true or false", value.dump()));
+    return value.get<bool>();
+}
+
+std::string TextFrom(const json& value, const Place& place)
+{
+    if (!value.is_string())
+        place.Fail(fmt::format("is {}; expected a text", value.dump()));
+    return value.get<std::string>();
+}
+
+const json& ObjectFrom(const json& value, const Place& place)
+{
+    if (!value.is_object())
+        place.Fail(fmt::format("is {}; expected an object", value.type_name()));
+    return value;
+}
+
+// A field of a record that a key of the same name sets.
+template <typename Owner>
+struct Field {
+    const char* name;
+    std::variant<double Owner::*, std::int32_t Owner::*, bool Owner::*> member;
+};
+
+template <typename Owner>
+void SetField(Owner& owner, const Field<Owner>& field, const json& value, const Place& place)
+{
+    std::visit(
+        [&](auto member) {
+            using Value = std::remove_reference_t<decltype(owner.*member)>;
+            if constexpr (std::is_same_v<Value, double>)
+                owner.*member = RealFrom(value, place);
+            else if constexpr (std::is_same_v<Value, bool>)
+                owner.*member = FlagFrom(value, place);
+            else
+                owner.*member = IntegerFrom(value, place);
+        },
+        field.member);
+}
+
+template <typename Owner>
+const Field<Owner>* FindField(const std::vector<Field<Owner>>& fields, const std::string& name)
+{
+    const auto found =
+        std::find_if(fields.begin(), fields.end(), [&](const Field<Owner>& field) { return name == field.name; });
+    return found == fields.end() ? nullptr : &*found;
+}
+
+template <typename Owner>
+void AppendNames(const std::vector<Field<Owner>>& fields, std::vector<std::string>& names)
+{
+    for (const Field<Owner>& field : fields)
+        names.emplace_back(field.name);
+}
+
+[[noreturn]] void UnknownKey(const std::string& name, const std::vector<std::string>& known, const Place& place)
+{
+    place.Below(name).Fail(fmt::format("is no known key; the nearest one is \"{}\"", Nearest(name, known)));
+}
+
+const std::vector<Field<DeviceConfiguration>>& DeviceFields()
+{
+    using D = DeviceConfiguration;
+    static const std::vector<Field<D>> fields = {
+        {"baudRateGBd", &D::baudRateGBd},
+        {"patternLengthUi", &D::patternLengthUi},
+        {"samplesPerPattern", &D::samplesPerPattern},
+        {"withoutGrayCoding", &D::withoutGrayCoding},
+        {"samplesPerUi", &D::samplesPerUi},
+        {"useUserPattern", &D::useUserPattern},
+        {"oeReceiverSelector", &D::oeReceiverSelector},
+        {"multiplePatternRecord", &D::multiplePatternRecord},
+        {"patternRepeats", &D::patternRepeats},
+        {"uiDuration", &D::uiDuration},
+        {"sampleSpacing", &D::sampleSpacing},
+        {"useFractionalSampling", &D::useFractionalSampling},
+    };
+    return fields;
+}
+
+// What every filter takes beside its own keys.
+const std::vector<Field<BaseFilterParameters>>& CommonFields()
+{
+    using P = BaseFilterParameters;
+    static const std::vector<Field<P>> fields = {
+        {"channel", &P::channel},
+        {"preserveNoise", &P::preserveNoise},
+        {"noiseCornerFrequency", &P::noiseCornerFrequency},
+        {"noiseSecondParameter", &P::noiseSecondParameter},
+    };
+    return fields;
+}
+
+struct FilterType {
+    std::string name;
+    /// A stage without a filter when the settings switch it off.
+    std::function<Stage(const json& settings, const Place& place, DeviceConfiguration& config)> make;
+};
+
+// Reads a filter's keys into its parameters, then builds the filter on them.
+template <typename Filter, typename Parameters>
+Stage MakeStage(std::unique_ptr<Parameters> parameters, const std::vector<Field<Parameters>>& own, const json& settings,
+                const Place& place)
+{
+    for (const auto& [name, value] : settings.items()) {
+        const Place here = place.Below(name);
+        if (name == "type" || name == "enabled")
+            continue;
+        if (const auto* field = FindField(own, name)) {
+            SetField(*parameters, *field, value, here);
+        } else if (const auto* common = FindField(CommonFields(), name)) {
+            SetField<BaseFilterParameters>(*parameters, *common, value, here);
+        } else {
+            std::vector<std::string> known = {"type", "enabled"};
+            AppendNames(own, known);
+            AppendNames(CommonFields(), known);
+            UnknownKey(name, known, place);
+        }
+    }
+    Stage stage;
+    if (settings.contains("enabled") && !FlagFrom(settings["enabled"], place.Below("enabled")))
+        return stage;
+    try {
+        stage.filter = std::make_unique<Filter>(parameters.get());
+    } catch (const std::exception& failure) {
+        place.Fail(failure.what());
+    }
+    stage.parameters = std::move(parameters);
+    return stage;
+}
+
+// A row a filter. A new filter is a new row.
+const std::vector<FilterType>& FilterTypes()
+{
+    namespace F = DSO::Filters;
+    static const std::vector<FilterType> types = {
+        {"copy",
+         [](const json& settings, const Place& place, DeviceConfiguration& config) {
+             return MakeStage<F::Copy>(std::make_unique<F::CopyParameters>(&config), {}, settings, place);
+         }},
+        // Without the configuration: the record is smoothed as a whole with the centred window, where with one a record of
+        // several repetitions would meet half of it.
+        {"moving-average",
+         [](const json& settings, const Place& place, DeviceConfiguration&) {
+             using P = F::MovingAverageWindowSmoothingParameters;
+             return MakeStage<F::MovingAverageSmoothingFilter>(std::make_unique<P>(),
+                                                               {{"WindowLength", &P::WindowLength}}, settings, place);
+         }},
+        {"bessel-thomson",
+         [](const json& settings, const Place& place, DeviceConfiguration& config) {
+             using P = F::BesselThomsonParameters;
+             return MakeStage<F::BesselThomson>(
+                 std::make_unique<P>(&config),
+                 {{"order", &P::order}, {"cutoffPercent", &P::cutoffPercent}, {"cutoffFrequency", &P::cutoffFrequency}},
+                 settings, place);
+         }},
+    };
+    return types;
+}
+
+struct Coding {
+    const char* name;
+    E_SIGNAL_CODING coding;
+};
+
+constexpr Coding kCodings[] = {
+    {"NRZ", SIGNAL_CODING_NRZ},
+    {"PAM4", SIGNAL_CODING_PAM4},
+    {"PAM3", SIGNAL_CODING_PAM3},
+    {"PAM4-precoded", SIGNAL_CODING_PAM4_PRECODED},
+};
+
+E_SIGNAL_CODING CodingFrom(const json& value, const Place& place)
+{
+    const std::string name = TextFrom(value, place);
+    for (const Coding& row : kCodings)
+        if (name == row.name)
+            return row.coding;
+    place.Fail(fmt::format("is \"{}\"; expected NRZ, PAM4, PAM3 or PAM4-precoded", name));
+}
+
+// One flag for all four channels, or a list of four.
+void FlagsFrom(const json& value, const Place& place, bool (&flags)[4])
+{
+    if (value.is_array() && value.size() == std::size(flags)) {
+        for (std::size_t k = 0; k < std::size(flags); ++k)
+            flags[k] = FlagFrom(value[k], place.Below(std::to_string(k)));
+        return;
+    }
+    if (!value.is_boolean())
+        place.Fail(fmt::format("is {}; expected true, false or a list of four of them", value.dump()));
+    std::fill(std::begin(flags), std::end(flags), value.get<bool>());
+}
+
+json Parse(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw UsageFailure(fmt::format("{}: cannot be read", path.string()));
+    try {
+        return json::parse(file);
+    } catch (const json::exception& failure) {
+        throw UsageFailure(fmt::format("{}: {}", path.string(), failure.what()));
+    }
+}
+
+}  // namespace
+
+std::string Nearest(const std::string& name, const std::vector<std::string>& known)
+{
+    const auto distance = [&](const std::string& other) {
+        std::vector<std::size_t> row(other.size() + 1);
+        std::iota(row.begin(), row.end(), std::size_t{0});
+        for (std::size_t i = 1; i <= name.size(); ++i) {
+            std::size_t corner = row[0];
+            row[0] = i;
+            for (std::size_t j = 1; j <= other.size(); ++j) {
+                const std::size_t replaced = corner + (name[i - 1] == other[j - 1] ? 0 : 1);
+                corner = row[j];
+                row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+            }
+        }
+        return row.back();
+    };
+    return *std::min_element(known.begin(), known.end(),
+                             [&](const std::string& a, const std::string& b) { return distance(a) < distance(b); });
+}
+
+Chain::Chain(const std::filesystem::path& path, std::size_t sampleCount) : name_(path.string())
+{
+    const json file = Parse(path);
+    const Place top{name_, ""};
+    ObjectFrom(file, top);
+    for (const auto& item : file.items())
+        if (item.key() != "device" && item.key() != "filters")
+            UnknownKey(item.key(), {"device", "filters"}, top);
+    std::fill(std::begin(config_.patternLocked), std::end(config_.patternLocked), true);
+    config_.oeChannel = oeChannels_;
+    if (file.contains("device"))
+        ReadDevice(file["device"]);
+    CompleteDevice(sampleCount);
+    if (!file.contains("filters"))
+        top.Below("filters").Fail("is missing; expected a list of filters");
+    ReadFilters(file["filters"]);
+}
+
+void Chain::ReadDevice(const json& device)
+{
+    const Place place{name_, "device"};
+    ObjectFrom(device, place);
+    for (const auto& [name, value] : device.items()) {
+        const Place here = place.Below(name);
+        if (const auto* field = FindField(DeviceFields(), name))
+            SetField(config_, *field, value, here);
+        else if (name == "signalCoding")
+            config_.signalCoding = CodingFrom(value, here);
+        else if (name == "patternLocked")
+            FlagsFrom(value, here, config_.patternLocked);
+        else if (name == "oeChannel")
+            FlagsFrom(value, here, oeChannels_);
+        else if (name != "patternSymbols") {
+            std::vector<std::string> known = {"signalCoding", "patternLocked", "oeChannel", "patternSymbols"};
+            AppendNames(DeviceFields(), known);
+            UnknownKey(name, known, place);
+        }
+    }
+    repeatsGiven_ = device.contains("patternRepeats");
+    periodGiven_ = device.contains("samplesPerPattern");
+    multipleGiven_ = device.contains("multiplePatternRecord");
+    if (!device.contains("patternSymbols"))
+        return;
+
+    // Last: which symbols there are depends on the coding, wherever in the file it stands.
+    const Place here = place.Below("patternSymbols");
+    const json& symbols = device["patternSymbols"];
+    try {
+        if (symbols.is_object()) {
+            for (const auto& item : symbols.items())
+                if (item.key() != "prbs")
+                    UnknownKey(item.key(), {"prbs"}, here);
+            if (!symbols.contains("prbs"))
+                here.Fail("is empty; expected a text or {\"prbs\": n}");
+            config_.patternSymbols =
+                PrbsSymbols(IntegerFrom(symbols["prbs"], here.Below("prbs")), config_.signalCoding);
+        } else {
+            config_.patternSymbols = TextFrom(symbols, here);
+            (void)LevelsOf(config_.patternSymbols, config_.signalCoding, config_.withoutGrayCoding);
+        }
+    } catch (const UsageFailure& failure) {
+        if (std::string_view(failure.what()).substr(0, name_.size()) == name_)
+            throw;
+        here.Fail(failure.what());
+    }
+    if (!device.contains("patternLengthUi"))
+        config_.patternLengthUi = static_cast<int>(config_.patternSymbols.size());
+}
+
+void Chain::CompleteDevice(std::size_t sampleCount)
+{
+    const double period = SamplesPerUi() * config_.patternLengthUi;
+    // Sizes whose product does not fit are left to the filters, which name them.
+    const double product = static_cast<double>(config_.samplesPerUi) * config_.patternLengthUi;
+    if (!periodGiven_ && std::abs(product) <= std::numeric_limits<std::int32_t>::max())
+        config_.samplesPerPattern = static_cast<std::int32_t>(product);
+    if (!repeatsGiven_ && period >= 1.0)
+        config_.patternRepeats = static_cast<int>(static_cast<double>(sampleCount) / period);
+    if (!multipleGiven_)
+        config_.multiplePatternRecord = config_.patternRepeats > 1;
+}
+
+double Chain::SamplesPerUi() const
+{
+    const double samples =
+        config_.useFractionalSampling ? config_.uiDuration / config_.sampleSpacing : config_.samplesPerUi;
+    return std::isfinite(samples) ? samples : 0.0;
+}
+
+void Chain::ReadFilters(const json& filters)
+{
+    const Place place{name_, "filters"};
+    if (!filters.is_array())
+        place.Fail(fmt::format("is {}; expected a list of filters", filters.type_name()));
+    for (std::size_t k = 0; k < filters.size(); ++k) {
+        const Place here = place.Below(std::to_string(k));
+        const json& settings = ObjectFrom(filters[k], here);
+        if (!settings.contains("type"))
+            here.Below("type").Fail("is missing; expected the name of a filter");
+        const std::string type = TextFrom(settings["type"], here.Below("type"));
+        const auto row = std::find_if(FilterTypes().begin(), FilterTypes().end(),
+                                      [&](const FilterType& known) { return known.name == type; });
+        if (row == FilterTypes().end()) {
+            std::vector<std::string> known;
+            for (const FilterType& each : FilterTypes())
+                known.push_back(each.name);
+            here.Below("type").Fail(
+                fmt::format("is \"{}\", no known filter; the nearest one is \"{}\"", type, Nearest(type, known)));
+        }
+        Stage stage = row->make(settings, here, config_);
+        stage.name = type;
+        stage.place = here.key;
+        if (stage.filter)
+            stages_.push_back(std::move(stage));
+    }
+}
+
+}  // namespace Tarnwick::App

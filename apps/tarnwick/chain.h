@@ -1,0 +1,57 @@
+// The chain file: what the instrument was set to, and the filters to run one after the other.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "filters/filters.h"
+
+namespace Tarnwick::App {
+
+/// One filter of a chain with its parameters.
+struct Stage {
+    std::string name;   ///< its type, as in the file
+    std::string place;  ///< where it stands in the file: filters.1
+    std::unique_ptr<DSO::SystemFramework::BaseFilterParameters> parameters;
+    std::unique_ptr<DSO::SystemFramework::BaseFilter> filter;
+};
+
+/// The device as the file describes it, completed for one record.
+class Chain {
+public:
+    /// @param sampleCount  samples of the record, from which the number of repetitions follows
+    /// @throws UsageFailure  naming the file and the key
+    Chain(const std::filesystem::path& path, std::size_t sampleCount);
+    Chain(const Chain&) = delete;
+    Chain& operator=(const Chain&) = delete;
+
+    const DSO::DeviceConfiguration& Device() const { return config_; }
+    /// The filters that are enabled, in their order.
+    std::vector<Stage>& Stages() { return stages_; }
+    /// Samples per UI as a real number; 0 when the file does not say.
+    double SamplesPerUi() const;
+
+private:
+    void ReadDevice(const nlohmann::json& device);
+    void CompleteDevice(std::size_t sampleCount);
+    void ReadFilters(const nlohmann::json& filters);
+
+    std::string name_;
+    DSO::DeviceConfiguration config_;
+    bool oeChannels_[4] = {false, false, false, false};
+    bool repeatsGiven_ = false;
+    bool periodGiven_ = false;
+    bool multipleGiven_ = false;
+    std::vector<Stage> stages_;
+};
+
+/// The name in `known` that is nearest to `name` by edit distance.
+std::string Nearest(const std::string& name, const std::vector<std::string>& known);
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,12 @@
+// The commands, one file each. Each adds itself, with its options and help, to the program.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace Tarnwick::App {
+
+void AddApply(CLI::App& program);
+void AddSimulate(CLI::App& program);
+void AddInfo(CLI::App& program);
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,18 @@
+// What ends a command: the exit status says whose fault it was.
+#pragma once
+
+#include <stdexcept>
+
+namespace Tarnwick::App {
+
+/// Something in the data: a file, a line, a sample. Exit status 1.
+struct DataFailure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// The command line or the chain file. Exit status 2.
+struct UsageFailure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace Tarnwick::App

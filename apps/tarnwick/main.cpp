@@ -1,0 +1,46 @@
+// tarnwick: filters captures from the command line.
+#include <cstdio>
+#include <exception>
+
+#include <fmt/format.h>
+
+#include "commands.h"
+#include "failure.h"
+
+namespace {
+
+int Report(const std::exception& failure, int status)
+{
+    fmt::print(stderr, "tarnwick: {}\n", failure.what());
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    using namespace Tarnwick::App;
+    try {
+        CLI::App program("Filters pattern-locked captures of a sampling oscilloscope.", "tarnwick");
+        program.set_version_flag("--version", "tarnwick " TARNWICK_VERSION);
+        program.require_subcommand(1);
+        AddApply(program);
+        AddSimulate(program);
+        AddInfo(program);
+        try {
+            program.parse(argc, argv);
+        } catch (const CLI::Success& help) {
+            return program.exit(help);
+        } catch (const CLI::ParseError& wrong) {
+            fmt::print(stderr, "tarnwick: {}\nRun with --help for more information.\n", wrong.what());
+            return 2;
+        }
+        if (std::fflush(stdout) != 0)
+            throw DataFailure("standard output cannot be written");
+        return 0;
+    } catch (const UsageFailure& failure) {
+        return Report(failure, 2);
+    } catch (const std::exception& failure) {
+        return Report(failure, 1);
+    }
+}

@@ -1,0 +1,13 @@
+# Fails unless README quotes SOURCE word for word and, below it, what PROGRAM prints.
+file(READ ${README} readme)
+file(READ ${SOURCE} source)
+execute_process(COMMAND ${PROGRAM} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+string(FIND "${readme}" "```cpp\n${source}```\n" source_at)
+if(source_at EQUAL -1)
+    message(FATAL_ERROR "README.md does not quote ${SOURCE} as it is")
+endif()
+string(SUBSTRING "${readme}" ${source_at} -1 below)
+string(FIND "${below}" "```text\n${output}```\n" output_at)
+if(output_at EQUAL -1)
+    message(FATAL_ERROR "README.md does not show, below the program, what it prints:\n${output}")
+endif()

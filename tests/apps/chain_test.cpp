@@ -1,0 +1,118 @@
+#include "chain.h"
+
+#include "failure.h"
+#include "files.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+TEST(ChainDevice, CompletesWhatIsLeftOut)
+{
+    const TestFolder folder;
+    const auto path = folder.Write("chain.json", R"({
+        "device": {"patternSymbols": {"prbs": 7}, "baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ"},
+        "filters": []})");
+    const Chain chain(path, std::size_t{3} * 127 * 8 + 5);
+    const DSO::DeviceConfiguration& device = chain.Device();
+    EXPECT_EQ(device.patternSymbols.size(), 127U);
+    EXPECT_EQ(device.patternLengthUi, 127);
+    EXPECT_EQ(device.samplesPerPattern, 127 * 8);
+    EXPECT_EQ(device.patternRepeats, 3);
+    EXPECT_TRUE(device.multiplePatternRecord);
+    EXPECT_TRUE(device.patternLocked[0] && device.patternLocked[3]);
+    EXPECT_FALSE(device.oeChannel[0]);
+}
+
+TEST(ChainDevice, KeepsWhatIsGiven)
+{
+    const TestFolder folder;
+    const auto path = folder.Write("chain.json", R"({
+        "device": {"patternLengthUi": 4, "samplesPerUi": 8, "samplesPerPattern": 33, "patternRepeats": 9,
+                   "multiplePatternRecord": false, "oeChannel": [false, true, false, false],
+                   "uiDuration": 10, "sampleSpacing": 4, "useFractionalSampling": true},
+        "filters": []})");
+    const Chain chain(path, 320);
+    EXPECT_EQ(chain.Device().samplesPerPattern, 33);
+    EXPECT_EQ(chain.Device().patternRepeats, 9);
+    EXPECT_FALSE(chain.Device().multiplePatternRecord);
+    EXPECT_TRUE(chain.Device().oeChannel[1]);
+    EXPECT_EQ(chain.SamplesPerUi(), 2.5);
+}
+
+TEST(ChainFilters, SetsFieldsAndLeavesOutWhatIsOff)
+{
+    const TestFolder folder;
+    const auto path = folder.Write("chain.json", R"({
+        "device": {"patternLengthUi": 16, "samplesPerUi": 8, "baudRateGBd": 10},
+        "filters": [{"type": "moving-average", "WindowLength": 5},
+                    {"type": "copy", "enabled": false},
+                    {"type": "bessel-thomson", "order": 3, "cutoffPercent": 50, "channel": 2, "preserveNoise": true}]})");
+    Chain chain(path, 128);
+    ASSERT_EQ(chain.Stages().size(), 2U);
+    const auto& window =
+        dynamic_cast<const DSO::Filters::MovingAverageWindowSmoothingParameters&>(*chain.Stages()[0].parameters);
+    EXPECT_EQ(window.WindowLength, 5);
+    const auto& receiver = dynamic_cast<const DSO::Filters::BesselThomsonParameters&>(*chain.Stages()[1].parameters);
+    EXPECT_EQ(receiver.order, 3);
+    EXPECT_EQ(receiver.cutoffPercent, 50.0);
+    EXPECT_EQ(receiver.channel, 2);
+    EXPECT_TRUE(receiver.preserveNoise);
+    EXPECT_EQ(chain.Stages()[1].place, "filters.2");
+}
+
+TEST(ChainErrors, NameTheKey)
+{
+    const struct {
+        const char* content;
+        const char* message;
+    } cases[] = {
+        {R"([])", "the file: is array; expected an object"},
+        {R"({"device": {}})", "filters: is missing; expected a list of filters"},
+        {R"({"filters": [], "filter": 1})", "filter: is no known key; the nearest one is \"filters\""},
+        {R"({"filters": {}})", "filters: is object; expected a list of filters"},
+        {R"({"filters": [{}]})", "filters.0.type: is missing; expected the name of a filter"},
+        {R"({"filters": [{"type": "bessel"}]})",
+         "filters.0.type: is \"bessel\", no known filter; the nearest one is \"copy\""},
+        {R"({"filters": [{"type": "moving-avg"}]})",
+         "filters.0.type: is \"moving-avg\", no known filter; the nearest one is \"moving-average\""},
+        {R"({"filters": [{"type": "moving-average", "windowLength": 3}]})",
+         "filters.0.windowLength: is no known key; the nearest one is \"WindowLength\""},
+        {R"({"filters": [{"type": "moving-average", "WindowLength": 2.5}]})",
+         "filters.0.WindowLength: is 2.5; expected a whole number"},
+        {R"({"filters": [{"type": "moving-average", "WindowLength": 3000000000}]})",
+         "filters.0.WindowLength: is 3000000000; expected at most 2147483647"},
+        {R"({"filters": [{"type": "copy", "enabled": 1}]})", "filters.0.enabled: is 1; expected true or false"},
+        {R"({"device": {"samplesPerUI": 8}, "filters": []})",
+         "device.samplesPerUI: is no known key; the nearest one is \"samplesPerUi\""},
+        {R"({"device": {"signalCoding": "PAM5"}, "filters": []})",
+         "device.signalCoding: is \"PAM5\"; expected NRZ, PAM4, PAM3 or PAM4-precoded"},
+        {R"({"device": {"baudRateGBd": "fast"}, "filters": []})", "device.baudRateGBd: is \"fast\"; expected a number"},
+        {R"({"device": {"oeChannel": [true]}, "filters": []})",
+         "device.oeChannel: is [true]; expected true, false or a list of four of them"},
+        {R"({"device": {"patternLocked": false, "patternLengthUi": 1, "samplesPerUi": 8, "baudRateGBd": 1},
+             "filters": [{"type": "bessel-thomson"}]})",
+         "filters.0: No pattern lock"},
+        {R"({"device": {"patternLengthUi": 1, "samplesPerUi": 8, "baudRateGBd": 1},
+             "filters": [{"type": "bessel-thomson", "channel": 4}]})",
+         "filters.0: BesselThomson: channel is 4; expected 0 to 3"},
+    };
+    for (const auto& row : cases) {
+        const TestFolder folder;
+        const auto path = folder.Write("chain.json", row.content);
+        EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(path, 100); }), path.string() + ": " + row.message);
+    }
+}
+
+TEST(ChainErrors, NameTheFileThatIsNoJson)
+{
+    const TestFolder folder;
+    const auto broken = folder.Write("broken.json", "{\"filters\": [");
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(broken, 1); }).rfind(broken.string() + ": ", 0), 0U);
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(folder / "none.json", 1); }),
+              (folder / "none.json").string() + ": cannot be read");
+}
+
+}  // namespace
+
+}  // namespace Tarnwick::App

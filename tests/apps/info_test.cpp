@@ -1,0 +1,75 @@
+#include "info.h"
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+#include "pattern.h"
+#include "simulate.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+TEST(Info, FindsTheTimingOfSimulatedCaptures)
+{
+    const struct {
+        const char* label;
+        int order;
+        E_SIGNAL_CODING coding;
+        Simulation settings;
+    } cases[] = {
+        {"clean NRZ", 9, SIGNAL_CODING_NRZ, {.samplesPerUi = 10, .repetitions = 3}},
+        {"square NRZ", 9, SIGNAL_CODING_NRZ, {.samplesPerUi = 8, .repetitions = 2, .riseUi = 0.0}},
+        {"PAM4 behind a line, with noise",
+         11,
+         SIGNAL_CODING_PAM4,
+         {.samplesPerUi = 16, .repetitions = 4, .lossDb = 6.0, .noiseRms = 0.01}},
+        {"jittered NRZ", 11, SIGNAL_CODING_NRZ, {.samplesPerUi = 32, .repetitions = 2, .jitterRms = 0.02}},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        const auto levels = LevelsOf(PrbsSymbols(row.order, row.coding), row.coding, false);
+        const std::vector<double> samples = Simulate(levels, LevelCount(row.coding), row.settings);
+        const auto samplesPerUi = FindSamplesPerUi(samples);
+        ASSERT_TRUE(samplesPerUi);
+        EXPECT_EQ(samplesPerUi->value, row.settings.samplesPerUi);
+        const auto period = FindPeriod(samples, 1.5 * samplesPerUi->value);
+        ASSERT_TRUE(period);
+        EXPECT_EQ(period->value, static_cast<double>(levels.size()) * row.settings.samplesPerUi);
+    }
+}
+
+TEST(Info, FindsTheLevelsThatStandApart)
+{
+    for (const E_SIGNAL_CODING coding : {SIGNAL_CODING_NRZ, SIGNAL_CODING_PAM4}) {
+        Simulation settings;
+        settings.noiseRms = 0.005;
+        const auto symbols = LevelsOf(PrbsSymbols(9, coding), coding, false);
+        const auto levels = FindLevels(Simulate(symbols, LevelCount(coding), settings), 16.0);
+        ASSERT_EQ(levels.size(), static_cast<std::size_t>(LevelCount(coding)));
+        // Means of over a hundred samples of 5 mV noise: ten times their deviation of 0.5 mV.
+        EXPECT_NEAR(levels.front(), -0.5, 5e-3);
+        EXPECT_NEAR(levels.back(), 0.5, 5e-3);
+    }
+}
+
+TEST(Info, FindsNothingWhereThereIsNothing)
+{
+    Simulation noise;
+    noise.amplitude = 0.0;
+    noise.noiseRms = 1.0;
+    const std::vector<double> white = Simulate(std::vector<int>(1000, 0), 2, noise);
+    EXPECT_FALSE(FindSamplesPerUi(white));
+    EXPECT_FALSE(FindPeriod(white, 24.0));
+    const std::vector<double> constant(5000, 0.5);
+    EXPECT_FALSE(FindSamplesPerUi(constant));
+    EXPECT_FALSE(FindPeriod(constant, 24.0));
+    EXPECT_FALSE(FindSamplesPerUi(std::vector<double>(3, 1.0)));
+    const auto once = Simulate(LevelsOf(PrbsSymbols(9, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2, {});
+    EXPECT_FALSE(FindPeriod(once, 24.0));
+}
+
+}  // namespace
+
+}  // namespace Tarnwick::App

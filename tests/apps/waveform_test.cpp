@@ -1,0 +1,167 @@
+#include "waveform.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#include "failure.h"
+#include "files.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+// A .npy file as NumPy writes it, values in the given order of bytes.
+template <typename Value>
+std::string NpyFile(const std::string& type, const std::vector<Value>& values, const std::string& shape, bool bigEndian)
+{
+    std::string header = "{'descr': '" + type + "', 'fortran_order': False, 'shape': " + shape + ", }";
+    header.resize(117, ' ');
+    header += '\n';
+    std::string file = "\x93NUMPY";
+    file += {'\x01', '\x00', static_cast<char>(header.size()), '\x00'};
+    file += header;
+    for (const Value value : values) {
+        std::string bytes(sizeof value, '\0');
+        std::memcpy(bytes.data(), &value, sizeof value);
+        if (bigEndian != (std::endian::native == std::endian::big))
+            std::reverse(bytes.begin(), bytes.end());
+        file += bytes;
+    }
+    return file;
+}
+
+TEST(WaveformText, TakesTheFormsThatCapturesComeIn)
+{
+    const struct {
+        const char* label;
+        const char* content;
+        std::size_t skip;
+        std::vector<double> samples;
+        double interval;
+        std::size_t notes;
+    } cases[] = {
+        {"one value a line", "1\n-2.5\n3e-3\n", 0, {1, -2.5, 3e-3}, 0, 0},
+        {"no newline at the end, carriage returns, blanks", " 1\r\n\r\n\t2 \r\n3", 0, {1, 2, 3}, 0, 0},
+        {"byte-order mark and plus signs", "\xEF\xBB\xBF+1\n+2\n", 0, {1, 2}, 0, 0},
+        {"times in the first column", "0,5\n1e-12,6\n2e-12,7\n", 0, {5, 6, 7}, 1e-12, 0},
+        {"header lines", "Time,Ch1\n# note\n0,5\n1e-12,6\n", 0, {5, 6}, 1e-12, 1},
+        {"three columns, the last counts", "0;9;5\n2;9;6\n", 0, {5, 6}, 2, 0},
+        {"skipped lines", "0.0\n3\n1e10\n7\n8\n", 3, {7, 8}, 0, 0},
+        {"a first column that falls", "2,5\n1,6\n", 0, {5, 6}, 0, 1},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        const TestFolder folder;
+        const Waveform waveform = ReadWaveform(folder.Write("capture.csv", row.content), row.skip);
+        EXPECT_EQ(waveform.samples, row.samples);
+        EXPECT_DOUBLE_EQ(waveform.interval, row.interval);
+        EXPECT_EQ(waveform.notes.size(), row.notes);
+    }
+}
+
+TEST(WaveformText, NamesTheLineThatIsWrong)
+{
+    const struct {
+        const char* content;
+        const char* message;
+    } cases[] = {
+        {"", ": holds no number"},
+        {"only words\n", ": holds no number"},
+        {"1\n2\nthree\n", ":3: \"three\" is no number"},
+        {"1\n2x\n", ":2: \"2x\" is no number"},
+        {"1\nnan\n", ":2: value is nan; expected a finite number"},
+        {"1\n1e999\n", ":2: value is 1e999; expected a finite number"},
+        {"1,2\n3\n", ":2: has 1 columns; expected 2"},
+        {"1,2\n3,\n", ":2: \"\" is no number"},
+    };
+    for (const auto& row : cases) {
+        const TestFolder folder;
+        const auto path = folder.Write("capture.txt", row.content);
+        EXPECT_EQ(FailureOf<DataFailure>([&] { ReadWaveform(path); }), path.string() + row.message);
+    }
+    const TestFolder folder;
+    EXPECT_EQ(FailureOf<DataFailure>([&] { ReadWaveform(folder / "none.txt"); }),
+              (folder / "none.txt").string() + ": cannot be read");
+}
+
+TEST(WaveformNpy, ReadsBothWidthsInBothOrders)
+{
+    const std::vector<double> values = {1.5, -0.25, 3e-7};
+    const std::vector<float> floats = {1.5F, -0.25F};
+    const struct {
+        const char* label;
+        std::string content;
+        std::vector<double> samples;
+    } cases[] = {
+        {"little-endian float64", NpyFile("<f8", values, "(3,)", false), values},
+        {"big-endian float64", NpyFile(">f8", values, "(3,)", true), values},
+        {"little-endian float32", NpyFile("<f4", floats, "(2,)", false), {1.5, -0.25}},
+        {"big-endian float32", NpyFile(">f4", floats, "(2,)", true), {1.5, -0.25}},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        const TestFolder folder;
+        EXPECT_EQ(ReadWaveform(folder.Write("capture.npy", row.content)).samples, row.samples);
+    }
+}
+
+TEST(WaveformNpy, RefusesWhatItWouldMisread)
+{
+    const std::vector<double> values = {1.0, 2.0};
+    const std::string good = NpyFile("<f8", values, "(2,)", false);
+    const struct {
+        std::string content;
+        const char* message;
+    } cases[] = {
+        {"", "is no NumPy file"},
+        {"1\n2\n", "is no NumPy file"},
+        {good.substr(0, 40), "ends within its header"},
+        {good.substr(0, good.size() - 1), "holds 15 bytes of data; expected 2 values of 8 bytes"},
+        {NpyFile("<i8", values, "(2,)", false), "element type is '<i8'; expected float64 or float32"},
+        {NpyFile("<f8", values, "(1, 2)", false), "has not one dimension"},
+        {NpyFile("<f8", values, "()", false), "has not one dimension"},
+        {NpyFile("<f8", values, "(99999999999999999999,)", false), "has not one dimension"},
+        {NpyFile("<f8", values, "(4611686018427387904,)", false),
+         "holds 16 bytes of data; expected 4611686018427387904 values of 8 bytes"},
+    };
+    for (const auto& row : cases) {
+        const TestFolder folder;
+        const auto path = folder.Write("capture.npy", row.content);
+        EXPECT_EQ(FailureOf<DataFailure>([&] { ReadWaveform(path); }), path.string() + ": " + row.message);
+    }
+}
+
+TEST(WaveformWrite, ReadsBackExactlyInEveryFormat)
+{
+    const std::vector<double> samples = {0.1, -1.0 / 3.0, 5e-324, 1.7976931348623157e308, 0.0};
+    for (const std::string name : {"out.txt", "out.csv", "out.npy"}) {
+        SCOPED_TRACE(name);
+        const TestFolder folder;
+        WriteWaveform(folder / name, samples, 0.0);
+        EXPECT_EQ(ReadWaveform(folder / name).samples, samples);
+        EXPECT_EQ(folder.Count(), 1U);  // nothing temporary is left
+    }
+    const TestFolder folder;
+    WriteWaveform(folder / "timed.csv", samples, 2e-12, -5e-9);
+    EXPECT_NEAR(ReadWaveform(folder / "timed.csv").interval, 2e-12, 1e-24);  // eps of the times, over one interval
+    EXPECT_EQ(ReadWaveform(folder / "timed.csv").start, -5e-9);
+}
+
+TEST(WaveformWrite, LeavesNothingBehindWhenItFails)
+{
+    const TestFolder folder;
+    const std::vector<double> samples = {1.0};
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { WriteWaveform(folder / "out.wav", samples, 0.0); }),
+              (folder / "out.wav").string() + ": output format is \".wav\"; expected .csv, .txt or .npy");
+    EXPECT_NE(FailureOf<DataFailure>([&] {
+                  WriteWaveform((folder / "no") / "out.csv", samples, 0.0);
+              }).find("cannot be written"),
+              std::string::npos);
+    EXPECT_EQ(folder.Count(), 0U);
+}
+
+}  // namespace
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,176 @@
+// A host that shares the log storage and routes the lines to a callback of its own.
+#include <easylogging++.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "filters/filters.h"
+#include "framework/storagesinglton.h"
+#include "support/expectations.h"
+#include "support/signals.h"
+
+SHARE_EASYLOGGINGPP(Tarnwick::DSO::SystemFramework::StorageSinglton::GetStorage())
+
+namespace {
+
+using namespace Tarnwick::DSO;
+using namespace Tarnwick::DSO::Filters;
+using namespace Tarnwick::Testing;
+
+struct Line {
+    std::string message, function, file, logger;
+    el::Level level;
+    unsigned long number;
+};
+
+std::mutex linesMutex;
+std::vector<Line> lines;
+
+class Collector : public el::LogDispatchCallback {
+protected:
+    void handle(const el::LogDispatchData* data) override
+    {
+        const el::LogMessage& message = *data->logMessage();
+        const std::lock_guard lock(linesMutex);
+        lines.push_back({message.message(), message.func(), message.file(), message.logger()->id(), message.level(),
+                         static_cast<unsigned long>(message.line())});
+    }
+};
+
+class Logging : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        lines.clear();
+        ASSERT_TRUE(el::Helpers::installLogDispatchCallback<Collector>("collector"));
+    }
+    void TearDown() override { el::Helpers::uninstallLogDispatchCallback<Collector>("collector"); }
+
+    static std::vector<std::string> Messages()
+    {
+        std::vector<std::string> messages;
+        std::transform(lines.begin(), lines.end(), std::back_inserter(messages),
+                       [](const Line& line) { return line.message; });
+        lines.clear();
+        return messages;
+    }
+};
+
+using Texts = std::vector<std::string>;
+const Texts kConstructor{"Initializing BesselThomson constructor...", "BesselThomson constructor finished"};
+const Texts kPrepare{"BesselThomson::Prepare...", "BesselThomson::Prepare finished"};
+const Texts kDestructor{"~BesselThomson()...", "~BesselThomson() finished"};
+
+TEST_F(Logging, PairsLinesAroundConstructorPrepareAndDestructor)
+{
+    DeviceConfiguration config = Configuration(8, 8);
+    BesselThomsonParameters parameters(&config);
+    Record record(Constant(1.0, 64));
+    std::optional<BesselThomson> filter(&parameters);
+    EXPECT_EQ(Messages(), kConstructor);
+    filter->Prepare(nullptr);
+    EXPECT_EQ(Messages(), kPrepare);
+    Take(filter->Apply(&record), 64);  // still dirty
+    EXPECT_EQ(Messages(), kPrepare);
+    parameters.ResetDirty();
+    Take(filter->Apply(&record), 64);
+    EXPECT_EQ(Messages(), Texts{});
+    filter.reset();
+    EXPECT_EQ(Messages(), kDestructor);
+}
+
+TEST_F(Logging, NamesLoggerLevelAndWhereTheLineComesFrom)
+{
+    DeviceConfiguration config = Configuration(8, 8);
+    BesselThomsonParameters parameters(&config);
+    {
+        BesselThomson filter(&parameters);
+        filter.Prepare(nullptr);
+    }
+    ASSERT_EQ(lines.size(), 6U);
+    const std::string functions[] = {"BesselThomson::BesselThomson(", "BesselThomson::Prepare(",
+                                     "BesselThomson::~BesselThomson("};
+    for (std::size_t k = 0; k < 6; ++k) {
+        const Line& line = lines[k];
+        SCOPED_TRACE(line.message);
+        EXPECT_EQ(line.logger, "default");
+        EXPECT_EQ(line.level, el::Level::Trace);
+        EXPECT_NE(line.function.find("Tarnwick::DSO::Filters::" + functions[k / 2]), std::string::npos)
+            << line.function;
+        EXPECT_NE(line.file.find("besselthomson.cpp"), std::string::npos) << line.file;
+        EXPECT_GT(line.number, 1U);
+    }
+}
+
+TEST_F(Logging, NeverSaysThatAFailedStepFinished)
+{
+    DeviceConfiguration config = Configuration(8, 8);
+    BesselThomsonParameters parameters(&config);
+    config.patternLocked[0] = false;
+    EXPECT_THROW(BesselThomson{&parameters}, PatternLockFailed);
+    EXPECT_EQ(Messages(), Texts{kConstructor[0]});
+    config.patternLocked[0] = true;
+    BesselThomson filter(&parameters);
+    Messages();
+    parameters.order = 17;
+    EXPECT_THROW(filter.Prepare(nullptr), std::invalid_argument);
+    EXPECT_EQ(Messages(), Texts{kPrepare[0]});
+}
+
+TEST_F(Logging, IsNotUsedByCopyAndMovingAverage)
+{
+    {
+        CopyParameters copy;
+        MovingAverageWindowSmoothingParameters average(3);
+        Copy copyFilter(&copy);
+        MovingAverageSmoothingFilter averageFilter(&average);
+        Record record(Constant(1.0, 64));
+        Take(copyFilter.Apply(&record), 64);
+        Take(averageFilter.Apply(&record), 64);
+    }
+    EXPECT_EQ(Messages(), Texts{});
+}
+
+TEST_F(Logging, PrintsNothingOfItsOwn)
+{
+    testing::internal::CaptureStdout();
+    {
+        BesselThomsonParameters parameters;
+        const BesselThomson filter(&parameters);
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(Messages().size(), 4U);
+}
+
+// Each thread has a filter of its own; every line arrives once and whole.
+TEST_F(Logging, LosesNoLineOfSeveralThreads)
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 100;
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    for (int thread = 0; thread < kThreads; ++thread)
+        threads.emplace_back([thread] {
+            DeviceConfiguration config = Configuration(4, 20 + thread);
+            BesselThomsonParameters parameters(&config);
+            for (int round = 0; round < kRounds; ++round) {
+                BesselThomson filter(&parameters);
+                filter.Prepare(nullptr);
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    const Texts messages = Messages();
+    EXPECT_EQ(messages.size(), 6U * kThreads * kRounds);
+    for (const Texts& pair : {kConstructor, kPrepare, kDestructor})
+        for (const std::string& text : pair)
+            EXPECT_EQ(std::count(messages.begin(), messages.end(), text), kThreads * kRounds) << text;
+}
+
+}  // namespace

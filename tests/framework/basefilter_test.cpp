@@ -1,0 +1,182 @@
+// Who owns the kernel. The assertions look at pointers and values; releases are what the sanitizer build looks at: each
+// test leaves nothing allocated and touches nothing released.
+#include "framework/basefilter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "framework/plumbing/kernelconvolver.h"
+#include "support/expectations.h"
+#include "support/signals.h"
+
+namespace {
+
+using namespace Tarnwick::DSO::SystemFramework;
+using Tarnwick::Testing::ExpectRefused;
+
+class Probe : public BaseFilter {
+public:
+    Probe() = default;
+    explicit Probe(double tap) { Set(tap); }
+    double* Apply(SignalData*) override { return nullptr; }
+    void Set(double tap) { SetKernel(std::vector<double>{tap, tap, tap}); }
+    using BaseFilter::Convolver;
+    using BaseFilter::KernelTaps;
+    using BaseFilter::ReleaseKernel;
+};
+
+double* HostArray(double value)
+{
+    auto* array = static_cast<double*>(::operator new(3 * sizeof(double)));
+    std::fill(array, array + 3, value);
+    return array;
+}
+
+TEST(BaseFilterDefaults, AreZeroAndNull)
+{
+    const Probe filter;
+    EXPECT_EQ(filter.parameters, nullptr);
+    EXPECT_EQ(filter.kernel, nullptr);
+    EXPECT_FALSE(filter.notPrepared || filter.flag2 || filter.flag3 || filter.flag4);
+}
+
+TEST(BaseFilterCopies, CarryParametersAndFlags)
+{
+    BaseFilterParameters parameters;
+    Probe filter;
+    filter.parameters = &parameters;
+    filter.notPrepared = filter.flag4 = true;
+    const Probe copy(filter);
+    Probe assigned;
+    assigned = filter;
+    for (const Probe* other : {&copy, const_cast<const Probe*>(&assigned)}) {
+        EXPECT_EQ(other->parameters, &parameters);
+        EXPECT_TRUE(other->notPrepared && other->flag4);
+        EXPECT_FALSE(other->flag2 || other->flag3);
+    }
+}
+
+TEST(BaseFilterKernel, IsSharedByCopiesAndLivesAsLongAsTheLast)
+{
+    auto first = std::make_unique<Probe>(1.0);
+    auto copy = std::make_unique<Probe>(*first);
+    auto assigned = std::make_unique<Probe>(5.0);
+    *assigned = *copy;
+    double* const shared = first->kernel;
+    EXPECT_EQ(copy->kernel, shared);
+    EXPECT_EQ(assigned->kernel, shared);
+    shared[1] = 7.0;  // seen by all of them: one buffer
+
+    first.reset();
+    EXPECT_EQ(copy->kernel[1], 7.0);
+    copy.reset();
+    EXPECT_EQ(assigned->kernel[1], 7.0);
+}
+
+TEST(BaseFilterKernel, OfACopyStaysWhenTheSourcePreparesAgain)
+{
+    Probe source(1.0);
+    Probe copy(source);
+    source.Set(2.0);
+    EXPECT_NE(copy.kernel, source.kernel);
+    EXPECT_EQ(copy.kernel[0], 1.0);
+    EXPECT_EQ(source.kernel[0], 2.0);
+    copy.Set(3.0);
+    EXPECT_EQ(source.kernel[0], 2.0);
+    source.ReleaseKernel();
+    EXPECT_EQ(source.kernel, nullptr);
+    EXPECT_EQ(copy.kernel[2], 3.0);
+}
+
+TEST(BaseFilterKernel, SurvivesSelfAssignment)
+{
+    Probe filter(1.0);
+    Probe hosted;
+    hosted.kernel = HostArray(2.0);
+    for (Probe* each : {&filter, &hosted}) {
+        double* const before = each->kernel;
+        const Probe& same = *each;
+        *each = same;
+        EXPECT_EQ(each->kernel, before);
+    }
+    EXPECT_EQ(filter.kernel[0], 1.0);
+    EXPECT_EQ(hosted.kernel[0], 2.0);
+}
+
+// An array that a host assigns belongs to the filter from then on, whatever happens next.
+TEST(BaseFilterKernel, OfTheHostIsOwnedAndShared)
+{
+    Probe destroyed(1.0);
+    destroyed.kernel = HostArray(2.0);  // the old one has no holder left
+    EXPECT_EQ(destroyed.KernelTaps("Probe", 3)[2], 2.0);
+
+    Probe source;
+    source.kernel = HostArray(3.0);
+    const Probe copy(source);
+    Probe assigned(4.0);
+    assigned = source;
+    EXPECT_EQ(copy.kernel, source.kernel);
+    source.Set(5.0);
+    EXPECT_EQ(copy.kernel[0], 3.0);
+
+    source.kernel = HostArray(9.0);
+    assigned = source;
+    source.Set(5.0);
+    EXPECT_EQ(assigned.kernel[0], 9.0);
+
+    assigned.kernel = HostArray(6.0);
+    assigned = copy;  // releases the array that was put into the target
+    EXPECT_EQ(assigned.kernel, copy.kernel);
+    assigned.kernel = HostArray(7.0);
+    assigned.kernel[0] = 8.0;
+    EXPECT_EQ(copy.kernel[0], 3.0);
+    EXPECT_EQ(assigned.KernelTaps("Probe", 1)[0], 8.0);
+}
+
+TEST(BaseFilterKernel, SetToNullByTheHostIsGone)
+{
+    Probe filter(1.0);
+    const Probe copy(filter);
+    filter.kernel = nullptr;
+    ExpectRefused([&] { filter.KernelTaps("Probe", 1); },
+                  "Probe: kernel is null; expected a kernel made by Prepare or assigned by the host");
+    EXPECT_EQ(copy.kernel[0], 1.0);
+}
+
+TEST(BaseFilterKernel, ShorterThanAskedForIsRefused)
+{
+    Probe filter(1.0);
+    EXPECT_EQ(filter.KernelTaps("Probe", 3).size(), 3U);
+    ExpectRefused([&] { filter.KernelTaps("Probe", 4); },
+                  "Probe: number of kernel taps is 3; expected at least 4; call Prepare");
+}
+
+// What is kept for speed follows the taps, also where a host writes into them or a copy shares them.
+TEST(BaseFilterConvolver, FollowsTheContentOfTheKernel)
+{
+    const std::vector<double> samples{1.0, 2.0, 4.0};
+    Probe filter;
+    filter.kernel = HostArray(0.0);
+    const auto convolved = [&](Probe& through) {
+        std::vector<double> result(3);
+        through.Convolver().Prepare(through.KernelTaps("Probe", 3), 3);
+        through.Convolver().Convolve(samples, result);
+        return result;
+    };
+    filter.kernel[0] = 1.0;
+    EXPECT_EQ(convolved(filter), samples);
+    Probe copy(filter);
+    filter.kernel[0] = 2.0;
+    const std::vector<double> twice{2.0, 4.0, 8.0};
+    EXPECT_EQ(convolved(copy), twice);
+    EXPECT_EQ(convolved(filter), twice);
+    filter.kernel[0] = 0.0;
+    filter.kernel[1] = 1.0;
+    EXPECT_EQ(convolved(filter), (std::vector<double>{4.0, 1.0, 2.0}));
+}
+
+}  // namespace

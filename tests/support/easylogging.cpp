@@ -1,0 +1,2 @@
+// Easylogging++ as a host compiles it.
+#include TARNWICK_EASYLOGGING_SOURCE

@@ -1,0 +1,36 @@
+// Records, configurations and waveforms for tests.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "framework/deviceconfiguration.h"
+#include "framework/signaldata.h"
+
+namespace Tarnwick::Testing {
+
+/// A signal that owns its samples.
+class Record : public DSO::SystemFramework::SignalData {
+public:
+    explicit Record(std::vector<double> values);
+    Record(const Record&) = delete;
+    Record& operator=(const Record&) = delete;
+    const std::vector<double>& Values() const { return values_; }
+
+private:
+    std::vector<double> values_;
+};
+
+std::vector<double> Constant(double value, std::size_t count);
+
+/// Values from -1 to 1, the same for the same seed on every platform.
+std::vector<double> RandomValues(std::size_t count, std::uint64_t seed);
+
+/// `repetitions` times the values, one after the other.
+std::vector<double> Tiled(const std::vector<double>& values, std::size_t repetitions);
+
+/// All four channels locked.
+DSO::DeviceConfiguration Configuration(int samplesPerUi, int patternLengthUi, double baudRateGBd = 26.5625);
+
+}  // namespace Tarnwick::Testing
