@@ -198,11 +198,12 @@ void Apply(const Options& options)
         progress.Begin("output");
         WriteWaveform(options.output, samples, capture.interval, capture.start);
         if (!options.eyePrefix.empty()) {
+            const VoltageRange range = RangeOf(capture.samples, samples);
             progress.Begin("eye before");
             DrawEye(options.eyePrefix + "-before.png", capture.samples, chain.SamplesPerUi(), reports.front().eye,
-                    "Capture as read");
+                    range, "Capture as read");
             progress.Begin("eye after");
-            DrawEye(options.eyePrefix + "-after.png", samples, chain.SamplesPerUi(), reports.back().eye,
+            DrawEye(options.eyePrefix + "-after.png", samples, chain.SamplesPerUi(), reports.back().eye, range,
                     "Behind " + reports.back().name);
         }
     }

@@ -28,21 +28,15 @@ constexpr float kShade = 0.35F;
 // How many traces cross each cell, lowest row first.
 struct Density {
     std::vector<float> cells = std::vector<float>(kColumns * kRows, 0.0F);
-    double low = 0.0;
-    double high = 0.0;
 };
 
 // The waveform cut into pieces of two UI around the measuring phase, drawn as lines from sample to sample.
-Density Accumulate(std::span<const double> samples, double samplesPerUi, double phaseUi)
+Density Accumulate(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range)
 {
     Density density;
-    const auto [least, most] = std::minmax_element(samples.begin(), samples.end());
-    const double margin = std::max(0.08 * (*most - *least), 1e-12);
-    density.low = *least - margin;
-    density.high = *most + margin;
-    const double rowsPerVolt = static_cast<double>(kRows - 1) / (density.high - density.low);
+    const double rowsPerVolt = static_cast<double>(kRows - 1) / (range.high - range.low);
     const double columnsPerSample = static_cast<double>(kColumns) / kSpanUi / samplesPerUi;
-    const auto row = [&](double value) { return (value - density.low) * rowsPerVolt; };
+    const auto row = [&](double value) { return (value - range.low) * rowsPerVolt; };
     // Each UI is drawn twice, in the left and in the right half; `shift` is where sample 0 lies in columns.
     const double shift = (1.0 - phaseUi) * static_cast<double>(kColumns) / kSpanUi;
     for (std::size_t k = 0; k + 1 < samples.size(); ++k) {
@@ -75,9 +69,10 @@ std::string Quoted(const std::string& text)
 }
 
 // gnuplot's own text markup is off; what is left to guard is the quote.
-std::string Script(const Density& density, const EyeReport& report, const std::string& title, const fs::path& picture)
+std::string Script(const Density& density, VoltageRange range, const EyeReport& report, const std::string& title,
+                   const fs::path& picture)
 {
-    const double swing = density.high - density.low;
+    const double swing = range.high - range.low;
     const bool milli = swing < 0.5;
     const double unit = milli ? 1e3 : 1.0;
     std::ostringstream script;
@@ -85,7 +80,7 @@ std::string Script(const Density& density, const EyeReport& report, const std::s
            << "set output " << Quoted(picture.string()) << "\n"
            << "set title " << Quoted(title) << " textcolor '#e8e8f0'\n"
            << "set border linecolor '#a0a0b0'\n"
-           << "set xlabel 'time [UI]' textcolor '#e8e8f0'\n"
+           << "set xlabel 'time from the measuring phase [UI]' textcolor '#e8e8f0'\n"
            << "set ylabel 'voltage [" << (milli ? "mV" : "V") << "]' textcolor '#e8e8f0'\n"
            << "set tics textcolor '#e8e8f0'\n"
            << "set grid front linecolor '#505060' linewidth 0.5\n"
@@ -94,7 +89,7 @@ std::string Script(const Density& density, const EyeReport& report, const std::s
               "'#ffffff')\n"
            << "set cbrange [0:1]\n"
            << "set style textbox opaque noborder fillcolor '#101018' margins 0.6,0.6\n"
-           << fmt::format("set xrange [-1:1]\nset yrange [{}:{}]\n", density.low * unit, density.high * unit);
+           << fmt::format("set xrange [-1:1]\nset yrange [{}:{}]\n", range.low * unit, range.high * unit);
     for (std::size_t eye = 0; eye < report.eyes.size(); ++eye) {
         const double middle = 0.5 * (report.levels[eye] + report.levels[eye + 1]);
         const double height = report.eyes[eye].height;
@@ -106,7 +101,7 @@ std::string Script(const Density& density, const EyeReport& report, const std::s
     }
     script << fmt::format("plot '-' binary array=({},{}) format='%float32' origin=({},{}) dx={} dy={} with image\n",
                           kColumns, kRows, -1.0 + 1.0 / static_cast<double>(kColumns),
-                          (density.low + 0.5 * swing / static_cast<double>(kRows)) * unit,
+                          (range.low + 0.5 * swing / static_cast<double>(kRows)) * unit,
                           kSpanUi / static_cast<double>(kColumns), swing * unit / static_cast<double>(kRows));
     // Rare traces have to show beside the common ones: a root, between the linear scale and the logarithm.
     const float most = *std::max_element(density.cells.begin(), density.cells.end());
@@ -139,14 +134,27 @@ bool RunGnuplot(const std::string& script)
 
 }  // namespace
 
+VoltageRange RangeOf(std::span<const double> samples, std::span<const double> others)
+{
+    VoltageRange range{samples.front(), samples.front()};
+    for (const auto& part : {samples, others}) {
+        for (const double sample : part) {
+            range.low = std::min(range.low, sample);
+            range.high = std::max(range.high, sample);
+        }
+    }
+    const double room = std::max(0.08 * (range.high - range.low), 1e-12);
+    return {range.low - room, range.high + room};
+}
+
 void DrawEye(const fs::path& path, std::span<const double> samples, double samplesPerUi, const EyeReport& report,
-             const std::string& title)
+             VoltageRange range, const std::string& title)
 {
     fs::path temporary = path;
     temporary += fmt::format(".{:08x}.part", std::random_device()());
-    const Density density = Accumulate(samples, samplesPerUi, report.phaseUi);
+    const Density density = Accumulate(samples, samplesPerUi, report.phaseUi, range);
     std::error_code error;
-    const bool drawn = RunGnuplot(Script(density, report, title, temporary)) && fs::exists(temporary, error);
+    const bool drawn = RunGnuplot(Script(density, range, report, title, temporary)) && fs::exists(temporary, error);
     if (drawn)
         fs::rename(temporary, path, error);
     if (!drawn || error) {
