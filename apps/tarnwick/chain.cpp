@@ -337,7 +337,7 @@ void Chain::ReadDevice(const json& device)
                 if (item.key() != "prbs")
                     UnknownKey(item.key(), {"prbs"}, here);
             if (!symbols.contains("prbs"))
-                here.Fail("is empty; expected a text or {\"prbs\": n}");
+                here.Fail(R"(is empty; expected a text or {"prbs": n})");
             config_.patternSymbols =
                 PrbsSymbols(IntegerFrom(symbols["prbs"], here.Below("prbs")), config_.signalCoding);
         } else {

@@ -26,7 +26,7 @@ constexpr Polynomial kPolynomials[] = {
 
 std::vector<int> Bits(const Polynomial& polynomial)
 {
-    const std::size_t order = static_cast<std::size_t>(polynomial.order);
+    const auto order = static_cast<std::size_t>(polynomial.order);
     std::vector<int> bits(order, 1);
     const std::size_t length = (std::size_t{1} << order) - 1;
     while (bits.size() < length) {

@@ -77,10 +77,9 @@ public:
     /// @return new array of frequencies.size() values; the caller releases it with ::operator delete
     static std::complex<double>* BesselThomson4th(std::vector<double> frequencies, double cutoff);
 
-    /// The same response on the first half of `frequencies` [Hz], mirrored and transformed back.
-    /// @param impulseResponse  its size n is the length of the transform; overwritten with the n taps
-    /// @throws std::invalid_argument  impulseResponse is null, fewer than n/2 + 1 frequencies (none for n = 0), or a
-    ///                                cutoff that is not finite and positive
+    /// The same response as an impulse response: on the first half of `frequencies` [Hz], mirrored and transformed back.
+    /// @param impulseResponse  overwritten with as many taps as there are frequencies
+    /// @throws std::invalid_argument  impulseResponse is null, or cutoff is not finite and positive
     static void BesselThomson4th(std::vector<double>* impulseResponse, std::vector<double> frequencies, double cutoff);
 
 private:

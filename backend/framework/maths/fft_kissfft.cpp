@@ -150,8 +150,8 @@ public:
             work[n] = {values[2 * n], values[2 * n + 1]};
         pairs_->Forward(work);
         for (std::size_t k = 0; k <= half_; ++k) {
-            const Complex here = work[k % half_];
-            const Complex mirror = std::conj(work[(half_ - k) % half_]);
+            const Complex here = work[k == half_ ? 0 : k];
+            const Complex mirror = std::conj(work[k == 0 ? 0 : half_ - k]);
             const Complex even = 0.5 * (here + mirror);
             const Complex odd = Product(Complex(0.0, -0.5), here - mirror);
             bins[k] = even + Product(odd, twiddles_[k]);
