@@ -10,6 +10,8 @@ function(tarnwick_options target)
         target_compile_options(${target} PRIVATE /W4 /wd4251 $<$<BOOL:${TARNWICK_WARNINGS_AS_ERRORS}>:/WX>)
         target_compile_definitions(${target} PRIVATE _USE_MATH_DEFINES NOMINMAX)
     else()
+        # Log lines name their source file from the top of this tree, wherever it was built.
+        target_compile_options(${target} PRIVATE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
         # Sign conversion: clang counts it into -Wconversion, g++ does not. It is asked of neither.
         target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion
                                $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>
