@@ -171,7 +171,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t kShortestRun = 1024;  // sums of a block stay in the first-level cache
+    static constexpr std::size_t kShortestRun = 768;  // sums of a block stay in the first-level cache
     std::size_t width_;
     std::ptrdiff_t lastLag_;
     Reach reach_;
