@@ -1,6 +1,7 @@
 #include "framework/basefilter.h"
 
 #include <limits>
+#include <string>
 #include <utility>
 
 #include "framework/plumbing/error.h"
