@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
-#include <new>
 #include <numeric>
 #include <optional>
 
@@ -18,13 +17,12 @@
 #include "failure.h"
 #include "pattern.h"
 #include "progress.h"
+#include "run.h"
 #include "waveform.h"
 
 namespace Tarnwick::App {
 
 namespace {
-
-using DSO::SystemFramework::SignalData;
 
 struct Options {
     std::string chain;
@@ -73,33 +71,6 @@ std::vector<double> Subtract(std::vector<double> plus, const Waveform& minus, co
                                       plus.size(), options.capture));
     std::transform(plus.begin(), plus.end(), minus.samples.begin(), plus.begin(), std::minus<>());
     return plus;
-}
-
-// Settings that a filter refuses are the chain file's fault, records that it refuses the capture's.
-std::vector<double> Run(Stage& stage, std::vector<double>& samples, const Options& options)
-{
-    SignalData signal;
-    signal.sampleCount = static_cast<std::int32_t>(samples.size());
-    signal.samples = samples.data();
-    try {
-        stage.filter->Prepare(&signal);
-        stage.parameters->ResetDirty();
-    } catch (const std::invalid_argument& failure) {
-        throw UsageFailure(fmt::format("{}: {}: {}", options.chain, stage.place, failure.what()));
-    }
-    struct Release {
-        void operator()(double* array) const { ::operator delete(array); }
-    };
-    std::unique_ptr<double[], Release> result;
-    try {
-        result.reset(stage.filter->Apply(&signal));
-    } catch (const std::invalid_argument& failure) {
-        throw DataFailure(fmt::format("{}: {}: {}", options.capture, stage.place, failure.what()));
-    }
-    if (!result)
-        throw DataFailure(fmt::format("{}: {}: {} samples are fewer than one repetition of the pattern",
-                                      options.capture, stage.place, samples.size()));
-    return {result.get(), result.get() + samples.size()};
 }
 
 nlohmann::ordered_json ToJson(const std::vector<StageReport>& reports)
@@ -191,7 +162,7 @@ void Apply(const Options& options)
         for (Stage& stage : chain.Stages()) {
             progress.Begin(stage.name);
             const auto start = std::chrono::steady_clock::now();
-            samples = Run(stage, samples, options);
+            samples = RunStage(stage, samples, options.chain, options.capture);
             const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
             reports.push_back(Describe(stage.name, samples, chain, taken.count()));
         }

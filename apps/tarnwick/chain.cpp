@@ -250,7 +250,9 @@ void FlagsFrom(const json& value, const Place& place, bool (&flags)[4])
     std::fill(std::begin(flags), std::end(flags), value.get<bool>());
 }
 
-json Parse(const std::filesystem::path& path)
+}  // namespace
+
+json ReadChainFile(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
     if (!file)
@@ -261,8 +263,6 @@ json Parse(const std::filesystem::path& path)
         throw UsageFailure(fmt::format("{}: {}", path.string(), failure.what()));
     }
 }
-
-}  // namespace
 
 std::string Nearest(const std::string& name, const std::vector<std::string>& known)
 {
@@ -284,9 +284,13 @@ std::string Nearest(const std::string& name, const std::vector<std::string>& kno
                              [&](const std::string& a, const std::string& b) { return distance(a) < distance(b); });
 }
 
-Chain::Chain(const std::filesystem::path& path, std::size_t sampleCount) : name_(path.string())
+Chain::Chain(const std::filesystem::path& path, std::size_t sampleCount)
+    : Chain(ReadChainFile(path), path.string(), sampleCount)
 {
-    const json file = Parse(path);
+}
+
+Chain::Chain(const json& file, const std::string& name, std::size_t sampleCount) : name_(name)
+{
     const Place top{name_, ""};
     ObjectFrom(file, top);
     for (const auto& item : file.items())

@@ -22,12 +22,18 @@ struct Stage {
     std::unique_ptr<DSO::SystemFramework::BaseFilter> filter;
 };
 
+/// The content of a chain file.
+/// @throws UsageFailure  naming the file
+nlohmann::json ReadChainFile(const std::filesystem::path& path);
+
 /// The device as the file describes it, completed for one record.
 class Chain {
 public:
     /// @param sampleCount  samples of the record, from which the number of repetitions follows
     /// @throws UsageFailure  naming the file and the key
     Chain(const std::filesystem::path& path, std::size_t sampleCount);
+    /// The same from a file's content; `name` stands for the file in messages.
+    Chain(const nlohmann::json& file, const std::string& name, std::size_t sampleCount);
     Chain(const Chain&) = delete;
     Chain& operator=(const Chain&) = delete;
 

@@ -1,0 +1,43 @@
+#include "run.h"
+
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "failure.h"
+
+namespace Tarnwick::App {
+
+using DSO::SystemFramework::SignalData;
+
+std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
+                             const std::string& capture)
+{
+    SignalData signal;
+    signal.sampleCount = static_cast<std::int32_t>(samples.size());
+    signal.samples = samples.data();
+    try {
+        stage.filter->Prepare(&signal);
+        stage.parameters->ResetDirty();
+    } catch (const std::invalid_argument& failure) {
+        throw UsageFailure(fmt::format("{}: {}: {}", chain, stage.place, failure.what()));
+    }
+    struct Release {
+        void operator()(double* array) const { ::operator delete(array); }
+    };
+    std::unique_ptr<double[], Release> result;
+    try {
+        result.reset(stage.filter->Apply(&signal));
+    } catch (const std::invalid_argument& failure) {
+        throw DataFailure(fmt::format("{}: {}: {}", capture, stage.place, failure.what()));
+    }
+    if (!result)
+        throw DataFailure(fmt::format("{}: {}: {} samples are fewer than one repetition of the pattern",
+                                      capture, stage.place, samples.size()));
+    return {result.get(), result.get() + samples.size()};
+}
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,20 @@
+// One filter of a chain, run on a record.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "chain.h"
+
+namespace Tarnwick::App {
+
+/// Prepares the stage's filter and applies it. Settings that it refuses are the chain file's fault, records that it
+/// refuses the capture's.
+/// @param samples  left as they are; filters take them through a pointer to mutable samples
+/// @param chain    the chain file's name, for messages
+/// @param capture  the capture's name, for messages
+/// @throws UsageFailure  the settings  @throws DataFailure  the record
+std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
+                             const std::string& capture);
+
+}  // namespace Tarnwick::App
