@@ -73,11 +73,13 @@ const json& ObjectFrom(const json& value, const Place& place)
     return value;
 }
 
-// A field of a record that a key of the same name sets.
+// A field of a record that a key of the same name sets; or what the key does where a value is more than a number.
 template <typename Owner>
 struct Field {
     const char* name;
-    std::variant<double Owner::*, std::int32_t Owner::*, bool Owner::*> member;
+    std::variant<double Owner::*, std::int32_t Owner::*, bool Owner::*,
+                 void (*)(Owner& owner, const json& value, const Place& place)>
+        member;
 };
 
 template <typename Owner>
@@ -85,13 +87,18 @@ void SetField(Owner& owner, const Field<Owner>& field, const json& value, const 
 {
     std::visit(
         [&](auto member) {
-            using Value = std::remove_reference_t<decltype(owner.*member)>;
-            if constexpr (std::is_same_v<Value, double>)
-                owner.*member = RealFrom(value, place);
-            else if constexpr (std::is_same_v<Value, bool>)
-                owner.*member = FlagFrom(value, place);
-            else
-                owner.*member = IntegerFrom(value, place);
+            if constexpr (std::is_invocable_v<decltype(member), Owner&, const json&, const Place&>) {
+                member(owner, value, place);
+                return;
+            } else {
+                using Value = std::remove_reference_t<decltype(owner.*member)>;
+                if constexpr (std::is_same_v<Value, double>)
+                    owner.*member = RealFrom(value, place);
+                else if constexpr (std::is_same_v<Value, bool>)
+                    owner.*member = FlagFrom(value, place);
+                else
+                    owner.*member = IntegerFrom(value, place);
+            }
         },
         field.member);
 }
@@ -187,6 +194,29 @@ Stage MakeStage(std::unique_ptr<Parameters> parameters, const std::vector<Field<
     return stage;
 }
 
+struct CtleName {
+    const char* name;
+    CTLE_Type type;
+};
+
+constexpr CtleName kCtleNames[] = {
+    {"peaking", CTLE_PEAKING},
+    {"hdmi", CTLE_HDMI},
+    {"hdmi2.0", CTLE_HDMI_2_0},
+    {"ieee802.3bs", CTLE_IEEE802_3bs},
+    {"oif-cei-112g", CTLE_OIF_CEI_112G_LINEAR_PAM4},
+};
+
+void SetCtleType(DSO::Filters::CTLEFilterParameters& parameters, const json& value, const Place& place)
+{
+    const std::string name = TextFrom(value, place);
+    const auto* const row = std::find_if(std::begin(kCtleNames), std::end(kCtleNames),
+                                         [&](const CtleName& known) { return name == known.name; });
+    if (row == std::end(kCtleNames))
+        place.Fail(fmt::format("is \"{}\"; expected peaking, hdmi, hdmi2.0, ieee802.3bs or oif-cei-112g", name));
+    parameters.type = row->type;
+}
+
 // A row a filter. A new filter is a new row.
 const std::vector<FilterType>& FilterTypes()
 {
@@ -211,6 +241,25 @@ const std::vector<FilterType>& FilterTypes()
                  std::make_unique<P>(&config),
                  {{"order", &P::order}, {"cutoffPercent", &P::cutoffPercent}, {"cutoffFrequency", &P::cutoffFrequency}},
                  settings, place);
+         }},
+        {"ctle",
+         [](const json& settings, const Place& place, DeviceConfiguration& config) {
+             using P = F::CTLEFilterParameters;
+             return MakeStage<F::CTLEFilter>(std::make_unique<P>(&config),
+                                             {{"ctleType", &SetCtleType},
+                                              {"gain", &P::gain},
+                                              {"gain2", &P::gain2},
+                                              {"outputScale", &P::outputScale},
+                                              {"pole1", &P::pole1},
+                                              {"pole2", &P::pole2},
+                                              {"pole3", &P::pole3},
+                                              {"zero1", &P::zero1},
+                                              {"zero2", &P::zero2},
+                                              {"dcGain", &P::dcGain},
+                                              {"dcGain2", &P::dcGain2},
+                                              {"peakingRatio", &P::peakingRatio},
+                                              {"samplesPerUi", &P::samplesPerUi}},
+                                             settings, place);
          }},
     };
     return types;

@@ -1,27 +1,27 @@
 #include "filters/filters/besselthomson.h"
 
 #include <algorithm>
-#include <cmath>
 #include <span>
 #include <string>
 
 #include "filters/maths/besselthomson.h"
+#include "filters/maths/spectrum.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/frequencygrid.h"
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/timebase.h"
-#include "framework/fftifft.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
 #include "framework/plumbing/trace.h"
 
 namespace Tarnwick::DSO::Filters {
 
-using SystemFramework::FFTIFFT_Factory;
 using SystemFramework::NewArray;
 using SystemFramework::NewArrayFrom;
 using SystemFramework::OwnedArrayOf;
 using SystemFramework::Refuse;
+using SystemFramework::RequireFinite;
+using SystemFramework::RequirePositive;
 using SystemFramework::SignalData;
 using Complex = std::complex<double>;
 
@@ -31,12 +31,6 @@ constexpr const char* kFilter = "BesselThomson";
 constexpr const char* kFourthOrder = "BesselThomson::BesselThomson4th";
 constexpr double kNoiseCorner = 3.5e10;  // [Hz]
 constexpr double kPercent = 100.0;
-
-void RequirePositive(const char* where, const char* field, double value, const char* expected)
-{
-    if (!std::isfinite(value) || value <= 0.0)
-        Refuse(where, field, value, expected);
-}
 
 struct Sizes {
     int samplesPerPattern;
@@ -78,8 +72,7 @@ void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
     RequirePositive(kFilter, "sampleInterval", sizes.sampleInterval, "a finite positive time in seconds");
     RequirePositive(kFilter, "cutoffPercent", parameters.cutoffPercent, "a finite positive percentage");
     RequirePositive(kFilter, "baudRateGBd", config->baudRateGBd, "a finite positive symbol rate");
-    if (!std::isfinite(parameters.noiseCornerFrequency))
-        Refuse(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
+    RequireFinite(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
 }
 
 std::vector<Complex> FourthOrderResponses(std::span<const double> frequencies, double cutoff)
@@ -89,15 +82,6 @@ std::vector<Complex> FourthOrderResponses(std::span<const double> frequencies, d
         return Maths::FourthOrderResponse(frequency * Maths::kFourthOrderCutoff / cutoff);
     });
     return response;
-}
-
-// The bins of a Hermitian spectrum become real values.
-std::vector<double> RealInverse(std::vector<Complex> bins)
-{
-    FFTIFFT_Factory::GetInstance().IFFT(bins.data(), static_cast<int>(bins.size()), true);
-    std::vector<double> values(bins.size());
-    std::transform(bins.begin(), bins.end(), values.begin(), [](Complex value) { return value.real(); });
-    return values;
 }
 
 std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
@@ -113,7 +97,7 @@ std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
     std::vector<Complex> bins =
         Maths::SampledBesselThomson(parameters.order, normalisedCutoff, cutoff, sampleRate, length);
     PreserveNoise(parameters, bins, sampleRate / static_cast<double>(length));
-    return RealInverse(std::move(bins));
+    return Maths::RealInverse(bins);
 }
 
 }  // namespace
@@ -220,7 +204,7 @@ void BesselThomson::BesselThomson4th(std::vector<double>* impulseResponse, std::
             bins[k] = half[k];
         }
     }
-    *impulseResponse = RealInverse(std::move(bins));
+    *impulseResponse = Maths::RealInverse(bins);
 }
 
 void BesselThomson::Prepare(SignalData*)

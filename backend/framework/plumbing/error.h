@@ -28,4 +28,11 @@ template <std::integral Integer>
     Refuse(where, field, std::string_view(TextOf(value)), expected);
 }
 
+/// @throws std::invalid_argument  the value is NaN or infinite
+TARNWICK_FRAMEWORK_API void RequireFinite(std::string_view where, std::string_view field, double value,
+                                          std::string_view expected);
+/// @throws std::invalid_argument  the value is NaN, infinite, zero or negative
+TARNWICK_FRAMEWORK_API void RequirePositive(std::string_view where, std::string_view field, double value,
+                                            std::string_view expected);
+
 }  // namespace Tarnwick::DSO::SystemFramework

@@ -1,0 +1,127 @@
+#include "filters/maths/ctle.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "filters/maths/besselthomson.h"
+#include "framework/numberutilities.h"
+
+namespace Tarnwick::DSO::Filters::Maths {
+
+using Complex = std::complex<double>;
+using SystemFramework::NumberUtilities;
+
+namespace {
+
+constexpr int kDecimals = 5;
+constexpr int kLongestWalk = 10'000'000;  // sixty times the longest one met between 0 and 12 dB
+
+double Rounded(double value)
+{
+    return NumberUtilities::Round(value, kDecimals);
+}
+
+}  // namespace
+
+Complex TwoPoleResponse::operator()(double frequency) const
+{
+    const double w = kTwoPi * frequency;
+    return k * Complex(zero, w) / Complex(pole1 * pole2 - w * w, w * (pole1 + pole2));
+}
+
+Complex ThreePoleResponse::operator()(double frequency) const
+{
+    const double w = kTwoPi * frequency;
+    return twoPole(frequency) * (Complex(zero2, w) / Complex(pole3, w));
+}
+
+Complex LowFrequencyPairResponse::operator()(double frequency) const
+{
+    const double w = kTwoPi * frequency;
+    const double a = w / lowFrequency;
+    const double b = w / pole2;
+    const double c = w / pole1;
+    const double d = w / zero;
+    const Complex numerator(gain1 * gain2 - d * a, a * gain1 + d * gain2);
+    const double real = 1.0 - b * c;
+    const double imag = b + c;
+    return numerator / Complex(real - imag * a, imag + real * a);
+}
+
+CableResponse::CableResponse(double symbolRate, double gain) : symbolRate_(symbolRate)
+{
+    constexpr double kLossAtHalf = 0.705115;  // [dB] of the Bessel-Thomson response at half its cutoff
+    constexpr double kDbPerNeper = 8.685890;  // 20 log10(e)
+    factor_ = (gain + kLossAtHalf) / (kDbPerNeper * std::sqrt(symbolRate / 2.0));
+}
+
+Complex CableResponse::operator()(double frequency) const
+{
+    const double exponent = factor_ * std::sqrt(std::min(frequency, symbolRate_));
+    return std::polar(std::exp(exponent), exponent) * FourthOrderResponse(frequency * kFourthOrderCutoff / symbolRate_);
+}
+
+std::optional<PeakingDesign> DesignPeaking(double symbolRate, double gain)
+{
+    const double middle = symbolRate / 2.0;
+    PeakingDesign design{Rounded(gain)};
+    design.pole1 = kTwoPi * (middle - symbolRate / 40.0);
+    design.pole2 = kTwoPi * (middle + symbolRate / 40.0);
+
+    double low = 0.0;
+    double high = design.pole1;
+    for (double z = design.pole1 / 2.0;;) {
+        design.zero = z;
+        const TwoPoleResponse response = design.Response();
+        const double peaking = Rounded(20.0 * std::log10(std::abs(response(middle)) / std::abs(response(0.0))));
+        if (!std::isfinite(peaking))
+            return std::nullopt;
+        if (peaking == design.gain || Rounded(low) == Rounded(high))
+            break;
+        if (peaking > design.gain)
+            low = z;
+        else
+            high = z;
+        const double next = (low + high) / 2.0;
+        // Between neighbouring doubles the middle is one of them, for ever.
+        if (next == z)
+            break;
+        z = next;
+    }
+
+    const double magnitude = std::abs(design.Response()(middle));
+    if (!std::isfinite(magnitude) || magnitude <= 0.0)
+        return std::nullopt;
+    double walked = Rounded(magnitude);
+    for (int step = 0; walked != 1.0; ++step) {
+        if (step == kLongestWalk)
+            return std::nullopt;
+        design.dcGain *= walked > 1.0 ? 0.5 : 1.5;
+        walked = Rounded(design.dcGain * magnitude);
+    }
+    return design;
+}
+
+const Ieee802_3bsPreset* FindIeee802_3bsPreset(double keyDb)
+{
+    const auto* const found = std::find_if(kIeee802_3bsPresets.begin(), kIeee802_3bsPresets.end(),
+                                           [keyDb](const Ieee802_3bsPreset& row) { return row.keyDb == keyDb; });
+    return found == kIeee802_3bsPresets.end() ? nullptr : found;
+}
+
+double HdmiPeakingRatio(double level)
+{
+    const double whole = std::trunc(level);
+    const auto* const found = std::find_if(kHdmiLevels.begin(), kHdmiLevels.end(),
+                                           [whole](const HdmiLevel& row) { return row.level == whole; });
+    return found == kHdmiLevels.end() ? 0.0 : found->peakingRatio;
+}
+
+TwoPoleResponse HdmiResponse(double peakingRatio, double pole1, double pole2, double zero)
+{
+    if (peakingRatio == 0.0)
+        return {0.0, pole1, pole2, pole1};
+    return {peakingRatio * pole2, pole1, pole2, zero};
+}
+
+}  // namespace Tarnwick::DSO::Filters::Maths
