@@ -24,30 +24,36 @@ void ApplyLoop(benchmark::State& state, BaseFilter& filter, const DSO::DeviceCon
     state.SetItemsProcessed(state.iterations() * signal.sampleCount);
 }
 
-void BesselThomsonApply(benchmark::State& state)
+DSO::DeviceConfiguration Sizes(const benchmark::State& state)
 {
-    auto config =
-        Locked(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), static_cast<int>(state.range(2)));
-    DSO::Filters::BesselThomsonParameters parameters(&config);
-    DSO::Filters::BesselThomson filter(&parameters);
+    return Locked(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), static_cast<int>(state.range(2)));
+}
+
+template <typename Filter, typename Parameters>
+void Apply(benchmark::State& state)
+{
+    auto config = Sizes(state);
+    Parameters parameters(&config);
+    Filter filter(&parameters);
     ApplyLoop(state, filter, config);
 }
 
-void BesselThomsonPrepare(benchmark::State& state)
+template <typename Filter, typename Parameters>
+void Prepare(benchmark::State& state)
 {
-    auto config =
-        Locked(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), static_cast<int>(state.range(2)));
-    DSO::Filters::BesselThomsonParameters parameters(&config);
-    DSO::Filters::BesselThomson filter(&parameters);
+    auto config = Sizes(state);
+    Parameters parameters(&config);
+    Filter filter(&parameters);
     SignalData signal;
-    for (auto _ : state)
-        filter.Prepare(&signal);
+    for (auto _ : state) {
+        parameters.SetDirty();
+        static_cast<BaseFilter&>(filter).Prepare(&signal);
+    }
 }
 
 void MovingAverageApply(benchmark::State& state)
 {
-    auto config =
-        Locked(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), static_cast<int>(state.range(2)));
+    auto config = Sizes(state);
     WindowInConfiguration parameters(&config, 11);
     DSO::Filters::MovingAverageSmoothingFilter filter(&parameters);
     ApplyLoop(state, filter, config);
@@ -63,9 +69,16 @@ void Patterns(benchmark::internal::Benchmark* bench)
         bench->Args({8191, 8, repetitions});
 }
 
-BENCHMARK(BesselThomsonApply)->Apply(Patterns);
+using Receiver = DSO::Filters::BesselThomson;
+using ReceiverParameters = DSO::Filters::BesselThomsonParameters;
+using Ctle = DSO::Filters::CTLEFilter;
+using CtleParameters = DSO::Filters::CTLEFilterParameters;
+
+BENCHMARK(Apply<Receiver, ReceiverParameters>)->Apply(Patterns)->Name("BesselThomsonApply");
+BENCHMARK(Apply<Ctle, CtleParameters>)->Apply(Patterns)->Name("CTLEFilterApply");
 BENCHMARK(MovingAverageApply)->Apply(Patterns);
-BENCHMARK(BesselThomsonPrepare)->Apply(Patterns);
+BENCHMARK(Prepare<Receiver, ReceiverParameters>)->Apply(Patterns)->Name("BesselThomsonPrepare");
+BENCHMARK(Prepare<Ctle, CtleParameters>)->Apply(Patterns)->Name("CTLEFilterPrepare");
 
 }  // namespace
 

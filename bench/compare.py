@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Apply of the library against SciPy's best way to do the same, in one process, turn about.
+"""Apply and Prepare of the library against SciPy's best way to do the same, in one process, turn about.
 
 For each record the answers are compared first; then rounds of (library, SciPy, naive transforms, lower bound) are timed and the
 ratios are medians over the rounds. "naive" is the direct reading of circular convolution: complex transforms of segment
@@ -28,6 +28,7 @@ def load(path):
     shim = ctypes.CDLL(path)
     for name, result, arguments in (
         ("bench_bessel_thomson", ctypes.c_void_p, [ctypes.c_int] * 3),
+        ("bench_ctle", ctypes.c_void_p, [ctypes.c_int] * 3 + [ctypes.c_double]),
         ("bench_moving_average", ctypes.c_void_p, [ctypes.c_int] * 4),
         ("bench_prepare", None, [ctypes.c_void_p, DOUBLES, ctypes.c_int]),
         ("bench_kernel", DOUBLES, [ctypes.c_void_p]),
@@ -37,6 +38,7 @@ def load(path):
         ("bench_lower_bound", ctypes.c_void_p, [ctypes.c_int]),
         ("bench_lower_bound_run", None, [ctypes.c_void_p, DOUBLES, DOUBLES, ctypes.c_int, ctypes.c_int]),
         ("bench_naive", ctypes.c_void_p, [ctypes.c_int]),
+        ("bench_naive_transform", None, [ctypes.c_void_p]),
         ("bench_naive_run", None, [ctypes.c_void_p, DOUBLES, DOUBLES, ctypes.c_int, DOUBLES, ctypes.c_int]),
     ):
         function = getattr(shim, name)
@@ -142,12 +144,11 @@ class Ours:
         return values
 
 
-def dense(shim, ui, spu, repetitions, rounds):
+def dense(shim, job, ui, spu, repetitions, rounds):
     period = ui * spu
     samples = np.random.default_rng(1).standard_normal(period * repetitions)
-    job = shim.bench_bessel_thomson(ui, spu, repetitions)
     ours = Ours(shim, job, samples)
-    kernel = np.ctypeslib.as_array(shim.bench_kernel(job), (period - 1,)).copy()
+    kernel = np.ctypeslib.as_array(shim.bench_kernel(job), (period - 1,)).copy()  # of an even period
     memory = peak_growth(ours)
 
     ways = scipy_ways(kernel, period, repetitions)
@@ -194,6 +195,28 @@ def boxcar(shim, ui, spu, window, rounds):
     return [f"{ui}·{spu}", window, *[statistics.median(column) for column in zip(*ratios)]]
 
 
+def prepare(shim, ui, spu, type_, gain, rounds):
+    """Prepare of a CTLE over one repetition against one complex transform of that length: SciPy's and ours."""
+    period = ui * spu
+    samples = np.zeros(period)
+    job = shim.bench_ctle(ui, spu, type_, gain)
+    transform = shim.bench_naive(period)
+    data = np.full(period, 0.25 - 0.5j)
+
+    def run():
+        shim.bench_prepare(job, pointer(samples), period)
+
+    run()
+    ratios, times = [], []
+    for _ in range(rounds):
+        us = seconds(run)
+        times.append(us)
+        ratios.append((us / seconds(lambda: scipy.fft.ifft(data)),
+                       us / seconds(lambda: shim.bench_naive_transform(transform))))
+    shim.bench_destroy(job)
+    return [f"{ui}·{spu}", statistics.median(times) * 1e3, *[statistics.median(column) for column in zip(*ratios)]]
+
+
 def floors(period):
     """What the figures have to stay below: against SciPy, naive transforms and the bound."""
     against_scipy = 0.70 if period <= 65536 else (0.35 if period >= 1_000_000 else 0.65)
@@ -219,17 +242,35 @@ def main():
         (ui, spu) for ui in (127, 511, 2047, 8191, 32767, 65535) for spu in (8, 16, 32)]
 
     missed = 0
-    rows = []
-    for ui, spu in lengths:
-        row = dense(shim, ui, spu, 8 if ui * spu < 60_000 else 2, rounds)
-        marks = [value > limit for value, limit in zip(row[3:6], floors(ui * spu))]
-        missed += any(marks)
-        memory = "-" if row[6] is None else f"{row[6]:.1f} ({row[7]:.1f})"
-        rows.append([row[0], str(row[1]), f"{row[2]:.0f}",
-                     *[f"{value:.2f}{' !' if mark else ''}" for value, mark in zip(row[3:6], marks)], memory])
-        print(" ".join(rows[-1]), file=sys.stderr, flush=True)
+    text = ""
     head = ["period", "repetitions", "µs each", "/ SciPy", "/ naive", "/ bound", "first Apply, MiB (output)"]
-    text = "Bessel-Thomson, `Apply`:\n\n" + table(head, rows)
+    for name, make, periods in (
+        ("Bessel-Thomson", lambda ui, spu, repetitions: shim.bench_bessel_thomson(ui, spu, repetitions), lengths),
+        ("CTLE (peaking, 6 dB)", lambda ui, spu, repetitions: shim.bench_ctle(ui, spu, 0, 6.0), lengths[::4]),
+    ):
+        rows = []
+        for ui, spu in periods:
+            repetitions = 8 if ui * spu < 60_000 else 2
+            row = dense(shim, make(ui, spu, repetitions), ui, spu, repetitions, rounds)
+            marks = [value > limit for value, limit in zip(row[3:6], floors(ui * spu))]
+            missed += any(marks)
+            memory = "-" if row[6] is None else f"{row[6]:.1f} ({row[7]:.1f})"
+            rows.append([row[0], str(row[1]), f"{row[2]:.0f}",
+                         *[f"{value:.2f}{' !' if mark else ''}" for value, mark in zip(row[3:6], marks)], memory])
+            print(name, *rows[-1], file=sys.stderr, flush=True)
+        text += f"{name}, `Apply`:\n\n" + table(head, rows) + "\n\n"
+
+    rows = []
+    for ui, spu in ((127, 8), (8191, 16)) if options.quick else ((127, 8), (8191, 16), (8191, 32), (65535, 16)):
+        for name, type_, gain in (("peaking, 6 dB", 0, 6.0), ("HDMI 2.0, 6 dB", 2, 6.0), ("IEEE 802.3bs, 6 dB", 3, 6.0),
+                                  ("OIF CEI-112G", 4, -6.0)):
+            row = prepare(shim, ui, spu, type_, gain, rounds)
+            late = row[2] > 2.5 and ui * spu > 1_000_000
+            missed += late
+            rows.append([row[0], name, f"{row[1]:.2f}", f"{row[2]:.2f}{' !' if late else ''}", f"{row[3]:.2f}"])
+            print("CTLE Prepare", *rows[-1], file=sys.stderr, flush=True)
+    text += ("CTLE, `Prepare` against one complex transform of the period:\n\n"
+             + table(["period", "type", "ms", "/ SciPy's transform", "/ our FFT library's"], rows))
 
     rows = []
     for ui, spu in ((8191, 16), (65535, 32)):
@@ -239,8 +280,8 @@ def main():
             rows.append([row[0], str(row[1]), f"{row[2]:.2f}", f"{row[3]:.1f}{' !' if row[3] > 11 else ''}"])
     text += "\n\nMoving average, `Apply`, one repetition:\n\n" + table(["period", "window", "/ SciPy", "/ copy"], rows)
 
-    one = dense(shim, 511, 8, 1, rounds)[2]
-    many = dense(shim, 511, 8, 64, rounds)[2]
+    one = dense(shim, shim.bench_bessel_thomson(511, 8, 1), 511, 8, 1, rounds)[2]
+    many = dense(shim, shim.bench_bessel_thomson(511, 8, 64), 511, 8, 64, rounds)[2]
     missed += many / one > 1.1
     text += f"\n\n64 repetitions of 511·8 cost {many / one:.2f} times one, each.\n"
     text += (f"\nPython {platform.python_version()}, SciPy {scipy.__version__}, NumPy {np.__version__}, {rounds} rounds. "

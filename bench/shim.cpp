@@ -1,4 +1,5 @@
 // A C face of what compare.py measures.
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -21,6 +22,18 @@ struct Job {
     std::unique_ptr<BaseFilterParameters> parameters;
     std::unique_ptr<BaseFilter> filter;
 };
+
+template <typename Filter, typename Parameters, typename Set>
+Job* MakeJob(int patternLengthUi, int samplesPerUi, int repetitions, Set set)
+{
+    auto job = std::make_unique<Job>();
+    job->config = Bench::Locked(patternLengthUi, samplesPerUi, repetitions);
+    auto parameters = std::make_unique<Parameters>(&job->config);
+    set(*parameters);
+    job->filter = std::make_unique<Filter>(parameters.get());
+    job->parameters = std::move(parameters);
+    return job.release();
+}
 
 SignalData Record(double* samples, int count)
 {
@@ -68,12 +81,22 @@ extern "C" {
 
 TARNWICK_EXPORT Job* bench_bessel_thomson(int patternLengthUi, int samplesPerUi, int repetitions)
 {
-    auto job = std::make_unique<Job>();
-    job->config = Bench::Locked(patternLengthUi, samplesPerUi, repetitions);
-    auto parameters = std::make_unique<DSO::Filters::BesselThomsonParameters>(&job->config);
-    job->filter = std::make_unique<DSO::Filters::BesselThomson>(parameters.get());
-    job->parameters = std::move(parameters);
-    return job.release();
+    return MakeJob<DSO::Filters::BesselThomson, DSO::Filters::BesselThomsonParameters>(patternLengthUi, samplesPerUi,
+                                                                                       repetitions, [](auto&) {});
+}
+
+/// Taps over one repetition.
+TARNWICK_EXPORT Job* bench_ctle(int patternLengthUi, int samplesPerUi, int type, double gain)
+{
+    return MakeJob<DSO::Filters::CTLEFilter, DSO::Filters::CTLEFilterParameters>(
+        patternLengthUi, samplesPerUi, 1, [=](DSO::Filters::CTLEFilterParameters& parameters) {
+            parameters.type = static_cast<CTLE_Type>(type);
+            parameters.gain = gain;
+            parameters.pole1 = 53.125;  // [GHz] read by the OIF form alone
+            parameters.pole2 = 28.0;
+            parameters.zero1 = 21.0;
+            parameters.zero2 = 0.66;
+        });
 }
 
 TARNWICK_EXPORT Job* bench_moving_average(int patternLengthUi, int samplesPerUi, int repetitions, int window)
@@ -89,12 +112,15 @@ TARNWICK_EXPORT Job* bench_moving_average(int patternLengthUi, int samplesPerUi,
 TARNWICK_EXPORT void bench_prepare(Job* job, double* samples, int count)
 {
     SignalData signal = Record(samples, count);
+    job->parameters->SetDirty();
     job->filter->Prepare(&signal);
     job->parameters->ResetDirty();
 }
 
 TARNWICK_EXPORT const double* bench_kernel(Job* job)
 {
+    if (const auto* ctle = dynamic_cast<const DSO::Filters::CTLEFilter*>(job->filter.get()))
+        return ctle->filterTaps.data();
     return job->filter->kernel;
 }
 
@@ -134,6 +160,13 @@ TARNWICK_EXPORT void bench_lower_bound_run(LowerBound* job, const double* sample
 TARNWICK_EXPORT Naive* bench_naive(int period)
 {
     return new Naive(period);  // NOLINT(cppcoreguidelines-owning-memory)
+}
+
+/// One complex transform of one period.
+TARNWICK_EXPORT void bench_naive_transform(Naive* job)
+{
+    std::fill(job->signal.Data(), job->signal.Data() + job->length, Complex(0.25, -0.5));
+    job->transform->Inverse(job->signal.Data());
 }
 
 TARNWICK_EXPORT void bench_naive_run(Naive* job, const double* samples, const double* kernel, int taps, double* result,

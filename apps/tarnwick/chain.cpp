@@ -338,7 +338,7 @@ Chain::Chain(const std::filesystem::path& path, std::size_t sampleCount)
 {
 }
 
-Chain::Chain(const json& file, const std::string& name, std::size_t sampleCount) : name_(name)
+Chain::Chain(const json& file, std::string name, std::size_t sampleCount) : name_(std::move(name))
 {
     const Place top{name_, ""};
     ObjectFrom(file, top);

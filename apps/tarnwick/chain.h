@@ -33,7 +33,7 @@ public:
     /// @throws UsageFailure  naming the file and the key
     Chain(const std::filesystem::path& path, std::size_t sampleCount);
     /// The same from a file's content; `name` stands for the file in messages.
-    Chain(const nlohmann::json& file, const std::string& name, std::size_t sampleCount);
+    Chain(const nlohmann::json& file, std::string name, std::size_t sampleCount);
     Chain(const Chain&) = delete;
     Chain& operator=(const Chain&) = delete;
 

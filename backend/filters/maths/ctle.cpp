@@ -21,6 +21,49 @@ double Rounded(double value)
     return NumberUtilities::Round(value, kDecimals);
 }
 
+std::optional<PeakingDesign> Design(double symbolRate, double gain)
+{
+    const double middle = symbolRate / 2.0;
+    PeakingDesign design{Rounded(gain)};
+    design.pole1 = kTwoPi * (middle - symbolRate / 40.0);
+    design.pole2 = kTwoPi * (middle + symbolRate / 40.0);
+
+    double low = 0.0;
+    double high = design.pole1;
+    for (double z = design.pole1 / 2.0;;) {
+        design.zero = z;
+        const TwoPoleResponse response = design.Response();
+        const double peaking = Rounded(20.0 * std::log10(std::abs(response(middle)) / std::abs(response(0.0))));
+        if (!std::isfinite(peaking))
+            return std::nullopt;
+        if (peaking == design.gain || Rounded(low) == Rounded(high))
+            break;
+        if (peaking > design.gain)
+            low = z;
+        else
+            high = z;
+        const double next = (low + high) / 2.0;
+        // Between neighbouring doubles the middle is one of them, for ever.
+        if (next == z)
+            break;
+        z = next;
+    }
+
+    const double magnitude = std::abs(design.Response()(middle));
+    if (!std::isfinite(magnitude) || magnitude <= 0.0)
+        return std::nullopt;
+    for (int step = 0; step < kLongestWalk; ++step) {
+        double walked = design.dcGain * magnitude;
+        // Only next to 1 does rounding decide, and it costs ten times the rest of the step.
+        if (std::abs(walked - 1.0) < 1e-4)
+            walked = Rounded(walked);
+        if (walked == 1.0)
+            return design;
+        design.dcGain *= walked > 1.0 ? 0.5 : 1.5;
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 Complex TwoPoleResponse::operator()(double frequency) const
@@ -63,43 +106,19 @@ Complex CableResponse::operator()(double frequency) const
 
 std::optional<PeakingDesign> DesignPeaking(double symbolRate, double gain)
 {
-    const double middle = symbolRate / 2.0;
-    PeakingDesign design{Rounded(gain)};
-    design.pole1 = kTwoPi * (middle - symbolRate / 40.0);
-    design.pole2 = kTwoPi * (middle + symbolRate / 40.0);
-
-    double low = 0.0;
-    double high = design.pole1;
-    for (double z = design.pole1 / 2.0;;) {
-        design.zero = z;
-        const TwoPoleResponse response = design.Response();
-        const double peaking = Rounded(20.0 * std::log10(std::abs(response(middle)) / std::abs(response(0.0))));
-        if (!std::isfinite(peaking))
+    struct Kept {
+        double symbolRate, gain;
+        PeakingDesign design;
+    };
+    thread_local std::optional<Kept> kept;  // of the last call: a filter prepares again and again with the same gain
+    if (!kept || kept->symbolRate != symbolRate || kept->gain != gain) {
+        kept.reset();
+        const std::optional<PeakingDesign> design = Design(symbolRate, gain);
+        if (!design)
             return std::nullopt;
-        if (peaking == design.gain || Rounded(low) == Rounded(high))
-            break;
-        if (peaking > design.gain)
-            low = z;
-        else
-            high = z;
-        const double next = (low + high) / 2.0;
-        // Between neighbouring doubles the middle is one of them, for ever.
-        if (next == z)
-            break;
-        z = next;
+        kept = Kept{symbolRate, gain, *design};
     }
-
-    const double magnitude = std::abs(design.Response()(middle));
-    if (!std::isfinite(magnitude) || magnitude <= 0.0)
-        return std::nullopt;
-    double walked = Rounded(magnitude);
-    for (int step = 0; walked != 1.0; ++step) {
-        if (step == kLongestWalk)
-            return std::nullopt;
-        design.dcGain *= walked > 1.0 ? 0.5 : 1.5;
-        walked = Rounded(design.dcGain * magnitude);
-    }
-    return design;
+    return kept->design;
 }
 
 const Ieee802_3bsPreset* FindIeee802_3bsPreset(double keyDb)

@@ -261,7 +261,7 @@ TEST(CTLEFilterTaps, PreserveTheNoiseOrSwitchThatOff)
 
 TEST(CTLEFilterApply, EqualisesEachRepetitionAsAPeriod)
 {
-    const std::size_t period = 8 * 127;
+    const std::size_t period = 1016;
     const auto record = RandomValues(3 * period + 5, 7);
     for (const int repeats : {1, 3})
         for (const Formula& formula : Formulas()) {
