@@ -143,4 +143,27 @@ TwoPoleResponse HdmiResponse(double peakingRatio, double pole1, double pole2, do
     return {peakingRatio * pole2, pole1, pole2, zero};
 }
 
+Peak FindPeak(const std::function<Complex(double)>& response, double highest)
+{
+    constexpr int kSteps = 1000;
+    constexpr double kGolden = 0.6180339887498949;
+    const auto magnitude = [&](double frequency) { return std::abs(response(frequency)); };
+    const double step = highest / kSteps;
+    int best = 0;
+    for (int k = 1; k <= kSteps; ++k)
+        if (magnitude(k * step) > magnitude(best * step))
+            best = k;
+    double low = std::max(0.0, (best - 1) * step);
+    double high = std::min(highest, (best + 1) * step);
+    while (high - low > 1e-9 * highest) {
+        const double width = kGolden * (high - low);
+        if (magnitude(high - width) < magnitude(low + width))
+            low = high - width;
+        else
+            high = low + width;
+    }
+    const double frequency = best == 0 && magnitude(0.0) >= magnitude(low) ? 0.0 : (low + high) / 2.0;
+    return {frequency, magnitude(frequency)};
+}
+
 }  // namespace Tarnwick::DSO::Filters::Maths

@@ -5,6 +5,7 @@
 #include <array>
 #include <complex>
 #include <cstddef>
+#include <functional>
 #include <optional>
 
 #include "framework/export.h"
@@ -136,5 +137,13 @@ TARNWICK_FILTERS_API double HdmiPeakingRatio(double level);
 
 /// H(0) = 1. A peaking ratio of 0 has its zero at infinity: the response is 0 everywhere, where the formula has no value.
 TARNWICK_FILTERS_API TwoPoleResponse HdmiResponse(double peakingRatio, double pole1, double pole2, double zero);
+
+struct Peak {
+    double frequency;  // [Hz]
+    double magnitude;
+};
+
+/// The largest |H| from DC to `highest` [Hz]: the best of 1000 steps, then golden sections around it to 1e-9 of `highest`.
+TARNWICK_FILTERS_API Peak FindPeak(const std::function<std::complex<double>(double)>& response, double highest);
 
 }  // namespace Tarnwick::DSO::Filters::Maths
