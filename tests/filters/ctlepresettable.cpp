@@ -143,7 +143,7 @@ std::string Document()
            "## IEEE 802.3bs\n\n"
            "G (1 + jf/z1)(1 + jf/z2) / ((1 + jf/p1)(1 + jf/p2)(1 + jf/p3)). The DC gain is -key to six decimals of "
            "the\n"
-           "linear figure; the peak, which lies near 0 dB, makes the peaking differ from the key as listed.\n\n";
+           "peak over |H| at DC; the DC gain brings the peak to 0 dB.\n\n";
     std::vector<Row> rows;
     std::transform(Maths::kIeee802_3bsPresets.begin(), Maths::kIeee802_3bsPresets.end(), std::back_inserter(rows),
                    Ieee);
