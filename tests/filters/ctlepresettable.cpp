@@ -141,9 +141,8 @@ std::string Document()
            "library gives. Deviations in dB except the last column: the largest relative deviation of the spectrum of\n"
            "the taps from the formula, over all bins of a pattern of 511 UI with 16 samples each.\n\n"
            "## IEEE 802.3bs\n\n"
-           "G (1 + jf/z1)(1 + jf/z2) / ((1 + jf/p1)(1 + jf/p2)(1 + jf/p3)). The DC gain is -key to six decimals of "
-           "the\n"
-           "peak over |H| at DC; the DC gain brings the peak to 0 dB.\n\n";
+           "G (1 + jf/z1)(1 + jf/z2) / ((1 + jf/p1)(1 + jf/p2)(1 + jf/p3)). The key is the peaking, |H| at its peak\n"
+           "over |H| at DC; the DC gain brings the peak to 0 dB.\n\n";
     std::vector<Row> rows;
     std::transform(Maths::kIeee802_3bsPresets.begin(), Maths::kIeee802_3bsPresets.end(), std::back_inserter(rows),
                    Ieee);
@@ -157,9 +156,8 @@ std::string Document()
     Table(out, {"level", "A", "A [dB]", "peaking [dB]", "at [GHz]", "taps"}, rows);
 
     out << "## Peaking\n\n"
-           "Two poles, one zero; |H| is 1 at half the symbol rate and -gain at DC. The zero is searched to five "
-           "decimals\n"
-           "of the gain, the DC gain to five decimals of |H|.\n\n";
+           "Two poles, one zero; |H| is 1 at half the symbol rate and -gain at DC. The zero is searched to five\n"
+           "decimals of the gain, the DC gain to five decimals of |H|.\n\n";
     rows.clear();
     for (const double rate : {10.0, 26.5625, 53.125})
         for (int gain = 0; gain <= 12; gain += 3)
