@@ -29,6 +29,36 @@ public:
     /// Noise power exact to rounding.
     static std::complex<double>* preserve_noise_TF(std::complex<double>* response, double* frequencies,
                                                    std::size_t count, double corner, double upper, bool& applied);
+
+    /// Symbol-spaced taps of the reference equaliser with the least TDECQ for a repeated multilevel capture.
+    ///     TDECQ = 10 log10(OMA C_eq / (6 x 3.414 sigma)) for four levels          source: IEEE 802.3 clause 121.8.5
+    /// @param capture          captureLength samples [V], read only; rotated against the reference by any amount
+    /// @param reference        as many, read only: held symbols of 2 to 4 levels
+    /// @param mainCursorIndex  0-based place of the largest tap; negative: the first three are tried
+    /// @param taps             written: numberOfTaps values with sum 1
+    /// @param tapsLength       room in `taps`
+    /// @throws std::invalid_argument  lengths differ or are no multiple of samplesPerUi; fewer taps than one, or more than
+    ///         there is room for; a cursor that is none of them; a capture or reference that is null, constant or not
+    ///         finite; no taps whose largest stands where it has to. Nothing is written then.
+    /// The same bits on every call; some hundred passes over the symbols.
+    static void GenerateTdecqEqualizerCoefficients(double* capture, int captureLength, double* reference,
+                                                   int referenceLength, int numberOfTaps, int samplesPerUi,
+                                                   int mainCursorIndex, double* taps, int tapsLength);
+
+    /// Taps divided by their sum, so that they have gain 1 at DC.
+    /// @param a  n values, read only
+    /// @return   new array of n values; the caller releases it with ::operator delete
+    /// @throws std::invalid_argument  n is below 1, a is null, or the sum is zero or not finite
+    static double* Normalize(const double* a, int n);
+
+    /// Linear interpolation: the straight line between the neighbours of each xi, exactly y[k] at x[k], NaN outside
+    /// x[0] .. x[n - 1] and where xi is NaN.
+    /// @param x   n ascending abscissae, read only
+    /// @param y   n values, read only; NaN and infinity flow through
+    /// @param xi  m abscissae in any order, read only
+    /// @return    new array of m values; the caller releases it with ::operator delete. All NaN when n is 0.
+    /// @throws std::invalid_argument  n or m is negative, an array that has values is null, or x does not ascend
+    static double* interp1q(const double* x, const double* y, int n, const double* xi, int m);
 };
 
 }  // namespace Tarnwick::DSO::SystemFramework

@@ -290,4 +290,63 @@ TEST(PreserveNoiseErrors, NameTheNullResponse)
     EXPECT_TRUE(applied);  // untouched
 }
 
+TEST(Normalize, DividesByTheSum)
+{
+    const double taps[] = {-0.5, 2.0, 0.5};
+    EXPECT_EQ(Take(DSP_Helpers::Normalize(taps, 3), 3), std::vector<double>({-0.25, 1.0, 0.25}));
+}
+
+TEST(NormalizeErrors, NameTheSum)
+{
+    const struct {
+        std::vector<double> taps;
+        std::string text;
+    } cases[] = {{{1.0, -1.0}, "sum is 0; expected a finite sum other than zero"},
+                 {{1.0, kNan}, "sum is nan; expected a finite sum other than zero"},
+                 {{}, "n is 0; expected at least one value"}};
+    for (const auto& [taps, text] : cases)
+        ExpectRefused([&taps = taps] { DSP_Helpers::Normalize(taps.data(), static_cast<int>(taps.size())); },
+                      "DSP_Helpers::Normalize: " + text);
+    ExpectRefused([] { DSP_Helpers::Normalize(nullptr, 2); },
+                  "DSP_Helpers::Normalize: a is null; expected an array of n values");
+}
+
+TEST(Interp1q, JoinsItsPointsByStraightLines)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double x[] = {-1.0, 0.0, 4.0, 5.0};
+    const double y[] = {2.0, 1.0, 3.0, infinity};
+    const double xi[] = {4.0, 3.0, -1.0, 0.0, -0.25, 5.0, 4.5, 5.000001, -1.000001, kNan};
+    const double expected[] = {3.0, 2.5, 2.0, 1.0, 1.25, infinity, infinity, kNan, kNan, kNan};
+    const auto values = Take(DSP_Helpers::interp1q(x, y, 4, xi, 10), 10);
+    for (std::size_t k = 0; k < 10; ++k)
+        EXPECT_TRUE(std::isnan(expected[k]) ? std::isnan(values[k]) : values[k] == expected[k])
+            << "at " << xi[k] << ": " << values[k];
+    EXPECT_EQ(Take(DSP_Helpers::interp1q(x, y, 1, x, 1), 1)[0], 2.0);
+    EXPECT_TRUE(std::isnan(Take(DSP_Helpers::interp1q(nullptr, nullptr, 0, x, 1), 1)[0]));
+    Take(DSP_Helpers::interp1q(x, y, 4, nullptr, 0), 0);
+}
+
+TEST(Interp1qErrors, NameTheArray)
+{
+    const double x[] = {0.0, 1.0, 1.0};
+    const double nan[] = {kNan};
+    const struct {
+        const double* x;
+        const double* y;
+        int n;
+        const double* xi;
+        int m;
+        const char* text;
+    } cases[] = {{x, x, 3, x, 1, "x[2] is 1; expected ascending abscissae"},
+                 {nan, x, 1, x, 1, "x[0] is nan; expected ascending abscissae"},
+                 {x, x, -1, x, 1, "n is -1; expected 0 or more values"},
+                 {x, nullptr, 1, x, 1, "y is null; expected an array of n values"},
+                 {x, x, 1, nullptr, 1, "xi is null; expected an array of m values"},
+                 {x, x, 1, x, -2, "m is -2; expected 0 or more values"}};
+    for (const auto& row : cases)
+        ExpectRefused([&] { DSP_Helpers::interp1q(row.x, row.y, row.n, row.xi, row.m); },
+                      std::string("DSP_Helpers::interp1q: ") + row.text);
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <span>
 
 #include "framework/plumbing/kernelconvolver.h"
@@ -26,10 +27,17 @@ struct Repetitions {
 /// @throws std::invalid_argument  signal is null, its sampleCount negative, or its samples null though it has some
 std::span<const double> SamplesOf(const char* filter, const SystemFramework::SignalData* signal);
 
+/// What a filter does around the convolution of a repetition; `after` only when it has succeeded.
+struct RepetitionHooks {
+    std::function<void()> before;
+    std::function<void()> after;
+};
+
 /// Each repetition of the record as one period of a periodic signal, convolved circularly with the taps.
 /// @param kept  the filter's convolver, in which what depends on the taps alone stays for the next record
 /// @return as many values as the record; zero past the last repetition
 SystemFramework::OwnedArray ConvolveRepetitions(std::span<const double> record, Repetitions cut,
-                                                std::span<const double> taps, SystemFramework::KernelConvolver& kept);
+                                                std::span<const double> taps, SystemFramework::KernelConvolver& kept,
+                                                const RepetitionHooks& hooks = {});
 
 }  // namespace Tarnwick::DSO::Filters

@@ -1,0 +1,19 @@
+#include "framework/deviceconfiguration.h"
+
+#include "framework/plumbing/ownedarray.h"
+
+namespace Tarnwick::DSO {
+
+using SystemFramework::BoundaryRelease;
+
+void DeviceConfiguration::PublishTdecqEqualizer(double* taps, std::int32_t length)
+{
+    std::shared_ptr<double> owner(taps, BoundaryRelease());
+    if (tdecqEqualizer != tdecqOwner_.get())
+        BoundaryRelease()(tdecqEqualizer);
+    tdecqOwner_ = std::move(owner);
+    tdecqEqualizer = taps;
+    tdecqEqualizerLength = length;
+}
+
+}  // namespace Tarnwick::DSO

@@ -1,0 +1,170 @@
+#include "framework/maths/tdecq.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
+#include <numeric>
+#include <utility>
+
+#include "framework/dsp_helpers.h"
+#include "framework/prbs.h"
+#include "support/captures.h"
+#include "support/expectations.h"
+#include "support/signals.h"
+
+namespace {
+
+using namespace Tarnwick::DSO::SystemFramework;
+using namespace Tarnwick::DSO::SystemFramework::Maths;
+using namespace Tarnwick::Testing;
+
+constexpr double kRate = 26.5625;  // [GBd]
+constexpr std::size_t kSpu = 16;
+
+std::vector<double> Sent()
+{
+    std::vector<double> samples;
+    for (const int level : Prbs13qLevels())
+        samples.insert(samples.end(), kSpu, level / 3.0);
+    return samples;
+}
+
+std::vector<double> WithEchoes(const std::vector<double>& samples, std::initializer_list<std::pair<double, int>> echoes)
+{
+    std::vector<double> result = samples;
+    for (const auto& [gain, delay] : echoes) {
+        std::vector<double> echo = samples;
+        PRBS::CircularShiftOptim(delay, echo.data(), static_cast<int>(echo.size()), false);
+        for (std::size_t k = 0; k < result.size(); ++k)
+            result[k] += gain * echo[k];
+    }
+    return result;
+}
+
+std::vector<double> Behind(const std::vector<double>& samples, double bandwidthGHz)
+{
+    return ThroughFrontEnd(samples, kRate * static_cast<double>(kSpu), bandwidthGHz);
+}
+
+// PRBS13Q through a transmitter and the reference receiver of half the symbol rate.
+struct Case {
+    const char* label;
+    std::vector<double> capture;
+    std::size_t taps;
+    int cursor;  // -1: searched
+    double tdecqDb;
+    std::size_t largest;
+};
+
+TEST(ReferenceEqualizerTaps, ReachTheirTdecq)
+{
+    const std::vector<double> sent = Sent();
+    const Case cases[] = {
+        {"receiver only", sent, 5, -1, 0.184, 5},
+        {"14 GHz", Behind(sent, 14.0), 5, -1, 1.027, 2},
+        {"10 GHz", Behind(sent, 10.0), 5, -1, 1.889, 2},
+        {"echoes", WithEchoes(sent, {{0.25, 20}, {-0.1, -13}}), 5, -1, 0.859, 2},
+        {"10 GHz, cursor index 1", Behind(sent, 10.0), 5, 1, 2.053, 1},
+        {"10 GHz, 9 taps", Behind(sent, 10.0), 9, -1, 1.794, 2},
+    };
+    const auto symbols = SymbolsOfReference(sent, kSpu);
+    ASSERT_TRUE(symbols);
+    EXPECT_EQ(symbols->levels, Prbs13qLevels());
+    for (const auto& [label, transmitted, count, cursor, tdecqDb, largest] : cases) {
+        SCOPED_TRACE(label);
+        const auto capture = Behind(transmitted, kRate / 2.0);
+        const auto found =
+            FindReferenceEqualizer(capture, sent, *symbols, kSpu, count,
+                                   cursor < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(cursor)));
+        ASSERT_TRUE(found);
+        // 0.05 dB is what the choice of the steps in the search leaves open.
+        EXPECT_LE(found->closure.tdecqDb, tdecqDb + 0.05);
+        EXPECT_GE(found->closure.tdecqDb, tdecqDb - 0.05);
+        EXPECT_NEAR(std::accumulate(found->taps.begin(), found->taps.end(), 0.0), 1.0, 1e-12);
+        EXPECT_TRUE(largest >= count || found->cursor == largest) << found->cursor;
+        std::vector<double> taps(count);
+        std::vector<double> copy = capture;
+        std::vector<double> reference = sent;
+        // However the two lie against each other, the taps are the same to the last digit.
+        PRBS::CircularShiftOptim(1000, copy.data(), static_cast<int>(copy.size()), false);
+        PRBS::CircularShiftOptim(2 * kSpu, reference.data(), static_cast<int>(reference.size()), false);
+        if (largest == 5 || cursor == 1) {
+            DSP_Helpers::GenerateTdecqEqualizerCoefficients(
+                copy.data(), static_cast<int>(copy.size()), reference.data(), static_cast<int>(reference.size()),
+                static_cast<int>(count), kSpu, cursor, taps.data(), static_cast<int>(count));
+            EXPECT_TRUE(AreNear(taps, found->taps, 1e-9));
+        }
+    }
+}
+
+TEST(EyeClosureMeasure, KnowsAnIdealAndAClosedEye)
+{
+    const std::vector<double> sent = Sent();
+    const auto symbols = SymbolsOfReference(sent, kSpu);
+    const double pass[] = {1.0};
+    // An ideal eye is where the scale begins; the spread of the symbols over the levels leaves a few thousandths.
+    const EyeClosure ideal = MeasureClosure(sent, sent, *symbols, kSpu, pass);
+    EXPECT_NEAR(ideal.tdecqDb, 0.0, 0.01);
+    EXPECT_NEAR(ideal.oma, 1.0, 1e-12);
+    EXPECT_EQ(ideal.noiseGain, 1.0);
+    const EyeClosure closed = MeasureClosure(Behind(sent, 5.0), sent, *symbols, kSpu, pass);
+    EXPECT_TRUE(closed.closed);
+    EXPECT_GT(closed.tdecqDb, 50.0);
+}
+
+TEST(EyeClosureMeasure, ReadsTheSymbolsOfAReference)
+{
+    const std::vector<double> two = Tiled({0, 0, 0, 1, 1, 1, 0, 0, 0, 0, 0, 0, 1, 1, 1}, 1);
+    const auto symbols = SymbolsOfReference(two, 3);
+    ASSERT_TRUE(symbols);
+    EXPECT_EQ(symbols->levels, (std::vector<int>{0, 1, 0, 0, 1}));
+    EXPECT_EQ(symbols->levelCount, 2);
+    EXPECT_FALSE(SymbolsOfReference(RandomValues(64, 1), 4));
+}
+
+TEST(ReferenceEqualizerErrors, NameTheValueAndWriteNothing)
+{
+    std::vector<double> capture = RandomValues(32, 1);
+    std::vector<double> reference = Tiled({1, 1, 1, 1, 0, 0, 0, 0}, 4);
+    std::vector<double> flat(32, 1.0);
+    std::vector<double> broken = capture;
+    broken[7] = NAN;
+    const std::string name = "DSP_Helpers::GenerateTdecqEqualizerCoefficients: ";
+    const struct {
+        const char* text;
+        double* capture;
+        int captureLength;
+        double* reference;
+        int referenceLength, taps, samplesPerUi, cursor, room;
+    } cases[] = {
+        {"captureLength is 31; expected a positive multiple of samplesPerUi, 4", capture.data(), 31, reference.data(),
+         32, 3, 4, -1, 3},
+        {"referenceLength is 28; expected captureLength, 32", capture.data(), 32, reference.data(), 28, 3, 4, -1, 3},
+        {"samplesPerUi is 0; expected at least 1", capture.data(), 32, reference.data(), 32, 3, 0, -1, 3},
+        {"numberOfTaps is 0; expected at least 1", capture.data(), 32, reference.data(), 32, 0, 4, -1, 3},
+        {"tapsLength is 2; expected at least numberOfTaps, 3", capture.data(), 32, reference.data(), 32, 3, 4, -1, 2},
+        {"mainCursorIndex is 3; expected below numberOfTaps, 3, or negative", capture.data(), 32, reference.data(), 32,
+         3, 4, 3, 3},
+        {"capture is null; expected an array of values", nullptr, 32, reference.data(), 32, 3, 4, -1, 3},
+        {"capture is constant; expected a waveform that is not constant", flat.data(), 32, reference.data(), 32, 3, 4,
+         -1, 3},
+        {"reference is constant; expected a waveform that is not constant", capture.data(), 32, flat.data(), 32, 3, 4,
+         -1, 3},
+        {"capture is not finite; expected finite values", broken.data(), 32, reference.data(), 32, 3, 4, -1, 3},
+    };
+    for (const auto& row : cases) {
+        std::vector<double> taps(3, 7.0);
+        ExpectRefused(
+            [&] {
+                DSP_Helpers::GenerateTdecqEqualizerCoefficients(row.capture, row.captureLength, row.reference,
+                                                                row.referenceLength, row.taps, row.samplesPerUi,
+                                                                row.cursor, taps.data(), row.room);
+            },
+            name + row.text);
+        EXPECT_EQ(taps, Constant(7.0, 3));
+    }
+}
+
+}  // namespace
