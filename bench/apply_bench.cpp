@@ -59,6 +59,19 @@ void MovingAverageApply(benchmark::State& state)
     ApplyLoop(state, filter, config);
 }
 
+// Two taps on PAM4 noise: decisions come out at random, and the levels move for as many passes as there may be.
+void DfeApply(benchmark::State& state)
+{
+    auto config = Sizes(state);
+    config.signalCoding = SIGNAL_CODING_PAM4;
+    DSO::Filters::DFEFilterParameters parameters(&config);
+    parameters.useManualTaps = true;
+    parameters.numberOfTaps = 2;
+    parameters.taps = {0.3, 0.1};
+    DSO::Filters::DFEFilter filter(&parameters);
+    ApplyLoop(state, filter, config);
+}
+
 void Patterns(benchmark::internal::Benchmark* bench)
 {
     bench->ArgNames({"ui", "spu", "repetitions"})->Unit(benchmark::kMicrosecond);
@@ -77,6 +90,7 @@ using CtleParameters = DSO::Filters::CTLEFilterParameters;
 BENCHMARK(Apply<Receiver, ReceiverParameters>)->Apply(Patterns)->Name("BesselThomsonApply");
 BENCHMARK(Apply<Ctle, CtleParameters>)->Apply(Patterns)->Name("CTLEFilterApply");
 BENCHMARK(MovingAverageApply)->Apply(Patterns);
+BENCHMARK(DfeApply)->Apply(Patterns)->Name("DFEFilterApply");
 BENCHMARK(Prepare<Receiver, ReceiverParameters>)->Apply(Patterns)->Name("BesselThomsonPrepare");
 BENCHMARK(Prepare<Ctle, CtleParameters>)->Apply(Patterns)->Name("CTLEFilterPrepare");
 

@@ -29,6 +29,10 @@ def load(path):
     for name, result, arguments in (
         ("bench_bessel_thomson", ctypes.c_void_p, [ctypes.c_int] * 3),
         ("bench_ctle", ctypes.c_void_p, [ctypes.c_int] * 3 + [ctypes.c_double]),
+        ("bench_taps", ctypes.c_void_p, [ctypes.c_int] * 3),
+        ("bench_taps_run", ctypes.c_int, [ctypes.c_void_p]),
+        ("bench_taps_naive", ctypes.c_int, [ctypes.c_void_p]),
+        ("bench_taps_destroy", None, [ctypes.c_void_p]),
         ("bench_moving_average", ctypes.c_void_p, [ctypes.c_int] * 4),
         ("bench_prepare", None, [ctypes.c_void_p, DOUBLES, ctypes.c_int]),
         ("bench_kernel", DOUBLES, [ctypes.c_void_p]),
@@ -217,6 +221,22 @@ def prepare(shim, ui, spu, type_, gain, rounds):
     return [f"{ui}·{spu}", statistics.median(times) * 1e3, *[statistics.median(column) for column in zip(*ratios)]]
 
 
+def taps(shim, samples, count, rounds):
+    """The least-squares step of the FFE's tap search against the matrices of samples it is defined by."""
+    job = shim.bench_taps(samples, count, 16)
+    chosen, expected = shim.bench_taps_run(job), shim.bench_taps_naive(job)
+    if chosen != expected:
+        raise SystemExit(f"compare.py: {count} taps: candidate {chosen} chosen; expected {expected}")
+    memory = peak_growth(lambda: shim.bench_taps_run(job))
+    times, ratios = [], []
+    for _ in range(rounds):
+        us = seconds(lambda: shim.bench_taps_run(job))
+        times.append(us)
+        ratios.append(us / once(lambda: shim.bench_taps_naive(job)))
+    shim.bench_taps_destroy(job)
+    return [samples, count, statistics.median(times) * 1e3, statistics.median(ratios), memory]
+
+
 def floors(period):
     """What the figures have to stay below: against SciPy, naive transforms and the bound."""
     against_scipy = 0.70 if period <= 65536 else (0.35 if period >= 1_000_000 else 0.65)
@@ -271,6 +291,16 @@ def main():
             print("CTLE Prepare", *rows[-1], file=sys.stderr, flush=True)
     text += ("CTLE, `Prepare` against one complex transform of the period:\n\n"
              + table(["period", "type", "ms", "/ SciPy's transform", "/ our FFT library's"], rows))
+
+    rows = []
+    for samples, count in ((131_056, 5),) if options.quick else ((131_056, 5), (262_112, 5), (262_112, 11), (1_048_560, 5)):
+        row = taps(shim, samples, count, rounds)
+        late = row[3] > 0.03 or (row[4] is not None and row[4] > 2.0)
+        missed += late
+        memory = "-" if row[4] is None else f"{row[4]:.1f}"
+        rows.append([str(row[0]), str(row[1]), f"{row[2]:.1f}", f"{row[3]:.4f}{' !' if late else ''}", memory])
+        print("FFE taps", *rows[-1], file=sys.stderr, flush=True)
+    text += "\n\nFFE, least-squares step:\n\n" + table(["samples", "taps", "ms", "/ matrices", "added, MiB"], rows)
 
     rows = []
     for ui, spu in ((8191, 16), (65535, 32)):

@@ -3,10 +3,14 @@
 #include <cstring>
 #include <memory>
 
+#include <Eigen/Dense>
+
 #include "captures.h"
+#include "filters/maths/ffetaps.h"
 #include "framework/maths/fft.h"
 
 using namespace Tarnwick;
+namespace Filters = DSO::Filters::Maths;
 using DSO::SystemFramework::BaseFilter;
 using DSO::SystemFramework::BaseFilterParameters;
 using DSO::SystemFramework::SignalData;
@@ -75,9 +79,67 @@ struct Naive {
     AlignedBuffer<Complex> kernel;
 };
 
+// A capture and its reference as an equaliser's tap search gets them: noise held for a UI, an echo, more noise.
+struct TapSearch {
+    TapSearch(int count, int numberOfTaps, int samplesPerUi)
+        : delays(Filters::TapDelays(numberOfTaps, samplesPerUi, 1)),
+          candidates(Filters::CandidateDelays(numberOfTaps, samplesPerUi, 1, false))
+    {
+        const auto length = static_cast<std::size_t>(count);
+        const std::vector<double> levels = Bench::Noise(2 * length);
+        for (std::size_t k = 0; k < length; ++k)
+            reference.push_back(levels[k / static_cast<std::size_t>(samplesPerUi)]);
+        for (std::size_t k = 0; k < length; ++k)
+            capture.push_back(reference[k] + 0.3 * reference[(k + length - 20) % length] + 0.02 * levels[length + k]);
+    }
+    std::vector<double> capture, reference;
+    std::vector<int> delays, candidates;
+};
+
+Eigen::MatrixXd Rotations(const std::vector<double>& values, const std::vector<int>& delays)
+{
+    const auto rows = static_cast<Eigen::Index>(values.size());
+    Eigen::MatrixXd matrix(rows, static_cast<Eigen::Index>(delays.size()));
+    for (Eigen::Index j = 0; j < matrix.cols(); ++j)
+        for (Eigen::Index i = 0; i < rows; ++i)
+            matrix((i + delays[static_cast<std::size_t>(j)] + rows) % rows, j) = values[static_cast<std::size_t>(i)];
+    return matrix;
+}
+
 }  // namespace
 
 extern "C" {
+
+TARNWICK_EXPORT TapSearch* bench_taps(int count, int numberOfTaps, int samplesPerUi)
+{
+    return new TapSearch(count, numberOfTaps, samplesPerUi);  // NOLINT(cppcoreguidelines-owning-memory)
+}
+
+/// The least-squares step; the candidate chosen.
+TARNWICK_EXPORT int bench_taps_run(const TapSearch* job)
+{
+    const auto solution = Filters::SolveTaps(job->capture, job->reference, job->delays, job->candidates);
+    return solution ? static_cast<int>(solution->candidate) : -1;
+}
+
+/// The same by the matrices of samples that it is defined by: products, inverse, the residual of every pair.
+TARNWICK_EXPORT int bench_taps_naive(const TapSearch* job)
+{
+    const Eigen::MatrixXd x = Rotations(job->capture, job->delays);
+    const Eigen::MatrixXd y = Rotations(job->reference, job->candidates);
+    const Eigen::MatrixXd xt = x.transpose();
+    const Eigen::MatrixXd yt = y.transpose();
+    const Eigen::MatrixXd w = (xt * x).inverse() * (xt * y);
+    const Eigen::MatrixXd residual = yt * y - (yt * x) * w;
+    Eigen::Index best = 0;
+    residual.diagonal().cwiseAbs().minCoeff(&best);
+    return static_cast<int>(best);
+}
+
+TARNWICK_EXPORT void bench_taps_destroy(TapSearch* job)
+{
+    delete job;  // NOLINT(cppcoreguidelines-owning-memory)
+}
 
 TARNWICK_EXPORT Job* bench_bessel_thomson(int patternLengthUi, int samplesPerUi, int repetitions)
 {

@@ -4,6 +4,7 @@
 #include "filters/filters/besselthomson.h"
 #include "filters/filters/copy.h"
 #include "filters/filters/ctlefilter.h"
+#include "filters/filters/ffefilter.h"
 #include "filters/filters/movingaveragesmoothingfilter.h"
 #include "filters/filters/patternlockfailed.h"
 #include "framework/basefilter.h"

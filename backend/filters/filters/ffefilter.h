@@ -1,0 +1,144 @@
+// Feed-forward equaliser: a finite impulse response whose taps stand D = samplesPerUi / tapsPerUi samples apart,
+//     y[k] = sum_j w_j x[k - j D]
+// The taps are given by hand, found from the captured pattern by least squares against its ideal copy, or those of the
+// TDECQ reference equaliser of IEEE 802.3 clause 121.8.5 (symbol-spaced, DC gain 1, least TDECQ).
+// Automatic taps need the pattern's symbols: the text for NRZ and PAM3, the text or detection for PAM4. The capture must
+// hold whole periods of the pattern. Where the capture cannot tell the taps apart (a constant record, more taps than the
+// pattern has places for, equal delays) there is no answer and the call is refused.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/basefilter.h"
+#include "framework/basefilterparameters.h"
+#include "framework/export.h"
+#include "framework/signalcoding.h"
+
+namespace Tarnwick::DSO::Filters {
+
+class TARNWICK_FILTERS_API FFEFilterParameters : public SystemFramework::BaseFilterParameters {
+public:
+    FFEFilterParameters();
+    /// mainCursorPosition becomes tapsPerUi as well. Deliberate.
+    FFEFilterParameters(int samplesPerUi, std::vector<double> taps, int numberOfTaps, int tapsPerUi,
+                        E_SIGNAL_CODING signalCoding, bool useManualTaps, bool withoutGrayCoding,
+                        bool useTdecqEqualizer);
+    /// Takes withoutGrayCoding from the configuration; everything else as by default.
+    FFEFilterParameters(DeviceConfiguration* config);
+
+    std::int32_t samplesPerUi = 0;  ///< written by the filter from the configuration
+    /// The taps: read when useManualTaps is set; written by Prepare: the taps in use, or with quantizeTaps their steps.
+    std::vector<double> taps;
+    std::vector<double> appliedTaps;  ///< written by Prepare: the exact taps in use
+    std::int32_t numberOfTaps = 0;
+    std::int32_t tapsPerUi = 0;           ///< 1 to samplesPerUi
+    std::int32_t mainCursorPosition = 0;  ///< 1-based place of the main cursor among the taps; below 1: searched
+    bool spareFlag = false;               ///< carried
+    E_SIGNAL_CODING signalCoding = SIGNAL_CODING_UNKNOWN;  ///< written by the filter from the configuration
+    bool useManualTaps = false;
+    bool withoutGrayCoding = false;  ///< PAM4 symbols are level indices; written by the filter from the configuration
+    bool quantizeTaps = false;       ///< report taps as steps: round(tap / sum|taps| x tapResolution)
+    std::int32_t tapResolution = 1;  ///< steps per unit of normalised tap weight
+    bool useTdecqEqualizer = false;  ///< the TDECQ reference equaliser instead of the least-squares taps
+    std::string patternSymbols;      ///< one character per symbol; written by the filter from the configuration
+    bool useUserPattern = false;     ///< patternSymbols is taken as given; written by the filter from the configuration
+    double* gaussianFilter = nullptr;       ///< low-pass made by Prepare; owned only when made there
+    std::int32_t gaussianFilterLength = 0;  ///< values in gaussianFilter
+    bool prepared = false;                  ///< set by every Prepare
+
+    /// Puts new low-pass taps in place of those that this object owns.
+    /// @param lowPass  made by ::operator new; shared by copies of this object, released with the last or when replaced
+    void SetGaussianFilter(double* lowPass, std::int32_t length);
+
+private:
+    friend class FFEFilter;
+    // Stays with an object that was moved from, as the pointer beside it does.
+    struct Owner {
+        Owner() = default;
+        Owner(const Owner&) = default;
+        Owner& operator=(const Owner&) = default;
+        std::shared_ptr<double> array;
+    };
+    bool HoldsReport() const;
+
+    std::vector<double> reportedTaps_;  // what quantizeTaps wrote into `taps`: steps, never to be taken for taps
+    Owner gaussianOwner_;
+};
+
+class TARNWICK_FILTERS_API FFEFilter : public SystemFramework::BaseFilter {
+public:
+    /// Checks pattern lock and refreshes the parameters from the configuration; finds no taps yet.
+    /// @param parameters  not owned, must outlive the filter
+    /// @throws PatternLockFailed      the configuration reports no lock on parameters->channel
+    /// @throws std::invalid_argument  parameters is null or its channel is outside 0 to 3
+    FFEFilter(FFEFilterParameters* parameters);
+    /// A filter without parameters; the configuration is not read. Deliberate.
+    FFEFilter(DeviceConfiguration* config);
+    FFEFilter(const FFEFilter&) = default;
+    FFEFilter& operator=(const FFEFilter&) = default;
+    ~FFEFilter() override;
+
+    /// Refreshes the parameters while they are dirty, finds or takes the taps and lays them out as the kernel. Resets
+    /// the dirty state. When it throws, kernel and parameters stay as they were.
+    /// @throws std::invalid_argument  signal is null; no configuration; a record shorter than one repetition or, for
+    ///         automatic taps, not of whole repetitions; sizes, taps or a pattern that give no equaliser
+    void Prepare(SystemFramework::SignalData* signal) override;
+
+    /// Each repetition of the pattern is equalised as one period of a periodic signal. Dirty parameters are prepared
+    /// first.
+    /// @return new array of sampleCount values, zero past the last whole segment; the caller releases it with
+    ///         ::operator delete
+    /// @throws std::invalid_argument  as Prepare, or no kernel
+    double* Apply(SystemFramework::SignalData* signal) override;
+
+    /// The kernel for ordinary taps: (samplesPerUi / tapsPerUi) numberOfTaps values. Writes taps and appliedTaps.
+    /// @param signal  whole repetitions of the pattern; not read with manual taps
+    /// @return new array; the caller releases it with ::operator delete
+    double* GetFFEAutomaticCoefficients(FFEFilterParameters* parameters, SystemFramework::SignalData* signal);
+
+    /// The taps over the sum of their magnitudes; with quantizeTaps times tapResolution and rounded, halves away from
+    /// zero.
+    /// @return new array of taps.size() values, null when there are none; the caller releases it with ::operator delete
+    /// @throws std::invalid_argument  the sum is zero or not finite
+    double* GetOptimizedTaps(FFEFilterParameters* parameters);
+
+    /// Least-squares taps: the capture against its ideal copy, low-passed at gaussianBandwidth [GHz] (0: 40 GHz or the
+    /// symbol rate, whichever is larger), aligned by circular correlation, at the delay that leaves the least error, or
+    /// with the main cursor where the filter's parameters fix it.
+    /// @param signal             whole repetitions of the pattern
+    /// @param narrowDelaySearch  7 delays instead of four per tap
+    /// @return new array of numberOfTaps taps, not normalised; the caller releases it with ::operator delete
+    /// @throws std::invalid_argument  as Prepare
+    double* GenerateFFEAutomaticCoefficients(SystemFramework::SignalData* signal, double baudRateGBd,
+                                             int patternLengthUi, int samplesPerUi, int numberOfTaps, int tapsPerUi,
+                                             E_SIGNAL_CODING signalCoding, bool withoutGrayCoding,
+                                             bool narrowDelaySearch, double gaussianBandwidth);
+
+    /// The kernel of the TDECQ reference equaliser: its taps samplesPerUi apart whatever tapsPerUi says, divided by
+    /// their sum, continued with zeros to signal->sampleCount values. Writes taps and appliedTaps, and publishes the
+    /// first numberOfTaps samplesPerUi values in the configuration.
+    /// @return new array of sampleCount values; the caller releases it with ::operator delete
+    double* GenerateTdecqEqualizer(FFEFilterParameters* parameters, SystemFramework::SignalData* signal);
+
+    /// Taps of least TDECQ for a capture behind the given low-pass.
+    /// @param mainCursorIndex  0-based place of the largest tap; -1: the first three are tried
+    /// @return new array of numberOfTaps taps with sum 1; the caller releases it with ::operator delete
+    double* GenerateTDECQAutomaticCoefficients(double* samples, int sampleCount, double* gaussianFilter,
+                                               int gaussianFilterLength, std::string patternSymbols,
+                                               int patternLengthUi, int samplesPerUi, int numberOfTaps,
+                                               bool useUserPattern, bool withoutGrayCoding,
+                                               E_SIGNAL_CODING signalCoding, int mainCursorIndex);
+
+    /// What the last automatic least-squares search left: rms of the error over that of the reference. NaN before one
+    /// and with manual or TDECQ taps.
+    double residualError = std::numeric_limits<double>::quiet_NaN();
+
+private:
+    void Report(FFEFilterParameters& settings);
+};
+
+}  // namespace Tarnwick::DSO::Filters
