@@ -85,6 +85,25 @@ TEST_F(Logging, PairsLinesAroundConstructorPrepareAndDestructor)
     EXPECT_EQ(Messages(), kDestructor);
 }
 
+TEST_F(Logging, PairsTheLinesOfTheDecisionFeedbackEqualiser)
+{
+    DeviceConfiguration config = Configuration(8, 8);
+    {
+        DFEFilterParameters parameters(&config);
+        DFEFilter filter(&parameters);
+        Record record(Constant(1.0, 64));
+        Take(filter.Apply(&record), 64);
+        Take(filter.Apply(&record), 64);
+        parameters.SetDirty();
+        EXPECT_THROW(filter.Prepare(nullptr), std::invalid_argument);
+    }
+    for (const Line& line : lines)
+        EXPECT_NE(line.file.find("dfefilter.cpp"), std::string::npos) << line.file;
+    EXPECT_EQ(Messages(), (Texts{"Initializing DFEFilter constructor...", "DFEFilter constructor finished",
+                                 "DFEFilter::Prepare...", "DFEFilter::Prepare finished", "DFEFilter::Prepare...",
+                                 "~DFEFilter()...", "~DFEFilter() finished"}));
+}
+
 TEST_F(Logging, NamesLoggerLevelAndWhereTheLineComesFrom)
 {
     DeviceConfiguration config = Configuration(8, 8);
@@ -121,6 +140,29 @@ TEST_F(Logging, NeverSaysThatAFailedStepFinished)
     parameters.order = 17;
     EXPECT_THROW(filter.Prepare(nullptr), std::invalid_argument);
     EXPECT_EQ(Messages(), Texts{kPrepare[0]});
+}
+
+TEST_F(Logging, SurroundsEachRepetitionThatSircCorrects)
+{
+    DeviceConfiguration config = Configuration(4, 4);
+    config.electricalResponseTable = {{0.0, 1.0}};
+    config.referenceTable = {{}};
+    config.channelBandwidths = {0.0};
+    SircFilterParameters parameters(&config);
+    parameters.referenceCutoffPercent = 75.0;
+    {
+        SircFilter filter(&parameters);
+        Record record(Constant(1.0, 33));
+        Take(filter.Apply(&record), 33);
+    }
+    ASSERT_EQ(lines.size(), 4U);
+    for (const Line& line : lines) {
+        EXPECT_EQ(line.function, lines[0].function);
+        EXPECT_NE(line.function.find("SircFilter::Apply("), std::string::npos) << line.function;
+        EXPECT_EQ(line.function.find("lambda"), std::string::npos) << line.function;
+        EXPECT_NE(line.file.find("sircfilter.cpp"), std::string::npos) << line.file;
+    }
+    EXPECT_EQ(Messages(), Texts({"Applying SiRC", "SiRC applied", "Applying SiRC", "SiRC applied"}));
 }
 
 TEST_F(Logging, IsNotUsedByCopyAndMovingAverage)

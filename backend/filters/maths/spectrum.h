@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "framework/export.h"
+#include "framework/maths/spectrum.h"
 
 namespace Tarnwick::DSO::Filters::Maths {
 
@@ -13,8 +14,6 @@ namespace Tarnwick::DSO::Filters::Maths {
 /// none.
 TARNWICK_FILTERS_API std::vector<std::complex<double>> Mirrored(std::span<const std::complex<double>> half);
 
-/// The normalised inverse transform of a Hermitian spectrum, its real part:
-///     h[n] = (1/N) sum_k H[k] exp(2 pi i k n / N)
-TARNWICK_FILTERS_API std::vector<double> RealInverse(std::span<const std::complex<double>> bins);
+using SystemFramework::Maths::RealInverse;
 
 }  // namespace Tarnwick::DSO::Filters::Maths

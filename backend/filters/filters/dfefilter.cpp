@@ -1,0 +1,302 @@
+#include "filters/filters/dfefilter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "filters/maths/decisionfeedback.h"
+#include "filters/plumbing/channel.h"
+#include "filters/plumbing/repetitions.h"
+#include "filters/plumbing/timebase.h"
+#include "framework/plumbing/error.h"
+#include "framework/plumbing/ownedarray.h"
+#include "framework/plumbing/trace.h"
+#include "framework/prbs.h"
+
+namespace Tarnwick::DSO::Filters {
+
+using SystemFramework::NewArray;
+using SystemFramework::NewArrayFrom;
+using SystemFramework::OwnedArray;
+using SystemFramework::PRBS;
+using SystemFramework::Refuse;
+using SystemFramework::RequireFinite;
+using SystemFramework::RequirePositive;
+using SystemFramework::SignalData;
+using SystemFramework::TextOf;
+
+namespace {
+
+constexpr const char* kFilter = "DFEFilter";
+
+// More than the main cursor left over: the record does not follow the symbols. Noise fitted by chance comes out at 2 to
+// 3, interference that a decision could still stand at below 1.
+constexpr double kWorstResidual = 1.0;
+
+DFEFilterParameters& Given(DFEFilterParameters* parameters)
+{
+    if (parameters == nullptr)
+        Refuse(kFilter, "parameters", "null", "a parameters object");
+    return *parameters;
+}
+
+const DeviceConfiguration& ConfigurationOf(const DFEFilterParameters& parameters)
+{
+    const DeviceConfiguration* config = parameters.GetConfig();
+    if (config == nullptr)
+        Refuse(kFilter, "configuration", "null", "the device configuration, which holds the pattern's sizes");
+    return *config;
+}
+
+int WholeSamplesPerUi(const DeviceConfiguration& config)
+{
+    if (!config.useFractionalSampling)
+        return config.samplesPerUi;
+    return Truncated(kFilter, "uiDuration / sampleSpacing", config.uiDuration / config.sampleSpacing);
+}
+
+void Refresh(DFEFilterParameters& parameters, const DeviceConfiguration& config)
+{
+    parameters.samplesPerUi = WholeSamplesPerUi(config);
+    parameters.withoutGrayCoding = config.withoutGrayCoding;
+}
+
+// The parameters as they are after a refresh that is due.
+DFEFilterParameters Refreshed(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
+{
+    DFEFilterParameters next(parameters);
+    if (parameters.IsDirty())
+        Refresh(next, config);
+    return next;
+}
+
+int LevelCount(E_SIGNAL_CODING coding)
+{
+    switch (coding) {
+        case SIGNAL_CODING_NRZ: return 2;
+        case SIGNAL_CODING_PAM3: return 3;
+        case SIGNAL_CODING_PAM4:
+        case SIGNAL_CODING_PAM4_PRECODED: return 4;
+        default: Refuse(kFilter, "signalCoding", static_cast<int>(coding), "NRZ, PAM3, PAM4 or precoded PAM4");
+    }
+}
+
+// How a record falls into repetitions of the pattern.
+class Cut {
+public:
+    Cut(const DFEFilterParameters& parameters, const DeviceConfiguration& config, int sampleCount)
+    {
+        if (parameters.samplesPerUi < 1)
+            Refuse(kFilter, "samplesPerUi", parameters.samplesPerUi, "at least 1");
+        if (config.patternLengthUi < 1)
+            Refuse(kFilter, "patternLengthUi", config.patternLengthUi, "at least 1 UI");
+        grid_.symbols = static_cast<std::size_t>(config.patternLengthUi);
+        grid_.samplesPerUi = config.useFractionalSampling ? RealSamplesPerUi(config) : parameters.samplesPerUi;
+        RequirePositive(kFilter, "samples per UI", grid_.samplesPerUi, "a finite positive number");
+        period_ = grid_.samplesPerUi * config.patternLengthUi;
+        // With a fraction, one sample more or less is the same repetition.
+        const bool isWhole = period_ == std::floor(period_);
+        const double slack = isWhole ? 0.0 : 1.0;
+        count_ = static_cast<int>((sampleCount + slack) / period_);
+        if (count_ < 1)
+            Refuse(kFilter, "sampleCount", sampleCount, "at least one repetition of " + TextOf(period_) + " samples");
+        const double share = static_cast<double>(sampleCount) / count_;
+        if (!isWhole && share < period_ + 1.0)
+            period_ = share;
+        end_ = static_cast<std::size_t>(sampleCount);
+    }
+    const Maths::UiGrid& Grid() const { return grid_; }
+    std::size_t Count() const { return static_cast<std::size_t>(count_); }
+    /// Where repetition r begins, as a real number, and its first sample. The last one reaches to the end of the record.
+    double Position(std::size_t r) const { return static_cast<double>(r) * period_; }
+    std::size_t Begin(std::size_t r) const { return r < Count() ? static_cast<std::size_t>(Position(r)) : end_; }
+    /// Samples of the first repetition without what may follow it.
+    std::size_t Length() const { return std::min(end_, static_cast<std::size_t>(period_)); }
+
+private:
+    Maths::UiGrid grid_{};
+    double period_ = 0.0;
+    int count_ = 0;
+    std::size_t end_ = 0;
+};
+
+// What is read with or without a search; automatic taps are looked at once they have been found.
+void RequireUsable(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
+{
+    RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
+    RequireFinite(kFilter, "samplingDelayPs", parameters.samplingDelayPs, "a finite time in picoseconds");
+    if (parameters.numberOfTaps < 0)
+        Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "0 or more taps");
+    if (parameters.numberOfTaps > 0)
+        LevelCount(config.signalCoding);
+}
+
+std::span<const double> UsedTaps(const DFEFilterParameters& parameters)
+{
+    const auto wanted = static_cast<std::size_t>(parameters.numberOfTaps);
+    if (!parameters.useManualTaps && parameters.taps.size() < wanted)
+        Refuse(kFilter, "number of taps", parameters.taps.size(),
+               std::to_string(wanted) + ", found by Prepare; mark the parameters dirty");
+    const std::size_t count = std::min(parameters.taps.size(), wanted);
+    for (std::size_t k = 0; k < count; ++k)
+        RequireFinite(kFilter, "taps[" + std::to_string(k) + "]", parameters.taps[k], "a finite number");
+    return std::span(parameters.taps).first(count);
+}
+
+std::string SymbolsOf(std::span<const double> repetition, const DeviceConfiguration& config, bool withoutGrayCoding)
+{
+    const bool isPam4 = LevelCount(config.signalCoding) == 4;
+    const bool hasBuffer = config.patternSequenceBuffer != nullptr && *config.patternSequenceBuffer != '\0';
+    const bool isGiven = !isPam4 || (config.useUserPattern && !(config.patternSymbols.empty() && hasBuffer));
+    if (!isGiven)
+        return PRBS::GetIdealPrbsSequencePAM4(repetition.data(), static_cast<int>(repetition.size()),
+                                              config.patternLengthUi, config.patternSequenceBuffer, withoutGrayCoding,
+                                              config.useUserPattern, true);
+    if (config.patternSymbols.size() != static_cast<std::size_t>(config.patternLengthUi))
+        Refuse(kFilter, "length of patternSymbols", config.patternSymbols.size(),
+               "patternLengthUi, " + std::to_string(config.patternLengthUi));
+    return config.patternSymbols;
+}
+
+// A value from -1 to 1 for each symbol.
+OwnedArray SymbolValues(const std::string& symbols, E_SIGNAL_CODING coding, bool withoutGrayCoding)
+{
+    int length = 0;
+    return OwnedArray(withoutGrayCoding ? PRBS::GetIdealSignalFromPrbsSymbols_withoutGrayCodingD(
+                                              length, -1.0, 1.0, symbols, 1, coding, 0.0)
+                                        : PRBS::GetIdealSignalFromPrbsSymbolsD(length, -1.0, 1.0, symbols, 1, coding));
+}
+
+// Finds delay and taps.
+void Search(DFEFilterParameters& parameters, const DeviceConfiguration& config, std::span<const double> repetition,
+            const Maths::UiGrid& grid)
+{
+    using Outcome = Maths::FeedbackSearch::Outcome;
+    if (parameters.numberOfTaps > config.patternLengthUi - 2)
+        Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps,
+               "at most patternLengthUi - 2, " + std::to_string(config.patternLengthUi - 2));
+    const std::string symbols = SymbolsOf(repetition, config, parameters.withoutGrayCoding);
+    const OwnedArray values = SymbolValues(symbols, config.signalCoding, parameters.withoutGrayCoding);
+    Maths::FeedbackSearch found = Maths::FindFeedback(repetition, std::span(values.get(), symbols.size()),
+                                                      grid.samplesPerUi, parameters.numberOfTaps);
+    if (found.outcome == Outcome::SymbolsAlike)
+        Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "as many as the pattern's symbols can tell apart");
+    if (found.outcome == Outcome::NoMainCursor)
+        Refuse(kFilter, "main cursor", "not positive at any sampling delay",
+               "a record that follows the pattern's symbols");
+    if (!(found.residual <= kWorstResidual))
+        Refuse(kFilter, "residual over main cursor", found.residual,
+               "at most " + TextOf(kWorstResidual) + ", of a record that follows the pattern's symbols");
+    parameters.samplingDelayPs = Maths::DelayFromSamples(found.delay, parameters.samplesPerUi, config.baudRateGBd);
+    parameters.taps = std::move(found.taps);
+}
+
+// The first decision [samples], within one UI.
+int DecisionDelay(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
+{
+    const int samples =
+        Truncated(kFilter, "samplingDelayPs * 0.001 * baudRateGBd * samplesPerUi",
+                  Maths::SamplesFromDelay(parameters.samplingDelayPs, parameters.samplesPerUi, config.baudRateGBd));
+    const int rest = samples % parameters.samplesPerUi;
+    return rest < 0 ? rest + parameters.samplesPerUi : rest;
+}
+
+}  // namespace
+
+DFEFilterParameters::DFEFilterParameters(int samplesPerUi, double samplingDelayPs, std::vector<double> taps,
+                                         int numberOfTaps, bool withoutGrayCoding, bool useManualTaps)
+    : samplesPerUi(samplesPerUi),
+      samplingDelayPs(samplingDelayPs),
+      taps(std::move(taps)),
+      numberOfTaps(numberOfTaps),
+      withoutGrayCoding(withoutGrayCoding),
+      useManualTaps(useManualTaps)
+{
+}
+
+DFEFilterParameters::DFEFilterParameters(DeviceConfiguration* config) : BaseFilterParameters(config) {}
+
+DFEFilter::DFEFilter(DFEFilterParameters* parameters)
+{
+    TARNWICK_TRACE("Initializing DFEFilter constructor...");
+    RequirePatternLock(kFilter, parameters);
+    if (const DeviceConfiguration* config = parameters->GetConfig())
+        Refresh(*parameters, *config);
+    this->parameters = parameters;
+    notPrepared = true;
+    TARNWICK_TRACE("DFEFilter constructor finished");
+}
+
+DFEFilter::~DFEFilter()
+{
+    TARNWICK_TRACE("~DFEFilter()...");
+    ReleaseKernel();
+    TARNWICK_TRACE("~DFEFilter() finished");
+}
+
+void DFEFilter::Prepare(SignalData* signal)
+{
+    TARNWICK_TRACE("DFEFilter::Prepare...");
+    if (signal == nullptr)
+        throw std::invalid_argument("Cannot Prepare DFE Filter Without a signal");
+    DFEFilterParameters& settings = Given(static_cast<DFEFilterParameters*>(parameters));
+    const DeviceConfiguration& config = ConfigurationOf(settings);
+    const std::span<const double> record = SamplesOf(kFilter, signal);
+    // On a copy: a search that fails changes nothing.
+    DFEFilterParameters next = Refreshed(settings, config);
+    const Cut cut(next, config, static_cast<int>(record.size()));
+    RequireUsable(next, config);
+    if (next.useManualTaps || next.numberOfTaps == 0) {
+        UsedTaps(next);
+        next.taps.resize(static_cast<std::size_t>(next.numberOfTaps), 0.0);
+    } else {
+        Search(next, config, record.first(cut.Length()), cut.Grid());
+    }
+    next.ResetDirty();
+    settings = std::move(next);
+    notPrepared = false;
+    flag3 = false;
+    TARNWICK_TRACE("DFEFilter::Prepare finished");
+}
+
+double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
+{
+    const DFEFilterParameters& settings = Given(parameters);
+    const DeviceConfiguration& config = ConfigurationOf(settings);
+    const std::span<const double> record = SamplesOf(kFilter, signal);
+    const Cut cut(settings, config, static_cast<int>(record.size()));
+    RequireUsable(settings, config);
+    const std::span<const double> taps = UsedTaps(settings);
+    const int delay = DecisionDelay(settings, config);
+    if (taps.empty())
+        return NewArrayFrom(record).release();
+    OwnedArray result = NewArray(record.size());
+    Maths::DecisionFeedback equaliser(taps, LevelCount(config.signalCoding), cut.Grid());
+    for (std::size_t r = 0; r < cut.Count(); ++r) {
+        const std::size_t begin = cut.Begin(r);
+        const std::size_t length = cut.Begin(r + 1) - begin;
+        const double fraction = cut.Position(r) - static_cast<double>(begin);
+        equaliser.Equalise(record.subspan(begin, length), delay + fraction, {result.get() + begin, length});
+    }
+    return result.release();
+}
+
+double* DFEFilter::Apply(SignalData* signal)
+{
+    DFEFilterParameters& settings = Given(static_cast<DFEFilterParameters*>(parameters));
+    if (settings.IsDirty()) {
+        if (signal != nullptr) {
+            const DeviceConfiguration& config = ConfigurationOf(settings);
+            const auto count = static_cast<int>(SamplesOf(kFilter, signal).size());
+            (void)Cut(Refreshed(settings, config), config, count);
+        }
+        Prepare(signal);
+    }
+    return ApplyDfe(&settings, signal);
+}
+
+}  // namespace Tarnwick::DSO::Filters

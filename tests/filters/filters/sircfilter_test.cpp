@@ -1,0 +1,583 @@
+#include "filters/filters/sircfilter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <numbers>
+#include <numeric>
+#include <optional>
+#include <random>
+
+#include "filters/filters/patternlockfailed.h"
+#include "framework/fftifft.h"
+#include "framework/plumbing/ownedarray.h"
+#include "support/expectations.h"
+#include "support/references.h"
+#include "support/signals.h"
+
+namespace {
+
+using namespace Tarnwick::DSO;
+using namespace Tarnwick::DSO::Filters;
+using namespace Tarnwick::Testing;
+using Response = std::function<Complex(double f)>;  // f in Hz
+
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+constexpr double kTwoPi = 2.0 * std::numbers::pi;
+constexpr double kHalfPower = 2.1139176749042;  // |B_4(0) / B_4(jw)|^2 = 1/2
+constexpr double kBandwidth = 39.8e9;           // [Hz] of the reference
+constexpr double kRate = 26.5625e9;             // [Bd]
+constexpr double kWindow = 127.0 / 1.27e10;     // [s]
+constexpr std::size_t kTableLength = 8128;
+
+Response BesselThomsonOf(double cutoff)
+{
+    return [=](double f) { return BesselThomsonAt(4, kHalfPower * f / cutoff); };
+}
+
+Response SkinEffect(double lossDb, double at)
+{
+    return [=](double f) {
+        const double root = lossDb / 20.0 * std::numbers::ln10 * std::sqrt(f / at);
+        return std::polar(std::exp(-root), -root);
+    };
+}
+
+Response Echo(double share, double delay)
+{
+    return [=](double f) { return 1.0 + std::polar(share, -kTwoPi * f * delay); };
+}
+
+Response Chain(std::vector<Response> parts)
+{
+    return [parts = std::move(parts)](double f) {
+        return std::accumulate(parts.begin(), parts.end(), Complex(1.0),
+                               [f](Complex product, const Response& part) { return product * part(f); });
+    };
+}
+
+void Transform(std::vector<Complex>& values, bool inverse = false)
+{
+    SystemFramework::FFTIFFT& fft = SystemFramework::FFTIFFT_Factory::GetInstance();
+    const int count = static_cast<int>(values.size());
+    inverse ? fft.IFFT(values.data(), count, true) : fft.FFT(values.data(), count);
+}
+
+// What an instrument measures: the impulse response in the middle of the table, of a period eight tables long, the tail
+// of which is cut.
+std::vector<double> Measured(const Response& response, std::size_t count = kTableLength, double interval = 0.0,
+                             double place = 0.5)
+{
+    const double step = interval > 0.0 ? interval : kWindow / static_cast<double>(count);
+    const double delay = place * step * static_cast<double>(count);
+    std::vector<Complex> bins(8 * count);
+    for (std::size_t k = 0; k < bins.size() / 2; ++k) {
+        const double f = static_cast<double>(k) / (step * static_cast<double>(bins.size()));
+        bins[k] = response(f) * std::polar(1.0, -kTwoPi * f * delay);
+        bins[(bins.size() - k) % bins.size()] = std::conj(bins[k]);
+    }
+    Transform(bins, true);
+    std::vector<double> values(count);
+    std::transform(bins.begin(), bins.begin() + static_cast<std::ptrdiff_t>(count), values.begin(),
+                   [](Complex value) { return value.real(); });
+    if (interval > 0.0)
+        values.insert(values.begin(), interval);
+    return values;
+}
+
+// A configuration of four channels that hold the same tables, its parameters and the filter.
+struct Corrector {
+    explicit Corrector(const std::vector<double>& response, const std::vector<double>& reference = {},
+                       double samplesPerUi = 16.0, int patternLengthUi = 127, double cutoffPercent = 75.0)
+        : config(Configuration(static_cast<int>(samplesPerUi), patternLengthUi)), parameters(&config)
+    {
+        config.electricalResponseTable.assign(4, response);
+        config.oeResponseTable.assign(12, response);
+        config.referenceTable.assign(4, reference);
+        config.channelBandwidths.assign(4, kBandwidth);
+        config.useFractionalSampling = samplesPerUi != config.samplesPerUi;
+        config.uiDuration = samplesPerUi;
+        config.sampleSpacing = 1.0;
+        config.oeChannel = oeChannels;
+        parameters.referenceCutoffPercent = cutoffPercent;
+    }
+    SircFilter& Filter() { return filter ? *filter : filter.emplace(&parameters); }
+    std::vector<double> Taps()
+    {
+        Filter().Prepare(nullptr);
+        return {Filter().kernel, Filter().kernel + Filter().kernelLength};
+    }
+
+    std::vector<double> Apply(std::vector<double> samples)
+    {
+        Record record(std::move(samples));
+        return Take(Filter().Apply(&record), record.Values().size());
+    }
+
+    DeviceConfiguration config;
+    bool oeChannels[4] = {};
+    SircFilterParameters parameters;
+    std::optional<SircFilter> filter;
+};
+
+// How near channel times kernel comes to the fourth-order Bessel-Thomson response at the cutoff.
+struct Quality {
+    double largestErrorDb = 0.0;  // up to 1.5 times the cutoff
+    double phaseDegrees = 0.0;    // up to the cutoff, less a constant delay
+    double delayPs = 0.0;         // that delay
+    double waveformError = 0.0;   // rms over rms, of a random pattern of ideal edges
+    double overshoot = 0.0;       // of the step response
+    double noiseGain = 0.0, idealNoiseGain = 0.0;
+};
+
+Quality Measure(const std::vector<double>& taps, const Response& channel, double sampleRate, double cutoff)
+{
+    std::vector<Complex> bins(taps.begin(), taps.end());
+    Transform(bins);
+    Quality quality;
+    const Response target = BesselThomsonOf(cutoff);
+    const double spacing = sampleRate / static_cast<double>(bins.size());
+    double moment = 0.0;
+    double weight = 0.0;
+    double idealPower = 0.5;
+    for (std::size_t k = 1; k <= bins.size() / 2; ++k) {
+        const double f = static_cast<double>(k) * spacing;
+        const double beyond = std::clamp(f / kBandwidth - 1.0, 0.0, 1.0);
+        idealPower += std::norm((0.5 + 0.5 * std::cos(std::numbers::pi * beyond)) * target(f) / channel(f));
+        bins[k] *= channel(f);
+        bins[bins.size() - k] = std::conj(bins[k]);
+        const Complex ratio = bins[k] / target(f);
+        if (f <= 1.5 * cutoff)
+            quality.largestErrorDb = std::max(quality.largestErrorDb, std::abs(20.0 * std::log10(std::abs(ratio))));
+        if (f <= cutoff) {
+            moment += std::arg(ratio) * f;
+            weight += f * f;
+        }
+    }
+    const double delay = -moment / weight / kTwoPi;
+    quality.delayPs = delay * 1e12;
+    double power = 0.0;
+    double error = 0.0;
+    for (std::size_t k = 1; k <= bins.size() / 2; ++k) {
+        const double f = static_cast<double>(k) * spacing;
+        const Complex wanted = target(f) * std::polar(1.0, -kTwoPi * f * delay);
+        if (f <= cutoff)
+            quality.phaseDegrees =
+                std::max(quality.phaseDegrees, std::abs(std::arg(bins[k] / wanted)) * 180.0 / std::numbers::pi);
+        const double edges = std::sin(std::numbers::pi * f / kRate) / f;
+        power += std::norm(edges * wanted);
+        error += std::norm(edges * (bins[k] - wanted));
+    }
+    quality.waveformError = std::sqrt(error / power);
+    Transform(bins, true);
+    double step = 0.0;
+    // From half a period before the impulse, where nothing is left of the last one.
+    for (std::size_t k = 0; k < bins.size(); ++k) {
+        step += bins[(k + bins.size() / 2) % bins.size()].real();
+        quality.overshoot = std::max(quality.overshoot, step - 1.0);
+    }
+    quality.noiseGain = std::sqrt(std::inner_product(taps.begin(), taps.end(), taps.begin(), 0.0));
+    quality.idealNoiseGain = std::sqrt(2.0 * idealPower / static_cast<double>(bins.size()));
+    return quality;
+}
+
+const Response kChannel = Chain({BesselThomsonOf(30e9), SkinEffect(1.5, 20e9), Echo(0.04, 150e-12)});
+const Response kReference = BesselThomsonOf(kBandwidth);
+
+std::vector<double> Noisy()
+{
+    std::vector<double> table = Measured(kChannel);
+    const double peak = *std::max_element(table.begin(), table.end());
+    const auto noise = RandomValues(4 * table.size(), 3);
+    for (std::size_t k = 0; k < table.size(); ++k) {
+        // Four uniform values: nearly normal, standard deviation sqrt(4/3).
+        const double normal =
+            (noise[4 * k] + noise[4 * k + 1] + noise[4 * k + 2] + noise[4 * k + 3]) / std::sqrt(4.0 / 3.0);
+        table[k] = -3.0 * (table[k] + peak * std::pow(10.0, -66.0 / 20.0) * normal) + 0.7;
+    }
+    return table;
+}
+
+// The magnitude error comes from the skin effect's tail beyond the window and from noise; without either it is that of
+// interpolating the kernel.
+TEST(SircKernel, TurnsAMeasuredChannelIntoItsTarget)
+{
+    const Response twoPoles = [](double f) {
+        const Complex pole(1.0, f / 30e9 * std::sqrt(std::numbers::sqrt2 - 1.0));
+        return 1.0 / (pole * pole);
+    };
+    const Response ripple = Chain({BesselThomsonOf(30e9), Echo(0.1146, 50e-12)});  // 2 dB from peak to peak
+    const Response reflection = Chain({BesselThomsonOf(30e9), Echo(0.1, 150e-12)});
+    const auto reference = Measured(kReference);
+    const double fine = 0.8e-12;
+    const struct {
+        const char* label;
+        Response channel;
+        std::vector<double> table, reference;
+        double samplesPerUi;
+        int patternLengthUi;
+        double cutoffPercent, errorDb;
+    } cases[] = {
+        {"16 samples per UI", kChannel, Measured(kChannel), reference, 16.0, 511, 75.0, 0.072},
+        {"8 samples per UI", kChannel, Measured(kChannel), reference, 8.0, 511, 75.0, 0.072},
+        {"10.4 samples per UI", kChannel, Measured(kChannel), reference, 10.4, 511, 75.0, 0.072},
+        {"pattern of 127 UI", kChannel, Measured(kChannel), reference, 16.0, 127, 75.0, 0.072},
+        {"no reference table", kChannel, Measured(kChannel), {}, 16.0, 511, 75.0, 0.072},
+        {"interval in place of a reference", kChannel, Measured(kChannel), {fine}, 16.0, 511, 75.0, 0.072},
+        {"50 % cutoff", kChannel, Measured(kChannel), reference, 16.0, 511, 50.0, 0.072},
+        {"8 ns with interval", kChannel, Measured(kChannel, 10000, fine), Measured(kReference, 10000, fine), 16.0, 511,
+         75.0, 0.072},
+        {"16 ns with interval", kChannel, Measured(kChannel, 20000, fine), Measured(kReference, 20000, fine), 16.0, 511,
+         75.0, 0.072},
+        {"4096 values", kChannel, Measured(kChannel, 4096), Measured(kReference, 4096), 16.0, 511, 75.0, 0.072},
+        // The tail wraps round the end of the table and stands where the baseline is taken.
+        {"impulse at 3 ns", kChannel, Measured(kChannel, kTableLength, 0.0, 0.3), reference, 16.0, 511, 75.0, 0.085},
+        {"inverted, offset, noise", kChannel, Noisy(), reference, 16.0, 511, 75.0, 0.26},
+        {"two poles", twoPoles, Measured(twoPoles), reference, 16.0, 511, 75.0, 0.001},
+        {"2 dB ripple", ripple, Measured(ripple), reference, 16.0, 511, 75.0, 0.001},
+        {"reflection at 150 ps", reflection, Measured(reflection), reference, 16.0, 511, 75.0, 0.001},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        Corrector corrector(row.table, row.reference, row.samplesPerUi, row.patternLengthUi, row.cutoffPercent);
+        const auto taps = corrector.Taps();
+        EXPECT_EQ(static_cast<double>(taps.size()), std::trunc(row.samplesPerUi * row.patternLengthUi));
+        EXPECT_NEAR(std::accumulate(taps.begin(), taps.end(), 0.0), 1.0, 1e-13);
+        const double dcGain = std::abs(row.channel(0.0));
+        const Quality quality = Measure(
+            taps, [&](double f) { return row.channel(f) / dcGain; }, row.samplesPerUi * kRate,
+            row.cutoffPercent / 100.0 * kRate);
+        EXPECT_LT(quality.largestErrorDb, row.errorDb);
+        EXPECT_LT(quality.phaseDegrees, row.errorDb > 0.2 ? 0.6 : 0.2);
+        EXPECT_LT(quality.waveformError, row.errorDb > 0.08 ? 0.012 : 0.009);
+        // Two peaks are aligned to half a point of 1.23 ps each; the channel's lies up to 5 ps off its delay.
+        EXPECT_LT(std::abs(quality.delayPs), 5.0);
+        // The target itself overshoots by 0.8 %.
+        EXPECT_LT(quality.overshoot, 0.01);
+        EXPECT_NEAR(quality.noiseGain, quality.idealNoiseGain, 0.01 * quality.idealNoiseGain);
+    }
+}
+
+TEST(SircKernel, WrapsRoundAShortPattern)
+{
+    const auto table = Measured(kChannel);
+    const auto longTaps = Corrector(table, {}, 16.0, 512).Taps();
+    std::vector<double> folded(128);
+    for (std::size_t k = 0; k < longTaps.size(); ++k)
+        folded[k % folded.size()] += longTaps[k];
+    EXPECT_TRUE(AreNear(Corrector(table, {}, 16.0, 8).Taps(), folded, 1e-14));
+}
+
+// Nothing but an interval: the correction is what brings a receiver of the channel's bandwidth to the cutoff.
+TEST(SircKernel, NeedsNoMeasurementToRetarget)
+{
+    const auto taps = Corrector({1e-12}, {}, 16.0, 425).Taps();
+    const Complex at20GHz = DirectDftAt(taps, 320);
+    EXPECT_NEAR(std::abs(at20GHz), 0.7652, 5e-5);
+    // 1e-4: the kernel's interpolation, and 0.33644 in place of the exact cutoff.
+    EXPECT_LT(std::abs(at20GHz - BesselThomsonOf(0.75 * kRate)(20e9) / BesselThomsonOf(kBandwidth)(20e9)), 1e-4);
+}
+
+TEST(SircKernel, RefusesTablesThatHoldNoResponse)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    const std::vector<double> good{0.0, 1.0, 0.5, 0.25};
+    const struct {
+        const char* label;
+        std::vector<double> response, reference;
+    } cases[] = {{"NaN", {0.0, kNan}, {}},
+                 {"infinity", {0.0, infinity}, {}},
+                 {"constant", {2.0, 2.0}, {}},
+                 {"interval too short", {1e-15, 0.0, 1.0}, {}},
+                 {"interval too long", {1e-9, 0.0, 1.0}, {}},
+                 {"NaN in the reference", good, {kNan, 1.0}},
+                 {"constant reference", good, {0.0, 0.0}},
+                 {"interval of the reference", good, {-1e-12}}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        Corrector corrector(row.response, row.reference);
+        SircFilter& filter = corrector.Filter();
+        filter.channelBandwidth = 1.0;
+        try {
+            filter.Prepare(nullptr);
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const std::exception& failure) {
+            EXPECT_STREQ(failure.what(), "SRC not configured properly.");
+            EXPECT_EQ(dynamic_cast<const std::invalid_argument*>(&failure), nullptr);
+        }
+        EXPECT_EQ(filter.channelBandwidth, 1.0);
+        EXPECT_EQ(filter.kernel, nullptr);
+        EXPECT_TRUE(corrector.parameters.IsDirty());
+    }
+}
+
+TEST(SircErrors, NameTheSetting)
+{
+    using Set = std::function<void(Corrector&)>;
+    const std::pair<Set, const char*> cases[] = {
+        {[](Corrector& c) { c.config.baudRateGBd = 0.0; }, "baudRateGBd is 0; expected a finite positive symbol rate"},
+        {[](Corrector& c) { c.config.samplesPerUi = 0; },
+         "uiSamples is 0; expected a finite positive number of samples"},
+        {[](Corrector& c) { c.parameters.referenceCutoffPercent = -75.0; },
+         "referenceCutoffPercent is -75; expected a finite positive percentage of the symbol rate"},
+        {[](Corrector& c) { c.config.channelBandwidths[2] = -1.0; },
+         "channelBandwidth is -1; expected a finite positive frequency in hertz"},
+        {[](Corrector& c) { c.config.patternLengthUi = 0; },
+         "patternLengthUi * uiSamples is 0; expected at least 1 sample"},
+        {[](Corrector& c) { c.Filter().generationParam2 = 63; },
+         "generationParam2 * generationParam3 is 8001; expected a positive even number of points"},
+        {[](Corrector& c) { c.Filter().generationParam5 = 0; }, "generationParam5 is 0; expected at least 1"},
+        {[](Corrector& c) { c.Filter().baselineEndIndex = 8128; },
+         "baselineEndIndex is 8128; expected less than the 8128 points of the generation grid"},
+        {[](Corrector& c) { c.config.channelBandwidths.clear(); },
+         "channelBandwidths is a table of 0 entries; expected an entry 2 for channel 2"},
+        {[](Corrector& c) { c.config.electricalResponseTable.resize(2); },
+         "electricalResponseTable is a table of 2 entries; expected an entry 2 for channel 2"},
+        {[](Corrector& c) { c.oeChannels[2] = true, c.config.oeResponseTable.resize(6); },
+         "oeResponseTable is a table of 6 entries; expected an entry 6 for channel 2"},
+        {[](Corrector& c) { c.config.referenceTable.resize(2); },
+         "referenceTable is a table of 2 entries; expected an entry 2 for channel 2"},
+        {[](Corrector& c) { c.parameters.channel = 4; }, "channel is 4; expected 0 to 3"},
+    };
+    for (const auto& [set, text] : cases) {
+        Corrector corrector({0.0, 1.0, 0.5, 0.25});
+        corrector.parameters.channel = 2;
+        set(corrector);
+        ExpectRefused([&] { corrector.Filter().Prepare(nullptr); }, std::string("SircFilter: ") + text);
+    }
+    Corrector unlocked({0.0, 1.0});
+    unlocked.config.patternLocked[0] = false;
+    EXPECT_THROW(unlocked.Filter(), PatternLockFailed);
+    SircFilter none(&unlocked.config);
+    SystemFramework::BaseFilterParameters other;
+    ExpectRefused([&] { none.Prepare(nullptr); }, "SircFilter: parameters is null; expected a parameters object");
+    ExpectRefused([&] { none.ApplyA(&other); },
+                  "SircFilter: parameters is of another filter; expected a SircFilterParameters object");
+    SircFilterParameters unconfigured;
+    ExpectRefused([&] { none.ApplyA(&unconfigured); },
+                  "SircFilter: channelResponse is null; expected the table of the channel's measured response");
+    unconfigured.channelResponse = unlocked.config.electricalResponseTable.data();
+    ExpectRefused([&] { none.ApplyA(&unconfigured); },
+                  "SircFilter: configuration is null; expected the device configuration, which holds the symbol rate");
+}
+
+TEST(SircFilterParameters, TakeTwoNumbersAndIgnoreTheTexts)
+{
+    const SircFilterParameters given("a", "b", "c", "d", 2.5, 75.0);
+    EXPECT_EQ(given.uiSamples, 2.5);
+    EXPECT_EQ(given.referenceCutoffPercent, 75.0);
+    DeviceConfiguration config;
+    const SircFilterParameters configured(&config);
+    EXPECT_EQ(configured.GetConfig(), &config);
+    EXPECT_EQ(configured.referenceCutoffPercent, 0.0);
+    EXPECT_EQ(configured.channelResponse, nullptr);
+    EXPECT_FALSE(configured.preserveNoise);
+}
+
+TEST(SircLifecycle, ChoosesTheTablesOfTheChannel)
+{
+    Corrector corrector({0.0, 1.0}, {}, 2.5, 4);
+    DeviceConfiguration& config = corrector.config;
+    config.channelBandwidths = {0.0, kNan, 20e9, 30e9};
+    const struct {
+        int channel;
+        bool optical;
+        int selector;
+        const std::vector<double>* response;
+        double bandwidth;
+    } cases[] = {{0, false, 0, config.electricalResponseTable.data(), 3.98e10},
+                 {1, false, 1, &config.electricalResponseTable[1], 3.98e10},
+                 {2, true, 0, &config.oeResponseTable[6], 20e9},
+                 {2, true, 1, &config.oeResponseTable[7], 20e9},
+                 {2, true, 5, &config.oeResponseTable[8], 20e9},
+                 {3, true, -1, &config.oeResponseTable[11], 30e9}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE("channel " + std::to_string(row.channel) + ", selector " + std::to_string(row.selector));
+        std::fill(std::begin(corrector.oeChannels), std::end(corrector.oeChannels), row.optical);
+        config.oeReceiverSelector = row.selector;
+        SircFilterParameters parameters(&config);
+        parameters.channel = row.channel;
+        parameters.referenceCutoffPercent = 75.0;
+        const SircFilter filter(&parameters);
+        EXPECT_EQ(parameters.channelResponse, row.response);
+        EXPECT_EQ(parameters.channelReference, &config.referenceTable[static_cast<std::size_t>(row.channel)]);
+        EXPECT_EQ(parameters.uiSamples, 2.5);
+        EXPECT_EQ(filter.channelBandwidth, row.bandwidth);
+        // An O/E channel has its kernel from construction.
+        EXPECT_EQ(filter.kernel != nullptr, row.optical);
+        EXPECT_EQ(parameters.IsDirty(), !row.optical);
+        EXPECT_EQ(filter.notPrepared, !row.optical);
+    }
+}
+
+TEST(SircLifecycle, PreparesWhatIsDirtyAndKeepsItWhenThatFails)
+{
+    Corrector corrector(Measured(kChannel), {}, 8.0, 16);
+    SircFilter& filter = corrector.Filter();
+    const auto record = RandomValues(128, 5);
+    const auto first = corrector.Apply(record);
+    EXPECT_FALSE(corrector.parameters.IsDirty());
+    EXPECT_EQ(filter.kernelLength, 128);
+    // Not marked as changed: nothing changes.
+    const double* const kernel = filter.kernel;
+    corrector.config.samplesPerUi = 4;
+    EXPECT_TRUE(HaveSameBits(corrector.Apply(record), first));
+    corrector.parameters.SetDirty();
+    corrector.parameters.referenceCutoffPercent = 0.0;
+    EXPECT_THROW(corrector.Apply(record), std::invalid_argument);
+    EXPECT_EQ(filter.kernel, kernel);
+    EXPECT_EQ(filter.kernelLength, 128);
+    EXPECT_EQ(corrector.parameters.uiSamples, 8.0);
+    EXPECT_TRUE(corrector.parameters.IsDirty());
+    corrector.parameters.referenceCutoffPercent = 75.0;
+    corrector.Apply(record);
+    EXPECT_EQ(corrector.parameters.uiSamples, 4.0);
+    EXPECT_EQ(filter.kernelLength, 64);
+    const SircFilter copy(filter);
+    EXPECT_EQ(copy.kernel, filter.kernel);
+    EXPECT_EQ(copy.kernelLength, 64);
+}
+
+TEST(SircLifecycle, HasNoKernelWithoutAMeasurement)
+{
+    Corrector corrector({});
+    SircFilter& filter = corrector.Filter();
+    filter.Prepare(nullptr);
+    EXPECT_EQ(filter.kernel, nullptr);
+    EXPECT_EQ(filter.ApplyA(&corrector.parameters), nullptr);
+    EXPECT_EQ(filter.kernelLength, 0);
+    ExpectRefused([&] { corrector.Apply(Constant(1.0, 2032)); },
+                  "SircFilter: kernel is null; expected a kernel made by Prepare or assigned by the host");
+    // Of other parameters: the taps are the caller's, the dirty state stays.
+    Corrector other({0.0, 1.0});
+    other.Filter();
+    const auto taps = Take(filter.ApplyA(&other.parameters), 2032);
+    EXPECT_EQ(filter.kernelLength, 2032);
+    EXPECT_EQ(filter.kernel, nullptr);
+    EXPECT_TRUE(other.parameters.IsDirty());
+    EXPECT_TRUE(HaveSameBits(taps, other.Taps()));
+}
+
+TEST(SircApply, CutsTheRecordIntoSegments)
+{
+    Corrector corrector({0.0, 1.0, 0.5, 0.25}, {}, 2.5, 4);
+    const auto record = RandomValues(25, 9);
+    const auto output = corrector.Apply(record);
+    const auto taps = corrector.Taps();
+    EXPECT_EQ(taps.size(), 10U);
+    for (const std::size_t begin : {0U, 12U})
+        EXPECT_TRUE(AreNear(std::span(output).subspan(begin, 12),
+                            DirectConvolution(std::span(record).subspan(begin, 12), taps), 1e-14));
+    EXPECT_EQ(output[24], 0.0);
+    Record tooShort(Constant(1.0, 9));
+    EXPECT_EQ(corrector.Filter().Apply(&tooShort), nullptr);
+    EXPECT_EQ(corrector.Filter().Apply(nullptr), nullptr);
+}
+
+TEST(SircApply, ConvolvesWithTheKernelThatIsThere)
+{
+    Corrector corrector({0.0, 1.0}, {}, 4.0, 4);
+    SircFilter& filter = corrector.Filter();
+    filter.Prepare(nullptr);
+    const auto record = RandomValues(32, 13);
+    const std::vector<double> own{0.0, 0.0, 2.0};
+    filter.kernel = SystemFramework::NewArrayFrom<double>(own).release();
+    filter.kernelLength = 3;
+    const auto output = corrector.Apply(record);
+    EXPECT_EQ(output[5], 2.0 * record[3]);
+    EXPECT_EQ(output[16], 2.0 * record[30]);
+    filter.kernel[2] = 4.0;
+    EXPECT_EQ(corrector.Apply(record)[5], 4.0 * record[3]);
+    filter.kernelLength = 0;
+    EXPECT_EQ(corrector.Apply(record), Constant(0.0, 32));
+    filter.kernelLength = -1;
+    ExpectRefused([&] { corrector.Apply(record); }, "SircFilter: kernelLength is -1; expected 0 or more taps");
+    corrector.config.patternLengthUi = 0;
+    ExpectRefused([&] { corrector.Apply(record); },
+                  "SircFilter: patternLengthUi * uiSamples is 0; expected a finite number of samples that is not 0");
+    corrector.config.patternLengthUi = -1;
+    EXPECT_EQ(corrector.Apply(record), Constant(0.0, 32));
+}
+
+// By hand, of eight samples: the kernel of eight taps brings the peak to index 3, that of two to index 0.
+TEST(SircImpulseResponse, IsAlignedFreedOfItsBaselineAndOfUnitArea)
+{
+    DeviceConfiguration config;
+    SircFilter filter(&config);
+    EXPECT_EQ(filter.baselineEndIndex, 1300);
+    using Values = std::vector<double>;
+    const Values identity{1, 0, 0, 0, 0, 0, 0, 0};
+    const struct {
+        const char* label;
+        Values signal, kernel;
+        int baselineEnd;
+        Values expected;
+    } cases[] = {
+        {"positive", {1, 2, 7, 2, 1, 1, 1, 1}, identity, 1, {0, 0, 0.125, 0.75, 0.125, 0, 0, 0}},
+        {"negative", {-1, -2, -7, -2, -1, -1, -1, -1}, identity, 1, {0, 0, 0.125, 0.75, 0.125, 0, 0, 0}},
+        {"equal magnitudes: the minimum", {0, 3, 0, 1, -3, 0, 0, 0}, identity, -1, {3, 0, 1, -3, 0, 0, 0, 0}},
+        {"smoothed", {0, 0, 0, 0, 4, 0, 0, 0}, {0.5, 0.5, 0, 0, 0, 0, 0, 0}, 0, {0, 0, 0, 0.5, 0.5, 0, 0, 0}},
+        {"short kernel",
+         {1, 2, 7, 2, 1, 1, 1, 1},
+         {1, 0},
+         -2,
+         {0.4375, 0.125, 0.0625, 0.0625, 0.0625, 0.0625, 0.0625, 0.125}},
+    };
+    for (auto row : cases) {
+        SCOPED_TRACE(row.label);
+        filter.baselineEndIndex = row.baselineEnd;
+        const auto taps = static_cast<int>(row.kernel.size());
+        EXPECT_EQ(Take(filter.ProcessImpulseResponse(row.signal.data(), 8, row.kernel.data(), taps), 8), row.expected);
+    }
+    Values zeros = Constant(0.0, 8);
+    filter.baselineEndIndex = 1;
+    for (const double value : Take(filter.ProcessImpulseResponse(zeros.data(), 8, zeros.data(), 4), 8))
+        EXPECT_TRUE(std::isnan(value));
+}
+
+TEST(SircRetargeting, IsTheRatioOfTwoBesselThomsonResponses)
+{
+    DeviceConfiguration config;
+    SircFilter filter(&config);
+    std::vector<double> frequencies{0.0, 1e9, 20e9, 39.8e9, 100e9};
+    const auto given = frequencies;
+    const auto ratio = Take(filter.BesselThomson4th_corrected(frequencies.data(), 5, 39.8e9, 20e9), 5);
+    const auto same = Take(filter.BesselThomson4th_corrected(frequencies.data(), 5, 20e9, 20e9), 5);
+    EXPECT_EQ(frequencies, given);
+    for (std::size_t k = 0; k < given.size(); ++k) {
+        const double w = kTwoPi * 0.33644 * given[k];
+        const Complex expected = BesselThomsonAt(4, w / 20e9) / BesselThomsonAt(4, w / 39.8e9);
+        EXPECT_LT(std::abs(ratio[k] - expected), 1e-13 * std::abs(expected));
+        EXPECT_EQ(same[k], Complex(1.0));
+    }
+    Take(filter.BesselThomson4th_corrected(nullptr, -1, 1.0, 1.0), 0);
+}
+
+TEST(SircErrors, NameTheArgument)
+{
+    DeviceConfiguration config;
+    SircFilter filter(&config);
+    std::vector<double> values = Constant(1.0, 1301);
+    double* const data = values.data();
+    const std::pair<std::function<void()>, const char*> cases[] = {
+        {[&] { filter.ProcessImpulseResponse(data, 1300, data, 1); },
+         "ProcessImpulseResponse: signalLength is 1300; expected at least 1301 values"},
+        {[&] { filter.ProcessImpulseResponse(nullptr, 1301, data, 1); },
+         "ProcessImpulseResponse: signal is null; expected an array of signalLength values"},
+        {[&] { filter.ProcessImpulseResponse(data, 1301, nullptr, 1); },
+         "ProcessImpulseResponse: kernel is null; expected an array of tapCount values"},
+        {[&] { filter.ProcessImpulseResponse(data, 1301, data, -1); },
+         "ProcessImpulseResponse: tapCount is -1; expected 0 or more taps"},
+        {[&] { filter.BesselThomson4th_corrected(nullptr, 1, 1.0, 1.0); },
+         "BesselThomson4th_corrected: frequencies is null; expected an array of count values"},
+        {[&] { filter.BesselThomson4th_corrected(data, 1, 0.0, 1.0); },
+         "BesselThomson4th_corrected: channelCutoff is 0; expected a finite positive frequency in hertz"},
+    };
+    for (const auto& [call, text] : cases)
+        ExpectRefused(call, std::string("SircFilter::") + text);
+}
+
+}  // namespace
