@@ -1,23 +1,23 @@
 // tarnwick apply: a capture through a chain of filters.
+#include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
-#include <limits>
 #include <memory>
 #include <numeric>
-#include <optional>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "capture.h"
 #include "chain.h"
 #include "commands.h"
 #include "eye.h"
 #include "eyeplot.h"
-#include "failure.h"
+#include "eyereport.h"
 #include "pattern.h"
 #include "progress.h"
 #include "run.h"
+#include "symbols.h"
 #include "waveform.h"
 
 namespace Tarnwick::App {
@@ -26,11 +26,9 @@ namespace {
 
 struct Options {
     std::string chain;
-    std::string capture;
+    CaptureOptions capture;
     std::string output;
-    std::string minus;
     std::string eyePrefix;
-    int skipLines = 0;
     bool json = false;
 };
 
@@ -44,6 +42,7 @@ struct StageReport {
     double peakToPeak = 0.0;
     EyeReport eye;
     double seconds = 0.0;
+    nlohmann::json found;  // what the filter has found; null: nothing
 };
 
 StageReport Describe(const std::string& name, std::span<const double> samples, const Chain& chain, double seconds)
@@ -64,22 +63,10 @@ StageReport Describe(const std::string& name, std::span<const double> samples, c
     return report;
 }
 
-std::vector<double> Subtract(std::vector<double> plus, const Waveform& minus, const Options& options)
-{
-    if (minus.samples.size() != plus.size())
-        throw DataFailure(fmt::format("{}: has {} samples; expected {}, as {} has", options.minus, minus.samples.size(),
-                                      plus.size(), options.capture));
-    std::transform(plus.begin(), plus.end(), minus.samples.begin(), plus.begin(), std::minus<>());
-    return plus;
-}
-
 nlohmann::ordered_json ToJson(const std::vector<StageReport>& reports)
 {
     nlohmann::ordered_json stages = nlohmann::ordered_json::array();
     for (const StageReport& report : reports) {
-        nlohmann::ordered_json eyes = nlohmann::ordered_json::array();
-        for (const EyeOpening& eye : report.eye.eyes)
-            eyes.push_back({{"height", eye.height}, {"widthUi", eye.widthUi}});
         stages.push_back({{"name", report.name},
                           {"samples", report.samples},
                           {"repetitions", report.repetitions},
@@ -87,20 +74,26 @@ nlohmann::ordered_json ToJson(const std::vector<StageReport>& reports)
                           {"rms", report.rms},
                           {"peakToPeak", report.peakToPeak},
                           {"levels", report.eye.levels},
-                          {"eyes", eyes},
+                          {"eyes", EyesToJson(report.eye)},
                           {"phaseUi", report.eye.phaseUi},
                           {"seconds", report.seconds}});
+        if (!report.found.is_null())
+            stages.back().update(report.found);
     }
     return {{"stages", stages}};
 }
 
-template <typename Value, typename Get>
-std::string Joined(const std::vector<Value>& values, Get get)
+// Five digits are more than any of it is good for.
+std::string FoundText(const nlohmann::json& value)
 {
+    if (value.is_number_float())
+        return fmt::format("{:.5g}", value.get<double>());
+    if (!value.is_array())
+        return value.is_string() ? value.get<std::string>() : value.dump();
     std::string text;
-    for (const Value& value : values)
-        text += fmt::format("{}{:.4g}", text.empty() ? "" : " ", get(value));
-    return text.empty() ? "-" : text;
+    for (const nlohmann::json& each : value)
+        text += (text.empty() ? "" : " ") + FoundText(each);
+    return text;
 }
 
 void PrintTable(const std::vector<StageReport>& reports)
@@ -110,48 +103,24 @@ void PrintTable(const std::vector<StageReport>& reports)
     for (const StageReport& report : reports)
         fmt::print("{:<16} {:>9} {:>5} {:>10.4g} {:>10.4g} {:>10.4g}  {:<26} {:<22} {:>8.3f} {:>9.2g}\n", report.name,
                    report.samples, report.repetitions, report.mean, report.rms, report.peakToPeak,
-                   Joined(report.eye.eyes, [](const EyeOpening& eye) { return eye.height; }),
-                   Joined(report.eye.eyes, [](const EyeOpening& eye) { return eye.widthUi; }), report.eye.phaseUi,
-                   report.seconds);
-}
-
-void RequireEyes(const Chain& chain, const Options& options)
-{
-    if (options.eyePrefix.empty())
-        return;
-    if (LevelCount(chain.Device().signalCoding) < 2)
-        throw UsageFailure(fmt::format("{}: device.signalCoding: is missing; --eye needs it", options.chain));
-    if (chain.SamplesPerUi() < 1.0)
-        throw UsageFailure(fmt::format("{}: device.samplesPerUi: is missing; --eye needs it", options.chain));
-}
-
-// A chain file made for another capture is the likeliest mistake of all.
-void WarnOfInterval(const Waveform& capture, const Chain& chain, const Options& options)
-{
-    const double seen = 1e-9 / (chain.Device().baudRateGBd * capture.interval);
-    if (std::isfinite(seen) && std::abs(seen - chain.SamplesPerUi()) > 0.01 * seen)
-        fmt::print(stderr, "tarnwick: {}: its times give {:.4g} samples per UI at {} GBd; {} says {:.4g}\n",
-                   options.capture, seen, chain.Device().baudRateGBd, options.chain, chain.SamplesPerUi());
+                   HeightsText(report.eye), WidthsText(report.eye), report.eye.phaseUi, report.seconds);
+    for (const StageReport& report : reports)
+        for (const auto& [name, value] : report.found.items())
+            fmt::print("{} {}: {}\n", report.name, name, FoundText(value));
 }
 
 void Apply(const Options& options)
 {
     RequireWaveformName(options.output);
-    Waveform capture = ReadWaveform(options.capture, static_cast<std::size_t>(options.skipLines));
-    std::vector<std::string> notes = capture.notes;
-    if (!options.minus.empty()) {
-        const Waveform minus = ReadWaveform(options.minus, static_cast<std::size_t>(options.skipLines));
-        notes.insert(notes.end(), minus.notes.begin(), minus.notes.end());
-        capture.samples = Subtract(std::move(capture.samples), minus, options);
-    }
-    for (const std::string& note : notes)
-        fmt::print(stderr, "tarnwick: {}\n", note);
-    if (capture.samples.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
-        throw DataFailure(
-            fmt::format("{}: has {} samples; expected at most 2147483647", options.capture, capture.samples.size()));
-    Chain chain(options.chain, capture.samples.size());
-    RequireEyes(chain, options);
-    WarnOfInterval(capture, chain, options);
+    const Waveform capture = ReadCapture(options.capture);
+    Chain chain(WithSymbols(ReadChainFile(options.chain), options.chain, capture.samples, options.capture.name),
+                options.chain, capture.samples.size());
+    if (!options.eyePrefix.empty())
+        RequireEyes(chain, options.chain, "--eye");
+    WarnOfInterval(capture, chain, options.capture, options.chain);
+    for (const Stage& stage : chain.Stages())
+        for (const std::string& note : stage.notes)
+            fmt::print(stderr, "tarnwick: {}\n", note);
 
     std::vector<double> samples = capture.samples;
     std::vector<StageReport> reports;
@@ -162,9 +131,11 @@ void Apply(const Options& options)
         for (Stage& stage : chain.Stages()) {
             progress.Begin(stage.name);
             const auto start = std::chrono::steady_clock::now();
-            samples = RunStage(stage, samples, options.chain, options.capture);
+            samples = RunStage(stage, samples, options.chain, options.capture.name);
             const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
             reports.push_back(Describe(stage.name, samples, chain, taken.count()));
+            if (stage.found)
+                reports.back().found = stage.found();
         }
         progress.Begin("output");
         WriteWaveform(options.output, samples, capture.interval, capture.start);
@@ -191,11 +162,9 @@ void AddApply(CLI::App& program)
     auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand("apply", "Run a capture through a chain of filters");
     command->add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
-    command->add_option("capture", options->capture, "Capture: text with one value a line, CSV, or .npy")->required();
+    AddCaptureOptions(*command, options->capture);
     command->add_option("-o,--output", options->output, "Filtered capture: .csv, .txt or .npy")->required();
-    command->add_option("--minus", options->minus, "Second capture to subtract (differential pairs)");
-    command->add_option("--skip-lines", options->skipLines, "Lines to drop at the head of a text capture")
-        ->check(CLI::Range(0, 1000000000));
+    AddMinusOption(*command, options->capture);
     command->add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png and PREFIX-after.png")
         ->type_name("PREFIX");
     command->add_flag("--json", options->json, "Print the stages as JSON");

@@ -6,7 +6,9 @@
 #include <iterator>
 #include <limits>
 #include <numeric>
+#include <optional>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 #include <fmt/format.h>
@@ -14,6 +16,7 @@
 
 #include "failure.h"
 #include "pattern.h"
+#include "sirctable.h"
 
 namespace Tarnwick::App {
 
@@ -29,9 +32,10 @@ struct Place {
     std::string key;
 
     Place Below(const std::string& name) const { return {file, key.empty() ? name : key + "." + name}; }
+    template <typename Failure = UsageFailure>
     [[noreturn]] void Fail(const std::string& what) const
     {
-        throw UsageFailure(fmt::format("{}: {}: {}", file, key.empty() ? "the file" : key, what));
+        throw Failure(fmt::format("{}: {}: {}", file, key.empty() ? "the file" : key, what));
     }
 };
 
@@ -64,6 +68,12 @@ std::string TextFrom(const json& value, const Place& place)
     if (!value.is_string())
         place.Fail(fmt::format("is {}; expected a text", value.dump()));
     return value.get<std::string>();
+}
+
+// A file that the chain file names, relative to where that lies.
+std::filesystem::path FileFrom(const json& value, const Place& place)
+{
+    return std::filesystem::path(place.file).parent_path() / TextFrom(value, place);
 }
 
 const json& ObjectFrom(const json& value, const Place& place)
@@ -120,7 +130,8 @@ void AppendNames(const std::vector<Field<Owner>>& fields, std::vector<std::strin
 
 [[noreturn]] void UnknownKey(const std::string& name, const std::vector<std::string>& known, const Place& place)
 {
-    place.Below(name).Fail(fmt::format("is no known key; the nearest one is \"{}\"", Nearest(name, known)));
+    place.Below(name).Fail<UnknownKeyFailure>(
+        fmt::format("is no known key; the nearest one is \"{}\"", Nearest(name, known)));
 }
 
 const std::vector<Field<DeviceConfiguration>>& DeviceFields()
@@ -162,6 +173,11 @@ struct FilterType {
     std::function<Stage(const json& settings, const Place& place, DeviceConfiguration& config)> make;
 };
 
+bool IsEnabled(const json& settings, const Place& place)
+{
+    return !settings.contains("enabled") || FlagFrom(settings["enabled"], place.Below("enabled"));
+}
+
 // Reads a filter's keys into its parameters, then builds the filter on them.
 template <typename Filter, typename Parameters>
 Stage MakeStage(std::unique_ptr<Parameters> parameters, const std::vector<Field<Parameters>>& own, const json& settings,
@@ -183,7 +199,7 @@ Stage MakeStage(std::unique_ptr<Parameters> parameters, const std::vector<Field<
         }
     }
     Stage stage;
-    if (settings.contains("enabled") && !FlagFrom(settings["enabled"], place.Below("enabled")))
+    if (!IsEnabled(settings, place))
         return stage;
     try {
         stage.filter = std::make_unique<Filter>(parameters.get());
@@ -215,6 +231,153 @@ void SetCtleType(DSO::Filters::CTLEFilterParameters& parameters, const json& val
     if (row == std::end(kCtleNames))
         place.Fail(fmt::format("is \"{}\"; expected peaking, hdmi, hdmi2.0, ieee802.3bs or oif-cei-112g", name));
     parameters.type = row->type;
+}
+
+// SiRC takes its tables from the configuration. Here each filter has one of its own, so that two on the same channel can
+// have different tables; every entry holds the same, whatever channel and receiver are chosen.
+class SircStageParameters : public DSO::Filters::SircFilterParameters {
+public:
+    explicit SircStageParameters(DeviceConfiguration config) : SircFilterParameters(&own_), own_(std::move(config))
+    {
+        Fill(own_.electricalResponseTable, kChannels, {});
+        Fill(own_.oeResponseTable, kChannels * kReceivers, {});
+        Fill(own_.referenceTable, kChannels, {});
+        own_.channelBandwidths.resize(kChannels);
+    }
+    SircStageParameters(const SircStageParameters&) = delete;
+    SircStageParameters& operator=(const SircStageParameters&) = delete;
+
+    void ReadTables(const json& settings, const Place& place)
+    {
+        if (const auto response = Read("channelResponse", settings, place)) {
+            Fill(own_.electricalResponseTable, kChannels, response->values);
+            Fill(own_.oeResponseTable, kChannels * kReceivers, response->values);
+        }
+        if (const auto reference = Read("channelReference", settings, place))
+            Fill(own_.referenceTable, kChannels, reference->values);
+    }
+    bool HasResponse() const { return !own_.electricalResponseTable.front().empty(); }
+    const std::vector<std::string>& Notes() const { return notes_; }
+
+    static void CheckName(SircStageParameters&, const json& value, const Place& place) { (void)TextFrom(value, place); }
+
+private:
+    static constexpr std::size_t kChannels = 4;
+    static constexpr std::size_t kReceivers = 3;
+    using Tables = std::vector<std::vector<double>>;
+
+    static void Fill(Tables& tables, std::size_t count, const std::vector<double>& table)
+    {
+        tables.assign(count, table);
+    }
+    std::optional<SircTable> Read(const char* key, const json& settings, const Place& place)
+    {
+        if (!settings.contains(key))
+            return std::nullopt;
+        SircTable table = ReadSircTable(FileFrom(settings[key], place.Below(key)));
+        notes_.insert(notes_.end(), table.notes.begin(), table.notes.end());
+        return table;
+    }
+
+    DeviceConfiguration own_;
+    std::vector<std::string> notes_;
+};
+
+Stage MakeSircStage(const json& settings, const Place& place, DeviceConfiguration& config)
+{
+    using P = SircStageParameters;
+    auto parameters = std::make_unique<P>(config);
+    if (IsEnabled(settings, place))
+        parameters->ReadTables(settings, place);
+    const bool hasResponse = parameters->HasResponse();
+    const auto notes = parameters->Notes();
+    Stage stage = MakeStage<DSO::Filters::SircFilter>(std::move(parameters),
+                                                      {{"channelResponse", &P::CheckName},
+                                                       {"channelReference", &P::CheckName},
+                                                       {"referenceCutoffPercent", &P::referenceCutoffPercent},
+                                                       {"uiSamples", &P::uiSamples}},
+                                                      settings, place);
+    if (stage.filter && !hasResponse)
+        place.Below("channelResponse").Fail("is missing; expected the file of the channel's measured impulse response");
+    stage.notes = notes;
+    if (stage.filter)
+        stage.found = [&filter = static_cast<const DSO::Filters::SircFilter&>(*stage.filter)] {
+            return json{{"kernelLength", filter.kernelLength}};
+        };
+    return stage;
+}
+
+void SetTaps(std::vector<double>& taps, const json& value, const Place& place)
+{
+    if (!value.is_array())
+        place.Fail(fmt::format("is {}; expected a list of numbers", value.type_name()));
+    taps.clear();
+    for (std::size_t k = 0; k < value.size(); ++k)
+        taps.push_back(RealFrom(value[k], place.Below(std::to_string(k))));
+}
+
+Stage MakeFfeStage(const json& settings, const Place& place, DeviceConfiguration& config)
+{
+    using P = DSO::Filters::FFEFilterParameters;
+    auto owned = std::make_unique<P>(&config);
+    const P& parameters = *owned;
+    Stage stage = MakeStage<DSO::Filters::FFEFilter>(
+        std::move(owned),
+        {{"numberOfTaps", &P::numberOfTaps},
+         {"tapsPerUi", &P::tapsPerUi},
+         {"mainCursorPosition", &P::mainCursorPosition},
+         {"useManualTaps", &P::useManualTaps},
+         {"taps", [](P& p, const json& value, const Place& here) { SetTaps(p.taps, value, here); }},
+         {"quantizeTaps", &P::quantizeTaps},
+         {"tapResolution", &P::tapResolution},
+         {"useTdecqEqualizer", &P::useTdecqEqualizer},
+         {"samplesPerUi", &P::samplesPerUi},
+         {"withoutGrayCoding", &P::withoutGrayCoding},
+         {"useUserPattern", &P::useUserPattern},
+         {"spareFlag", &P::spareFlag}},
+        settings, place);
+    if (!stage.filter)
+        return stage;
+    stage.adaptive = !parameters.useManualTaps;
+    stage.needsSymbols = stage.adaptive;
+    const auto& filter = static_cast<const DSO::Filters::FFEFilter&>(*stage.filter);
+    stage.found = [&parameters, &filter] {
+        json found = {{"taps", parameters.taps}, {"appliedTaps", parameters.appliedTaps}};
+        const auto& taps = parameters.appliedTaps;
+        const auto largest =
+            std::max_element(taps.begin(), taps.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
+        if (!taps.empty())
+            found["mainCursor"] = largest - taps.begin() + 1;
+        if (std::isfinite(filter.residualError))
+            found["residualError"] = filter.residualError;
+        return found;
+    };
+    return stage;
+}
+
+Stage MakeDfeStage(const json& settings, const Place& place, DeviceConfiguration& config)
+{
+    using P = DSO::Filters::DFEFilterParameters;
+    auto owned = std::make_unique<P>(&config);
+    const P& parameters = *owned;
+    Stage stage = MakeStage<DSO::Filters::DFEFilter>(
+        std::move(owned),
+        {{"numberOfTaps", &P::numberOfTaps},
+         {"taps", [](P& p, const json& value, const Place& here) { SetTaps(p.taps, value, here); }},
+         {"samplingDelayPs", &P::samplingDelayPs},
+         {"useManualTaps", &P::useManualTaps},
+         {"samplesPerUi", &P::samplesPerUi},
+         {"withoutGrayCoding", &P::withoutGrayCoding}},
+        settings, place);
+    if (!stage.filter)
+        return stage;
+    stage.linear = false;
+    stage.adaptive = !parameters.useManualTaps;
+    stage.needsSymbols = stage.adaptive && parameters.numberOfTaps > 0;
+    stage.found = [&parameters] {
+        return json{{"taps", parameters.taps}, {"samplingDelayPs", parameters.samplingDelayPs}};
+    };
+    return stage;
 }
 
 // A row a filter. A new filter is a new row.
@@ -261,6 +424,9 @@ const std::vector<FilterType>& FilterTypes()
                                               {"samplesPerUi", &P::samplesPerUi}},
                                              settings, place);
          }},
+        {"sirc", MakeSircStage},
+        {"ffe", MakeFfeStage},
+        {"dfe", MakeDfeStage},
     };
     return types;
 }
@@ -284,6 +450,16 @@ E_SIGNAL_CODING CodingFrom(const json& value, const Place& place)
         if (name == row.name)
             return row.coding;
     place.Fail(fmt::format("is \"{}\"; expected NRZ, PAM4, PAM3 or PAM4-precoded", name));
+}
+
+std::vector<double> NumbersFrom(const json& value, const Place& place)
+{
+    if (!value.is_array())
+        place.Fail(fmt::format("is {}; expected a list of numbers", value.dump()));
+    std::vector<double> numbers;
+    for (const json& each : value)
+        numbers.push_back(RealFrom(each, place.Below(std::to_string(numbers.size()))));
+    return numbers;
 }
 
 // One flag for all four channels, or a list of four.
@@ -316,6 +492,8 @@ json ReadChainFile(const std::filesystem::path& path)
 std::string Nearest(const std::string& name, const std::vector<std::string>& known)
 {
     const auto distance = [&](const std::string& other) {
+        if (!name.empty() && other.compare(0, name.size(), name) == 0)
+            return std::size_t{0};  // cut short, which many letters are missing from
         std::vector<std::size_t> row(other.size() + 1);
         std::iota(row.begin(), row.end(), std::size_t{0});
         for (std::size_t i = 1; i <= name.size(); ++i) {
@@ -369,8 +547,11 @@ void Chain::ReadDevice(const json& device)
             FlagsFrom(value, here, config_.patternLocked);
         else if (name == "oeChannel")
             FlagsFrom(value, here, oeChannels_);
+        else if (name == "channelBandwidths")
+            config_.channelBandwidths = NumbersFrom(value, here);
         else if (name != "patternSymbols") {
-            std::vector<std::string> known = {"signalCoding", "patternLocked", "oeChannel", "patternSymbols"};
+            std::vector<std::string> known = {"signalCoding", "patternLocked", "oeChannel", "channelBandwidths",
+                                              "patternSymbols"};
             AppendNames(DeviceFields(), known);
             UnknownKey(name, known, place);
         }
@@ -449,6 +630,7 @@ void Chain::ReadFilters(const json& filters)
         Stage stage = row->make(settings, here, config_);
         stage.name = type;
         stage.place = here.key;
+        stage.index = k;
         if (stage.filter)
             stages_.push_back(std::move(stage));
     }

@@ -16,8 +16,15 @@ namespace Tarnwick::App {
 
 /// One filter of a chain with its parameters.
 struct Stage {
-    std::string name;   ///< its type, as in the file
-    std::string place;  ///< where it stands in the file: filters.1
+    std::string name;                ///< its type, as in the file
+    std::string place;               ///< where it stands in the file: filters.1
+    std::size_t index = 0;           ///< among all filters of the file
+    bool linear = true;              ///< false: it decides, and a response to an impulse says nothing of it
+    std::vector<std::string> notes;  ///< what was assumed of its files, for the user to read
+    bool adaptive = false;           ///< it fits itself to the capture, which an impulse is none of
+    bool needsSymbols = false;       ///< the pattern's symbols, given or found
+    /// What the filter has found, for reports: a JSON object. Empty: it finds nothing.
+    std::function<nlohmann::json()> found;
     std::unique_ptr<DSO::SystemFramework::BaseFilterParameters> parameters;
     std::unique_ptr<DSO::SystemFramework::BaseFilter> filter;
 };
@@ -57,7 +64,7 @@ private:
     std::vector<Stage> stages_;
 };
 
-/// The name in `known` that is nearest to `name` by edit distance.
+/// The name in `known` that begins with `name`, or is nearest to it by edit distance.
 std::string Nearest(const std::string& name, const std::vector<std::string>& known);
 
 }  // namespace Tarnwick::App

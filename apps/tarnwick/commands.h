@@ -8,5 +8,9 @@ namespace Tarnwick::App {
 void AddApply(CLI::App& program);
 void AddSimulate(CLI::App& program);
 void AddInfo(CLI::App& program);
+void AddMeasure(CLI::App& program);
+void AddSweep(CLI::App& program);
+void AddResponse(CLI::App& program);
+void AddPresets(CLI::App& program);
 
 }  // namespace Tarnwick::App

@@ -15,4 +15,9 @@ struct UsageFailure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// A key of the chain file that nothing knows.
+struct UnknownKeyFailure : UsageFailure {
+    using UsageFailure::UsageFailure;
+};
+
 }  // namespace Tarnwick::App

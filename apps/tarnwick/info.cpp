@@ -12,10 +12,10 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "capture.h"
 #include "commands.h"
 #include "eye.h"
 #include "framework/fftifft.h"
-#include "waveform.h"
 
 namespace Tarnwick::App {
 
@@ -160,8 +160,7 @@ std::vector<double> FindLevels(std::span<const double> samples, double samplesPe
 namespace {
 
 struct Options {
-    std::string capture;
-    int skipLines = 0;
+    CaptureOptions capture;
     bool json = false;
 };
 
@@ -184,9 +183,7 @@ void Line(const char* name, const std::string& value)
 
 void Run(const Options& options)
 {
-    const Waveform capture = ReadWaveform(options.capture, static_cast<std::size_t>(options.skipLines));
-    for (const std::string& note : capture.notes)
-        fmt::print(stderr, "tarnwick: {}\n", note);
+    const Waveform capture = ReadCapture(options.capture);
     const std::span<const double> samples = capture.samples;
     const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
     const auto count = static_cast<double>(samples.size());
@@ -243,9 +240,7 @@ void AddInfo(CLI::App& program)
 {
     auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand("info", "Tell what a capture holds");
-    command->add_option("capture", options->capture, "Capture: text with one value a line, CSV, or .npy")->required();
-    command->add_option("--skip-lines", options->skipLines, "Lines to drop at the head of a text capture")
-        ->check(CLI::Range(0, 1000000000));
+    AddCaptureOptions(*command, options->capture);
     command->add_flag("--json", options->json, "Print as JSON; null where nothing was found");
     command->callback([options] { Run(*options); });
 }

@@ -27,6 +27,10 @@ int main(int argc, char** argv)
         AddApply(program);
         AddSimulate(program);
         AddInfo(program);
+        AddMeasure(program);
+        AddSweep(program);
+        AddResponse(program);
+        AddPresets(program);
         try {
             program.parse(argc, argv);
         } catch (const CLI::Success& help) {

@@ -24,6 +24,8 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
         stage.parameters->ResetDirty();
     } catch (const std::invalid_argument& failure) {
         throw UsageFailure(fmt::format("{}: {}: {}", chain, stage.place, failure.what()));
+    } catch (const std::runtime_error& failure) {  // what a filter makes of the files that it was given
+        throw DataFailure(fmt::format("{}: {}: {}", chain, stage.place, failure.what()));
     }
     struct Release {
         void operator()(double* array) const { ::operator delete(array); }
@@ -35,8 +37,8 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
         throw DataFailure(fmt::format("{}: {}: {}", capture, stage.place, failure.what()));
     }
     if (!result)
-        throw DataFailure(fmt::format("{}: {}: {} samples are fewer than one repetition of the pattern",
-                                      capture, stage.place, samples.size()));
+        throw DataFailure(fmt::format("{}: {}: {} samples are fewer than one repetition of the pattern", capture,
+                                      stage.place, samples.size()));
     return {result.get(), result.get() + samples.size()};
 }
 

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <random>
 
@@ -13,12 +15,15 @@
 #include "commands.h"
 #include "failure.h"
 #include "framework/fftifft.h"
+#include "options.h"
 #include "pattern.h"
 #include "waveform.h"
 
 namespace Tarnwick::App {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 using Complex = std::complex<double>;
 
@@ -104,6 +109,12 @@ void ApplyLine(std::vector<double>& samples, const Simulation& settings)
     std::transform(bins.begin(), bins.end(), samples.begin(), [](Complex value) { return value.real(); });
 }
 
+// [UI] How far an edge may move: it stays within the halves of the UIs at its sides.
+double WidestShift(const Simulation& settings)
+{
+    return 0.5 * (1.0 - settings.riseUi);
+}
+
 std::vector<double> Repeated(const std::vector<double>& period, int repetitions)
 {
     std::vector<double> record;
@@ -148,9 +159,22 @@ void WriteChain(const Options& options)
     WriteWhole(options.chain, chain.dump(4) + "\n");
 }
 
+// Files that do not exist yet are told by their names.
+bool IsSameFile(const fs::path& one, const fs::path& other)
+{
+    std::error_code error;
+    if (fs::equivalent(one, other, error))
+        return true;
+    const fs::path first = fs::weakly_canonical(fs::absolute(one, error), error);
+    const fs::path second = fs::weakly_canonical(fs::absolute(other, error), error);
+    return !first.empty() && first == second;
+}
+
 void Run(const Options& options)
 {
     RequireWaveformName(options.output);
+    if (!options.chain.empty() && IsSameFile(options.output, options.chain))
+        throw UsageFailure(fmt::format("--chain: is {}, as the capture; expected another file", options.chain));
     const E_SIGNAL_CODING coding = CodingOf(options.coding);
     const std::string symbols = options.symbols.empty() ? PrbsSymbols(options.prbs, coding) : options.symbols;
     const std::vector<int> levels = LevelsOf(symbols, coding, options.withoutGrayCoding);
@@ -162,6 +186,9 @@ void Run(const Options& options)
     WriteWaveform(options.output, capture, 1e-9 / (settings.symbolRateGBd * settings.samplesPerUi));
     if (!options.chain.empty())
         WriteChain(options);
+    if (3.0 * settings.jitterRms > WidestShift(settings))
+        fmt::print(stderr, "tarnwick: edges of {} UI hold the jitter within {:.6g} UI; its rms stays below {} UI\n",
+                   settings.riseUi, WidestShift(settings), settings.jitterRms);
     fmt::print("{}: {} samples, {} UI of {} at {} GBd, {} samples per UI, {} repetition{}\n", options.output,
                capture.size(), levels.size(), options.coding, settings.symbolRateGBd, settings.samplesPerUi,
                settings.repetitions, settings.repetitions == 1 ? "" : "s");
@@ -171,6 +198,11 @@ void Run(const Options& options)
 
 std::vector<double> Simulate(std::span<const int> levels, int levelCount, const Simulation& settings)
 {
+    const double widest = WidestShift(settings);
+    if (settings.jitterRms > widest)
+        throw UsageFailure(
+            fmt::format("jitter is {} UI rms; expected at most {:.6g} UI, half of what edges of {} UI leave of a UI",
+                        settings.jitterRms, widest, settings.riseUi));
     Gaussian random(settings.seed);
     // Jittered edges differ from repetition to repetition: then the whole record is the period.
     const int periods = settings.jitterRms > 0.0 ? settings.repetitions : 1;
@@ -179,7 +211,6 @@ std::vector<double> Simulate(std::span<const int> levels, int levelCount, const 
         for (const int level : levels)
             volts.push_back(settings.amplitude * (static_cast<double>(level) / (levelCount - 1) - 0.5));
     std::vector<double> shifts(volts.size(), 0.0);
-    const double widest = 0.5 * (1.0 - settings.riseUi);  // an edge stays within the halves of the UIs at its sides
     if (settings.jitterRms > 0.0)
         for (double& shift : shifts)
             shift = std::clamp(settings.jitterRms * random(), -widest, widest);
@@ -206,7 +237,7 @@ void AddSimulate(CLI::App& program)
         ->capture_default_str();
     command->add_flag("--without-gray", options->withoutGrayCoding, "PAM4 symbols are level indices");
     command->add_option("--baud", settings.symbolRateGBd, "Symbol rate [GBd]")
-        ->check(CLI::Range(1e-6, 1e6))
+        ->check(RealRange(1e-6, 1e6))
         ->capture_default_str();
     command->add_option("--spu", settings.samplesPerUi, "Samples per UI")
         ->check(CLI::Range(1, 4096))
@@ -215,19 +246,19 @@ void AddSimulate(CLI::App& program)
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();
     command->add_option("--amplitude", settings.amplitude, "Lowest to highest level [V]")
-        ->check(CLI::Range(0.0, 1e6))
+        ->check(RealRange(0.0, 1e6))
         ->capture_default_str();
     command->add_option("--rise", settings.riseUi, "Edge from 0 to 100 % [UI]")
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(RealRange(0.0, 1.0))
         ->capture_default_str();
     command->add_option("--loss", settings.lossDb, "Loss of the line at half the symbol rate [dB]")
-        ->check(CLI::Range(0.0, 100.0))
+        ->check(RealRange(0.0, 100.0))
         ->capture_default_str();
     command->add_option("--noise", settings.noiseRms, "White noise, rms [V]")
-        ->check(CLI::Range(0.0, 1e6))
+        ->check(RealRange(0.0, 1e6))
         ->capture_default_str();
     command->add_option("--jitter", settings.jitterRms, "Random jitter of the edges, rms [UI]")
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(RealRange(0.0, 1.0))
         ->capture_default_str();
     command->add_option("--seed", settings.seed, "Seed of noise and jitter")->capture_default_str();
     command->add_option("--chain", options->chain, "Also write a chain file that fits the capture");

@@ -1,26 +1,15 @@
-// The program as its user runs it.
 #include <cmath>
-#include <cstdlib>
 #include <numbers>
 
 #include <nlohmann/json.hpp>
 
 #include "files.h"
+#include "program.h"
 #include "waveform.h"
 
 namespace Tarnwick::App {
 
 namespace {
-
-// Runs the program inside the folder; stdout and stderr go to the files "out" and "err" there.
-int RunProgram(const TestFolder& folder, const std::string& arguments)
-{
-    const std::string place = (folder / ".").string();
-    const std::string command =
-        "cd \"" + place + "\" && \"" + std::string(TARNWICK_PROGRAM) + "\" " + arguments + " > out 2> err";
-    const int status = std::system(command.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
-    return status / 256 + status % 256;               // a shell's exit status, 0 to 255
-}
 
 constexpr const char* kChain = R"({
     "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternSymbols": {"prbs": 7}},

@@ -61,6 +61,27 @@ TEST(ChainFilters, SetsFieldsAndLeavesOutWhatIsOff)
     EXPECT_EQ(chain.Stages()[1].place, "filters.2");
 }
 
+TEST(ChainFilters, ReadsADecisionFeedbackEqualiser)
+{
+    const TestFolder folder;
+    const auto path = folder.Write("chain.json", R"({
+        "device": {"patternLengthUi": 16, "samplesPerUi": 8, "baudRateGBd": 10, "signalCoding": "NRZ"},
+        "filters": [{"type": "dfe", "numberOfTaps": 2},
+                    {"type": "dfe", "numberOfTaps": 2, "taps": [0.25, -0.1], "useManualTaps": true,
+                     "samplingDelayPs": 37.5}]})");
+    Chain chain(path, 128);
+    ASSERT_EQ(chain.Stages().size(), 2U);
+    const Stage& automatic = chain.Stages()[0];
+    EXPECT_TRUE(!automatic.linear && automatic.adaptive && automatic.needsSymbols);
+    const Stage& manual = chain.Stages()[1];
+    EXPECT_TRUE(!manual.linear && !manual.adaptive && !manual.needsSymbols);
+    const auto& parameters = dynamic_cast<const DSO::Filters::DFEFilterParameters&>(*manual.parameters);
+    EXPECT_EQ(parameters.numberOfTaps, 2);
+    EXPECT_EQ(parameters.taps, (std::vector<double>{0.25, -0.1}));
+    EXPECT_EQ(parameters.samplingDelayPs, 37.5);
+    EXPECT_EQ(parameters.samplesPerUi, 8);
+}
+
 TEST(ChainErrors, NameTheKey)
 {
     const struct {
@@ -73,7 +94,7 @@ TEST(ChainErrors, NameTheKey)
         {R"({"filters": {}})", "filters: is object; expected a list of filters"},
         {R"({"filters": [{}]})", "filters.0.type: is missing; expected the name of a filter"},
         {R"({"filters": [{"type": "bessel"}]})",
-         R"(filters.0.type: is "bessel", no known filter; the nearest one is "copy")"},
+         R"(filters.0.type: is "bessel", no known filter; the nearest one is "bessel-thomson")"},
         {R"({"filters": [{"type": "moving-avg"}]})",
          R"(filters.0.type: is "moving-avg", no known filter; the nearest one is "moving-average")"},
         {R"({"filters": [{"type": "moving-average", "windowLength": 3}]})",

@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include "files.h"
+#include "program.h"
+
 namespace Tarnwick::App {
 
 namespace {
@@ -80,6 +83,45 @@ TEST(Simulate, AddsNoiseAndJitterThatItsSeedDecides)
     EXPECT_FALSE(std::equal(jittered.begin(), jittered.begin() + period, jittered.begin() + period));
     for (std::size_t k = 8; k < jittered.size(); k += 16)
         EXPECT_NEAR(jittered[k], clean[k], 1e-15) << "the middle of UI " << k / 16 << " is flat";
+}
+
+TEST(SimulateProgram, RefusesWhatItCannotDoAndWritesNothing)
+{
+    const TestFolder folder;
+    const struct {
+        const char* arguments;
+        const char* message;
+    } cases[] = {
+        {"-o c.csv --noise nan", "--noise: is nan; expected a number from 0 to"},
+        {"-o c.csv --noise inf", "--noise: is inf"},
+        {"-o c.csv --noise -1", "--noise: is -1"},
+        {"-o c.csv --noise 1x", "--noise: is 1x"},
+        {"-o c.csv --baud nan", "--baud: is nan"},
+        {"-o c.csv --amplitude -nan", "--amplitude: is -nan"},
+        {"-o c.csv --rise nan", "--rise: is nan"},
+        {"-o c.csv --loss nan", "--loss: is nan"},
+        {"-o c.csv --jitter NAN", "--jitter: is NAN"},
+        {"-o c.csv --chain c.csv", "--chain: is c.csv, as the capture; expected another file"},
+        {"-o c.csv --chain ./d/../c.csv", "as the capture"},
+        {"-o c.csv --jitter 0.01 --rise 1", "jitter is 0.01 UI rms; expected at most 0 UI"},
+        {"-o c.csv --jitter 0.3 --rise 0.5", "expected at most 0.25 UI"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.arguments);
+        EXPECT_EQ(RunProgram(folder, std::string("simulate --prbs 7 ") + row.arguments), 2);
+        const std::string message = folder.Read("err");
+        EXPECT_NE(message.find(row.message), std::string::npos) << message;
+        EXPECT_EQ(folder.Count(), 2U);  // "out" and "err"
+    }
+}
+
+TEST(SimulateProgram, SaysThatLongEdgesHoldTheJitter)
+{
+    const TestFolder folder;
+    ASSERT_EQ(RunProgram(folder, "simulate --prbs 7 -o c.csv --jitter 0.1 --rise 0.5"), 0);
+    EXPECT_NE(folder.Read("err").find("hold the jitter within 0.25 UI"), std::string::npos) << folder.Read("err");
+    ASSERT_EQ(RunProgram(folder, "simulate --prbs 7 -o c.csv --jitter 0.05 --rise 0.5"), 0);
+    EXPECT_EQ(folder.Read("err"), "");
 }
 
 }  // namespace

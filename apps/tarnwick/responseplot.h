@@ -1,0 +1,16 @@
+// The response of a chain as a picture.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "response.h"
+
+namespace Tarnwick::App {
+
+/// Magnitude, group delay and impulse response one above the other, a line a filter and a thick one for the whole, as a
+/// PNG file.
+/// @throws DataFailure  gnuplot is missing or fails; the file is complete or absent
+void DrawResponse(const std::filesystem::path& path, const ChainResponse& response, const std::string& title);
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,83 @@
+#include "gnuplot.h"
+
+#include <cstdlib>
+
+#include "failure.h"
+#include "files.h"
+#include "program.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+bool IsPng(const std::string& content)
+{
+    return content.substr(0, 8) == "\x89PNG\r\n\x1a\n" && content.substr(content.size() - 8, 4) == "IEND";
+}
+
+TEST(Gnuplot, TakesTextsAsTheyAre)
+{
+    EXPECT_EQ(Quoted("it's 5 % of \\n {x}_2"), R"('it''s 5 % of \n {x}_2')");
+    EXPECT_EQ(Quoted("a\nset output 'b'"), "'a set output ''b'''");
+}
+
+// Names that gnuplot would run, expand or end early were it to see them as they are; relative, as a user types them.
+TEST(Gnuplot, WritesUnderAnyName)
+{
+    const TestFolder folder;
+    folder.Write("chain.json", R"({"device": {"samplesPerUi": 4, "signalCoding": "NRZ"}, "filters": []})");
+    folder.Write("capture.txt", "0\n1\n1\n1\n1\n0\n0\n0\n0\n1\n1\n1\n");
+    for (const std::string name : {"plain", "|touch caught; true ", "~", "a`touch caught`$(touch caught)"}) {
+        SCOPED_TRACE(name);
+        ASSERT_EQ(RunProgram(folder, "apply chain.json capture.txt -o f.csv --eye '" + name + "'"), 0)
+            << folder.Read("err");
+        EXPECT_TRUE(IsPng(folder.Read(name + "-before.png")));
+        EXPECT_TRUE(IsPng(folder.Read(name + "-after.png")));
+    }
+    EXPECT_EQ(folder.Count(), 5U + 2 * 4);  // chain, capture, f.csv, out, err: nothing else was left
+}
+
+TEST(Gnuplot, LeavesNothingBehindAFailure)
+{
+    const TestFolder folder;
+    const std::string good = "plot x\n";
+    const struct {
+        const char* name;
+        std::string script;
+        const char* message;
+    } cases[] = {
+        {"none/a.png", good, "a.png: cannot be written"},
+        {"a\nb.png", good, "control character"},
+        {"a.png", "plot nothing(x)\n", "a.png: gnuplot, which draws the pictures, is missing or failed"},
+        {"a.png", "", "gnuplot"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name + row.script);
+        const std::string message = FailureOf<DataFailure>([&] { DrawPng(folder / row.name, 64, 64, row.script); });
+        EXPECT_NE(message.find(row.message), std::string::npos) << message;
+        EXPECT_EQ(folder.Count(), 0U);
+    }
+    std::filesystem::create_directory(folder / "taken.png");
+    EXPECT_NE(FailureOf<DataFailure>([&] { DrawPng(folder / "taken.png", 64, 64, good); }).find("cannot be written"),
+              std::string::npos);
+    EXPECT_EQ(folder.Count(), 1U);
+}
+
+#if !defined(_WIN32)
+// More than a pipe holds, so that the writer meets its broken end.
+TEST(Gnuplot, SurvivesThatThereIsNone)
+{
+    const TestFolder folder;
+    const std::string path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe)
+    setenv("PATH", (folder / "").c_str(), 1);      // NOLINT(concurrency-mt-unsafe)
+    const std::string message =
+        FailureOf<DataFailure>([&] { DrawPng(folder / "a.png", 64, 64, std::string(1U << 22U, '\n') + "plot x\n"); });
+    setenv("PATH", path.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+    EXPECT_NE(message.find("a.png: gnuplot, which draws the pictures, is missing"), std::string::npos) << message;
+    EXPECT_EQ(folder.Count(), 0U);
+}
+#endif
+
+}  // namespace
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,167 @@
+#include "measure.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "failure.h"
+#include "pattern.h"
+#include "program.h"
+#include "simulate.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+using nlohmann::json;
+
+// Symbol errors at the best rotation of what was found.
+std::size_t Errors(const std::vector<int>& found, const std::vector<int>& sent)
+{
+    std::size_t fewest = sent.size();
+    for (std::size_t turn = 0; turn < sent.size() && fewest > 0; ++turn) {
+        std::size_t errors = 0;
+        for (std::size_t k = 0; k < sent.size() && errors < fewest; ++k)
+            errors += found[k] != sent[(k + turn) % sent.size()] ? 1 : 0;
+        fewest = std::min(fewest, errors);
+    }
+    return fewest;
+}
+
+std::vector<int> Ternary()
+{
+    std::vector<int> levels;
+    for (int k = 0; k < 301; ++k)
+        levels.push_back((k * k / 3 + k / 5 + 2 * (k % 7)) % 3);
+    return levels;
+}
+
+TEST(SymbolSearch, FindsEveryCodingInAClosedEye)
+{
+    const struct {
+        E_SIGNAL_CODING coding;
+        std::vector<int> levels;
+    } cases[] = {
+        {SIGNAL_CODING_NRZ, LevelsOf(PrbsSymbols(9, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false)},
+        {SIGNAL_CODING_PAM3, Ternary()},
+        {SIGNAL_CODING_PAM4, LevelsOf(PrbsSymbols(11, SIGNAL_CODING_PAM4), SIGNAL_CODING_PAM4, false)},
+    };
+    for (const auto& [coding, levels] : cases) {
+        SCOPED_TRACE(NameOf(coding));
+        const int levelCount = LevelCount(coding);
+        Simulation settings;
+        settings.lossDb = 12.0;
+        settings.noiseRms = 0.002;
+        settings.repetitions = 2;
+        const auto samples = Simulate(levels, levelCount, settings);
+        const FoundSymbols found = FindSymbols(samples, 16.0, static_cast<int>(levels.size()), coding, "capture");
+        EXPECT_EQ(Errors(found.levels, levels), 0U);
+        EXPECT_TRUE(found.Certain()) << found.quality;
+        EXPECT_EQ(found.voltages.size(), static_cast<std::size_t>(levelCount));
+        EXPECT_EQ(LevelsOf(found.Text(coding, false), coding, false), found.levels);
+        EXPECT_EQ(LevelsOf(found.Text(coding, true), coding, true), found.levels);
+    }
+    const std::vector<double> flat(16 * 127, 0.1);
+    EXPECT_NE(FailureOf<DataFailure>([&] {
+                  FindSymbols(flat, 16.0, 127, SIGNAL_CODING_NRZ, "flat");
+              }).find("flat: holds no NRZ pattern of 127 UI"),
+              std::string::npos);
+    EXPECT_EQ(FailureOf<DataFailure>([&] { FindSymbols(flat, 16.0, 511, SIGNAL_CODING_NRZ, "flat"); }),
+              "flat: has 2032 samples; one period of 511 UI takes 8176");
+}
+
+TEST(SignalQualityMeasure, TellsTheLevelMismatch)
+{
+    const struct {
+        std::vector<double> levels;
+        double ratio;
+    } cases[] = {{{-3, -1, 1, 3}, 1.0},
+                 {{0, 1, 2, 3}, 1.0},
+                 {{-3, -0.9, 0.9, 3}, 0.9},  // the inner levels too near to the middle
+                 {{-3, -1.2, 1, 3}, 0.8}};   // one too near to the outer one
+    for (const auto& [levels, ratio] : cases)
+        EXPECT_NEAR(LevelMismatchRatio(levels), ratio, 1e-15);
+}
+
+TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
+{
+    const auto levels = LevelsOf(PrbsSymbols(13, SIGNAL_CODING_PAM4), SIGNAL_CODING_PAM4, false);
+    double before = -1.0;
+    for (const double loss : {1.0, 4.0, 8.0}) {
+        Simulation settings;
+        settings.lossDb = loss;
+        const auto samples = Simulate(levels, 4, settings);
+        const SignalQuality quality = Measure(samples, 16.0, 8191, SIGNAL_CODING_PAM4, 5, "capture");
+        ASSERT_TRUE(quality.equalizer) << quality.whyNot;
+        EXPECT_FALSE(quality.equalizer->closure.closed);
+        EXPECT_GT(quality.equalizer->closure.tdecqDb, before);
+        EXPECT_LT(quality.equalizer->closure.tdecqDb, 4.0);
+        EXPECT_NEAR(*quality.levelMismatchRatio, 1.0, 0.02);
+        before = quality.equalizer->closure.tdecqDb;
+    }
+    const auto samples = Simulate(levels, 4, {});
+    const struct {
+        double samplesPerUi;
+        int patternLengthUi;
+        E_SIGNAL_CODING coding;
+        const char* whyNot;
+    } cases[] = {{16.0, 8191, SIGNAL_CODING_NRZ, "it is defined for PAM4"},
+                 {16.0, 0, SIGNAL_CODING_PAM4, "the pattern's length is not known"},
+                 {15.998, 8191, SIGNAL_CODING_PAM4, "15.998 samples per UI are not a whole number"}};
+    for (const auto& [samplesPerUi, patternLengthUi, coding, whyNot] : cases) {
+        const SignalQuality quality = Measure(samples, samplesPerUi, patternLengthUi, coding, 5, "capture");
+        EXPECT_FALSE(quality.equalizer);
+        EXPECT_EQ(quality.whyNot, whyNot);
+    }
+}
+
+TEST(EqualiserProgram, FindsSymbolsAndTapsByItself)
+{
+    const TestFolder folder;
+    ASSERT_EQ(RunProgram(folder, "simulate -o capture.npy --loss 8 --noise 0.004 --prbs 11 --repetitions 2"), 0);
+    const std::string device =
+        R"("device": {"baudRateGBd": 26.5625, "patternLengthUi": 2047, "samplesPerUi": 16, "signalCoding": "PAM4"})";
+    folder.Write("ffe.json", "{" + device + R"(, "filters": [{"type": "ffe", "numberOfTaps": 7, "tapsPerUi": 1,
+        "quantizeTaps": true, "tapResolution": 64}]})");
+    ASSERT_EQ(RunProgram(folder, "apply ffe.json capture.npy -o out.npy --json"), 0) << folder.Read("err");
+    const std::string said = "ffe.json: device.patternSymbols is not given; found 2047 PAM4 symbols (certain, quality ";
+    EXPECT_NE(folder.Read("err").find(said), std::string::npos) << folder.Read("err");
+    const json stages = json::parse(folder.Read("out"))["stages"];
+    const json& ffe = stages[1];
+    EXPECT_EQ(ffe["taps"].size(), 7U);
+    EXPECT_EQ(ffe["appliedTaps"].size(), 7U);
+    EXPECT_EQ(ffe["taps"][0].get<double>(), std::round(ffe["taps"][0].get<double>()));
+    EXPECT_LT(ffe["residualError"], 0.3);
+    EXPECT_GE(ffe["mainCursor"], 1);
+    EXPECT_LT(stages[0]["eyes"][1]["height"], 0.01);
+    EXPECT_GT(ffe["eyes"][1]["height"], 0.15);
+
+    ASSERT_EQ(RunProgram(folder, "sweep ffe.json capture.npy --over filters.0.numberOfTaps=1,7 --json"), 0)
+        << folder.Read("err");
+    EXPECT_EQ(json::parse(folder.Read("out"))["runs"][0]["values"]["filters.0.numberOfTaps"], 7);
+
+    ASSERT_EQ(RunProgram(folder, "measure out.npy --json"), 0) << folder.Read("err");
+    const json measured = json::parse(folder.Read("out"));
+    EXPECT_EQ(measured["coding"], "PAM4");
+    EXPECT_EQ(measured["samplesPerUi"], 16);
+    EXPECT_EQ(measured["patternLengthUi"], 2047);
+    EXPECT_EQ(measured["eyes"].size(), 3U);
+    EXPECT_TRUE(measured["tdecqDb"].is_number());
+    EXPECT_FALSE(measured["assumptions"].empty());
+    // The eye is closed: how many levels there are has to be said.
+    EXPECT_EQ(RunProgram(folder, "measure capture.npy"), 1);
+    EXPECT_NE(folder.Read("err").find("give --coding"), std::string::npos);
+    EXPECT_EQ(RunProgram(folder, "measure capture.npy --coding PAM4"), 0);
+
+    folder.Write("none.json", R"({"device": {"samplesPerUi": 16, "signalCoding": "PAM4", "baudRateGBd": 26.5625},
+        "filters": [{"type": "ffe", "numberOfTaps": 3, "tapsPerUi": 1}]})");
+    EXPECT_EQ(RunProgram(folder, "apply none.json capture.npy -o out.npy"), 2);
+    EXPECT_EQ(folder.Read("err"),
+              "tarnwick: none.json: device.patternLengthUi: is missing; filters.0 (ffe) needs it\n");
+}
+
+}  // namespace
+
+}  // namespace Tarnwick::App

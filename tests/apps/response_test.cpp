@@ -1,0 +1,278 @@
+#include "response.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "failure.h"
+#include "filters/maths/ctle.h"
+#include "program.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr double kHalfPowerDb = -3.0102999566398120;
+
+// A PRBS9 at 10 GBd with these filters.
+json ChainWith(const json& filters, int repeats = 0, int samplesPerUi = 16)
+{
+    json device = {{"baudRateGBd", 10},
+                   {"samplesPerUi", samplesPerUi},
+                   {"signalCoding", "NRZ"},
+                   {"patternSymbols", {{"prbs", 9}}}};
+    if (repeats > 0)
+        device["patternRepeats"] = repeats;
+    return {{"device", device}, {"filters", filters}};
+}
+
+ChainResponse ResponseOf(const json& file)
+{
+    const ImpulseRecord record = RecordFor(file, "chain");
+    Chain chain(file, "chain", record.sampleCount);
+    return MeasureResponse(chain.Stages(), record, 1e10, "chain");
+}
+
+TEST(TransferFunction, OfAShiftIsItsDelay)
+{
+    const struct {
+        int count;
+        int shift;
+        int delay;
+    } cases[] = {{64, 0, 0}, {64, 5, 5}, {64, 32, 32}, {64, 61, -3}, {63, 31, 31}, {63, 32, -31}, {1, 0, 0}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(testing::Message() << row.shift << " of " << row.count);
+        std::vector<double> impulse(static_cast<std::size_t>(row.count), 0.0);
+        impulse[static_cast<std::size_t>(row.shift)] = -2.0;
+        const TransferFunction function = Transform(impulse, 1e9);
+        EXPECT_EQ(function.peak, row.delay);
+        ASSERT_EQ(function.magnitudeDb.size(), static_cast<std::size_t>(row.count / 2 + 1));
+        for (std::size_t k = 0; k < function.magnitudeDb.size(); ++k) {
+            // Rounding of a transform of 64 points.
+            EXPECT_NEAR(function.magnitudeDb[k], 20.0 * std::log10(2.0), 1e-12);
+            EXPECT_NEAR(function.groupDelay[k], row.delay * 1e-9, 1e-21);
+        }
+    }
+}
+
+// h = (1/2, 1/2): H = cos(pi f/fs) exp(-j pi f/fs).
+TEST(TransferFunction, OfTwoTapsHasTheFiguresOfACosine)
+{
+    std::vector<double> impulse(1024, 0.0);
+    impulse[0] = impulse[1] = 0.5;
+    const TransferFunction function = Transform(impulse, 8e9);
+    EXPECT_TRUE(std::isnan(function.groupDelay.back()));
+    // Hann's window weighs the second tap by 1e-5 less.
+    EXPECT_NEAR(function.groupDelay[100], 0.5 / 8e9, 1e-5 / 8e9);
+    const ResponseFigures figures = FiguresOf(function, 2e9);
+    EXPECT_NEAR(figures.dcGainDb, 0.0, 1e-12);
+    EXPECT_NEAR(figures.halfRateGainDb, 20.0 * std::log10(std::cos(std::numbers::pi / 8.0)), 1e-12);
+    EXPECT_EQ(figures.peakFrequency, 0.0);
+    ASSERT_TRUE(figures.cutoffFrequency && figures.noiseBandwidth);
+    EXPECT_NEAR(*figures.cutoffFrequency, 2e9, 1.0);
+    EXPECT_NEAR(figures.noiseGain, std::sqrt(0.5), 1e-15);
+    EXPECT_NEAR(*figures.noiseBandwidth, 2e9, 1e-3);
+}
+
+TEST(Response, OfABesselThomsonIsHalfPowerAtItsCutoff)
+{
+    const ChainResponse response = ResponseOf(
+        ChainWith({{{"type", "bessel-thomson"}, {"cutoffPercent", 50}}, {{"type", "copy"}, {"enabled", false}}}));
+    ASSERT_EQ(response.filters.size(), 1U);
+    EXPECT_EQ(response.filters[0].label, "0 bessel-thomson");
+    EXPECT_EQ(response.whole.impulse.size(), 511U * 16);
+    const ResponseFigures figures = FiguresOf(response.filters[0].function, response.symbolRate);
+    // The normalised cutoff of order 4 is known to five digits, and the record is one sample longer than the taps.
+    EXPECT_NEAR(figures.halfRateGainDb, kHalfPowerDb, 1e-3);
+    ASSERT_TRUE(figures.cutoffFrequency);
+    EXPECT_NEAR(*figures.cutoffFrequency, 5e9, 2e6);
+}
+
+TEST(Response, OfACopyIsUnity)
+{
+    const ChainResponse response = ResponseOf(ChainWith({{{"type", "copy"}}}, 2));
+    for (std::size_t k = 0; k < response.whole.magnitudeDb.size(); ++k) {
+        EXPECT_NEAR(response.whole.magnitudeDb[k], 0.0, 1e-12);
+        EXPECT_NEAR(response.whole.groupDelay[k], 0.0, 1e-24);
+    }
+}
+
+// Of an odd number of samples, on which the taps have the formula's values at every bin.
+// Each (1 + jf/z) brings forward and each 1/(1 + jf/p) delays, by 1 / (2 pi c (1 + (f/c)^2)) for its corner c.
+TEST(Response, OfACtleHasTheGroupDelayOfItsPolesAndZeros)
+{
+    const ChainResponse response =
+        ResponseOf(ChainWith({{{"type", "ctle"}, {"ctleType", "ieee802.3bs"}, {"gain", 6}}}, 0, 15));
+    const DSO::Filters::Maths::Ieee802_3bsPreset& preset = *DSO::Filters::Maths::FindIeee802_3bsPreset(6.0);
+    const auto corner = [](double ghz, double at) {
+        return 1e-9 / (2.0 * std::numbers::pi * at * (1.0 + ghz / at * (ghz / at)));
+    };
+    for (std::size_t k = 2; k < response.whole.magnitudeDb.size() / 4; ++k) {
+        const double ghz = static_cast<double>(k) * response.whole.Spacing() / 1e9;
+        const double expected = corner(ghz, preset.pole1) + corner(ghz, preset.pole2) + corner(ghz, preset.pole3) -
+                                corner(ghz, preset.zero1) - corner(ghz, preset.zero2);
+        // The mean over three bins rounds the bend near DC.
+        EXPECT_NEAR(response.whole.groupDelay[k] * 1e12, expected * 1e12, 0.05) << ghz << " GHz";
+    }
+}
+
+TEST(Response, OfTheWholeIsTheProductWithoutWhatDecidesOrAdapts)
+{
+    const json file = ChainWith({{{"type", "moving-average"}, {"WindowLength", 5}},
+                                 {{"type", "copy"}},
+                                 {{"type", "bessel-thomson"}},
+                                 {{"type", "ctle"}, {"ctleType", "hdmi"}, {"gain", 3}},
+                                 {{"type", "copy"}}});
+    const ImpulseRecord record = RecordFor(file, "chain");
+    Chain chain(file, "chain", record.sampleCount);
+    chain.Stages()[1].linear = false;
+    chain.Stages()[4].adaptive = true;
+    const ChainResponse response = MeasureResponse(chain.Stages(), record, 1e10, "chain");
+    EXPECT_EQ(response.leftOut, (std::vector<std::string>{"1 copy", "4 copy"}));
+    ASSERT_EQ(response.filters.size(), 3U);
+    for (std::size_t k = 0; k < response.whole.magnitudeDb.size() / 4; ++k) {
+        double sum = 0.0;
+        for (const FilterResponse& filter : response.filters)
+            sum += filter.function.magnitudeDb[k];
+        EXPECT_NEAR(response.whole.magnitudeDb[k], sum, 1e-9);  // rounding, at -60 dB of the largest
+    }
+}
+
+TEST(Response, IsThatOfTheFirstOfSeveralRepetitions)
+{
+    const json filters = {{{"type", "moving-average"}, {"WindowLength", 9}}, {{"type", "bessel-thomson"}}};
+    const ChainResponse one = ResponseOf(ChainWith(filters));
+    const ChainResponse three = ResponseOf(ChainWith(filters, 3));
+    ASSERT_EQ(three.whole.impulse.size(), one.whole.impulse.size());
+    for (std::size_t k = 0; k < one.whole.impulse.size(); ++k)
+        EXPECT_NEAR(three.whole.impulse[k], one.whole.impulse[k], 1e-15);
+}
+
+TEST(ResponseRecord, FollowsTheDevice)
+{
+    const json fractional = {{"device",
+                              {{"baudRateGBd", 10},
+                               {"patternLengthUi", 7},
+                               {"uiDuration", 10},
+                               {"sampleSpacing", 4},
+                               {"patternRepeats", 3},
+                               {"useFractionalSampling", true}}},
+                             {"filters", json::array()}};
+    const ImpulseRecord record = RecordFor(fractional, "chain");
+    EXPECT_EQ(record.sampleCount, 53U);  // 3 x 17.5, rounded up
+    EXPECT_EQ(record.RepetitionLength(), 17U);
+    EXPECT_EQ(record.sampleRate, 25e9);
+
+    const struct {
+        const char* device;
+        const char* message;
+    } cases[] = {
+        {R"({})", "device.baudRateGBd: is missing; response needs it"},
+        {R"({"baudRateGBd": -1})", "device.baudRateGBd: is -1; expected a positive symbol rate"},
+        {R"({"baudRateGBd": 1})", "device.samplesPerUi: is missing; response needs it"},
+        {R"({"baudRateGBd": 1, "samplesPerUi": 8})", "device.patternLengthUi: is missing; response needs it"},
+        {R"({"baudRateGBd": 1, "useFractionalSampling": true})", "device.uiDuration: is missing; response needs it"},
+        {R"({"baudRateGBd": 1, "useFractionalSampling": true, "uiDuration": 1, "sampleSpacing": 2})",
+         "device.sampleSpacing: is 2; expected a positive time of at most uiDuration"},
+        {R"({"baudRateGBd": 1, "samplesPerUi": 8, "patternLengthUi": 4, "patternRepeats": 0})",
+         "device.patternRepeats: is 0; expected at least 1"},
+        {R"({"baudRateGBd": 1, "samplesPerUi": 65536, "patternLengthUi": 65536})",
+         "device: patternLengthUi * samplesPerUi * patternRepeats is 4294967296; expected at most 2147483647"},
+    };
+    for (const auto& row : cases) {
+        const json file = {{"device", json::parse(row.device)}, {"filters", json::array()}};
+        EXPECT_EQ(FailureOf<UsageFailure>([&] { RecordFor(file, "c"); }), std::string("c: ") + row.message);
+    }
+}
+
+std::vector<std::string> Split(const std::string& text, char separator)
+{
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);)
+        parts.push_back(part);
+    return parts;
+}
+
+TEST(ResponseProgram, WritesFiguresColumnsAndAPicture)
+{
+    const TestFolder folder;
+    folder.Write("chain.json",
+                 ChainWith({{{"type", "moving-average"}, {"WindowLength", 2}}, {{"type", "bessel-thomson"}}}).dump());
+    ASSERT_EQ(RunProgram(folder, "response chain.json -o r --json"), 0) << folder.Read("err");
+    const json report = json::parse(folder.Read("out"));
+    EXPECT_EQ(report["samples"], 511 * 16);
+    ASSERT_EQ(report["filters"].size(), 2U);
+    EXPECT_EQ(report["filters"][1]["name"], "1 bessel-thomson");
+    EXPECT_NEAR(report["whole"]["dcGainDb"].get<double>(), 0.0, 1e-9);
+    EXPECT_LT(report["whole"]["noiseBandwidthGHz"], report["filters"][1]["noiseBandwidthGHz"]);
+
+    const auto frequency = Split(folder.Read("r-frequency.csv"), '\n');
+    ASSERT_EQ(frequency.size(), 1U + 511 * 8 + 1);
+    EXPECT_EQ(frequency[0],
+              "frequencyHz,0 moving-average magnitude [dB],0 moving-average group delay [ps],"
+              "1 bessel-thomson magnitude [dB],1 bessel-thomson group delay [ps],whole magnitude [dB],"
+              "whole group delay [ps]");
+    const auto last = Split(frequency.back() + ",", ',');
+    ASSERT_EQ(last.size(), 7U);
+    EXPECT_EQ(last[0], "80000000000");
+    EXPECT_EQ(last[6], "");  // far below -60 dB at half the sample rate
+
+    const auto impulse = Split(folder.Read("r-impulse.csv"), '\n');
+    ASSERT_EQ(impulse.size(), 1U + 511 * 16);
+    double sum = 0.0;
+    double largest = 0.0;
+    std::size_t at = 0;
+    for (std::size_t k = 1; k < impulse.size(); ++k) {
+        const double value = std::stod(Split(impulse[k], ',').at(3));
+        sum += value;
+        if (value > largest) {
+            largest = value;
+            at = k;
+        }
+    }
+    EXPECT_NEAR(sum, 16.0, 1e-9);        // the gain at DC, per UI
+    EXPECT_EQ(at, (511U * 16 + 1) / 2);  // in the middle
+    EXPECT_NEAR(std::stod(Split(impulse[at], ',').at(0)) * 1e12, report["whole"]["peakDelayPs"].get<double>(), 1e-9);
+
+    const std::string picture = folder.Read("r.png");
+    EXPECT_EQ(picture.substr(0, 8), "\x89PNG\r\n\x1a\n");
+    EXPECT_EQ(picture.substr(picture.size() - 8, 4), "IEND");
+
+    ASSERT_EQ(RunProgram(folder, "response chain.json"), 0);
+    EXPECT_EQ(Split(folder.Read("out"), '\n').size(), 4U);
+    EXPECT_EQ(folder.Read("err"), "");
+}
+
+TEST(ResponseProgram, SaysWhoseFaultAFailureIsAndWritesNothing)
+{
+    const TestFolder folder;
+    folder.Write("chain.json", ChainWith({{{"type", "copy"}}}).dump());
+    folder.Write("bare.json", R"({"filters": [{"type": "copy"}]})");
+    folder.Write("order.json", ChainWith({{{"type", "bessel-thomson"}, {"order", 17}}}).dump());
+    const struct {
+        const char* arguments;
+        int status;
+        const char* message;
+    } cases[] = {
+        {"response chain.json -o no/r", 1, "no/r-frequency.csv: cannot be written"},
+        {"response bare.json -o r", 2, "bare.json: device.baudRateGBd: is missing"},
+        {"response order.json -o r", 2, "order.json: filters.0: BesselThomson: order is 17; expected 1 to 16"},
+    };
+    const std::size_t before = folder.Count();
+    for (const auto& row : cases) {
+        EXPECT_EQ(RunProgram(folder, row.arguments), row.status);
+        EXPECT_NE(folder.Read("err").find(row.message), std::string::npos) << folder.Read("err");
+        EXPECT_EQ(folder.Read("out"), "");
+        EXPECT_EQ(folder.Count(), before + 2);
+    }
+}
+
+}  // namespace
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,288 @@
+#include "sweep.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "chain.h"
+#include "failure.h"
+#include "files.h"
+#include "pattern.h"
+#include "program.h"
+#include "run.h"
+#include "simulate.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+using nlohmann::json;
+
+TEST(SweepAxis, ReadsRangesAndLists)
+{
+    const struct {
+        const char* text;
+        const char* values;
+    } cases[] = {
+        {"a.b=1:3:1", "[1,2,3]"},
+        {"a=1:2:0.25", "[1,1.25,1.5,1.75,2]"},
+        {"a=0:0.3:0.1", "[0,0.1,0.2,0.3]"},  // 3 * 0.1 lies above 0.3
+        {"a=0:1:0.3", "[0,0.3,0.6,0.8999999999999999]"},
+        {"a=3:-1:-2", "[3,1,-1]"},
+        {"a=5:5:1", "[5]"},
+        {"a=0:1:0.33333333", "[0,0.33333333,0.66666666,1]"},   // ends 3e-8 of a step before 1
+        {"a=0:1:0.333333", "[0,0.333333,0.666666,0.999999]"},  // 3e-6 before
+        {"a=2,2.0,1e3,0.5", "[2,2,1000,0.5]"},
+        {"a=true,false,ieee802.3bs,a=b", R"([true,false,"ieee802.3bs","a=b"])"},
+    };
+    for (const auto& row : cases)
+        EXPECT_EQ(json(ReadSweepAxis(row.text).values).dump(), row.values) << row.text;
+    EXPECT_EQ(ReadSweepAxis("filters.1.gain=1").path, "filters.1.gain");
+}
+
+TEST(SweepAxis, RefusesWhatIsNoAxis)
+{
+    const struct {
+        const char* text;
+        const char* message;
+    } cases[] = {
+        {"", "expected PATH="},
+        {"a", "expected PATH="},
+        {"=1", "expected PATH="},
+        {"a..b=1", "expected PATH="},
+        {"a.=1", "expected PATH="},
+        {"a=", "a value is missing"},
+        {"a=1,,2", "a value is missing"},
+        {"a=1:2", "the step is missing"},
+        {"a=1:2:x", "\"x\" is no finite number"},
+        {"a=1:2:", "\"\" is no finite number"},
+        {"a=nan:2:1", "\"nan\" is no finite number"},
+        {"a=1:inf:1", "\"inf\" is no finite number"},
+        {"a=1:1e999:1", "\"1e999\" is no finite number"},
+        {"a=1,nan", "value is nan"},
+        {"a=1:2:0", "step is 0; expected one that leads from 1 to 2"},
+        {"a=2:2:0", "step is 0"},
+        {"a=1:2:-1", "step is -1"},
+        {"a=1:10001:1", "a=1:10001:1: has 10001 values; expected at most 10000"},
+        {"a=0:1e300:1e-300", "expected at most 10000"},
+    };
+    for (const auto& row : cases) {
+        const std::string message = FailureOf<UsageFailure>([&] { (void)ReadSweepAxis(row.text); });
+        EXPECT_EQ(message.rfind(std::string("--over ") + row.text, 0), 0U) << message;
+        EXPECT_NE(message.find(row.message), std::string::npos) << row.text << ": " << message;
+    }
+    EXPECT_EQ(ReadSweepAxis("a=1:10000:1").values.size(), 10000U);
+}
+
+SweepRun RunWith(std::vector<EyeOpening> eyes)
+{
+    SweepRun run;
+    run.eye.eyes = std::move(eyes);
+    return run;
+}
+
+TEST(SweepRanking, PutsTheWorstEyesHeightFirstThenTheWidth)
+{
+    std::vector<SweepRun> runs = {
+        RunWith({}),                                    // 0: no eyes, behind all that have some
+        RunWith({{0.1, 0.5}, {0.9, 0.9}}),              // 1
+        RunWith({{0.2, 0.5}, {0.2, 0.3}}),              // 2
+        RunWith({{0.2, 0.4}, {0.5, 0.6}}),              // 3: as high as 2, wider
+        RunWith({{-0.1, 0.0}}),                         // 4
+        RunWith({{9.0, 1.0}}),                          // 5: refused
+        RunWith({{0.5, 0.4}, {0.7, 0.6}, {0.2, 0.7}}),  // 6: as 3
+    };
+    runs[5].error = "refused";
+    EXPECT_EQ(Ranking(runs), (std::vector<std::size_t>{3, 6, 2, 1, 4, 0}));
+}
+
+constexpr const char* kChain = R"({
+    "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternSymbols": {"prbs": 7}},
+    "filters": [{"type": "copy"},
+                {"type": "moving-average", "WindowLength": 3},
+                {"type": "bessel-thomson", "cutoffPercent": 75},
+                {"type": "bessel-thomson", "order": 2, "cutoffPercent": 90}]})";
+
+SweepInput InputOver(std::initializer_list<const char*> axes)
+{
+    Simulation settings;
+    settings.samplesPerUi = 8;
+    settings.symbolRateGBd = 10.0;
+    settings.lossDb = 6.0;
+    settings.noiseRms = 0.01;
+    settings.repetitions = 2;
+    SweepInput input;
+    input.chain = json::parse(kChain);
+    input.chainName = "chain.json";
+    input.captureName = "capture.csv";
+    input.samples = Simulate(LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2, settings);
+    for (const char* axis : axes)
+        input.axes.push_back(ReadSweepAxis(axis));
+    return input;
+}
+
+const SweepObserver kNobody = {[](std::size_t, const std::vector<json>&) {},
+                               [](std::size_t, const SweepRun&, std::span<const double>, double) {}};
+
+// What is kept from value to value changes nothing: each result is that of the whole chain with these values.
+TEST(Sweep, GivesWhatTheWholeChainGives)
+{
+    const struct {
+        std::initializer_list<const char*> axes;
+        const char* pointers[2];
+    } cases[] = {
+        {{"filters.2.cutoffPercent=40:100:20"}, {"/filters/2/cutoffPercent", nullptr}},
+        {{"filters.2.cutoffPercent=40,60", "filters.1.WindowLength=1,3,5"},
+         {"/filters/2/cutoffPercent", "/filters/1/WindowLength"}},
+        {{"filters.1.WindowLength=1,3", "filters.3.enabled=true,false"},
+         {"/filters/1/WindowLength", "/filters/3/enabled"}},
+        {{"filters.2.cutoffPercent=50,75", "filters.2.order=2,4"}, {"/filters/2/cutoffPercent", "/filters/2/order"}},
+        {{"filters.3.order=1,3", "device.baudRateGBd=9,10"}, {"/filters/3/order", "/device/baudRateGBd"}},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.pointers[0]);
+        const SweepInput input = InputOver(row.axes);
+        std::vector<std::size_t> begun;
+        std::vector<std::vector<double>> behind;
+        SweepObserver observer = kNobody;
+        observer.begin = [&](std::size_t run, const std::vector<json>&) { begun.push_back(run); };
+        observer.end = [&](std::size_t run, const SweepRun&, std::span<const double> samples, double samplesPerUi) {
+            behind.resize(std::max(behind.size(), run + 1));
+            behind[run].assign(samples.begin(), samples.end());
+            EXPECT_EQ(samplesPerUi, 8.0);
+        };
+        const std::vector<SweepRun> runs = Sweep(input, observer);
+        std::size_t combinations = 1;
+        for (const SweepAxis& axis : input.axes)
+            combinations *= axis.values.size();
+        ASSERT_EQ(runs.size(), combinations);
+        ASSERT_EQ(behind.size(), combinations);
+        std::sort(begun.begin(), begun.end());
+        for (std::size_t run = 0; run < combinations; ++run) {
+            EXPECT_EQ(begun[run], run);
+            EXPECT_EQ(runs[run].error, "");
+            const std::size_t last = input.axes.back().values.size();
+            EXPECT_EQ(runs[run].values.back(), input.axes.back().values[run % last]);  // the last one changes fastest
+            json file = input.chain;
+            for (std::size_t axis = 0; axis < input.axes.size(); ++axis)
+                file[json::json_pointer(row.pointers[axis])] = runs[run].values[axis];
+            Chain chain(file, "chain.json", input.samples.size());
+            std::vector<double> samples = input.samples;
+            for (Stage& stage : chain.Stages())
+                samples = RunStage(stage, samples, "chain.json", "capture.csv");
+            EXPECT_EQ(behind[run], samples) << "run " << run;
+            EXPECT_EQ(runs[run].SmallestHeight(), MeasureEyes(samples, 8.0, 2).eyes[0].height);
+        }
+    }
+}
+
+// The first of the two is before the second in the chain: what it refuses reaches none of the second's runs.
+TEST(Sweep, ListsWhatAFilterRefusesAndRunsTheRest)
+{
+    const auto runs = Sweep(InputOver({"filters.3.order=3,17", "filters.2.cutoffPercent=-1,50,75"}), kNobody);
+    ASSERT_EQ(runs.size(), 6U);
+    for (std::size_t run = 0; run < runs.size(); ++run) {
+        const char* const expected = run % 3 == 0 ? "chain.json: filters.2: BesselThomson: cutoffPercent is -1"
+                                     : run > 3    ? "chain.json: filters.3: BesselThomson: order is 17"
+                                                  : "";
+        EXPECT_EQ(runs[run].error.rfind(expected, 0), 0U) << run << ": " << runs[run].error;
+        EXPECT_EQ(runs[run].error.empty(), *expected == '\0');
+        EXPECT_EQ(runs[run].eye.eyes.empty(), *expected != '\0');
+        EXPECT_FALSE(runs[run].hasUnknownKey);
+    }
+}
+
+TEST(Sweep, StopsAtWhatNoValueMends)
+{
+    SweepInput input = InputOver({"filters.3.cutoffPercent=50,75"});
+    input.chain["filters"][2]["order"] = 17;
+    const std::string message = FailureOf<UsageFailure>([&] { Sweep(input, kNobody); });
+    EXPECT_EQ(message.rfind("chain.json: filters.2: BesselThomson: order is 17", 0), 0U) << message;
+}
+
+TEST(SweepProgram, RanksTheBandwidthsOfANoisyCapture)
+{
+    const TestFolder folder;
+    ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 9 --noise 0.03 --loss 6 --spu 8 --chain chain.json"), 0);
+    ASSERT_EQ(
+        RunProgram(folder, "sweep chain.json c.npy --over filters.1.cutoffPercent=-1,20:1,30,50,70,90 -o s --json"), 0)
+        << folder.Read("err");
+    const json report = json::parse(folder.Read("out"));
+    EXPECT_EQ(report["over"], json::array({"filters.1.cutoffPercent"}));
+    ASSERT_EQ(report["runs"].size(), 6U);
+    for (std::size_t k = 0; k < 4; ++k) {
+        const json& run = report["runs"][k];
+        EXPECT_EQ(run["rank"], k + 1);
+        EXPECT_EQ(run["eyes"].size(), 3U);
+        EXPECT_EQ(run["levels"].size(), 4U);
+        EXPECT_TRUE(run["phaseUi"].is_number());
+        double height = 1e9;
+        double width = 1e9;
+        for (const json& eye : run["eyes"]) {
+            height = std::min(height, eye["height"].get<double>());
+            width = std::min(width, eye["widthUi"].get<double>());
+        }
+        EXPECT_EQ(run["smallestHeight"], height);
+        EXPECT_EQ(run["smallestWidthUi"], width);
+        EXPECT_LE(height, report["runs"][k == 0 ? 0 : k - 1]["smallestHeight"].get<double>());
+    }
+    // 30 % of the symbol rate is too little for four levels, whatever the noise.
+    EXPECT_EQ(report["runs"][3]["values"]["filters.1.cutoffPercent"], 30);
+    EXPECT_EQ(report["runs"][4]["values"]["filters.1.cutoffPercent"], -1);
+    EXPECT_NE(report["runs"][4]["error"].get<std::string>().find("cutoffPercent is -1"), std::string::npos);
+    EXPECT_NE(report["runs"][5]["error"].get<std::string>().find("expected a number"), std::string::npos);
+    EXPECT_EQ(report["runs"][5].size(), 2U);
+    EXPECT_EQ(folder.Read("s.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
+}
+
+// The sheet takes 64 of them; the table all.
+TEST(SweepProgram, TellsOfMoreRunsThanASheetTakes)
+{
+    const TestFolder folder;
+    ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 7 --coding NRZ --spu 8 --chain chain.json"), 0);
+    ASSERT_EQ(RunProgram(folder, "sweep chain.json c.npy --over filters.1.cutoffPercent=31:100:1"), 0);
+    const std::string table = folder.Read("out");
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 71);
+    EXPECT_NE(table.find("\n   70 "), std::string::npos) << table;
+    EXPECT_EQ(folder.Read("sweep.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
+}
+
+TEST(SweepProgram, SaysWhoseFaultAFailureIs)
+{
+    const TestFolder folder;
+    folder.Write("chain.json", kChain);
+    folder.Write("none.json", R"({"device": {"samplesPerUi": 8}, "filters": [{"type": "copy"}]})");
+    ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 7 --coding NRZ --spu 8 --baud 10"), 0);
+    folder.Write("short.txt", "1\n2\n");
+    const std::string good = " --over filters.2.cutoffPercent=50,75";
+    const struct {
+        std::string arguments;
+        int status;
+        const char* message;
+    } cases[] = {
+        {"chain.json c.npy", 2, "--over is required"},
+        {"chain.json c.npy --over filters.2.cutofPercent=1,2", 2, "the nearest one is \"cutoffPercent\""},
+        {"chain.json c.npy --over fliters.2.order=1", 2, "fliters: is no known key"},
+        {"chain.json c.npy --over filters.4.order=1", 2, "filters has no 4; it holds 4, counted from 0"},
+        {"chain.json c.npy --over filters.2.cutoffPercent.x=1", 2, "filters.2.cutoffPercent is 75, which holds no"},
+        {"chain.json c.npy --over filters.2.cutoffPercent=-1,-2", 1, "cutoffPercent is -1"},
+        {"chain.json c.npy" + good + good, 2, "is given twice"},
+        {"chain.json c.npy" + good + good + good, 2, "is given 3 times"},
+        {"chain.json c.npy --over a=1:200:1 --over b=1:200:1", 2, "gives 40000 combinations"},
+        {"none.json c.npy --over filters.0.channel=0", 2, "device.signalCoding: is missing; sweep needs it"},
+        {"chain.json none.csv" + good, 1, "none.csv: cannot be read"},
+        {"chain.json c.npy --minus short.txt" + good, 1, "short.txt: has 2 samples"},
+    };
+    const std::size_t before = folder.Count();
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.arguments);
+        EXPECT_EQ(RunProgram(folder, "sweep " + row.arguments), row.status);
+        const std::string message = folder.Read("err");
+        EXPECT_NE(message.find(row.message), std::string::npos) << message;
+        EXPECT_EQ(folder.Read("out"), "");
+        EXPECT_EQ(folder.Count(), before);
+    }
+}
+
+}  // namespace
+
+}  // namespace Tarnwick::App
