@@ -52,16 +52,9 @@ const DeviceConfiguration& ConfigurationOf(const DFEFilterParameters& parameters
     return *config;
 }
 
-int WholeSamplesPerUi(const DeviceConfiguration& config)
-{
-    if (!config.useFractionalSampling)
-        return config.samplesPerUi;
-    return Truncated(kFilter, "uiDuration / sampleSpacing", config.uiDuration / config.sampleSpacing);
-}
-
 void Refresh(DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
-    parameters.samplesPerUi = WholeSamplesPerUi(config);
+    parameters.samplesPerUi = WholeSamplesPerUi(kFilter, config);
     parameters.withoutGrayCoding = config.withoutGrayCoding;
 }
 
@@ -92,26 +85,21 @@ public:
     {
         if (parameters.samplesPerUi < 1)
             Refuse(kFilter, "samplesPerUi", parameters.samplesPerUi, "at least 1");
-        if (config.patternLengthUi < 1)
-            Refuse(kFilter, "patternLengthUi", config.patternLengthUi, "at least 1 UI");
+        const PatternPeriod pattern(kFilter, config, parameters.samplesPerUi, config.patternLengthUi);
         grid_.symbols = static_cast<std::size_t>(config.patternLengthUi);
-        grid_.samplesPerUi = config.useFractionalSampling ? RealSamplesPerUi(config) : parameters.samplesPerUi;
-        RequirePositive(kFilter, "samples per UI", grid_.samplesPerUi, "a finite positive number");
-        period_ = grid_.samplesPerUi * config.patternLengthUi;
-        // With a fraction, one sample more or less is the same repetition.
-        const bool isWhole = period_ == std::floor(period_);
-        const double slack = isWhole ? 0.0 : 1.0;
-        count_ = static_cast<int>((sampleCount + slack) / period_);
+        grid_.samplesPerUi = pattern.SamplesPerUi();
+        period_ = pattern.Length();
+        count_ = pattern.CountIn(sampleCount);
         if (count_ < 1)
-            Refuse(kFilter, "sampleCount", sampleCount, "at least one repetition of " + TextOf(period_) + " samples");
+            pattern.RefuseShort(sampleCount);
         const double share = static_cast<double>(sampleCount) / count_;
-        if (!isWhole && share < period_ + 1.0)
+        if (!pattern.IsWhole() && share < period_ + 1.0)
             period_ = share;
-        end_ = static_cast<std::size_t>(sampleCount);
+        end_ = std::min(static_cast<std::size_t>(sampleCount), static_cast<std::size_t>(std::lround(count_ * period_)));
     }
     const Maths::UiGrid& Grid() const { return grid_; }
     std::size_t Count() const { return static_cast<std::size_t>(count_); }
-    /// Where repetition r begins, as a real number, and its first sample. The last one reaches to the end of the record.
+    /// Where repetition r begins, as a real number, and its first sample; behind the last one, the end.
     double Position(std::size_t r) const { return static_cast<double>(r) * period_; }
     std::size_t Begin(std::size_t r) const { return r < Count() ? static_cast<std::size_t>(Position(r)) : end_; }
     /// Samples of the first repetition without what may follow it.
@@ -282,6 +270,7 @@ double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
         const double fraction = cut.Position(r) - static_cast<double>(begin);
         equaliser.Equalise(record.subspan(begin, length), delay + fraction, {result.get() + begin, length});
     }
+    std::fill(result.get() + cut.Begin(cut.Count()), result.get() + record.size(), 0.0);
     return result.release();
 }
 

@@ -60,8 +60,8 @@ public:
     /// Prepares dirty parameters, then ApplyDfe with them.
     double* Apply(SystemFramework::SignalData* signal) override;
 
-    /// Equalises each repetition of the pattern by itself, as one period of a periodic signal; samples past the last
-    /// whole repetition continue that one. With fractional sampling the decisions lie between samples and are made on
+    /// Equalises each repetition of the pattern by itself, as one period of a periodic signal; zero past the last
+    /// whole repetition, but for a copy without taps. With fractional sampling the decisions lie between samples and are made on
     /// the straight line through the neighbours.
     /// @param parameters  prepared; not changed
     /// @return new array of sampleCount values; the caller releases it with ::operator delete

@@ -62,16 +62,9 @@ const DeviceConfiguration& ConfigurationOf(const FFEFilterParameters& parameters
     return *config;
 }
 
-int WholeSamplesPerUi(const DeviceConfiguration& config)
-{
-    if (!config.useFractionalSampling)
-        return config.samplesPerUi;
-    return Truncated(kFilter, "uiDuration / sampleSpacing", config.uiDuration / config.sampleSpacing);
-}
-
 void Refresh(FFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
-    const int samplesPerUi = WholeSamplesPerUi(config);
+    const int samplesPerUi = WholeSamplesPerUi(kFilter, config);
     parameters.signalCoding = config.signalCoding;
     parameters.useUserPattern = config.useUserPattern;
     parameters.patternSymbols = config.patternSymbols;
@@ -81,60 +74,23 @@ void Refresh(FFEFilterParameters& parameters, const DeviceConfiguration& config)
     parameters.samplesPerUi = samplesPerUi;
 }
 
-// How the pattern lies in a record. Periods are counted with the real number of samples per UI; with a fraction one
-// sample more or less is the same period.
-class Pattern {
-public:
-    Pattern(const DeviceConfiguration& config, int samplesPerUi, std::size_t symbols)
-        : samplesPerUi_(config.useFractionalSampling ? RealSamplesPerUi(config) : samplesPerUi),
-          period_(samplesPerUi_ * static_cast<double>(symbols)),
-          slack_(samplesPerUi_ == std::floor(samplesPerUi_) ? 0.0 : 1.0)
-    {
-        if (!std::isfinite(period_) || period_ < 1.0)
-            Refuse(kFilter, "samples of one repetition", period_, "at least 1");
-    }
-    double SamplesPerUi() const { return samplesPerUi_; }
-    double Period() const { return period_; }
-    /// Whole periods that fit.
-    int CountIn(int samples) const { return static_cast<int>((samples + slack_) / period_); }
-    /// Periods in a record that consists of them: the nearest number.
-    int RoundedCountIn(int samples) const { return static_cast<int>(std::lround(samples / period_)); }
-    bool Fills(int samples) const { return std::abs(samples - RoundedCountIn(samples) * period_) <= slack_; }
-
-private:
-    double samplesPerUi_;
-    double period_;
-    double slack_;
-};
-
-Pattern PatternOf(const DeviceConfiguration& config, int samplesPerUi, int patternLengthUi)
-{
-    if (patternLengthUi < 1)
-        Refuse(kFilter, "patternLengthUi", patternLengthUi, "at least 1 UI");
-    return {config, samplesPerUi, static_cast<std::size_t>(patternLengthUi)};
-}
-
-[[noreturn]] void RefuseShort(int sampleCount, const Pattern& pattern)
-{
-    Refuse(kFilter, "sampleCount", sampleCount, "at least one repetition of " + TextOf(pattern.Period()) + " samples");
-}
-
 // The part of the record that taps are found from: one repetition of several, or all.
 int WorkingLength(const FFEFilterParameters& parameters, const DeviceConfiguration& config, int sampleCount)
 {
-    const Pattern whole = PatternOf(config, parameters.samplesPerUi, config.patternLengthUi);
+    const PatternPeriod whole(kFilter, config, parameters.samplesPerUi, config.patternLengthUi);
     if (whole.CountIn(sampleCount) < 1)
-        RefuseShort(sampleCount, whole);
+        whole.RefuseShort(sampleCount);
     if (!config.multiplePatternRecord && !config.useFractionalSampling)
         return sampleCount;
     if (parameters.patternSymbols.empty())
         Refuse(kFilter, "patternSymbols", "empty",
                "the pattern's symbols, of which a record of several repetitions "
                "is counted");
-    const Pattern pattern(config, parameters.samplesPerUi, parameters.patternSymbols.size());
+    const PatternPeriod pattern(kFilter, config, parameters.samplesPerUi,
+                                static_cast<int>(parameters.patternSymbols.size()));
     const int repetitions = pattern.CountIn(sampleCount);
     if (repetitions < 1)
-        RefuseShort(sampleCount, pattern);
+        pattern.RefuseShort(sampleCount);
     return sampleCount / repetitions;
 }
 
@@ -161,13 +117,13 @@ void RequireSearch(int patternLengthUi, int numberOfTaps, int tapsPerUi, int mai
                "at most numberOfTaps, " + std::to_string(numberOfTaps));
 }
 
-void RequireWholePeriods(const Pattern& pattern, int sampleCount)
+void RequireWholePeriods(const PatternPeriod& pattern, int sampleCount)
 {
     if (pattern.RoundedCountIn(sampleCount) < 1)
-        RefuseShort(sampleCount, pattern);
+        pattern.RefuseShort(sampleCount);
     if (!pattern.Fills(sampleCount))
         Refuse(kFilter, "sampleCount", sampleCount,
-               "a whole number of repetitions of " + TextOf(pattern.Period()) + " samples");
+               "a whole number of repetitions of " + TextOf(pattern.Length()) + " samples");
 }
 
 double MagnitudeSum(const std::vector<double>& taps)
@@ -427,7 +383,7 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
     RequirePositive(kFilter, "baudRateGBd", baudRateGBd, "a finite positive symbol rate");
     RequireFinite(kFilter, "gaussianBandwidth", gaussianBandwidth, "a finite bandwidth in GHz");
     RequireGeometry(samplesPerUi, tapsPerUi, numberOfTaps);
-    const Pattern pattern = PatternOf(config, samplesPerUi, patternLengthUi);
+    const PatternPeriod pattern(kFilter, config, samplesPerUi, patternLengthUi);
     RequireSearch(patternLengthUi, numberOfTaps, tapsPerUi, own.mainCursorPosition);
     RequireWholePeriods(pattern, signal->sampleCount);
 
@@ -436,7 +392,8 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
                                                          patternLengthUi, config, withoutGrayCoding)
                                        : own.patternSymbols;
     RequireSymbols(symbols);
-    RequireWholePeriods(Pattern(config, samplesPerUi, symbols.size()), signal->sampleCount);
+    RequireWholePeriods(PatternPeriod(kFilter, config, samplesPerUi, static_cast<int>(symbols.size())),
+                        signal->sampleCount);
 
     // The configuration's choice of Gray coding holds here, not the argument's.
     const std::vector<double> capture = WithoutMean(record);
@@ -513,7 +470,7 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
     const DeviceConfiguration& config = ConfigurationOf(Given(static_cast<FFEFilterParameters*>(parameters)));
     RequireGeometry(samplesPerUi, 1, numberOfTaps);
     RequireSearch(patternLengthUi, numberOfTaps, 1, mainCursorIndex + 1);
-    const Pattern pattern = PatternOf(config, samplesPerUi, patternLengthUi);
+    const PatternPeriod pattern(kFilter, config, samplesPerUi, patternLengthUi);
     RequireWholePeriods(pattern, sampleCount);
     const OwnedArray filtered(Convolution::CircularConv(samples, sampleCount, gaussianFilter, gaussianFilterLength));
     const std::span<const double> record(filtered.get(), static_cast<std::size_t>(sampleCount));
@@ -522,7 +479,7 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
                                          : DetectedSymbols(record, pattern.RoundedCountIn(sampleCount), patternLengthUi,
                                                            config, withoutGrayCoding);
     RequireSymbols(symbols);
-    RequireWholePeriods(Pattern(config, samplesPerUi, symbols.size()), sampleCount);
+    RequireWholePeriods(PatternPeriod(kFilter, config, samplesPerUi, static_cast<int>(symbols.size())), sampleCount);
     std::vector<double> reference =
         Reference(record, symbols, samplesPerUi, signalCoding, withoutGrayCoding ? SymbolMap::Level : SymbolMap::Gray);
     std::vector<double> capture = WithoutMean(record);
@@ -562,7 +519,7 @@ void FFEFilter::Prepare(SignalData* signal)
     RequirePreparable(next, config, working.sampleCount);
 
     const int repetitions =
-        PatternOf(config, next.samplesPerUi, config.patternLengthUi).RoundedCountIn(working.sampleCount);
+        PatternPeriod(kFilter, config, next.samplesPerUi, config.patternLengthUi).RoundedCountIn(working.sampleCount);
     const int samplesPerUi = working.sampleCount / CheckedProduct(kFilter, "patternRepeats * patternLengthUi",
                                                                   repetitions, config.patternLengthUi);
     int length = 0;
@@ -591,12 +548,12 @@ double* FFEFilter::Apply(SignalData* signal)
     if (signal == nullptr && settings.IsDirty())
         Prepare(signal);
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    const int samplesPerUi = settings.IsDirty() ? WholeSamplesPerUi(config) : settings.samplesPerUi;
+    const int samplesPerUi = settings.IsDirty() ? WholeSamplesPerUi(kFilter, config) : settings.samplesPerUi;
     RequireGeometry(samplesPerUi, settings.tapsPerUi, settings.numberOfTaps);
-    const Pattern pattern = PatternOf(config, samplesPerUi, config.patternLengthUi);
+    const PatternPeriod pattern(kFilter, config, samplesPerUi, config.patternLengthUi);
     const int repetitions = pattern.CountIn(signal->sampleCount);
     if (repetitions < 1)
-        RefuseShort(signal->sampleCount, pattern);
+        pattern.RefuseShort(signal->sampleCount);
     if (settings.IsDirty()) {
         Prepare(signal);
         settings.ResetDirty();

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <string>
 
 #include "framework/plumbing/error.h"
 
@@ -46,6 +47,41 @@ int SamplesPerPattern(const char* filter, const DeviceConfiguration& config)
 double RealSamplesPerUi(const DeviceConfiguration& config)
 {
     return config.useFractionalSampling ? config.uiDuration / config.sampleSpacing : config.samplesPerUi;
+}
+
+int WholeSamplesPerUi(const char* filter, const DeviceConfiguration& config)
+{
+    if (!config.useFractionalSampling)
+        return config.samplesPerUi;
+    return Truncated(filter, "uiDuration / sampleSpacing", config.uiDuration / config.sampleSpacing);
+}
+
+PatternPeriod::PatternPeriod(const char* filter, const DeviceConfiguration& config, int samplesPerUi, int symbols)
+    : filter_(filter),
+      samplesPerUi_(config.useFractionalSampling ? RealSamplesPerUi(config) : samplesPerUi),
+      length_(samplesPerUi_ * symbols),
+      slack_(length_ == std::floor(length_) ? 0.0 : 1.0)
+{
+    if (symbols < 1)
+        Refuse(filter, "patternLengthUi", symbols, "at least 1 UI");
+    if (!std::isfinite(length_) || length_ < 1.0)
+        Refuse(filter, "samples of one repetition", length_, "at least 1");
+}
+
+int PatternPeriod::RoundedCountIn(int samples) const
+{
+    return static_cast<int>(std::lround(samples / length_));
+}
+
+bool PatternPeriod::Fills(int samples) const
+{
+    return std::abs(samples - RoundedCountIn(samples) * length_) <= slack_;
+}
+
+void PatternPeriod::RefuseShort(int sampleCount) const
+{
+    Refuse(filter_, "sampleCount", sampleCount,
+           "at least one repetition of " + SystemFramework::TextOf(length_) + " samples");
 }
 
 double SampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern)

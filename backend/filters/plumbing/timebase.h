@@ -21,6 +21,36 @@ int SamplesPerPattern(const char* filter, const DeviceConfiguration& config);
 /// Samples per UI as a real number: uiDuration / sampleSpacing or samplesPerUi.
 double RealSamplesPerUi(const DeviceConfiguration& config);
 
+/// The whole samples per UI: samplesPerUi, or uiDuration / sampleSpacing without its fraction.
+/// @throws std::invalid_argument  the quotient is not finite or does not fit 32 bits
+int WholeSamplesPerUi(const char* filter, const DeviceConfiguration& config);
+
+/// One repetition of a pattern, counted with the real number of samples per UI; with a fraction one sample more or less
+/// is the same repetition.
+class PatternPeriod {
+public:
+    /// @param samplesPerUi  taken unless the configuration's sampling is fractional
+    /// @throws std::invalid_argument  there are no symbols, or less than one sample
+    PatternPeriod(const char* filter, const DeviceConfiguration& config, int samplesPerUi, int symbols);
+    double SamplesPerUi() const { return samplesPerUi_; }
+    /// Samples of one repetition.
+    double Length() const { return length_; }
+    bool IsWhole() const { return slack_ == 0.0; }
+    /// Whole repetitions that fit.
+    int CountIn(int samples) const { return static_cast<int>((samples + slack_) / length_); }
+    /// Repetitions in a record that consists of them: the nearest number.
+    int RoundedCountIn(int samples) const;
+    bool Fills(int samples) const;
+    /// @throws std::invalid_argument  always: the record is shorter than one repetition
+    [[noreturn]] void RefuseShort(int sampleCount) const;
+
+private:
+    const char* filter_;
+    double samplesPerUi_;
+    double length_;
+    double slack_;
+};
+
 /// Sample interval [s]: one UI over the whole samples per UI of a pattern of `samplesPerPattern`.
 /// @throws std::invalid_argument  the symbol rate is not finite and positive, or a UI has no whole sample
 double SampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern);
