@@ -129,12 +129,11 @@ template <typename Response>
 std::vector<double> ImpulseResponse(CTLEFilterParameters& parameters, const Grid& grid, const Response& response)
 {
     const std::size_t half = grid.length > 0 ? (static_cast<std::size_t>(grid.length) + 1) / 2 : 0;
-    std::vector<Complex> lower(half);
+    Maths::HermitianBins bins(half > 0 ? 2 * half - 1 : 0);
     for (std::size_t k = 0; k < half; ++k)
-        lower[k] = response(grid.spacing * static_cast<double>(k));
-    std::vector<Complex> bins = Maths::Mirrored(lower);
-    PreserveNoise(parameters, bins, grid.spacing);
-    return Maths::RealInverse(bins);
+        bins.Set(k, response(grid.spacing * static_cast<double>(k)));
+    PreserveNoise(parameters, bins.Bins(), grid.spacing);
+    return bins.Inverse();
 }
 
 double RefreshedSamplesPerUi(const CTLEFilterParameters& parameters)

@@ -1,20 +1,30 @@
 #include "filters/maths/spectrum.h"
 
+#include <algorithm>
+
+#include "framework/maths/fft.h"
+
 namespace Tarnwick::DSO::Filters::Maths {
 
 using Complex = std::complex<double>;
 
-std::vector<Complex> Mirrored(std::span<const Complex> half)
+std::vector<double> HermitianBins::Inverse()
 {
-    if (half.empty())
+    if (count_ == 0)
         return {};
-    std::vector<Complex> bins(2 * half.size() - 1);
-    bins[0] = half[0];
-    for (std::size_t k = 1; k < half.size(); ++k) {
-        bins[k] = half[k];
-        bins[bins.size() - k] = std::conj(half[k]);
-    }
-    return bins;
+    SystemFramework::Maths::ComplexTransform::Of(count_)->Inverse(buffer_.Data());
+    std::vector<double> values(count_);
+    const auto count = static_cast<double>(count_);
+    std::transform(buffer_.Data(), buffer_.Data() + count_, values.begin(),
+                   [count](Complex value) { return value.real() / count; });
+    return values;
+}
+
+std::vector<double> RealInverse(std::span<const Complex> bins)
+{
+    HermitianBins copy(bins.size());
+    std::copy(bins.begin(), bins.end(), copy.Bins().begin());
+    return copy.Inverse();
 }
 
 }  // namespace Tarnwick::DSO::Filters::Maths

@@ -1,19 +1,40 @@
-// From the lower half of a Hermitian spectrum to the real impulse response.
+// From a Hermitian spectrum to the real impulse response.
 #pragma once
 
 #include <complex>
+#include <cstddef>
 #include <span>
 #include <vector>
 
 #include "framework/export.h"
-#include "framework/maths/spectrum.h"
+#include "framework/maths/alignedbuffer.h"
 
 namespace Tarnwick::DSO::Filters::Maths {
 
-/// Bins 0 .. M - 1 followed by the conjugates of bins M - 1 .. 1: the 2M - 1 bins of a real impulse response; none for
-/// none.
-TARNWICK_FILTERS_API std::vector<std::complex<double>> Mirrored(std::span<const std::complex<double>> half);
+/// The bins of a real impulse response, at the place where they are transformed: one array serves for all.
+class TARNWICK_FILTERS_API HermitianBins {
+public:
+    explicit HermitianBins(std::size_t count) : count_(count), buffer_(count) {}
 
-using SystemFramework::Maths::RealInverse;
+    std::span<std::complex<double>> Bins() { return {buffer_.Data(), count_}; }
+    /// Bin k, and as bin count - k its conjugate.
+    /// @param k  up to half of the bins
+    void Set(std::size_t k, std::complex<double> value)
+    {
+        if (k > 0)
+            buffer_.Data()[count_ - k] = std::conj(value);
+        buffer_.Data()[k] = value;
+    }
+    /// The normalised inverse transform, its real part; the bins are lost:
+    ///     h[n] = (1/N) sum_k H[k] exp(2 pi i k n / N)
+    std::vector<double> Inverse();
+
+private:
+    std::size_t count_;
+    SystemFramework::Maths::AlignedBuffer<std::complex<double>> buffer_;
+};
+
+/// The same of bins that lie elsewhere.
+TARNWICK_FILTERS_API std::vector<double> RealInverse(std::span<const std::complex<double>> bins);
 
 }  // namespace Tarnwick::DSO::Filters::Maths
