@@ -76,13 +76,13 @@ double* SParameter::ConvertSparamFilterDataToImpulseResponse(int& length, double
     const auto count = static_cast<std::size_t>(samplesPerPattern);
     // Not the whole samples per UI: at 3.33 of them every frequency would be off by a tenth.
     const double sampleRate = baudRateGBd * 1e9 * samplesPerPattern / patternLengthUi;
-    std::vector<Complex> bins = Maths::FixtureSpectrum(
+    Maths::HermitianBins bins = Maths::FixtureSpectrum(
         fixture, conversionFlag ? Maths::FixtureUse::Remove : Maths::FixtureUse::Add,
         {static_cast<double>(conversionParameterA), conversionParameterB * 1e9}, sampleRate, count);
     bool applied = false;
     if (preserveNoise)
-        PreserveNoise(bins, sampleRate, noiseCornerFrequency, noiseSecondParameter, applied);
-    OwnedArray taps = NewArrayFrom<double>(Maths::RealInverse(bins));
+        PreserveNoise(bins.Bins(), sampleRate, noiseCornerFrequency, noiseSecondParameter, applied);
+    OwnedArray taps = NewArrayFrom<double>(bins.Inverse());
     length = samplesPerPattern;
     preserveNoiseApplied = applied;
     return taps.release();

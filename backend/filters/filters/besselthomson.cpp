@@ -5,11 +5,11 @@
 #include <string>
 
 #include "filters/maths/besselthomson.h"
-#include "filters/maths/spectrum.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/frequencygrid.h"
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/timebase.h"
+#include "framework/maths/spectrum.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
 #include "framework/plumbing/trace.h"
@@ -97,7 +97,7 @@ std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
     std::vector<Complex> bins =
         Maths::SampledBesselThomson(parameters.order, normalisedCutoff, cutoff, sampleRate, length);
     PreserveNoise(parameters, bins, sampleRate / static_cast<double>(length));
-    return Maths::RealInverse(bins);
+    return SystemFramework::Maths::RealInverse(bins);
 }
 
 }  // namespace
@@ -204,7 +204,7 @@ void BesselThomson::BesselThomson4th(std::vector<double>* impulseResponse, std::
             bins[k] = half[k];
         }
     }
-    *impulseResponse = Maths::RealInverse(bins);
+    *impulseResponse = SystemFramework::Maths::RealInverse(bins);
 }
 
 void BesselThomson::Prepare(SignalData*)

@@ -115,8 +115,8 @@ FixtureResponse::Polar FixtureResponse::At(double frequency) const
     return {InterpolatedAt(frequencies_, magnitudes_, frequency), phase};
 }
 
-std::vector<Complex> FixtureSpectrum(const FixtureResponse& fixture, FixtureUse use, const FixtureLimits& limits,
-                                     double sampleRate, std::size_t count)
+HermitianBins FixtureSpectrum(const FixtureResponse& fixture, FixtureUse use, const FixtureLimits& limits,
+                              double sampleRate, std::size_t count)
 {
     const double reach = std::min(fixture.LastFrequency(), sampleRate / 2.0);
     const double widest = reach / (1.0 + kTaperWidth);
@@ -129,17 +129,14 @@ std::vector<Complex> FixtureSpectrum(const FixtureResponse& fixture, FixtureUse 
                                          : std::polar(taper * magnitude, phase);
     };
 
-    std::vector<Complex> bins(count);
+    HermitianBins bins(count);
     const double spacing = sampleRate / static_cast<double>(count);
     for (std::size_t k = 0; k <= count / 2 && k < count; ++k) {
         const double frequency = static_cast<double>(k) * spacing;
-        if (frequency > reach || frequency >= bandwidth * (1.0 + kTaperWidth))
-            break;
-        const Complex value = at(frequency);
+        const bool isPassed = frequency <= reach && frequency < bandwidth * (1.0 + kTaperWidth);
+        const Complex value = isPassed ? at(frequency) : 0.0;
         const bool isReal = k == 0 || 2 * k == count;
-        bins[k] = isReal ? Complex(value.real()) : value;
-        if (k > 0)
-            bins[count - k] = std::conj(bins[k]);
+        bins.Set(k, isReal ? value.real() : value);
     }
     return bins;
 }

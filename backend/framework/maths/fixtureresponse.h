@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "framework/export.h"
+#include "framework/maths/spectrum.h"
 
 namespace Tarnwick::DSO::SystemFramework::Maths {
 
@@ -48,9 +49,8 @@ struct FixtureLimits {
     double bandwidth;  // [Hz] -6 dB point of the taper; 0: as far as data and sample rate reach
 };
 
-/// The spectrum over `count` bins k fs/count, bin count - k the conjugate of bin k.
-TARNWICK_FRAMEWORK_API std::vector<std::complex<double>> FixtureSpectrum(const FixtureResponse& fixture, FixtureUse use,
-                                                                         const FixtureLimits& limits, double sampleRate,
-                                                                         std::size_t count);
+/// The spectrum over `count` bins k fs/count.
+TARNWICK_FRAMEWORK_API HermitianBins FixtureSpectrum(const FixtureResponse& fixture, FixtureUse use,
+                                                     const FixtureLimits& limits, double sampleRate, std::size_t count);
 
 }  // namespace Tarnwick::DSO::SystemFramework::Maths

@@ -2,24 +2,27 @@
 
 #include <algorithm>
 
-#include "framework/maths/alignedbuffer.h"
 #include "framework/maths/fft.h"
 
 namespace Tarnwick::DSO::SystemFramework::Maths {
 
-std::vector<double> RealInverse(std::span<const Complex> bins)
+std::vector<double> HermitianBins::Inverse()
 {
-    if (bins.empty())
+    if (count_ == 0)
         return {};
-    // Through an aligned buffer: the last bits of a transform depend on how its array is aligned.
-    AlignedBuffer<Complex> buffer(bins.size());
-    std::copy(bins.begin(), bins.end(), buffer.Data());
-    ComplexTransform::Of(bins.size())->Inverse(buffer.Data());
-    std::vector<double> values(bins.size());
-    const auto count = static_cast<double>(bins.size());
-    std::transform(buffer.Data(), buffer.Data() + bins.size(), values.begin(),
+    ComplexTransform::Of(count_)->Inverse(buffer_.Data());
+    std::vector<double> values(count_);
+    const auto count = static_cast<double>(count_);
+    std::transform(buffer_.Data(), buffer_.Data() + count_, values.begin(),
                    [count](Complex value) { return value.real() / count; });
     return values;
+}
+
+std::vector<double> RealInverse(std::span<const Complex> bins)
+{
+    HermitianBins copy(bins.size());
+    std::copy(bins.begin(), bins.end(), copy.Bins().begin());
+    return copy.Inverse();
 }
 
 }  // namespace Tarnwick::DSO::SystemFramework::Maths
