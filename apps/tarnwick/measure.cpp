@@ -70,7 +70,7 @@ SignalQuality Measure(std::span<const double> samples, double samplesPerUi, int 
     if (!quality.symbols)
         return quality;
     const auto whole = static_cast<std::size_t>(samplesPerUi);
-    if (static_cast<double>(whole) != samplesPerUi) {
+    if (whole == 0 || static_cast<double>(whole) != samplesPerUi) {
         quality.whyNot = fmt::format("{:.6g} samples per UI are not a whole number", samplesPerUi);
         return quality;
     }

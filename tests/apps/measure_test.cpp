@@ -63,7 +63,7 @@ TEST(SymbolSearch, FindsEveryCodingInAClosedEye)
         EXPECT_EQ(LevelsOf(found.Text(coding, false), coding, false), found.levels);
         EXPECT_EQ(LevelsOf(found.Text(coding, true), coding, true), found.levels);
     }
-    const std::vector<double> flat(16 * 127, 0.1);
+    const std::vector<double> flat(2032, 0.1);
     EXPECT_NE(FailureOf<DataFailure>([&] {
                   FindSymbols(flat, 16.0, 127, SIGNAL_CODING_NRZ, "flat");
               }).find("flat: holds no NRZ pattern of 127 UI"),

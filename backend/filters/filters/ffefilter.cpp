@@ -380,20 +380,20 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
     const FFEFilterParameters& own = Given(static_cast<FFEFilterParameters*>(parameters));
     const DeviceConfiguration& config = ConfigurationOf(own);
     const std::span<const double> record = SamplesOf(kFilter, signal);
+    const auto sampleCount = static_cast<int>(record.size());
     RequirePositive(kFilter, "baudRateGBd", baudRateGBd, "a finite positive symbol rate");
     RequireFinite(kFilter, "gaussianBandwidth", gaussianBandwidth, "a finite bandwidth in GHz");
     RequireGeometry(samplesPerUi, tapsPerUi, numberOfTaps);
     const PatternPeriod pattern(kFilter, config, samplesPerUi, patternLengthUi);
     RequireSearch(patternLengthUi, numberOfTaps, tapsPerUi, own.mainCursorPosition);
-    RequireWholePeriods(pattern, signal->sampleCount);
+    RequireWholePeriods(pattern, sampleCount);
 
     const bool detect = IsPam4(signalCoding) && !own.useUserPattern;
-    const std::string symbols = detect ? DetectedSymbols(record, pattern.RoundedCountIn(signal->sampleCount),
-                                                         patternLengthUi, config, withoutGrayCoding)
+    const std::string symbols = detect ? DetectedSymbols(record, pattern.RoundedCountIn(sampleCount), patternLengthUi,
+                                                         config, withoutGrayCoding)
                                        : own.patternSymbols;
     RequireSymbols(symbols);
-    RequireWholePeriods(PatternPeriod(kFilter, config, samplesPerUi, static_cast<int>(symbols.size())),
-                        signal->sampleCount);
+    RequireWholePeriods(PatternPeriod(kFilter, config, samplesPerUi, static_cast<int>(symbols.size())), sampleCount);
 
     // The configuration's choice of Gray coding holds here, not the argument's.
     const std::vector<double> capture = WithoutMean(record);
@@ -548,20 +548,20 @@ double* FFEFilter::Apply(SignalData* signal)
     if (signal == nullptr && settings.IsDirty())
         Prepare(signal);
     const std::span<const double> record = SamplesOf(kFilter, signal);
+    const auto sampleCount = static_cast<int>(record.size());
     const int samplesPerUi = settings.IsDirty() ? WholeSamplesPerUi(kFilter, config) : settings.samplesPerUi;
     RequireGeometry(samplesPerUi, settings.tapsPerUi, settings.numberOfTaps);
     const PatternPeriod pattern(kFilter, config, samplesPerUi, config.patternLengthUi);
-    const int repetitions = pattern.CountIn(signal->sampleCount);
+    const int repetitions = pattern.CountIn(sampleCount);
     if (repetitions < 1)
-        pattern.RefuseShort(signal->sampleCount);
+        pattern.RefuseShort(sampleCount);
     if (settings.IsDirty()) {
         Prepare(signal);
         settings.ResetDirty();
     }
     const auto taps = static_cast<std::size_t>(settings.samplesPerUi / settings.tapsPerUi) *
                       static_cast<std::size_t>(settings.numberOfTaps);
-    return ConvolveRepetitions(record, {signal->sampleCount, repetitions}, KernelTaps(kFilter, taps), Convolver())
-        .release();
+    return ConvolveRepetitions(record, {sampleCount, repetitions}, KernelTaps(kFilter, taps), Convolver()).release();
 }
 
 }  // namespace Tarnwick::DSO::Filters

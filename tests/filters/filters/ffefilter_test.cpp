@@ -24,6 +24,7 @@ using namespace Tarnwick::Testing;
 using Set = std::function<void(FFEFilterParameters&)>;
 
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 // A configuration, its parameters and the filter, which hold on to each other.
 struct Equaliser {
@@ -52,7 +53,7 @@ struct Equaliser {
     std::optional<FFEFilter> filter;
 };
 
-Set Manual(std::vector<double> taps, int tapsPerUi = 1)
+Set Manual(const std::vector<double>& taps, int tapsPerUi = 1)
 {
     return [=](FFEFilterParameters& p) {
         p.useManualTaps = true;
@@ -134,10 +135,10 @@ std::vector<int> LevelsOf(const std::string& symbols)
 // The lowest eye at its best phase: smallest sample above level 0 minus the largest at it. Negative: closed.
 double Opening(const std::vector<double>& samples, const std::vector<int>& levels, double samplesPerUi)
 {
-    double best = -INFINITY;
+    double best = -kInfinity;
     for (std::size_t shift = 0; shift < samples.size(); ++shift) {
-        double low = -INFINITY;
-        double high = INFINITY;
+        double low = -kInfinity;
+        double high = kInfinity;
         for (std::size_t k = 0; k < levels.size(); ++k) {
             const auto place = static_cast<std::size_t>(static_cast<double>(k) * samplesPerUi);
             const double sample = samples[(shift + place) % samples.size()];

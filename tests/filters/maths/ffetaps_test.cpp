@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 
 #include "framework/matrixutilities.h"
@@ -78,7 +79,7 @@ ByMatrices SolveByMatrices(const std::vector<double>& capture, const std::vector
     std::vector<double> yx = product(yt, many, rows, x, rows, taps);
     std::vector<double> explained = product(yx, many, taps, w, taps, many);
     ByMatrices best;
-    double least = INFINITY;
+    double least = std::numeric_limits<double>::infinity();
     for (std::size_t k = 0; k < candidates.size(); ++k) {
         const std::size_t diagonal = k * candidates.size() + k;
         const double error = std::abs(yy[diagonal] - explained[diagonal]);
@@ -100,7 +101,7 @@ TEST(FfeTaps, AreThoseOfTheMatricesOfSamples)
     for (const auto& [taps, samplesPerUi, tapsPerUi] : cases) {
         SCOPED_TRACE(std::to_string(taps) + " taps, " + std::to_string(samplesPerUi) + " samples per UI");
         // Noise behind a running mean over a UI: correlated from sample to sample as a capture is.
-        const auto count = static_cast<std::size_t>(63 * samplesPerUi);
+        const auto count = std::size_t{63} * static_cast<std::size_t>(samplesPerUi);
         const auto noise = RandomValues(count, 11);
         std::vector<double> reference(count);
         std::vector<double> capture(count);
@@ -145,7 +146,7 @@ TEST(FfeTaps, AreNoneWhenTheCaptureCannotTellThemApart)
     EXPECT_FALSE(SolveTaps(noise, noise, std::vector<int>{0, 8, 8}, one));
     EXPECT_FALSE(SolveTaps(noise, noise, std::vector<int>{0, 64}, one));
     EXPECT_FALSE(SolveTaps(Tiled({1.0, -1.0}, 32), noise, std::vector<int>{0, 1}, one));
-    EXPECT_FALSE(SolveTaps(Constant(NAN, 64), noise, std::vector<int>{0, 8}, one));
+    EXPECT_FALSE(SolveTaps(Constant(std::numeric_limits<double>::quiet_NaN(), 64), noise, std::vector<int>{0, 8}, one));
 }
 
 }  // namespace
