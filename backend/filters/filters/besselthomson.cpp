@@ -8,6 +8,7 @@
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/frequencygrid.h"
 #include "filters/plumbing/repetitions.h"
+#include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
 #include "framework/maths/spectrum.h"
 #include "framework/plumbing/error.h"
@@ -61,9 +62,7 @@ void Store(Sizes sizes, BesselThomsonParameters& parameters)
 // Everything that a kernel is built from, checked before anything is computed or changed.
 void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
 {
-    const DeviceConfiguration* config = parameters.GetConfig();
-    if (config == nullptr)
-        Refuse(kFilter, "configuration", "null", "the device configuration, which holds the symbol rate");
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, parameters);
     RequireChannel(kFilter, parameters.channel);
     if (parameters.order < Maths::kLowestOrder || parameters.order > Maths::kHighestOrder)
         Refuse(kFilter, "order", parameters.order, "1 to 16");
@@ -71,7 +70,7 @@ void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
         Refuse(kFilter, "samplesPerPattern", sizes.samplesPerPattern, "at least 2 samples");
     RequirePositive(kFilter, "sampleInterval", sizes.sampleInterval, "a finite positive time in seconds");
     RequirePositive(kFilter, "cutoffPercent", parameters.cutoffPercent, "a finite positive percentage");
-    RequirePositive(kFilter, "baudRateGBd", config->baudRateGBd, "a finite positive symbol rate");
+    RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
     RequireFinite(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
 }
 
@@ -156,9 +155,7 @@ double BesselThomson::GetDefaultCutoff(int order, bool halfAmplitude)
 
 double* BesselThomson::GetBesselThomsonFrequencyDomainFilter(BesselThomsonParameters* parameters)
 {
-    if (parameters == nullptr)
-        Refuse(kFilter, "parameters", "null", "a parameters object");
-    const std::vector<double> taps = ImpulseResponse(*parameters);
+    const std::vector<double> taps = ImpulseResponse(Given<BesselThomsonParameters>(kFilter, parameters));
     return NewArrayFrom<double>(taps).release();
 }
 

@@ -9,6 +9,7 @@
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/frequencygrid.h"
 #include "filters/plumbing/repetitions.h"
+#include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
 #include "framework/maths/spectrum.h"
 #include "framework/numberutilities.h"
@@ -31,21 +32,6 @@ namespace {
 constexpr const char* kFilter = "CTLEFilter";
 constexpr double kNoiseCorner = 3.5e10;     // [Hz]
 constexpr double kLargestCableGain = 20.0;  // [dB]
-
-CTLEFilterParameters& Given(CTLEFilterParameters* parameters)
-{
-    if (parameters == nullptr)
-        Refuse(kFilter, "parameters", "null", "a parameters object");
-    return *parameters;
-}
-
-const DeviceConfiguration& ConfigurationOf(const CTLEFilterParameters& parameters)
-{
-    const DeviceConfiguration* config = parameters.GetConfig();
-    if (config == nullptr)
-        Refuse(kFilter, "configuration", "null", "the device configuration, which holds the symbol rate");
-    return *config;
-}
 
 double SymbolRate(const DeviceConfiguration& config)
 {
@@ -114,7 +100,7 @@ struct Grid {
 // Everything about the grid, checked before anything is computed or changed.
 Grid GridOf(const CTLEFilterParameters& parameters, double samplesPerUi)
 {
-    const DeviceConfiguration& config = ConfigurationOf(parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, parameters);
     const double symbolRate = SymbolRate(config);
     RequirePositive(kFilter, "samplesPerUi", samplesPerUi, "a finite positive number of samples");
     RequireFinite(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
@@ -214,8 +200,8 @@ CTLEFilter::~CTLEFilter() = default;
 
 void CTLEFilter::GetCTLEFilterParams(CTLEFilterParameters* parameters)
 {
-    CTLEFilterParameters& settings = Given(parameters);
-    const DeviceConfiguration& config = ConfigurationOf(settings);
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     RequireGain(settings);
     const auto design = Maths::DesignPeaking(SymbolRate(config), settings.gain);
     if (!design)
@@ -230,7 +216,7 @@ void CTLEFilter::GetCTLEFilterParams(CTLEFilterParameters* parameters)
 
 void CTLEFilter::GetCtleParams_HDMI(CTLEFilterParameters* parameters)
 {
-    CTLEFilterParameters& settings = Given(parameters);
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
     settings.peakingRatio = Maths::HdmiPeakingRatio(settings.gain);
     settings.pole1 = Maths::kHdmiPole1;
     settings.pole2 = Maths::kHdmiPole2;
@@ -239,7 +225,7 @@ void CTLEFilter::GetCtleParams_HDMI(CTLEFilterParameters* parameters)
 
 void CTLEFilter::GetCTLEFilter_IEEE802_3bs_PolesAndZeros(CTLEFilterParameters* parameters)
 {
-    CTLEFilterParameters& settings = Given(parameters);
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
     const Maths::Ieee802_3bsPreset& preset = PresetOf(settings);
     settings.dcGain = preset.dcGain;
     settings.pole1 = preset.pole1 * Maths::kRadPerGHz;
@@ -251,7 +237,7 @@ void CTLEFilter::GetCTLEFilter_IEEE802_3bs_PolesAndZeros(CTLEFilterParameters* p
 
 void CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4Params(CTLEFilterParameters* parameters)
 {
-    CTLEFilterParameters& settings = Given(parameters);
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
     settings.dcGain = settings.gain;
     settings.dcGain2 = settings.gain2;
 }
@@ -259,8 +245,8 @@ void CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4Params(CTLEFilterParamete
 void CTLEFilter::PolesAndZerosChanged(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    CTLEFilterParameters& settings = Given(parameters);
-    const double symbolRate = SymbolRate(ConfigurationOf(settings));
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    const double symbolRate = SymbolRate(ConfigurationOf(kFilter, settings));
     RequireFiniteInputs(settings,
                         {{"pole1", &P::pole1}, {"pole2", &P::pole2}, {"zero1", &P::zero1}, {"dcGain", &P::dcGain}});
     const double pole1 = settings.pole1 * Maths::kRadPerGHz;
@@ -279,7 +265,7 @@ Complex CTLEFilter::ComplexConjugate(Complex value)
 std::vector<double> CTLEFilter::GetCTLEFilter(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    CTLEFilterParameters& settings = Given(parameters);
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
     const Grid grid = GridOf(settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"pole1", &P::pole1}, {"pole2", &P::pole2}});
     if (settings.type == CTLE_HDMI) {
@@ -297,7 +283,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter(CTLEFilterParameters* parameters)
 
 std::vector<double> CTLEFilter::GetCTLEFilter_HDMI_2_0(CTLEFilterParameters* parameters)
 {
-    CTLEFilterParameters& settings = Given(parameters);
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
     RequireCableGain(settings);
     const Grid grid = GridOf(settings, settings.samplesPerUi);
     return ImpulseResponse(settings, grid, Maths::CableResponse(SymbolRate(*settings.GetConfig()), settings.gain));
@@ -306,7 +292,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter_HDMI_2_0(CTLEFilterParameters* par
 std::vector<double> CTLEFilter::GetCTLEFilter_IEEE802_3bs(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    CTLEFilterParameters& settings = Given(parameters);
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
     const Grid grid = GridOf(settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"dcGain", &P::dcGain},
                                    {"pole1", &P::pole1},
@@ -322,7 +308,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter_IEEE802_3bs(CTLEFilterParameters* 
 std::vector<double> CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    CTLEFilterParameters& settings = Given(parameters);
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
     const Grid grid = GridOf(settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"dcGain", &P::dcGain},
                                    {"dcGain2", &P::dcGain2},
@@ -339,7 +325,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4(CTLEFilte
 
 void CTLEFilter::Prepare(SignalData*)
 {
-    CTLEFilterParameters& settings = Given(static_cast<CTLEFilterParameters*>(parameters));
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
     const Variant& variant = VariantOf(settings.type);
     const double samplesPerUi = RefreshedSamplesPerUi(settings);
     const Grid grid = GridOf(settings, samplesPerUi);
@@ -362,8 +348,8 @@ void CTLEFilter::Prepare(SignalData*)
 double* CTLEFilter::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    CTLEFilterParameters& settings = Given(static_cast<CTLEFilterParameters*>(parameters));
-    const double period = ConfigurationOf(settings).patternLengthUi * RefreshedSamplesPerUi(settings);
+    CTLEFilterParameters& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    const double period = ConfigurationOf(kFilter, settings).patternLengthUi * RefreshedSamplesPerUi(settings);
     if (!(period >= 1.0))
         Refuse(kFilter, "patternLengthUi * samplesPerUi", period, "at least 1 sample");
     const int repetitions = Truncated(kFilter, "repetitions", signal->sampleCount / period);

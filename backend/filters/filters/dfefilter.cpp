@@ -11,6 +11,7 @@
 #include "filters/maths/decisionfeedback.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/repetitions.h"
+#include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
@@ -36,21 +37,6 @@ constexpr const char* kFilter = "DFEFilter";
 // More than the main cursor left over: the record does not follow the symbols. Noise fitted by chance comes out at 2 to
 // 3, interference that a decision could still stand at below 1.
 constexpr double kWorstResidual = 1.0;
-
-DFEFilterParameters& Given(DFEFilterParameters* parameters)
-{
-    if (parameters == nullptr)
-        Refuse(kFilter, "parameters", "null", "a parameters object");
-    return *parameters;
-}
-
-const DeviceConfiguration& ConfigurationOf(const DFEFilterParameters& parameters)
-{
-    const DeviceConfiguration* config = parameters.GetConfig();
-    if (config == nullptr)
-        Refuse(kFilter, "configuration", "null", "the device configuration, which holds the pattern's sizes");
-    return *config;
-}
 
 void Refresh(DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
@@ -231,8 +217,8 @@ void DFEFilter::Prepare(SignalData* signal)
     TARNWICK_TRACE("DFEFilter::Prepare...");
     if (signal == nullptr)
         throw std::invalid_argument("Cannot Prepare DFE Filter Without a signal");
-    DFEFilterParameters& settings = Given(static_cast<DFEFilterParameters*>(parameters));
-    const DeviceConfiguration& config = ConfigurationOf(settings);
+    DFEFilterParameters& settings = Given<DFEFilterParameters>(kFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const std::span<const double> record = SamplesOf(kFilter, signal);
     // On a copy: a search that fails changes nothing.
     DFEFilterParameters next = Refreshed(settings, config);
@@ -253,8 +239,8 @@ void DFEFilter::Prepare(SignalData* signal)
 
 double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
 {
-    const DFEFilterParameters& settings = Given(parameters);
-    const DeviceConfiguration& config = ConfigurationOf(settings);
+    const DFEFilterParameters& settings = Given<DFEFilterParameters>(kFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const std::span<const double> record = SamplesOf(kFilter, signal);
     const Cut cut(settings, config, static_cast<int>(record.size()));
     RequireUsable(settings, config);
@@ -276,10 +262,10 @@ double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
 
 double* DFEFilter::Apply(SignalData* signal)
 {
-    DFEFilterParameters& settings = Given(static_cast<DFEFilterParameters*>(parameters));
+    DFEFilterParameters& settings = Given<DFEFilterParameters>(kFilter, parameters);
     if (settings.IsDirty()) {
         if (signal != nullptr) {
-            const DeviceConfiguration& config = ConfigurationOf(settings);
+            const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
             const auto count = static_cast<int>(SamplesOf(kFilter, signal).size());
             (void)Cut(Refreshed(settings, config), config, count);
         }

@@ -11,6 +11,7 @@
 #include "filters/maths/ffetaps.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/repetitions.h"
+#include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
 #include "framework/convolution.h"
 #include "framework/dsp_helpers.h"
@@ -46,21 +47,6 @@ constexpr double kCaptureBandwidth = 80.0;  // [GHz] low-pass of the TDECQ path
 constexpr double kDroopDb = 0.2;            // unused by a filter that is given its bandwidth
 constexpr double kDroopGHz = 50.0;
 constexpr double kLeastReferenceBandwidth = 40.0;  // [GHz]
-
-FFEFilterParameters& Given(FFEFilterParameters* parameters)
-{
-    if (parameters == nullptr)
-        Refuse(kFilter, "parameters", "null", "a parameters object");
-    return *parameters;
-}
-
-const DeviceConfiguration& ConfigurationOf(const FFEFilterParameters& parameters)
-{
-    const DeviceConfiguration* config = parameters.GetConfig();
-    if (config == nullptr)
-        Refuse(kFilter, "configuration", "null", "the device configuration, which holds the pattern's sizes");
-    return *config;
-}
 
 void Refresh(FFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
@@ -325,7 +311,7 @@ FFEFilter::~FFEFilter()
 
 double* FFEFilter::GetOptimizedTaps(FFEFilterParameters* parameters)
 {
-    const FFEFilterParameters& settings = Given(parameters);
+    const FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
     if (settings.taps.empty())
         return nullptr;
     const double sum = MagnitudeSum(settings.taps);
@@ -349,7 +335,7 @@ void FFEFilter::Report(FFEFilterParameters& settings)
 double* FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters* parameters, SignalData* signal)
 {
     TARNWICK_TRACE("GetFFEAutomaticCoefficients...");
-    FFEFilterParameters& settings = Given(parameters);
+    FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
     RequireGeometry(settings.samplesPerUi, settings.tapsPerUi, settings.numberOfTaps);
     if (settings.useManualTaps) {
         // Steps that an earlier call has reported are no taps: those are still in appliedTaps.
@@ -357,7 +343,7 @@ double* FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters* parameters, 
             settings.appliedTaps = settings.taps;
         residualError = std::numeric_limits<double>::quiet_NaN();
     } else {
-        const DeviceConfiguration& config = ConfigurationOf(settings);
+        const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
         const OwnedArray found(GenerateFFEAutomaticCoefficients(
             signal, config.baudRateGBd, config.patternLengthUi, settings.samplesPerUi, settings.numberOfTaps,
             settings.tapsPerUi, settings.signalCoding, settings.withoutGrayCoding, false, 0.0));
@@ -377,8 +363,8 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
                                                     bool narrowDelaySearch, double gaussianBandwidth)
 {
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients...");
-    const FFEFilterParameters& own = Given(static_cast<FFEFilterParameters*>(parameters));
-    const DeviceConfiguration& config = ConfigurationOf(own);
+    const FFEFilterParameters& own = Given<FFEFilterParameters>(kFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, own);
     const std::span<const double> record = SamplesOf(kFilter, signal);
     const auto sampleCount = static_cast<int>(record.size());
     RequirePositive(kFilter, "baudRateGBd", baudRateGBd, "a finite positive symbol rate");
@@ -429,9 +415,9 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
 double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, SignalData* signal)
 {
     TARNWICK_TRACE("FFEFilter::GenerateTdecqEqualizer...");
-    FFEFilterParameters& settings = Given(parameters);
+    FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
     DeviceConfiguration* const config = settings.GetConfig();
-    (void)ConfigurationOf(settings);
+    (void)ConfigurationOf(kFilter, settings);
     const auto sampleCount = static_cast<int>(SamplesOf(kFilter, signal).size());
     RequirePreparable(settings, *config, sampleCount);
     if (settings.useManualTaps) {
@@ -467,7 +453,7 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
                                                       E_SIGNAL_CODING signalCoding, int mainCursorIndex)
 {
     TARNWICK_TRACE("FFEFilter::GenerateTDECQAutomaticCoefficients...");
-    const DeviceConfiguration& config = ConfigurationOf(Given(static_cast<FFEFilterParameters*>(parameters)));
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, Given<FFEFilterParameters>(kFilter, parameters));
     RequireGeometry(samplesPerUi, 1, numberOfTaps);
     RequireSearch(patternLengthUi, numberOfTaps, 1, mainCursorIndex + 1);
     const PatternPeriod pattern(kFilter, config, samplesPerUi, patternLengthUi);
@@ -498,8 +484,8 @@ void FFEFilter::Prepare(SignalData* signal)
     TARNWICK_TRACE("FFEFilter::Prepare...");
     if (signal == nullptr)
         throw std::invalid_argument("Cannot Prepare FFE Filter Without a signal");
-    FFEFilterParameters& settings = Given(static_cast<FFEFilterParameters*>(parameters));
-    const DeviceConfiguration& config = ConfigurationOf(settings);
+    FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     (void)SamplesOf(kFilter, signal);
     // On a copy: a search that fails changes nothing.
     FFEFilterParameters next(settings);
@@ -543,8 +529,8 @@ void FFEFilter::Prepare(SignalData* signal)
 
 double* FFEFilter::Apply(SignalData* signal)
 {
-    FFEFilterParameters& settings = Given(static_cast<FFEFilterParameters*>(parameters));
-    const DeviceConfiguration& config = ConfigurationOf(settings);
+    FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     if (signal == nullptr && settings.IsDirty())
         Prepare(signal);
     const std::span<const double> record = SamplesOf(kFilter, signal);

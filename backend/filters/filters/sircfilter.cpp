@@ -9,6 +9,7 @@
 #include "filters/maths/channelcorrection.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/repetitions.h"
+#include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
@@ -71,16 +72,6 @@ Maths::MeasuredResponse TableFrom(std::span<const double> table)
     if (!response)
         NotConfigured();
     return *response;
-}
-
-SircFilterParameters& Given(SystemFramework::BaseFilterParameters* parameters)
-{
-    if (parameters == nullptr)
-        Refuse(kFilter, "parameters", "null", "a parameters object");
-    auto* const own = dynamic_cast<SircFilterParameters*>(parameters);
-    if (own == nullptr)
-        Refuse(kFilter, "parameters", "of another filter", "a SircFilterParameters object");
-    return *own;
 }
 
 // The text a host knows, in an exception of its own making.
@@ -165,9 +156,7 @@ std::vector<double> SircFilter::Generated(const SircFilterParameters& parameters
     const bool hasReference = settings.channelReference != nullptr && !settings.channelReference->empty();
     const auto reference = hasReference ? TableFrom(*settings.channelReference) : Maths::MeasuredResponse{};
 
-    const DeviceConfiguration* const config = parameters.GetConfig();
-    if (config == nullptr)
-        Refuse(kFilter, "configuration", "null", "the device configuration, which holds the symbol rate");
+    const DeviceConfiguration* const config = &ConfigurationOf(kFilter, parameters);
     RequirePositive(kFilter, "baudRateGBd", config->baudRateGBd, "a finite positive symbol rate");
     RequirePositive(kFilter, "uiSamples", settings.uiSamples, "a finite positive number of samples");
     RequirePositive(kFilter, "referenceCutoffPercent", parameters.referenceCutoffPercent,
@@ -205,7 +194,7 @@ std::vector<double> SircFilter::Generated(const SircFilterParameters& parameters
 
 double* SircFilter::GenerateSircFilter_BasedOnDCA(SircFilterParameters* parameters)
 {
-    const SircFilterParameters& own = Given(parameters);
+    const SircFilterParameters& own = Given<SircFilterParameters>(kFilter, parameters);
     const std::vector<double> taps =
         Generated(own, {channelBandwidth, own.uiSamples, own.channelResponse, own.channelReference});
     auto result = taps.empty() ? nullptr : NewArrayFrom<double>(taps);
@@ -215,7 +204,7 @@ double* SircFilter::GenerateSircFilter_BasedOnDCA(SircFilterParameters* paramete
 
 double* SircFilter::ApplyA(SystemFramework::BaseFilterParameters* parameters)
 {
-    return GenerateSircFilter_BasedOnDCA(&Given(parameters));
+    return GenerateSircFilter_BasedOnDCA(&Given<SircFilterParameters>(kFilter, parameters));
 }
 
 // Builds first and stores afterwards: what fails changes nothing.
@@ -236,7 +225,7 @@ void SircFilter::Rebuild(const Settings& settings)
 
 void SircFilter::Prepare(SignalData*)
 {
-    const SircFilterParameters& own = Given(parameters);
+    const SircFilterParameters& own = Given<SircFilterParameters>(kFilter, parameters);
     DeviceConfiguration* const config = own.GetConfig();
     Settings settings{channelBandwidth, own.uiSamples, own.channelResponse, own.channelReference};
     if (config != nullptr && own.IsDirty())
@@ -251,7 +240,7 @@ double* SircFilter::Apply(SignalData* signal)
     if (signal == nullptr)
         return nullptr;
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    const SircFilterParameters& own = Given(parameters);
+    const SircFilterParameters& own = Given<SircFilterParameters>(kFilter, parameters);
     const DeviceConfiguration* const config = own.GetConfig();
     if (config == nullptr)
         Refuse(kFilter, "configuration", "null", "the device configuration, which holds the pattern length");

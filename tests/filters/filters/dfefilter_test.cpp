@@ -486,7 +486,7 @@ TEST(DfeErrors, NameWhatIsMissing)
     DFEFilterParameters unconfigured;
     DFEFilter without(&unconfigured);
     const std::string text =
-        "DFEFilter: configuration is null; expected the device configuration, which holds the pattern's sizes";
+        "DFEFilter: configuration is null; expected the device configuration, which holds the symbol rate";
     ExpectRefused([&] { without.Apply(&record); }, text);
     ExpectRefused([&] { filter.ApplyDfe(&unconfigured, &record); }, text);
     ExpectRefused([&] { filter.ApplyDfe(nullptr, &record); },

@@ -575,9 +575,8 @@ TEST(FFEFilterErrors, RefuseWhatIsMissing)
     FFEFilterParameters unconfigured;
     FFEFilter filter(&unconfigured);
     Record record(Constant(1.0, 16));
-    ExpectRefused(
-        [&] { filter.Prepare(&record); },
-        "FFEFilter: configuration is null; expected the device configuration, which holds the pattern's sizes");
+    ExpectRefused([&] { filter.Prepare(&record); },
+                  "FFEFilter: configuration is null; expected the device configuration, which holds the symbol rate");
     ExpectRefused([] { FFEFilter none(static_cast<FFEFilterParameters*>(nullptr)); },
                   "FFEFilter: parameters is null; expected a parameters object");
 }

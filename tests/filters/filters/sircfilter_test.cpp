@@ -355,7 +355,7 @@ TEST(SircErrors, NameTheSetting)
     SystemFramework::BaseFilterParameters other;
     ExpectRefused([&] { none.Prepare(nullptr); }, "SircFilter: parameters is null; expected a parameters object");
     ExpectRefused([&] { none.ApplyA(&other); },
-                  "SircFilter: parameters is of another filter; expected a SircFilterParameters object");
+                  "SircFilter: parameters is of another filter; expected a parameters object of its own");
     SircFilterParameters unconfigured;
     ExpectRefused([&] { none.ApplyA(&unconfigured); },
                   "SircFilter: channelResponse is null; expected the table of the channel's measured response");
