@@ -272,7 +272,8 @@ FFEFilterParameters::FFEFilterParameters(DeviceConfiguration* config)
 
 void FFEFilterParameters::SetGaussianFilter(double* lowPass, std::int32_t length)
 {
-    gaussianOwner_.array = std::shared_ptr<double>(lowPass, SystemFramework::BoundaryRelease());
+    gaussianOwner_.array =
+        lowPass != nullptr ? std::shared_ptr<double>(lowPass, SystemFramework::BoundaryRelease()) : nullptr;
     gaussianFilter = lowPass;
     gaussianFilterLength = length;
 }

@@ -83,7 +83,8 @@ public:
     ~FFEFilter() override;
 
     /// Refreshes the parameters while they are dirty, finds or takes the taps and lays them out as the kernel. Resets
-    /// the dirty state. When it throws, kernel and parameters stay as they were.
+    /// the dirty state. When it throws, kernel and parameters stay as they were (memory that ends at the last step leaves
+    /// the TDECQ equaliser published).
     /// @throws std::invalid_argument  signal is null; no configuration; a record shorter than one repetition or, for
     ///         automatic taps, not of whole repetitions; sizes, taps or a pattern that give no equaliser
     void Prepare(SystemFramework::SignalData* signal) override;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <limits>
+#include <iterator>
 #include <utility>
 
 #include <Eigen/Core>
@@ -101,7 +101,7 @@ Complex DifferentialTransmission(std::span<const Complex, 16> matrix, PortPairs 
     ComplexMatrix4 single = Eigen::Map<const ComplexMatrix4>(matrix.data());
     if (pairs == PortPairs::Alternate)
         single.row(1).swap(single.row(2));
-    const ComplexMatrix4 mixed = toMixed.cast<Complex>() * single * fromMixed.cast<Complex>();
+    const ComplexMatrix4 mixed = toMixed * single * fromMixed;
     return mixed(1, 0);
 }
 
@@ -327,12 +327,18 @@ Transmission TouchstoneReader::Finish()
 {
     for (std::size_t k = 0; k < std::min(frequencies_.size(), differential_.size()); ++k)
         Set(frequencies_[k], differential_[k]);
-    if (transmission_.size() > 1 && !transmission_.contains(0.0)) {
-        const auto& [lowest, value] = *transmission_.begin();
-        if (std::next(transmission_.begin())->first == 2.0 * lowest)
-            transmission_.emplace(0.0, std::abs(value));
-    }
     return std::move(transmission_);
+}
+
+bool AddDcPoint(Transmission& transmission)
+{
+    if (transmission.size() < 2 || transmission.contains(0.0))
+        return false;
+    const auto& [lowest, value] = *transmission.begin();
+    if (std::next(transmission.begin())->first != 2.0 * lowest)
+        return false;
+    transmission.emplace(0.0, std::abs(value));
+    return true;
 }
 
 void AddDifferentialTransmission(Transmission& transmission, std::span<const Complex> values,

@@ -36,6 +36,11 @@ TARNWICK_FILTERS_API std::complex<double> FromPair(PairFormat format, double a, 
 
 /// How a four-port file numbers its ports: the pairs are 1, 2 and 3, 4, or 1, 3 and 2, 4.
 enum class PortPairs { Neighbours, Alternate };
+/// By the number that stands for it in a host's settings: 0, or any other.
+constexpr PortPairs PairsOf(int portOrder)
+{
+    return portOrder == 0 ? PortPairs::Neighbours : PortPairs::Alternate;
+}
 
 /// Sdd21 of one single-ended matrix in mixed-mode form, U = M S M^T/2, pairs 1, 2 and 3, 4.
 /// Source: D. E. Bockelman, W. R. Eisenstadt, "Combined differential and common-mode scattering parameters", IEEE Trans.
@@ -95,8 +100,7 @@ public:
     /// @return why it is refused, and nothing taken from it; nothing when it is fine
     std::optional<LineFailure> Take(std::string_view line);
 
-    /// The result once all lines were taken: four-port records up to the last whole matrix; and where there is no value at
-    /// 0 Hz and the second frequency is exactly twice the first, the magnitude of the first there.
+    /// The result once all lines were taken; four-port records up to the last whole matrix.
     Transmission Finish();
 
     // What the option lines have set so far.
@@ -118,9 +122,13 @@ private:
     // Of a four-port file: frequencies and matrices are counted apart, and meet in Finish.
     std::vector<double> frequencies_;
     std::vector<std::complex<double>> differential_;
-    std::array<std::complex<double>, 16> matrix_;
+    std::array<std::complex<double>, 16> matrix_{};
     std::size_t filled_ = 0;
 };
+
+/// Where there is no value at 0 Hz and the second frequency is exactly twice the first: the magnitude of the first there.
+/// @return whether it was added
+TARNWICK_FILTERS_API bool AddDcPoint(Transmission& transmission);
 
 /// Sdd21 of every whole matrix in `values` (16 a frequency) into `transmission`.
 TARNWICK_FILTERS_API void AddDifferentialTransmission(Transmission& transmission,

@@ -16,17 +16,19 @@ namespace Tarnwick::DSO::SystemFramework::Maths {
 
 namespace {
 
+// IEEE 802.3 clause 121.8.5
 constexpr double kErrorRatio = 4.8e-4;   // symbol error ratio that the noise may cause
 constexpr double kQt = 3.414;            // Q(kQt) (n - 1)/n 2 is that ratio for an ideal eye of four levels
 constexpr double kHalfSlices = 0.05;     // [UI] the time slices lie this far from the phase
-constexpr std::size_t kPhases = 16;      // over one UI
 constexpr std::size_t kMostCursors = 3;  // the largest tap is tap 1, 2 or 3
-constexpr std::array<double, 5> kNoiseLoads = {1e-4, 1e-3, 3e-3, 1e-2, 2e-2};
-constexpr std::size_t kBins = 64;
-constexpr int kHalvings = 40;
-constexpr double kClosed = 50.0;  // [dB] scores of closed eyes start here
-constexpr double kFirstStep = 0.02;
-constexpr double kLastStep = 4e-4;
+// Choices of this search: the clause asks for the least TDECQ, not how it is found.
+constexpr std::size_t kPhases = 16;                                            // over one UI
+constexpr std::array<double, 5> kNoiseLoads = {1e-4, 1e-3, 3e-3, 1e-2, 2e-2};  // of the capture's variance
+constexpr std::size_t kBins = 64;                                              // of a level's histogram
+constexpr int kHalvings = 40;                                                  // leave sigma known to 1e-12 of the OMA
+constexpr double kClosed = 50.0;                                               // [dB] scores of closed eyes start here
+constexpr double kFirstStep = 0.02;                                            // [UI] or tap weight
+constexpr double kLastStep = 4e-4;                                             // [UI] or tap weight
 constexpr int kMostScores = 600;
 // Correlation of white noise behind the reference receiver, a fourth-order Bessel-Thomson response of half the symbol
 // rate, at whole UI: the same for every rate.

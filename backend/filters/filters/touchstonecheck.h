@@ -1,0 +1,46 @@
+// What DeEmbeddingFilter reads in an S-parameter file, beside what the file says.
+// The filter's rules are fixed and narrow: a blank at the end of a line, a comment behind the numbers or another order of
+// the options changes what they give, mostly without an error. This tells it before a waveform is spoilt.
+#pragma once
+
+#include <complex>
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "filters/filters/deembeddingfilter.h"
+#include "framework/export.h"
+
+namespace Tarnwick::DSO::Filters {
+
+struct TouchstoneDifference {
+    std::size_t line;   ///< counted from 1; 0: the file as a whole
+    std::size_t token;  ///< counted from 1; 0: the line as a whole
+    std::string reason;
+};
+
+struct TouchstoneReport {
+    /// A plain reading by the Touchstone specification, rev. 1.1: the transmission by frequency [Hz] up to where that fails.
+    /// A table (.s21) has no specification; its plain reading passes over lines without numbers.
+    std::map<double, std::complex<double>> plain;
+    std::string plainFailure;  ///< why the plain reading ended; empty: it did not
+    /// What DeEmbeddingFilter::loadSparamFile returns.
+    std::map<double, std::complex<double>> read;
+    std::string readFailure;          ///< what it throws; empty: nothing
+    std::size_t readFailureLine = 0;  ///< where that is
+    /// Never empty when the two differ or either fails.
+    std::vector<TouchstoneDifference> differences;
+};
+
+/// Reads a file both ways.
+/// @param fileName   a file that cannot be read is reported as a difference
+/// @param portOrder  of a four-port file
+TARNWICK_FILTERS_API TouchstoneReport CheckTouchstoneFile(const std::string& fileName, PortOrderS4P portOrder);
+
+/// The same for a text in memory; the name says how many ports there are.
+TARNWICK_FILTERS_API TouchstoneReport CheckTouchstoneText(std::string_view text, const std::string& fileName,
+                                                          PortOrderS4P portOrder);
+
+}  // namespace Tarnwick::DSO::Filters
