@@ -135,7 +135,7 @@ void Apply(const Options& options)
             const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
             reports.push_back(Describe(stage.name, samples, chain, taken.count()));
             if (stage.found)
-                reports.back().found = stage.found();
+                reports.back().found = stage.found(samples);
         }
         progress.Begin("output");
         WriteWaveform(options.output, samples, capture.interval, capture.start);

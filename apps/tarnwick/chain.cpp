@@ -14,7 +14,9 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "decisions.h"
 #include "failure.h"
+#include "filters/maths/decisionfeedback.h"
 #include "pattern.h"
 #include "sirctable.h"
 
@@ -257,6 +259,13 @@ public:
             Fill(own_.referenceTable, kChannels, reference->values);
     }
     bool HasResponse() const { return !own_.electricalResponseTable.front().empty(); }
+    /// Of the tables that were read, as this filter takes them.
+    ChannelMeasurement Measurement(const DSO::Filters::SircFilter& filter) const
+    {
+        const double points = static_cast<double>(filter.generationParam2) * filter.generationParam3;
+        return {own_.electricalResponseTable.front(), filter.generationParam3 / filter.generationBandwidth,
+                (filter.baselineEndIndex + 1) / points, referenceCutoffPercent / 100.0 * own_.baudRateGBd * 1e9};
+    }
     const std::vector<std::string>& Notes() const { return notes_; }
 
     static void CheckName(SircStageParameters&, const json& value, const Place& place) { (void)TextFrom(value, place); }
@@ -286,12 +295,13 @@ private:
 Stage MakeSircStage(const json& settings, const Place& place, DeviceConfiguration& config)
 {
     using P = SircStageParameters;
-    auto parameters = std::make_unique<P>(config);
+    auto owned = std::make_unique<P>(config);
+    P& parameters = *owned;
     if (IsEnabled(settings, place))
-        parameters->ReadTables(settings, place);
-    const bool hasResponse = parameters->HasResponse();
-    const auto notes = parameters->Notes();
-    Stage stage = MakeStage<DSO::Filters::SircFilter>(std::move(parameters),
+        parameters.ReadTables(settings, place);
+    const bool hasResponse = parameters.HasResponse();
+    const auto notes = parameters.Notes();
+    Stage stage = MakeStage<DSO::Filters::SircFilter>(std::move(owned),
                                                       {{"channelResponse", &P::CheckName},
                                                        {"channelReference", &P::CheckName},
                                                        {"referenceCutoffPercent", &P::referenceCutoffPercent},
@@ -300,11 +310,72 @@ Stage MakeSircStage(const json& settings, const Place& place, DeviceConfiguratio
     if (stage.filter && !hasResponse)
         place.Below("channelResponse").Fail("is missing; expected the file of the channel's measured impulse response");
     stage.notes = notes;
-    if (stage.filter)
-        stage.found = [&filter = static_cast<const DSO::Filters::SircFilter&>(*stage.filter)] {
-            return json{{"kernelLength", filter.kernelLength}};
-        };
+    if (!stage.filter)
+        return stage;
+    const auto& filter = static_cast<const DSO::Filters::SircFilter&>(*stage.filter);
+    stage.found = [&filter](std::span<const double>) { return json{{"kernelLength", filter.kernelLength}}; };
+    stage.channel = parameters.Measurement(filter);
     return stage;
+}
+
+// The file before the first waveform: what the filter would refuse, and where it reads other than the file says.
+void CheckFixture(const DSO::Filters::DeEmbeddingParameters& parameters, Stage& stage)
+{
+    constexpr std::size_t kTold = 3;
+    const std::string& file = parameters.sparamFileName;
+    if (!std::ifstream(file, std::ios::binary))
+        throw DataFailure(fmt::format("{}: cannot be read", file));
+    const auto report = DSO::Filters::CheckTouchstoneFile(file, parameters.portOrder);
+    std::vector<std::string> texts;
+    for (const auto& [line, token, reason] : report.differences) {
+        texts.push_back(fmt::format("{}{}{}: {}", file, line > 0 ? fmt::format(": line {}", line) : "",
+                                    token > 0 ? fmt::format(", token {}", token) : "", reason));
+        if (!report.readFailure.empty() && line == report.readFailureLine)
+            throw DataFailure(texts.back());
+    }
+    for (std::size_t k = 0; k < std::min(kTold, texts.size()); ++k)
+        stage.notes.push_back(texts[k]);
+    if (texts.size() > kTold)
+        stage.notes.push_back(fmt::format("{}: {} more differences like these", file, texts.size() - kTold));
+}
+
+void SetPortOrder(DSO::Filters::DeEmbeddingParameters& parameters, const json& value, const Place& place)
+{
+    const std::int32_t order = IntegerFrom(value, place);
+    if (order != PORT_ORDER_12_34 && order != PORT_ORDER_13_24)
+        place.Fail(fmt::format("is {}; expected 0 for the pairs 1, 2 and 3, 4 or 1 for 1, 3 and 2, 4", order));
+    parameters.portOrder = static_cast<PortOrderS4P>(order);
+}
+
+Stage MakeDeEmbeddingStage(const json& settings, const Place& place, DeviceConfiguration& config)
+{
+    using P = DSO::Filters::DeEmbeddingParameters;
+    auto owned = std::make_unique<P>(&config);
+    const P& parameters = *owned;
+    Stage stage = MakeStage<DSO::Filters::DeEmbeddingFilter>(
+        std::move(owned),
+        {{"sparamFileName",
+          [](P& p, const json& value, const Place& here) { p.sparamFileName = FileFrom(value, here).string(); }},
+         {"portOrder", &SetPortOrder},
+         {"conversionFlag", &P::conversionFlag},
+         {"conversionParameterA", &P::conversionParameterA},
+         {"conversionParameterB", &P::conversionParameterB}},
+        settings, place);
+    if (!stage.filter)
+        return stage;
+    if (parameters.sparamFileName.empty())
+        place.Below("sparamFileName").Fail("is missing; expected the fixture's S-parameter file");
+    CheckFixture(parameters, stage);
+    const auto& filter = static_cast<const DSO::Filters::DeEmbeddingFilter&>(*stage.filter);
+    stage.found = [&filter](std::span<const double>) { return json{{"kernelLength", filter.kernelLength}}; };
+    return stage;
+}
+
+double SamplesPerUiOf(const DeviceConfiguration& config)
+{
+    const double samples =
+        config.useFractionalSampling ? config.uiDuration / config.sampleSpacing : config.samplesPerUi;
+    return std::isfinite(samples) ? samples : 0.0;
 }
 
 void SetTaps(std::vector<double>& taps, const json& value, const Place& place)
@@ -341,7 +412,7 @@ Stage MakeFfeStage(const json& settings, const Place& place, DeviceConfiguration
     stage.adaptive = !parameters.useManualTaps;
     stage.needsSymbols = stage.adaptive;
     const auto& filter = static_cast<const DSO::Filters::FFEFilter&>(*stage.filter);
-    stage.found = [&parameters, &filter] {
+    stage.found = [&parameters, &filter](std::span<const double>) {
         json found = {{"taps", parameters.taps}, {"appliedTaps", parameters.appliedTaps}};
         const auto& taps = parameters.appliedTaps;
         const auto largest =
@@ -353,6 +424,25 @@ Stage MakeFfeStage(const json& settings, const Place& place, DeviceConfiguration
         return found;
     };
     return stage;
+}
+
+// Decisions and errors behind the filter where the pattern's symbols are known. Without taps to find there is no
+// sampling delay either.
+json DecisionsOf(const DSO::Filters::DFEFilterParameters& parameters, const DeviceConfiguration& config,
+                 std::span<const double> behind)
+{
+    const int levelCount = LevelCount(config.signalCoding);
+    const bool hasDelay = parameters.useManualTaps || parameters.numberOfTaps > 0;
+    if (!hasDelay || levelCount == 0 || config.patternSymbols.empty() ||
+        config.patternSymbols.size() != static_cast<std::size_t>(config.patternLengthUi))
+        return json::object();
+    const double samples =
+        DSO::Filters::Maths::SamplesFromDelay(parameters.samplingDelayPs, parameters.samplesPerUi, config.baudRateGBd);
+    const double delay = std::fmod(samples, parameters.samplesPerUi);
+    const DecisionCount count =
+        CountDecisions(behind, LevelsOf(config.patternSymbols, config.signalCoding, config.withoutGrayCoding),
+                       levelCount, SamplesPerUiOf(config), delay < 0.0 ? delay + parameters.samplesPerUi : delay);
+    return {{"decisions", count.decisions}, {"errors", count.errors}};
 }
 
 Stage MakeDfeStage(const json& settings, const Place& place, DeviceConfiguration& config)
@@ -374,8 +464,10 @@ Stage MakeDfeStage(const json& settings, const Place& place, DeviceConfiguration
     stage.linear = false;
     stage.adaptive = !parameters.useManualTaps;
     stage.needsSymbols = stage.adaptive && parameters.numberOfTaps > 0;
-    stage.found = [&parameters] {
-        return json{{"taps", parameters.taps}, {"samplingDelayPs", parameters.samplingDelayPs}};
+    stage.found = [&parameters, &config](std::span<const double> behind) {
+        json found = {{"taps", parameters.taps}, {"samplingDelayPs", parameters.samplingDelayPs}};
+        found.update(DecisionsOf(parameters, config, behind));
+        return found;
     };
     return stage;
 }
@@ -424,6 +516,7 @@ const std::vector<FilterType>& FilterTypes()
                                               {"samplesPerUi", &P::samplesPerUi}},
                                              settings, place);
          }},
+        {"deembedding", MakeDeEmbeddingStage},
         {"sirc", MakeSircStage},
         {"ffe", MakeFfeStage},
         {"dfe", MakeDfeStage},
@@ -602,9 +695,7 @@ void Chain::CompleteDevice(std::size_t sampleCount)
 
 double Chain::SamplesPerUi() const
 {
-    const double samples =
-        config_.useFractionalSampling ? config_.uiDuration / config_.sampleSpacing : config_.samplesPerUi;
-    return std::isfinite(samples) ? samples : 0.0;
+    return SamplesPerUiOf(config_);
 }
 
 void Chain::ReadFilters(const json& filters)

@@ -5,11 +5,14 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "correctedchannel.h"
 #include "filters/filters.h"
 
 namespace Tarnwick::App {
@@ -23,8 +26,9 @@ struct Stage {
     std::vector<std::string> notes;  ///< what was assumed of its files, for the user to read
     bool adaptive = false;           ///< it fits itself to the capture, which an impulse is none of
     bool needsSymbols = false;       ///< the pattern's symbols, given or found
-    /// What the filter has found, for reports: a JSON object. Empty: it finds nothing.
-    std::function<nlohmann::json()> found;
+    /// What the filter has found, for reports: a JSON object, from the samples behind it. Empty: it finds nothing.
+    std::function<nlohmann::json(std::span<const double> behind)> found;
+    std::optional<ChannelMeasurement> channel;  ///< what it corrects
     std::unique_ptr<DSO::SystemFramework::BaseFilterParameters> parameters;
     std::unique_ptr<DSO::SystemFramework::BaseFilter> filter;
 };

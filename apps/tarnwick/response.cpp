@@ -115,6 +115,19 @@ std::string ImpulseCsv(const ChainResponse& response)
     return fmt::to_string(text);
 }
 
+std::string ChannelCsv(const CorrectedChannel& channel)
+{
+    fmt::memory_buffer text;
+    fmt::format_to(std::back_inserter(text), "frequencyHz,measured [dB],target [dB],correction [dB],corrected [dB]\n");
+    for (std::size_t k = 0; k < channel.frequency.size(); ++k) {
+        fmt::format_to(std::back_inserter(text), "{}", channel.frequency[k]);
+        for (const auto* column : {&channel.measured, &channel.target, &channel.correction, &channel.corrected})
+            AppendColumn(text, (*column)[k]);
+        text.push_back('\n');
+    }
+    return fmt::to_string(text);
+}
+
 ordered_json InGiga(const std::optional<double>& frequency)
 {
     return frequency ? ordered_json(*frequency / kGiga) : ordered_json();
@@ -132,12 +145,22 @@ ordered_json ToJson(const ResponseFigures& figures)
             {"peakDelayPs", figures.peakDelay * kPicoPerUnit}};
 }
 
+ordered_json ToJson(const CorrectedChannel& channel)
+{
+    return {{"cutoffGHz", channel.cutoff / kGiga},
+            {"comparedToGHz", channel.comparedTo / kGiga},
+            {"largestDifferenceDb", channel.largestDifference},
+            {"largestDifferenceGHz", channel.largestDifferenceAt / kGiga}};
+}
+
 ordered_json ToJson(const ChainResponse& response)
 {
     ordered_json filters = ordered_json::array();
     for (const FilterResponse& filter : response.filters) {
         ordered_json row = {{"name", filter.label}};
         row.update(ToJson(FiguresOf(filter.function, response.symbolRate)));
+        if (filter.channel)
+            row["correctedChannel"] = ToJson(*filter.channel);
         filters.push_back(std::move(row));
     }
     return {{"symbolRateGBd", response.symbolRate / kGiga},
@@ -170,6 +193,13 @@ void PrintTable(const ChainResponse& response)
                    figures.peakFrequency / kGiga, GigaText(figures.cutoffFrequency), figures.noiseGain,
                    GigaText(figures.noiseBandwidth), figures.peakDelay * kPicoPerUnit);
     });
+    for (const FilterResponse& filter : response.filters)
+        if (filter.channel)
+            fmt::print(
+                "{}: corrected channel less target (Bessel-Thomson, {:.3f} GHz): {} dB at {:.3f} GHz, the most up to "
+                "{:.3f} GHz\n",
+                filter.label, filter.channel->cutoff / kGiga, Fixed(filter.channel->largestDifference),
+                filter.channel->largestDifferenceAt / kGiga, filter.channel->comparedTo / kGiga);
 }
 
 void Respond(const Options& options)
@@ -192,6 +222,16 @@ void Respond(const Options& options)
         WriteWhole(options.prefix + "-impulse.csv", ImpulseCsv(response));
         DrawResponse(options.prefix + ".png", response,
                      "Response of " + std::filesystem::path(options.chain).filename().string());
+        for (const FilterResponse& filter : response.filters) {
+            if (!filter.channel)
+                continue;
+            const std::string name = fmt::format("{}-sirc-{}", options.prefix, filter.index);
+            WriteWhole(name + ".csv", ChannelCsv(*filter.channel));
+            DrawChannel(name + ".png", *filter.channel,
+                        fmt::format("Channel corrected to a Bessel-Thomson response of {:.4g} GHz: filter {} of {}",
+                                    filter.channel->cutoff / kGiga, filter.index,
+                                    std::filesystem::path(options.chain).filename().string()));
+        }
     }
     if (options.json)
         fmt::print("{}\n", ToJson(response).dump(2));
@@ -262,7 +302,12 @@ ChainResponse MeasureResponse(std::span<Stage> stages, const ImpulseRecord& reco
         }
         const std::vector<double> alone = RunOnImpulse(stage, impulse, name);
         whole = response.filters.empty() ? alone : RunOnImpulse(stage, whole, name);
-        response.filters.push_back({label, Transform(FirstRepetition(alone, record), record.sampleRate)});
+        FilterResponse& filter = response.filters.emplace_back();
+        filter.label = label;
+        filter.index = stage.index;
+        filter.function = Transform(FirstRepetition(alone, record), record.sampleRate);
+        if (stage.channel)
+            filter.channel = CorrectChannel(*stage.channel, filter.function, symbolRate);
     }
     progress.Begin(kWhole);
     response.whole = Transform(FirstRepetition(whole, record), record.sampleRate);
@@ -274,7 +319,10 @@ void AddResponse(CLI::App& program)
     auto options = std::make_shared<Options>();
     CLI::App* command = program.add_subcommand("response", "Show what the filters of a chain do to a spectrum");
     command->add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
-    command->add_option("-o,--output", options->prefix, "Write PREFIX.png, PREFIX-frequency.csv and PREFIX-impulse.csv")
+    command
+        ->add_option("-o,--output", options->prefix,
+                     "Write PREFIX.png, PREFIX-frequency.csv and PREFIX-impulse.csv, for SiRC filter N also "
+                     "PREFIX-sirc-N.png and .csv")
         ->type_name("PREFIX");
     command->add_flag("--json", options->json, "Print the figures as JSON");
     command->footer("Filters are numbered as in the file, from 0. Example: tarnwick response chain.json -o response");

@@ -1,6 +1,7 @@
 // What each filter of a chain, and the whole chain, does to an impulse.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -8,6 +9,7 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "chain.h"
+#include "correctedchannel.h"
 #include "transferfunction.h"
 
 namespace Tarnwick::App {
@@ -28,6 +30,8 @@ ImpulseRecord RecordFor(const nlohmann::json& file, const std::string& name);
 struct FilterResponse {
     std::string label;  ///< where it stands in the file, from 0, and its type: "1 ctle"
     TransferFunction function;
+    std::size_t index = 0;                    ///< among all filters of the file
+    std::optional<CorrectedChannel> channel;  ///< of a SiRC filter
 };
 
 struct ChainResponse {

@@ -18,10 +18,10 @@ namespace fs = std::filesystem;
 
 constexpr int kWidth = 1100;
 constexpr int kHeight = 1150;
+constexpr int kChannelHeight = 620;
 constexpr double kGiga = 1e9;
 constexpr double kPicoPerUnit = 1e12;
 constexpr std::size_t kPoints = 2000;  // of a line: more than the picture has columns
-constexpr double kSymbolRates = 2.0;   // shown of the spectrum, where the record reaches as far
 constexpr double kShownDb = 40.0;      // of the magnitude, below the largest of all
 constexpr double kDelayDb = 20.0;      // group delay down to this below the largest magnitude sets the scale,
 constexpr double kDelayPart = 0.02;    // but for this part of it at either end: poles and zeros near DC stand out far
@@ -107,9 +107,17 @@ double DelayPs(const TransferFunction& function, std::ptrdiff_t k)
 // The last bin that is shown.
 std::ptrdiff_t LastBin(const ChainResponse& response)
 {
-    const auto last = static_cast<std::ptrdiff_t>(response.whole.magnitudeDb.size()) - 1;
-    const double wanted = std::ceil(kSymbolRates * response.symbolRate / response.whole.Spacing());
-    return wanted < static_cast<double>(last) ? static_cast<std::ptrdiff_t>(wanted) : last;
+    return static_cast<std::ptrdiff_t>(LastBinUpTo(response.whole, kSymbolRatesShown * response.symbolRate));
+}
+
+// Arrow 1 and label 1.
+std::string HalfRateMark(double symbolRate)
+{
+    const double half = 0.5 * symbolRate / kGiga;
+    return fmt::format(
+        "set arrow 1 from {},graph 0 to {},graph 1 nohead front dashtype 2 linecolor '#b0b0c0' linewidth 1.2\n"
+        "set label 1 'half the symbol rate, {:.4g} GHz' at {},graph 0.06 offset 0.6,0 front textcolor '#b0b0c0'\n",
+        half, half, half, half);
 }
 
 std::string MagnitudePanel(const ChainResponse& response)
@@ -189,19 +197,59 @@ std::string ImpulsePanel(const ChainResponse& response)
 
 void DrawResponse(const fs::path& path, const ChainResponse& response, const std::string& title)
 {
-    const double half = 0.5 * response.symbolRate / kGiga;
     const double end = static_cast<double>(LastBin(response)) * response.whole.Spacing() / kGiga;
-    std::string script = Theme() + fmt::format(
-                                       "set multiplot layout 3,1 title {} textcolor '#e8e8f0' font 'sans,14'\n"
-                                       "set lmargin 11\nset rmargin 3\nset key above horizontal\n"
-                                       "set xlabel 'frequency [GHz]'\nset xrange [0:{}]\n"
-                                       "set arrow 1 from {},graph 0 to {},graph 1 nohead front dashtype 2 "
-                                       "linecolor '#b0b0c0' linewidth 1.2\n"
-                                       "set label 1 'half the symbol rate, {:.4g} GHz' at {},graph 0.06 offset 0.6,0 "
-                                       "front textcolor '#b0b0c0'\n",
-                                       Quoted(title), end, half, half, half, half);
+    std::string script = Theme() +
+                         fmt::format(
+                             "set multiplot layout 3,1 title {} textcolor '#e8e8f0' font 'sans,14'\n"
+                             "set lmargin 11\nset rmargin 3\nset key above horizontal\n"
+                             "set xlabel 'frequency [GHz]'\nset xrange [0:{}]\n",
+                             Quoted(title), end) +
+                         HalfRateMark(response.symbolRate);
     script += MagnitudePanel(response) + "unset label 1\nunset key\n" + DelayPanel(response) + ImpulsePanel(response);
     DrawPng(path, kWidth, kHeight, script + "unset multiplot\n");
+}
+
+void DrawChannel(const fs::path& path, const CorrectedChannel& channel, const std::string& title)
+{
+    const struct {
+        const std::vector<double>& values;
+        const char* style;  // the target lies upon the corrected channel where all is well
+        const char* name;
+    } lines[] = {
+        {channel.measured, "linewidth 2 linecolor '#f9c74f'", "measured"},
+        {channel.correction, "linewidth 2 linecolor '#c77dff'", "correction"},
+        {channel.corrected, "linewidth 6 linecolor '#4cc9f0'", "corrected"},
+        {channel.target, "linewidth 2 dashtype 2 linecolor '#ffffff'", "target"},
+    };
+    double highest = 0.0;
+    double lowest = 0.0;
+    fmt::memory_buffer data;
+    for (const auto& line : lines) {
+        fmt::format_to(std::back_inserter(data), "$line{} << EOD\n", &line - lines);
+        for (std::size_t k = 0; k < channel.frequency.size(); ++k) {
+            const double value = line.values[k];
+            if (std::isfinite(value)) {
+                highest = std::max(highest, value);
+                lowest = std::min(lowest, value);
+            }
+            fmt::format_to(std::back_inserter(data), "{:.8g} {}\n", channel.frequency[k] / kGiga,
+                           std::isfinite(value) ? fmt::format("{:.8g}", value) : "NaN");
+        }
+        fmt::format_to(std::back_inserter(data), "EOD\n");
+    }
+    const double end = channel.frequency.back() / kGiga;
+    std::string script = Theme() + fmt::to_string(data) +
+                         fmt::format(
+                             "set title {} font 'sans,14'\nset lmargin 11\nset rmargin 3\n"
+                             "set key above horizontal maxrows 1 samplen 3\nset xlabel 'frequency [GHz]'\n"
+                             "set ylabel 'magnitude relative to DC [dB]'\nset xrange [0:{}]\n"
+                             "set yrange [{}:{}]\n",
+                             Quoted(title), end > 0.0 ? end : 1.0, std::max(-kShownDb, lowest - 3.0), highest + 3.0) +
+                         HalfRateMark(channel.symbolRate) + "plot ";
+    for (const auto& line : lines)
+        script += fmt::format("{}$line{} with lines {} title {}", &line == lines ? "" : ", ", &line - lines, line.style,
+                              Quoted(line.name));
+    DrawPng(path, kWidth, kChannelHeight, script + "\n");
 }
 
 }  // namespace Tarnwick::App

@@ -13,4 +13,8 @@ namespace Tarnwick::App {
 /// @throws DataFailure  gnuplot is missing or fails; the file is complete or absent
 void DrawResponse(const std::filesystem::path& path, const ChainResponse& response, const std::string& title);
 
+/// Measured, target, correction and corrected magnitude relative to DC over frequency, as a PNG file.
+/// @throws DataFailure  as DrawResponse
+void DrawChannel(const std::filesystem::path& path, const CorrectedChannel& channel, const std::string& title);
+
 }  // namespace Tarnwick::App

@@ -85,6 +85,13 @@ TransferFunction Transform(std::vector<double> impulse, double sampleRate)
     return function;
 }
 
+std::size_t LastBinUpTo(const TransferFunction& function, double frequency)
+{
+    const std::size_t last = function.magnitudeDb.size() - 1;
+    const double wanted = std::ceil(frequency / function.Spacing());
+    return wanted < static_cast<double>(last) ? static_cast<std::size_t>(wanted) : last;
+}
+
 Complex ResponseAt(const TransferFunction& function, double frequency)
 {
     const double step = -2.0 * std::numbers::pi * frequency / function.sampleRate;

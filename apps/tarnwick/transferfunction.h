@@ -25,6 +25,12 @@ struct TransferFunction {
 /// @param impulse  at least one value
 TransferFunction Transform(std::vector<double> impulse, double sampleRate);
 
+/// Pictures and tables of frequencies end at twice the symbol rate, where the record reaches as far.
+inline constexpr double kSymbolRatesShown = 2.0;
+
+/// The lowest bin at or above a frequency [Hz], or the last there is.
+std::size_t LastBinUpTo(const TransferFunction& function, double frequency);
+
 /// H at any frequency [Hz], from the sum above with n counted from the peak to both sides.
 std::complex<double> ResponseAt(const TransferFunction& function, double frequency);
 

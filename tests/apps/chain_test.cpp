@@ -82,6 +82,48 @@ TEST(ChainFilters, ReadsADecisionFeedbackEqualiser)
     EXPECT_EQ(parameters.samplesPerUi, 8);
 }
 
+TEST(ChainFilters, ReadsADeEmbeddingFilterAndItsFile)
+{
+    const TestFolder folder;
+    const std::string file =
+        folder.Write("fixture.s2p", "# GHz S MA R 50\n0 0 0 .5 0 0 0 0 0\n50 0 0 .5 0 0 0 0 0 \n90 0 0 .5 0 0 0 0 0\n")
+            .string();
+    const auto path = folder.Write("chain.json", R"({
+        "device": {"patternLengthUi": 16, "samplesPerUi": 8, "baudRateGBd": 10, "patternLocked": false},
+        "filters": [{"type": "deembedding", "sparamFileName": "fixture.s2p", "portOrder": 1, "conversionFlag": false,
+                     "conversionParameterA": 20, "conversionParameterB": 30, "preserveNoise": false}]})");
+    Chain chain(path, 128);
+    ASSERT_EQ(chain.Stages().size(), 1U);
+    const auto& parameters = dynamic_cast<const DSO::Filters::DeEmbeddingParameters&>(*chain.Stages()[0].parameters);
+    EXPECT_EQ(parameters.sparamFileName, file);
+    EXPECT_EQ(parameters.portOrder, PORT_ORDER_13_24);
+    EXPECT_FALSE(parameters.conversionFlag);
+    EXPECT_EQ(parameters.conversionParameterA, 20);
+    EXPECT_EQ(parameters.conversionParameterB, 30);
+    EXPECT_EQ(parameters.samplesPerPattern, 128);
+    EXPECT_EQ(chain.Stages()[0].notes,
+              std::vector<std::string>{
+                  file + ": line 3, token 10: a blank at the end counts as a token; their value is put at 0 Hz"});
+
+    const struct {
+        const char* settings;
+        const char* file;
+        std::string message;
+    } cases[] = {
+        {R"("sparamFileName": "nowhere.s2p")", "", (folder / "nowhere.s2p").string() + ": cannot be read"},
+        {R"("sparamFileName": "fixture.s2p")", "# GHz S MA R 50\n1 0 0 x 0\n",
+         file + ": line 2, token 4: \"x\" is no decimal number"},
+        {R"("sparamFileName": "fixture.s2p")", "! c\n\n1 2\n",
+         file + ": line 3: the file is refused: 2 tokens of at least 5"},
+    };
+    for (const auto& [settings, content, message] : cases) {
+        (void)folder.Write("fixture.s2p", content);
+        const auto json =
+            folder.Write("chain.json", std::string(R"({"filters": [{"type": "deembedding", )") + settings + "}]}");
+        EXPECT_EQ(FailureOf<DataFailure>([&, &json = json] { Chain failing(json, 128); }), message);
+    }
+}
+
 TEST(ChainErrors, NameTheKey)
 {
     const struct {
@@ -92,6 +134,10 @@ TEST(ChainErrors, NameTheKey)
         {R"({"device": {}})", "filters: is missing; expected a list of filters"},
         {R"({"filters": [], "filter": 1})", "filter: is no known key; the nearest one is \"filters\""},
         {R"({"filters": {}})", "filters: is object; expected a list of filters"},
+        {R"({"filters": [{"type": "deembedding"}]})",
+         "filters.0.sparamFileName: is missing; expected the fixture's S-parameter file"},
+        {R"({"filters": [{"type": "deembedding", "portOrder": 2}]})",
+         "filters.0.portOrder: is 2; expected 0 for the pairs 1, 2 and 3, 4 or 1 for 1, 3 and 2, 4"},
         {R"({"filters": [{}]})", "filters.0.type: is missing; expected the name of a filter"},
         {R"({"filters": [{"type": "bessel"}]})",
          R"(filters.0.type: is "bessel", no known filter; the nearest one is "bessel-thomson")"},

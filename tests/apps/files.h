@@ -1,55 +1,13 @@
-// Files for one test, in a folder of its own that goes with it.
+// Files and failures for the host program's tests.
 #pragma once
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
 #include <string>
-#include <string_view>
 
-#include <gtest/gtest.h>
+#include "../support/files.h"
 
 namespace Tarnwick::App {
 
-class TestFolder {
-public:
-    TestFolder()
-    {
-        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-        path_ = std::filesystem::temp_directory_path() / (std::string("tarnwick-") + test->test_suite_name() + "-" +
-                                                          test->name() + "-" + std::to_string(std::random_device()()));
-        std::filesystem::remove_all(path_);
-        std::filesystem::create_directories(path_);
-    }
-    TestFolder(const TestFolder&) = delete;
-    TestFolder& operator=(const TestFolder&) = delete;
-    ~TestFolder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-    std::filesystem::path Write(const std::string& name, std::string_view content) const
-    {
-        std::ofstream(path_ / name, std::ios::binary) << content;
-        return path_ / name;
-    }
-    std::string Read(const std::string& name) const
-    {
-        std::ifstream file(path_ / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    std::size_t Count() const
-    {
-        return static_cast<std::size_t>(
-            std::distance(std::filesystem::directory_iterator(path_), std::filesystem::directory_iterator()));
-    }
-
-private:
-    std::filesystem::path path_;
-};
+using Testing::TestFolder;
 
 /// The text of the exception of this type that `run` throws.
 template <typename Failure, typename Run>

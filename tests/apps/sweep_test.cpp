@@ -100,7 +100,8 @@ constexpr const char* kChain = R"({
     "filters": [{"type": "copy"},
                 {"type": "moving-average", "WindowLength": 3},
                 {"type": "bessel-thomson", "cutoffPercent": 75},
-                {"type": "bessel-thomson", "order": 2, "cutoffPercent": 90}]})";
+                {"type": "bessel-thomson", "order": 2, "cutoffPercent": 90},
+                {"type": "dfe", "numberOfTaps": 2, "enabled": false}]})";
 
 SweepInput InputOver(std::initializer_list<const char*> axes)
 {
@@ -136,6 +137,7 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
         {{"filters.1.WindowLength=1,3", "filters.3.enabled=true,false"},
          {"/filters/1/WindowLength", "/filters/3/enabled"}},
         {{"filters.2.cutoffPercent=50,75", "filters.2.order=2,4"}, {"/filters/2/cutoffPercent", "/filters/2/order"}},
+        {{"filters.4.enabled=true,false"}, {"/filters/4/enabled", nullptr}},
         {{"filters.3.order=1,3", "device.baudRateGBd=9,10"}, {"/filters/3/order", "/device/baudRateGBd"}},
     };
     for (const auto& row : cases) {
@@ -262,7 +264,7 @@ TEST(SweepProgram, SaysWhoseFaultAFailureIs)
         {"chain.json c.npy", 2, "--over is required"},
         {"chain.json c.npy --over filters.2.cutofPercent=1,2", 2, "the nearest one is \"cutoffPercent\""},
         {"chain.json c.npy --over fliters.2.order=1", 2, "fliters: is no known key"},
-        {"chain.json c.npy --over filters.4.order=1", 2, "filters has no 4; it holds 4, counted from 0"},
+        {"chain.json c.npy --over filters.5.order=1", 2, "filters has no 5; it holds 5, counted from 0"},
         {"chain.json c.npy --over filters.2.cutoffPercent.x=1", 2, "filters.2.cutoffPercent is 75, which holds no"},
         {"chain.json c.npy --over filters.2.cutoffPercent=-1,-2", 1, "cutoffPercent is -1"},
         {"chain.json c.npy" + good + good, 2, "is given twice"},
