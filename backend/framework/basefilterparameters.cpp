@@ -6,7 +6,8 @@ namespace Tarnwick::DSO::SystemFramework {
 
 void BaseFilterParameters::SetFrequencyGrid(double* grid)
 {
-    gridOwner_ = std::shared_ptr<double>(grid, BoundaryRelease());
+    // A null pointer with a deleter would still take memory: letting go must not fail.
+    gridOwner_ = grid != nullptr ? std::shared_ptr<double>(grid, BoundaryRelease()) : nullptr;
     frequencyGrid = grid;
 }
 

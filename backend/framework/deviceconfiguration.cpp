@@ -8,7 +8,9 @@ using SystemFramework::BoundaryRelease;
 
 void DeviceConfiguration::PublishTdecqEqualizer(double* taps, std::int32_t length)
 {
-    std::shared_ptr<double> owner(taps, BoundaryRelease());
+    std::shared_ptr<double> owner;
+    if (taps != nullptr)
+        owner.reset(taps, BoundaryRelease());
     if (tdecqEqualizer != tdecqOwner_.get())
         BoundaryRelease()(tdecqEqualizer);
     tdecqOwner_ = std::move(owner);

@@ -25,13 +25,15 @@ public:
             return found->second;
         }
         std::shared_ptr<const Plan> made = make();
+        std::list<std::size_t> place;
+        if (!std::has_single_bit(length))
+            place.push_front(length);
+        // All that takes memory stands before this: a plan that is kept and has no place would never go again.
         kept_.emplace(length, made);
-        if (!std::has_single_bit(length)) {
-            recent_.push_front(length);
-            if (recent_.size() > kOtherLengths) {
-                kept_.erase(recent_.back());
-                recent_.pop_back();
-            }
+        recent_.splice(recent_.begin(), place);
+        if (recent_.size() > kOtherLengths) {
+            kept_.erase(recent_.back());
+            recent_.pop_back();
         }
         return made;
     }
