@@ -42,7 +42,7 @@ struct StageReport {
     double peakToPeak = 0.0;
     EyeReport eye;
     double seconds = 0.0;
-    nlohmann::json found;  // what the filter has found; null: nothing
+    std::shared_ptr<const nlohmann::json> found;  // what the filter has found; null: nothing
 };
 
 StageReport Describe(const std::string& name, std::span<const double> samples, const Chain& chain, double seconds)
@@ -77,8 +77,8 @@ nlohmann::ordered_json ToJson(const std::vector<StageReport>& reports)
                           {"eyes", EyesToJson(report.eye)},
                           {"phaseUi", report.eye.phaseUi},
                           {"seconds", report.seconds}});
-        if (!report.found.is_null())
-            stages.back().update(report.found);
+        if (report.found)
+            stages.back().update(*report.found);
     }
     return {{"stages", stages}};
 }
@@ -105,8 +105,9 @@ void PrintTable(const std::vector<StageReport>& reports)
                    report.samples, report.repetitions, report.mean, report.rms, report.peakToPeak,
                    HeightsText(report.eye), WidthsText(report.eye), report.eye.phaseUi, report.seconds);
     for (const StageReport& report : reports)
-        for (const auto& [name, value] : report.found.items())
-            fmt::print("{} {}: {}\n", report.name, name, FoundText(value));
+        if (report.found)
+            for (const auto& [name, value] : report.found->items())
+                fmt::print("{} {}: {}\n", report.name, name, FoundText(value));
 }
 
 void Apply(const Options& options)
@@ -135,7 +136,7 @@ void Apply(const Options& options)
             const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
             reports.push_back(Describe(stage.name, samples, chain, taken.count()));
             if (stage.found)
-                reports.back().found = stage.found(samples);
+                reports.back().found = std::make_shared<const nlohmann::json>(stage.found(samples));
         }
         progress.Begin("output");
         WriteWaveform(options.output, samples, capture.interval, capture.start);

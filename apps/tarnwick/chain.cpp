@@ -391,6 +391,7 @@ Stage MakeFfeStage(const json& settings, const Place& place, DeviceConfiguration
 {
     using P = DSO::Filters::FFEFilterParameters;
     auto owned = std::make_unique<P>(&config);
+    owned->tapsPerUi = 1;  // the usual equaliser, where the chain does not say
     const P& parameters = *owned;
     Stage stage = MakeStage<DSO::Filters::FFEFilter>(
         std::move(owned),

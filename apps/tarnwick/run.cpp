@@ -1,5 +1,7 @@
 #include "run.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -12,6 +14,15 @@
 namespace Tarnwick::App {
 
 using DSO::SystemFramework::SignalData;
+
+namespace {
+
+bool AreFinite(const std::vector<double>& values)
+{
+    return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
+}
+
+}  // namespace
 
 std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
                              const std::string& capture)
@@ -39,7 +50,11 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
     if (!result)
         throw DataFailure(fmt::format("{}: {}: {} samples are fewer than one repetition of the pattern", capture,
                                       stage.place, samples.size()));
-    return {result.get(), result.get() + samples.size()};
+    std::vector<double> filtered(result.get(), result.get() + samples.size());
+    if (AreFinite(samples) && !AreFinite(filtered))
+        throw UsageFailure(fmt::format("{}: {}: gives values that are not finite; are all of its settings there?",
+                                       chain, stage.place));
+    return filtered;
 }
 
 }  // namespace Tarnwick::App

@@ -13,7 +13,8 @@ namespace Tarnwick::App {
 /// @param samples  left as they are; filters take them through a pointer to mutable samples
 /// @param chain    the chain file's name, for messages
 /// @param capture  the capture's name, for messages
-/// @throws UsageFailure  the settings  @throws DataFailure  the record
+/// @throws UsageFailure  the settings, also those that make other values than finite ones of a finite record
+/// @throws DataFailure   the record
 std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
                              const std::string& capture);
 

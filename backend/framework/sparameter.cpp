@@ -48,12 +48,14 @@ void PreserveNoise(std::span<Complex> bins, double sampleRate, double corner, do
 
 }  // namespace
 
+// NOLINTBEGIN(performance-unnecessary-value-param): the data by value, as hosts declare it
 double* SParameter::ConvertSparamFilterDataToImpulseResponse(int& length, double baudRateGBd, int samplesPerPattern,
                                                              int patternLengthUi, std::map<double, Complex> data,
                                                              bool conversionFlag, int conversionParameterA,
                                                              int conversionParameterB, bool preserveNoise,
                                                              double noiseCornerFrequency, double noiseSecondParameter,
                                                              double* /*frequencyGrid*/, bool& preserveNoiseApplied)
+// NOLINTEND(performance-unnecessary-value-param)
 {
     RequirePositive(kOperation, "baudRateGBd", baudRateGBd, "a finite positive symbol rate in GBd");
     if (samplesPerPattern < 1)

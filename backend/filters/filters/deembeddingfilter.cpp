@@ -68,7 +68,7 @@ DeEmbeddingParameters::DeEmbeddingParameters(double, int samplesPerPattern, int,
 
 DeEmbeddingFilter::DeEmbeddingFilter(DeEmbeddingParameters* parameters)
 {
-    DeEmbeddingParameters& settings = Given<DeEmbeddingParameters>(kFilter, parameters);
+    auto& settings = Given<DeEmbeddingParameters>(kFilter, parameters);
     this->parameters = parameters;
     if (settings.GetConfig() != nullptr)
         SizesFrom(*settings.GetConfig()).Store(settings);
@@ -99,7 +99,7 @@ DeEmbeddingFilter::Sizes DeEmbeddingFilter::SizesFor(const DeEmbeddingParameters
 
 void DeEmbeddingFilter::Prepare()
 {
-    DeEmbeddingParameters& settings = Given<DeEmbeddingParameters>(kFilter, parameters);
+    auto& settings = Given<DeEmbeddingParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const Sizes sizes = SizesFor(settings);
     const auto data = loadSparamFile(settings.sparamFileName, settings.portOrder);
@@ -120,7 +120,7 @@ void DeEmbeddingFilter::Prepare()
 double* DeEmbeddingFilter::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    DeEmbeddingParameters& settings = Given<DeEmbeddingParameters>(kFilter, parameters);
+    auto& settings = Given<DeEmbeddingParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const char* const product = "samplesPerUi * patternLengthUi";
     const int period = CheckedProduct(kFilter, product, SizesFor(settings).samplesPerUi, config.patternLengthUi);
@@ -140,6 +140,7 @@ double* DeEmbeddingFilter::Apply(SignalData* signal)
         .release();
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as hosts declare it
 std::map<double, Complex> DeEmbeddingFilter::loadSparamFile(std::string fileName, PortOrderS4P portOrder)
 {
     std::ifstream file(fileName, std::ios::binary);

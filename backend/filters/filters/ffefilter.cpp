@@ -312,7 +312,7 @@ FFEFilter::~FFEFilter()
 
 double* FFEFilter::GetOptimizedTaps(FFEFilterParameters* parameters)
 {
-    const FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    const auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
     if (settings.taps.empty())
         return nullptr;
     const double sum = MagnitudeSum(settings.taps);
@@ -336,7 +336,7 @@ void FFEFilter::Report(FFEFilterParameters& settings)
 double* FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters* parameters, SignalData* signal)
 {
     TARNWICK_TRACE("GetFFEAutomaticCoefficients...");
-    FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
     RequireGeometry(settings.samplesPerUi, settings.tapsPerUi, settings.numberOfTaps);
     if (settings.useManualTaps) {
         // Steps that an earlier call has reported are no taps: those are still in appliedTaps.
@@ -364,7 +364,7 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
                                                     bool narrowDelaySearch, double gaussianBandwidth)
 {
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients...");
-    const FFEFilterParameters& own = Given<FFEFilterParameters>(kFilter, parameters);
+    const auto& own = Given<FFEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, own);
     const std::span<const double> record = SamplesOf(kFilter, signal);
     const auto sampleCount = static_cast<int>(record.size());
@@ -416,7 +416,7 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
 double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, SignalData* signal)
 {
     TARNWICK_TRACE("FFEFilter::GenerateTdecqEqualizer...");
-    FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
     DeviceConfiguration* const config = settings.GetConfig();
     (void)ConfigurationOf(kFilter, settings);
     const auto sampleCount = static_cast<int>(SamplesOf(kFilter, signal).size());
@@ -485,7 +485,7 @@ void FFEFilter::Prepare(SignalData* signal)
     TARNWICK_TRACE("FFEFilter::Prepare...");
     if (signal == nullptr)
         throw std::invalid_argument("Cannot Prepare FFE Filter Without a signal");
-    FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     (void)SamplesOf(kFilter, signal);
     // On a copy: a search that fails changes nothing.
@@ -530,7 +530,7 @@ void FFEFilter::Prepare(SignalData* signal)
 
 double* FFEFilter::Apply(SignalData* signal)
 {
-    FFEFilterParameters& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     if (signal == nullptr && settings.IsDirty())
         Prepare(signal);

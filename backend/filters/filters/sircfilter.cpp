@@ -194,7 +194,7 @@ std::vector<double> SircFilter::Generated(const SircFilterParameters& parameters
 
 double* SircFilter::GenerateSircFilter_BasedOnDCA(SircFilterParameters* parameters)
 {
-    const SircFilterParameters& own = Given<SircFilterParameters>(kFilter, parameters);
+    const auto& own = Given<SircFilterParameters>(kFilter, parameters);
     const std::vector<double> taps =
         Generated(own, {channelBandwidth, own.uiSamples, own.channelResponse, own.channelReference});
     auto result = taps.empty() ? nullptr : NewArrayFrom<double>(taps);
@@ -225,7 +225,7 @@ void SircFilter::Rebuild(const Settings& settings)
 
 void SircFilter::Prepare(SignalData*)
 {
-    const SircFilterParameters& own = Given<SircFilterParameters>(kFilter, parameters);
+    const auto& own = Given<SircFilterParameters>(kFilter, parameters);
     DeviceConfiguration* const config = own.GetConfig();
     Settings settings{channelBandwidth, own.uiSamples, own.channelResponse, own.channelReference};
     if (config != nullptr && own.IsDirty())
@@ -240,7 +240,7 @@ double* SircFilter::Apply(SignalData* signal)
     if (signal == nullptr)
         return nullptr;
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    const SircFilterParameters& own = Given<SircFilterParameters>(kFilter, parameters);
+    const auto& own = Given<SircFilterParameters>(kFilter, parameters);
     const DeviceConfiguration* const config = own.GetConfig();
     if (config == nullptr)
         Refuse(kFilter, "configuration", "null", "the device configuration, which holds the pattern length");

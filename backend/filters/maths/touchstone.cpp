@@ -124,7 +124,7 @@ Number NumberAtStart(std::string_view text)
                                               isHexadecimal ? std::chars_format::hex : std::chars_format::general);
     if (error == std::errc::invalid_argument)
         return {};
-    const std::size_t length = static_cast<std::size_t>(end - text.data());
+    const auto length = static_cast<std::size_t>(end - text.data());
     // Libraries differ in what they call out of range; so the value is looked at as well.
     const bool isLiteral = !IsHexDigit(*begin) && *begin != '.';  // infinity or NaN
     const bool isTooLarge = std::isinf(value) && !isLiteral;
