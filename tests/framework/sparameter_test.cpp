@@ -146,8 +146,8 @@ TEST(SParameterConversion, RemovesAndAddsAMeasuredLine)
     for (const auto& [label, line, first, last, step, remove, add, bandwidth] : cases) {
         SCOPED_TRACE(label);
         const Data data = Measured(line, first, last, step);
-        const auto tapered = [&](const Response& response) {
-            return ThroughResponse(capture, kSampleRate, [&](double f) { return TaperAt(f, bandwidth) * response(f); });
+        const auto tapered = [&, end = bandwidth](const Response& response) {
+            return ThroughResponse(capture, kSampleRate, [&](double f) { return TaperAt(f, end) * response(f); });
         };
         Settings settings;
         const auto behind = ThroughResponse(capture, kSampleRate, line);
