@@ -73,6 +73,8 @@ TEST(ApplyProgram, SaysWhoseFaultAFailureIsAndWritesNothing)
     folder.Write("key.json", R"({"filters": [{"type": "copy", "chanel": 0}]})");
     folder.Write("order.json", R"({"device": {"baudRateGBd": 10, "samplesPerUi": 8, "patternLengthUi": 127},
                                    "filters": [{"type": "bessel-thomson", "order": 17}]})");
+    folder.Write("poles.json", R"({"device": {"baudRateGBd": 10, "samplesPerUi": 8, "patternLengthUi": 127},
+                                   "filters": [{"type": "ctle", "ctleType": "oif-cei-112g"}]})");
     const std::size_t before = folder.Count();
     const struct {
         const char* arguments;
@@ -87,6 +89,7 @@ TEST(ApplyProgram, SaysWhoseFaultAFailureIsAndWritesNothing)
         {"apply none.json capture.csv -o f.csv", 2, "none.json: cannot be read"},
         {"apply key.json capture.csv -o f.csv", 2, "filters.0.chanel: is no known key; the nearest one is \"channel\""},
         {"apply order.json capture.csv -o f.csv", 2, "filters.0: BesselThomson: order is 17; expected 1 to 16"},
+        {"apply poles.json capture.csv -o f.csv", 2, "poles.json: filters.0: gives values that are not finite"},
         {"apply chain.json capture.csv -o f.wav", 2, "output format is \".wav\""},
         {"apply chain.json capture.csv", 2, "--output is required"},
         {"filter", 2, "Run with --help"},
