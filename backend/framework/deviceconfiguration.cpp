@@ -11,9 +11,9 @@ void DeviceConfiguration::PublishTdecqEqualizer(double* taps, std::int32_t lengt
     std::shared_ptr<double> owner;
     if (taps != nullptr)
         owner.reset(taps, BoundaryRelease());
-    if (tdecqEqualizer != tdecqOwner_.get())
+    if (tdecqEqualizer != tdecqOwner_.array.get())
         BoundaryRelease()(tdecqEqualizer);
-    tdecqOwner_ = std::move(owner);
+    tdecqOwner_.array = std::move(owner);
     tdecqEqualizer = taps;
     tdecqEqualizerLength = length;
 }

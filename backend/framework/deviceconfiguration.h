@@ -2,11 +2,11 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "framework/arrayowner.h"
 #include "framework/capturedata.h"
 #include "framework/export.h"
 #include "framework/otoereceiverinfo.h"
@@ -98,7 +98,7 @@ public:
     void PublishTdecqEqualizer(double* taps, std::int32_t length);
 
 private:
-    std::shared_ptr<double> tdecqOwner_;
+    SystemFramework::ArrayOwner tdecqOwner_;
 };
 
 }  // namespace Tarnwick::DSO

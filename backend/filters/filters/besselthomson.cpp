@@ -207,7 +207,7 @@ void BesselThomson::BesselThomson4th(std::vector<double>* impulseResponse, std::
 void BesselThomson::Prepare(SignalData*)
 {
     TARNWICK_TRACE("BesselThomson::Prepare...");
-    auto& settings = static_cast<BesselThomsonParameters&>(*parameters);
+    auto& settings = Given<BesselThomsonParameters>(kFilter, parameters);
     const Sizes sizes = SizesOf(settings);
     RequireBuildable(settings, sizes);
     if (settings.preserveNoise)
@@ -225,7 +225,7 @@ void BesselThomson::Prepare(SignalData*)
 double* BesselThomson::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    const auto& settings = static_cast<const BesselThomsonParameters&>(*parameters);
+    const auto& settings = Given<BesselThomsonParameters>(kFilter, parameters);
     const int period = SizesOf(settings).samplesPerPattern;
     if (period < 2)
         Refuse(kFilter, "samplesPerPattern", period, "at least 2 samples");

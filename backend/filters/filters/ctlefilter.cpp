@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <span>
 #include <string>
+#include <utility>
 
 #include "filters/maths/ctle.h"
 #include "filters/plumbing/channel.h"
@@ -194,6 +195,17 @@ CTLEFilter::CTLEFilter(CTLEFilterParameters* parameters)
     if (const DeviceConfiguration* config = parameters->GetConfig())
         parameters->samplesPerUi = RealSamplesPerUi(*config);
     notPrepared = true;
+}
+
+CTLEFilter& CTLEFilter::operator=(const CTLEFilter& other)
+{
+    // All that takes memory stands before the first change.
+    std::map<int, double> levels(other.levelMap);
+    std::vector<double> taps(other.filterTaps);
+    BaseFilter::operator=(other);
+    levelMap = std::move(levels);
+    filterTaps = std::move(taps);
+    return *this;
 }
 
 CTLEFilter::~CTLEFilter() = default;

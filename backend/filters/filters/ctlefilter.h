@@ -80,7 +80,7 @@ public:
     /// @throws std::invalid_argument  parameters is null or its channel is outside 0 to 3
     CTLEFilter(CTLEFilterParameters* parameters);
     CTLEFilter(const CTLEFilter&) = default;
-    CTLEFilter& operator=(const CTLEFilter&) = default;
+    CTLEFilter& operator=(const CTLEFilter& other);
     ~CTLEFilter() override;
 
     /// Each repetition of the pattern is equalised as one period of a periodic signal; taps longer than a repetition

@@ -165,7 +165,11 @@ void Search(DFEFilterParameters& parameters, const DeviceConfiguration& config, 
     if (!(found.residual <= kWorstResidual))
         Refuse(kFilter, "residual over main cursor", found.residual,
                "at most " + TextOf(kWorstResidual) + ", of a record that follows the pattern's symbols");
-    parameters.samplingDelayPs = Maths::DelayFromSamples(found.delay, parameters.samplesPerUi, config.baudRateGBd);
+    const double delayPs = Maths::DelayFromSamples(found.delay, parameters.samplesPerUi, config.baudRateGBd);
+    if (Maths::SamplesFromDelay(delayPs, parameters.samplesPerUi, config.baudRateGBd) != found.delay)
+        Refuse(kFilter, "baudRateGBd", config.baudRateGBd,
+               "a symbol rate at which picoseconds can tell a delay of " + std::to_string(found.delay) + " samples");
+    parameters.samplingDelayPs = delayPs;
     parameters.taps = std::move(found.taps);
 }
 

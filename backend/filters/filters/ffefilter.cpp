@@ -112,6 +112,13 @@ void RequireWholePeriods(const PatternPeriod& pattern, int sampleCount)
                "a whole number of repetitions of " + TextOf(pattern.Length()) + " samples");
 }
 
+void RequireFiniteSamples(std::span<const double> record)
+{
+    const auto bad = std::find_if(record.begin(), record.end(), [](double value) { return !std::isfinite(value); });
+    if (bad != record.end())
+        Refuse(kFilter, "samples[" + std::to_string(bad - record.begin()) + "]", *bad, "a finite value");
+}
+
 double MagnitudeSum(const std::vector<double>& taps)
 {
     const double sum =
@@ -119,6 +126,16 @@ double MagnitudeSum(const std::vector<double>& taps)
     if (!std::isfinite(sum) || sum == 0.0)
         Refuse(kFilter, "sum of the taps' magnitudes", sum, "a finite positive number");
     return sum;
+}
+
+// Of a TDECQ equaliser, whose taps are divided by their sum.
+void RequireDirectGain(const FFEFilterParameters& parameters)
+{
+    if (!parameters.useManualTaps)
+        return;
+    const double sum = std::accumulate(parameters.taps.begin(), parameters.taps.end(), 0.0);
+    if (!std::isfinite(sum) || sum == 0.0)
+        Refuse(kFilter, "sum of the taps", sum, "a finite number other than 0 for the TDECQ equaliser");
 }
 
 void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfiguration& config, int length)
@@ -137,6 +154,9 @@ void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfig
                       parameters.mainCursorPosition);
     }
     if (parameters.useTdecqEqualizer) {
+        if (parameters.numberOfTaps < 1)
+            Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "at least 1 for the TDECQ equaliser");
+        RequireDirectGain(parameters);
         const double samplesPerUi = config.useFractionalSampling ? RealSamplesPerUi(config) : parameters.samplesPerUi;
         if (samplesPerUi != parameters.samplesPerUi)
             Refuse(kFilter, "uiDuration / sampleSpacing", samplesPerUi, "a whole number for the TDECQ equaliser");
@@ -374,6 +394,7 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
     const PatternPeriod pattern(kFilter, config, samplesPerUi, patternLengthUi);
     RequireSearch(patternLengthUi, numberOfTaps, tapsPerUi, own.mainCursorPosition);
     RequireWholePeriods(pattern, sampleCount);
+    RequireFiniteSamples(record);
 
     const bool detect = IsPam4(signalCoding) && !own.useUserPattern;
     const std::string symbols = detect ? DetectedSymbols(record, pattern.RoundedCountIn(sampleCount), patternLengthUi,
@@ -429,7 +450,7 @@ double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, Signa
             signal->samples, sampleCount, settings.gaussianFilter, settings.gaussianFilterLength,
             settings.patternSymbols, config->patternLengthUi, settings.samplesPerUi, settings.numberOfTaps,
             settings.useUserPattern, settings.withoutGrayCoding, settings.signalCoding,
-            settings.mainCursorPosition - 1));
+            std::max(settings.mainCursorPosition, 0) - 1));
         settings.appliedTaps.assign(found.get(), found.get() + settings.numberOfTaps);
     }
     settings.taps = settings.appliedTaps;
@@ -456,10 +477,14 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
     TARNWICK_TRACE("FFEFilter::GenerateTDECQAutomaticCoefficients...");
     const DeviceConfiguration& config = ConfigurationOf(kFilter, Given<FFEFilterParameters>(kFilter, parameters));
     RequireGeometry(samplesPerUi, 1, numberOfTaps);
-    RequireSearch(patternLengthUi, numberOfTaps, 1, mainCursorIndex + 1);
+    RequireSearch(patternLengthUi, numberOfTaps, 1, std::min(mainCursorIndex, numberOfTaps) + 1);
     const PatternPeriod pattern(kFilter, config, samplesPerUi, patternLengthUi);
     RequireWholePeriods(pattern, sampleCount);
     const OwnedArray filtered(Convolution::CircularConv(samples, sampleCount, gaussianFilter, gaussianFilterLength));
+    RequireFiniteSamples({samples, static_cast<std::size_t>(sampleCount)});
+    // Its rounding would pass for four levels.
+    if (RangeUtilities::Min(samples, sampleCount) == RangeUtilities::Max(samples, sampleCount))
+        Refuse(kFilter, "samples", "constant, " + TextOf(*samples), "a capture of the pattern");
     const std::span<const double> record(filtered.get(), static_cast<std::size_t>(sampleCount));
 
     std::string symbols = useUserPattern ? std::move(patternSymbols)
@@ -507,6 +532,10 @@ void FFEFilter::Prepare(SignalData* signal)
 
     const int repetitions =
         PatternPeriod(kFilter, config, next.samplesPerUi, config.patternLengthUi).RoundedCountIn(working.sampleCount);
+    // Only a text much shorter than the pattern cuts the record so short.
+    if (repetitions < 1)
+        Refuse(kFilter, "length of patternSymbols", static_cast<int>(next.patternSymbols.size()),
+               "patternLengthUi, " + std::to_string(config.patternLengthUi));
     const int samplesPerUi = working.sampleCount / CheckedProduct(kFilter, "patternRepeats * patternLengthUi",
                                                                   repetitions, config.patternLengthUi);
     int length = 0;

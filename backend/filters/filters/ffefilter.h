@@ -9,10 +9,10 @@
 
 #include <cstdint>
 #include <limits>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "framework/arrayowner.h"
 #include "framework/basefilter.h"
 #include "framework/basefilterparameters.h"
 #include "framework/export.h"
@@ -56,17 +56,10 @@ public:
 
 private:
     friend class FFEFilter;
-    // Stays with an object that was moved from, as the pointer beside it does.
-    struct Owner {
-        Owner() = default;
-        Owner(const Owner&) = default;
-        Owner& operator=(const Owner&) = default;
-        std::shared_ptr<double> array;
-    };
     bool HoldsReport() const;
 
     std::vector<double> reportedTaps_;  // what quantizeTaps wrote into `taps`: steps, never to be taken for taps
-    Owner gaussianOwner_;
+    SystemFramework::ArrayOwner gaussianOwner_;
 };
 
 class TARNWICK_FILTERS_API FFEFilter : public SystemFramework::BaseFilter {

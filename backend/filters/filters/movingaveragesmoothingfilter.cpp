@@ -5,6 +5,7 @@
 #include "filters/maths/movingaverage.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/repetitions.h"
+#include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
@@ -21,8 +22,7 @@ constexpr const char* kFilter = "MovingAverageSmoothingFilter";
 
 std::vector<double> Boxcar(MovingAverageWindowSmoothingParameters* parameters, const SignalData* signal)
 {
-    if (parameters == nullptr)
-        Refuse(kFilter, "parameters", "null", "a parameters object");
+    (void)Given<MovingAverageWindowSmoothingParameters>(kFilter, parameters);
     const std::size_t recordLength = SamplesOf(kFilter, signal).size();
     const int window = Maths::OddWindow(parameters->WindowLength);
     if (static_cast<std::size_t>(window / 2) >= recordLength)
@@ -52,7 +52,7 @@ double* MovingAverageSmoothingFilter::MovingAverageSmoothing(MovingAverageWindow
 
 void MovingAverageSmoothingFilter::Prepare(SignalData* signal)
 {
-    SetKernel(Boxcar(static_cast<MovingAverageWindowSmoothingParameters*>(parameters), signal));
+    SetKernel(Boxcar(&Given<MovingAverageWindowSmoothingParameters>(kFilter, parameters), signal));
     notPrepared = false;
     parameters->ResetDirty();
 }
@@ -60,7 +60,7 @@ void MovingAverageSmoothingFilter::Prepare(SignalData* signal)
 double* MovingAverageSmoothingFilter::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    const DeviceConfiguration* config = parameters->GetConfig();
+    const DeviceConfiguration* config = Given<MovingAverageWindowSmoothingParameters>(kFilter, parameters).GetConfig();
     const int count = config != nullptr ? WholeRepetitions(kFilter, *config, signal->sampleCount) : 1;
     if (parameters->IsDirty()) {
         Prepare(signal);

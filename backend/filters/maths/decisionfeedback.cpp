@@ -101,8 +101,10 @@ double SamplesFromDelay(double delayPs, int samplesPerUi, double baudRateGBd)
 double DelayFromSamples(int samples, int samplesPerUi, double baudRateGBd)
 {
     double delayPs = samples * kPsPerSample / (samplesPerUi * baudRateGBd);
-    // The way back drops the fraction, and with it a sample where rounding fell short.
-    while (SamplesFromDelay(delayPs, samplesPerUi, baudRateGBd) < samples)
+    // The way back drops the fraction, and with it a sample where rounding fell short: by some of its five roundings. At
+    // rates where the delay or the product loses its precision no step helps.
+    constexpr int kMostSteps = 8;
+    for (int step = 0; step < kMostSteps && SamplesFromDelay(delayPs, samplesPerUi, baudRateGBd) < samples; ++step)
         delayPs = std::nextafter(delayPs, std::numeric_limits<double>::infinity());
     return delayPs;
 }

@@ -16,6 +16,7 @@ namespace Tarnwick::DSO::Filters::Maths {
 
 /// A sampling delay of k samples [ps], so that the way back is exact:
 ///     t = k 1000 / (samplesPerUi baudRateGBd), or the smallest double above it that SamplesFromDelay takes for k
+/// There is no way back at a rate so high or so low that the time or the product leaves the range of normal doubles.
 TARNWICK_FILTERS_API double DelayFromSamples(int samples, int samplesPerUi, double baudRateGBd);
 
 /// A sampling delay [ps] in samples: 0.001 t baudRateGBd samplesPerUi without the fraction.

@@ -16,6 +16,8 @@ void Refuse(std::string_view where, std::string_view field, std::string_view val
 
 std::string TextOf(double value)
 {
+    if (std::isnan(value))
+        return "nan";  // without its sign, which is the processor's
     std::array<char, 32> text{};
     const std::to_chars_result written = std::to_chars(text.data(), text.data() + text.size(), value);
     return {text.data(), static_cast<std::size_t>(written.ptr - text.data())};

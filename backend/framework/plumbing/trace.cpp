@@ -2,16 +2,52 @@
 
 #include <easylogging++.h>
 
+#include <new>
+
 #include "framework/storagesinglton.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 
+namespace {
+
+// A line that lets go of its logger. Easylogging++ swallows what is thrown while it dispatches, memory that has run out
+// or a host's callback, and then leaves the logger locked by this thread against all others.
+class Line : public el::base::Writer {
+public:
+    Line(const char* file, unsigned long line, const char* function)
+        : Writer(el::Level::Trace, file, line, function, el::base::DispatchAction::NormalLog)
+    {
+    }
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+    ~Line() override
+    {
+        processDispatch();
+        if (m_proceed)  // cleared by a dispatch that came to its end
+            m_logger->releaseLock();
+        m_proceed = false;
+        m_logger = nullptr;  // nothing is left for the base to do
+    }
+};
+
+// A line that was not dispatched has left its text in the logger's stream, or the stream in a failed state.
+std::ostream& Emptied(std::ostream& stream)
+{
+    stream.clear();
+    static_cast<el::base::type::stringstream_t&>(stream).str({});
+    return stream;
+}
+
+}  // namespace
+
 void TraceLine(const char* file, unsigned long line, const char* function, const char* message)
 {
-    (void)StorageSinglton::GetStorage();  // made and silenced before the first line
-    el::base::Writer(el::Level::Trace, file, line, function, el::base::DispatchAction::NormalLog)
-            .construct(1, el::base::consts::kDefaultLoggerId)
-        << message;
+    try {
+        (void)StorageSinglton::GetStorage();  // made and silenced before the first line
+        Line(file, line, function).construct(1, el::base::consts::kDefaultLoggerId) << Emptied << message;
+    } catch (const std::bad_alloc&) {
+        // The line is lost; what the filter does is not, be it destruction.
+    }
 }
 
 }  // namespace Tarnwick::DSO::SystemFramework

@@ -412,6 +412,9 @@ TEST(DfeErrors, NameTheValueAndChangeNothing)
          "DFEFilter: patternLengthUi is 0; expected at least 1 UI"},
         {[](auto&, auto& config) { config.baudRateGBd = 0.0; }, good,
          "DFEFilter: baudRateGBd is 0; expected a finite positive symbol rate"},
+        {[](auto&, auto& config) { config.baudRateGBd = std::numeric_limits<double>::max(); }, good,
+         "DFEFilter: baudRateGBd is 1.7976931348623157e+308; expected a symbol rate at which picoseconds can tell a "
+         "delay of 7 samples"},
         {[](auto&, auto& config) { config.patternSymbols.pop_back(); }, good,
          "DFEFilter: length of patternSymbols is 126; expected patternLengthUi, 127"},
         {[](auto&, auto& config) { config.patternSymbols[3] = '2'; }, good,

@@ -513,6 +513,12 @@ TEST(FFEFilterErrors, NameWhatIsWrongAndChangeNothing)
              e.config.patternSymbols.clear();
              e.config.multiplePatternRecord = true;
          }},
+        {"FFEFilter: length of patternSymbols is 8; expected patternLengthUi, 64",
+         [](Equaliser& e, auto&) {
+             Manual({1.0})(e.parameters);
+             e.config.patternSymbols.resize(8);
+             e.config.multiplePatternRecord = true;
+         }},
         {"PRBS::GetIdealSignalFromPrbsSymbolsD: symbols[63] is '7'; expected '0' to '1'",
          [](Equaliser& e, auto&) { e.config.patternSymbols.back() = '7'; }},
         {"FFEFilter: sampleCount is 511; expected at least one repetition of 512 samples",
