@@ -15,10 +15,12 @@
 #include <nlohmann/json.hpp>
 
 #include "decisions.h"
+#include "deembeddingreport.h"
 #include "failure.h"
 #include "filters/maths/decisionfeedback.h"
 #include "pattern.h"
 #include "sirctable.h"
+#include "touchstone.h"
 
 namespace Tarnwick::App {
 
@@ -322,21 +324,56 @@ Stage MakeSircStage(const json& settings, const Place& place, DeviceConfiguratio
 void CheckFixture(const DSO::Filters::DeEmbeddingParameters& parameters, Stage& stage)
 {
     constexpr std::size_t kTold = 3;
-    const std::string& file = parameters.sparamFileName;
-    if (!std::ifstream(file, std::ios::binary))
-        throw DataFailure(fmt::format("{}: cannot be read", file));
-    const auto report = DSO::Filters::CheckTouchstoneFile(file, parameters.portOrder);
-    std::vector<std::string> texts;
-    for (const auto& [line, token, reason] : report.differences) {
-        texts.push_back(fmt::format("{}{}{}: {}", file, line > 0 ? fmt::format(": line {}", line) : "",
-                                    token > 0 ? fmt::format(", token {}", token) : "", reason));
-        if (!report.readFailure.empty() && line == report.readFailureLine)
-            throw DataFailure(texts.back());
+    const std::string& name = parameters.sparamFileName;
+    // A chain file from elsewhere may name a pipe or a device, which never end.
+    std::error_code error;
+    std::ifstream file;
+    if (std::filesystem::is_regular_file(name, error))
+        file.open(name, std::ios::binary);
+    if (!file.is_open())
+        throw DataFailure(fmt::format("{}: cannot be read", name));
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const auto report = DSO::Filters::CheckTouchstoneText(text, name, parameters.portOrder);
+    if (!report.readFailure.empty()) {
+        const auto refused =
+            std::find_if(report.differences.begin(), report.differences.end(),
+                         [&](const auto& difference) { return difference.line == report.readFailureLine; });
+        throw DataFailure(fmt::format(
+            "{}: {}", name, refused == report.differences.end() ? report.readFailure : TextOf({*refused, 1, 0})));
     }
-    for (std::size_t k = 0; k < std::min(kTold, texts.size()); ++k)
-        stage.notes.push_back(texts[k]);
-    if (texts.size() > kTold)
-        stage.notes.push_back(fmt::format("{}: {} more differences like these", file, texts.size() - kTold));
+    const std::vector<DifferenceKind> kinds = KindsOf(report.differences);
+    for (std::size_t k = 0; k < std::min(kTold, kinds.size()); ++k)
+        stage.notes.push_back(fmt::format("{}: {}", name, TextOf(kinds[k])));
+    if (kinds.size() > kTold)
+        stage.notes.push_back(
+            fmt::format("{}: {} more kinds of difference; tarnwick touchstone lists them", name, kinds.size() - kTold));
+    const auto through = FindThroughPath(text, name);
+    if (through && through->order && *through->order != parameters.portOrder)
+        stage.notes.push_back(fmt::format("{}: portOrder is {}, but {} carries {:.1f} dB more", name,
+                                          static_cast<int>(parameters.portOrder), static_cast<int>(*through->order),
+                                          std::abs(through->leadDb)));
+}
+
+// Of the file as it stands now, which the filter has just read.
+json FiguresToJson(DSO::Filters::DeEmbeddingFilter& filter, const DSO::Filters::DeEmbeddingParameters& parameters,
+                   const DeviceConfiguration& config)
+{
+    constexpr double kGiga = 1e9;
+    const std::span<const double> kernel(filter.kernel, static_cast<std::size_t>(filter.kernelLength));
+    const auto figures =
+        FiguresOfDeEmbedding(kernel, config.baudRateGBd * kGiga * filter.kernelLength / config.patternLengthUi,
+                             filter.loadSparamFile(parameters.sparamFileName, parameters.portOrder),
+                             {parameters.conversionFlag, static_cast<double>(parameters.conversionParameterA),
+                              parameters.conversionParameterB * kGiga});
+    return {{"kernelLength", filter.kernelLength},
+            {"largestBoostDb", figures.largestBoostDb},
+            {"largestBoostGHz", figures.largestBoostAt / kGiga},
+            {"noiseAmplificationDb", figures.noiseAmplificationDb},
+            {"energyBeforeZeroPercent", 100.0 * figures.energyBeforeZero},
+            {"peakDelayPs", figures.peakDelay * 1e12},
+            {"bandUsedGHz", {0.0, figures.bandEnd / kGiga}},
+            {"extrapolatedGHz", {0.0, figures.extrapolatedTo / kGiga}},
+            {"extrapolatedPercent", 100.0 * figures.extrapolatedTo / figures.bandEnd}};
 }
 
 void SetPortOrder(DSO::Filters::DeEmbeddingParameters& parameters, const json& value, const Place& place)
@@ -366,8 +403,10 @@ Stage MakeDeEmbeddingStage(const json& settings, const Place& place, DeviceConfi
     if (parameters.sparamFileName.empty())
         place.Below("sparamFileName").Fail("is missing; expected the fixture's S-parameter file");
     CheckFixture(parameters, stage);
-    const auto& filter = static_cast<const DSO::Filters::DeEmbeddingFilter&>(*stage.filter);
-    stage.found = [&filter](std::span<const double>) { return json{{"kernelLength", filter.kernelLength}}; };
+    auto& filter = static_cast<DSO::Filters::DeEmbeddingFilter&>(*stage.filter);
+    stage.found = [&filter, &parameters, &config](std::span<const double>) {
+        return FiguresToJson(filter, parameters, config);
+    };
     return stage;
 }
 
@@ -569,6 +608,65 @@ void FlagsFrom(const json& value, const Place& place, bool (&flags)[4])
     std::fill(std::begin(flags), std::end(flags), value.get<bool>());
 }
 
+// Kernels are as long as the sizes say, whatever the record: a short chain file must not make filters take memory that
+// the record gives no reason for. The first of the limits is for records that are short by mistake, which filters name.
+void RequireBounded(double claimed, std::size_t sampleCount, const Place& place, const char* what)
+{
+    constexpr double kAlwaysTaken = 1 << 20;
+    constexpr double kTimesTheRecord = 16.0;
+    if (claimed > std::max(kAlwaysTaken, kTimesTheRecord * static_cast<double>(sampleCount)))
+        place.Fail<DataFailure>(fmt::format("{} is {:.10g} samples; the record has {}", what, claimed, sampleCount));
+}
+
+// The same of a device. What does not fit 32 bits is left to the filters, which refuse and name it.
+void RequireBounded(const DeviceConfiguration& config, std::size_t sampleCount, const Place& place)
+{
+    const double repeats = std::max(config.patternRepeats, 1);
+    const double period = static_cast<double>(config.samplesPerUi) * config.patternLengthUi;
+    const double fractional = SamplesPerUiOf(config) * config.patternLengthUi;
+    const struct {
+        double samples;
+        const char* what;
+    } claims[] = {{static_cast<double>(config.samplesPerPattern), "samplesPerPattern"},
+                  {period, "patternLengthUi * samplesPerUi"},
+                  {period * repeats, "patternLengthUi * samplesPerUi * patternRepeats"},
+                  {fractional, "patternLengthUi * uiDuration / sampleSpacing"},
+                  {fractional * repeats, "patternLengthUi * uiDuration / sampleSpacing * patternRepeats"}};
+    for (const auto& claim : claims)
+        if (claim.samples <= std::numeric_limits<std::int32_t>::max())
+            RequireBounded(claim.samples, sampleCount, place, claim.what);
+}
+
+// And of taps, which are filled up with zeros.
+void RequireBounded(const Stage& stage, const DeviceConfiguration& config, std::size_t sampleCount, const Place& place)
+{
+    const auto* const forward = dynamic_cast<const DSO::Filters::FFEFilterParameters*>(stage.parameters.get());
+    const auto* const feedback = dynamic_cast<const DSO::Filters::DFEFilterParameters*>(stage.parameters.get());
+    if (forward != nullptr)
+        RequireBounded(forward->numberOfTaps * std::max(SamplesPerUiOf(config), 1.0), sampleCount, place,
+                       "numberOfTaps * samplesPerUi");
+    if (feedback != nullptr)
+        RequireBounded(feedback->numberOfTaps, sampleCount, place, "numberOfTaps");
+}
+
+// What a value holds is copied and printed level by level on the stack, which a file must not be able to use up.
+template <typename Source>
+json Parsed(Source&& source, const std::string& name)
+{
+    constexpr int kDeepest = 32;  // a list of taps stands at 4
+    const auto check = [&](int depth, json::parse_event_t, const json&) {
+        if (depth > kDeepest)
+            throw UsageFailure(
+                fmt::format("{}: holds lists or objects in one another more than {} deep", name, kDeepest));
+        return true;
+    };
+    try {
+        return json::parse(std::forward<Source>(source), check);
+    } catch (const json::exception& failure) {
+        throw UsageFailure(fmt::format("{}: {}", name, failure.what()));
+    }
+}
+
 }  // namespace
 
 json ReadChainFile(const std::filesystem::path& path)
@@ -576,11 +674,12 @@ json ReadChainFile(const std::filesystem::path& path)
     std::ifstream file(path, std::ios::binary);
     if (!file)
         throw UsageFailure(fmt::format("{}: cannot be read", path.string()));
-    try {
-        return json::parse(file);
-    } catch (const json::exception& failure) {
-        throw UsageFailure(fmt::format("{}: {}", path.string(), failure.what()));
-    }
+    return Parsed(file, path.string());
+}
+
+json ParseChain(std::string_view text, const std::string& name)
+{
+    return Parsed(text, name);
 }
 
 std::string Nearest(const std::string& name, const std::vector<std::string>& known)
@@ -624,7 +723,7 @@ Chain::Chain(const json& file, std::string name, std::size_t sampleCount) : name
     CompleteDevice(sampleCount);
     if (!file.contains("filters"))
         top.Below("filters").Fail("is missing; expected a list of filters");
-    ReadFilters(file["filters"]);
+    ReadFilters(file["filters"], sampleCount);
 }
 
 void Chain::ReadDevice(const json& device)
@@ -699,7 +798,7 @@ double Chain::SamplesPerUi() const
     return SamplesPerUiOf(config_);
 }
 
-void Chain::ReadFilters(const json& filters)
+void Chain::ReadFilters(const json& filters, std::size_t sampleCount)
 {
     const Place place{name_, "filters"};
     if (!filters.is_array())
@@ -719,10 +818,12 @@ void Chain::ReadFilters(const json& filters)
             here.Below("type").Fail(
                 fmt::format("is \"{}\", no known filter; the nearest one is \"{}\"", type, Nearest(type, known)));
         }
+        RequireBounded(config_, sampleCount, {name_, "device"});
         Stage stage = row->make(settings, here, config_);
         stage.name = type;
         stage.place = here.key;
         stage.index = k;
+        RequireBounded(stage, config_, sampleCount, here);
         if (stage.filter)
             stages_.push_back(std::move(stage));
     }

@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <nlohmann/json_fwd.hpp>
@@ -36,12 +37,15 @@ struct Stage {
 /// The content of a chain file.
 /// @throws UsageFailure  naming the file
 nlohmann::json ReadChainFile(const std::filesystem::path& path);
+/// The same of a file's content; `name` stands for the file in messages.
+nlohmann::json ParseChain(std::string_view text, const std::string& name);
 
 /// The device as the file describes it, completed for one record.
 class Chain {
 public:
     /// @param sampleCount  samples of the record, from which the number of repetitions follows
     /// @throws UsageFailure  naming the file and the key
+    /// @throws DataFailure   naming a file that a filter reads; or sizes that by far exceed the record
     Chain(const std::filesystem::path& path, std::size_t sampleCount);
     /// The same from a file's content; `name` stands for the file in messages.
     Chain(const nlohmann::json& file, std::string name, std::size_t sampleCount);
@@ -57,7 +61,7 @@ public:
 private:
     void ReadDevice(const nlohmann::json& device);
     void CompleteDevice(std::size_t sampleCount);
-    void ReadFilters(const nlohmann::json& filters);
+    void ReadFilters(const nlohmann::json& filters, std::size_t sampleCount);
 
     std::string name_;
     DSO::DeviceConfiguration config_;

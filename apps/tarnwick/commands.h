@@ -12,5 +12,6 @@ void AddMeasure(CLI::App& program);
 void AddSweep(CLI::App& program);
 void AddResponse(CLI::App& program);
 void AddPresets(CLI::App& program);
+void AddTouchstone(CLI::App& program);
 
 }  // namespace Tarnwick::App

@@ -31,6 +31,7 @@ int main(int argc, char** argv)
         AddSweep(program);
         AddResponse(program);
         AddPresets(program);
+        AddTouchstone(program);
         try {
             program.parse(argc, argv);
         } catch (const CLI::Success& help) {

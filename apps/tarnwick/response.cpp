@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
-#include <limits>
 #include <memory>
 
 #include <fmt/format.h>
@@ -273,10 +272,12 @@ ImpulseRecord RecordFor(const json& file, const std::string& name)
         Fail(given, name, "samplesPerPattern", "at least 1");
     const int repetitions = repeats ? device.patternRepeats : 1;
     const double count = std::ceil(period * repetitions);
-    if (count > std::numeric_limits<std::int32_t>::max())
+    // Half a gigabyte an array: more is no pattern but a mistake, or a file that means ill.
+    constexpr std::int32_t kMostSamples = 1 << 26;
+    if (count > kMostSamples)
         throw UsageFailure(
             fmt::format("{}: device: patternLengthUi * samplesPerUi * patternRepeats is {}; expected at most {}", name,
-                        count, std::numeric_limits<std::int32_t>::max()));
+                        count, kMostSamples));
     return {static_cast<std::size_t>(count), static_cast<std::size_t>(repetitions),
             device.baudRateGBd * kGiga * chain.SamplesPerUi()};
 }

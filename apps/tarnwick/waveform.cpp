@@ -29,10 +29,13 @@ constexpr double kEvenSpacing = 0.01;  // times may be off by this part of an in
 
 std::string ReadAll(const fs::path& path)
 {
+    // Size first: of a pipe there is none, and opening one that nobody writes into would wait for ever.
     std::error_code error;
     const auto size = fs::file_size(path, error);
-    std::ifstream file(path, std::ios::binary);
-    if (error || !file || fs::is_directory(path))
+    std::ifstream file;
+    if (!error && !fs::is_directory(path))
+        file.open(path, std::ios::binary);
+    if (!file.is_open())
         throw DataFailure(fmt::format("{}: cannot be read", path.string()));
     std::string content(static_cast<std::size_t>(size), '\0');
     file.read(content.data(), static_cast<std::streamsize>(size));
@@ -282,7 +285,11 @@ std::string Npy(std::span<const double> samples)
 
 Waveform ReadWaveform(const fs::path& path, std::size_t skipLines)
 {
-    const std::string content = ReadAll(path);
+    return WaveformFrom(ReadAll(path), path, skipLines);
+}
+
+Waveform WaveformFrom(std::string_view content, const fs::path& path, std::size_t skipLines)
+{
     if (Ending(path) == ".npy") {
         Waveform waveform = ReadNpy(path.string(), content);
         if (skipLines > 0)

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Tarnwick::App {
@@ -20,6 +21,10 @@ struct Waveform {
 /// @param skipLines  lines of a text file to drop first
 /// @throws DataFailure  naming the file and the line or sample
 Waveform ReadWaveform(const std::filesystem::path& path, std::size_t skipLines = 0);
+
+/// The same of a file's content; `path` stands for the file in messages and says by its ending what it is. Takes memory
+/// and time in proportion to the content, whatever that says of itself.
+Waveform WaveformFrom(std::string_view content, const std::filesystem::path& path, std::size_t skipLines = 0);
 
 /// @throws UsageFailure  a name that ends in none of .npy, .csv and .txt
 void RequireWaveformName(const std::filesystem::path& path);

@@ -1,7 +1,15 @@
 #include "chain.h"
 
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
 #include "failure.h"
 #include "files.h"
+#include "waveform.h"
+
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#endif
 
 namespace Tarnwick::App {
 
@@ -178,7 +186,61 @@ TEST(ChainErrors, NameTheFileThatIsNoJson)
     EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(broken, 1); }).rfind(broken.string() + ": ", 0), 0U);
     EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(folder / "none.json", 1); }),
               (folder / "none.json").string() + ": cannot be read");
+    const std::string nested = std::string(100000, '[') + std::string(100000, ']');
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { ParseChain(R"({"device": )" + nested + "}", "deep.json"); }),
+              "deep.json: holds lists or objects in one another more than 32 deep");
 }
+
+// What a few bytes of a file can ask for is bounded by the record, before any filter is made.
+TEST(ChainErrors, RefuseSizesFarBeyondTheRecord)
+{
+    const struct {
+        const char* device;
+        const char* filter;
+        const char* message;
+    } cases[] = {
+        {R"("samplesPerUi": 32000, "patternLengthUi": 60000)", R"("type": "bessel-thomson")",
+         "device: samplesPerPattern is 1920000000 samples; the record has 100"},
+        {R"("samplesPerUi": 8, "patternLengthUi": 4, "patternRepeats": 60000000)", R"("type": "ctle", "gain": 3)",
+         "device: patternLengthUi * samplesPerUi * patternRepeats is 1920000000 samples; the record has 100"},
+        {R"("useFractionalSampling": true, "uiDuration": 1e6, "sampleSpacing": 1, "patternLengthUi": 2000)",
+         R"("type": "sirc", "channelResponse": "none.csv")",
+         "device: patternLengthUi * uiDuration / sampleSpacing is 2000000000 samples; the record has 100"},
+        {R"("samplesPerUi": 8, "patternLengthUi": 4)",
+         R"("type": "ffe", "useManualTaps": true, "taps": [1], "numberOfTaps": 60000000)",
+         "filters.0: numberOfTaps * samplesPerUi is 480000000 samples; the record has 100"},
+    };
+    for (const auto& [device, filter, message] : cases) {
+        const std::string text =
+            fmt::format(R"({{"device": {{"baudRateGBd": 10, {}}}, "filters": [{{{}}}]}})", device, filter);
+        EXPECT_EQ(FailureOf<DataFailure>([&] { Chain(ParseChain(text, "c.json"), "c.json", 100); }),
+                  std::string("c.json: ") + message);
+    }
+}
+
+#if !defined(_WIN32)
+// Neither is opened: a pipe waits for a writer, a device gives bytes for ever.
+TEST(ChainErrors, RefuseFilesThatAreNone)
+{
+    const struct {
+        const char* filter;
+        const char* message;
+    } cases[] = {
+        {R"("type": "deembedding", "sparamFileName": "/dev/zero")", "/dev/zero: cannot be read"},
+        {R"("type": "sirc", "channelResponse": "/dev/zero")", "/dev/zero: cannot be read"},
+    };
+    for (const auto& [filter, message] : cases) {
+        const std::string text = fmt::format(
+            R"({{"device": {{"baudRateGBd": 10, "samplesPerUi": 8, "patternLengthUi": 4}}, "filters": [{{{}}}]}})",
+            filter);
+        EXPECT_EQ(FailureOf<DataFailure>([&] { Chain(ParseChain(text, "c.json"), "c.json", 100); }), message);
+    }
+    const TestFolder folder;
+    const std::string pipe = (folder / "pipe.csv").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(FailureOf<DataFailure>([&] { ReadWaveform(pipe); }), pipe + ": cannot be read");
+}
+#endif
 
 }  // namespace
 

@@ -182,7 +182,7 @@ TEST(ResponseRecord, FollowsTheDevice)
         {R"({"baudRateGBd": 1, "samplesPerUi": 8, "patternLengthUi": 4, "patternRepeats": 0})",
          "device.patternRepeats: is 0; expected at least 1"},
         {R"({"baudRateGBd": 1, "samplesPerUi": 65536, "patternLengthUi": 65536})",
-         "device: patternLengthUi * samplesPerUi * patternRepeats is 4294967296; expected at most 2147483647"},
+         "device: patternLengthUi * samplesPerUi * patternRepeats is 4294967296; expected at most 67108864"},
     };
     for (const auto& row : cases) {
         const json file = {{"device", json::parse(row.device)}, {"filters", json::array()}};
