@@ -67,7 +67,7 @@ SignalQuality Measure(std::span<const double> samples, double samplesPerUi, int 
     }
     if (!levels.empty())
         quality.levelMismatchRatio = LevelMismatchRatio(levels);
-    if (!quality.symbols)
+    if (!quality.symbols || patternLengthUi < 1)
         return quality;
     const auto whole = static_cast<std::size_t>(samplesPerUi);
     if (whole == 0 || static_cast<double>(whole) != samplesPerUi) {

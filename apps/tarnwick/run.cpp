@@ -50,7 +50,8 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
     if (!result)
         throw DataFailure(fmt::format("{}: {}: {} samples are fewer than one repetition of the pattern", capture,
                                       stage.place, samples.size()));
-    std::vector<double> filtered(result.get(), result.get() + samples.size());
+    std::vector<double> filtered(samples.size());
+    std::copy_n(result.get(), filtered.size(), filtered.begin());
     if (AreFinite(samples) && !AreFinite(filtered))
         throw UsageFailure(fmt::format("{}: {}: gives values that are not finite; are all of its settings there?",
                                        chain, stage.place));

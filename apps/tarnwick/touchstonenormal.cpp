@@ -308,8 +308,10 @@ const char* EndingOf(FileKind kind)
 
 std::string Printable(std::string text)
 {
-    if (text.size() > kLongestText)
-        text = text.substr(0, kLongestText) + " ...";
+    if (text.size() > kLongestText) {
+        text.resize(kLongestText);
+        text += " ...";
+    }
     std::replace_if(
         text.begin(), text.end(),
         [](char letter) {
