@@ -61,7 +61,7 @@ void Progress::Run()
     while (!done_) {
         const std::size_t full = steps_ == 0 || begun_ == 0 ? 0 : kWidth * (begun_ - 1) / steps_;
         fmt::print(stderr, "\r[{:=<{}}{: <{}}] {:<30.30}", "", full, "", kWidth - full, what_);
-        std::fflush(stderr);
+        (void)std::fflush(stderr);
         changed_.wait_for(lock, 100ms, [this] { return done_; });
     }
     fmt::print(stderr, "\r{: <70}\r", "");

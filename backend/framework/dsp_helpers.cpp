@@ -22,7 +22,8 @@ std::complex<double>* DSP_Helpers::preserve_noise_TF(std::complex<double>* respo
 {
     using Complex = std::complex<double>;
     struct Free {
-        void operator()(void* block) const { std::free(block); }  // NOLINT(cppcoreguidelines-no-malloc)
+        // NOLINTNEXTLINE(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory)
+        void operator()(void* block) const { std::free(block); }
     };
     if (count > 0 && response == nullptr)
         Refuse("DSP_Helpers::preserve_noise_TF", "response", "null", "an array of count values");

@@ -17,6 +17,7 @@ thread_local long asked = 0;
 thread_local long failsAt = kNever;
 thread_local bool failsOn = false;
 
+// NOLINTBEGIN(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory): ::operator new has nothing else below it
 void* Allocate(std::size_t size, std::size_t alignment)
 {
     ++asked;
@@ -37,6 +38,7 @@ void Release(void* block) noexcept
         --live;
     std::free(block);
 }
+// NOLINTEND(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory)
 
 }  // namespace
 

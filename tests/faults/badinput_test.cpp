@@ -352,7 +352,7 @@ const std::vector<Row> kRows = {
      {{"FFEFilter", kFiltered}}},
     {"more taps than can be counted",
      Set(&FFEFilterParameters::numberOfTaps, kLargest),
-     {{"FFEFilter", "@: 4 * numberOfTaps * samplesPerUi is 34359738352; expected at most 2147483647"}}},
+     {{"FFEFilter", "@: numberOfTaps is 2147483647; expected at most 1048576 taps"}}},
     {"more taps than were prepared",
      [](const Case& with) {
          dynamic_cast<FFEFilterParameters&>(with.parameters).numberOfTaps = 100;

@@ -94,7 +94,7 @@ public:
     {
         std::ofstream file(path_);
         file << "# GHz S RI R 50\n";
-        for (double f = 1.0; f <= 60.0; f += 1.0) {
+        for (int f = 1; f <= 60; ++f) {
             const std::complex<double> s = std::polar(std::pow(10.0, -0.005 * f), -0.314159 * f);
             file << f << " 0 0 " << s.real() << ' ' << s.imag() << ' ' << s.real() << ' ' << s.imag() << " 0 0\n";
         }
@@ -348,7 +348,8 @@ std::vector<double> Applied(BaseFilter& filter, const std::vector<double>& sampl
 {
     SystemFramework::SignalData signal;
     signal.sampleCount = static_cast<std::int32_t>(samples.size());
-    signal.samples = const_cast<double*>(samples.data());  // no filter writes to them
+    // No filter writes to them.
+    signal.samples = const_cast<double*>(samples.data());  // NOLINT(cppcoreguidelines-pro-type-const-cast)
     const std::unique_ptr<double, void (*)(void*)> output(filter.Apply(&signal),
                                                           [](void* array) { ::operator delete(array); });
     return output ? std::vector(output.get(), output.get() + samples.size()) : std::vector<double>{};

@@ -134,8 +134,8 @@ bool IsFlat(std::optional<long> settled, std::optional<long> atEnd)
     }
     if (*atEnd - *settled <= kAllowanceKib)
         return true;
-    std::fprintf(stderr, "tarnwick_soak: resident memory grew by %ld KiB; expected at most %ld KiB\n",
-                 *atEnd - *settled, kAllowanceKib);
+    (void)std::fprintf(stderr, "tarnwick_soak: resident memory grew by %ld KiB; expected at most %ld KiB\n",
+                       *atEnd - *settled, kAllowanceKib);
     return false;
 }
 
@@ -150,8 +150,8 @@ int Soak(const Options& options)
     while (options.seconds ? elapsed() < static_cast<double>(*options.seconds) : cycle < options.cycles) {
         for (Subject& subject : subjects) {
             if (!subject.Run(cycle)) {
-                std::fprintf(stderr, "tarnwick_soak: %s, cycle %ld: other results than at first\n", subject.Name(),
-                             cycle);
+                (void)std::fprintf(stderr, "tarnwick_soak: %s, cycle %ld: other results than at first\n",
+                                   subject.Name(), cycle);
                 return 1;
             }
         }
@@ -169,13 +169,13 @@ int main(int argc, char** argv)
 {
     const std::optional<Options> options = OptionsFrom(argc, argv);
     if (!options) {
-        std::fprintf(stderr, "usage: tarnwick_soak [--cycles N | --seconds S]\n");
+        (void)std::fprintf(stderr, "usage: tarnwick_soak [--cycles N | --seconds S]\n");
         return 2;
     }
     try {
         return Soak(*options);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "tarnwick_soak: %s\n", error.what());
+        (void)std::fprintf(stderr, "tarnwick_soak: %s\n", error.what());
         return 1;
     }
 }

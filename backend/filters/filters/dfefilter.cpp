@@ -33,6 +33,7 @@ using SystemFramework::TextOf;
 namespace {
 
 constexpr const char* kFilter = "DFEFilter";
+constexpr int kMostTaps = 1 << 20;  // far beyond any channel's memory, and no memory of ours to speak of
 
 // More than the main cursor left over: the record does not follow the symbols. Noise fitted by chance comes out at 2 to
 // 3, interference that a decision could still stand at below 1.
@@ -105,6 +106,8 @@ void RequireUsable(const DFEFilterParameters& parameters, const DeviceConfigurat
     RequireFinite(kFilter, "samplingDelayPs", parameters.samplingDelayPs, "a finite time in picoseconds");
     if (parameters.numberOfTaps < 0)
         Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "0 or more taps");
+    if (parameters.numberOfTaps > kMostTaps)
+        Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "at most " + std::to_string(kMostTaps) + " taps");
     if (parameters.numberOfTaps > 0)
         LevelCount(config.signalCoding);
 }

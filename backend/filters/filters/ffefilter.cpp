@@ -43,6 +43,7 @@ using SystemFramework::TextOf;
 namespace {
 
 constexpr const char* kFilter = "FFEFilter";
+constexpr int kMostTaps = 1 << 20;          // far beyond any channel's memory, and no memory of ours to speak of
 constexpr double kCaptureBandwidth = 80.0;  // [GHz] low-pass of the TDECQ path
 constexpr double kDroopDb = 0.2;            // unused by a filter that is given its bandwidth
 constexpr double kDroopGHz = 50.0;
@@ -80,14 +81,21 @@ int WorkingLength(const FFEFilterParameters& parameters, const DeviceConfigurati
     return sampleCount / repetitions;
 }
 
+void RequireTapCount(int numberOfTaps)
+{
+    if (numberOfTaps < 0)
+        Refuse(kFilter, "numberOfTaps", numberOfTaps, "0 or more taps");
+    if (numberOfTaps > kMostTaps)
+        Refuse(kFilter, "numberOfTaps", numberOfTaps, "at most " + std::to_string(kMostTaps) + " taps");
+}
+
 void RequireGeometry(int samplesPerUi, int tapsPerUi, int numberOfTaps)
 {
     if (samplesPerUi < 1)
         Refuse(kFilter, "samplesPerUi", samplesPerUi, "at least 1");
     if (tapsPerUi < 1 || tapsPerUi > samplesPerUi)
         Refuse(kFilter, "tapsPerUi", tapsPerUi, "1 to samplesPerUi, " + std::to_string(samplesPerUi));
-    if (numberOfTaps < 0)
-        Refuse(kFilter, "numberOfTaps", numberOfTaps, "0 or more taps");
+    RequireTapCount(numberOfTaps);
     CheckedProduct(kFilter, "4 * numberOfTaps * samplesPerUi", 4, numberOfTaps, samplesPerUi);
 }
 
@@ -189,7 +197,7 @@ std::string DetectedSymbols(std::span<const double> record, int repetitions, int
                             const DeviceConfiguration& config, bool withoutGrayCoding)
 {
     // One period; the detection does not write to it.
-    auto* samples = const_cast<double*>(record.data());
+    auto* samples = const_cast<double*>(record.data());  // NOLINT(cppcoreguidelines-pro-type-const-cast)
     return PRBS::GetIdealPrbsSequencePAM4(samples, static_cast<int>(record.size()) / repetitions, patternLengthUi,
                                           config.patternSequenceBuffer, withoutGrayCoding, config.useUserPattern, true);
 }
@@ -521,7 +529,8 @@ void FFEFilter::Prepare(SignalData* signal)
     if (next.useManualTaps) {
         if (next.HoldsReport())
             next.taps = next.appliedTaps;
-        next.taps.resize(static_cast<std::size_t>(std::max(next.numberOfTaps, 0)), 0.0);
+        RequireTapCount(next.numberOfTaps);
+        next.taps.resize(static_cast<std::size_t>(next.numberOfTaps), 0.0);
     }
     SignalData working;
     working.sampleCount = WorkingLength(next, config, signal->sampleCount);

@@ -178,6 +178,11 @@ std::vector<double> SircFilter::Generated(const SircFilterParameters& parameters
         Refuse(kFilter, samples, taps, "at least 1 sample");
 
     const double symbolRate = config->baudRateGBd * 1e9;
+    // The correction is worked out at every sample of the grid's span, however short the pattern is.
+    constexpr double kMostSamples = 1e6;  // ten femtoseconds apart on the grid of 10 ns
+    const double spanned = length / (generationBandwidth * generationParam2) * settings.uiSamples * symbolRate;
+    if (!(spanned <= kMostSamples))
+        Refuse(kFilter, "samples in the span of the generation grid", spanned, "at most 1e6");
     Maths::CorrectionSettings correction;
     correction.grid = {static_cast<std::size_t>(length), 1.0 / (generationBandwidth * generationParam2)};
     correction.smoothingBandwidth = generationParam1 * 1e9;

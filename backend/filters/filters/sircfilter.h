@@ -75,7 +75,8 @@ public:
     /// @return new array of kernelLength values; the caller releases it with ::operator delete. Null, and kernelLength 0,
     ///         when the channel's table is empty.
     /// @throws std::invalid_argument  no parameters, no channel table, no configuration; a rate, uiSamples, cutoff,
-    ///                                bandwidth or generation constant that is not positive; a pattern without samples
+    ///                                bandwidth or generation constant that is not positive; a pattern without samples;
+    ///                                more than 1e6 samples in the span of the generation grid
     /// @throws std::exception         "SRC not configured properly.": a table holds NaN or infinity, nothing but one
     ///                                value, or an interval that is not between 1e-15 s and 1e-9 s
     double* GenerateSircFilter_BasedOnDCA(SircFilterParameters* parameters);

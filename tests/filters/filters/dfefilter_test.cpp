@@ -421,6 +421,11 @@ TEST(DfeErrors, NameTheValueAndChangeNothing)
          "PRBS::GetIdealSignalFromPrbsSymbolsD: symbols[3] is '2'; expected '0' to '1'"},
         {[](auto& parameters, auto&) { parameters.numberOfTaps = -1; }, good,
          "DFEFilter: numberOfTaps is -1; expected 0 or more taps"},
+        {[](auto& parameters, auto&) {
+             parameters.useManualTaps = true;
+             parameters.numberOfTaps = std::numeric_limits<int>::max();
+         },
+         good, "DFEFilter: numberOfTaps is 2147483647; expected at most 1048576 taps"},
         {[](auto& parameters, auto&) { parameters.numberOfTaps = 126; }, good,
          "DFEFilter: numberOfTaps is 126; expected at most patternLengthUi - 2, 125"},
         {[](auto&, auto& config) { config.patternSymbols.assign(127, '1'); }, good,

@@ -485,6 +485,11 @@ TEST(FFEFilterErrors, NameWhatIsWrongAndChangeNothing)
         {"FFEFilter: samplesPerUi is 0; expected at least 1", [](Equaliser& e, auto&) { e.config.samplesPerUi = 0; }},
         {"FFEFilter: numberOfTaps is -1; expected 0 or more taps",
          [](Equaliser& e, auto&) { e.parameters.numberOfTaps = -1; }},
+        {"FFEFilter: numberOfTaps is 67108864; expected at most 1048576 taps",
+         [](Equaliser& e, auto&) {
+             Manual({1.0})(e.parameters);
+             e.parameters.numberOfTaps = 1 << 26;
+         }},
         {"FFEFilter: numberOfTaps is 0; expected 1 to 64, the places in one repetition",
          [](Equaliser& e, auto&) { e.parameters.numberOfTaps = 0; }},
         {"FFEFilter: numberOfTaps is 65; expected 1 to 64, the places in one repetition",

@@ -319,6 +319,8 @@ TEST(SircErrors, NameTheSetting)
     using Set = std::function<void(Corrector&)>;
     const std::pair<Set, const char*> cases[] = {
         {[](Corrector& c) { c.config.baudRateGBd = 0.0; }, "baudRateGBd is 0; expected a finite positive symbol rate"},
+        {[](Corrector& c) { c.config.baudRateGBd = std::numeric_limits<double>::max(); },
+         "samples in the span of the generation grid is inf; expected at most 1e6"},
         {[](Corrector& c) { c.config.samplesPerUi = 0; },
          "uiSamples is 0; expected a finite positive number of samples"},
         {[](Corrector& c) { c.parameters.referenceCutoffPercent = -75.0; },
