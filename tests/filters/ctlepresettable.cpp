@@ -30,7 +30,7 @@ constexpr int kSamplesPerUi = 16;
 std::string Text(const char* format, double value)
 {
     char text[64];
-    std::snprintf(text, sizeof text, format, value);
+    (void)std::snprintf(text, sizeof text, format, value);
     const std::string written = text;
     // The sign of what rounds to zero is that of the last bit.
     return written.find_first_of("123456789") == std::string::npos && written[0] == '-' ? written.substr(1) : written;

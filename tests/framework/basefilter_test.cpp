@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "framework/plumbing/kernelconvolver.h"
@@ -53,7 +54,7 @@ TEST(BaseFilterCopies, CarryParametersAndFlags)
     const Probe copy(filter);
     Probe assigned;
     assigned = filter;
-    for (const Probe* other : {&copy, const_cast<const Probe*>(&assigned)}) {
+    for (const Probe* other : {&copy, &std::as_const(assigned)}) {
         EXPECT_EQ(other->parameters, &parameters);
         EXPECT_TRUE(other->notPrepared && other->flag4);
         EXPECT_FALSE(other->flag2 || other->flag3);

@@ -88,7 +88,8 @@ Corrected Correct(std::vector<Complex> bins, std::vector<double> frequencies, do
     const std::size_t count = bins.size();
     Complex* raw = DSP_Helpers::preserve_noise_TF(bins.data(), frequencies.data(), count, corner, upper, applied);
     Corrected result{{raw, raw + count}, applied};
-    std::free(raw);  // NOLINT(cppcoreguidelines-no-malloc): the one result that comes from malloc
+    // The one result that comes from malloc.
+    std::free(raw);  // NOLINT(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory)
     return result;
 }
 
@@ -278,7 +279,7 @@ TEST(PreserveNoise, IsNotAppliedWithoutFrequencies)
     Complex* raw = DSP_Helpers::preserve_noise_TF(bins.data(), nullptr, 3, 0.5, 2.0, applied);
     EXPECT_FALSE(applied);
     EXPECT_EQ(std::vector<Complex>(raw, raw + 3), bins);
-    std::free(raw);  // NOLINT(cppcoreguidelines-no-malloc)
+    std::free(raw);  // NOLINT(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory)
 }
 
 TEST(PreserveNoiseErrors, NameTheNullResponse)

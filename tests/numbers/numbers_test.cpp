@@ -44,10 +44,9 @@ std::vector<double> Capture()
     const auto held = [&](int n) {
         return bits[static_cast<std::size_t>((n + kPeriod) % kPeriod / kSamplesPerUi)] - '0';
     };
-    std::vector<double> samples(kRepetitions * kPeriod);
+    std::vector<double> samples;
     for (int n = 0; n < kRepetitions * kPeriod; ++n)
-        samples[static_cast<std::size_t>(n)] =
-            0.5 * (held(n) + held(n - 1)) + 0.3 * held(n - kSamplesPerUi) + 0.01 * std::sin(0.7 * n * n);
+        samples.push_back(0.5 * (held(n) + held(n - 1)) + 0.3 * held(n - kSamplesPerUi) + 0.01 * std::sin(0.7 * n * n));
     return samples;
 }
 
@@ -123,8 +122,9 @@ std::vector<double> Sirc()
 {
     const auto twoPoles = [](double rate) {
         std::vector<double> table(kTableLength, 0.0);
-        for (std::size_t k = kTableLength / 2; k < kTableLength; ++k) {
-            const double x = kTwoPi * rate * static_cast<double>(k - kTableLength / 2) * 10e-9 / kTableLength;
+        constexpr std::size_t kMiddle = kTableLength / 2;
+        for (std::size_t k = kMiddle; k < kTableLength; ++k) {
+            const double x = kTwoPi * rate * static_cast<double>(k - kMiddle) * 10e-9 / kTableLength;
             table[k] = x * std::exp(-x);
         }
         return table;

@@ -1,6 +1,7 @@
 #include "filters/filters/besselthomson.h"
 
 #include <algorithm>
+#include <cmath>
 #include <span>
 #include <string>
 
@@ -72,6 +73,11 @@ void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
     RequirePositive(kFilter, "cutoffPercent", parameters.cutoffPercent, "a finite positive percentage");
     RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
     RequireFinite(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
+    const double cutoff = config.baudRateGBd * 1e9 * parameters.cutoffPercent / kPercent;
+    constexpr double kFurthest = 1e12;  // its 16th power is far from what a double holds
+    if (!(0.5 / sizes.sampleInterval <= kFurthest * cutoff))
+        Refuse(kFilter, "cutoffPercent", parameters.cutoffPercent,
+               "a cutoff that half the sample rate exceeds by at most 1e12 times");
 }
 
 std::vector<Complex> FourthOrderResponses(std::span<const double> frequencies, double cutoff)

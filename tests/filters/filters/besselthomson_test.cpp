@@ -461,6 +461,8 @@ TEST(BesselThomsonErrors, NameTheValueAndChangeNothing)
         {"order is 17; expected 1 to 16", [](auto& r) { r.parameters.order = 17; }},
         {"order is -1; expected 1 to 16", [](auto& r) { r.parameters.order = -1; }},
         {"cutoffPercent is 0; expected a finite positive percentage", [](auto& r) { r.parameters.cutoffPercent = 0; }},
+        {"cutoffPercent is 1e-300; expected a cutoff that half the sample rate exceeds by at most 1e12 times",
+         [](auto& r) { r.parameters.cutoffPercent = 1e-300; }},
         {"cutoffPercent is nan; expected a finite positive percentage",
          [](auto& r) { r.parameters.cutoffPercent = kNan; }},
         {"noiseCornerFrequency is inf; expected a finite frequency in hertz",

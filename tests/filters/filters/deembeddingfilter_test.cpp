@@ -46,7 +46,8 @@ std::string FixtureFile(double gain = 1.0, double last = 67e9)
     std::ostringstream text;
     text.precision(17);
     text << "# Hz S RI R 50\n";
-    for (double f = 10e6; f <= last; f += 10e6) {
+    for (int k = 1; k * 10e6 <= last; ++k) {
+        const double f = k * 10e6;
         const Complex value = gain * FixtureAt(f);
         text << f << " 0 0 " << value.real() << ' ' << value.imag() << ' ' << value.real() << ' ' << value.imag()
              << " 0 0\n";

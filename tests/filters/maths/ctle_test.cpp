@@ -76,8 +76,8 @@ TEST(CtleIeee802_3bs, PresetsFollowTheStandardsForm)
         }
         // The DC gain makes the peak unity, so that the key is the peaking.
         double peak = 0.0;
-        for (double ghz = 0.0; ghz < 40.0; ghz += 0.05)
-            peak = std::max(peak, std::abs(response(ghz * 1e9)));
+        for (int k = 0; k < 800; ++k)
+            peak = std::max(peak, std::abs(response(k * 0.05e9)));
         EXPECT_NEAR(Db(peak), 0.0, 0.01) << key;
         key += 0.5;
     }
