@@ -113,12 +113,13 @@ void PrintTable(const std::vector<StageReport>& reports)
 void Apply(const Options& options)
 {
     RequireWaveformName(options.output);
-    const Waveform capture = ReadCapture(options.capture);
+    Waveform capture = ReadCapture(options.capture);
     Chain chain(WithSymbols(ReadChainFile(options.chain), options.chain, capture.samples, options.capture.name),
                 options.chain, capture.samples.size());
     if (!options.eyePrefix.empty())
         RequireEyes(chain, options.chain, "--eye");
     WarnOfInterval(capture, chain, options.capture, options.chain);
+    KeepWholeRepetitions(capture.samples, chain, options.capture);
     for (const Stage& stage : chain.Stages())
         for (const std::string& note : stage.notes)
             fmt::print(stderr, "tarnwick: {}\n", note);

@@ -55,4 +55,17 @@ void WarnOfInterval(const Waveform& capture, const Chain& chain, const CaptureOp
                    options.name, seen, chain.Device().baudRateGBd, chainName, chain.SamplesPerUi());
 }
 
+void KeepWholeRepetitions(std::vector<double>& samples, const Chain& chain, const CaptureOptions& options)
+{
+    const DSO::DeviceConfiguration& device = chain.Device();
+    const std::int64_t period = std::int64_t{device.samplesPerUi} * device.patternLengthUi;
+    if (device.useFractionalSampling || period < 1 || static_cast<std::int64_t>(samples.size()) < period)
+        return;
+    const std::size_t rest = samples.size() % static_cast<std::size_t>(period);
+    if (rest == 0)
+        return;
+    samples.resize(samples.size() - rest);
+    fmt::print(stderr, "tarnwick: {}: {} samples behind the last whole repetition are left out\n", options.name, rest);
+}
+
 }  // namespace Tarnwick::App

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -27,5 +28,9 @@ Waveform ReadCapture(const CaptureOptions& options);
 /// capture is the likeliest mistake of all.
 void WarnOfInterval(const Waveform& capture, const Chain& chain, const CaptureOptions& options,
                     const std::string& chainName);
+
+/// Drops what stands behind the last whole repetition of the chain's pattern, which filters leave out, and says so on
+/// stderr. A capture without a whole repetition stays as it is, and so does one with a fraction of samples per UI.
+void KeepWholeRepetitions(std::vector<double>& samples, const Chain& chain, const CaptureOptions& options);
 
 }  // namespace Tarnwick::App

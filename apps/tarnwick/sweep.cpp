@@ -556,8 +556,9 @@ std::vector<SweepAxis> ReadAxes(const std::vector<std::string>& texts)
     return axes;
 }
 
-// What the chain says of the device is checked before anything runs, unless the device is what changes.
-void CheckDevice(const SweepInput& input, const Waveform& capture, const Options& options)
+// What the chain says of the device is checked before anything runs, unless the device is what changes; the capture is cut
+// to its repetitions.
+void CheckDevice(SweepInput& input, const Waveform& capture, const Options& options)
 {
     if (!std::all_of(input.axes.begin(), input.axes.end(),
                      [](const SweepAxis& axis) { return FilterOf(axis).has_value(); }))
@@ -569,6 +570,7 @@ void CheckDevice(const SweepInput& input, const Waveform& capture, const Options
     const Chain chain(device, input.chainName, input.samples.size());
     RequireEyes(chain, input.chainName, "sweep");
     WarnOfInterval(capture, chain, options.capture, options.chain);
+    KeepWholeRepetitions(input.samples, chain, options.capture);
 }
 
 void RunSweep(const Options& options)

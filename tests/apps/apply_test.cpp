@@ -52,6 +52,21 @@ TEST(ApplyProgram, WritesTheFilteredCaptureAndOneJsonDocument)
     EXPECT_NEAR(filtered.interval, 1.25e-11, 1e-24);
 }
 
+TEST(ApplyProgram, LeavesOutWhatStandsBehindTheLastRepetition)
+{
+    const TestFolder folder;
+    WriteCase(folder);
+    ASSERT_EQ(RunProgram(folder, "apply chain.json capture.csv -o whole.npy"), 0) << folder.Read("err");
+    EXPECT_EQ(folder.Read("err").find("left out"), std::string::npos);
+    std::vector<double> samples = ReadWaveform(folder / "capture.csv").samples;
+    samples.insert(samples.end(), {9.0, -9.0});
+    WriteWaveform(folder / "longer.csv", samples, 1.25e-11);
+    ASSERT_EQ(RunProgram(folder, "apply chain.json longer.csv -o cut.npy"), 0) << folder.Read("err");
+    EXPECT_NE(folder.Read("err").find("longer.csv: 2 samples behind the last whole repetition are left out"),
+              std::string::npos);
+    EXPECT_EQ(ReadWaveform(folder / "cut.npy").samples, ReadWaveform(folder / "whole.npy").samples);
+}
+
 TEST(ApplyProgram, SubtractsASecondCapture)
 {
     const TestFolder folder;
