@@ -91,17 +91,28 @@ Complex LowFrequencyPairResponse::operator()(double frequency) const
     return numerator / Complex(real - imag * a, imag + real * a);
 }
 
+namespace {
+
+// exp((1 + j) x)
+Complex InverseOfCable(double exponent)
+{
+    return std::polar(std::exp(exponent), exponent);
+}
+
+}  // namespace
+
 CableResponse::CableResponse(double symbolRate, double gain) : symbolRate_(symbolRate)
 {
     constexpr double kLossAtHalf = 0.705115;  // [dB] of the Bessel-Thomson response at half its cutoff
     constexpr double kDbPerNeper = 8.685890;  // 20 log10(e)
     factor_ = (gain + kLossAtHalf) / (kDbPerNeper * std::sqrt(symbolRate / 2.0));
+    atRate_ = InverseOfCable(factor_ * std::sqrt(symbolRate));
 }
 
 Complex CableResponse::operator()(double frequency) const
 {
-    const double exponent = factor_ * std::sqrt(std::min(frequency, symbolRate_));
-    return std::polar(std::exp(exponent), exponent) * FourthOrderResponse(frequency * kFourthOrderCutoff / symbolRate_);
+    const Complex boost = frequency < symbolRate_ ? InverseOfCable(factor_ * std::sqrt(frequency)) : atRate_;
+    return boost * FourthOrderResponse(frequency * kFourthOrderCutoff / symbolRate_);
 }
 
 std::optional<PeakingDesign> DesignPeaking(double symbolRate, double gain)

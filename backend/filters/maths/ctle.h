@@ -48,7 +48,8 @@ public:
 
 private:
     double symbolRate_;
-    double factor_;  // [1/sqrt(Hz)]
+    double factor_;                // [1/sqrt(Hz)]
+    std::complex<double> atRate_;  // the inverse of the cable at the symbol rate and above
 };
 
 /// What a wanted peaking comes to.
