@@ -1,8 +1,6 @@
 // kissfft's C++ header behind the seam: no licence condition, no planner, no global state. Its generic butterfly (any
 // prime factor above 5) takes O(p n) and shares a scratch array between threads, so lengths with such a factor go
-// through Bluestein's chirp transform. Source: L. I. Bluestein, "A linear filtering approach to the computation of
-// discrete Fourier transform", IEEE Trans. Audio Electroacoustics 18 (1970) 451-455.
-#include <bit>
+// through a chirp transform.
 #include <cmath>
 #include <numbers>
 #include <stdexcept>
@@ -11,6 +9,7 @@
 
 #include <kissfft.hh>
 
+#include "framework/maths/chirptransform.h"
 #include "framework/maths/fft.h"
 #include "framework/maths/plancache.h"
 
@@ -56,37 +55,15 @@ private:
     kissfft<double> inverse_;
 };
 
-// n k = (n^2 + k^2 - (k - n)^2) / 2: the transform is a convolution with the chirp exp(i pi n^2 / N) between two
-// products.
-class ChirpTransform final : public ComplexTransform {
+class Chirped final : public ComplexTransform {
 public:
-    explicit ChirpTransform(std::size_t length)
-        : length_(length), padded_(std::bit_ceil(2 * length - 1)), inner_(padded_), chirp_(length), spectrum_(padded_)
-    {
-        for (std::size_t n = 0; n < length; ++n) {
-            // n^2 modulo 2 N keeps the angle small, so that long chirps lose no digits.
-            const auto square = static_cast<double>(n * n % (2 * length));
-            chirp_[n] = std::polar(1.0, -std::numbers::pi * square / static_cast<double>(length));
-        }
-        Complex* kernel = Scratch(1, padded_);
-        std::fill(kernel, kernel + padded_, Complex{});
-        for (std::size_t n = 0; n < length; ++n)
-            kernel[n] = kernel[(padded_ - n) % padded_] = std::conj(chirp_[n]) / static_cast<double>(padded_);
-        inner_.Forward(kernel);
-        std::copy(kernel, kernel + padded_, spectrum_.begin());
-    }
+    explicit Chirped(std::size_t length) : length_(length), chirp_(length, length) {}
     void Forward(Complex* data) const override
     {
-        Complex* work = Scratch(1, padded_);
-        for (std::size_t n = 0; n < length_; ++n)
-            work[n] = Product(data[n], chirp_[n]);
-        std::fill(work + length_, work + padded_, Complex{});
-        inner_.Forward(work);
-        for (std::size_t k = 0; k < padded_; ++k)
-            work[k] = Product(work[k], spectrum_[k]);
-        inner_.Inverse(work);
-        for (std::size_t k = 0; k < length_; ++k)
-            data[k] = Product(work[k], chirp_[k]);
+        Complex* work = Scratch(1, chirp_.Room());
+        std::copy(data, data + length_, work);
+        chirp_.Forward(work);
+        std::copy(work, work + length_, data);
     }
     void Inverse(Complex* data) const override
     {
@@ -99,10 +76,7 @@ public:
 
 private:
     std::size_t length_;
-    std::size_t padded_;
-    SmoothTransform inner_;
-    std::vector<Complex> chirp_;
-    std::vector<Complex> spectrum_;
+    ChirpTransform chirp_;
 };
 
 class RowOf final : public RowTransform {
@@ -195,12 +169,12 @@ std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
     if (length == 0)
         throw std::invalid_argument("ComplexTransform: length is " + std::to_string(length) +
                                     "; expected at least one value");
-    static PlanCache<ComplexTransform> cache;
-    return cache.Get(length, [length]() -> std::shared_ptr<const ComplexTransform> {
-        if (IsFiveSmooth(length))
-            return std::make_shared<SmoothTransform>(length);
-        return std::make_shared<ChirpTransform>(length);
-    });
+    static PlanCache<ComplexTransform> smooth;
+    if (IsFiveSmooth(length))
+        return smooth.Get(length, [length] { return std::make_shared<SmoothTransform>(length); });
+    // A cache of their own: while one is made, it asks for a smooth one.
+    static PlanCache<ComplexTransform> chirped;
+    return chirped.Get(length, [length] { return std::make_shared<Chirped>(length); });
 }
 
 std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)

@@ -9,14 +9,15 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 namespace Tarnwick::DSO::SystemFramework::Maths {
 
-template <typename Plan>
+template <typename Plan, typename Length = std::size_t>
 class PlanCache {
 public:
     /// The plan of this length, made under the lock when it is not there yet.
-    std::shared_ptr<const Plan> Get(std::size_t length, const std::function<std::shared_ptr<const Plan>()>& make)
+    std::shared_ptr<const Plan> Get(Length length, const std::function<std::shared_ptr<const Plan>()>& make)
     {
         const std::lock_guard lock(mutex_);
         if (const auto found = kept_.find(length); found != kept_.end()) {
@@ -25,8 +26,8 @@ public:
             return found->second;
         }
         std::shared_ptr<const Plan> made = make();
-        std::list<std::size_t> place;
-        if (!std::has_single_bit(length))
+        std::list<Length> place;
+        if (!IsPowerOfTwo(length))
             place.push_front(length);
         // All that takes memory stands before this: a plan that is kept and has no place would never go again.
         kept_.emplace(length, made);
@@ -40,9 +41,11 @@ public:
 
 private:
     static constexpr std::size_t kOtherLengths = 8;
+    static bool IsPowerOfTwo(std::size_t length) { return std::has_single_bit(length); }
+    static bool IsPowerOfTwo(const std::pair<std::size_t, std::size_t>&) { return false; }
     std::mutex mutex_;
-    std::map<std::size_t, std::shared_ptr<const Plan>> kept_;
-    std::list<std::size_t> recent_;
+    std::map<Length, std::shared_ptr<const Plan>> kept_;
+    std::list<Length> recent_;
 };
 
 }  // namespace Tarnwick::DSO::SystemFramework::Maths

@@ -3,18 +3,20 @@
 
 #include <complex>
 #include <cstddef>
+#include <memory>
 #include <span>
 #include <vector>
 
 #include "framework/export.h"
 #include "framework/maths/alignedbuffer.h"
+#include "framework/maths/chirptransform.h"
 
 namespace Tarnwick::DSO::SystemFramework::Maths {
 
 /// The bins of a real impulse response, at the place where they are transformed: one array serves for all.
 class TARNWICK_FRAMEWORK_API HermitianBins {
 public:
-    explicit HermitianBins(std::size_t count) : count_(count), buffer_(count) {}
+    explicit HermitianBins(std::size_t count);
 
     std::span<std::complex<double>> Bins() { return {buffer_.Data(), count_}; }
     /// Bin k, and as bin count - k its conjugate.
@@ -31,6 +33,7 @@ public:
 
 private:
     std::size_t count_;
+    std::shared_ptr<const ChirpTransform> chirp_;  // or null, where a transform of `count` values does it
     AlignedBuffer<std::complex<double>> buffer_;
 };
 
