@@ -285,9 +285,10 @@ def main():
         for name, type_, gain in (("peaking, 6 dB", 0, 6.0), ("HDMI 2.0, 6 dB", 2, 6.0), ("IEEE 802.3bs, 6 dB", 3, 6.0),
                                   ("OIF CEI-112G", 4, -6.0)):
             row = prepare(shim, ui, spu, type_, gain, rounds)
-            late = row[2] > 2.5 and ui * spu > 1_000_000
-            missed += late
-            rows.append([row[0], name, f"{row[1]:.2f}", f"{row[2]:.2f}{' !' if late else ''}", f"{row[3]:.2f}"])
+            marks = [value > 2.5 for value in row[2:]]
+            missed += any(marks)
+            rows.append([row[0], name, f"{row[1]:.2f}",
+                         *[f"{value:.2f}{' !' if mark else ''}" for value, mark in zip(row[2:], marks)]])
             print("CTLE Prepare", *rows[-1], file=sys.stderr, flush=True)
     text += ("CTLE, `Prepare` against one complex transform of the period:\n\n"
              + table(["period", "type", "ms", "/ SciPy's transform", "/ our FFT library's"], rows))
