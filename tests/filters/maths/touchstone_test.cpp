@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -22,7 +21,9 @@ Number ByStod(const std::string& text)
     Number number;
     try {
         number.value = std::stod(text, &number.length);
-        number.status = NumberStatus::Number;
+        // Hexadecimal subnormals are exact, which one C library calls in range and another does not. Here none is.
+        const bool isTooSmall = std::fpclassify(number.value) == FP_SUBNORMAL;
+        number.status = isTooSmall ? NumberStatus::OutOfRange : NumberStatus::Number;
     } catch (const std::invalid_argument&) {
         number.status = NumberStatus::Invalid;
     } catch (const std::out_of_range&) {
@@ -35,11 +36,6 @@ void ExpectAsStod(const std::string& text)
 {
     const Number expected = ByStod(text);
     const Number actual = NumberAtStart(text);
-    // Hexadecimal subnormals are exact, which one C library calls in range and another does not. Here none is.
-    if (expected.status == NumberStatus::Number && std::fpclassify(expected.value) == FP_SUBNORMAL) {
-        EXPECT_EQ(actual.status, NumberStatus::OutOfRange) << text;
-        return;
-    }
     ASSERT_EQ(actual.status, expected.status) << "\"" << text << "\"";
     if (expected.status != NumberStatus::Number)
         return;
@@ -53,70 +49,6 @@ void ExpectAsStod(const std::string& text)
 
 TEST(TouchstoneNumber, IsReadAsStodReadsIt)
 {
-    for (const char* text : {"1",
-                             "-1.5",
-                             "+2.25e3",
-                             "  7",
-                             "\t\v\f\r\n7",
-                             "1.",
-                             ".5",
-                             ".",
-                             "+",
-                             "-",
-                             "+-1",
-                             "--1",
-                             "- 1",
-                             "",
-                             "  ",
-                             "x1",
-                             "1x",
-                             "1e",
-                             "1e+",
-                             "1e+x",
-                             "1d5",
-                             "1,5",
-                             "0x10",
-                             "0X1.8p3",
-                             "-0x.8p1",
-                             "0x",
-                             "0x.",
-                             "0xg",
-                             "0x-1",
-                             "0xinf",
-                             "0x1p",
-                             "0e5",
-                             "-0",
-                             "inf",
-                             "-INF",
-                             "infinity",
-                             "infinit",
-                             "nan",
-                             "-NaN",
-                             "nan(7)",
-                             "in",
-                             "1e308",
-                             "1e309",
-                             "-1e309",
-                             "1e-307",
-                             "1e-308",
-                             "4.9e-324",
-                             "1e-400",
-                             "0e-400",
-                             "0.0e999999",
-                             "0x1p1024",
-                             "0x1p-1074",
-                             "0x0p-9999",
-                             "0x1p-9999",
-                             "1e99999999999999999999",
-                             "2.2250738585072014e-308",
-                             "2.2250738585072009e-308",
-                             "1.7976931348623157e308",
-                             "1.7976931348623159e308",
-                             "179769313486231580000000000000000000000e270",
-                             "0.000000000000000000000000000001e-300",
-                             "e5",
-                             "!1"})
-        ExpectAsStod(text);
     // Texts that are almost numbers, of the characters that numbers are made of.
     std::mt19937_64 random(1);
     const std::string_view alphabet = "0123456789012345..+-eE xXpPinfatyaA";
@@ -126,6 +58,30 @@ TEST(TouchstoneNumber, IsReadAsStodReadsIt)
             c = alphabet[random() % alphabet.size()];
         ExpectAsStod(text);
     }
+    // What these hardly come upon: words, other blanks, and either side of the limits.
+    for (const char* text : {"",
+                             "\t\v\f\r\n7",
+                             "1,5",
+                             "-0x.8p1",
+                             "0xinf",
+                             "-INF",
+                             "infinity",
+                             "infinit",
+                             "-NaN",
+                             "nan(7)",
+                             "1e309",
+                             "0e-400",
+                             "0x1p1024",
+                             "0x1p-1074",
+                             "0x0p-9999",
+                             "0x1p-9999",
+                             "1e99999999999999999999",
+                             "2.2250738585072014e-308",
+                             "2.2250738585072009e-308",
+                             "1.7976931348623157e308",
+                             "1.7976931348623159e308",
+                             "0.000000000000000000000000000001e-300"})
+        ExpectAsStod(text);
 }
 
 TEST(TouchstoneTokens, DropEmptyRunsButTheOneAtTheEnd)
@@ -135,13 +91,9 @@ TEST(TouchstoneTokens, DropEmptyRunsButTheOneAtTheEnd)
         const char* delimiters;
         std::vector<std::string> tokens;
     } cases[] = {{"", " ", {""}},
-                 {" ", " ", {""}},
-                 {"a", " ", {"a"}},
                  {"  a \t b", " \t", {"a", "b"}},
-                 {"a  b  ", " \t", {"a", "b", ""}},
-                 {"a\tb", " ", {"a\tb"}},
-                 {",1,,2,", ",", {"1", "2", ""}},
-                 {"1,2", ",", {"1", "2"}}};
+                 {"a\tb  ", " ", {"a\tb", ""}},
+                 {",1,,2,", ",", {"1", "2", ""}}};
     for (const auto& [line, delimiters, expected] : cases) {
         const Tokens tokens = Split(line, delimiters);
         EXPECT_EQ(std::vector<std::string>(tokens.kept.begin(), tokens.kept.begin() + tokens.count), expected) << line;
@@ -156,11 +108,9 @@ TEST(TouchstoneKind, IsTheEndOfTheNameWhereThatStandsOnce)
     const struct {
         const char* name;
         FileKind kind;
-    } cases[] = {{"a.s21", FileKind::Table},          {"a.s1p", FileKind::OnePort},
-                 {"dir/a.b.s4p", FileKind::FourPort}, {"a.s2p", FileKind::TwoPort},
-                 {"a.S4P", FileKind::TwoPort},        {"a.s4p.bak", FileKind::TwoPort},
-                 {"x.s4p/a.s4p", FileKind::TwoPort},  {"a.s4p.s1p", FileKind::OnePort},
-                 {"a.s1p.s21", FileKind::Table},      {"", FileKind::TwoPort}};
+    } cases[] = {{"dir/a.b.s4p", FileKind::FourPort}, {"a.S4P", FileKind::TwoPort},
+                 {"a.s4p.bak", FileKind::TwoPort},    {"x.s4p/a.s4p", FileKind::TwoPort},
+                 {"a.s4p.s1p", FileKind::OnePort},    {"a.s1p.s21", FileKind::Table}};
     for (const auto& [name, kind] : cases)
         EXPECT_EQ(KindOf(name), kind) << name;
 }
@@ -168,21 +118,19 @@ TEST(TouchstoneKind, IsTheEndOfTheNameWhereThatStandsOnce)
 // Lines meet the buffer's edge at every place, and one is longer than it.
 TEST(LineReader, CutsAtNewlinesWhereverTheBufferEnds)
 {
-    std::string text = "first\r\n\n\r\r\n";
-    std::vector<std::string> expected = {"first", "", "\r"};
+    std::string text = "\n\r\r\n";
+    std::vector<std::string> expected = {"", "\r"};
     for (std::size_t k = 0; k < 3000; ++k) {
         expected.emplace_back(k % 97, static_cast<char>('a' + k % 26));
         text += expected.back() + "\n";
     }
     expected.emplace_back(300000, 'x');
-    text += expected.back() + "\nlast\r";
     expected.emplace_back("last");
+    text += expected[expected.size() - 2] + "\nlast\r";
     std::istringstream source(text);
     LineReader lines(source);
     for (std::size_t k = 0; k < expected.size(); ++k) {
-        const auto line = lines.Next();
-        ASSERT_TRUE(line.has_value());
-        ASSERT_EQ(*line, expected[k]);
+        ASSERT_EQ(lines.Next(), expected[k]);
         ASSERT_EQ(lines.Number(), k + 1);
     }
     EXPECT_FALSE(lines.Next().has_value());
