@@ -4,8 +4,6 @@
 #include <cmath>
 #include <numbers>
 
-#include <nlohmann/json.hpp>
-
 #include "program.h"
 #include "waveform.h"
 
@@ -86,27 +84,21 @@ TEST(CorrectedChannel, IsDrawnAndReported)
     const TestFolder folder;
     WriteWaveform(folder / "table.csv", GaussianTable(8128, 1.2303e-12), 1.2303e-12);
     const json filters = {{{"type", "copy"}},
-                          {{"type", "sirc"}, {"channelResponse", "table.csv"}, {"referenceCutoffPercent", 75}},
-                          {{"type", "sirc"}, {"channelResponse", "table.csv"}, {"referenceCutoffPercent", 150}}};
+                          {{"type", "sirc"}, {"channelResponse", "table.csv"}, {"referenceCutoffPercent", 75}}};
     const json device = {{"baudRateGBd", 26.5625}, {"samplesPerUi", 16}, {"patternLengthUi", 511}};
     folder.Write("chain.json", json{{"device", device}, {"filters", filters}}.dump());
-    ASSERT_EQ(RunProgram(folder, "response chain.json -o r --json"), 0) << folder.Read("err");
-    const json report = json::parse(folder.Read("out"))["filters"];
+    const json report = ReportOf(folder, "response chain.json -o r")["filters"];
     EXPECT_FALSE(report[0].contains("correctedChannel"));
-    const json& good = report[1]["correctedChannel"];
-    EXPECT_NEAR(good["cutoffGHz"].get<double>(), 19.921875, 1e-9);
-    EXPECT_NEAR(good["comparedToGHz"].get<double>(), 1.5 * 19.921875, 0.06);  // a bin
+    const json& channel = report[1]["correctedChannel"];
+    EXPECT_NEAR(channel["cutoffGHz"].get<double>(), 19.921875, 1e-9);
+    EXPECT_NEAR(channel["comparedToGHz"].get<double>(), 1.5 * 19.921875, 0.06);  // a bin
     // Linear interpolation of the kernel and of the table on the filter's grid: a hundredth of a dB.
-    EXPECT_LT(std::abs(good["largestDifferenceDb"].get<double>()), 0.02);
-    // Past the channel's 39.8 GHz the correction fades.
-    EXPECT_LT(report[2]["correctedChannel"]["largestDifferenceDb"].get<double>(), -1.0);
+    EXPECT_LT(std::abs(channel["largestDifferenceDb"].get<double>()), 0.02);
 
-    for (const char* name : {"r-sirc-1", "r-sirc-2"}) {
-        EXPECT_EQ(folder.Read(std::string(name) + ".png").substr(0, 8), "\x89PNG\r\n\x1a\n") << name;
-        const std::string table = folder.Read(std::string(name) + ".csv");
-        EXPECT_EQ(table.rfind("frequencyHz,measured [dB],target [dB],correction [dB],corrected [dB]\n0,", 0), 0U);
-        EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 1024);  // a head and bins 0 to 2 * 511
-    }
+    EXPECT_TRUE(IsPng(folder.Read("r-sirc-1.png")));
+    const std::string table = folder.Read("r-sirc-1.csv");
+    EXPECT_EQ(table.rfind("frequencyHz,measured [dB],target [dB],correction [dB],corrected [dB]\n0,", 0), 0U);
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 1024);  // a head and bins 0 to 2 * 511
     EXPECT_FALSE(std::filesystem::exists(folder / "r-sirc-0.png"));
 
     ASSERT_EQ(RunProgram(folder, "response chain.json"), 0);

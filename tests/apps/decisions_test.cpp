@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "pattern.h"
 #include "program.h"
 
@@ -37,8 +35,7 @@ TEST(Decisions, AreCountedAgainstThePatternAtItsBestRotation)
         int rotation;
         std::vector<std::size_t> wrong;  // UIs of the pattern that are spoiled
     } cases[] = {
-        {"as it is", SIGNAL_CODING_NRZ, 8.0, 3.0, 1, 0, {}},
-        {"rotated", SIGNAL_CODING_NRZ, 8.0, 0.0, 3, 29, {}},
+        {"all right", SIGNAL_CODING_NRZ, 8.0, 0.0, 1, 0, {}},
         {"one wrong in each of three", SIGNAL_CODING_NRZ, 8.0, 7.0, 3, 126, {5}},
         {"four levels, two wrong", SIGNAL_CODING_PAM4, 4.0, 2.0, 2, 77, {0, 126}},
         {"fraction of a sample", SIGNAL_CODING_PAM4, 6.4, 3.0, 4, 11, {1}},
@@ -73,7 +70,6 @@ TEST(Decisions, AreReportedOfADfeWhoseSymbolsAreKnown)
         json filter;
         int errors;  // -1: none are reported
     } cases[] = {
-        {"given", right, {{"numberOfTaps", 3}}, 0},
         {"found", nullptr, {{"numberOfTaps", 3}}, 0},
         {"spoiled", spoiled, {{"numberOfTaps", 3}}, 2},
         {"manual, a UI earlier", right, {{"numberOfTaps", 0}, {"useManualTaps", true}, {"samplingDelayPs", -5}}, 0},
@@ -89,8 +85,7 @@ TEST(Decisions, AreReportedOfADfeWhoseSymbolsAreKnown)
         json filter = row.filter;
         filter["type"] = "dfe";
         folder.Write("chain.json", json{{"device", device}, {"filters", json::array({filter})}}.dump());
-        ASSERT_EQ(RunProgram(folder, "apply chain.json c.npy -o f.npy --json"), 0) << folder.Read("err");
-        const json stage = json::parse(folder.Read("out"))["stages"][1];
+        const json stage = ReportOf(folder, "apply chain.json c.npy -o f.npy")["stages"][1];
         EXPECT_EQ(stage.value("errors", -1), row.errors);
         EXPECT_EQ(stage.value("decisions", -1), row.errors < 0 ? -1 : 1022);
     }

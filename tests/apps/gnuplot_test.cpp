@@ -10,11 +10,6 @@ namespace Tarnwick::App {
 
 namespace {
 
-bool IsPng(const std::string& content)
-{
-    return content.substr(0, 8) == "\x89PNG\r\n\x1a\n" && content.substr(content.size() - 8, 4) == "IEND";
-}
-
 TEST(Gnuplot, TakesTextsAsTheyAre)
 {
     EXPECT_EQ(Quoted("it's 5 % of \\n {x}_2"), R"('it''s 5 % of \n {x}_2')");
@@ -34,7 +29,7 @@ TEST(Gnuplot, WritesUnderAnyName)
         EXPECT_TRUE(IsPng(folder.Read(name + "-before.png")));
         EXPECT_TRUE(IsPng(folder.Read(name + "-after.png")));
     }
-    EXPECT_EQ(folder.Count(), 5U + 2 * 4);  // chain, capture, f.csv, out, err: nothing else was left
+    EXPECT_EQ(folder.Count(), 5U + 2 * 4);  // the pictures, chain, capture, f.csv, out and err
 }
 
 TEST(Gnuplot, LeavesNothingBehindAFailure)

@@ -1,8 +1,6 @@
 #include "presets.h"
 
-#include <cmath>
-
-#include <nlohmann/json.hpp>
+#include <initializer_list>
 
 #include "filters/filters.h"
 #include "program.h"
@@ -18,7 +16,6 @@ DSO::Filters::CTLEFilterParameters Prepared(CTLE_Type type, double gain)
     config.baudRateGBd = 26.5625;
     config.patternLengthUi = 4;
     config.samplesPerUi = 4;
-    config.patternRepeats = 1;
     config.patternLocked[0] = true;
     DSO::Filters::CTLEFilterParameters parameters(&config);
     parameters.type = type;
@@ -28,7 +25,13 @@ DSO::Filters::CTLEFilterParameters Prepared(CTLE_Type type, double gain)
     return parameters;
 }
 
-constexpr double kRadPerGHz = 6.283185307179586e9;
+// Its corners, as many as a list has, in GHz.
+void ExpectCorners(const std::vector<double>& listed, std::initializer_list<double> radians)
+{
+    ASSERT_EQ(listed.size(), radians.size());
+    for (std::size_t k = 0; k < listed.size(); ++k)
+        EXPECT_DOUBLE_EQ(listed[k] * 6.283185307179586e9, radians.begin()[k]);
+}
 
 TEST(Presets, AreThoseOfTheFilter)
 {
@@ -38,13 +41,8 @@ TEST(Presets, AreThoseOfTheFilter)
         const PresetRow& row = rows[k];
         EXPECT_EQ(row.gain, 1.0 + 0.5 * static_cast<double>(k));
         const auto filter = Prepared(CTLE_IEEE802_3bs, row.gain);
-        ASSERT_EQ(row.polesGHz.size(), 3U);
-        ASSERT_EQ(row.zerosGHz.size(), 2U);
-        EXPECT_DOUBLE_EQ(row.polesGHz[0] * kRadPerGHz, filter.pole1);
-        EXPECT_DOUBLE_EQ(row.polesGHz[1] * kRadPerGHz, filter.pole2);
-        EXPECT_DOUBLE_EQ(row.polesGHz[2] * kRadPerGHz, filter.pole3);
-        EXPECT_DOUBLE_EQ(row.zerosGHz[0] * kRadPerGHz, filter.zero1);
-        EXPECT_DOUBLE_EQ(row.zerosGHz[1] * kRadPerGHz, filter.zero2);
+        ExpectCorners(row.polesGHz, {filter.pole1, filter.pole2, filter.pole3});
+        ExpectCorners(row.zerosGHz, {filter.zero1, filter.zero2});
         EXPECT_NEAR(row.dcGain, filter.dcGain, 1e-12);
         EXPECT_NEAR(row.peakingDb, row.gain, 1e-3);  // the zeros have six decimals
         EXPECT_TRUE(row.peakGHz > 10.0 && row.peakGHz < 26.5625) << row.peakGHz;
@@ -55,11 +53,8 @@ TEST(Presets, AreThoseOfTheFilter)
         const PresetRow& row = levels[k];
         EXPECT_EQ(row.gain, static_cast<double>(k + 1));
         const auto filter = Prepared(CTLE_HDMI, row.gain);
-        ASSERT_EQ(row.polesGHz.size(), 2U);
-        ASSERT_EQ(row.zerosGHz.size(), 1U);
-        EXPECT_DOUBLE_EQ(row.polesGHz[0] * kRadPerGHz, filter.pole1);
-        EXPECT_DOUBLE_EQ(row.polesGHz[1] * kRadPerGHz, filter.pole2);
-        EXPECT_DOUBLE_EQ(row.zerosGHz[0] * kRadPerGHz, filter.zero1);
+        ExpectCorners(row.polesGHz, {filter.pole1, filter.pole2});
+        ExpectCorners(row.zerosGHz, {filter.zero1});
         EXPECT_NEAR(row.dcGain, 1.0, 1e-12);
         EXPECT_NEAR(row.peakingDb, row.gain, 0.03);  // a level is its peaking in dB, of a ratio with three digits
     }
@@ -68,8 +63,7 @@ TEST(Presets, AreThoseOfTheFilter)
 TEST(PresetsProgram, PrintsBothLists)
 {
     const TestFolder folder;
-    ASSERT_EQ(RunProgram(folder, "presets --json"), 0) << folder.Read("err");
-    const auto report = nlohmann::json::parse(folder.Read("out"));
+    const auto report = ReportOf(folder, "presets");
     EXPECT_EQ(report["ieee802.3bs"].size(), 17U);
     EXPECT_EQ(report["hdmi"].size(), 8U);
     const auto& row = report["ieee802.3bs"][16];

@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
+
+#include <nlohmann/json.hpp>
 
 #include "files.h"
 
@@ -17,6 +20,46 @@ inline int RunProgram(const TestFolder& folder, const std::string& arguments)
         "cd \"" + place + "\" && \"" + std::string(TARNWICK_PROGRAM) + "\" " + arguments + " > out 2> err";
     const int status = std::system(command.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
     return status / 256 + status % 256;               // a shell's exit status, 0 to 255
+}
+
+/// What the program prints with --json and these arguments, which it has to take.
+inline nlohmann::json ReportOf(const TestFolder& folder, const std::string& arguments)
+{
+    EXPECT_EQ(RunProgram(folder, arguments + " --json"), 0) << folder.Read("err");
+    return nlohmann::json::parse(folder.Read("out"));
+}
+
+struct Refusal {
+    std::string arguments;
+    int status;
+    const char* message;
+};
+
+/// Each ends with its status and its message on stderr, prints nothing else and writes no file.
+inline void ExpectRefusals(const TestFolder& folder, const std::string& command,
+                           std::initializer_list<Refusal> refusals)
+{
+    const auto forget = [&] {
+        std::filesystem::remove(folder / "out");
+        std::filesystem::remove(folder / "err");
+    };
+    forget();
+    const std::size_t before = folder.Count();
+    for (const auto& [arguments, status, expected] : refusals) {
+        SCOPED_TRACE(command + " " + arguments);
+        EXPECT_EQ(RunProgram(folder, command + " " + arguments), status);
+        const std::string message = folder.Read("err");
+        EXPECT_EQ(message.rfind("tarnwick: ", 0), 0U) << message;
+        EXPECT_NE(message.find(expected), std::string::npos) << message;
+        EXPECT_EQ(folder.Read("out"), "");
+        forget();
+        EXPECT_EQ(folder.Count(), before);
+    }
+}
+
+inline bool IsPng(const std::string& content)
+{
+    return content.substr(0, 8) == "\x89PNG\r\n\x1a\n" && content.substr(content.size() - 8, 4) == "IEND";
 }
 
 }  // namespace Tarnwick::App

