@@ -1,12 +1,9 @@
-#include "files.h"
 #include "program.h"
 #include "waveform.h"
 
 namespace Tarnwick::App {
 
 namespace {
-
-using nlohmann::json;
 
 constexpr const char* kChain = R"({
     "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternSymbols": {"prbs": 7}},
@@ -15,10 +12,8 @@ constexpr const char* kChain = R"({
 // Two repetitions of 127 UI of two levels, and their chain.
 void WriteCase(const TestFolder& folder)
 {
-    std::vector<double> samples;
-    for (int k = 0; k < 2 * 127 * 8; ++k)
-        samples.push_back(k / 8 % 127 * 37 % 5 < 2 ? 0.25 : -0.25);
-    WriteWaveform(folder / "capture.csv", samples, 1.25e-11);
+    const char* const simulated = "--prbs 7 --coding NRZ --baud 10 --spu 8 --repetitions 2 --amplitude 0.5 --rise 0";
+    ASSERT_EQ(RunProgram(folder, std::string("simulate -o capture.csv ") + simulated), 0) << folder.Read("err");
     folder.Write("chain.json", kChain);
 }
 

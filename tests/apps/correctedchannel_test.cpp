@@ -11,8 +11,6 @@ namespace Tarnwick::App {
 
 namespace {
 
-using nlohmann::json;
-
 constexpr double kSigma = 8e-12;  // [s] of the channel's Gaussian impulse response
 
 // Upside down, with an offset, its peak at 3 ns.
@@ -40,13 +38,10 @@ TEST(CorrectedChannel, MeasuresTheTableAtItsOwnInterval)
     const TransferFunction correction = Transform(identity, 160e9);
     std::vector<double> sampled = GaussianTable(2500, 4e-12);
     sampled.insert(sampled.begin(), 4e-12);
-    const struct {
-        const char* label;
-        std::vector<double> table;
-    } cases[] = {{"interval given", sampled}, {"interval from the window", GaussianTable(5000, 2e-12)}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.label);
-        const auto channel = CorrectChannel({row.table, 10e-9, 0.16, 10e9}, correction, 10e9);
+    // One that begins with its interval, and one that the window of 10 ns gives it.
+    for (const std::vector<double>& table : {sampled, GaussianTable(5000, 2e-12)}) {
+        SCOPED_TRACE(table.size());
+        const auto channel = CorrectChannel({table, 10e-9, 0.16, 10e9}, correction, 10e9);
         ASSERT_TRUE(channel);
         EXPECT_NEAR(channel->frequency.back(), 20e9, 160e9 / 4096);
         double largest = 0.0;

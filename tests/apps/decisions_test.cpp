@@ -10,8 +10,6 @@ namespace Tarnwick::App {
 
 namespace {
 
-using nlohmann::json;
-
 // Each level held from half a UI before its decision to half a UI after, circular over the repetitions.
 std::vector<double> Held(const std::vector<int>& pattern, int repetitions, double samplesPerUi, double delay)
 {

@@ -14,11 +14,8 @@ namespace {
 std::vector<int> Symbols(int levelCount)
 {
     std::vector<int> symbols;
-    unsigned state = 1;
-    for (int k = 0; k < 400; ++k) {
-        state = state * 1664525U + 1013904223U;
-        symbols.push_back(static_cast<int>(state >> 16U) % levelCount);
-    }
+    for (int k = 0; k < 400; ++k)
+        symbols.push_back((k * k / 3 + k / 5 + 2 * (k % 7)) % levelCount);
     return symbols;
 }
 
@@ -27,9 +24,8 @@ TEST(EyeMeasure, FindsLevelsHeightsAndPhaseOfIdealSignals)
 {
     for (const int levelCount : {2, 3, 4}) {
         SCOPED_TRACE(std::to_string(levelCount) + " levels");
-        Simulation settings;
-        settings.riseUi = 0.5;
-        const EyeReport report = MeasureEyes(Simulate(Symbols(levelCount), levelCount, settings), 16.0, levelCount);
+        const EyeReport report =
+            MeasureEyes(Simulate(Symbols(levelCount), levelCount, {.riseUi = 0.5}), 16.0, levelCount);
         ASSERT_EQ(report.levels.size(), static_cast<std::size_t>(levelCount));
         ASSERT_EQ(report.eyes.size(), static_cast<std::size_t>(levelCount - 1));
         for (int k = 0; k < levelCount; ++k)
@@ -44,16 +40,13 @@ TEST(EyeMeasure, FindsLevelsHeightsAndPhaseOfIdealSignals)
 TEST(EyeMeasure, MeasuresTheWidthWhereTheOpeningCloses)
 {
     // NRZ with straight edges over the whole UI: triangles. The opening falls from 1 in the middle to 0 at the boundary.
-    Simulation settings;
-    settings.riseUi = 1.0;
-    settings.samplesPerUi = 32;
-    const EyeReport report = MeasureEyes(Simulate(Symbols(2), 2, settings), 32.0, 2);
+    std::vector<double> samples = Simulate(Symbols(2), 2, {.samplesPerUi = 32, .riseUi = 1.0});
+    const EyeReport report = MeasureEyes(samples, 32.0, 2);
     EXPECT_NEAR(report.eyes[0].widthUi, 1.0, 1.0 / 32);
     // A wobble of 0.2 from UI to UI takes 0.4 off the opening everywhere.
-    std::vector<double> noisy = Simulate(Symbols(2), 2, settings);
-    for (std::size_t k = 0; k < noisy.size(); ++k)
-        noisy[k] += k / 32 % 2 == 0 ? 0.2 : -0.2;
-    const EyeReport narrowed = MeasureEyes(noisy, 32.0, 2);
+    for (std::size_t k = 0; k < samples.size(); ++k)
+        samples[k] += k / 32 % 2 == 0 ? 0.2 : -0.2;
+    const EyeReport narrowed = MeasureEyes(samples, 32.0, 2);
     EXPECT_NEAR(narrowed.eyes[0].height, 0.6, 1.0 / 16);
     EXPECT_NEAR(narrowed.eyes[0].widthUi, 0.6, 1.0 / 16);  // the opening falls by 2 a UI to either side
 }
@@ -61,10 +54,8 @@ TEST(EyeMeasure, MeasuresTheWidthWhereTheOpeningCloses)
 TEST(EyeMeasure, InterpolatesFractionalSampling)
 {
     std::vector<double> samples;
-    for (int k = 0; k < 500; ++k) {
-        const double t = k / 2.5;
-        samples.push_back(static_cast<int>(t) % 2 == 0 ? 1.0 : -1.0);
-    }
+    for (int k = 0; k < 500; ++k)
+        samples.push_back(static_cast<int>(k / 2.5) % 2 == 0 ? 1.0 : -1.0);
     const EyeReport report = MeasureEyes(samples, 2.5, 2);
     ASSERT_EQ(report.levels.size(), 2U);
     EXPECT_GT(report.eyes[0].height, 0.0);

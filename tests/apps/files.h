@@ -1,7 +1,9 @@
 // Files and failures for the host program's tests.
 #pragma once
 
+#include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "../support/files.h"
 
@@ -19,6 +21,15 @@ std::string FailureOf(Run run)
         return failure.what();
     }
     return "nothing was thrown";
+}
+
+/// Inputs, each with the message that `run` fails with when it is given it; all messages begin with `place`.
+template <typename Failure, typename Run>
+void ExpectFailures(const std::string& place, std::initializer_list<std::pair<std::string, std::string>> failures,
+                    Run run)
+{
+    for (const auto& [input, message] : failures)
+        EXPECT_EQ(FailureOf<Failure>([&, &text = input] { (void)run(text); }), place + message);
 }
 
 }  // namespace Tarnwick::App

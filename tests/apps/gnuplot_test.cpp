@@ -3,7 +3,6 @@
 #include <cstdlib>
 
 #include "failure.h"
-#include "files.h"
 #include "program.h"
 
 namespace Tarnwick::App {
@@ -35,6 +34,7 @@ TEST(Gnuplot, WritesUnderAnyName)
 TEST(Gnuplot, LeavesNothingBehindAFailure)
 {
     const TestFolder folder;
+    std::filesystem::create_directory(folder / "taken.png");
     const std::string good = "plot x\n";
     const struct {
         const char* name;
@@ -42,6 +42,7 @@ TEST(Gnuplot, LeavesNothingBehindAFailure)
         const char* message;
     } cases[] = {
         {"none/a.png", good, "a.png: cannot be written"},
+        {"taken.png", good, "taken.png: cannot be written"},
         {"a\nb.png", good, "control character"},
         {"a.png", "plot nothing(x)\n", "a.png: gnuplot, which draws the pictures, is missing or failed"},
         {"a.png", "", "gnuplot"},
@@ -50,12 +51,8 @@ TEST(Gnuplot, LeavesNothingBehindAFailure)
         SCOPED_TRACE(row.name + row.script);
         const std::string message = FailureOf<DataFailure>([&] { DrawPng(folder / row.name, 64, 64, row.script); });
         EXPECT_NE(message.find(row.message), std::string::npos) << message;
-        EXPECT_EQ(folder.Count(), 0U);
+        EXPECT_EQ(folder.Count(), 1U);
     }
-    std::filesystem::create_directory(folder / "taken.png");
-    EXPECT_NE(FailureOf<DataFailure>([&] { DrawPng(folder / "taken.png", 64, 64, good); }).find("cannot be written"),
-              std::string::npos);
-    EXPECT_EQ(folder.Count(), 1U);
 }
 
 #if !defined(_WIN32)

@@ -11,7 +11,7 @@ namespace Tarnwick::App {
 
 namespace {
 
-TEST(Info, FindsTheTimingOfSimulatedCaptures)
+TEST(Info, FindsTimingAndOpenLevelsOfSimulatedCaptures)
 {
     const struct {
         const char* label;
@@ -21,11 +21,12 @@ TEST(Info, FindsTheTimingOfSimulatedCaptures)
     } cases[] = {
         {"clean NRZ", 9, SIGNAL_CODING_NRZ, {.samplesPerUi = 10, .repetitions = 3}},
         {"square NRZ", 9, SIGNAL_CODING_NRZ, {.samplesPerUi = 8, .repetitions = 2, .riseUi = 0.0}},
-        {"PAM4 behind a line, with noise",
+        {"jittered NRZ", 11, SIGNAL_CODING_NRZ, {.samplesPerUi = 32, .repetitions = 2, .jitterRms = 0.02}},
+        {"noisy PAM4", 9, SIGNAL_CODING_PAM4, {.samplesPerUi = 16, .repetitions = 2, .noiseRms = 0.005}},
+        {"PAM4 behind a line",
          11,
          SIGNAL_CODING_PAM4,
          {.samplesPerUi = 16, .repetitions = 4, .lossDb = 6.0, .noiseRms = 0.01}},
-        {"jittered NRZ", 11, SIGNAL_CODING_NRZ, {.samplesPerUi = 32, .repetitions = 2, .jitterRms = 0.02}},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.label);
@@ -37,29 +38,16 @@ TEST(Info, FindsTheTimingOfSimulatedCaptures)
         const auto period = FindPeriod(samples, 1.5 * samplesPerUi->value);
         ASSERT_TRUE(period);
         EXPECT_EQ(period->value, static_cast<double>(levels.size()) * row.settings.samplesPerUi);
-    }
-}
-
-TEST(Info, FindsTheLevelsThatStandApart)
-{
-    for (const E_SIGNAL_CODING coding : {SIGNAL_CODING_NRZ, SIGNAL_CODING_PAM4}) {
-        Simulation settings;
-        settings.noiseRms = 0.005;
-        const auto symbols = LevelsOf(PrbsSymbols(9, coding), coding, false);
-        const auto levels = FindLevels(Simulate(symbols, LevelCount(coding), settings), 16.0);
-        ASSERT_EQ(levels.size(), static_cast<std::size_t>(LevelCount(coding)));
-        // Means of over a hundred samples of 5 mV noise: ten times their deviation of 0.5 mV.
-        EXPECT_NEAR(levels.front(), -0.5, 5e-3);
-        EXPECT_NEAR(levels.back(), 0.5, 5e-3);
+        if (row.settings.lossDb == 0.0) {  // behind the line the eyes are closed
+            EXPECT_EQ(FindLevels(samples, samplesPerUi->value).size(),
+                      static_cast<std::size_t>(LevelCount(row.coding)));
+        }
     }
 }
 
 TEST(Info, FindsNothingWhereThereIsNothing)
 {
-    Simulation noise;
-    noise.amplitude = 0.0;
-    noise.noiseRms = 1.0;
-    const std::vector<double> white = Simulate(std::vector<int>(1000, 0), 2, noise);
+    const std::vector<double> white = Simulate(std::vector<int>(1000, 0), 2, {.amplitude = 0.0, .noiseRms = 1.0});
     EXPECT_FALSE(FindSamplesPerUi(white));
     EXPECT_FALSE(FindPeriod(white, 24.0));
     const std::vector<double> constant(5000, 0.5);

@@ -13,8 +13,6 @@ namespace Tarnwick::App {
 
 namespace {
 
-using nlohmann::json;
-
 bool IsRotation(const std::vector<int>& found, std::vector<int> sent)
 {
     const bool isAsLong = found.size() == sent.size();
@@ -43,11 +41,7 @@ TEST(SymbolSearch, FindsEveryCodingInAClosedEye)
     for (const auto& [coding, levels] : cases) {
         SCOPED_TRACE(NameOf(coding));
         const int levelCount = LevelCount(coding);
-        Simulation settings;
-        settings.lossDb = 12.0;
-        settings.noiseRms = 0.002;
-        settings.repetitions = 2;
-        const auto samples = Simulate(levels, levelCount, settings);
+        const auto samples = Simulate(levels, levelCount, {.repetitions = 2, .lossDb = 12.0, .noiseRms = 0.002});
         const FoundSymbols found = FindSymbols(samples, 16.0, static_cast<int>(levels.size()), coding, "capture");
         EXPECT_TRUE(IsRotation(found.levels, levels));
         EXPECT_TRUE(found.Certain()) << found.quality;
@@ -65,15 +59,10 @@ TEST(SymbolSearch, FindsEveryCodingInAClosedEye)
 
 TEST(SignalQualityMeasure, TellsTheLevelMismatch)
 {
-    const struct {
-        std::vector<double> levels;
-        double ratio;
-    } cases[] = {{{-3, -1, 1, 3}, 1.0},
-                 {{0, 1, 2, 3}, 1.0},
-                 {{-3, -0.9, 0.9, 3}, 0.9},  // the inner levels too near to the middle
-                 {{-3, -1.2, 1, 3}, 0.8}};   // one too near to the outer one
-    for (const auto& [levels, ratio] : cases)
-        EXPECT_NEAR(LevelMismatchRatio(levels), ratio, 1e-15);
+    using Levels = std::vector<double>;
+    EXPECT_NEAR(LevelMismatchRatio(Levels{0, 1, 2, 3}), 1.0, 1e-15);
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -0.9, 0.9, 3}), 0.9, 1e-15);  // the inner ones too near to the middle
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -1.2, 1, 3}), 0.8, 1e-15);    // one too near to the outer one
 }
 
 TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
@@ -81,9 +70,7 @@ TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
     const auto levels = LevelsOf(PrbsSymbols(13, SIGNAL_CODING_PAM4), SIGNAL_CODING_PAM4, false);
     double before = -1.0;
     for (const double loss : {1.0, 4.0, 8.0}) {
-        Simulation settings;
-        settings.lossDb = loss;
-        const auto samples = Simulate(levels, 4, settings);
+        const auto samples = Simulate(levels, 4, {.lossDb = loss});
         const SignalQuality quality = Measure(samples, 16.0, 8191, SIGNAL_CODING_PAM4, 5, "capture");
         ASSERT_TRUE(quality.equalizer) << quality.whyNot;
         EXPECT_FALSE(quality.equalizer->closure.closed);
@@ -93,19 +80,14 @@ TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
         before = quality.equalizer->closure.tdecqDb;
     }
     const auto samples = Simulate(levels, 4, {});
-    const struct {
-        double samplesPerUi;
-        int patternLengthUi;
-        E_SIGNAL_CODING coding;
-        const char* whyNot;
-    } cases[] = {{16.0, 8191, SIGNAL_CODING_NRZ, "it is defined for PAM4"},
-                 {16.0, 0, SIGNAL_CODING_PAM4, "the pattern's length is not known"},
-                 {15.998, 8191, SIGNAL_CODING_PAM4, "15.998 samples per UI are not a whole number"}};
-    for (const auto& [samplesPerUi, patternLengthUi, coding, whyNot] : cases) {
+    const auto whyNot = [&](double samplesPerUi, int patternLengthUi, E_SIGNAL_CODING coding) {
         const SignalQuality quality = Measure(samples, samplesPerUi, patternLengthUi, coding, 5, "capture");
         EXPECT_FALSE(quality.equalizer);
-        EXPECT_EQ(quality.whyNot, whyNot);
-    }
+        return quality.whyNot;
+    };
+    EXPECT_EQ(whyNot(16.0, 8191, SIGNAL_CODING_NRZ), "it is defined for PAM4");
+    EXPECT_EQ(whyNot(16.0, 0, SIGNAL_CODING_PAM4), "the pattern's length is not known");
+    EXPECT_EQ(whyNot(15.998, 8191, SIGNAL_CODING_PAM4), "15.998 samples per UI are not a whole number");
 }
 
 TEST(EqualiserProgram, FindsSymbolsAndTapsByItself)

@@ -1,7 +1,5 @@
 #include "pattern.h"
 
-#include <algorithm>
-
 #include "failure.h"
 #include "files.h"
 
@@ -9,7 +7,7 @@ namespace Tarnwick::App {
 
 namespace {
 
-// The bits satisfy their polynomial all the way round, start with ones and hold one more one than zeros.
+// The bits start with ones and satisfy their polynomial all the way round.
 TEST(PatternPrbs, IsAMaximalSequenceOfItsPolynomial)
 {
     const struct {
@@ -23,7 +21,6 @@ TEST(PatternPrbs, IsAMaximalSequenceOfItsPolynomial)
         ASSERT_EQ(bits.size(), length);
         EXPECT_EQ(bits.substr(0, static_cast<std::size_t>(row.order)),
                   std::string(static_cast<std::size_t>(row.order), '1'));
-        EXPECT_EQ(static_cast<std::size_t>(std::count(bits.begin(), bits.end(), '1')), (length + 1) / 2);
         std::size_t wrong = 0;
         for (std::size_t k = 0; k < length; ++k) {
             int sum = bits[k] - '0';

@@ -1,7 +1,5 @@
 #include "presets.h"
 
-#include <initializer_list>
-
 #include "filters/filters.h"
 #include "program.h"
 
@@ -25,38 +23,37 @@ DSO::Filters::CTLEFilterParameters Prepared(CTLE_Type type, double gain)
     return parameters;
 }
 
-// Its corners, as many as a list has, in GHz.
-void ExpectCorners(const std::vector<double>& listed, std::initializer_list<double> radians)
-{
-    ASSERT_EQ(listed.size(), radians.size());
-    for (std::size_t k = 0; k < listed.size(); ++k)
-        EXPECT_DOUBLE_EQ(listed[k] * 6.283185307179586e9, radians.begin()[k]);
-}
-
 TEST(Presets, AreThoseOfTheFilter)
 {
-    const auto rows = Ieee802_3bsRows();
-    ASSERT_EQ(rows.size(), 17U);
-    for (std::size_t k = 0; k < rows.size(); ++k) {
-        const PresetRow& row = rows[k];
-        EXPECT_EQ(row.gain, 1.0 + 0.5 * static_cast<double>(k));
-        const auto filter = Prepared(CTLE_IEEE802_3bs, row.gain);
-        ExpectCorners(row.polesGHz, {filter.pole1, filter.pole2, filter.pole3});
-        ExpectCorners(row.zerosGHz, {filter.zero1, filter.zero2});
-        EXPECT_NEAR(row.dcGain, filter.dcGain, 1e-12);
-        EXPECT_NEAR(row.peakingDb, row.gain, 1e-3);  // the zeros have six decimals
-        EXPECT_TRUE(row.peakGHz > 10.0 && row.peakGHz < 26.5625) << row.peakGHz;
-    }
-    const auto levels = HdmiRows();
-    ASSERT_EQ(levels.size(), 8U);
-    for (std::size_t k = 0; k < levels.size(); ++k) {
-        const PresetRow& row = levels[k];
-        EXPECT_EQ(row.gain, static_cast<double>(k + 1));
-        const auto filter = Prepared(CTLE_HDMI, row.gain);
-        ExpectCorners(row.polesGHz, {filter.pole1, filter.pole2});
-        ExpectCorners(row.zerosGHz, {filter.zero1});
-        EXPECT_NEAR(row.dcGain, 1.0, 1e-12);
-        EXPECT_NEAR(row.peakingDb, row.gain, 0.03);  // a level is its peaking in dB, of a ratio with three digits
+    const struct {
+        CTLE_Type type;
+        std::vector<PresetRow> rows;
+        std::size_t count;
+        double step;           // of the gain, from 1
+        std::size_t poles;     // and a zero less
+        double peakingMargin;  // [dB]
+    } cases[] = {
+        {CTLE_IEEE802_3bs, Ieee802_3bsRows(), 17, 0.5, 3, 1e-3},  // the zeros have six decimals
+        {CTLE_HDMI, HdmiRows(), 8, 1.0, 2, 0.03},  // a level is its peaking, of a ratio with three digits
+    };
+    constexpr double kRadPerGHz = 6.283185307179586e9;
+    for (const auto& expected : cases) {
+        ASSERT_EQ(expected.rows.size(), expected.count);
+        for (std::size_t k = 0; k < expected.count; ++k) {
+            const PresetRow& row = expected.rows[k];
+            EXPECT_EQ(row.gain, 1.0 + expected.step * static_cast<double>(k));
+            const auto filter = Prepared(expected.type, row.gain);
+            const double poles[] = {filter.pole1, filter.pole2, filter.pole3};
+            const double zeros[] = {filter.zero1, filter.zero2};
+            ASSERT_EQ(row.polesGHz.size(), expected.poles);
+            ASSERT_EQ(row.zerosGHz.size(), expected.poles - 1);
+            for (std::size_t n = 0; n < row.polesGHz.size(); ++n)
+                EXPECT_DOUBLE_EQ(row.polesGHz[n] * kRadPerGHz, poles[n]);
+            for (std::size_t n = 0; n < row.zerosGHz.size(); ++n)
+                EXPECT_DOUBLE_EQ(row.zerosGHz[n] * kRadPerGHz, zeros[n]);
+            EXPECT_NEAR(row.dcGain, expected.type == CTLE_HDMI ? 1.0 : filter.dcGain, 1e-12);
+            EXPECT_NEAR(row.peakingDb, row.gain, expected.peakingMargin);
+        }
     }
 }
 
@@ -70,6 +67,7 @@ TEST(PresetsProgram, PrintsBothLists)
     EXPECT_EQ(row["gain"], 9.0);
     EXPECT_EQ(row["zerosGHz"], (std::vector<double>{4.006377, 1.0}));
     EXPECT_NEAR(row["dcGainDb"].get<double>(), -9.0, 1e-5);
+    EXPECT_NEAR(row["peakFrequencyGHz"].get<double>(), 20.0, 5.0);
 
     ASSERT_EQ(RunProgram(folder, "presets"), 0);
     EXPECT_NE(folder.Read("out").find("26.5625"), std::string::npos);

@@ -11,6 +11,8 @@
 
 namespace Tarnwick::App {
 
+using nlohmann::json;
+
 /// Runs the program inside the folder; stdout and stderr go to the files "out" and "err" there.
 /// @return its exit status
 inline int RunProgram(const TestFolder& folder, const std::string& arguments)
@@ -23,10 +25,10 @@ inline int RunProgram(const TestFolder& folder, const std::string& arguments)
 }
 
 /// What the program prints with --json and these arguments, which it has to take.
-inline nlohmann::json ReportOf(const TestFolder& folder, const std::string& arguments)
+inline json ReportOf(const TestFolder& folder, const std::string& arguments)
 {
     EXPECT_EQ(RunProgram(folder, arguments + " --json"), 0) << folder.Read("err");
-    return nlohmann::json::parse(folder.Read("out"));
+    return json::parse(folder.Read("out"));
 }
 
 struct Refusal {

@@ -14,8 +14,6 @@ namespace Tarnwick::App {
 
 namespace {
 
-using nlohmann::json;
-
 // A PRBS9 at 10 GBd with these filters.
 json ChainWith(const json& filters, int repeats = 0, int samplesPerUi = 16)
 {
@@ -76,20 +74,6 @@ TEST(TransferFunction, OfTwoTapsHasTheFiguresOfACosine)
     EXPECT_NEAR(*figures.noiseBandwidth, 2e9, 1e-3);
 }
 
-TEST(Response, OfABesselThomsonIsHalfPowerAtItsCutoff)
-{
-    const ChainResponse response = ResponseOf(
-        ChainWith({{{"type", "bessel-thomson"}, {"cutoffPercent", 50}}, {{"type", "copy"}, {"enabled", false}}}));
-    ASSERT_EQ(response.filters.size(), 1U);
-    EXPECT_EQ(response.filters[0].label, "0 bessel-thomson");
-    EXPECT_EQ(response.whole.impulse.size(), 511U * 16);
-    const ResponseFigures figures = FiguresOf(response.filters[0].function, response.symbolRate);
-    // The normalised cutoff of order 4 is known to five digits, and the record is one sample longer than the taps.
-    EXPECT_NEAR(figures.halfRateGainDb, 10.0 * std::log10(0.5), 1e-3);
-    ASSERT_TRUE(figures.cutoffFrequency);
-    EXPECT_NEAR(*figures.cutoffFrequency, 5e9, 2e6);
-}
-
 // Of an odd number of samples, on which the taps have the formula's values at every bin.
 // Each (1 + jf/z) brings forward and each 1/(1 + jf/p) delays, by 1 / (2 pi c (1 + (f/c)^2)) for its corner c.
 TEST(Response, OfACtleHasTheGroupDelayOfItsPolesAndZeros)
@@ -128,68 +112,57 @@ TEST(Response, OfTheWholeIsTheProductWithoutWhatDecidesOrAdapts)
     }
 }
 
-TEST(Response, IsThatOfTheFirstOfSeveralRepetitions)
-{
-    const json filters = {{{"type", "moving-average"}, {"WindowLength", 9}}, {{"type", "bessel-thomson"}}};
-    const ChainResponse one = ResponseOf(ChainWith(filters));
-    const ChainResponse three = ResponseOf(ChainWith(filters, 3));
-    ASSERT_EQ(three.whole.impulse.size(), one.whole.impulse.size());
-    for (std::size_t k = 0; k < one.whole.impulse.size(); ++k)
-        EXPECT_NEAR(three.whole.impulse[k], one.whole.impulse[k], 1e-15);
-}
-
 TEST(ResponseRecord, FollowsTheDevice)
 {
-    const json fractional = {{"device",
-                              {{"baudRateGBd", 10},
-                               {"patternLengthUi", 7},
-                               {"uiDuration", 10},
-                               {"sampleSpacing", 4},
-                               {"patternRepeats", 3},
-                               {"useFractionalSampling", true}}},
-                             {"filters", json::array()}};
-    const ImpulseRecord record = RecordFor(fractional, "chain");
+    const auto recordFor = [](const std::string& device) {
+        return RecordFor({{"device", json::parse(device)}, {"filters", json::array()}}, "c");
+    };
+    const ImpulseRecord record = recordFor(R"({"baudRateGBd": 10, "patternLengthUi": 7, "patternRepeats": 3,
+                                               "useFractionalSampling": true, "uiDuration": 10, "sampleSpacing": 4})");
     EXPECT_EQ(record.sampleCount, 53U);  // 3 x 17.5, rounded up
     EXPECT_EQ(record.RepetitionLength(), 17U);
     EXPECT_EQ(record.sampleRate, 25e9);
 
-    const struct {
-        const char* device;
-        const char* message;
-    } cases[] = {
-        {R"({})", "device.baudRateGBd: is missing; response needs it"},
-        {R"({"baudRateGBd": -1})", "device.baudRateGBd: is -1; expected a positive symbol rate"},
-        {R"({"baudRateGBd": 1})", "device.samplesPerUi: is missing; response needs it"},
-        {R"({"baudRateGBd": 1, "samplesPerUi": 8})", "device.patternLengthUi: is missing; response needs it"},
-        {R"({"baudRateGBd": 1, "useFractionalSampling": true})", "device.uiDuration: is missing; response needs it"},
-        {R"({"baudRateGBd": 1, "useFractionalSampling": true, "uiDuration": 1, "sampleSpacing": 2})",
-         "device.sampleSpacing: is 2; expected a positive time of at most uiDuration"},
-        {R"({"baudRateGBd": 1, "samplesPerUi": 8, "patternLengthUi": 4, "patternRepeats": 0})",
-         "device.patternRepeats: is 0; expected at least 1"},
-        {R"({"baudRateGBd": 1, "samplesPerUi": 65536, "patternLengthUi": 65536})",
-         "device: patternLengthUi * samplesPerUi * patternRepeats is 4294967296; expected at most 67108864"},
-    };
-    for (const auto& row : cases) {
-        const json file = {{"device", json::parse(row.device)}, {"filters", json::array()}};
-        EXPECT_EQ(FailureOf<UsageFailure>([&] { RecordFor(file, "c"); }), std::string("c: ") + row.message);
-    }
+    ExpectFailures<UsageFailure>(
+        "c: ",
+        {
+            {R"({})", "device.baudRateGBd: is missing; response needs it"},
+            {R"({"baudRateGBd": -1})", "device.baudRateGBd: is -1; expected a positive symbol rate"},
+            {R"({"baudRateGBd": 1})", "device.samplesPerUi: is missing; response needs it"},
+            {R"({"baudRateGBd": 1, "samplesPerUi": 8})", "device.patternLengthUi: is missing; response needs it"},
+            {R"({"baudRateGBd": 1, "useFractionalSampling": true})",
+             "device.uiDuration: is missing; response needs it"},
+            {R"({"baudRateGBd": 1, "useFractionalSampling": true, "uiDuration": 1, "sampleSpacing": 2})",
+             "device.sampleSpacing: is 2; expected a positive time of at most uiDuration"},
+            {R"({"baudRateGBd": 1, "samplesPerUi": 8, "patternLengthUi": 4, "patternRepeats": 0})",
+             "device.patternRepeats: is 0; expected at least 1"},
+            {R"({"baudRateGBd": 1, "samplesPerUi": 65536, "patternLengthUi": 65536})",
+             "device: patternLengthUi * samplesPerUi * patternRepeats is 4294967296; expected at most 67108864"},
+        },
+        recordFor);
 }
 
 TEST(ResponseProgram, WritesFiguresColumnsAndAPicture)
 {
     const TestFolder folder;
-    folder.Write("chain.json",
-                 ChainWith({{{"type", "moving-average"}, {"WindowLength", 2}}, {{"type", "bessel-thomson"}}}).dump());
+    const json filters = {{{"type", "moving-average"}, {"WindowLength", 2}},
+                          {{"type", "copy"}, {"enabled", false}},
+                          {{"type", "bessel-thomson"}, {"cutoffPercent", 50}}};
+    folder.Write("chain.json", ChainWith(filters, 3).dump());  // the figures are those of one repetition
     const json report = ReportOf(folder, "response chain.json -o r");
     EXPECT_EQ(report["samples"], 511 * 16);
     ASSERT_EQ(report["filters"].size(), 2U);
-    EXPECT_EQ(report["filters"][1]["name"], "1 bessel-thomson");
+    const json& receiver = report["filters"][1];
+    EXPECT_EQ(receiver["name"], "2 bessel-thomson");
+    // The normalised cutoff of order 4 is known to five digits, and the record is one sample longer than the taps.
+    EXPECT_NEAR(receiver["halfRateGainDb"].get<double>(), 10.0 * std::log10(0.5), 1e-3);
+    EXPECT_NEAR(receiver["cutoffFrequencyGHz"].get<double>(), 5.0, 2e-3);
     EXPECT_NEAR(report["whole"]["dcGainDb"].get<double>(), 0.0, 1e-9);
-    EXPECT_LT(report["whole"]["noiseBandwidthGHz"], report["filters"][1]["noiseBandwidthGHz"]);
+    EXPECT_LT(report["whole"]["noiseBandwidthGHz"], receiver["noiseBandwidthGHz"]);
 
     const std::string frequency = folder.Read("r-frequency.csv");
     EXPECT_EQ(frequency.rfind("frequencyHz,0 moving-average magnitude [dB],0 moving-average group delay [ps],"
-                              "1 bessel-thomson magnitude [dB],1 bessel-thomson group delay [ps],whole magnitude [dB],"
+                              "2 bessel-thomson magnitude [dB],2 bessel-thomson group delay [ps],whole magnitude [dB],"
                               "whole group delay [ps]\n0,",
                               0),
               0U);

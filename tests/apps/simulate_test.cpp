@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "files.h"
 #include "program.h"
 
 namespace Tarnwick::App {
@@ -18,27 +17,12 @@ const std::vector<int> kLevels = {0, 3, 1, 2, 2, 0, 1, 3, 3, 0};
 
 TEST(Simulate, HoldsTheLevelsAndMovesOnStraightEdges)
 {
-    Simulation settings;
-    settings.samplesPerUi = 8;
-    settings.amplitude = 6.0;
-    settings.riseUi = 0.5;
-    const std::vector<double> samples = Simulate(kLevels, 4, settings);
+    const std::vector<double> samples = Simulate(kLevels, 4, {.samplesPerUi = 8, .amplitude = 6.0, .riseUi = 0.5});
     ASSERT_EQ(samples.size(), 80U);
     // Levels -3, -1, 1, 3. The second symbol, level 3: from -3 over two samples on either side of the boundary.
     const double expected[] = {-2.25, -0.75, 0.75, 2.25, 3, 3, 3, 3, 2.5, 1.5};
     for (std::size_t k = 0; k < std::size(expected); ++k)
         EXPECT_NEAR(samples[6 + k], expected[k], 1e-15) << "sample " << 6 + k;  // one rounding of values of order 1
-}
-
-TEST(Simulate, RepeatsBitForBitWithoutNoiseAndJitter)
-{
-    Simulation settings;
-    settings.lossDb = 8.0;
-    settings.repetitions = 3;
-    const std::vector<double> samples = Simulate(kLevels, 4, settings);
-    const auto period = static_cast<std::ptrdiff_t>(samples.size() / 3);
-    EXPECT_TRUE(std::equal(samples.begin(), samples.begin() + period, samples.begin() + period));
-    EXPECT_TRUE(std::equal(samples.begin(), samples.begin() + period, samples.begin() + 2 * period));
 }
 
 TEST(Simulate, LosesWhatItIsAskedToAtHalfTheSymbolRate)

