@@ -29,7 +29,7 @@ void ExpectFailures(const std::string& place, std::initializer_list<std::pair<st
                     Run run)
 {
     for (const auto& [input, message] : failures)
-        EXPECT_EQ(FailureOf<Failure>([&, &text = input] { (void)run(text); }), place + message);
+        EXPECT_EQ(FailureOf<Failure>([&, &text = input] { (void)run(text); }), place + message) << input;
 }
 
 }  // namespace Tarnwick::App

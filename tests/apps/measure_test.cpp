@@ -61,8 +61,11 @@ TEST(SignalQualityMeasure, TellsTheLevelMismatch)
 {
     using Levels = std::vector<double>;
     EXPECT_NEAR(LevelMismatchRatio(Levels{0, 1, 2, 3}), 1.0, 1e-15);
-    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -0.9, 0.9, 3}), 0.9, 1e-15);  // the inner ones too near to the middle
-    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -1.2, 1, 3}), 0.8, 1e-15);    // one too near to the outer one
+    // An inner level too near to the middle, or to the outer one.
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -0.9, 1, 3}), 0.9, 1e-15);
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -1, 0.9, 3}), 0.9, 1e-15);
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -1.2, 1, 3}), 0.8, 1e-15);
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -1, 1.2, 3}), 0.8, 1e-15);
 }
 
 TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)

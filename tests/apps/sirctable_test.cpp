@@ -15,7 +15,7 @@ constexpr const char* kChain = R"({
                 {"type": "sirc", "channelResponse": "b.csv", "referenceCutoffPercent": 75, "channel": 1},
                 {"type": "sirc", "channelResponse": "none.csv", "enabled": false}]})";
 
-// The interval comes first, and their number is even with it where the times give it.
+// An interval comes first; behind one that the times give, the number of values is even.
 TEST(SircTable, BelongsToOneFilter)
 {
     const TestFolder folder;
