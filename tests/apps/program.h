@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <string>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "files.h"
@@ -48,8 +49,9 @@ inline void ExpectRefusals(const TestFolder& folder, const std::string& command,
     forget();
     const std::size_t before = folder.Count();
     for (const auto& [arguments, status, expected] : refusals) {
-        SCOPED_TRACE(command + " " + arguments);
-        EXPECT_EQ(RunProgram(folder, command + " " + arguments), status);
+        const std::string whole = fmt::format("{} {}", command, arguments);
+        SCOPED_TRACE(whole);
+        EXPECT_EQ(RunProgram(folder, whole), status);
         const std::string message = folder.Read("err");
         EXPECT_EQ(message.rfind("tarnwick: ", 0), 0U) << message;
         EXPECT_NE(message.find(expected), std::string::npos) << message;
