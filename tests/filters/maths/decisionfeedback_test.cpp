@@ -17,7 +17,6 @@ using namespace Tarnwick::Testing;
 // written lies at most one rounding above the quotient.
 TEST(SamplingDelay, ComesBackToTheSampleItStoodFor)
 {
-    int lostByTheQuotient = 0;
     for (const int samplesPerUi : {3, 4, 7, 8, 16, 20, 31, 64})
         for (const double rate : {1.25, 5.0, 8.0, 10.3125, 12.5, 25.78125, 26.5625, 28.0, 53.125, 112.0})
             for (int k = 0; k < samplesPerUi; ++k) {
@@ -27,10 +26,8 @@ TEST(SamplingDelay, ComesBackToTheSampleItStoodFor)
                 EXPECT_TRUE(delay == quotient ||
                             delay == std::nextafter(quotient, std::numeric_limits<double>::infinity()))
                     << samplesPerUi << ", " << rate << ", " << k;
-                lostByTheQuotient += SamplesFromDelay(quotient, samplesPerUi, rate) < k ? 1 : 0;
             }
-    EXPECT_GT(lostByTheQuotient, 0);  // else nothing here needed the nudge
-    EXPECT_EQ(SamplesFromDelay(7 * 1000.0 / (8 * 26.5625), 8, 26.5625), 6);
+    EXPECT_EQ(SamplesFromDelay(7 * 1000.0 / (8 * 26.5625), 8, 26.5625), 6);  // a sample that the quotient loses
     EXPECT_EQ(SamplesFromDelay(4.7, 8, 26.5625), 0);
     EXPECT_EQ(SamplesFromDelay(-4.71, 8, 26.5625), -1);
 }
@@ -77,9 +74,7 @@ TEST(FeedbackSearch, SaysWhyThereIsNothingToFind)
 {
     using Outcome = FeedbackSearch::Outcome;
     const auto symbols = RandomSymbols(64, 2);
-    std::vector<double> alternating(64);
-    for (std::size_t i = 0; i < 64; ++i)
-        alternating[i] = i % 2 == 0 ? 1.0 : -1.0;
+    const auto alternating = Tiled({1.0, -1.0}, 32);
     EXPECT_EQ(FindFeedback(Held(symbols, {}, 4), alternating, 4.0, 1).outcome, Outcome::SymbolsAlike);
     EXPECT_EQ(FindFeedback(Held(symbols, {}, 4), Constant(1.0, 64), 4.0, 0).outcome, Outcome::SymbolsAlike);
     EXPECT_EQ(FindFeedback(Constant(0.7, 256), symbols, 4.0, 1).outcome, Outcome::NoMainCursor);
@@ -141,8 +136,6 @@ TEST(DecisionFeedback, TakesMoreTapsThanThePatternHasSymbols)
     DecisionFeedback equaliser(std::vector<double>{0, 0, 0, 0, 0, 0, 0.2}, 2, {5, 1.0});
     std::vector<double> result(5);
     equaliser.Equalise(samples, 0.0, result);
-    for (std::size_t i = 0; i < 5; ++i)
-        EXPECT_EQ(result[i] > 0.0, symbols[i] > 0.0) << i;
     EXPECT_TRUE(AreNear(result, symbols, 0.1));
 }
 
@@ -165,12 +158,9 @@ TEST(DecisionFeedback, HoldsTheFeedbackAroundTheDecision)
         DecisionFeedback equaliser(std::vector<double>{0.25}, 2, {3, samplesPerUi});
         std::vector<double> result(samples.size());
         equaliser.Equalise(samples, delay, result);
-        std::vector<double> taken(samples.size());
-        for (std::size_t m = 0; m < samples.size(); ++m)
-            taken[m] = samples[m] - result[m];
         // After the one high symbol stands a feedback of its own sign, elsewhere the other.
         for (std::size_t m = 0; m < samples.size(); ++m)
-            EXPECT_EQ(taken[m] > 0.0, uiOfSample[m] == 2) << "sample " << m;
+            EXPECT_EQ(samples[m] - result[m] > 0.0, uiOfSample[m] == 2) << "sample " << m;
     }
 }
 
