@@ -25,6 +25,9 @@ TEST(CopyApply, GivesTheSamplesInABufferOfTheirOwn)
     Record empty({});
     Take(filter.Apply(&empty), 0);  // reports a null
     ExpectRefused([&] { filter.Apply(nullptr); }, "Copy: signal is null; expected a captured waveform");
+    empty.samples = nullptr;
+    empty.sampleCount = 1;
+    ExpectRefused([&] { filter.Apply(&empty); }, "Copy: samples is null; expected an array of sampleCount values");
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ struct Equaliser {
         parameters.numberOfTaps = numberOfTaps;
         filter.emplace(&parameters);
     }
-    Equaliser(DeviceConfiguration configuration, std::vector<double> taps, double delayPs = 0.0)
+    Equaliser(DeviceConfiguration configuration, std::vector<double> taps, double delayPs)
         : Equaliser(std::move(configuration), static_cast<int>(taps.size()))
     {
         parameters.useManualTaps = true;
@@ -183,7 +183,6 @@ TEST(DfePrepare, TakesTheSymbolsFromTextBufferOrCapture)
     const auto capture = line.Capture();
     DeviceConfiguration config = line.Configured();
     config.signalCoding = SIGNAL_CODING_PAM4_PRECODED;
-    const std::string levelText = config.patternSymbols;
     const std::string grayText = GraySymbols(line.levels);
     std::vector<double> taps;
     const struct {
@@ -194,7 +193,7 @@ TEST(DfePrepare, TakesTheSymbolsFromTextBufferOrCapture)
                  {"detected, levels", true, false, "", ""},
                  {"detected in spite of a text", false, false, "0123", ""},
                  {"text", false, true, grayText, ""},
-                 {"text of levels", true, true, levelText, "0123"},
+                 {"text of levels", true, true, config.patternSymbols, "0123"},
                  {"buffer", false, true, "", grayText}};
     for (const auto& each : cases) {
         config.withoutGrayCoding = each.withoutGrayCoding;
@@ -251,10 +250,9 @@ TEST(DfeApply, KeepsRepetitionsApart)
     Equaliser alone(line.Configured(), 2);
     const auto expected = alone.Apply(one);
 
-    auto samples = one;
-    samples.resize(2 * period, kNan);
-    samples.insert(samples.end(), one.begin(), one.end());
-    samples.insert(samples.end(), one.begin(), one.begin() + 100);
+    auto samples = Tiled(one, 4);
+    std::fill_n(samples.begin() + static_cast<std::ptrdiff_t>(period), period, kNan);
+    samples.resize(3 * period + 100);
     Equaliser equaliser(line.Configured(3), 2);
     const auto result = equaliser.Apply(samples);
     EXPECT_EQ(equaliser.parameters.taps, alone.parameters.taps);

@@ -27,12 +27,10 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 // A configuration, its parameters and the filter, which hold on to each other.
 struct Equaliser {
-    explicit Equaliser(DeviceConfiguration configuration, const Set& set = {})
-        : config(std::move(configuration)), parameters(&config)
+    Equaliser(DeviceConfiguration configuration, const Set& set) : config(std::move(configuration)), parameters(&config)
     {
         parameters.tapsPerUi = 1;
-        if (set)
-            set(parameters);
+        set(parameters);
         filter.emplace(&parameters);
     }
     void Prepare(const std::vector<double>& samples)
@@ -148,6 +146,7 @@ TEST(FFEFilter, RefreshesFromTheConfigurationAndMakesALowPassOfItsOwn)
     std::vector<double> hosts = {1.0};
     DeviceConfiguration config = Nrz(kBits, 8);
     config.useUserPattern = config.withoutGrayCoding = true;
+    EXPECT_TRUE(FFEFilterParameters(&config).withoutGrayCoding);
     config.gaussianFilter = hosts.data();
     config.gaussianFilterLength = 1;
     Equaliser equaliser(config, Manual({1.0}));
@@ -237,7 +236,7 @@ TEST(FFEFilterQuantisedTaps, AreReportedButNeverApplied)
     EXPECT_EQ(p.appliedTaps, (std::vector<double>{0.0, 2.0, -2.0, 0.0}));
 
     FFEFilterParameters plain(8, {0.5, -1.5}, 2, 4, SIGNAL_CODING_NRZ, true, false, false);
-    EXPECT_EQ(plain.mainCursorPosition, plain.tapsPerUi);
+    EXPECT_EQ(plain.mainCursorPosition, 4);  // the taps per UI
     EXPECT_EQ(Take(equaliser.filter->GetOptimizedTaps(&plain), 2), (std::vector<double>{0.25, -0.75}));
     plain.taps.clear();
     EXPECT_EQ(equaliser.filter->GetOptimizedTaps(&plain), nullptr);

@@ -71,11 +71,10 @@ TEST(MovingAverageKernel, IsTheOddBoxcarAroundLagZero)
 
 TEST(MovingAverageApply, WithoutAConfigurationIsTheCentredMeanOfTheWholeRecord)
 {
+    const auto samples = RandomValues(1000, 1);
     for (const int window : {3, 5, 31, 33, 101}) {
-        SCOPED_TRACE("window " + std::to_string(window));
-        const auto samples = RandomValues(1000, 1);
-        EXPECT_TRUE(AreNear(Smoothed(Parameters(window), samples),
-                            WindowSums(samples, -(window / 2), window / 2, window), Bound(window)));
+        const auto expected = WindowSums(samples, -(window / 2), window / 2, window);
+        EXPECT_TRUE(AreNear(Smoothed(Parameters(window), samples), expected, Bound(window))) << "window " << window;
     }
 }
 
@@ -83,21 +82,20 @@ TEST(MovingAverageApply, WithoutAConfigurationIsTheCentredMeanOfTheWholeRecord)
 TEST(MovingAverageApply, OfSeveralRepetitionsIsAPartialTrailingAverage)
 {
     const struct {
-        int samplesPerUi, patternLengthUi, repetitions, window;
-    } cases[] = {{8, 16, 2, 3}, {8, 16, 5, 7}, {1, 127, 3, 33}, {16, 127, 2, 101}};
-    for (const auto& each : cases) {
-        SCOPED_TRACE("window " + std::to_string(each.window));
-        DeviceConfiguration config = Configuration(each.samplesPerUi, each.patternLengthUi);
-        const std::size_t length = static_cast<std::size_t>(each.samplesPerUi) * each.patternLengthUi;
+        int length, repetitions, window;
+    } cases[] = {{128, 2, 3}, {128, 5, 7}, {127, 3, 33}, {2032, 2, 101}};
+    for (const auto& [length, repetitions, window] : cases) {
+        SCOPED_TRACE("window " + std::to_string(window));
+        DeviceConfiguration config = Configuration(1, length);
         std::vector<double> samples;
         std::vector<double> expected;
-        for (int r = 0; r < each.repetitions; ++r) {
+        for (int r = 0; r < repetitions; ++r) {
             const auto repetition = RandomValues(length, 10 + r);
-            const auto sums = WindowSums(repetition, 0, each.window / 2, each.window);
+            const auto sums = WindowSums(repetition, 0, window / 2, window);
             samples.insert(samples.end(), repetition.begin(), repetition.end());
             expected.insert(expected.end(), sums.begin(), sums.end());
         }
-        EXPECT_TRUE(AreNear(Smoothed(ParametersOf(each.window, &config), samples), expected, Bound(each.window)));
+        EXPECT_TRUE(AreNear(Smoothed(ParametersOf(window, &config), samples), expected, Bound(window)));
     }
 }
 
