@@ -94,16 +94,16 @@ std::vector<double> Voltages(const std::string& levels)
     return values;
 }
 
-// PRBS13Q at 26.5625 GBd and 8 samples per UI behind a front end, with noise of 1 % of its rms or none.
-std::vector<double> Pam4Capture(double bandwidthGHz, double noise)
+// PRBS13Q at 26.5625 GBd behind a front end, with noise of 1 % of its rms or none.
+std::vector<double> Pam4Capture(double bandwidthGHz, double noise, int samplesPerUi = 8)
 {
-    const auto sent = Held(Voltages(LevelText(Prbs13qLevels())), 8.0);
-    return WithNoise(ThroughFrontEnd(sent, 26.5625 * 8, bandwidthGHz), noise, 3);
+    const auto sent = Held(Voltages(LevelText(Prbs13qLevels())), samplesPerUi);
+    return WithNoise(ThroughFrontEnd(sent, 26.5625 * samplesPerUi, bandwidthGHz), noise, 3);
 }
 
-DeviceConfiguration Pam4(int repetitions = 1)
+DeviceConfiguration Pam4(int repetitions = 1, int samplesPerUi = 8)
 {
-    DeviceConfiguration config = Configuration(8, 8191);
+    DeviceConfiguration config = Configuration(samplesPerUi, 8191);
     config.signalCoding = SIGNAL_CODING_PAM4;
     config.patternRepeats = repetitions;
     config.multiplePatternRecord = repetitions > 1;
@@ -245,20 +245,26 @@ TEST(FFEFilterQuantisedTaps, AreReportedButNeverApplied)
 // PAM4 behind 11 GHz, 5 taps: what the search and each fixed main cursor leave of the reference.
 TEST(FFEFilterAutomaticTaps, LeaveTheLeastError)
 {
-    const double residuals[] = {0.2716, 0.2567, 0.2502, 0.2502, 0.2540, 0.2906};  // search, then main cursor 1 to 5
-    const auto capture = Pam4Capture(11.0, 0.0015);
-    for (int cursor = 0; cursor <= 5; ++cursor) {
-        SCOPED_TRACE("main cursor " + std::to_string(cursor));
-        Equaliser equaliser(Pam4(), Automatic(5, cursor));
-        equaliser.Prepare(capture);
-        // Five times the last digit of the figures: another noise.
-        EXPECT_NEAR(equaliser.filter->residualError, residuals[cursor], 5e-4);
-        const auto& taps = equaliser.parameters.taps;
-        ASSERT_EQ(taps.size(), 5U);
-        EXPECT_EQ(equaliser.parameters.appliedTaps, taps);
-        const auto largest =
-            std::max_element(taps.begin(), taps.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
-        EXPECT_TRUE(cursor == 0 || largest - taps.begin() == cursor - 1);
+    const struct {
+        int samplesPerUi;
+        double residuals[6];  // search, then main cursor 1 to 5
+    } cases[] = {{8, {0.2716, 0.2567, 0.2502, 0.2502, 0.2540, 0.2906}},
+                 {16, {0.2648, 0.2574, 0.2371, 0.2356, 0.2378, 0.2602}}};
+    for (const auto& [samplesPerUi, residuals] : cases) {
+        const auto capture = Pam4Capture(11.0, 0.0015, samplesPerUi);
+        for (int cursor = 0; cursor <= 5; ++cursor) {
+            SCOPED_TRACE(std::to_string(samplesPerUi) + " samples per UI, main cursor " + std::to_string(cursor));
+            Equaliser equaliser(Pam4(1, samplesPerUi), Automatic(5, cursor));
+            equaliser.Prepare(capture);
+            // Five times the last digit of the figures: another noise.
+            EXPECT_NEAR(equaliser.filter->residualError, residuals[cursor], 5e-4);
+            const auto& taps = equaliser.parameters.taps;
+            ASSERT_EQ(taps.size(), 5U);
+            EXPECT_EQ(equaliser.parameters.appliedTaps, taps);
+            const auto largest = std::max_element(taps.begin(), taps.end(),
+                                                  [](double a, double b) { return std::abs(a) < std::abs(b); });
+            EXPECT_TRUE(cursor == 0 || largest - taps.begin() == cursor - 1);
+        }
     }
 }
 
