@@ -195,6 +195,10 @@ TEST(SParameterConversion, LimitsTheBoostAndTheBand)
         }
         EXPECT_NEAR(20.0 * std::log10(largest * strongest), boostDb, 1e-9);
     }
+    // Measured beyond half the sample rate, where the band then ends.
+    const auto flat = SpectrumOf(Taps({{1e9, 0.5}, {300e9, 0.5}}, {.bandwidthGHz = 0}));
+    for (std::size_t k = 0; k <= flat.size() / 2; ++k)
+        ASSERT_NEAR(std::abs(flat[k]), 2.0 * TaperAt(FrequencyOf(k), kSampleRate / 2.0 / 1.2), 1e-10) << "bin " << k;
 }
 
 TEST(SParameterConversion, PreservesTheNoiseOrSaysThatItDidNot)
