@@ -9,7 +9,7 @@
 #include <numbers>
 #include <numeric>
 #include <optional>
-#include <random>
+#include <stdexcept>
 
 #include "filters/filters/patternlockfailed.h"
 #include "framework/fftifft.h"
@@ -38,26 +38,17 @@ Response BesselThomsonOf(double cutoff)
     return [=](double f) { return BesselThomsonAt(4, kHalfPower * f / cutoff); };
 }
 
-Response SkinEffect(double lossDb, double at)
+// A receiver of 30 GHz behind a line with skin effect (its loss at 20 GHz) and an echo.
+Response Line(double lossDb, double echo, double echoDelay)
 {
     return [=](double f) {
-        const double root = lossDb / 20.0 * std::numbers::ln10 * std::sqrt(f / at);
-        return std::polar(std::exp(-root), -root);
+        const double root = lossDb / 20.0 * std::numbers::ln10 * std::sqrt(f / 20e9);
+        return BesselThomsonOf(30e9)(f) * std::polar(std::exp(-root), -root) *
+               (1.0 + std::polar(echo, -kTwoPi * f * echoDelay));
     };
 }
 
-Response Echo(double share, double delay)
-{
-    return [=](double f) { return 1.0 + std::polar(share, -kTwoPi * f * delay); };
-}
-
-Response Chain(std::vector<Response> parts)
-{
-    return [parts = std::move(parts)](double f) {
-        return std::accumulate(parts.begin(), parts.end(), Complex(1.0),
-                               [f](Complex product, const Response& part) { return product * part(f); });
-    };
-}
+const Response kChannel = Line(1.5, 0.04, 150e-12);
 
 void Transform(std::vector<Complex>& values, bool inverse = false)
 {
@@ -67,24 +58,22 @@ void Transform(std::vector<Complex>& values, bool inverse = false)
 }
 
 // What an instrument measures: the impulse response in the middle of the table, of a period eight tables long, the tail
-// of which is cut.
-std::vector<double> Measured(const Response& response, std::size_t count = kTableLength, double interval = 0.0,
-                             double place = 0.5)
+// of which is cut. A table has its interval as first value, unless that follows from the window.
+std::vector<double> Measured(const Response& response, std::size_t count = kTableLength, double interval = 0.0)
 {
     const double step = interval > 0.0 ? interval : kWindow / static_cast<double>(count);
-    const double delay = place * step * static_cast<double>(count);
     std::vector<Complex> bins(8 * count);
     for (std::size_t k = 0; k < bins.size() / 2; ++k) {
         const double f = static_cast<double>(k) / (step * static_cast<double>(bins.size()));
-        bins[k] = response(f) * std::polar(1.0, -kTwoPi * f * delay);
+        bins[k] = response(f) * std::polar(1.0, -kTwoPi * f * step * static_cast<double>(count / 2));
         bins[(bins.size() - k) % bins.size()] = std::conj(bins[k]);
     }
     Transform(bins, true);
-    std::vector<double> values(count);
-    std::transform(bins.begin(), bins.begin() + static_cast<std::ptrdiff_t>(count), values.begin(),
-                   [](Complex value) { return value.real(); });
+    std::vector<double> values;
     if (interval > 0.0)
-        values.insert(values.begin(), interval);
+        values.push_back(interval);
+    for (std::size_t k = 0; k < count; ++k)
+        values.push_back(bins[k].real());
     return values;
 }
 
@@ -130,48 +119,47 @@ struct Quality {
     double delayPs = 0.0;         // that delay
     double waveformError = 0.0;   // rms over rms, of a random pattern of ideal edges
     double overshoot = 0.0;       // of the step response
-    double noiseGain = 0.0, idealNoiseGain = 0.0;
+    double noiseGain = 0.0;       // over that of the ideal correction
 };
 
 Quality Measure(const std::vector<double>& taps, const Response& channel, double sampleRate, double cutoff)
 {
     std::vector<Complex> bins(taps.begin(), taps.end());
     Transform(bins);
+    std::vector<Complex> ideal(bins.size(), 1.0);
     Quality quality;
+    quality.noiseGain = NoiseRms(bins);
     const Response target = BesselThomsonOf(cutoff);
     const double spacing = sampleRate / static_cast<double>(bins.size());
     double moment = 0.0;
     double weight = 0.0;
-    double idealPower = 0.5;
-    for (std::size_t k = 1; k <= bins.size() / 2; ++k) {
+    for (std::size_t k = 1; static_cast<double>(k) * spacing <= cutoff; ++k) {
         const double f = static_cast<double>(k) * spacing;
-        const double beyond = std::clamp(f / kBandwidth - 1.0, 0.0, 1.0);
-        idealPower += std::norm((0.5 + 0.5 * std::cos(std::numbers::pi * beyond)) * target(f) / channel(f));
-        bins[k] *= channel(f);
-        bins[bins.size() - k] = std::conj(bins[k]);
-        const Complex ratio = bins[k] / target(f);
-        if (f <= 1.5 * cutoff)
-            quality.largestErrorDb = std::max(quality.largestErrorDb, std::abs(20.0 * std::log10(std::abs(ratio))));
-        if (f <= cutoff) {
-            moment += std::arg(ratio) * f;
-            weight += f * f;
-        }
+        moment -= std::arg(bins[k] * channel(f) / target(f)) * f;
+        weight += kTwoPi * f * f;
     }
-    const double delay = -moment / weight / kTwoPi;
+    const double delay = moment / weight;
     quality.delayPs = delay * 1e12;
     double power = 0.0;
     double error = 0.0;
     for (std::size_t k = 1; k <= bins.size() / 2; ++k) {
         const double f = static_cast<double>(k) * spacing;
+        const double beyond = std::clamp(f / kBandwidth - 1.0, 0.0, 1.0);
+        ideal[k] = ideal[bins.size() - k] = (0.5 + 0.5 * std::cos(std::numbers::pi * beyond)) * target(f) / channel(f);
+        bins[k] *= channel(f);
+        bins[bins.size() - k] = std::conj(bins[k]);
         const Complex wanted = target(f) * std::polar(1.0, -kTwoPi * f * delay);
+        const Complex ratio = bins[k] / wanted;
+        if (f <= 1.5 * cutoff)
+            quality.largestErrorDb = std::max(quality.largestErrorDb, std::abs(20.0 * std::log10(std::abs(ratio))));
         if (f <= cutoff)
-            quality.phaseDegrees =
-                std::max(quality.phaseDegrees, std::abs(std::arg(bins[k] / wanted)) * 180.0 / std::numbers::pi);
+            quality.phaseDegrees = std::max(quality.phaseDegrees, std::abs(std::arg(ratio)) * 180.0 / std::numbers::pi);
         const double edges = std::sin(std::numbers::pi * f / kRate) / f;
         power += std::norm(edges * wanted);
         error += std::norm(edges * (bins[k] - wanted));
     }
     quality.waveformError = std::sqrt(error / power);
+    quality.noiseGain /= NoiseRms(ideal);
     Transform(bins, true);
     double step = 0.0;
     // From half a period before the impulse, where nothing is left of the last one.
@@ -179,24 +167,19 @@ Quality Measure(const std::vector<double>& taps, const Response& channel, double
         step += bins[(k + bins.size() / 2) % bins.size()].real();
         quality.overshoot = std::max(quality.overshoot, step - 1.0);
     }
-    quality.noiseGain = std::sqrt(std::inner_product(taps.begin(), taps.end(), taps.begin(), 0.0));
-    quality.idealNoiseGain = std::sqrt(2.0 * idealPower / static_cast<double>(bins.size()));
     return quality;
 }
 
-const Response kChannel = Chain({BesselThomsonOf(30e9), SkinEffect(1.5, 20e9), Echo(0.04, 150e-12)});
-const Response kReference = BesselThomsonOf(kBandwidth);
-
+// Inverted, with an offset and noise 66 dB below the peak.
 std::vector<double> Noisy()
 {
     std::vector<double> table = Measured(kChannel);
-    const double peak = *std::max_element(table.begin(), table.end());
+    const double scale = std::pow(10.0, -66.0 / 20.0) * *std::max_element(table.begin(), table.end());
     const auto noise = RandomValues(4 * table.size(), 3);
     for (std::size_t k = 0; k < table.size(); ++k) {
         // Four uniform values: nearly normal, standard deviation sqrt(4/3).
-        const double normal =
-            (noise[4 * k] + noise[4 * k + 1] + noise[4 * k + 2] + noise[4 * k + 3]) / std::sqrt(4.0 / 3.0);
-        table[k] = -3.0 * (table[k] + peak * std::pow(10.0, -66.0 / 20.0) * normal) + 0.7;
+        const double four = std::accumulate(&noise[4 * k], &noise[4 * k] + 4, 0.0);
+        table[k] = 0.7 - 3.0 * (table[k] + scale * four / std::sqrt(4.0 / 3.0));
     }
     return table;
 }
@@ -209,55 +192,53 @@ TEST(SircKernel, TurnsAMeasuredChannelIntoItsTarget)
         const Complex pole(1.0, f / 30e9 * std::sqrt(std::numbers::sqrt2 - 1.0));
         return 1.0 / (pole * pole);
     };
-    const Response ripple = Chain({BesselThomsonOf(30e9), Echo(0.1146, 50e-12)});  // 2 dB from peak to peak
-    const Response reflection = Chain({BesselThomsonOf(30e9), Echo(0.1, 150e-12)});
-    const auto reference = Measured(kReference);
+    const Response ripple = Line(0.0, 0.1146, 50e-12);  // 2 dB from peak to peak
+    const Response reflection = Line(0.0, 0.1, 150e-12);
+    const auto measured = Measured(kChannel);
+    const auto reference = Measured(BesselThomsonOf(kBandwidth));
     const double fine = 0.8e-12;
+    const auto fineReference = Measured(BesselThomsonOf(kBandwidth), 20000, fine);
     const struct {
         const char* label;
         Response channel;
         std::vector<double> table, reference;
-        double samplesPerUi;
-        int patternLengthUi;
-        double cutoffPercent, errorDb;
+        double errorDb = 0.072;
+        double samplesPerUi = 16.0;
+        int patternLengthUi = 511;
+        double cutoffPercent = 75.0;
     } cases[] = {
-        {"16 samples per UI", kChannel, Measured(kChannel), reference, 16.0, 511, 75.0, 0.072},
-        {"8 samples per UI", kChannel, Measured(kChannel), reference, 8.0, 511, 75.0, 0.072},
-        {"10.4 samples per UI", kChannel, Measured(kChannel), reference, 10.4, 511, 75.0, 0.072},
-        {"pattern of 127 UI", kChannel, Measured(kChannel), reference, 16.0, 127, 75.0, 0.072},
-        {"no reference table", kChannel, Measured(kChannel), {}, 16.0, 511, 75.0, 0.072},
-        {"interval in place of a reference", kChannel, Measured(kChannel), {fine}, 16.0, 511, 75.0, 0.072},
-        {"50 % cutoff", kChannel, Measured(kChannel), reference, 16.0, 511, 50.0, 0.072},
-        {"8 ns with interval", kChannel, Measured(kChannel, 10000, fine), Measured(kReference, 10000, fine), 16.0, 511,
-         75.0, 0.072},
-        {"16 ns with interval", kChannel, Measured(kChannel, 20000, fine), Measured(kReference, 20000, fine), 16.0, 511,
-         75.0, 0.072},
-        {"4096 values", kChannel, Measured(kChannel, 4096), Measured(kReference, 4096), 16.0, 511, 75.0, 0.072},
-        // The tail wraps round the end of the table and stands where the baseline is taken.
-        {"impulse at 3 ns", kChannel, Measured(kChannel, kTableLength, 0.0, 0.3), reference, 16.0, 511, 75.0, 0.085},
-        {"inverted, offset, noise", kChannel, Noisy(), reference, 16.0, 511, 75.0, 0.26},
-        {"two poles", twoPoles, Measured(twoPoles), reference, 16.0, 511, 75.0, 0.001},
-        {"2 dB ripple", ripple, Measured(ripple), reference, 16.0, 511, 75.0, 0.001},
-        {"reflection at 150 ps", reflection, Measured(reflection), reference, 16.0, 511, 75.0, 0.001},
+        {"16 samples per UI", kChannel, measured, reference},
+        {"8 samples per UI", kChannel, measured, reference, 0.072, 8.0},
+        {"10.4 samples per UI", kChannel, measured, reference, 0.072, 10.4},
+        {"pattern of 127 UI", kChannel, measured, reference, 0.072, 16.0, 127},
+        {"50 % cutoff", kChannel, measured, reference, 0.072, 16.0, 511, 50.0},
+        {"no reference table", kChannel, measured, {}},
+        {"8 ns with interval", kChannel, Measured(kChannel, 10000, fine), fineReference},
+        {"16 ns with interval", kChannel, Measured(kChannel, 20000, fine), fineReference},
+        {"inverted, offset, noise", kChannel, Noisy(), reference, 0.26},
+        {"two poles", twoPoles, Measured(twoPoles), reference, 0.001},
+        {"2 dB ripple", ripple, Measured(ripple), reference, 0.001},
+        {"reflection at 150 ps", reflection, Measured(reflection), reference, 0.001},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.label);
-        Corrector corrector(row.table, row.reference, row.samplesPerUi, row.patternLengthUi, row.cutoffPercent);
-        const auto taps = corrector.Taps();
+        const auto taps =
+            Corrector(row.table, row.reference, row.samplesPerUi, row.patternLengthUi, row.cutoffPercent).Taps();
         EXPECT_EQ(static_cast<double>(taps.size()), std::trunc(row.samplesPerUi * row.patternLengthUi));
         EXPECT_NEAR(std::accumulate(taps.begin(), taps.end(), 0.0), 1.0, 1e-13);
         const double dcGain = std::abs(row.channel(0.0));
         const Quality quality = Measure(
             taps, [&](double f) { return row.channel(f) / dcGain; }, row.samplesPerUi * kRate,
             row.cutoffPercent / 100.0 * kRate);
+        const bool isNoisy = row.errorDb > 0.2;
         EXPECT_LT(quality.largestErrorDb, row.errorDb);
-        EXPECT_LT(quality.phaseDegrees, row.errorDb > 0.2 ? 0.6 : 0.2);
-        EXPECT_LT(quality.waveformError, row.errorDb > 0.08 ? 0.012 : 0.009);
+        EXPECT_LT(quality.phaseDegrees, isNoisy ? 0.6 : 0.2);
+        EXPECT_LT(quality.waveformError, isNoisy ? 0.012 : 0.009);
         // Two peaks are aligned to half a point of 1.23 ps each; the channel's lies up to 5 ps off its delay.
         EXPECT_LT(std::abs(quality.delayPs), 5.0);
         // The target itself overshoots by 0.8 %.
         EXPECT_LT(quality.overshoot, 0.01);
-        EXPECT_NEAR(quality.noiseGain, quality.idealNoiseGain, 0.01 * quality.idealNoiseGain);
+        EXPECT_NEAR(quality.noiseGain, 1.0, 0.01);
     }
 }
 
@@ -283,30 +264,22 @@ TEST(SircKernel, NeedsNoMeasurementToRetarget)
 
 TEST(SircKernel, RefusesTablesThatHoldNoResponse)
 {
-    const double infinity = std::numeric_limits<double>::infinity();
-    const std::vector<double> good{0.0, 1.0, 0.5, 0.25};
-    const struct {
-        const char* label;
-        std::vector<double> response, reference;
-    } cases[] = {{"NaN", {0.0, kNan}, {}},
-                 {"infinity", {0.0, infinity}, {}},
-                 {"constant", {2.0, 2.0}, {}},
-                 {"interval too short", {1e-15, 0.0, 1.0}, {}},
-                 {"interval too long", {1e-9, 0.0, 1.0}, {}},
-                 {"NaN in the reference", good, {kNan, 1.0}},
-                 {"constant reference", good, {0.0, 0.0}},
-                 {"interval of the reference", good, {-1e-12}}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.label);
-        Corrector corrector(row.response, row.reference);
+    using Table = std::vector<double>;
+    const std::pair<Table, Table> cases[] = {{{0.0, kNan}, {}},
+                                             {{2.0, 2.0}, {}},         // constant
+                                             {{1e-15, 0.0, 1.0}, {}},  // an interval too short
+                                             {{1e-9, 0.0, 1.0}, {}},   // and too long
+                                             {{0.0, 1.0}, {0.0, 0.0}}};
+    for (const auto& [response, reference] : cases) {
+        SCOPED_TRACE(testing::PrintToString(response) + ", reference " + testing::PrintToString(reference));
+        Corrector corrector(response, reference);
         SircFilter& filter = corrector.Filter();
         filter.channelBandwidth = 1.0;
         try {
             filter.Prepare(nullptr);
             ADD_FAILURE() << "nothing was thrown";
-        } catch (const std::exception& failure) {
+        } catch (const std::runtime_error& failure) {
             EXPECT_STREQ(failure.what(), "SRC not configured properly.");
-            EXPECT_EQ(dynamic_cast<const std::invalid_argument*>(&failure), nullptr);
         }
         EXPECT_EQ(filter.channelBandwidth, 1.0);
         EXPECT_EQ(filter.kernel, nullptr);
@@ -316,19 +289,9 @@ TEST(SircKernel, RefusesTablesThatHoldNoResponse)
 
 TEST(SircErrors, NameTheSetting)
 {
-    using Set = std::function<void(Corrector&)>;
-    const std::pair<Set, const char*> cases[] = {
-        {[](Corrector& c) { c.config.baudRateGBd = 0.0; }, "baudRateGBd is 0; expected a finite positive symbol rate"},
+    const std::pair<std::function<void(Corrector&)>, const char*> cases[] = {
         {[](Corrector& c) { c.config.baudRateGBd = std::numeric_limits<double>::max(); },
          "samples in the span of the generation grid is inf; expected at most 1e6"},
-        {[](Corrector& c) { c.config.samplesPerUi = 0; },
-         "uiSamples is 0; expected a finite positive number of samples"},
-        {[](Corrector& c) { c.parameters.referenceCutoffPercent = -75.0; },
-         "referenceCutoffPercent is -75; expected a finite positive percentage of the symbol rate"},
-        {[](Corrector& c) { c.config.channelBandwidths[2] = -1.0; },
-         "channelBandwidth is -1; expected a finite positive frequency in hertz"},
-        {[](Corrector& c) { c.config.patternLengthUi = 0; },
-         "patternLengthUi * uiSamples is 0; expected at least 1 sample"},
         {[](Corrector& c) { c.Filter().generationParam2 = 63; },
          "generationParam2 * generationParam3 is 8001; expected a positive even number of points"},
         {[](Corrector& c) { c.Filter().generationParam5 = 0; }, "generationParam5 is 0; expected at least 1"},
@@ -336,13 +299,10 @@ TEST(SircErrors, NameTheSetting)
          "baselineEndIndex is 8128; expected less than the 8128 points of the generation grid"},
         {[](Corrector& c) { c.config.channelBandwidths.clear(); },
          "channelBandwidths is a table of 0 entries; expected an entry 2 for channel 2"},
-        {[](Corrector& c) { c.config.electricalResponseTable.resize(2); },
-         "electricalResponseTable is a table of 2 entries; expected an entry 2 for channel 2"},
         {[](Corrector& c) { c.oeChannels[2] = true, c.config.oeResponseTable.resize(6); },
          "oeResponseTable is a table of 6 entries; expected an entry 6 for channel 2"},
         {[](Corrector& c) { c.config.referenceTable.resize(2); },
          "referenceTable is a table of 2 entries; expected an entry 2 for channel 2"},
-        {[](Corrector& c) { c.parameters.channel = 4; }, "channel is 4; expected 0 to 3"},
     };
     for (const auto& [set, text] : cases) {
         Corrector corrector({0.0, 1.0, 0.5, 0.25});
@@ -354,10 +314,6 @@ TEST(SircErrors, NameTheSetting)
     unlocked.config.patternLocked[0] = false;
     EXPECT_THROW(unlocked.Filter(), PatternLockFailed);
     SircFilter none(&unlocked.config);
-    SystemFramework::BaseFilterParameters other;
-    ExpectRefused([&] { none.Prepare(nullptr); }, "SircFilter: parameters is null; expected a parameters object");
-    ExpectRefused([&] { none.ApplyA(&other); },
-                  "SircFilter: parameters is of another filter; expected a parameters object of its own");
     SircFilterParameters unconfigured;
     ExpectRefused([&] { none.ApplyA(&unconfigured); },
                   "SircFilter: channelResponse is null; expected the table of the channel's measured response");
@@ -371,12 +327,6 @@ TEST(SircFilterParameters, TakeTwoNumbersAndIgnoreTheTexts)
     const SircFilterParameters given("a", "b", "c", "d", 2.5, 75.0);
     EXPECT_EQ(given.uiSamples, 2.5);
     EXPECT_EQ(given.referenceCutoffPercent, 75.0);
-    DeviceConfiguration config;
-    const SircFilterParameters configured(&config);
-    EXPECT_EQ(configured.GetConfig(), &config);
-    EXPECT_EQ(configured.referenceCutoffPercent, 0.0);
-    EXPECT_EQ(configured.channelResponse, nullptr);
-    EXPECT_FALSE(configured.preserveNoise);
 }
 
 TEST(SircLifecycle, ChoosesTheTablesOfTheChannel)
@@ -394,19 +344,17 @@ TEST(SircLifecycle, ChoosesTheTablesOfTheChannel)
                  {1, false, 1, &config.electricalResponseTable[1], 3.98e10},
                  {2, true, 0, &config.oeResponseTable[6], 20e9},
                  {2, true, 1, &config.oeResponseTable[7], 20e9},
-                 {2, true, 5, &config.oeResponseTable[8], 20e9},
                  {3, true, -1, &config.oeResponseTable[11], 30e9}};
     for (const auto& row : cases) {
         SCOPED_TRACE("channel " + std::to_string(row.channel) + ", selector " + std::to_string(row.selector));
-        std::fill(std::begin(corrector.oeChannels), std::end(corrector.oeChannels), row.optical);
+        corrector.oeChannels[row.channel] = row.optical;
         config.oeReceiverSelector = row.selector;
-        SircFilterParameters parameters(&config);
+        SircFilterParameters& parameters = corrector.parameters;
+        parameters.SetDirty();
         parameters.channel = row.channel;
-        parameters.referenceCutoffPercent = 75.0;
         const SircFilter filter(&parameters);
         EXPECT_EQ(parameters.channelResponse, row.response);
         EXPECT_EQ(parameters.channelReference, &config.referenceTable[static_cast<std::size_t>(row.channel)]);
-        EXPECT_EQ(parameters.uiSamples, 2.5);
         EXPECT_EQ(filter.channelBandwidth, row.bandwidth);
         // An O/E channel has its kernel from construction.
         EXPECT_EQ(filter.kernel != nullptr, row.optical);
@@ -418,41 +366,26 @@ TEST(SircLifecycle, ChoosesTheTablesOfTheChannel)
 TEST(SircLifecycle, PreparesWhatIsDirtyAndKeepsItWhenThatFails)
 {
     Corrector corrector(Measured(kChannel), {}, 8.0, 16);
-    SircFilter& filter = corrector.Filter();
     const auto record = RandomValues(128, 5);
     const auto first = corrector.Apply(record);
-    EXPECT_FALSE(corrector.parameters.IsDirty());
-    EXPECT_EQ(filter.kernelLength, 128);
-    // Not marked as changed: nothing changes.
-    const double* const kernel = filter.kernel;
     corrector.config.samplesPerUi = 4;
-    EXPECT_TRUE(HaveSameBits(corrector.Apply(record), first));
+    EXPECT_TRUE(HaveSameBits(corrector.Apply(record), first));  // not marked as changed: nothing changes
     corrector.parameters.SetDirty();
     corrector.parameters.referenceCutoffPercent = 0.0;
     EXPECT_THROW(corrector.Apply(record), std::invalid_argument);
-    EXPECT_EQ(filter.kernel, kernel);
-    EXPECT_EQ(filter.kernelLength, 128);
     EXPECT_EQ(corrector.parameters.uiSamples, 8.0);
-    EXPECT_TRUE(corrector.parameters.IsDirty());
     corrector.parameters.referenceCutoffPercent = 75.0;
     corrector.Apply(record);
     EXPECT_EQ(corrector.parameters.uiSamples, 4.0);
-    EXPECT_EQ(filter.kernelLength, 64);
-    const SircFilter copy(filter);
-    EXPECT_EQ(copy.kernel, filter.kernel);
-    EXPECT_EQ(copy.kernelLength, 64);
+    EXPECT_EQ(corrector.Filter().kernelLength, 64);
 }
 
 TEST(SircLifecycle, HasNoKernelWithoutAMeasurement)
 {
     Corrector corrector({});
     SircFilter& filter = corrector.Filter();
-    filter.Prepare(nullptr);
-    EXPECT_EQ(filter.kernel, nullptr);
     EXPECT_EQ(filter.ApplyA(&corrector.parameters), nullptr);
     EXPECT_EQ(filter.kernelLength, 0);
-    ExpectRefused([&] { corrector.Apply(Constant(1.0, 2032)); },
-                  "SircFilter: kernel is null; expected a kernel made by Prepare or assigned by the host");
     // Of other parameters: the taps are the caller's, the dirty state stays.
     Corrector other({0.0, 1.0});
     other.Filter();
@@ -485,14 +418,11 @@ TEST(SircApply, ConvolvesWithTheKernelThatIsThere)
     SircFilter& filter = corrector.Filter();
     filter.Prepare(nullptr);
     const auto record = RandomValues(32, 13);
-    const std::vector<double> own{0.0, 0.0, 2.0};
-    filter.kernel = SystemFramework::NewArrayFrom<double>(own).release();
+    filter.kernel = SystemFramework::NewArrayFrom<double>(std::vector<double>{0.0, 0.0, 2.0}).release();
     filter.kernelLength = 3;
     const auto output = corrector.Apply(record);
     EXPECT_EQ(output[5], 2.0 * record[3]);
     EXPECT_EQ(output[16], 2.0 * record[30]);
-    filter.kernel[2] = 4.0;
-    EXPECT_EQ(corrector.Apply(record)[5], 4.0 * record[3]);
     filter.kernelLength = 0;
     EXPECT_EQ(corrector.Apply(record), Constant(0.0, 32));
     filter.kernelLength = -1;
@@ -513,47 +443,41 @@ TEST(SircImpulseResponse, IsAlignedFreedOfItsBaselineAndOfUnitArea)
     using Values = std::vector<double>;
     const Values identity{1, 0, 0, 0, 0, 0, 0, 0};
     const struct {
-        const char* label;
         Values signal, kernel;
         int baselineEnd;
         Values expected;
     } cases[] = {
-        {"positive", {1, 2, 7, 2, 1, 1, 1, 1}, identity, 1, {0, 0, 0.125, 0.75, 0.125, 0, 0, 0}},
-        {"negative", {-1, -2, -7, -2, -1, -1, -1, -1}, identity, 1, {0, 0, 0.125, 0.75, 0.125, 0, 0, 0}},
-        {"equal magnitudes: the minimum", {0, 3, 0, 1, -3, 0, 0, 0}, identity, -1, {3, 0, 1, -3, 0, 0, 0, 0}},
-        {"smoothed", {0, 0, 0, 0, 4, 0, 0, 0}, {0.5, 0.5, 0, 0, 0, 0, 0, 0}, 0, {0, 0, 0, 0.5, 0.5, 0, 0, 0}},
-        {"short kernel",
-         {1, 2, 7, 2, 1, 1, 1, 1},
-         {1, 0},
-         -2,
-         {0.4375, 0.125, 0.0625, 0.0625, 0.0625, 0.0625, 0.0625, 0.125}},
+        {{1, 2, 7, 2, 1, 1, 1, 1}, identity, 1, {0, 0, 0.125, 0.75, 0.125, 0, 0, 0}},
+        {{-1, -2, -7, -2, -1, -1, -1, -1}, identity, 1, {0, 0, 0.125, 0.75, 0.125, 0, 0, 0}},
+        {{0, 3, 0, 1, -3, 0, 0, 0}, identity, -1, {3, 0, 1, -3, 0, 0, 0, 0}},  // equal magnitudes: the minimum
+        {{0, 0, 0, 0, 4, 0, 0, 0}, {0.5, 0.5, 0, 0, 0, 0, 0, 0}, 0, {0, 0, 0, 0.5, 0.5, 0, 0, 0}},
+        {{2, 4, 14, 4, 2, 2, 2, 2}, {0.5, 0}, -2, {0.4375, 0.125, 0.0625, 0.0625, 0.0625, 0.0625, 0.0625, 0.125}},
     };
-    for (auto row : cases) {
-        SCOPED_TRACE(row.label);
+    const auto processed = [&](Values signal, Values kernel) {
+        const auto taps = static_cast<int>(kernel.size());
+        return Take(filter.ProcessImpulseResponse(signal.data(), 8, kernel.data(), taps), 8);
+    };
+    for (const auto& row : cases) {
         filter.baselineEndIndex = row.baselineEnd;
-        const auto taps = static_cast<int>(row.kernel.size());
-        EXPECT_EQ(Take(filter.ProcessImpulseResponse(row.signal.data(), 8, row.kernel.data(), taps), 8), row.expected);
+        EXPECT_EQ(processed(row.signal, row.kernel), row.expected);
     }
-    Values zeros = Constant(0.0, 8);
-    filter.baselineEndIndex = 1;
-    for (const double value : Take(filter.ProcessImpulseResponse(zeros.data(), 8, zeros.data(), 4), 8))
-        EXPECT_TRUE(std::isnan(value));
+    EXPECT_TRUE(std::isnan(processed(Constant(0.0, 8), identity)[7]));
 }
 
 TEST(SircRetargeting, IsTheRatioOfTwoBesselThomsonResponses)
 {
     DeviceConfiguration config;
     SircFilter filter(&config);
-    std::vector<double> frequencies{0.0, 1e9, 20e9, 39.8e9, 100e9};
-    const auto given = frequencies;
-    const auto ratio = Take(filter.BesselThomson4th_corrected(frequencies.data(), 5, 39.8e9, 20e9), 5);
-    const auto same = Take(filter.BesselThomson4th_corrected(frequencies.data(), 5, 20e9, 20e9), 5);
+    const std::vector<double> given{0.0, 1e9, 20e9, 100e9};
+    auto frequencies = given;
+    const auto ratio = Take(filter.BesselThomson4th_corrected(frequencies.data(), 4, 39.8e9, 20e9), 4);
+    const auto same = Take(filter.BesselThomson4th_corrected(frequencies.data(), 4, 20e9, 20e9), 4);
     EXPECT_EQ(frequencies, given);
+    EXPECT_EQ(same, std::vector<Complex>(4, 1.0));
     for (std::size_t k = 0; k < given.size(); ++k) {
         const double w = kTwoPi * 0.33644 * given[k];
         const Complex expected = BesselThomsonAt(4, w / 20e9) / BesselThomsonAt(4, w / 39.8e9);
         EXPECT_LT(std::abs(ratio[k] - expected), 1e-13 * std::abs(expected));
-        EXPECT_EQ(same[k], Complex(1.0));
     }
     Take(filter.BesselThomson4th_corrected(nullptr, -1, 1.0, 1.0), 0);
 }
