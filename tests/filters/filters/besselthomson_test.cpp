@@ -187,6 +187,12 @@ TEST(BesselThomsonApply, FiltersEachSegmentAsOnePeriod)
     EXPECT_TRUE(result[198] == 0.0 && result[199] == 0.0);
 }
 
+TEST(BesselThomsonApply, PassesTheSamplesOfTheShortestPattern)
+{
+    const auto samples = RandomValues(6, 9);
+    EXPECT_EQ(Receiver(Configuration(1, 2)).Apply(samples), samples);
+}
+
 TEST(BesselThomsonApply, RefusesARecordShorterThanAPatternBeforeItPrepares)
 {
     Receiver receiver(Configuration(8, 8));

@@ -210,7 +210,7 @@ TEST(SircKernel, TurnsAMeasuredChannelIntoItsTarget)
         {"16 samples per UI", kChannel, measured, reference},
         {"8 samples per UI", kChannel, measured, reference, 0.072, 8.0},
         {"10.4 samples per UI", kChannel, measured, reference, 0.072, 10.4},
-        {"pattern of 127 UI", kChannel, measured, reference, 0.072, 16.0, 127},
+        {"pattern of 127 UI, shorter than the kernel", kChannel, measured, reference, 0.072, 16.0, 127},
         {"50 % cutoff", kChannel, measured, reference, 0.072, 16.0, 511, 50.0},
         {"no reference table", kChannel, measured, {}},
         {"8 ns with interval", kChannel, Measured(kChannel, 10000, fine), fineReference},
@@ -240,16 +240,6 @@ TEST(SircKernel, TurnsAMeasuredChannelIntoItsTarget)
         EXPECT_LT(quality.overshoot, 0.01);
         EXPECT_NEAR(quality.noiseGain, 1.0, 0.01);
     }
-}
-
-TEST(SircKernel, WrapsRoundAShortPattern)
-{
-    const auto table = Measured(kChannel);
-    const auto longTaps = Corrector(table, {}, 16.0, 512).Taps();
-    std::vector<double> folded(128);
-    for (std::size_t k = 0; k < longTaps.size(); ++k)
-        folded[k % folded.size()] += longTaps[k];
-    EXPECT_TRUE(AreNear(Corrector(table, {}, 16.0, 8).Taps(), folded, 1e-14));
 }
 
 // Nothing but an interval: the correction is what brings a receiver of the channel's bandwidth to the cutoff.
@@ -402,7 +392,6 @@ TEST(SircApply, CutsTheRecordIntoSegments)
     const auto record = RandomValues(25, 9);
     const auto output = corrector.Apply(record);
     const auto taps = corrector.Taps();
-    EXPECT_EQ(taps.size(), 10U);
     for (const std::size_t begin : {0U, 12U})
         EXPECT_TRUE(AreNear(std::span(output).subspan(begin, 12),
                             DirectConvolution(std::span(record).subspan(begin, 12), taps), 1e-14));
@@ -439,7 +428,6 @@ TEST(SircImpulseResponse, IsAlignedFreedOfItsBaselineAndOfUnitArea)
 {
     DeviceConfiguration config;
     SircFilter filter(&config);
-    EXPECT_EQ(filter.baselineEndIndex, 1300);
     using Values = std::vector<double>;
     const Values identity{1, 0, 0, 0, 0, 0, 0, 0};
     const struct {
