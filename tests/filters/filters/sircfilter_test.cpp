@@ -65,7 +65,7 @@ std::vector<double> Measured(const Response& response, std::size_t count = kTabl
     std::vector<Complex> bins(8 * count);
     for (std::size_t k = 0; k < bins.size() / 2; ++k) {
         const double f = static_cast<double>(k) / (step * static_cast<double>(bins.size()));
-        bins[k] = response(f) * std::polar(1.0, -kTwoPi * f * step * static_cast<double>(count / 2));
+        bins[k] = response(f) * std::polar(1.0, -kTwoPi * f * step * 0.5 * static_cast<double>(count));
         bins[(bins.size() - k) % bins.size()] = std::conj(bins[k]);
     }
     Transform(bins, true);
