@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <numbers>
 #include <utility>
 
@@ -11,6 +12,15 @@
 #include "support/signals.h"
 
 namespace Tarnwick::Testing {
+
+std::vector<int> PrbsLevels(std::size_t order, std::size_t tap)
+{
+    const std::size_t length = (std::size_t{1} << order) - 1;
+    std::vector<int> bits(order, 1);
+    while (bits.size() < length)
+        bits.push_back(bits[bits.size() - order] ^ bits[bits.size() - tap]);
+    return bits;
+}
 
 std::vector<int> Prbs13qLevels()
 {
@@ -58,6 +68,26 @@ std::vector<double> ThroughFrontEnd(const std::vector<double>& samples, double s
     return ThroughResponse(samples, sampleRate, [bandwidth](double frequency) {
         return BesselThomsonAt(4, kHalfPower * frequency / bandwidth);
     });
+}
+
+double Opening(const std::vector<double>& samples, const std::string& symbols, double samplesPerUi)
+{
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    double best = -kInfinity;
+    for (std::size_t shift = 0; shift < samples.size(); ++shift) {
+        double low = -kInfinity;
+        double high = kInfinity;
+        for (std::size_t k = 0; k < symbols.size(); ++k) {
+            const auto place = static_cast<std::size_t>(static_cast<double>(k) * samplesPerUi);
+            const double sample = samples[(shift + place) % samples.size()];
+            if (symbols[k] == '0')
+                low = std::max(low, sample);
+            else
+                high = std::min(high, sample);
+        }
+        best = std::max(best, high - low);
+    }
+    return best;
 }
 
 std::vector<double> WithNoise(std::vector<double> samples, double rms, std::uint64_t seed)

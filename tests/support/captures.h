@@ -1,4 +1,4 @@
-// Captures of PAM4 patterns for tests.
+// Captures of patterns for tests.
 #pragma once
 
 #include <complex>
@@ -9,6 +9,9 @@
 #include <vector>
 
 namespace Tarnwick::Testing {
+
+/// One period of x^order + x^tap + 1, 2^order - 1 bits.
+std::vector<int> PrbsLevels(std::size_t order, std::size_t tap);
 
 /// One period of PRBS13Q, 8191 levels 0 to 3: pairs of bits of x^13 + x^12 + x^2 + x + 1 taken twice, first bit high,
 /// Gray coded.
@@ -23,6 +26,9 @@ std::vector<double> ThroughResponse(const std::vector<double>& samples, double s
 
 /// A fourth-order Bessel-Thomson front end, 3.01 dB down at `bandwidth`.
 std::vector<double> ThroughFrontEnd(const std::vector<double>& samples, double sampleRate, double bandwidth);
+
+/// The lowest eye at its best phase: the smallest sample of symbols above '0' minus the largest of '0'. Negative: closed.
+double Opening(const std::vector<double>& samples, const std::string& symbols, double samplesPerUi);
 
 /// Normal noise, the same for the same seed on every platform.
 std::vector<double> WithNoise(std::vector<double> samples, double rms, std::uint64_t seed);

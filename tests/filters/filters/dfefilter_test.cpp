@@ -21,14 +21,6 @@ using namespace Tarnwick::Testing;
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-std::vector<int> Prbs7Levels()
-{
-    std::vector<int> bits(7, 1);
-    while (bits.size() < 127)
-        bits.push_back(bits[bits.size() - 7] ^ bits[bits.size() - 6]);
-    return bits;
-}
-
 std::vector<int> RandomLevels(std::size_t count, int levelCount)
 {
     std::vector<int> levels;
@@ -134,7 +126,7 @@ double EyeHeight(const std::vector<double>& samples, const Line& line, int delay
 // deviations); the eye loses six standard deviations of noise at most, of a spacing of 2 (NRZ) or 2/3 (PAM4).
 TEST(DfePrepare, OpensTheEyesOfKnownLines)
 {
-    const auto prbs7 = Prbs7Levels();
+    const auto prbs7 = PrbsLevels(7, 6);
     const auto prbs13q = Prbs13qLevels();
     const auto ternary = RandomLevels(500, 3);
     const std::vector<double> three{0.25, 0.12, -0.05};
@@ -217,7 +209,7 @@ TEST(DfePrepare, ResizesManualTapsAndLeavesTheDelay)
         int count;
         std::vector<double> expected;
     } cases[] = {{{0.1}, 3, {0.1, 0.0, 0.0}}, {{0.1, 0.2, 0.3}, 2, {0.1, 0.2}}, {{0.1}, 0, {}}};
-    const Line line{SIGNAL_CODING_NRZ, Prbs7Levels(), {}, 8};
+    const Line line{SIGNAL_CODING_NRZ, PrbsLevels(7, 6), {}, 8};
     Record record(line.Capture());
     for (const auto& [taps, count, expected] : cases) {
         Equaliser equaliser(line.Configured(), taps, 12.5);
@@ -243,7 +235,7 @@ TEST(DfeApply, PassesTheRecordWithoutTaps)
 // Each repetition as if it were alone, with the taps of the first; what follows the last one continues it.
 TEST(DfeApply, KeepsRepetitionsApart)
 {
-    Line line{SIGNAL_CODING_NRZ, Prbs7Levels(), {0.4, 0.1}};
+    Line line{SIGNAL_CODING_NRZ, PrbsLevels(7, 6), {0.4, 0.1}};
     line.noise = 0.02;
     const auto one = line.Capture();
     const std::size_t period = one.size();
@@ -265,7 +257,7 @@ TEST(DfeApply, KeepsRepetitionsApart)
 // The delay counts modulo a UI and without its fraction.
 TEST(DfeApply, TakesTheDelayModuloAUi)
 {
-    Line line{SIGNAL_CODING_NRZ, Prbs7Levels(), {0.4}, 8};
+    Line line{SIGNAL_CODING_NRZ, PrbsLevels(7, 6), {0.4}, 8};
     const auto capture = line.Capture();
     const double sample = 1000.0 / (8 * line.baudRateGBd);  // [ps]
     const auto expected = Equaliser(line.Configured(), {0.4}, 3.5 * sample).Apply(capture);
@@ -309,7 +301,7 @@ TEST(DfeApply, TakesFractionalSamples)
 
 TEST(DfeErrors, NameTheValueAndChangeNothing)
 {
-    const Line line{SIGNAL_CODING_NRZ, Prbs7Levels(), {0.4}, 8};
+    const Line line{SIGNAL_CODING_NRZ, PrbsLevels(7, 6), {0.4}, 8};
     const auto capture = line.Capture();
     const struct {
         std::function<void(DFEFilterParameters&, DeviceConfiguration&)> spoil;

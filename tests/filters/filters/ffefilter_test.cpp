@@ -23,7 +23,6 @@ using namespace Tarnwick::Testing;
 using Set = std::function<void(FFEFilterParameters&)>;
 
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 // A configuration, its parameters and the filter, which hold on to each other.
 struct Equaliser {
@@ -120,26 +119,6 @@ DeviceConfiguration Nrz(const std::string& symbols, int samplesPerUi)
 }
 
 const std::string kBits = "0000001000011000101001111010001110010010110111011001101010111111";
-
-// The lowest eye at its best phase: smallest sample above level 0 minus the largest at it. Negative: closed.
-double Opening(const std::vector<double>& samples, const std::string& levels, double samplesPerUi)
-{
-    double best = -kInfinity;
-    for (std::size_t shift = 0; shift < samples.size(); ++shift) {
-        double low = -kInfinity;
-        double high = kInfinity;
-        for (std::size_t k = 0; k < levels.size(); ++k) {
-            const auto place = static_cast<std::size_t>(static_cast<double>(k) * samplesPerUi);
-            const double sample = samples[(shift + place) % samples.size()];
-            if (levels[k] == '0')
-                low = std::max(low, sample);
-            else
-                high = std::min(high, sample);
-        }
-        best = std::max(best, high - low);
-    }
-    return best;
-}
 
 TEST(FFEFilter, RefreshesFromTheConfigurationAndMakesALowPassOfItsOwn)
 {
