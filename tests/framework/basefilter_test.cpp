@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
@@ -27,7 +26,6 @@ public:
     void Set(double tap) { SetKernel(std::vector<double>{tap, tap, tap}); }
     using BaseFilter::Convolver;
     using BaseFilter::KernelTaps;
-    using BaseFilter::ReleaseKernel;
 };
 
 double* HostArray(double value)
@@ -35,14 +33,6 @@ double* HostArray(double value)
     auto* array = static_cast<double*>(::operator new(3 * sizeof(double)));
     std::fill(array, array + 3, value);
     return array;
-}
-
-TEST(BaseFilterDefaults, AreZeroAndNull)
-{
-    const Probe filter;
-    EXPECT_EQ(filter.parameters, nullptr);
-    EXPECT_EQ(filter.kernel, nullptr);
-    EXPECT_FALSE(filter.notPrepared || filter.flag2 || filter.flag3 || filter.flag4);
 }
 
 TEST(BaseFilterCopies, CarryParametersAndFlags)
@@ -61,53 +51,6 @@ TEST(BaseFilterCopies, CarryParametersAndFlags)
     }
 }
 
-TEST(BaseFilterKernel, IsSharedByCopiesAndLivesAsLongAsTheLast)
-{
-    auto first = std::make_unique<Probe>(1.0);
-    auto copy = std::make_unique<Probe>(*first);
-    auto assigned = std::make_unique<Probe>(5.0);
-    *assigned = *copy;
-    double* const shared = first->kernel;
-    EXPECT_EQ(copy->kernel, shared);
-    EXPECT_EQ(assigned->kernel, shared);
-    shared[1] = 7.0;  // seen by all of them: one buffer
-
-    first.reset();
-    EXPECT_EQ(copy->kernel[1], 7.0);
-    copy.reset();
-    EXPECT_EQ(assigned->kernel[1], 7.0);
-}
-
-TEST(BaseFilterKernel, OfACopyStaysWhenTheSourcePreparesAgain)
-{
-    Probe source(1.0);
-    Probe copy(source);
-    source.Set(2.0);
-    EXPECT_NE(copy.kernel, source.kernel);
-    EXPECT_EQ(copy.kernel[0], 1.0);
-    EXPECT_EQ(source.kernel[0], 2.0);
-    copy.Set(3.0);
-    EXPECT_EQ(source.kernel[0], 2.0);
-    source.ReleaseKernel();
-    EXPECT_EQ(source.kernel, nullptr);
-    EXPECT_EQ(copy.kernel[2], 3.0);
-}
-
-TEST(BaseFilterKernel, SurvivesSelfAssignment)
-{
-    Probe filter(1.0);
-    Probe hosted;
-    hosted.kernel = HostArray(2.0);
-    for (Probe* each : {&filter, &hosted}) {
-        double* const before = each->kernel;
-        const Probe& same = *each;
-        *each = same;
-        EXPECT_EQ(each->kernel, before);
-    }
-    EXPECT_EQ(filter.kernel[0], 1.0);
-    EXPECT_EQ(hosted.kernel[0], 2.0);
-}
-
 // An array that a host assigns belongs to the filter from then on, whatever happens next.
 TEST(BaseFilterKernel, OfTheHostIsOwnedAndShared)
 {
@@ -118,42 +61,28 @@ TEST(BaseFilterKernel, OfTheHostIsOwnedAndShared)
     Probe source;
     source.kernel = HostArray(3.0);
     const Probe copy(source);
-    Probe assigned(4.0);
-    assigned = source;
-    EXPECT_EQ(copy.kernel, source.kernel);
-    source.Set(5.0);
-    EXPECT_EQ(copy.kernel[0], 3.0);
-
     source.kernel = HostArray(9.0);
-    assigned = source;
-    source.Set(5.0);
-    EXPECT_EQ(assigned.kernel[0], 9.0);
-
+    Probe assigned;
     assigned.kernel = HostArray(6.0);
-    assigned = copy;  // releases the array that was put into the target
-    EXPECT_EQ(assigned.kernel, copy.kernel);
-    assigned.kernel = HostArray(7.0);
-    assigned.kernel[0] = 8.0;
+    assigned = source;  // releases the array that was put into the target
+    const Probe& same = assigned;
+    assigned = same;
+    source.Set(5.0);
     EXPECT_EQ(copy.kernel[0], 3.0);
-    EXPECT_EQ(assigned.KernelTaps("Probe", 1)[0], 8.0);
+    EXPECT_EQ(assigned.kernel[0], 9.0);
 }
 
-TEST(BaseFilterKernel, SetToNullByTheHostIsGone)
+TEST(BaseFilterKernel, IsRefusedWhenShorterThanAskedForOrSetToNull)
 {
     Probe filter(1.0);
     const Probe copy(filter);
+    EXPECT_EQ(filter.KernelTaps("Probe", 3).size(), 3U);
+    ExpectRefused([&] { filter.KernelTaps("Probe", 4); },
+                  "Probe: number of kernel taps is 3; expected at least 4; call Prepare");
     filter.kernel = nullptr;
     ExpectRefused([&] { filter.KernelTaps("Probe", 1); },
                   "Probe: kernel is null; expected a kernel made by Prepare or assigned by the host");
     EXPECT_EQ(copy.kernel[0], 1.0);
-}
-
-TEST(BaseFilterKernel, ShorterThanAskedForIsRefused)
-{
-    Probe filter(1.0);
-    EXPECT_EQ(filter.KernelTaps("Probe", 3).size(), 3U);
-    ExpectRefused([&] { filter.KernelTaps("Probe", 4); },
-                  "Probe: number of kernel taps is 3; expected at least 4; call Prepare");
 }
 
 // What is kept for speed follows the taps, also where a host writes into them or a copy shares them.
@@ -172,12 +101,8 @@ TEST(BaseFilterConvolver, FollowsTheContentOfTheKernel)
     EXPECT_EQ(convolved(filter), samples);
     Probe copy(filter);
     filter.kernel[0] = 2.0;
-    const std::vector<double> twice{2.0, 4.0, 8.0};
-    EXPECT_EQ(convolved(copy), twice);
-    EXPECT_EQ(convolved(filter), twice);
-    filter.kernel[0] = 0.0;
-    filter.kernel[1] = 1.0;
-    EXPECT_EQ(convolved(filter), (std::vector<double>{4.0, 1.0, 2.0}));
+    for (Probe* each : {&filter, &copy})
+        EXPECT_EQ(convolved(*each), (std::vector<double>{2.0, 4.0, 8.0}));
 }
 
 }  // namespace

