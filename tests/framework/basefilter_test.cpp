@@ -57,6 +57,8 @@ TEST(BaseFilterKernel, OfTheHostIsOwnedAndShared)
     Probe destroyed(1.0);
     destroyed.kernel = HostArray(2.0);  // the old one has no holder left
     EXPECT_EQ(destroyed.KernelTaps("Probe", 3)[2], 2.0);
+    Probe neverAsked;
+    neverAsked.kernel = HostArray(1.0);
 
     Probe source;
     source.kernel = HostArray(3.0);

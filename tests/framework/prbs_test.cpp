@@ -6,7 +6,6 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <string>
 #include <vector>

@@ -113,7 +113,8 @@ std::vector<MethodCase> MethodCases()
             {"longest padded", 65528, Dense(65527), Method::Padded},
             {"smooth at the threshold", 65536, Dense(65535), Method::Exact},
             {"just above the threshold", 65544, Dense(65543), Method::Split},
-            {"above it, no power of two divides it", 65537, Dense(65536), Method::Padded}};
+            {"above it, no power of two divides it", 65537, Dense(65536), Method::Padded},
+            {"more than four rows", 262112, Dense(262111), Method::Split}};
 }
 
 TEST(CircularConvolver, AgreesWithTheDirectSumInTheMethodOfItsKernelAndPeriod)
