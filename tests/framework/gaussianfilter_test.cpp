@@ -40,6 +40,14 @@ double LossDb(const std::vector<double>& taps, double sampleRate, double frequen
     return -20.0 * std::log10(gain);
 }
 
+// Where a rising stretch crosses a height, in samples, on the line between its neighbours.
+double Crossing(const std::vector<double>& values, std::size_t from, double height)
+{
+    while (values[from + 1] < height)
+        ++from;
+    return static_cast<double>(from) + (height - values[from]) / (values[from + 1] - values[from]);
+}
+
 // Figures worked out once in another language; printed to seven digits.
 TEST(GaussianFilterTaps, AreThoseOfTheBellSampledInFrequency)
 {
@@ -50,6 +58,12 @@ TEST(GaussianFilterTaps, AreThoseOfTheBellSampledInFrequency)
         EXPECT_NEAR(taps[lag], taps[taps.size() - lag], 4 * DBL_EPSILON);
     EXPECT_NEAR(LossDb(taps, 16 * kRate, 80.0), 3.0103, 5e-5);
     EXPECT_NEAR(LossDb(taps, 16 * kRate, 50.0), 1.1759, 5e-5);
+    const auto narrow = Taps(12.7, 100.0, 64, 8128);
+    EXPECT_TRUE(AreNear(std::span(narrow).first(2), std::vector{0.3701541, 0.2409573}, 6e-8));
+    // Half height to half height, in ps at 53.125 GBd and 32 samples per UI; lines between samples round it by 0.02.
+    const auto fine = Taps(53.125, 80.0, 32, 4064);
+    const std::vector<double> rising(fine.rbegin() + 4056, fine.rend());
+    EXPECT_NEAR(2.0 * (7.0 - Crossing(rising, 0, fine[0] / 2.0)) * 1000.0 / (32 * 53.125), 3.918, 0.001);
 }
 
 TEST(GaussianFilterTaps, MeetTheDroopAsked)
@@ -61,6 +75,20 @@ TEST(GaussianFilterTaps, MeetTheDroopAsked)
             Take(GaussianFilter::GetGaussianFilter_A(length, kRate, 80.0, 64, 640, true, droopDb, 20 * kBin), 640);
         EXPECT_NEAR(LossDb(taps, 64 * kRate, 20 * kBin), droopDb, 1e-12);  // the response itself, on its own grid
     }
+}
+
+TEST(GaussianFilterApply, RoundsAStepAndMovesNothing)
+{
+    constexpr int kSamplesPerUi = 64;
+    constexpr int kCount = 641;
+    std::vector<double> step(kCount, 0.0);
+    std::fill(step.begin() + kCount / 2, step.end(), 1.0);
+    const auto rounded =
+        Take(GaussianFilter::ApplyGaussianFilter(step.data(), kCount, kRate, 40.0, kSamplesPerUi), step.size());
+    EXPECT_NEAR(Crossing(rounded, 300, 0.5), 319.5, 1e-9);
+    const double rise = Crossing(rounded, 300, 0.8) - Crossing(rounded, 300, 0.2);
+    EXPECT_NEAR(rise * 1000.0 / (kSamplesPerUi * kRate), 5.576, 0.01);  // lines between samples of 0.6 ps
+    EXPECT_NEAR(std::accumulate(rounded.begin(), rounded.end(), 0.0) / kCount, 321.0 / kCount, 1e-15);
 }
 
 TEST(GaussianFilterApply, IsTheCircularConvolutionWithTheTaps)

@@ -37,6 +37,15 @@ std::vector<double> Capture(double bandwidth, double samplesPerUi = kSamplesPerU
     return ThroughFrontEnd(Ideal(Prbs13qLevels(), samplesPerUi), kRate * samplesPerUi, bandwidth);
 }
 
+std::vector<double> WithEchoes(const std::vector<double>& samples, const std::vector<double>& taps)
+{
+    std::vector<double> sum(samples.size(), 0.0);
+    for (std::size_t k = 0; k < taps.size(); ++k)
+        for (std::size_t m = 0; m < samples.size(); ++m)
+            sum[m] += taps[k] * samples[(m + samples.size() - k * kSamplesPerUi) % samples.size()];
+    return sum;
+}
+
 std::string Detected(const std::vector<double>& capture, int symbols = kSymbols, bool withoutGray = false,
                      bool refine = true)
 {
@@ -73,7 +82,11 @@ TEST(PrbsDetection, FindsTheSymbolsOfPrbs13q)
         {"20 GHz, noise of 2 %", WithNoise(Capture(20.0), 0.02, 1), true},
         {"the same without refining", WithNoise(Capture(20.0), 0.02, 1), false},
         {"uneven levels", uneven, true},
-        {"6.5 GHz, the eye is closed", Capture(6.5), true},
+        {"13.28 GHz", Capture(13.28), true},
+        {"9 GHz, the eye closes", Capture(9.0), true},
+        {"7.5 GHz", Capture(7.5), true},
+        {"6.5 GHz", Capture(6.5), true},
+        {"echoes", WithEchoes(Capture(20.0), {-0.12, 1.0, 0.35, 0.1}), true},
         {"3.3 samples per UI", Capture(20.0, 3.3), true},
         {"1 sample per UI", Ideal(Prbs13qLevels(), 1.0), true},
     };

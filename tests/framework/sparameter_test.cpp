@@ -131,6 +131,7 @@ TEST(SParameterConversion, RemovesAndAddsAMeasuredLine)
         double remove, add;        // [%]
         double bandwidth;          // [Hz]
     } cases[] = {{"dense", Line(3, 300e-12), 10e6, 67e9, 10e6, 0.0075, 0.0095, 45e9},
+                 {"coarse", Line(3, 300e-12), 100e6, 67e9, 100e6, 0.065, 0.075, 45e9},
                  {"from 1 GHz", Line(3, 300e-12), 1e9, 67e9, 10e6, 0.65, 0.75, 45e9},
                  {"long", Line(8, 2e-9), 10e6, 67e9, 10e6, 0.025, 0.035, 45e9},
                  {"to 40 GHz", Line(3, 300e-12), 10e6, 40e9, 10e6, 0.0075, 0.0095, 40e9 / 1.2}};
