@@ -6,7 +6,6 @@
 #include <cmath>
 #include <functional>
 #include <limits>
-#include <optional>
 
 #include "support/captures.h"
 #include "support/expectations.h"
@@ -70,10 +69,9 @@ struct Line {
 
 struct Equaliser {
     Equaliser(DeviceConfiguration configuration, int numberOfTaps)
-        : config(std::move(configuration)), parameters(&config)
+        : config(std::move(configuration)), parameters(&config), filter(&parameters)
     {
         parameters.numberOfTaps = numberOfTaps;
-        filter.emplace(&parameters);
     }
     Equaliser(DeviceConfiguration configuration, std::vector<double> taps, double delayPs)
         : Equaliser(std::move(configuration), static_cast<int>(taps.size()))
@@ -85,7 +83,7 @@ struct Equaliser {
     std::vector<double> Apply(std::vector<double> samples)
     {
         Record record(std::move(samples));
-        return Take(filter->Apply(&record), record.Values().size());
+        return Take(filter.Apply(&record), record.Values().size());
     }
     int DelayInSamples() const
     {
@@ -94,7 +92,7 @@ struct Equaliser {
 
     DeviceConfiguration config;
     DFEFilterParameters parameters;
-    std::optional<DFEFilter> filter;
+    DFEFilter filter;
 };
 
 // The worst eye at the decisions over that of the line without interference, with the samples against the symbols that
@@ -214,13 +212,13 @@ TEST(DfePrepare, ResizesManualTapsAndLeavesTheDelay)
     for (const auto& [taps, count, expected] : cases) {
         Equaliser equaliser(line.Configured(), taps, 12.5);
         equaliser.parameters.numberOfTaps = count;
-        equaliser.filter->Prepare(&record);
+        equaliser.filter.Prepare(&record);
         EXPECT_EQ(equaliser.parameters.taps, expected);
         EXPECT_EQ(equaliser.parameters.samplingDelayPs, 12.5);
-        EXPECT_FALSE(equaliser.parameters.IsDirty() || equaliser.filter->notPrepared);
+        EXPECT_FALSE(equaliser.parameters.IsDirty() || equaliser.filter.notPrepared);
         equaliser.config.samplesPerUi = 4;
         equaliser.config.withoutGrayCoding = true;
-        equaliser.filter->Prepare(&record);
+        equaliser.filter.Prepare(&record);
         EXPECT_EQ(equaliser.parameters.samplesPerUi, 8);
         EXPECT_FALSE(equaliser.parameters.withoutGrayCoding);
     }
@@ -329,7 +327,7 @@ TEST(DfeErrors, NameTheValueAndChangeNothing)
         spoil(equaliser.parameters, equaliser.config);
         const auto taps = equaliser.parameters.taps;
         ExpectRefused([&] { equaliser.Apply(capture); }, "DFEFilter: " + text);
-        EXPECT_TRUE(equaliser.parameters.IsDirty() && equaliser.filter->notPrepared);
+        EXPECT_TRUE(equaliser.parameters.IsDirty() && equaliser.filter.notPrepared);
         EXPECT_TRUE(HaveSameBits(equaliser.parameters.taps, taps));
     }
     // A record upside down fits the symbols somewhere by chance.
@@ -346,7 +344,7 @@ TEST(DfeErrors, NameWhatIsMissing)
     Equaliser equaliser(Configuration(8, 127), 1);
     equaliser.config.signalCoding = SIGNAL_CODING_NRZ;
     DFEFilterParameters& parameters = equaliser.parameters;
-    DFEFilter& filter = *equaliser.filter;
+    DFEFilter& filter = equaliser.filter;
     ExpectRefused([&] { filter.Apply(nullptr); }, "Cannot Prepare DFE Filter Without a signal");
     parameters.ResetDirty();
     ExpectRefused([&] { filter.Apply(nullptr); }, "DFEFilter: signal is null; expected a captured waveform");
