@@ -42,7 +42,7 @@ ThroughPath FindThroughPath(const std::array<std::map<double, std::complex<doubl
 std::optional<ThroughPath> FindThroughPath(std::string_view text, const std::string& name);
 
 struct OptionLine {
-    std::size_t line = 0;  ///< 0: there is none, and the settings are the specification's defaults
+    std::size_t line = 0;  ///< 0: there is none, and the settings are the defaults of the format
     DSO::Filters::Maths::PlainTouchstoneReader::Options settings;
     std::string reference;
 };

@@ -23,7 +23,7 @@ struct TouchstoneDifference {
 
 struct TouchstoneReport {
     /// A plain reading by the Touchstone specification, rev. 1.1: the transmission by frequency [Hz] up to where that fails.
-    /// A table (.s21) has no specification; its plain reading passes over lines without numbers.
+    /// A table (.s21) follows no standard; its plain reading passes over lines without numbers.
     std::map<double, std::complex<double>> plain;
     std::string plainFailure;  ///< why the plain reading ended; empty: it did not
     /// What DeEmbeddingFilter::loadSparamFile returns.
