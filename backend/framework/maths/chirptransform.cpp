@@ -6,20 +6,13 @@
 #include <numbers>
 #include <utility>
 
+#include "framework/maths/factors.h"
 #include "framework/maths/hotloops.h"
 #include "framework/maths/plancache.h"
 
 namespace Tarnwick::DSO::SystemFramework::Maths {
 
 namespace {
-
-bool HasOnlyThreesAndFives(std::size_t value)
-{
-    for (const std::size_t prime : {3, 5})
-        while (value % prime == 0)
-            value /= prime;
-    return value == 1;
-}
 
 // The least length from `least` on that both FFT libraries are quick at: at high powers of two FFTW takes two to three
 // times as long for each value as at these.
@@ -31,7 +24,7 @@ std::size_t GoodLength(std::size_t least)
     std::size_t best = std::bit_ceil(least);
     for (const std::size_t power : {128, 256, 512, 1024}) {
         std::size_t odd = (least + power - 1) / power | 1;
-        while (odd * power < best && !HasOnlyThreesAndFives(odd))
+        while (odd * power < best && !HasOnlyFactors(odd, {3, 5}))
             odd += 2;
         best = std::min(best, odd * power);
     }

@@ -9,6 +9,7 @@
 
 #include "framework/maths/columntransform.h"
 #include "framework/maths/convolutionengine.h"
+#include "framework/maths/factors.h"
 #include "framework/maths/hotloops.h"
 #include "framework/maths/splitconvolver.h"
 
@@ -240,14 +241,6 @@ private:
     AlignedBuffer<Complex> spectrum_;
 };
 
-bool IsSevenSmooth(std::size_t length)
-{
-    for (const std::size_t prime : {2, 3, 5, 7})
-        while (length % prime == 0)
-            length /= prime;
-    return length == 1;
-}
-
 struct Choice {
     ConvolutionMethod method;
     std::size_t length = 0;  // of the transform, or the number of rows
@@ -266,7 +259,7 @@ Choice Choose(std::span<const double> taps, std::size_t period)
     const std::size_t block = std::bit_ceil(std::max(kShortestBlock, 4 * taps.size()));
     if (taps.size() <= period / kBlockShare && block < period)
         return {ConvolutionMethod::Blocks, block};
-    if (period % 2 == 0 && IsSevenSmooth(period))
+    if (period % 2 == 0 && HasOnlyFactors(period, {2, 3, 5, 7}))
         return {ConvolutionMethod::Exact, period};
     if (period > kPaddedPeriod) {
         if (const auto rows = SplitConvolver::RowsFor(period))

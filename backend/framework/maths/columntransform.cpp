@@ -5,6 +5,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "framework/maths/factors.h"
+
 namespace Tarnwick::DSO::SystemFramework::Maths {
 
 namespace {
@@ -13,21 +15,13 @@ constexpr std::size_t kMostRows = 32;
 constexpr std::size_t kBestRow = 2048;  // 32 KiB of complex values: the longest row at which FFTW runs at full speed
 constexpr std::size_t kRowStep = 8;     // the loops take eight columns at a time
 
-bool IsRowLength(std::size_t length)
-{
-    for (const std::size_t prime : {2, 3, 5, 7})
-        while (length % prime == 0)
-            length /= prime;
-    return length == 1;
-}
-
 std::size_t RowLength(std::size_t atLeast)
 {
     std::size_t length = (atLeast + kRowStep - 1) / kRowStep * kRowStep;
     const std::size_t power = std::bit_ceil(length);
     if (power <= length + length / 8)  // powers of two run faster than their length says
         return power;
-    while (!IsRowLength(length))
+    while (!HasOnlyFactors(length, {2, 3, 5, 7}))
         length += kRowStep;
     return length;
 }

@@ -10,6 +10,7 @@
 #include <kissfft.hh>
 
 #include "framework/maths/chirptransform.h"
+#include "framework/maths/factors.h"
 #include "framework/maths/fft.h"
 #include "framework/maths/plancache.h"
 
@@ -19,10 +20,7 @@ namespace {
 
 bool IsFiveSmooth(std::size_t length)
 {
-    for (const std::size_t prime : {2, 3, 5})
-        while (length % prime == 0)
-            length /= prime;
-    return length == 1;
+    return HasOnlyFactors(length, {2, 3, 5});
 }
 
 // Written out: the operator of std::complex looks for NaN at every product.
