@@ -60,6 +60,12 @@ void Store(Sizes sizes, BesselThomsonParameters& parameters)
     parameters.sampleInterval = sizes.sampleInterval;
 }
 
+// [Hz]
+double CutoffOf(const BesselThomsonParameters& parameters)
+{
+    return parameters.GetConfig()->baudRateGBd * 1e9 * parameters.cutoffPercent / kPercent;
+}
+
 // Everything that a kernel is built from, checked before anything is computed or changed.
 void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
 {
@@ -73,9 +79,8 @@ void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
     RequirePositive(kFilter, "cutoffPercent", parameters.cutoffPercent, "a finite positive percentage");
     RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
     RequireFinite(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
-    const double cutoff = config.baudRateGBd * 1e9 * parameters.cutoffPercent / kPercent;
     constexpr double kFurthest = 1e12;  // its 16th power is far from what a double holds
-    if (!(0.5 / sizes.sampleInterval <= kFurthest * cutoff))
+    if (!(0.5 / sizes.sampleInterval <= kFurthest * CutoffOf(parameters)))
         Refuse(kFilter, "cutoffPercent", parameters.cutoffPercent,
                "a cutoff that half the sample rate exceeds by at most 1e12 times");
 }
@@ -95,7 +100,7 @@ std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
     const DeviceConfiguration& config = *parameters.GetConfig();
     const bool halfAmplitude = IsOpticalChannel(kFilter, config, parameters.channel);
     const double normalisedCutoff = Maths::DefaultCutoff(parameters.order, halfAmplitude);
-    const double cutoff = config.baudRateGBd * 1e9 * parameters.cutoffPercent / kPercent;
+    const double cutoff = CutoffOf(parameters);
     const double sampleRate = 1.0 / parameters.sampleInterval;
     // One bin fewer than the pattern has samples: the grid is spaced by the sample rate over N - 1. Deliberate.
     const auto length = static_cast<std::size_t>(parameters.samplesPerPattern - 1);
