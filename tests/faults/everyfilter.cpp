@@ -25,19 +25,10 @@ constexpr int kRepetitions = 2;
 constexpr std::size_t kTableLength = 512;
 constexpr std::size_t kChannels = 4;
 
-// One period of x^5 + x^3 + 1.
-std::vector<int> Bits()
-{
-    std::vector<int> bits(5, 1);
-    while (bits.size() < kPatternLength)
-        bits.push_back(bits[bits.size() - 5] ^ bits[bits.size() - 3]);
-    return bits;
-}
-
 // The symbols' text; those of PAM4 are pairs of bits of the sequence taken twice, that is level indices.
 std::string Symbols(E_SIGNAL_CODING coding)
 {
-    const std::vector<int> bits = Bits();
+    const std::vector<int> bits = PrbsLevels(5, 3);
     std::string text;
     for (std::size_t k = 0; k < bits.size(); ++k) {
         const int pair = 2 * bits[2 * k % bits.size()] + bits[(2 * k + 1) % bits.size()];

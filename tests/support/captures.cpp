@@ -13,15 +13,6 @@
 
 namespace Tarnwick::Testing {
 
-std::vector<int> PrbsLevels(std::size_t order, std::size_t tap)
-{
-    const std::size_t length = (std::size_t{1} << order) - 1;
-    std::vector<int> bits(order, 1);
-    while (bits.size() < length)
-        bits.push_back(bits[bits.size() - order] ^ bits[bits.size() - tap]);
-    return bits;
-}
-
 std::vector<int> Prbs13qLevels()
 {
     constexpr std::size_t kLength = 8191;

@@ -10,9 +10,6 @@
 
 namespace Tarnwick::Testing {
 
-/// One period of x^order + x^tap + 1, 2^order - 1 bits.
-std::vector<int> PrbsLevels(std::size_t order, std::size_t tap);
-
 /// One period of PRBS13Q, 8191 levels 0 to 3: pairs of bits of x^13 + x^12 + x^2 + x + 1 taken twice, first bit high,
 /// Gray coded.
 std::vector<int> Prbs13qLevels();

@@ -28,6 +28,15 @@ std::vector<double> RandomValues(std::size_t count, std::uint64_t seed)
     return values;
 }
 
+std::vector<int> PrbsLevels(std::size_t order, std::size_t tap)
+{
+    const std::size_t length = (std::size_t{1} << order) - 1;
+    std::vector<int> bits(order, 1);
+    while (bits.size() < length)
+        bits.push_back(bits[bits.size() - order] ^ bits[bits.size() - tap]);
+    return bits;
+}
+
 std::vector<double> Tiled(const std::vector<double>& values, std::size_t repetitions)
 {
     std::vector<double> tiled;

@@ -27,6 +27,9 @@ std::vector<double> Constant(double value, std::size_t count);
 /// Values from -1 to 1, the same for the same seed on every platform.
 std::vector<double> RandomValues(std::size_t count, std::uint64_t seed);
 
+/// One period of x^order + x^tap + 1, 2^order - 1 bits.
+std::vector<int> PrbsLevels(std::size_t order, std::size_t tap);
+
 /// `repetitions` times the values, one after the other.
 std::vector<double> Tiled(const std::vector<double>& values, std::size_t repetitions);
 
