@@ -6,18 +6,18 @@
 #include <Eigen/Dense>
 
 #include "captures.h"
-#include "filters/maths/ffetaps.h"
-#include "framework/maths/fft.h"
+#include "maths/equalisers/ffetaps.h"
+#include "maths/transforms/fft.h"
 
 using namespace Tarnwick;
-namespace Filters = DSO::Filters::Maths;
+namespace Maths = DSO::Maths;
+using DSO::Maths::AlignedBuffer;
+using DSO::Maths::Complex;
+using DSO::Maths::ComplexTransform;
+using DSO::Maths::RealTransform;
 using DSO::SystemFramework::BaseFilter;
 using DSO::SystemFramework::BaseFilterParameters;
 using DSO::SystemFramework::SignalData;
-using DSO::SystemFramework::Maths::AlignedBuffer;
-using DSO::SystemFramework::Maths::Complex;
-using DSO::SystemFramework::Maths::ComplexTransform;
-using DSO::SystemFramework::Maths::RealTransform;
 
 namespace {
 
@@ -82,8 +82,8 @@ struct Naive {
 // A capture and its reference as an equaliser's tap search gets them: noise held for a UI, an echo, more noise.
 struct TapSearch {
     TapSearch(int count, int numberOfTaps, int samplesPerUi)
-        : delays(Filters::TapDelays(numberOfTaps, samplesPerUi, 1)),
-          candidates(Filters::CandidateDelays(numberOfTaps, samplesPerUi, 1, false))
+        : delays(Maths::TapDelays(numberOfTaps, samplesPerUi, 1)),
+          candidates(Maths::CandidateDelays(numberOfTaps, samplesPerUi, 1, false))
     {
         const auto length = static_cast<std::size_t>(count);
         const std::vector<double> levels = Bench::Noise(2 * length);
@@ -118,7 +118,7 @@ TARNWICK_EXPORT TapSearch* bench_taps(int count, int numberOfTaps, int samplesPe
 /// The least-squares step; the candidate chosen.
 TARNWICK_EXPORT int bench_taps_run(const TapSearch* job)
 {
-    const auto solution = Filters::SolveTaps(job->capture, job->reference, job->delays, job->candidates);
+    const auto solution = Maths::SolveTaps(job->capture, job->reference, job->delays, job->candidates);
     return solution ? static_cast<int>(solution->candidate) : -1;
 }
 

@@ -1,4 +1,4 @@
-# Which FFT library stands behind the seam in backend/framework/maths/fft.h.
+# Which FFT library stands behind the seam in backend/maths/transforms/fft.h.
 find_path(TARNWICK_FFTW_INCLUDE fftw3.h)
 find_library(TARNWICK_FFTW_LIBRARY fftw3)
 find_path(TARNWICK_KISSFFT_INCLUDE kissfft.hh PATH_SUFFIXES kissfft)

@@ -9,9 +9,11 @@
 
 #include <fmt/format.h>
 
-#include "failure.h"
+#include "workbench/failure.h"
 
 namespace Tarnwick::App {
+
+using namespace DSO::Workbench;
 
 void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
 {

@@ -6,10 +6,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include "chain.h"
-#include "waveform.h"
+#include "workbench/chain.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
+
+using namespace DSO::Workbench;
 
 struct CaptureOptions {
     std::string name;

@@ -4,8 +4,8 @@
 
 #include <fmt/format.h>
 
-#include "commands.h"
-#include "failure.h"
+#include "commands/commands.h"
+#include "workbench/failure.h"
 
 namespace {
 
@@ -20,6 +20,7 @@ int Report(const std::exception& failure, int status)
 int main(int argc, char** argv)
 {
     using namespace Tarnwick::App;
+    using namespace Tarnwick::DSO::Workbench;
     try {
         CLI::App program("Filters pattern-locked captures of a sampling oscilloscope.", "tarnwick");
         program.set_version_flag("--version", "tarnwick " TARNWICK_VERSION);

@@ -1,8 +1,8 @@
 #include "framework/convolution.h"
 
-#include "framework/maths/circularconvolver.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
+#include "maths/convolution/circularconvolver.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 

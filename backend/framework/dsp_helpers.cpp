@@ -9,11 +9,11 @@
 #include <span>
 #include <string>
 
-#include "framework/maths/interpolation.h"
-#include "framework/maths/noisepreservation.h"
-#include "framework/maths/tdecq.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
+#include "maths/equalisers/tdecq.h"
+#include "maths/responses/interpolation.h"
+#include "maths/responses/noisepreservation.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "framework/maths/fft.h"
 #include "framework/plumbing/error.h"
+#include "maths/transforms/fft.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 

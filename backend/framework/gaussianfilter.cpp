@@ -2,9 +2,9 @@
 
 #include <span>
 
-#include "framework/maths/gaussian.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
+#include "maths/responses/gaussian.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 

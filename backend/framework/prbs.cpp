@@ -7,10 +7,10 @@
 #include <span>
 #include <string_view>
 
-#include "framework/maths/idealsignal.h"
-#include "framework/maths/pam4detection.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
+#include "maths/patterns/idealsignal.h"
+#include "maths/patterns/symboldetection.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "framework/maths/fixtureresponse.h"
-#include "framework/maths/noisepreservation.h"
-#include "framework/maths/spectrum.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
+#include "maths/responses/fixtureresponse.h"
+#include "maths/responses/noisepreservation.h"
+#include "maths/transforms/spectrum.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 

@@ -1,5 +1,5 @@
-#include "program.h"
-#include "waveform.h"
+#include "apps/program.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 

@@ -1,9 +1,9 @@
-#include "gnuplot.h"
+#include "pictures/gnuplot.h"
 
 #include <cstdlib>
 
-#include "failure.h"
-#include "program.h"
+#include "apps/program.h"
+#include "workbench/failure.h"
 
 namespace Tarnwick::App {
 

@@ -1,11 +1,11 @@
-#include "info.h"
+#include "commands/info.h"
 
 #include <cmath>
 
 #include <gtest/gtest.h>
 
-#include "pattern.h"
-#include "simulate.h"
+#include "commands/simulate.h"
+#include "workbench/pattern.h"
 
 namespace Tarnwick::App {
 

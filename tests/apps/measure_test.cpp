@@ -1,13 +1,13 @@
-#include "measure.h"
+#include "commands/measure.h"
 
 #include <algorithm>
 #include <cmath>
 #include <string>
 
-#include "failure.h"
-#include "pattern.h"
-#include "program.h"
-#include "simulate.h"
+#include "apps/program.h"
+#include "commands/simulate.h"
+#include "workbench/failure.h"
+#include "workbench/pattern.h"
 
 namespace Tarnwick::App {
 

@@ -1,7 +1,7 @@
-#include "presets.h"
+#include "commands/presets.h"
 
+#include "apps/program.h"
 #include "filters/filters.h"
-#include "program.h"
 
 namespace Tarnwick::App {
 

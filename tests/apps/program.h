@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "files.h"
+#include "apps/files.h"
 
 namespace Tarnwick::App {
 

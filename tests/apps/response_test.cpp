@@ -1,14 +1,14 @@
-#include "response.h"
+#include "commands/response.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <numeric>
 
-#include "failure.h"
-#include "filters/maths/ctle.h"
-#include "program.h"
-#include "waveform.h"
+#include "apps/program.h"
+#include "maths/responses/ctle.h"
+#include "workbench/failure.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -80,7 +80,7 @@ TEST(Response, OfACtleHasTheGroupDelayOfItsPolesAndZeros)
 {
     const ChainResponse response =
         ResponseOf(ChainWith({{{"type", "ctle"}, {"ctleType", "ieee802.3bs"}, {"gain", 6}}}, 0, 15));
-    const DSO::Filters::Maths::Ieee802_3bsPreset& preset = *DSO::Filters::Maths::FindIeee802_3bsPreset(6.0);
+    const DSO::Maths::Ieee802_3bsPreset& preset = *DSO::Maths::FindIeee802_3bsPreset(6.0);
     const auto corner = [](double ghz, double at) {
         return 1e-9 / (2.0 * std::numbers::pi * at * (1.0 + ghz / at * (ghz / at)));
     };

@@ -1,4 +1,4 @@
-#include "simulate.h"
+#include "commands/simulate.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "program.h"
+#include "apps/program.h"
 
 namespace Tarnwick::App {
 

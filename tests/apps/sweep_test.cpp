@@ -1,15 +1,15 @@
-#include "sweep.h"
+#include "commands/sweep.h"
 
 #include <algorithm>
 #include <cmath>
 #include <map>
 
-#include "chain.h"
-#include "failure.h"
-#include "pattern.h"
-#include "program.h"
-#include "run.h"
-#include "simulate.h"
+#include "apps/program.h"
+#include "commands/simulate.h"
+#include "workbench/chain.h"
+#include "workbench/failure.h"
+#include "workbench/pattern.h"
+#include "workbench/run.h"
 
 namespace Tarnwick::App {
 

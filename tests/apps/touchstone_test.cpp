@@ -1,17 +1,17 @@
-#include "touchstone.h"
+#include "workbench/fixturefile.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 
-#include "deembeddingreport.h"
-#include "failure.h"
-#include "networkparameters.h"
-#include "program.h"
-#include "run.h"
-#include "touchstonenormal.h"
-#include "touchstoneplot.h"
+#include "apps/program.h"
+#include "pictures/touchstoneplot.h"
+#include "workbench/deembeddingreport.h"
+#include "workbench/failure.h"
+#include "workbench/networkparameters.h"
+#include "workbench/run.h"
+#include "workbench/touchstonenormal.h"
 
 namespace Tarnwick::App {
 

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "filters/filters/ctlefilter.h"
-#include "filters/maths/ctle.h"
 #include "framework/fftifft.h"
+#include "maths/responses/ctle.h"
 
 namespace {
 

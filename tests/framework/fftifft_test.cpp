@@ -9,13 +9,14 @@
 #include <thread>
 #include <vector>
 
-#include "framework/maths/fft.h"
+#include "maths/transforms/fft.h"
 #include "support/expectations.h"
 #include "support/references.h"
 #include "support/signals.h"
 
 namespace {
 
+namespace Maths = Tarnwick::DSO::Maths;
 using namespace Tarnwick::DSO::SystemFramework;
 using namespace Tarnwick::Testing;
 

@@ -10,14 +10,15 @@
 #include <string>
 #include <vector>
 
-#include "framework/maths/idealsignal.h"
-#include "framework/maths/pam4detection.h"
+#include "maths/patterns/idealsignal.h"
+#include "maths/patterns/symboldetection.h"
 #include "support/captures.h"
 #include "support/expectations.h"
 #include "support/signals.h"
 
 namespace {
 
+namespace Maths = Tarnwick::DSO::Maths;
 using namespace Tarnwick::DSO::SystemFramework;
 using namespace Tarnwick::Testing;
 

@@ -7,13 +7,14 @@
 #include <string_view>
 #include <utility>
 
-#include "failure.h"
-#include "sirctable.h"
-#include "waveform.h"
+#include "workbench/failure.h"
+#include "workbench/sirctable.h"
+#include "workbench/waveform.h"
 
 namespace {
 
 using namespace Tarnwick::App;
+using namespace Tarnwick::DSO::Workbench;
 
 void Require(bool holds)
 {

@@ -10,10 +10,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "chain.h"
-#include "failure.h"
 #include "fixtures.h"
-#include "run.h"
+#include "workbench/chain.h"
+#include "workbench/failure.h"
+#include "workbench/run.h"
 
 namespace {
 

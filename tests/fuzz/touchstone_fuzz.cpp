@@ -7,9 +7,9 @@
 #include <string_view>
 
 #include "filters/filters/touchstonecheck.h"
-#include "filters/maths/touchstone.h"
 #include "filters/plumbing/linereader.h"
 #include "framework/sparameter.h"
+#include "maths/touchstone/touchstone.h"
 
 namespace {
 

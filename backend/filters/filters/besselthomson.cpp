@@ -5,16 +5,16 @@
 #include <span>
 #include <string>
 
-#include "filters/maths/besselthomson.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/frequencygrid.h"
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
-#include "framework/maths/spectrum.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
 #include "framework/plumbing/trace.h"
+#include "maths/responses/besselthomson.h"
+#include "maths/transforms/spectrum.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -107,7 +107,7 @@ std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
     std::vector<Complex> bins =
         Maths::SampledBesselThomson(parameters.order, normalisedCutoff, cutoff, sampleRate, length);
     PreserveNoise(parameters, bins, sampleRate / static_cast<double>(length));
-    return SystemFramework::Maths::RealInverse(bins);
+    return Maths::RealInverse(bins);
 }
 
 }  // namespace
@@ -212,7 +212,7 @@ void BesselThomson::BesselThomson4th(std::vector<double>* impulseResponse, std::
             bins[k] = half[k];
         }
     }
-    *impulseResponse = SystemFramework::Maths::RealInverse(bins);
+    *impulseResponse = Maths::RealInverse(bins);
 }
 
 void BesselThomson::Prepare(SignalData*)

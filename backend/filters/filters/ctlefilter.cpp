@@ -6,16 +6,16 @@
 #include <string>
 #include <utility>
 
-#include "filters/maths/ctle.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/frequencygrid.h"
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
-#include "framework/maths/spectrum.h"
 #include "framework/numberutilities.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
+#include "maths/responses/ctle.h"
+#include "maths/transforms/spectrum.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -116,7 +116,7 @@ template <typename Response>
 std::vector<double> ImpulseResponse(CTLEFilterParameters& parameters, const Grid& grid, const Response& response)
 {
     const std::size_t half = grid.length > 0 ? (static_cast<std::size_t>(grid.length) + 1) / 2 : 0;
-    SystemFramework::Maths::HermitianBins bins(half > 0 ? 2 * half - 1 : 0);
+    Maths::HermitianBins bins(half > 0 ? 2 * half - 1 : 0);
     for (std::size_t k = 0; k < half; ++k)
         bins.Set(k, response(grid.spacing * static_cast<double>(k)));
     PreserveNoise(parameters, bins.Bins(), grid.spacing);

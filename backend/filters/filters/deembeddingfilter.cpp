@@ -5,7 +5,6 @@
 #include <span>
 #include <utility>
 
-#include "filters/maths/touchstone.h"
 #include "filters/plumbing/frequencygrid.h"
 #include "filters/plumbing/linereader.h"
 #include "filters/plumbing/repetitions.h"
@@ -15,6 +14,7 @@
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
 #include "framework/sparameter.h"
+#include "maths/touchstone/touchstone.h"
 
 namespace Tarnwick::DSO::Filters {
 

@@ -8,7 +8,6 @@
 #include <string>
 #include <utility>
 
-#include "filters/maths/decisionfeedback.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/settings.h"
@@ -17,6 +16,7 @@
 #include "framework/plumbing/ownedarray.h"
 #include "framework/plumbing/trace.h"
 #include "framework/prbs.h"
+#include "maths/equalisers/decisionfeedback.h"
 
 namespace Tarnwick::DSO::Filters {
 

@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "filters/maths/ffetaps.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/settings.h"
@@ -22,6 +21,7 @@
 #include "framework/plumbing/trace.h"
 #include "framework/prbs.h"
 #include "framework/rangeutilities.h"
+#include "maths/equalisers/ffetaps.h"
 
 namespace Tarnwick::DSO::Filters {
 

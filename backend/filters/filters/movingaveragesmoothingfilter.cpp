@@ -2,13 +2,13 @@
 
 #include <string>
 
-#include "filters/maths/movingaverage.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
+#include "maths/responses/movingaverage.h"
 
 namespace Tarnwick::DSO::Filters {
 

@@ -6,7 +6,6 @@
 #include <span>
 #include <stdexcept>
 
-#include "filters/maths/channelcorrection.h"
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/settings.h"
@@ -14,6 +13,7 @@
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
 #include "framework/plumbing/trace.h"
+#include "maths/responses/channelcorrection.h"
 
 namespace Tarnwick::DSO::Filters {
 

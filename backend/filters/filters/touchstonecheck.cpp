@@ -7,10 +7,10 @@
 #include <sstream>
 #include <utility>
 
-#include "filters/maths/touchstone.h"
-#include "filters/maths/touchstoneplain.h"
 #include "filters/plumbing/linereader.h"
 #include "filters/plumbing/touchstoneline.h"
+#include "maths/touchstone/touchstone.h"
+#include "maths/touchstone/touchstoneplain.h"
 
 namespace Tarnwick::DSO::Filters {
 

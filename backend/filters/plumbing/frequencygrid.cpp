@@ -3,8 +3,8 @@
 #include <vector>
 
 #include "filters/plumbing/timebase.h"
-#include "framework/maths/noisepreservation.h"
 #include "framework/plumbing/error.h"
+#include "maths/responses/noisepreservation.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -40,7 +40,7 @@ void PreserveNoise(SystemFramework::BaseFilterParameters& parameters, std::span<
     for (std::size_t k = 0; k < axis.size(); ++k)
         axis[k] = static_cast<double>(k) * spacing;
     parameters.preserveNoiseApplied =
-        SystemFramework::Maths::PreserveNoise(bins, axis, parameters.noiseCornerFrequency, kUpperFrequency);
+        Maths::PreserveNoise(bins, axis, parameters.noiseCornerFrequency, kUpperFrequency);
     if (!parameters.preserveNoiseApplied)
         parameters.preserveNoise = false;
 }

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "filters/maths/touchstone.h"
+#include "maths/touchstone/touchstone.h"
 
 namespace Tarnwick::DSO::Filters {
 

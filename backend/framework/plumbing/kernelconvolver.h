@@ -6,7 +6,7 @@
 #include <span>
 
 #include "framework/export.h"
-#include "framework/maths/circularconvolver.h"
+#include "maths/convolution/circularconvolver.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 

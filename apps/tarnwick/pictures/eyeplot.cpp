@@ -1,0 +1,220 @@
+#include "pictures/eyeplot.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include <fmt/format.h>
+
+#include "pictures/gnuplot.h"
+#include "workbench/failure.h"
+
+namespace Tarnwick::App {
+
+using namespace DSO::Workbench;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kColumns = 480;  // of a picture of one eye
+constexpr std::size_t kRows = 320;
+constexpr double kSpanUi = 2.0;
+constexpr float kShade = 0.35F;
+
+// What every picture of eyes is set to.
+std::string EyeTheme()
+{
+    return Theme() +
+           "unset key\nunset colorbox\n"
+           "set palette defined (0 '#101018', 0.15 '#14288c', 0.4 '#1e96c8', 0.65 '#50dc78', 0.85 '#ffe650', 1 "
+           "'#ffffff')\n"
+           "set cbrange [0:1]\n"
+           "set style textbox opaque noborder fillcolor '#101018' margins 0.6,0.6\n"
+           "set xrange [-1:1]\n";
+}
+
+struct Unit {
+    double perVolt;
+    const char* name;
+};
+
+Unit UnitFor(VoltageRange range)
+{
+    return range.high - range.low < 0.5 ? Unit{1e3, "mV"} : Unit{1.0, "V"};
+}
+
+std::string NoteOf(const EyeTile& tile)
+{
+    if (!tile.smallestHeight)
+        return tile.image.shades.empty() ? "no result" : "no eye";
+    const double height = *tile.smallestHeight;
+    return std::abs(height) < 1.0 ? fmt::format("{:.3g} mV", height * 1e3) : fmt::format("{:.3g} V", height);
+}
+
+// The command and the data behind it.
+std::string PlotOf(const EyeImage& image, double perVolt)
+{
+    const double rowHeight = (image.range.high - image.range.low) / static_cast<double>(image.rows) * perVolt;
+    std::string plot = fmt::format(
+        "plot '-' binary array=({},{}) format='%float32' origin=({},{}) dx={} dy={} with image\n", image.columns,
+        image.rows, -1.0 + 1.0 / static_cast<double>(image.columns), image.range.low * perVolt + 0.5 * rowHeight,
+        kSpanUi / static_cast<double>(image.columns), rowHeight);
+    plot.append(reinterpret_cast<const char*>(image.shades.data()), image.shades.size() * sizeof(float));
+    return plot + "\n";
+}
+
+}  // namespace
+
+VoltageRange RangeOf(std::span<const double> samples, std::span<const double> others)
+{
+    VoltageRange range{samples.front(), samples.front()};
+    for (const auto& part : {samples, others}) {
+        for (const double sample : part) {
+            range.low = std::min(range.low, sample);
+            range.high = std::max(range.high, sample);
+        }
+    }
+    // A flat record has room too, however large its value.
+    const double flat = 1e-9 * std::max({std::abs(range.low), std::abs(range.high), 1e-3});
+    const double room = std::max(0.08 * (range.high - range.low), flat);
+    return {range.low - room, range.high + room};
+}
+
+EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
+                  std::size_t columns, std::size_t rows)
+{
+    if (!std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); }))
+        return {0, 0, range, {}};
+    EyeImage image{columns, rows, range, std::vector<float>(columns * rows, 0.0F)};
+    const double rowsPerVolt = static_cast<double>(rows - 1) / (range.high - range.low);
+    const double columnsPerSample = static_cast<double>(columns) / kSpanUi / samplesPerUi;
+    const std::size_t half = columns / 2;
+    const auto row = [&](double value) { return (value - range.low) * rowsPerVolt; };
+    // Each UI is drawn twice, in the left and in the right half; `shift` is where sample 0 lies in columns.
+    const double shift = (1.0 - phaseUi) * static_cast<double>(columns) / kSpanUi;
+    for (std::size_t k = 0; k + 1 < samples.size(); ++k) {
+        const double from = shift + static_cast<double>(k) * columnsPerSample;
+        const double to = from + columnsPerSample;
+        for (auto column = static_cast<std::size_t>(std::ceil(from)); static_cast<double>(column) < to; ++column) {
+            const double part = (static_cast<double>(column) - from) / columnsPerSample;
+            const double here = row(samples[k] + part * (samples[k + 1] - samples[k]));
+            const double next =
+                row(samples[k] + std::min(1.0, part + 1.0 / columnsPerSample) * (samples[k + 1] - samples[k]));
+            // A steep edge passes through several rows in one column.
+            const auto first = static_cast<std::size_t>(std::min(here, next));
+            const auto last = std::min(static_cast<std::size_t>(std::max(here, next)), rows - 1);
+            const float share = 1.0F / static_cast<float>(last - first + 1);
+            for (std::size_t r = first; r <= last; ++r) {
+                image.shades[r * columns + column % half] += share;
+                image.shades[r * columns + column % half + half] += share;
+            }
+        }
+    }
+    // Rare traces have to show beside the common ones: a root, between the linear scale and the logarithm.
+    const float most = *std::max_element(image.shades.begin(), image.shades.end());
+    std::transform(image.shades.begin(), image.shades.end(), image.shades.begin(),
+                   [most](float count) { return most > 0.0F ? std::pow(count / most, kShade) : 0.0F; });
+    return image;
+}
+
+void DrawEye(const fs::path& path, std::span<const double> samples, double samplesPerUi, const EyeReport& report,
+             VoltageRange range, const std::string& title)
+{
+    const Unit unit = UnitFor(range);
+    std::string script = EyeTheme() + "set title " + Quoted(title) + "\n";
+    script += "set xlabel 'time from the measuring phase [UI]'\n";
+    script += fmt::format("set ylabel 'voltage [{}]'\nset yrange [{}:{}]\n", unit.name, range.low * unit.perVolt,
+                          range.high * unit.perVolt);
+    for (std::size_t eye = 0; eye < report.eyes.size(); ++eye) {
+        const double middle = 0.5 * (report.levels[eye] + report.levels[eye + 1]);
+        const double height = report.eyes[eye].height;
+        script +=
+            fmt::format("set arrow from 0,{} to 0,{} heads size 0.015,25 front linecolor '#ff6060' linewidth 1.5\n",
+                        (middle - 0.5 * height) * unit.perVolt, (middle + 0.5 * height) * unit.perVolt);
+        script += fmt::format("set label '{:.4g} {}' at 0.04,{} front left boxed textcolor '#ffb0b0'\n",
+                              height * unit.perVolt, unit.name, middle * unit.perVolt);
+    }
+    const EyeImage image = ShadeEye(samples, samplesPerUi, report.phaseUi, range, kColumns, kRows);
+    if (image.shades.empty())
+        throw DataFailure(
+            fmt::format("{}: a sample of \"{}\" is not finite; there is no eye to draw", path.string(), title));
+    script += PlotOf(image, unit.perVolt);
+    DrawPng(path, 960, 640, script);
+}
+
+SheetGrid GridFor(std::size_t tiles, std::size_t columns)
+{
+    constexpr int kSheetWidth = 1600;
+    if (columns == 0)
+        columns = static_cast<std::size_t>(std::ceil(std::sqrt(static_cast<double>(tiles))));
+    const int width = std::clamp(kSheetWidth / static_cast<int>(columns), 180, 440);
+    return {(tiles + columns - 1) / columns, columns, width, width * 7 / 10};
+}
+
+EyeImage ShadeTile(std::span<const double> samples, double samplesPerUi, double phaseUi, const SheetGrid& grid)
+{
+    const std::size_t columns = static_cast<std::size_t>(grid.tileWidth) / 4 * 2;
+    const std::size_t rows = static_cast<std::size_t>(grid.tileHeight) / 2;
+    return ShadeEye(samples, samplesPerUi, phaseUi, RangeOf(samples), columns, rows);
+}
+
+void DrawEyeSheet(const fs::path& path, const SheetGrid& grid, std::span<const EyeTile> tiles, const std::string& title)
+{
+    // [pixels] Room for the labels around the tiles, and in a tile for its title and the gap to the next.
+    constexpr int kLeft = 80;
+    constexpr int kRight = 16;
+    constexpr int kTop = 48;
+    constexpr int kBottom = 64;
+    constexpr int kTitle = 26;
+    constexpr int kGap = 12;
+    const int width = kLeft + kRight + static_cast<int>(grid.columns) * grid.tileWidth;
+    const int height = kTop + kBottom + static_cast<int>(grid.rows) * grid.tileHeight;
+
+    std::optional<VoltageRange> shown;
+    for (const EyeTile& tile : tiles) {
+        const VoltageRange range = tile.image.range;
+        if (!tile.image.shades.empty())
+            shown = shown ? VoltageRange{std::min(shown->low, range.low), std::max(shown->high, range.high)} : range;
+    }
+    const VoltageRange range = shown.value_or(VoltageRange{0.0, 1.0});
+    const Unit unit = UnitFor(range);
+
+    std::string script = EyeTheme() + "set multiplot\n";
+    script += fmt::format("set yrange [{}:{}]\n", range.low * unit.perVolt, range.high * unit.perVolt);
+    script += "set tics font ',9'\nset xtics -1,0.5 add ('' 1)\n";
+    script += fmt::format("set label 1 {} at screen 0.5,{} center front font ',14' textcolor '#e8e8f0'\n",
+                          Quoted(title), 1.0 - 0.5 * kTop / height);
+    script += fmt::format(
+        "set label 2 'time from the measuring phase [UI]' at screen 0.5,{} center front textcolor '#e8e8f0'\n",
+        20.0 / height);
+    script += fmt::format("set label 3 'voltage [{}]' at screen {},0.5 center rotate front textcolor '#e8e8f0'\n",
+                          unit.name, 18.0 / width);
+    for (std::size_t k = 0; k < tiles.size(); ++k) {
+        const EyeTile& tile = tiles[k];
+        const auto column = static_cast<int>(k % grid.columns);
+        const auto row = static_cast<int>(k / grid.columns);
+        const bool isLowest = k + grid.columns >= tiles.size();
+        const int left = kLeft + column * grid.tileWidth;
+        const int top = kTop + row * grid.tileHeight;
+        script += fmt::format("set lmargin at screen {}\nset rmargin at screen {}\n", static_cast<double>(left) / width,
+                              static_cast<double>(left + grid.tileWidth - kGap) / width);
+        script += fmt::format("set tmargin at screen {}\nset bmargin at screen {}\n",
+                              1.0 - static_cast<double>(top + kTitle) / height,
+                              1.0 - static_cast<double>(top + grid.tileHeight) / height);
+        script += fmt::format("set format y '{}'\nset format x '{}'\n", column == 0 ? "%g" : "", isLowest ? "%g" : "");
+        script += fmt::format("set border linecolor '{}' linewidth {}\n", tile.isBest ? "#ffe650" : "#a0a0b0",
+                              tile.isBest ? 3 : 1);
+        script += fmt::format("set title {} offset 0,-0.7 font ',11' textcolor '{}'\n", Quoted(tile.title),
+                              tile.isBest ? "#ffe650" : "#e8e8f0");
+        script += fmt::format("set label 4 {} at graph 0.04,0.09 left front boxed font ',10' textcolor '#ffb0b0'\n",
+                              Quoted(NoteOf(tile)));
+        script += !tile.image.shades.empty() ? PlotOf(tile.image, unit.perVolt) : std::string("plot NaN\n");
+        if (k == 0)
+            script += "unset label 1\nunset label 2\nunset label 3\n";
+    }
+    script += "unset multiplot\n";
+    DrawPng(path, width, height, script);
+}
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,74 @@
+// Eye diagrams as pictures.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "workbench/eye.h"
+
+namespace Tarnwick::App {
+
+using namespace DSO::Workbench;
+
+/// [V] what the picture shows from bottom to top.
+struct VoltageRange {
+    double low;
+    double high;
+};
+
+/// The range of all samples with a little room around it: two pictures of the same range compare at a glance.
+VoltageRange RangeOf(std::span<const double> samples, std::span<const double> others = {});
+
+/// A density eye, two UI wide with the measuring phase in the middle.
+struct EyeImage {
+    std::size_t columns;
+    std::size_t rows;
+    VoltageRange range;
+    std::vector<float> shades;  ///< [rows][columns] 0 to 1, the more traces cross a cell the brighter; lowest row first
+};
+
+/// The waveform cut into pieces of two UI, drawn over each other as lines from sample to sample.
+/// @param range    holds all samples
+/// @param columns  even
+/// @return an image without cells when a sample is not finite
+EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
+                  std::size_t columns, std::size_t rows);
+
+/// Draws a density eye diagram, two UI wide, axes in UI and volts, the eye heights written in, as a PNG file.
+/// @param range  holds all samples
+/// @throws DataFailure  as for DrawPng; a sample is not finite
+void DrawEye(const std::filesystem::path& path, std::span<const double> samples, double samplesPerUi,
+             const EyeReport& report, VoltageRange range, const std::string& title);
+
+/// One eye of a sheet.
+struct EyeTile {
+    std::string title;
+    std::optional<double> smallestHeight;  ///< [V] over its eyes; none: there are none
+    EyeImage image;                        ///< without cells: none
+    bool isBest;                           ///< stands in a bright frame
+};
+
+/// Where the tiles of a sheet stand.
+struct SheetGrid {
+    std::size_t rows;
+    std::size_t columns;
+    int tileWidth;   ///< [pixels]
+    int tileHeight;  ///< [pixels]
+};
+
+/// @param columns  0: as many as make the sheet about as wide as high
+SheetGrid GridFor(std::size_t tiles, std::size_t columns = 0);
+
+/// An eye in as many cells as a tile of the grid shows, over the range of its own samples.
+EyeImage ShadeTile(std::span<const double> samples, double samplesPerUi, double phaseUi, const SheetGrid& grid);
+
+/// Draws small eyes side by side, row by row, all on one voltage scale, as a PNG file.
+/// @throws DataFailure  as for DrawPng
+void DrawEyeSheet(const std::filesystem::path& path, const SheetGrid& grid, std::span<const EyeTile> tiles,
+                  const std::string& title);
+
+}  // namespace Tarnwick::App

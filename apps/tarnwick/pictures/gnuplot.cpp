@@ -1,0 +1,136 @@
+#include "pictures/gnuplot.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <random>
+
+#include <fmt/format.h>
+
+#include "workbench/failure.h"
+
+#if !defined(_WIN32)
+#include <csignal>
+#endif
+
+namespace Tarnwick::App {
+
+using namespace DSO::Workbench;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool IsControl(char letter)
+{
+    const auto code = static_cast<unsigned char>(letter);
+    return code < 0x20 || code == 0x7f;
+}
+
+// A gnuplot that ends early, or that there is none of, would end this program too when it is written to.
+class BrokenPipesIgnored {
+public:
+    BrokenPipesIgnored(const BrokenPipesIgnored&) = delete;
+    BrokenPipesIgnored& operator=(const BrokenPipesIgnored&) = delete;
+#if defined(_WIN32)
+    BrokenPipesIgnored() = default;
+    ~BrokenPipesIgnored() = default;
+#else
+    BrokenPipesIgnored()
+    {
+        struct sigaction ignore = {};
+        ignore.sa_handler = SIG_IGN;
+        sigaction(SIGPIPE, &ignore, &before_);
+    }
+    ~BrokenPipesIgnored()
+    {
+        sigaction(SIGPIPE, &before_, nullptr);
+    }
+
+private:
+    struct sigaction before_ = {};
+#endif
+};
+
+// A fixed command, without the user's own settings: everything about the picture goes through its standard input.
+bool RunGnuplot(const std::string& script)
+{
+#if defined(_WIN32)
+    std::FILE* pipe = _popen("gnuplot -d -", "wb");
+#else
+    std::FILE* pipe = popen("gnuplot -d - 2>/dev/null", "w");
+#endif
+    if (pipe == nullptr)
+        return false;
+    const BrokenPipesIgnored guard;
+    const bool written = std::fwrite(script.data(), 1, script.size(), pipe) == script.size();
+#if defined(_WIN32)
+    return _pclose(pipe) == 0 && written;
+#else
+    return pclose(pipe) == 0 && written;
+#endif
+}
+
+// Where gnuplot writes. It runs what follows a leading '|' as a command and expands a leading '~': an absolute name
+// begins with neither.
+fs::path TemporaryBeside(const fs::path& path)
+{
+    std::error_code error;
+    fs::path temporary = fs::absolute(path, error);
+    temporary += fmt::format(".{:08x}.part", std::random_device()());
+    const std::string name = temporary.string();
+    if (std::any_of(name.begin(), name.end(), IsControl))
+        throw DataFailure(
+            fmt::format("{}: the name holds a control character; gnuplot takes none", Quoted(path.string())));
+    if (error || !std::ofstream(temporary, std::ios::binary))
+        throw DataFailure(fmt::format("{}: cannot be written", path.string()));
+    return temporary;
+}
+
+}  // namespace
+
+void DrawPng(const fs::path& path, int width, int height, const std::string& script)
+{
+    const fs::path temporary = TemporaryBeside(path);
+    const std::string whole =
+        fmt::format("set terminal pngcairo size {},{} noenhanced font 'sans,12' background '#101018'\nset output {}\n",
+                    width, height, Quoted(temporary.string())) +
+        script + "\nunset output\n";
+    std::error_code error;
+    if (!RunGnuplot(whole) || fs::file_size(temporary, error) == 0) {
+        fs::remove(temporary, error);
+        throw DataFailure(fmt::format(
+            "{}: gnuplot, which draws the pictures, is missing or failed (Debian: gnuplot-nox)", path.string()));
+    }
+    fs::rename(temporary, path, error);
+    if (error) {
+        const std::string reason = error.message();
+        fs::remove(temporary, error);
+        throw DataFailure(fmt::format("{}: cannot be written: {}", path.string(), reason));
+    }
+}
+
+std::string Quoted(const std::string& text)
+{
+    std::string quoted = "'";
+    for (const char letter : text) {
+        if (letter == '\'')
+            quoted += "''";
+        else
+            quoted += IsControl(letter) ? ' ' : letter;
+    }
+    return quoted + "'";
+}
+
+std::string Theme()
+{
+    return "set title textcolor '#e8e8f0'\n"
+           "set border linecolor '#a0a0b0'\n"
+           "set xlabel textcolor '#e8e8f0'\n"
+           "set ylabel textcolor '#e8e8f0'\n"
+           "set tics textcolor '#e8e8f0'\n"
+           "set grid front linecolor '#505060' linewidth 0.5\n"
+           "set key textcolor '#e8e8f0'\n";
+}
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,303 @@
+#include "maths/convolution/circularconvolver.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "maths/convolution/convolutionengine.h"
+#include "maths/convolution/hotloops.h"
+#include "maths/convolution/splitconvolver.h"
+#include "maths/transforms/columntransform.h"
+#include "maths/transforms/factors.h"
+
+namespace Tarnwick::DSO::Maths {
+
+namespace {
+
+using Engine = CircularConvolver::Engine;
+
+// A kernel as taps over one period: taps a period apart act alike and are added.
+std::vector<double> Fold(std::span<const double> kernel, std::size_t period)
+{
+    std::vector<double> folded(std::min(kernel.size(), period), 0.0);
+    for (std::size_t begin = 0; begin < kernel.size(); begin += period) {
+        const auto part = kernel.subspan(begin, std::min(period, kernel.size() - begin));
+        std::transform(part.begin(), part.end(), folded.begin(), folded.begin(), std::plus<>());
+    }
+    return folded;
+}
+
+// `count` samples of the periodic continuation, from index `start` on.
+void CopyPeriodic(std::span<const double> period, std::ptrdiff_t start, std::size_t count, double* out)
+{
+    const auto length = static_cast<std::ptrdiff_t>(period.size());
+    auto at = static_cast<std::size_t>(((start % length) + length) % length);
+    while (count > 0) {
+        const std::size_t run = std::min(count, period.size() - at);
+        out = std::copy_n(period.data() + at, run, out);
+        count -= run;
+        at = 0;
+    }
+}
+
+class ZeroEngine final : public Engine {
+public:
+    void Convolve(std::span<const double>, std::span<double> result, ConvolutionWork&) const override
+    {
+        std::fill(result.begin(), result.end(), 0.0);
+    }
+};
+
+// How far a set of lags reaches out of the period, to both sides.
+class Reach {
+public:
+    Reach(std::ptrdiff_t lowestLag, std::ptrdiff_t highestLag)
+        : before_(static_cast<std::size_t>(std::max<std::ptrdiff_t>(highestLag, 0))),
+          after_(static_cast<std::size_t>(std::max<std::ptrdiff_t>(-lowestLag, 0)))
+    {
+    }
+    /// Calls run(x, begin, count) for stretches that make up the period: x[i] is sample begin + i, and may be read from
+    /// -before to count + after. Only what reaches over an end is copied.
+    template <typename Run>
+    void ForEachStretch(std::span<const double> samples, AlignedBuffer<double>& buffer, Run run) const
+    {
+        const auto copied = [&](std::size_t begin, std::size_t count) {
+            if (count == 0)
+                return;
+            const std::size_t size = before_ + count + after_;
+            CopyPeriodic(samples, static_cast<std::ptrdiff_t>(begin) - static_cast<std::ptrdiff_t>(before_), size,
+                         buffer.Reserve(size));
+            run(buffer.Data() + before_, begin, count);
+        };
+        if (before_ + after_ >= samples.size()) {
+            copied(0, samples.size());
+            return;
+        }
+        const std::size_t inside = samples.size() - before_ - after_;
+        copied(0, before_);
+        run(samples.data() + before_, before_, inside);
+        copied(before_ + inside, after_);
+    }
+
+private:
+    std::size_t before_;
+    std::size_t after_;
+};
+
+// Lags in the second half of the period are short negative ones.
+std::ptrdiff_t SignedLag(std::size_t lag, std::size_t period)
+{
+    return static_cast<std::ptrdiff_t>(lag) - static_cast<std::ptrdiff_t>(2 * lag > period ? period : 0);
+}
+
+class DirectEngine final : public Engine {
+public:
+    DirectEngine(std::span<const double> taps, std::size_t period) : reach_(0, 0)
+    {
+        std::ptrdiff_t lowest = 0;
+        std::ptrdiff_t highest = 0;
+        for (std::size_t lag = 0; lag < taps.size(); ++lag) {
+            if (taps[lag] == 0.0)
+                continue;
+            taps_.push_back({SignedLag(lag, period), taps[lag]});
+            lowest = std::min(lowest, taps_.back().lag);
+            highest = std::max(highest, taps_.back().lag);
+        }
+        reach_ = Reach(lowest, highest);
+    }
+    void Convolve(std::span<const double> samples, std::span<double> result, ConvolutionWork& work) const override
+    {
+        reach_.ForEachStretch(samples, work.values, [&](const double* x, std::size_t begin, std::size_t count) {
+            Loops().sumTaps(x, taps_.data(), taps_.size(), result.data() + begin, count);
+        });
+    }
+
+private:
+    std::vector<Tap> taps_;
+    Reach reach_;
+};
+
+struct Window {
+    std::ptrdiff_t firstLag;
+    std::size_t width;
+    double value;
+};
+
+// Equal taps on at least two lags that follow each other around the period.
+std::optional<Window> FindWindow(std::span<const double> taps, std::size_t period)
+{
+    const auto isTap = [](double tap) { return tap != 0.0; };
+    const auto width = static_cast<std::size_t>(std::count_if(taps.begin(), taps.end(), isTap));
+    if (width < 2)
+        return std::nullopt;
+    const double value = *std::find_if(taps.begin(), taps.end(), isTap);
+    const auto at = [&](std::size_t lag) { return lag < taps.size() ? taps[lag] : 0.0; };
+    std::size_t first = 0;
+    if (width < period) {
+        while (!(at(first) != 0.0 && at((first + period - 1) % period) == 0.0))
+            ++first;
+    }
+    for (std::size_t m = 0; m < width; ++m)
+        if (at((first + m) % period) != value)
+            return std::nullopt;
+    const bool wraps = first + width > period;
+    return Window{static_cast<std::ptrdiff_t>(first) - static_cast<std::ptrdiff_t>(wraps ? period : 0), width, value};
+}
+
+class BoxcarEngine final : public Engine {
+public:
+    explicit BoxcarEngine(Window window)
+        : width_(window.width),
+          lastLag_(window.firstLag + static_cast<std::ptrdiff_t>(window.width) - 1),
+          reach_(window.firstLag, lastLag_),
+          factor_(window.value)
+    {
+        // A tap that was written as 1/n divides by n: sums of equal samples then come back exactly, which a product
+        // with the rounded 1/n does not give (n = 49 is the first that fails).
+        const double divisor = std::round(1.0 / window.value);
+        if (std::isfinite(divisor) && 1.0 / divisor == window.value)
+            divisor_ = divisor;
+    }
+    void Convolve(std::span<const double> samples, std::span<double> result, ConvolutionWork& work) const override
+    {
+        const std::size_t block = std::min(std::max(kShortestRun, 4 * width_), result.size());
+        auto* scratch = reinterpret_cast<double*>(work.bins.Reserve(block + width_));
+        reach_.ForEachStretch(samples, work.values, [&](const double* x, std::size_t begin, std::size_t count) {
+            for (std::size_t at = 0; at < count; at += block)
+                Loops().sumWindow(x + at - lastLag_, width_, divisor_, factor_, result.data() + begin + at,
+                                  std::min(block, count - at), scratch);
+        });
+    }
+
+private:
+    static constexpr std::size_t kShortestRun = 768;  // sums of a block stay in the first-level cache
+    std::size_t width_;
+    std::ptrdiff_t lastLag_;
+    Reach reach_;
+    double factor_;
+    double divisor_ = 0.0;  // 0: multiply by the factor
+};
+
+// Blocks of the periodic continuation through one short real transform (overlap-save), or, when the transform is as
+// long as the period, the period itself.
+class TransformEngine final : public Engine {
+public:
+    TransformEngine(std::span<const double> taps, std::size_t period, std::size_t length)
+        : history_(length == period ? 0 : taps.size() - 1),
+          length_(length),
+          transform_(RealTransform::Of(length)),
+          spectrum_(length / 2 + 1)
+    {
+        AlignedBuffer<double> values(length_);
+        std::copy(taps.begin(), taps.end(), values.Data());
+        std::fill(values.Data() + taps.size(), values.Data() + length_, 0.0);
+        transform_->Forward(values.Data(), spectrum_.Data());
+        for (std::size_t k = 0; k <= length_ / 2; ++k)
+            spectrum_.Data()[k] /= static_cast<double>(length_);
+    }
+    void Convolve(std::span<const double> samples, std::span<double> result, ConvolutionWork& work) const override
+    {
+        double* values = work.values.Reserve(length_);
+        Complex* bins = work.bins.Reserve(length_ / 2 + 1);
+        const std::size_t step = length_ - history_;
+        for (std::size_t begin = 0; begin < result.size(); begin += step) {
+            const std::size_t count = std::min(step, result.size() - begin);
+            const std::ptrdiff_t start = static_cast<std::ptrdiff_t>(begin) - static_cast<std::ptrdiff_t>(history_);
+            CopyPeriodic(samples, start, history_ + count, values);
+            std::fill(values + history_ + count, values + length_, 0.0);
+            transform_->Forward(values, bins);
+            Loops().multiply(bins, spectrum_.Data(), length_ / 2 + 1);
+            transform_->Inverse(bins, values);
+            std::copy_n(values + history_, count, result.data() + begin);
+        }
+    }
+
+private:
+    std::size_t history_;
+    std::size_t length_;
+    std::shared_ptr<const RealTransform> transform_;
+    AlignedBuffer<Complex> spectrum_;  // divided by the length, so that the inverse needs no scale
+};
+
+// The whole product, as long as period and kernel together, wrapped.
+class PaddedEngine final : public Engine {
+public:
+    PaddedEngine(std::span<const double> taps, std::size_t period)
+        : transform_(ColumnTransform::Values::Real, period, taps.size()), spectrum_(transform_.Bins())
+    {
+        ConvolutionWork work;
+        transform_.TransformKernel(taps.data(), taps.size(), 1.0, spectrum_.Data(), work);
+    }
+    void Convolve(std::span<const double> samples, std::span<double> result, ConvolutionWork& work) const override
+    {
+        transform_.Convolve(samples.data(), spectrum_.Data(), 1.0, result.data(), work);
+    }
+
+private:
+    ColumnTransform transform_;
+    AlignedBuffer<Complex> spectrum_;
+};
+
+struct Choice {
+    ConvolutionMethod method;
+    std::size_t length = 0;  // of the transform, or the number of rows
+};
+
+Choice Choose(std::span<const double> taps, std::size_t period)
+{
+    const auto nonZero =
+        static_cast<std::size_t>(std::count_if(taps.begin(), taps.end(), [](double tap) { return tap != 0.0; }));
+    if (nonZero == 0)
+        return {ConvolutionMethod::Zero};
+    if (FindWindow(taps, period))
+        return {ConvolutionMethod::Boxcar};
+    if (nonZero <= kDirectTaps)
+        return {ConvolutionMethod::Direct};
+    const std::size_t block = std::bit_ceil(std::max(kShortestBlock, 4 * taps.size()));
+    if (taps.size() <= period / kBlockShare && block < period)
+        return {ConvolutionMethod::Blocks, block};
+    if (period % 2 == 0 && HasOnlyFactors(period, {2, 3, 5, 7}))
+        return {ConvolutionMethod::Exact, period};
+    if (period > kPaddedPeriod) {
+        if (const auto rows = SplitConvolver::RowsFor(period))
+            return {ConvolutionMethod::Split, *rows};
+    }
+    return {ConvolutionMethod::Padded};
+}
+
+}  // namespace
+
+CircularConvolver::CircularConvolver(std::span<const double> kernel, std::size_t period) : period_(period)
+{
+    std::vector<double> taps = Fold(kernel, period);
+    while (!taps.empty() && taps.back() == 0.0)
+        taps.pop_back();
+    const Choice choice = Choose(taps, period);
+    method_ = choice.method;
+    switch (method_) {
+        case ConvolutionMethod::Zero: engine_ = std::make_unique<ZeroEngine>(); break;
+        case ConvolutionMethod::Boxcar: engine_ = std::make_unique<BoxcarEngine>(*FindWindow(taps, period)); break;
+        case ConvolutionMethod::Direct: engine_ = std::make_unique<DirectEngine>(taps, period); break;
+        case ConvolutionMethod::Padded: engine_ = std::make_unique<PaddedEngine>(taps, period); break;
+        case ConvolutionMethod::Split:
+            taps.resize(period, 0.0);
+            engine_ = std::make_unique<SplitConvolver>(taps, choice.length);
+            break;
+        case ConvolutionMethod::Blocks:
+        case ConvolutionMethod::Exact: engine_ = std::make_unique<TransformEngine>(taps, period, choice.length); break;
+    }
+}
+
+CircularConvolver::~CircularConvolver() = default;
+CircularConvolver::CircularConvolver(CircularConvolver&&) noexcept = default;
+CircularConvolver& CircularConvolver::operator=(CircularConvolver&&) noexcept = default;
+
+void CircularConvolver::Convolve(std::span<const double> samples, std::span<double> result, ConvolutionWork& work) const
+{
+    engine_->Convolve(samples, result, work);
+}
+
+}  // namespace Tarnwick::DSO::Maths

@@ -1,0 +1,44 @@
+// Tap finding for a feed-forward equaliser: least squares against an ideal copy of the captured pattern.
+//     minimise sum_i (sum_j w_j x[i - c_j] - y[i - e])^2
+// over one or more whole periods, x the capture, y the reference, c_j the delays of the taps, e a candidate delay of
+// the reference. Every column of the regression is a rotation of one record: X'X needs the capture's autocorrelation at
+// the differences of the taps' delays, X'Y its correlation with the reference at the differences to e, and the residual
+// of a candidate is y'y - (X'Y)' w. No matrix of samples is built. Source: J. G. Proakis, "Digital Communications",
+// minimum mean-square error equalisation.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "framework/export.h"
+
+namespace Tarnwick::DSO::Maths {
+
+/// Delays of `numberOfTaps` taps [samples]: j samplesPerUi / tapsPerUi, multiplied first, without the fraction.
+TARNWICK_FRAMEWORK_API std::vector<int> TapDelays(int numberOfTaps, int samplesPerUi, int tapsPerUi);
+
+/// Candidate delays of the reference [samples], a quarter of a tap apart, nearest to the middle of the taps first:
+/// o samplesPerUi / (4 tapsPerUi) + (numberOfTaps samplesPerUi / tapsPerUi) / 2 for o = 0, -1, 1, -2, 2, .., an odd
+/// number of at least 4 numberOfTaps, or 7 in a narrow search. Divisions drop the fraction.
+TARNWICK_FRAMEWORK_API std::vector<int> CandidateDelays(int numberOfTaps, int samplesPerUi, int tapsPerUi, bool narrow);
+
+/// sum_i x[i] y[(i + lag) mod n] for any lag, in a fixed order of 16 running sums.
+TARNWICK_FRAMEWORK_API double CircularDot(std::span<const double> x, std::span<const double> y, long long lag);
+
+struct TapSolution {
+    std::vector<double> taps;
+    std::size_t candidate = 0;  ///< index of the delay chosen; the first of equal ones
+    double residual = 0.0;      ///< sum of squared errors over that of the reference
+};
+
+/// @param tapDelays        c_j
+/// @param referenceDelays  the candidates e
+/// @return nothing when the capture cannot tell the taps apart (the system is singular to working precision)
+TARNWICK_FRAMEWORK_API std::optional<TapSolution> SolveTaps(std::span<const double> capture,
+                                                            std::span<const double> reference,
+                                                            std::span<const int> tapDelays,
+                                                            std::span<const int> referenceDelays);
+
+}  // namespace Tarnwick::DSO::Maths

@@ -1,0 +1,439 @@
+#include "maths/equalisers/tdecq.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+#include <Eigen/Core>
+#include <Eigen/LU>
+
+#include "maths/convolution/circularconvolver.h"
+#include "maths/transforms/alignedbuffer.h"
+
+namespace Tarnwick::DSO::Maths {
+
+namespace {
+
+// IEEE 802.3 clause 121.8.5
+constexpr double kErrorRatio = 4.8e-4;   // symbol error ratio that the noise may cause
+constexpr double kQt = 3.414;            // Q(kQt) (n - 1)/n 2 is that ratio for an ideal eye of four levels
+constexpr double kHalfSlices = 0.05;     // [UI] the time slices lie this far from the phase
+constexpr std::size_t kMostCursors = 3;  // the largest tap is tap 1, 2 or 3
+// Choices of this search: the clause asks for the least TDECQ, not how it is found.
+constexpr std::size_t kPhases = 16;                                            // over one UI
+constexpr std::array<double, 5> kNoiseLoads = {1e-4, 1e-3, 3e-3, 1e-2, 2e-2};  // of the capture's variance
+constexpr std::size_t kBins = 64;                                              // of a level's histogram
+constexpr int kHalvings = 40;                                                  // leave sigma known to 1e-12 of the OMA
+constexpr double kClosed = 50.0;                                               // [dB] scores of closed eyes start here
+constexpr double kFirstStep = 0.02;                                            // [UI] or tap weight
+constexpr double kLastStep = 4e-4;                                             // [UI] or tap weight
+constexpr int kMostScores = 600;
+// Correlation of white noise behind the reference receiver, a fourth-order Bessel-Thomson response of half the symbol
+// rate, at whole UI: the same for every rate.
+constexpr std::array<double, 4> kNoiseCorrelation = {1.0, 0.02056, 0.00135, -0.00008};
+
+double Rho(std::size_t lag)
+{
+    return lag < kNoiseCorrelation.size() ? kNoiseCorrelation[lag] : 0.0;
+}
+
+double NoiseGain(std::span<const double> taps)
+{
+    double power = 0.0;
+    for (std::size_t j = 0; j < taps.size(); ++j)
+        for (std::size_t k = 0; k < taps.size(); ++k)
+            power += taps[j] * taps[k] * Rho(j > k ? j - k : k - j);
+    return std::sqrt(std::max(power, 0.0));
+}
+
+double UpperTail(double z)
+{
+    return 0.5 * std::erfc(z / std::sqrt(2.0));
+}
+
+std::size_t Largest(std::span<const double> taps)
+{
+    return static_cast<std::size_t>(
+        std::max_element(taps.begin(), taps.end(), [](double a, double b) { return std::abs(a) < std::abs(b); }) -
+        taps.begin());
+}
+
+// How many samples the capture lags behind the reference: where their circular correlation is largest.
+std::size_t LagOf(std::span<const double> capture, std::span<const double> reference)
+{
+    // sum_i r[i] x[i + t] is the convolution of x with the reversed r, one place on.
+    const std::vector<double> reversed(reference.rbegin(), reference.rend());
+    std::vector<double> correlation(capture.size());
+    CircularConvolver convolver(reversed, capture.size());
+    ConvolutionWork work;
+    convolver.Convolve(capture, correlation, work);
+    const auto peak =
+        static_cast<std::size_t>(std::max_element(correlation.begin(), correlation.end()) - correlation.begin());
+    return (peak + 1) % capture.size();
+}
+
+// One sample a UI at a phase, linear interpolation, symbol i at i.
+class Sampler {
+public:
+    Sampler(std::span<const double> capture, std::span<const double> reference, const ReferenceSymbols& symbols,
+            std::size_t samplesPerUi)
+        : samples_(capture.begin(), capture.end()),
+          samplesPerUi_(samplesPerUi),
+          first_(symbols.firstCentre + LagOf(capture, reference))
+    {
+        const double mean =
+            std::accumulate(samples_.begin(), samples_.end(), 0.0) / static_cast<double>(samples_.size());
+        for (double& sample : samples_)
+            sample -= mean;
+        variance_ = std::inner_product(samples_.begin(), samples_.end(), samples_.begin(), 0.0) /
+                    static_cast<double>(samples_.size());
+    }
+    double Variance() const { return variance_; }
+    void At(double phaseUi, std::vector<double>& values) const
+    {
+        const std::size_t count = samples_.size();
+        values.resize(count / samplesPerUi_);
+        const double shift = phaseUi * static_cast<double>(samplesPerUi_);
+        const double whole = std::floor(shift);
+        const double part = shift - whole;
+        const auto turn = static_cast<long long>(whole) % static_cast<long long>(count);
+        std::size_t place = (first_ + count + static_cast<std::size_t>(turn + static_cast<long long>(count))) % count;
+        for (double& value : values) {
+            const std::size_t next = place + 1 == count ? 0 : place + 1;
+            value = samples_[place] + part * (samples_[next] - samples_[place]);
+            place += samplesPerUi_;
+            if (place >= count)
+                place -= count;
+        }
+    }
+
+private:
+    std::vector<double> samples_;
+    std::size_t samplesPerUi_;
+    std::size_t first_;
+    double variance_ = 0.0;
+};
+
+// y[i] = sum_j w_j v[i + c - j], circular
+void Equalise(std::span<const double> v, std::span<const double> taps, std::size_t cursor, std::vector<double>& y)
+{
+    const std::size_t count = v.size();
+    y.assign(count, 0.0);
+    for (std::size_t j = 0; j < taps.size(); ++j) {
+        const std::size_t start = (cursor + count * (j / count + 1) - j) % count;
+        const double tap = taps[j];
+        for (std::size_t i = 0; i < count - start; ++i)
+            y[i] += tap * v[i + start];
+        for (std::size_t i = count - start; i < count; ++i)
+            y[i] += tap * v[i + start - count];
+    }
+}
+
+// The values of each level in one time slice, as histograms.
+class Slice {
+public:
+    void Fill(std::span<const double> y, const ReferenceSymbols& symbols)
+    {
+        levels_.assign(static_cast<std::size_t>(symbols.levelCount), {});
+        for (std::size_t i = 0; i < y.size(); ++i) {
+            Level& level = levels_[static_cast<std::size_t>(symbols.levels[i])];
+            level.low = std::min(level.low, y[i]);
+            level.high = std::max(level.high, y[i]);
+        }
+        for (std::size_t i = 0; i < y.size(); ++i) {
+            Level& level = levels_[static_cast<std::size_t>(symbols.levels[i])];
+            const double width = level.high - level.low;
+            const double place = width > 0.0 ? (y[i] - level.low) / width * static_cast<double>(kBins) : 0.0;
+            level.counts[std::min(static_cast<std::size_t>(place), kBins - 1)] += 1.0;
+        }
+        total_ = static_cast<double>(y.size());
+    }
+    /// Share of symbols on the wrong side of a threshold when noise of this sigma is added; 0: none is.
+    double ErrorRatio(double sigma, std::span<const double> thresholds) const
+    {
+        double errors = 0.0;
+        for (std::size_t k = 0; k < levels_.size(); ++k) {
+            const Level& level = levels_[k];
+            const double step = (level.high - level.low) / static_cast<double>(kBins);
+            for (std::size_t bin = 0; bin < kBins; ++bin) {
+                if (level.counts[bin] == 0.0)
+                    continue;
+                const double value = level.low + (static_cast<double>(bin) + 0.5) * step;
+                double share = 0.0;
+                if (k > 0)
+                    share += Beyond(value - thresholds[k - 1], sigma);
+                if (k + 1 < levels_.size())
+                    share += Beyond(thresholds[k] - value, sigma);
+                errors += level.counts[bin] * share;
+            }
+        }
+        return errors / total_;
+    }
+
+private:
+    struct Level {
+        double low = std::numeric_limits<double>::infinity();
+        double high = -std::numeric_limits<double>::infinity();
+        std::array<double, kBins> counts{};
+    };
+    // Probability that noise carries a value over a threshold `distance` away.
+    static double Beyond(double distance, double sigma)
+    {
+        constexpr double kNever = 9.0;  // beyond it the probability is below 1e-18
+        if (distance > kNever * sigma)
+            return 0.0;
+        return sigma > 0.0 ? UpperTail(distance / sigma) : 1.0;
+    }
+
+    std::vector<Level> levels_;
+    double total_ = 0.0;
+};
+
+// Scores taps at a phase; what depends on the phase alone is kept.
+class Scorer {
+public:
+    Scorer(const Sampler& sampler, const ReferenceSymbols& symbols) : sampler_(sampler), symbols_(symbols) {}
+
+    EyeClosure Score(std::span<const double> taps, std::size_t cursor, double phaseUi)
+    {
+        if (phaseUi != phaseUi_) {
+            sampler_.At(phaseUi, centre_);
+            sampler_.At(phaseUi - kHalfSlices, before_);
+            sampler_.At(phaseUi + kHalfSlices, after_);
+            phaseUi_ = phaseUi;
+        }
+        const auto levels = static_cast<std::size_t>(symbols_.levelCount);
+        Equalise(centre_, taps, cursor, y_);
+        std::vector<double> sums(levels, 0.0);
+        std::vector<double> counts(levels, 0.0);
+        for (std::size_t i = 0; i < y_.size(); ++i) {
+            sums[static_cast<std::size_t>(symbols_.levels[i])] += y_[i];
+            counts[static_cast<std::size_t>(symbols_.levels[i])] += 1.0;
+        }
+        const double mean = std::accumulate(sums.begin(), sums.end(), 0.0) / static_cast<double>(y_.size());
+        EyeClosure closure;
+        closure.oma = sums.back() / counts.back() - sums.front() / counts.front();
+        closure.noiseGain = NoiseGain(taps);
+        const double spacing = closure.oma / static_cast<double>(levels - 1);
+        const double middle = 0.5 * static_cast<double>(levels - 2);
+        std::vector<double> thresholds(levels - 1);
+        for (std::size_t k = 0; k + 1 < levels; ++k)
+            thresholds[k] = mean + spacing * (static_cast<double>(k) - middle);
+        double error = 0.0;
+        for (std::size_t i = 0; i < y_.size(); ++i) {
+            const double ideal = mean + spacing * (symbols_.levels[i] - 0.5 * static_cast<double>(levels - 1));
+            error += (y_[i] - ideal) * (y_[i] - ideal);
+        }
+
+        Equalise(before_, taps, cursor, y_);
+        early_.Fill(y_, symbols_);
+        Equalise(after_, taps, cursor, y_);
+        late_.Fill(y_, symbols_);
+        const auto holds = [&](double sigma) {
+            return early_.ErrorRatio(sigma, thresholds) <= kErrorRatio &&
+                   late_.ErrorRatio(sigma, thresholds) <= kErrorRatio;
+        };
+        closure.closed = !(closure.oma > 0.0) || !holds(0.0);
+        if (!closure.closed) {
+            double low = 0.0;
+            double high = closure.oma;
+            for (int halving = 0; halving < kHalvings; ++halving) {
+                const double sigma = 0.5 * (low + high);
+                (holds(sigma) ? low : high) = sigma;
+            }
+            closure.sigma = low;
+        }
+        const double ideal = 2.0 * static_cast<double>(levels - 1) * kQt;
+        closure.tdecqDb = closure.sigma > 0.0
+                              ? 10.0 * std::log10(closure.oma * closure.noiseGain / (ideal * closure.sigma))
+                              : kClosed + error / static_cast<double>(y_.size()) / (closure.oma * closure.oma);
+        return closure;
+    }
+
+private:
+    const Sampler& sampler_;
+    const ReferenceSymbols& symbols_;
+    double phaseUi_ = std::numeric_limits<double>::quiet_NaN();
+    std::vector<double> centre_, before_, after_, y_;
+    Slice early_, late_;
+};
+
+// Least squares of the equalised samples v on scaled and shifted levels a, for taps that sum to 1. Every column of the
+// regression is a rotation of v: the sums below are all it takes, whatever cursor and noise load.
+class Regression {
+public:
+    Regression(const std::vector<double>& v, const ReferenceSymbols& symbols, std::size_t taps)
+        : taps_(taps), count_(static_cast<double>(v.size())), itself_(taps), across_(2 * taps - 1)
+    {
+        const std::size_t n = v.size();
+        std::vector<double> a(n);
+        for (std::size_t i = 0; i < n; ++i)
+            a[i] = 2.0 * symbols.levels[i] / (symbols.levelCount - 1.0) - 1.0;
+        const auto dot = [n](const std::vector<double>& x, const std::vector<double>& y, std::size_t lag) {
+            const std::size_t start = lag % n;
+            const double head = std::inner_product(x.begin(), x.end() - static_cast<std::ptrdiff_t>(start),
+                                                   y.begin() + static_cast<std::ptrdiff_t>(start), 0.0);
+            return std::inner_product(y.begin(), y.begin() + static_cast<std::ptrdiff_t>(start),
+                                      x.end() - static_cast<std::ptrdiff_t>(start), head);
+        };
+        for (std::size_t lag = 0; lag < taps; ++lag)
+            itself_[lag] = dot(v, v, lag) / count_;
+        for (std::size_t lag = 0; lag < across_.size(); ++lag)  // lag - (taps - 1)
+            across_[lag] = dot(a, v, lag + n * taps - (taps - 1)) / count_;
+        meanV_ = std::accumulate(v.begin(), v.end(), 0.0) / count_;
+        meanA_ = std::accumulate(a.begin(), a.end(), 0.0) / count_;
+        squareA_ = std::inner_product(a.begin(), a.end(), a.begin(), 0.0) / count_;
+    }
+    std::vector<double> Solve(std::size_t cursor, double load) const
+    {
+        const auto n = static_cast<Eigen::Index>(taps_);
+        Eigen::MatrixXd system = Eigen::MatrixXd::Zero(n + 3, n + 3);
+        for (Eigen::Index j = 0; j < n; ++j) {
+            for (Eigen::Index k = 0; k < n; ++k) {
+                const auto lag = static_cast<std::size_t>(std::abs(j - k));
+                system(j, k) = itself_[lag] + load * Rho(lag);
+            }
+            const auto lag = taps_ - 1 + cursor - static_cast<std::size_t>(j);
+            system(j, n) = system(n, j) = -across_[lag];
+            system(j, n + 1) = system(n + 1, j) = -meanV_;
+            system(j, n + 2) = system(n + 2, j) = 1.0;
+        }
+        system(n, n) = squareA_;
+        system(n, n + 1) = system(n + 1, n) = meanA_;
+        system(n + 1, n + 1) = 1.0;
+        Eigen::VectorXd right = Eigen::VectorXd::Zero(n + 3);
+        right(n + 2) = 1.0;
+        const Eigen::VectorXd solution = system.partialPivLu().solve(right);
+        return {solution.begin(), solution.begin() + n};
+    }
+
+private:
+    std::size_t taps_;
+    double count_;
+    std::vector<double> itself_, across_;
+    double meanV_ = 0.0, meanA_ = 0.0, squareA_ = 0.0;
+};
+
+double PhaseUi(std::size_t k)
+{
+    return static_cast<double>(k) / static_cast<double>(kPhases) - 0.5;
+}
+
+// Compass search on the taps beside the cursor, which makes the sum 1, and the phase; the first improvement is taken.
+void Refine(Scorer& scorer, ReferenceEqualizer& best)
+{
+    int scores = 0;
+    for (double step = kFirstStep; step >= kLastStep && scores < kMostScores;) {
+        bool improved = false;
+        for (std::size_t variable = 0; variable <= best.taps.size() && scores < kMostScores; ++variable) {
+            if (variable == best.cursor)
+                continue;
+            for (const double move : {step, -step}) {
+                ReferenceEqualizer trial = best;
+                if (variable == best.taps.size()) {
+                    trial.phaseUi += move;
+                } else {
+                    trial.taps[variable] += move;
+                    trial.taps[best.cursor] -= move;
+                }
+                if (Largest(trial.taps) != trial.cursor)
+                    continue;
+                trial.closure = scorer.Score(trial.taps, trial.cursor, trial.phaseUi);
+                ++scores;
+                if (trial.closure.tdecqDb < best.closure.tdecqDb) {
+                    best = std::move(trial);
+                    improved = true;
+                    break;
+                }
+            }
+        }
+        if (!improved)
+            step /= 2.0;
+    }
+}
+
+}  // namespace
+
+std::optional<ReferenceSymbols> SymbolsOfReference(std::span<const double> reference, std::size_t samplesPerUi)
+{
+    constexpr std::size_t kMostLevels = 4;
+    std::vector<double> steps(samplesPerUi, 0.0);
+    for (std::size_t i = 0; i < reference.size(); ++i)
+        steps[i % samplesPerUi] += std::abs(reference[i] - reference[i == 0 ? reference.size() - 1 : i - 1]);
+    const auto boundary = static_cast<std::size_t>(std::max_element(steps.begin(), steps.end()) - steps.begin());
+
+    ReferenceSymbols symbols;
+    symbols.firstCentre = boundary + samplesPerUi / 2;
+    std::vector<double> values(reference.size() / samplesPerUi);
+    for (std::size_t i = 0; i < values.size(); ++i)
+        values[i] = reference[(symbols.firstCentre + i * samplesPerUi) % reference.size()];
+    std::vector<double> distinct = values;
+    std::sort(distinct.begin(), distinct.end());
+    // Levels that went through the same sums in another order differ in their last bits.
+    const double close = 1e-9 * (distinct.back() - distinct.front());
+    distinct.erase(
+        std::unique(distinct.begin(), distinct.end(), [close](double a, double b) { return b - a <= close; }),
+        distinct.end());
+    if (distinct.size() < 2 || distinct.size() > kMostLevels)
+        return std::nullopt;
+    symbols.levelCount = static_cast<int>(distinct.size());
+    for (const double value : values)
+        symbols.levels.push_back(
+            static_cast<int>(std::upper_bound(distinct.begin(), distinct.end(), value + close) - distinct.begin()) - 1);
+    return symbols;
+}
+
+EyeClosure MeasureClosure(std::span<const double> capture, std::span<const double> reference,
+                          const ReferenceSymbols& symbols, std::size_t samplesPerUi, std::span<const double> taps)
+{
+    const Sampler sampler(capture, reference, symbols, samplesPerUi);
+    Scorer scorer(sampler, symbols);
+    ReferenceEqualizer best{{taps.begin(), taps.end()}, Largest(taps), 0.0, {}};
+    best.closure.tdecqDb = std::numeric_limits<double>::infinity();
+    for (std::size_t k = 0; k < kPhases; ++k) {
+        const EyeClosure closure = scorer.Score(taps, best.cursor, PhaseUi(k));
+        if (closure.tdecqDb < best.closure.tdecqDb)
+            best.closure = closure;
+    }
+    return best.closure;
+}
+
+std::optional<ReferenceEqualizer> FindReferenceEqualizer(std::span<const double> capture,
+                                                         std::span<const double> reference,
+                                                         const ReferenceSymbols& symbols, std::size_t samplesPerUi,
+                                                         std::size_t numberOfTaps, std::optional<std::size_t> cursor)
+{
+    const Sampler sampler(capture, reference, symbols, samplesPerUi);
+    Scorer scorer(sampler, symbols);
+    const std::size_t first = cursor.value_or(0);
+    const std::size_t last = cursor.value_or(std::min(kMostCursors, numberOfTaps) - 1);
+    ReferenceEqualizer best;
+    best.closure.tdecqDb = std::numeric_limits<double>::infinity();
+    std::vector<double> v;
+    for (std::size_t k = 0; k < kPhases; ++k) {
+        sampler.At(PhaseUi(k), v);
+        const Regression regression(v, symbols, numberOfTaps);
+        for (std::size_t c = first; c <= last; ++c) {
+            for (const double load : kNoiseLoads) {
+                std::vector<double> taps = regression.Solve(c, load * sampler.Variance());
+                if (!std::all_of(taps.begin(), taps.end(), [](double tap) { return std::isfinite(tap); }) ||
+                    Largest(taps) != c)
+                    continue;
+                const EyeClosure closure = scorer.Score(taps, c, PhaseUi(k));
+                if (closure.tdecqDb < best.closure.tdecqDb)
+                    best = {std::move(taps), c, PhaseUi(k), closure};
+            }
+        }
+    }
+    if (best.taps.empty())
+        return std::nullopt;
+    Refine(scorer, best);
+    // The search keeps the sum to rounding; what is handed out has it as near to 1 as doubles come.
+    const double sum = std::accumulate(best.taps.begin(), best.taps.end(), 0.0);
+    best.taps[best.cursor] += 1.0 - sum;
+    return best;
+}
+
+}  // namespace Tarnwick::DSO::Maths

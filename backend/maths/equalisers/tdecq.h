@@ -1,0 +1,60 @@
+// Transmitter and dispersion eye closure of a repeated multilevel pattern, and the reference equaliser of least closure.
+//     TDECQ = 10 log10(OMA C_eq / (2 (n - 1) Q_t sigma)),  Q_t = 3.414, n = 4 levels
+// sigma is the largest Gaussian noise at which the symbol error ratio stays at or below 4.8e-4 in two time slices 0.1 UI
+// apart, C_eq the gain of the equaliser for the noise behind the reference receiver, OMA the outer modulation amplitude.
+// The equaliser is symbol-spaced, its taps sum to 1. Source: IEEE 802.3 clause 121.8.5.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "framework/export.h"
+
+namespace Tarnwick::DSO::Maths {
+
+/// The symbols that a reference waveform holds.
+struct ReferenceSymbols {
+    std::vector<int> levels;      // of each UI, 0 the lowest
+    int levelCount = 0;           // distinct levels
+    std::size_t firstCentre = 0;  // sample at the middle of UI 0
+};
+
+/// UI boundaries lie where the reference steps most; the level of a UI is read at its middle.
+/// @param reference  a whole number of UI of samplesPerUi samples, held symbols of 2 to 4 levels
+/// @return nothing when there are fewer or more levels
+TARNWICK_FRAMEWORK_API std::optional<ReferenceSymbols> SymbolsOfReference(std::span<const double> reference,
+                                                                          std::size_t samplesPerUi);
+
+struct EyeClosure {
+    double tdecqDb = 0.0;    // above 50 when the eye is closed: then it only ranks
+    bool closed = true;      // no noise at all leaves the symbol error ratio
+    double oma = 0.0;        // [V]
+    double sigma = 0.0;      // [V] largest noise behind the equaliser
+    double noiseGain = 0.0;  // C_eq
+};
+
+struct ReferenceEqualizer {
+    std::vector<double> taps;  // sum 1
+    std::size_t cursor = 0;    // the largest tap
+    double phaseUi = 0.0;      // of the decision, from the middle of the UI
+    EyeClosure closure;
+};
+
+/// The closure of a capture behind given taps, at the best of 16 phases.
+/// @param capture  as long as the reference; rotated against it by any amount
+/// @param taps     sum 1; the largest is the cursor
+TARNWICK_FRAMEWORK_API EyeClosure MeasureClosure(std::span<const double> capture, std::span<const double> reference,
+                                                 const ReferenceSymbols& symbols, std::size_t samplesPerUi,
+                                                 std::span<const double> taps);
+
+/// The taps of least closure: minimum mean-square error under several noise loads for each cursor and phase, scored by
+/// TDECQ, the best one refined by a compass search.
+/// @param cursor  the place of the largest tap; none: the first three are tried
+/// @return nothing when no taps have their largest where it has to be
+TARNWICK_FRAMEWORK_API std::optional<ReferenceEqualizer> FindReferenceEqualizer(
+    std::span<const double> capture, std::span<const double> reference, const ReferenceSymbols& symbols,
+    std::size_t samplesPerUi, std::size_t numberOfTaps, std::optional<std::size_t> cursor);
+
+}  // namespace Tarnwick::DSO::Maths

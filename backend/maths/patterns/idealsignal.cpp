@@ -1,0 +1,62 @@
+#include "maths/patterns/idealsignal.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Tarnwick::DSO::Maths {
+
+std::string Alphabet(E_SIGNAL_CODING coding, SymbolMap map, std::string_view symbols)
+{
+    constexpr std::string_view kDigits = "0123456789";
+    switch (coding) {
+        case SIGNAL_CODING_NRZ: return "01";
+        case SIGNAL_CODING_PAM3: return "012";
+        case SIGNAL_CODING_PAM4:
+        case SIGNAL_CODING_PAM4_PRECODED: return map == SymbolMap::Gray ? "0132" : "0123";
+        default: break;
+    }
+    std::size_t highest = 1;
+    for (const char symbol : symbols)
+        if (const std::size_t digit = kDigits.find(symbol); digit != std::string_view::npos)
+            highest = std::max(highest, digit);
+    return std::string(kDigits.substr(0, highest + 1));
+}
+
+std::vector<int> LevelsOf(std::string_view symbols, std::string_view alphabet)
+{
+    std::vector<int> levels(symbols.size());
+    std::transform(symbols.begin(), symbols.end(), levels.begin(),
+                   [alphabet](char symbol) { return static_cast<int>(alphabet.find(symbol)); });
+    return levels;
+}
+
+std::vector<double> IdealSignal(std::span<const int> levels, Swing swing, double samplesPerUi, std::size_t count,
+                                double edgeUi)
+{
+    const std::size_t symbols = levels.size();
+    const auto valueOf = [&](std::size_t symbol) {
+        return swing.low + (swing.high - swing.low) * levels[symbol] / (swing.levelCount - 1);
+    };
+    std::vector<double> signal(count);
+    for (std::size_t m = 0; m < count; ++m) {
+        const double position = static_cast<double>(m) / samplesPerUi;
+        const double whole = std::floor(position);
+        const std::size_t symbol = static_cast<std::size_t>(whole) % symbols;
+        const double here = valueOf(symbol);
+        signal[m] = here;
+        if (edgeUi <= 0.0)
+            continue;
+        const double fraction = position - whole + 0.5 / samplesPerUi;
+        if (fraction < edgeUi / 2.0) {
+            const double before = valueOf((symbol + symbols - 1) % symbols);
+            signal[m] = before + (here - before) * (0.5 + fraction / edgeUi);
+        } else if (fraction > 1.0 - edgeUi / 2.0) {
+            // Where s is not whole, the middle of the last interval may lie beyond the end of the edge.
+            const double done = std::min(1.0, 0.5 + (fraction - 1.0) / edgeUi);
+            signal[m] = here + (valueOf((symbol + 1) % symbols) - here) * done;
+        }
+    }
+    return signal;
+}
+
+}  // namespace Tarnwick::DSO::Maths

@@ -1,0 +1,190 @@
+#include "maths/patterns/symboldetection.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <optional>
+#include <utility>
+
+#include <Eigen/Dense>
+
+namespace Tarnwick::DSO::Maths {
+
+namespace {
+
+constexpr std::size_t kMostPhases = 8;
+constexpr int kMostFits = 20;         // of the equaliser, at one phase
+constexpr int kMostPartitions = 100;  // of Lloyd's algorithm; a dozen is usual
+constexpr int kReach = 3;             // taps from -3 to +3 UI
+constexpr int kTaps = 2 * kReach + 1;
+constexpr double kLoading = 1e-9;  // of each diagonal element: makes patterns of few symbols solvable
+
+// Values parted into levels: thresholds half way between neighbouring means.
+struct Partition {
+    std::vector<double> thresholds;
+    double quality;
+};
+
+// Lloyd's algorithm. In sorted order each level is a stretch, and prefix sums give its mean at once.
+std::optional<Partition> Part(std::span<const double> values, int levelCount)
+{
+    std::vector<double> sorted(values.begin(), values.end());
+    std::sort(sorted.begin(), sorted.end());
+    const std::size_t count = sorted.size();
+    std::vector<double> sums(count + 1, 0.0);
+    std::partial_sum(sorted.begin(), sorted.end(), sums.begin() + 1);
+
+    const auto levels = static_cast<std::size_t>(levelCount);
+    std::vector<double> means(levels);
+    for (std::size_t k = 0; k < levels; ++k)
+        means[k] = sorted[(2 * k + 1) * count / (2 * levels)];
+    Partition partition{std::vector<double>(levels - 1), 0.0};
+    std::vector<std::size_t> ends(levels, count);
+    for (int pass = 0; pass < kMostPartitions; ++pass) {
+        const std::vector<std::size_t> before = ends;
+        for (std::size_t k = 0; k + 1 < levels; ++k) {
+            partition.thresholds[k] = 0.5 * (means[k] + means[k + 1]);
+            const auto end = std::upper_bound(sorted.begin(), sorted.end(), partition.thresholds[k]);
+            ends[k] = static_cast<std::size_t>(end - sorted.begin());
+        }
+        if (ends == before)
+            break;
+        for (std::size_t k = 0; k < levels; ++k) {
+            const std::size_t begin = k == 0 ? 0 : ends[k - 1];
+            if (ends[k] == begin)
+                return std::nullopt;
+            means[k] = (sums[ends[k]] - sums[begin]) / static_cast<double>(ends[k] - begin);
+        }
+    }
+
+    double spacing = means[1] - means[0];
+    for (std::size_t k = 2; k < levels; ++k)
+        spacing = std::min(spacing, means[k] - means[k - 1]);
+    double squares = 0.0;
+    std::size_t j = 0;
+    for (std::size_t k = 0; k < levels; ++k)
+        for (; j < ends[k]; ++j)
+            squares += (sorted[j] - means[k]) * (sorted[j] - means[k]);
+    partition.quality = squares / static_cast<double>(count) / (spacing * spacing);
+    return partition;
+}
+
+std::vector<int> Decide(std::span<const double> values, const std::vector<double>& thresholds)
+{
+    std::vector<int> levels(values.size());
+    for (std::size_t j = 0; j < values.size(); ++j)
+        for (const double threshold : thresholds)
+            levels[j] += values[j] > threshold ? 1 : 0;
+    return levels;
+}
+
+// Least squares over the neighbouring symbols and a constant. The matrix is the same for all decisions at one phase.
+class LinearEqualiser {
+public:
+    explicit LinearEqualiser(std::span<const double> values)
+        : columns_(static_cast<Eigen::Index>(values.size()), kTaps + 1)
+    {
+        const auto count = static_cast<Eigen::Index>(values.size());
+        for (int tap = 0; tap < kTaps; ++tap)
+            for (Eigen::Index j = 0; j < count; ++j)
+                columns_(j, tap) = values[static_cast<std::size_t>((j + tap + (count - 1) * kReach) % count)];
+        columns_.col(kTaps).setOnes();
+        Square normal = columns_.transpose() * columns_;
+        normal.diagonal() *= 1.0 + kLoading;
+        factors_.compute(normal);
+    }
+
+    /// The values behind the equaliser that comes nearest to the decided levels, spaced by 1 about 0.
+    std::vector<double> Fit(const std::vector<int>& levels, int levelCount) const
+    {
+        const Eigen::Map<const Eigen::VectorXi> decided(levels.data(), static_cast<Eigen::Index>(levels.size()));
+        const Eigen::VectorXd wanted = decided.cast<double>().array() - 0.5 * (levelCount - 1);
+        const Column weights = factors_.solve(columns_.transpose() * wanted);
+        std::vector<double> equalised(levels.size());
+        Eigen::Map<Eigen::VectorXd>(equalised.data(), columns_.rows()).noalias() = columns_ * weights;
+        return equalised;
+    }
+
+private:
+    using Square = Eigen::Matrix<double, kTaps + 1, kTaps + 1>;
+    using Column = Eigen::Matrix<double, kTaps + 1, 1>;
+    Eigen::Matrix<double, Eigen::Dynamic, kTaps + 1> columns_;
+    Eigen::LDLT<Square> factors_;
+};
+
+// One sample a UI, from `phaseUi` on, with linear interpolation round the period.
+std::vector<double> SampledAt(std::span<const double> samples, std::size_t symbolCount, double phaseUi)
+{
+    const double samplesPerUi = static_cast<double>(samples.size()) / static_cast<double>(symbolCount);
+    std::vector<double> values(symbolCount);
+    for (std::size_t j = 0; j < symbolCount; ++j) {
+        const double position = (static_cast<double>(j) + phaseUi) * samplesPerUi;
+        const double whole = std::floor(position);
+        const std::size_t left = static_cast<std::size_t>(whole) % samples.size();
+        const double next = samples[(left + 1) % samples.size()];
+        values[j] = samples[left] + (next - samples[left]) * (position - whole);
+    }
+    return values;
+}
+
+std::vector<double> MeanOfEachLevel(std::span<const double> values, const std::vector<int>& levels, int levelCount)
+{
+    std::vector<double> means(static_cast<std::size_t>(levelCount));
+    std::vector<double> counts(means.size());
+    for (std::size_t j = 0; j < values.size(); ++j) {
+        means[static_cast<std::size_t>(levels[j])] += values[j];
+        counts[static_cast<std::size_t>(levels[j])] += 1.0;
+    }
+    std::transform(means.begin(), means.end(), counts.begin(), means.begin(), std::divides<>());
+    return means;
+}
+
+SymbolDetection DetectAt(std::span<const double> values, int levelCount, Decisions decisions)
+{
+    std::optional<Partition> partition = Part(values, levelCount);
+    if (!partition)
+        return {};
+    std::vector<int> levels = Decide(values, partition->thresholds);
+    if (decisions == Decisions::Equalised) {
+        const LinearEqualiser equaliser(values);
+        bool settled = false;
+        for (int fit = 0; fit < kMostFits && !settled; ++fit) {
+            const std::vector<double> equalised = equaliser.Fit(levels, levelCount);
+            partition = Part(equalised, levelCount);
+            if (!partition)
+                return {};
+            std::vector<int> decided = Decide(equalised, partition->thresholds);
+            settled = decided == levels;
+            levels = std::move(decided);
+        }
+    }
+    return {std::move(levels), partition->quality, 0.0, {}};
+}
+
+}  // namespace
+
+SymbolDetection DetectSymbols(std::span<const double> samples, std::size_t symbolCount, int levelCount,
+                              Decisions decisions)
+{
+    // About their mean the samples are independent of the equaliser's constant, whatever offset they came with.
+    const double mean = std::accumulate(samples.begin(), samples.end(), 0.0) / static_cast<double>(samples.size());
+    std::vector<double> centred(samples.begin(), samples.end());
+    for (double& value : centred)
+        value -= mean;
+
+    const std::size_t phases = std::clamp<std::size_t>(samples.size() / symbolCount, 1, kMostPhases);
+    SymbolDetection best;
+    for (std::size_t phase = 0; phase < phases; ++phase) {
+        const double phaseUi = static_cast<double>(phase) / static_cast<double>(phases);
+        SymbolDetection found = DetectAt(SampledAt(centred, symbolCount, phaseUi), levelCount, decisions);
+        if (found.quality < best.quality) {
+            best = std::move(found);
+            best.phaseUi = phaseUi;
+        }
+    }
+    if (!best.levels.empty())
+        best.voltages = MeanOfEachLevel(SampledAt(samples, symbolCount, best.phaseUi), best.levels, levelCount);
+    return best;
+}
+
+}  // namespace Tarnwick::DSO::Maths

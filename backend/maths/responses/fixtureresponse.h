@@ -1,0 +1,56 @@
+// From a fixture's measured transmission to the spectrum that removes or adds it.
+#pragma once
+
+#include <complex>
+#include <cstddef>
+#include <map>
+#include <vector>
+
+#include "framework/export.h"
+#include "maths/transforms/spectrum.h"
+
+namespace Tarnwick::DSO::Maths {
+
+/// A measured transmission between and below its frequencies: magnitude and unwrapped phase, linear in between.
+/// (Real and imaginary part, interpolated, would lose magnitude where the phase turns fast.)
+class TARNWICK_FRAMEWORK_API FixtureResponse {
+public:
+    /// @param data  [Hz] to finite values, at least two, none at a negative frequency
+    explicit FixtureResponse(const std::map<double, std::complex<double>>& data);
+
+    struct Polar {
+        double magnitude;
+        double phase;  // [rad]
+    };
+    /// @param frequency  [Hz] from 0 to LastFrequency()
+    Polar At(double frequency) const;
+
+    double LastFrequency() const { return frequencies_.back(); }
+    /// The largest magnitude in the data.
+    double Strongest() const { return strongest_; }
+
+private:
+    void ExtendToDc();
+
+    // With an entry at 0 Hz.
+    std::vector<double> frequencies_;
+    std::vector<double> magnitudes_;
+    std::vector<double> phases_;
+    // Below the first measured frequency |S| = |S(f0)| exp(rise (1 - sqrt(f/f0))).
+    double firstMeasured_ = 0.0;
+    double rise_ = 0.0;
+    double strongest_ = 0.0;
+};
+
+enum class FixtureUse { Remove, Add };
+
+struct FixtureLimits {
+    double boostDb;    // largest gain when removing, over the strongest transmission
+    double bandwidth;  // [Hz] -6 dB point of the taper; 0: as far as data and sample rate reach
+};
+
+/// The spectrum over `count` bins k fs/count.
+TARNWICK_FRAMEWORK_API HermitianBins FixtureSpectrum(const FixtureResponse& fixture, FixtureUse use,
+                                                     const FixtureLimits& limits, double sampleRate, std::size_t count);
+
+}  // namespace Tarnwick::DSO::Maths

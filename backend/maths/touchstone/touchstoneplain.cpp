@@ -1,0 +1,142 @@
+#include "maths/touchstone/touchstoneplain.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace Tarnwick::DSO::Maths {
+
+using Complex = std::complex<double>;
+
+namespace {
+
+constexpr std::string_view kBlanks = " \t\v\f\r";
+
+std::vector<std::string_view> WordsOf(std::string_view text)
+{
+    std::vector<std::string_view> words;
+    for (std::size_t begin = text.find_first_not_of(kBlanks); begin != std::string_view::npos;) {
+        const std::size_t end = std::min(text.find_first_of(kBlanks, begin), text.size());
+        words.push_back(text.substr(begin, end - begin));
+        begin = text.find_first_not_of(kBlanks, end);
+    }
+    return words;
+}
+
+std::string Quoted(std::string_view word)
+{
+    return std::string("\"").append(word).append("\"");
+}
+
+// A decimal number from end to end.
+std::optional<double> DecimalOf(std::string_view word)
+{
+    const Number number = NumberAtStart(word);
+    const bool isDecimal = word.find_first_not_of("+-.0123456789eE") == std::string_view::npos;
+    if (!isDecimal || number.status != NumberStatus::Number || number.length != word.size())
+        return std::nullopt;
+    return number.value;
+}
+
+std::size_t PortsOf(FileKind kind)
+{
+    return kind == FileKind::OnePort ? 1 : kind == FileKind::TwoPort ? 2 : 4;
+}
+
+}  // namespace
+
+PlainTouchstoneReader::PlainTouchstoneReader(FileKind kind, PortPairs pairs)
+    : kind_(kind), pairs_(pairs), recordSize_(1 + 2 * PortsOf(kind) * PortsOf(kind))
+{
+}
+
+PlainTouchstoneReader::Line PlainTouchstoneReader::Take(std::string_view line)
+{
+    Line taken;
+    const std::size_t comment = line.find('!');
+    const std::string_view text = line.substr(0, comment);
+    const std::size_t first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos)
+        return taken;
+    taken.hasComment = comment != std::string_view::npos;
+    if (text[first] == '#') {
+        taken.kind = hasOptions_ ? Line::Kind::FurtherOptions : Line::Kind::Options;
+        if (!hasOptions_)
+            taken.problem = TakeOptions(text.substr(first + 1));
+        hasOptions_ = true;
+    } else if (text[first] == '[') {
+        taken.kind = Line::Kind::Keyword;
+        taken.problem = Problem{1, Quoted(WordsOf(text).front()) + " is a keyword of version 2"};
+    } else {
+        TakeData(text, taken);
+    }
+    return taken;
+}
+
+std::optional<PlainTouchstoneReader::Problem> PlainTouchstoneReader::TakeOptions(std::string_view line)
+{
+    const std::vector<std::string_view> words = WordsOf(line);
+    for (std::size_t k = 0; k < words.size(); ++k) {
+        const std::string word = UpperCase(words[k]);
+        if (word == "HZ" || UnitOf(word) != 1.0)
+            options_.unit = UnitOf(word);
+        else if (const auto format = FormatOf(word))
+            options_.format = *format;
+        else if (word == "S" || word == "Y" || word == "Z" || word == "G" || word == "H")
+            options_.parameter = word.front();
+        else if (word == "R")
+            ++k;  // its value, on which a transmission does not depend
+        else
+            return Problem{k + 2, Quoted(words[k]) + " is no option"};
+    }
+    return std::nullopt;
+}
+
+void PlainTouchstoneReader::TakeData(std::string_view line, Line& taken)
+{
+    const std::vector<std::string_view> words = WordsOf(line);
+    taken.kind = Line::Kind::Data;
+    taken.numbers = words.size();
+    taken.startsRecord = record_.empty();
+    for (std::size_t k = 0; k < words.size(); ++k) {
+        const auto number = DecimalOf(words[k]);
+        if (!number) {
+            taken.problem = Problem{k + 1, Quoted(words[k]) + " is no decimal number"};
+            return;
+        }
+        if (record_.empty() && lastFrequency_ && *number * options_.unit <= *lastFrequency_) {
+            // Behind the S-parameters of a two-port, a frequency that does not ascend begins its noise parameters.
+            inNoise_ = inNoise_ || kind_ == FileKind::TwoPort;
+            taken.repeatsFrequency = kind_ != FileKind::TwoPort;
+        }
+        if (inNoise_) {
+            taken.kind = Line::Kind::Noise;
+            return;
+        }
+        record_.push_back(*number);
+        if (record_.size() == recordSize_)
+            CloseRecord();
+    }
+}
+
+void PlainTouchstoneReader::CloseRecord()
+{
+    const auto pairAt = [this](std::size_t number) {
+        return FromPair(options_.format, record_[number], record_[number + 1]);
+    };
+    const double frequency = record_[0] * options_.unit;
+    if (kind_ == FileKind::FourPort) {
+        std::array<Complex, 16> matrix;
+        for (std::size_t k = 0; k < matrix.size(); ++k)
+            matrix[k] = pairAt(1 + 2 * k);
+        for (std::size_t row = 0; row < matrix.size() && pairs_ == PortPairs::Alternate; row += 4)
+            std::swap(matrix[row + 1], matrix[row + 2]);
+        transmission_.insert_or_assign(frequency, DifferentialTransmission(matrix, pairs_));
+    } else {
+        transmission_.insert_or_assign(frequency, pairAt(kind_ == FileKind::OnePort ? 1 : 3));
+    }
+    lastFrequency_ = frequency;
+    record_.clear();
+}
+
+}  // namespace Tarnwick::DSO::Maths

@@ -1,0 +1,68 @@
+// Touchstone files as they are meant: comments anywhere, options in any order, records over any number of lines.
+// Source: EIA/IBIS Open Forum, "Touchstone File Format Specification", rev. 1.1.
+#pragma once
+
+#include <complex>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "framework/export.h"
+#include "maths/touchstone/touchstone.h"
+
+namespace Tarnwick::DSO::Maths {
+
+class TARNWICK_FRAMEWORK_API PlainTouchstoneReader {
+public:
+    /// @param kind  of one, two or four ports
+    PlainTouchstoneReader(FileKind kind, PortPairs pairs);
+
+    struct Options {
+        double unit = 1e9;
+        PairFormat format = PairFormat::Magnitude;
+        char parameter = 'S';
+    };
+
+    struct Problem {
+        std::size_t token;  ///< counted from 1
+        std::string reason;
+    };
+
+    /// What a line was taken for.
+    struct Line {
+        enum class Kind { Empty, Options, FurtherOptions, Data, Noise, Keyword };
+        Kind kind = Kind::Empty;
+        std::size_t numbers = 0;        ///< data: tokens before a comment
+        bool hasComment = false;        ///< behind something else
+        bool startsRecord = false;      ///< data: nothing of a record was open before
+        bool repeatsFrequency = false;  ///< data: a record starts that does not lie above the one before
+        std::optional<Problem> problem;
+    };
+    Line Take(std::string_view line);
+
+    const Options& Settings() const { return options_; }
+    bool HasSettings() const { return hasOptions_; }
+    /// Numbers that the record begun last lacks; 0 when it is whole.
+    std::size_t Missing() const { return record_.empty() ? 0 : recordSize_ - record_.size(); }
+    std::size_t RecordSize() const { return recordSize_; }
+    const Transmission& Values() const { return transmission_; }
+
+private:
+    std::optional<Problem> TakeOptions(std::string_view line);
+    void TakeData(std::string_view line, Line& taken);
+    void CloseRecord();
+
+    FileKind kind_;
+    PortPairs pairs_;
+    std::size_t recordSize_;
+    Options options_;
+    bool hasOptions_ = false;
+    bool inNoise_ = false;
+    std::vector<double> record_;
+    std::optional<double> lastFrequency_;
+    Transmission transmission_;
+};
+
+}  // namespace Tarnwick::DSO::Maths

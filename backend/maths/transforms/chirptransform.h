@@ -1,0 +1,38 @@
+// The discrete Fourier transform of lengths that do not fall into small factors, as two transforms of a length that
+// does. Source: L. I. Bluestein, "A linear filtering approach to the computation of discrete Fourier transform", IEEE
+// Trans. Audio Electroacoustics 18 (1970) 451-455.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "framework/export.h"
+#include "maths/transforms/alignedbuffer.h"
+#include "maths/transforms/fft.h"
+
+namespace Tarnwick::DSO::Maths {
+
+/// X[k] = sum_{n < inputs} x[n] exp(-2 pi i k n / length), k = 0 .. length - 1: a transform of `length` values that are
+/// zero from `inputs` on. The fewer inputs there are, the shorter are the two transforms.
+class TARNWICK_FRAMEWORK_API ChirpTransform {
+public:
+    /// Kept and shared as the plans of the other transforms are.
+    /// @param inputs  1 to length
+    static std::shared_ptr<const ChirpTransform> Of(std::size_t length, std::size_t inputs);
+    ChirpTransform(std::size_t length, std::size_t inputs);
+
+    /// The values that fit into the array which is transformed.
+    std::size_t Room() const { return room_; }
+    /// @param data  Room() values from AlignedBuffer: `inputs` of them before, `length` after; the others are lost
+    void Forward(Complex* data) const;
+
+private:
+    std::size_t inputs_;
+    std::size_t room_;
+    std::shared_ptr<const ComplexTransform> inner_;
+    std::vector<Complex> chirp_;       // exp(-i pi n^2 / length)
+    AlignedBuffer<Complex> spectrum_;  // of its conjugate, over room_
+};
+
+}  // namespace Tarnwick::DSO::Maths

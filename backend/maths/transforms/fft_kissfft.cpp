@@ -1,0 +1,191 @@
+// kissfft's C++ header behind the seam: no licence condition, no planner, no global state. Its generic butterfly (any
+// prime factor above 5) takes O(p n) and shares a scratch array between threads, so lengths with such a factor go
+// through a chirp transform.
+#include <cmath>
+#include <numbers>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <kissfft.hh>
+
+#include "maths/transforms/chirptransform.h"
+#include "maths/transforms/factors.h"
+#include "maths/transforms/fft.h"
+#include "maths/transforms/plancache.h"
+
+namespace Tarnwick::DSO::Maths {
+
+namespace {
+
+bool IsFiveSmooth(std::size_t length)
+{
+    return HasOnlyFactors(length, {2, 3, 5});
+}
+
+// Written out: the operator of std::complex looks for NaN at every product.
+Complex Product(Complex a, Complex b)
+{
+    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
+}
+
+Complex* Scratch(std::size_t slot, std::size_t length)
+{
+    thread_local AlignedBuffer<Complex> buffers[3];
+    return buffers[slot].Reserve(length);
+}
+
+class SmoothTransform final : public ComplexTransform {
+public:
+    explicit SmoothTransform(std::size_t length) : length_(length), forward_(length, false), inverse_(length, true) {}
+    void Forward(Complex* data) const override { Run(forward_, data); }
+    void Inverse(Complex* data) const override { Run(inverse_, data); }
+
+private:
+    void Run(const kissfft<double>& transform, Complex* data) const
+    {
+        Complex* copy = Scratch(0, length_);
+        std::copy(data, data + length_, copy);
+        transform.transform(copy, data);
+    }
+    std::size_t length_;
+    kissfft<double> forward_;
+    kissfft<double> inverse_;
+};
+
+class Chirped final : public ComplexTransform {
+public:
+    explicit Chirped(std::size_t length) : length_(length), chirp_(length, length) {}
+    void Forward(Complex* data) const override
+    {
+        Complex* work = Scratch(1, chirp_.Room());
+        std::copy(data, data + length_, work);
+        chirp_.Forward(work);
+        std::copy(work, work + length_, data);
+    }
+    void Inverse(Complex* data) const override
+    {
+        for (std::size_t n = 0; n < length_; ++n)
+            data[n] = std::conj(data[n]);
+        Forward(data);
+        for (std::size_t n = 0; n < length_; ++n)
+            data[n] = std::conj(data[n]);
+    }
+
+private:
+    std::size_t length_;
+    ChirpTransform chirp_;
+};
+
+class RowOf final : public RowTransform {
+public:
+    explicit RowOf(std::size_t length) : length_(length), inner_(ComplexTransform::Of(length)) {}
+    void Forward(Complex* from, Complex* to) const override
+    {
+        inner_->Forward(std::copy(from, from + length_, to) - length_);
+    }
+    void Inverse(Complex* from, Complex* to) const override
+    {
+        inner_->Inverse(std::copy(from, from + length_, to) - length_);
+    }
+
+private:
+    std::size_t length_;
+    std::shared_ptr<const ComplexTransform> inner_;
+};
+
+class SmoothRow final : public RowTransform {
+public:
+    explicit SmoothRow(std::size_t length) : forward_(length, false), inverse_(length, true) {}
+    void Forward(Complex* from, Complex* to) const override { forward_.transform(from, to); }
+    void Inverse(Complex* from, Complex* to) const override { inverse_.transform(from, to); }
+
+private:
+    kissfft<double> forward_;
+    kissfft<double> inverse_;
+};
+
+// A real transform of N values is a complex one of N/2 pairs and a pass that takes even and odd samples apart.
+// Source: W. H. Press et al., "Numerical Recipes", section 12.3, "FFT of single real function".
+class PairedReal final : public RealTransform {
+public:
+    explicit PairedReal(std::size_t length)
+        : half_(length / 2), pairs_(ComplexTransform::Of(half_)), twiddles_(half_ + 1)
+    {
+        for (std::size_t k = 0; k <= half_; ++k)
+            twiddles_[k] = std::polar(1.0, -std::numbers::pi * static_cast<double>(k) / static_cast<double>(half_));
+    }
+    void Forward(double* values, Complex* bins) const override
+    {
+        Complex* work = Scratch(2, half_);
+        for (std::size_t n = 0; n < half_; ++n)
+            work[n] = {values[2 * n], values[2 * n + 1]};
+        pairs_->Forward(work);
+        for (std::size_t k = 0; k <= half_; ++k) {
+            const Complex here = work[k == half_ ? 0 : k];
+            const Complex mirror = std::conj(work[k == 0 ? 0 : half_ - k]);
+            const Complex even = 0.5 * (here + mirror);
+            const Complex odd = Product(Complex(0.0, -0.5), here - mirror);
+            bins[k] = even + Product(odd, twiddles_[k]);
+        }
+    }
+    void Inverse(Complex* bins, double* values) const override
+    {
+        Complex* work = Scratch(2, half_);
+        for (std::size_t k = 0; k < half_; ++k) {
+            const Complex mirror = std::conj(bins[half_ - k]);
+            const Complex even = bins[k] + mirror;
+            const Complex odd = Product(bins[k] - mirror, std::conj(twiddles_[k]));
+            work[k] = even + Product(Complex(0.0, 1.0), odd);
+        }
+        pairs_->Inverse(work);
+        for (std::size_t n = 0; n < half_; ++n) {
+            values[2 * n] = work[n].real();
+            values[2 * n + 1] = work[n].imag();
+        }
+    }
+
+private:
+    std::size_t half_;
+    std::shared_ptr<const ComplexTransform> pairs_;
+    std::vector<Complex> twiddles_;
+};
+
+}  // namespace
+
+std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
+{
+    if (length == 0 || length % 2 != 0)
+        throw std::invalid_argument("RealTransform: length is " + std::to_string(length) +
+                                    "; expected an even number of values");
+    static PlanCache<RealTransform> cache;
+    return cache.Get(length, [length] { return std::make_shared<PairedReal>(length); });
+}
+
+std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
+{
+    if (length == 0)
+        throw std::invalid_argument("ComplexTransform: length is " + std::to_string(length) +
+                                    "; expected at least one value");
+    static PlanCache<ComplexTransform> smooth;
+    if (IsFiveSmooth(length))
+        return smooth.Get(length, [length] { return std::make_shared<SmoothTransform>(length); });
+    // A cache of their own: while one is made, it asks for a smooth one.
+    static PlanCache<ComplexTransform> chirped;
+    return chirped.Get(length, [length] { return std::make_shared<Chirped>(length); });
+}
+
+std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)
+{
+    if (length == 0)
+        throw std::invalid_argument("RowTransform: length is " + std::to_string(length) +
+                                    "; expected at least one value");
+    static PlanCache<RowTransform> cache;
+    return cache.Get(length, [length]() -> std::shared_ptr<const RowTransform> {
+        if (IsFiveSmooth(length))
+            return std::make_shared<SmoothRow>(length);
+        return std::make_shared<RowOf>(length);
+    });
+}
+
+}  // namespace Tarnwick::DSO::Maths

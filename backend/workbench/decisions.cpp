@@ -1,0 +1,64 @@
+#include "workbench/decisions.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "maths/convolution/circularconvolver.h"
+#include "maths/equalisers/decisionfeedback.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+// At each level and UI, in how many repetitions it was decided.
+using Tally = std::vector<std::vector<double>>;
+
+// The most decisions that agree with the pattern at any rotation: at one, they are the sum over the levels of the
+// circular correlation of the two indicators, whole numbers once rounded.
+std::size_t MostAgreements(const Tally& tally, std::span<const int> pattern)
+{
+    const std::size_t count = pattern.size();
+    std::vector<double> agreements(count, 0.0);
+    std::vector<double> ofLevel(count);
+    Maths::ConvolutionWork work;
+    for (std::size_t level = 0; level < tally.size(); ++level) {
+        // Convolution with the reversed pattern is correlation.
+        std::vector<double> reversed(count);
+        for (std::size_t i = 0; i < count; ++i)
+            reversed[(count - i) % count] = pattern[i] == static_cast<int>(level) ? 1.0 : 0.0;
+        Maths::CircularConvolver(reversed, count).Convolve(tally[level], ofLevel, work);
+        for (std::size_t i = 0; i < count; ++i)
+            agreements[i] += ofLevel[i];
+    }
+    return static_cast<std::size_t>(std::lround(*std::max_element(agreements.begin(), agreements.end())));
+}
+
+}  // namespace
+
+DecisionCount CountDecisions(std::span<const double> samples, std::span<const int> pattern, int levelCount,
+                             double samplesPerUi, double delay)
+{
+    const double period = samplesPerUi * static_cast<double>(pattern.size());
+    // With a fraction, one sample less is the same repetition.
+    const double slack = period == std::floor(period) ? 0.0 : 1.0;
+    const auto repetitions = static_cast<std::size_t>((static_cast<double>(samples.size()) + slack) / period);
+
+    // Without taps the equaliser is a slicer: its passes settle the levels.
+    DSO::Maths::DecisionFeedback slicer({}, levelCount, {pattern.size(), samplesPerUi});
+    Tally tally(static_cast<std::size_t>(levelCount), std::vector<double>(pattern.size(), 0.0));
+    std::vector<double> unchanged(static_cast<std::size_t>(period) + 1);
+    for (std::size_t r = 0; r < repetitions; ++r) {
+        const double position = static_cast<double>(r) * period;
+        const auto begin = static_cast<std::size_t>(position);
+        const auto end = std::min(samples.size(), static_cast<std::size_t>(position + period));
+        slicer.Equalise(samples.subspan(begin, end - begin), delay + position - static_cast<double>(begin),
+                        std::span(unchanged).first(end - begin));
+        for (std::size_t i = 0; i < pattern.size(); ++i)
+            tally[static_cast<std::size_t>(slicer.Decisions()[i])][i] += 1.0;
+    }
+    const std::size_t decisions = repetitions * pattern.size();
+    return {decisions, decisions == 0 ? 0 : decisions - MostAgreements(tally, pattern)};
+}
+
+}  // namespace Tarnwick::DSO::Workbench

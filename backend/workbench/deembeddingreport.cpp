@@ -1,0 +1,56 @@
+#include "workbench/deembeddingreport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <numeric>
+
+#include "maths/responses/fixtureresponse.h"
+#include "workbench/fixturefile.h"
+#include "workbench/transferfunction.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+double Energy(std::span<const double> values)
+{
+    return std::inner_product(values.begin(), values.end(), values.begin(), 0.0);
+}
+
+// The highest frequency that the fixture's own spectrum passes: behind its taper the bins are zero.
+double BandEnd(const Maths::FixtureResponse& fixture, Maths::FixtureUse use, const Maths::FixtureLimits& limits,
+               double sampleRate, std::size_t count)
+{
+    Maths::HermitianBins bins = Maths::FixtureSpectrum(fixture, use, limits, sampleRate, count);
+    const auto half = bins.Bins().first(count / 2 + 1);
+    std::size_t last = half.size() - 1;
+    while (last > 0 && half[last] == 0.0)
+        --last;
+    return static_cast<double>(last) * sampleRate / static_cast<double>(count);
+}
+
+}  // namespace
+
+DeEmbeddingFigures FiguresOfDeEmbedding(std::span<const double> kernel, double sampleRate,
+                                        const std::map<double, std::complex<double>>& fixture,
+                                        const DeEmbeddingSettings& settings)
+{
+    DeEmbeddingFigures figures;
+    const TransferFunction function = Transform({kernel.begin(), kernel.end()}, sampleRate);
+    const ResponseFigures response = FiguresOf(function, sampleRate / 2.0);
+    figures.largestBoostDb = response.peakGainDb;
+    figures.largestBoostAt = response.peakFrequency;
+    figures.noiseAmplificationDb = 20.0 * std::log10(response.noiseGain);
+    figures.peakDelay = response.peakDelay;
+    // The second half of the circular response lies before the impulse.
+    figures.energyBeforeZero = Energy(kernel.subspan(kernel.size() / 2 + 1)) / Energy(kernel);
+    figures.bandEnd =
+        BandEnd(Maths::FixtureResponse(fixture), settings.remove ? Maths::FixtureUse::Remove : Maths::FixtureUse::Add,
+                {settings.boostDb, settings.bandwidth}, sampleRate, kernel.size());
+    const auto firstMeasured = MadeAtZero(fixture) ? std::next(fixture.begin()) : fixture.begin();
+    figures.extrapolatedTo = std::min(firstMeasured->first, figures.bandEnd);
+    return figures;
+}
+
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,0 +1,177 @@
+#include "workbench/eye.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <optional>
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+constexpr int kMostRounds = 100;  // of Lloyd's algorithm, which ends long before
+
+// One sampling phase: the values at it, one a UI.
+class Phases {
+public:
+    Phases(std::span<const double> samples, double samplesPerUi)
+        : samples_(samples),
+          samplesPerUi_(samplesPerUi),
+          count_(static_cast<int>(samplesPerUi)),
+          symbols_(static_cast<std::size_t>(static_cast<double>(samples.size()) / samplesPerUi))
+    {
+    }
+    int Count() const { return count_; }
+    std::size_t Symbols() const { return symbols_; }
+    /// Values at phase p of the UI; p below 0 and from Count() on lie in the UIs before and behind.
+    std::vector<double> At(int p) const
+    {
+        std::vector<double> values(symbols_);
+        const double offset = static_cast<double>(p) / count_ * samplesPerUi_;
+        const bool whole = samplesPerUi_ == count_;
+        const auto length = static_cast<std::ptrdiff_t>(samples_.size());
+        for (std::size_t i = 0; i < symbols_; ++i) {
+            const double at = static_cast<double>(i) * samplesPerUi_ + offset;
+            const double below = std::floor(at);
+            const auto index = static_cast<std::ptrdiff_t>(below);
+            const double here = samples_[Wrapped(index, length)];
+            values[i] = whole ? here : here + (at - below) * (samples_[Wrapped(index + 1, length)] - here);
+        }
+        return values;
+    }
+
+private:
+    static std::size_t Wrapped(std::ptrdiff_t index, std::ptrdiff_t length)
+    {
+        return static_cast<std::size_t>((index % length + length) % length);
+    }
+    std::span<const double> samples_;
+    double samplesPerUi_;
+    int count_;
+    std::size_t symbols_;
+};
+
+struct Decision {
+    std::vector<double> levels;
+    std::vector<double> thresholds;
+    std::vector<double> heights;
+};
+
+// One-dimensional k-means on sorted values: a cluster is a run of them, its sum a difference of prefix sums.
+// Source: S. P. Lloyd, "Least squares quantization in PCM", IEEE Trans. Inf. Theory 28 (1982) 129-137.
+std::optional<Decision> Decide(std::vector<double> values, int levelCount)
+{
+    std::sort(values.begin(), values.end());
+    const auto levels = static_cast<std::size_t>(levelCount);
+    std::vector<double> sums(values.size() + 1, 0.0);
+    std::partial_sum(values.begin(), values.end(), sums.begin() + 1);
+    std::vector<double> centres(levels);
+    for (std::size_t k = 0; k < levels; ++k)
+        centres[k] = values[(2 * k + 1) * values.size() / (2 * levels)];
+    std::vector<std::size_t> bounds(levels + 1, 0);
+    Decision decision;
+    for (int round = 0; round < kMostRounds; ++round) {
+        decision.thresholds.clear();
+        std::vector<std::size_t> next = {0};
+        for (std::size_t k = 0; k + 1 < levels; ++k) {
+            decision.thresholds.push_back(0.5 * (centres[k] + centres[k + 1]));
+            next.push_back(static_cast<std::size_t>(
+                std::upper_bound(values.begin(), values.end(), decision.thresholds.back()) - values.begin()));
+        }
+        next.push_back(values.size());
+        for (std::size_t k = 0; k < levels; ++k) {
+            if (next[k + 1] <= next[k])
+                return std::nullopt;  // nobody decided for this level
+            centres[k] = (sums[next[k + 1]] - sums[next[k]]) / static_cast<double>(next[k + 1] - next[k]);
+        }
+        if (next == bounds)
+            break;
+        bounds = next;
+    }
+    decision.levels = centres;
+    for (std::size_t k = 1; k < levels; ++k)
+        decision.heights.push_back(values[bounds[k]] - values[bounds[k] - 1]);
+    return decision;
+}
+
+// Opening of each eye among values whose symbols are known.
+std::vector<double> Openings(const std::vector<double>& values, const std::vector<int>& symbols, int levelCount)
+{
+    const auto eyes = static_cast<std::size_t>(levelCount - 1);
+    std::vector<double> lowest(eyes + 1, std::numeric_limits<double>::infinity());
+    std::vector<double> highest(eyes + 1, -std::numeric_limits<double>::infinity());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const auto symbol = static_cast<std::size_t>(symbols[i]);
+        lowest[symbol] = std::min(lowest[symbol], values[i]);
+        highest[symbol] = std::max(highest[symbol], values[i]);
+    }
+    std::vector<double> openings(eyes);
+    for (std::size_t eye = 0; eye < eyes; ++eye)
+        openings[eye] = *std::min_element(lowest.begin() + static_cast<std::ptrdiff_t>(eye) + 1, lowest.end()) -
+                        *std::max_element(highest.begin(), highest.begin() + static_cast<std::ptrdiff_t>(eye) + 1);
+    return openings;
+}
+
+// How far, in phases, the eyes stay open on one side of the best phase, up to half a UI.
+std::vector<double> OpenSpan(const Phases& phases, int best, int direction, const std::vector<int>& symbols,
+                             std::vector<double> openings, int levelCount)
+{
+    const int reach = phases.Count() / 2;
+    std::vector<double> span(openings.size(), 0.0);
+    std::vector<bool> open(openings.size(), true);
+    for (int step = 1; step <= reach && std::find(open.begin(), open.end(), true) != open.end(); ++step) {
+        const std::vector<double> next = Openings(phases.At(best + direction * step), symbols, levelCount);
+        for (std::size_t eye = 0; eye < span.size(); ++eye) {
+            if (!open[eye])
+                continue;
+            open[eye] = next[eye] > 0.0;
+            span[eye] = open[eye] ? step : step - 1 + openings[eye] / (openings[eye] - next[eye]);
+        }
+        openings = next;
+    }
+    return span;
+}
+
+}  // namespace
+
+EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int levelCount)
+{
+    const Phases phases(samples, samplesPerUi);
+    EyeReport report;
+    if (phases.Symbols() < static_cast<std::size_t>(levelCount) ||
+        !std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); }))
+        return report;
+
+    // The smallest height at each phase; of a flat top of equal ones the middle counts.
+    std::vector<double> smallest(static_cast<std::size_t>(phases.Count()), -1.0);
+    for (int p = 0; p < phases.Count(); ++p)
+        if (const auto decision = Decide(phases.At(p), levelCount))
+            smallest[static_cast<std::size_t>(p)] =
+                *std::min_element(decision->heights.begin(), decision->heights.end());
+    const auto top = std::max_element(smallest.begin(), smallest.end());
+    if (*top < 0.0)
+        return report;
+    constexpr double kEqual = 1e-9;
+    auto plateau = top;
+    while (plateau + 1 != smallest.end() && *(plateau + 1) >= *top * (1.0 - kEqual))
+        ++plateau;
+    const int best = static_cast<int>((top - smallest.begin()) + (plateau - top) / 2);
+
+    const std::vector<double> values = phases.At(best);
+    const Decision decision = *Decide(values, levelCount);
+    std::vector<int> symbols(values.size());
+    std::transform(values.begin(), values.end(), symbols.begin(), [&](double value) {
+        return static_cast<int>(std::lower_bound(decision.thresholds.begin(), decision.thresholds.end(), value) -
+                                decision.thresholds.begin());
+    });
+    const auto left = OpenSpan(phases, best, -1, symbols, decision.heights, levelCount);
+    const auto right = OpenSpan(phases, best, 1, symbols, decision.heights, levelCount);
+    report.levels = decision.levels;
+    report.phaseUi = static_cast<double>(best) / phases.Count();
+    for (std::size_t eye = 0; eye < decision.heights.size(); ++eye)
+        report.eyes.push_back({decision.heights[eye], std::min(1.0, (left[eye] + right[eye]) / phases.Count())});
+    return report;
+}
+
+}  // namespace Tarnwick::DSO::Workbench

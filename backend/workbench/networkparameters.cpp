@@ -1,0 +1,32 @@
+#include "workbench/networkparameters.h"
+
+#include <cmath>
+
+#include <Eigen/LU>
+
+namespace Tarnwick::DSO::Workbench {
+
+using Complex = std::complex<double>;
+
+std::optional<std::vector<Complex>> ScatteringFrom(char kind, std::span<const Complex> values)
+{
+    using Matrix = Eigen::Matrix<Complex, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+    const auto ports = static_cast<Eigen::Index>(std::lround(std::sqrt(static_cast<double>(values.size()))));
+    const bool isHybrid = kind == 'H' || kind == 'G';
+    if (isHybrid && ports != 2)
+        return std::nullopt;
+    const Matrix given = Eigen::Map<const Matrix>(values.data(), ports, ports);
+    const Matrix identity = Matrix::Identity(ports, ports);
+    const Eigen::FullPivLU<Matrix> sum(given + identity);
+    if (!sum.isInvertible())
+        return std::nullopt;
+    Matrix scattering = sum.solve(given - identity);
+    for (Eigen::Index port = 0; port < ports; ++port) {
+        const bool drivenByVoltage = isHybrid ? (kind == 'G') == (port == 0) : kind == 'Y';
+        if (drivenByVoltage)
+            scattering.row(port) = -scattering.row(port);
+    }
+    return std::vector<Complex>(scattering.data(), scattering.data() + scattering.size());
+}
+
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,0 +1,89 @@
+#include "workbench/pattern.h"
+
+#include <algorithm>
+#include <array>
+
+#include <fmt/format.h>
+
+#include "workbench/failure.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+// Characters of the levels, lowest first: Gray code of the level's index.
+constexpr std::string_view kGray = "0132";
+
+// Taps of the generator polynomials: bit = XOR of the bits that many places back.
+struct Polynomial {
+    int order;
+    std::array<int, 4> taps;  // 0: none
+};
+
+constexpr Polynomial kPolynomials[] = {
+    {7, {7, 6, 0, 0}}, {9, {9, 5, 0, 0}}, {11, {11, 9, 0, 0}}, {13, {13, 12, 2, 1}}, {15, {15, 14, 0, 0}},
+};
+
+std::vector<int> Bits(const Polynomial& polynomial)
+{
+    const auto order = static_cast<std::size_t>(polynomial.order);
+    std::vector<int> bits(order, 1);
+    const std::size_t length = (std::size_t{1} << order) - 1;
+    while (bits.size() < length) {
+        int next = 0;
+        for (const int tap : polynomial.taps)
+            if (tap > 0)
+                next ^= bits[bits.size() - static_cast<std::size_t>(tap)];
+        bits.push_back(next);
+    }
+    return bits;
+}
+
+}  // namespace
+
+int LevelCount(E_SIGNAL_CODING coding)
+{
+    switch (coding) {
+        case SIGNAL_CODING_NRZ: return 2;
+        case SIGNAL_CODING_PAM3: return 3;
+        case SIGNAL_CODING_PAM4:
+        case SIGNAL_CODING_PAM4_PRECODED: return 4;
+        default: return 0;
+    }
+}
+
+std::string PrbsSymbols(int order, E_SIGNAL_CODING coding)
+{
+    const auto* polynomial = std::find_if(std::begin(kPolynomials), std::end(kPolynomials),
+                                          [order](const Polynomial& row) { return row.order == order; });
+    if (polynomial == std::end(kPolynomials))
+        throw UsageFailure(fmt::format("PRBS order is {}; expected 7, 9, 11, 13 or 15", order));
+    const int levels = LevelCount(coding);
+    if (levels != 2 && levels != 4)
+        throw UsageFailure(
+            fmt::format("a PRBS has no {} symbols; give them as a text", levels == 3 ? "PAM3" : "uncoded"));
+    const std::vector<int> bits = Bits(*polynomial);
+    std::string symbols;
+    for (std::size_t k = 0; k < bits.size(); ++k)
+        symbols += static_cast<char>(
+            '0' + (levels == 2 ? bits[k] : 2 * bits[2 * k % bits.size()] + bits[(2 * k + 1) % bits.size()]));
+    return symbols;
+}
+
+std::vector<int> LevelsOf(std::string_view symbols, E_SIGNAL_CODING coding, bool withoutGrayCoding)
+{
+    const int levels = LevelCount(coding);
+    const bool gray = levels == 4 && !withoutGrayCoding;
+    std::vector<int> indices;
+    indices.reserve(symbols.size());
+    for (std::size_t k = 0; k < symbols.size(); ++k) {
+        const int digit = symbols[k] - '0';
+        if (digit < 0 || digit >= (levels == 0 ? 10 : levels))
+            throw UsageFailure(
+                fmt::format("symbol {} is '{}'; expected a digit below {}", k, symbols[k], levels == 0 ? 10 : levels));
+        indices.push_back(gray ? static_cast<int>(kGray.find(symbols[k])) : digit);
+    }
+    return indices;
+}
+
+}  // namespace Tarnwick::DSO::Workbench

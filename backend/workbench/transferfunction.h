@@ -1,0 +1,51 @@
+// What a filter does to a spectrum, told from its impulse response alone.
+#pragma once
+
+#include <complex>
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+namespace Tarnwick::DSO::Workbench {
+
+/// A filter as its circular impulse response over N samples and what follows from it at the frequencies k fs/N.
+struct TransferFunction {
+    double sampleRate = 0.0;          ///< [Hz] fs
+    std::vector<double> impulse;      ///< N values; sample 0 is the instant of the impulse, the last ones lie before it
+    std::ptrdiff_t peak = 0;          ///< [samples] where |h| is largest, above -N/2 and up to N/2
+    std::vector<double> magnitudeDb;  ///< [dB] |H(k fs/N)|, N/2 + 1 values; minus infinity for none
+    std::vector<double> groupDelay;   ///< [s] -d arg H / d omega; NaN where |H| is 60 dB below its largest value
+    double Spacing() const { return sampleRate / static_cast<double>(impulse.size()); }  ///< [Hz] fs/N
+};
+
+///     H[k] = sum_n h[n] exp(-2 pi i k n / N),  tau[k] = Re(DFT(n w h) / DFT(w h)) / fs
+/// with n counted from the peak to both sides and w the Hann window around the peak, that is tau as the mean over three
+/// bins: a response that jumps at fs/2 else makes neighbouring bins differ by more than tau itself.
+/// Source: Oppenheim, Schafer, Discrete-Time Signal Processing, group delay from the transform of n h[n].
+/// @param impulse  at least one value
+TransferFunction Transform(std::vector<double> impulse, double sampleRate);
+
+/// Pictures and tables of frequencies end at twice the symbol rate, where the record reaches as far.
+inline constexpr double kSymbolRatesShown = 2.0;
+
+/// The lowest bin at or above a frequency [Hz], or the last there is.
+std::size_t LastBinUpTo(const TransferFunction& function, double frequency);
+
+/// H at any frequency [Hz], from the sum above with n counted from the peak to both sides.
+std::complex<double> ResponseAt(const TransferFunction& function, double frequency);
+
+struct ResponseFigures {
+    double dcGainDb;
+    double halfRateGainDb;                  ///< at half the symbol rate
+    double peakGainDb;                      ///< the largest of all bins
+    double peakFrequency;                   ///< [Hz] of the lowest bin that comes to it within rounding
+    std::optional<double> cutoffFrequency;  ///< [Hz] where |H| first comes to half the power it has at DC
+    double noiseGain;                       ///< rms of white noise behind over before: sqrt(mean |H|^2)
+    std::optional<double> noiseBandwidth;   ///< [Hz] of the ideal low-pass of equal DC gain that passes as much noise
+    double peakDelay;                       ///< [s] of the impulse response's largest value, to one sample
+};
+
+/// @param symbolRate  [Hz]
+ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate);
+
+}  // namespace Tarnwick::DSO::Workbench

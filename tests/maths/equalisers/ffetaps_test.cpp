@@ -1,0 +1,126 @@
+#include "maths/equalisers/ffetaps.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+
+#include "framework/matrixutilities.h"
+#include "support/expectations.h"
+#include "support/signals.h"
+
+namespace {
+
+using namespace Tarnwick::DSO::Maths;
+using namespace Tarnwick::Testing;
+using Tarnwick::DSO::SystemFramework::MatrixUtilities;
+
+TEST(FfeDelays, DivideInTheirOrder)
+{
+    EXPECT_EQ(TapDelays(4, 10, 4), (std::vector<int>{0, 2, 5, 7}));
+    EXPECT_EQ(TapDelays(3, 8, 1), (std::vector<int>{0, 8, 16}));
+    const struct {
+        int taps, samplesPerUi, tapsPerUi;
+        bool narrow;
+        std::size_t count;
+        std::vector<int> first;
+    } cases[] = {
+        {5, 16, 1, false, 21, {40, 36, 44, 32, 48}},
+        {5, 16, 1, true, 7, {40, 36, 44, 32, 48}},
+        {1, 10, 4, false, 5, {1, 1, 1, 0, 2}},  // -10 / 16 is 0, -20 / 16 is -1
+    };
+    for (const auto& [taps, samplesPerUi, tapsPerUi, narrow, count, first] : cases) {
+        const auto delays = CandidateDelays(taps, samplesPerUi, tapsPerUi, narrow);
+        ASSERT_EQ(delays.size(), count);
+        EXPECT_TRUE(std::equal(first.begin(), first.end(), delays.begin())) << taps << " taps";
+    }
+}
+
+double Dot(const std::vector<double>& a, const std::vector<double>& b)
+{
+    return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
+}
+
+// w = (X'X)^-1 X'y and |y - X w|^2 / |y|^2 for each candidate, with the columns of samples that they are defined by.
+TapSolution SolveByMatrices(const std::vector<double>& capture, const std::vector<double>& reference,
+                            const std::vector<int>& tapDelays, const std::vector<int>& candidates)
+{
+    const auto delayed = [](const std::vector<double>& values, int delay) {
+        std::vector<double> result(values.size());
+        for (std::size_t k = 0; k < values.size(); ++k)
+            result[k] = values[(k + 10 * values.size() - static_cast<std::size_t>(delay)) % values.size()];
+        return result;
+    };
+    std::vector<std::vector<double>> columns;
+    for (const int delay : tapDelays)
+        columns.push_back(delayed(capture, delay));
+    std::vector<double> normal;
+    for (const auto& a : columns)
+        for (const auto& b : columns)
+            normal.push_back(Dot(a, b));
+    const auto taps = static_cast<int>(tapDelays.size());
+    const auto inverse = Take(MatrixUtilities::MatrixInverse(normal.data(), taps), normal.size());
+    TapSolution best;
+    best.residual = std::numeric_limits<double>::infinity();
+    for (std::size_t c = 0; c < candidates.size(); ++c) {
+        const auto y = delayed(reference, candidates[c]);
+        std::vector<double> right;
+        for (const auto& column : columns)
+            right.push_back(Dot(column, y));
+        const auto w = Take(MatrixUtilities::MultiplyDoubleMatrices(inverse.data(), taps, taps, right.data(), taps, 1),
+                            right.size());
+        auto rest = y;
+        for (std::size_t j = 0; j < w.size(); ++j)
+            for (std::size_t k = 0; k < rest.size(); ++k)
+                rest[k] -= w[j] * columns[j][k];
+        const double residual = Dot(rest, rest) / Dot(y, y);
+        if (residual < best.residual)
+            best = {w, c, residual};
+    }
+    return best;
+}
+
+TEST(FfeTaps, AreThoseOfTheMatricesOfSamples)
+{
+    const struct {
+        int taps, samplesPerUi, tapsPerUi;
+    } cases[] = {{1, 8, 1}, {5, 8, 1}, {11, 16, 1}, {7, 8, 2}, {4, 10, 4}};
+    for (const auto& [taps, samplesPerUi, tapsPerUi] : cases) {
+        SCOPED_TRACE(std::to_string(taps) + " taps, " + std::to_string(samplesPerUi) + " samples per UI");
+        // Noise held over a UI: correlated from sample to sample as a capture is.
+        const auto count = std::size_t{63} * static_cast<std::size_t>(samplesPerUi);
+        const auto noise = RandomValues(count, 11);
+        const auto more = RandomValues(count, 12);
+        std::vector<double> reference(count);
+        std::vector<double> capture(count);
+        for (std::size_t k = 0; k < count; ++k)
+            reference[k] = noise[k - k % static_cast<std::size_t>(samplesPerUi)];
+        for (std::size_t k = 0; k < count; ++k)
+            capture[k] = reference[(k + 3) % count] + 0.4 * reference[(k + count - 5) % count] + 0.1 * more[k];
+        std::vector<int> delays = TapDelays(taps, samplesPerUi, tapsPerUi);
+        for (int& delay : delays)
+            delay += 17;
+        const auto candidates = CandidateDelays(taps, samplesPerUi, tapsPerUi, false);
+        const TapSolution expected = SolveByMatrices(capture, reference, delays, candidates);
+        const auto solution = SolveTaps(capture, reference, delays, candidates);
+        ASSERT_TRUE(solution);
+        EXPECT_EQ(solution->candidate, expected.candidate);
+        // Both solve the same system; its condition is below 1e3.
+        EXPECT_TRUE(AreNear(solution->taps, expected.taps, 1e-12));
+        EXPECT_NEAR(solution->residual, expected.residual, 1e-12);
+    }
+}
+
+TEST(FfeTaps, AreNoneWhenTheCaptureCannotTellThemApart)
+{
+    const auto noise = RandomValues(64, 5);
+    const std::vector<int> one = {0};
+    EXPECT_TRUE(SolveTaps(noise, noise, std::vector<int>{0, 8}, one));
+    EXPECT_FALSE(SolveTaps(Constant(0.0, 64), noise, std::vector<int>{0, 8}, one));
+    EXPECT_FALSE(SolveTaps(noise, noise, std::vector<int>{0, 8, 8}, one));
+    EXPECT_FALSE(SolveTaps(noise, noise, std::vector<int>{0, 64}, one));
+    EXPECT_FALSE(SolveTaps(Constant(std::numeric_limits<double>::quiet_NaN(), 64), noise, std::vector<int>{0, 8}, one));
+}
+
+}  // namespace

@@ -1,0 +1,152 @@
+#include "maths/equalisers/tdecq.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <numeric>
+#include <string>
+
+#include "framework/dsp_helpers.h"
+#include "framework/prbs.h"
+#include "support/captures.h"
+#include "support/expectations.h"
+#include "support/signals.h"
+
+namespace {
+
+using namespace Tarnwick::DSO::SystemFramework;
+using namespace Tarnwick::DSO::Maths;
+using namespace Tarnwick::Testing;
+
+constexpr double kRate = 26.5625;  // [GBd]
+constexpr std::size_t kSpu = 16;
+
+std::vector<double> Sent()
+{
+    std::vector<double> samples;
+    for (const int level : Prbs13qLevels())
+        samples.insert(samples.end(), kSpu, level / 3.0);
+    return samples;
+}
+
+std::vector<double> Behind(const std::vector<double>& samples, double bandwidthGHz)
+{
+    return ThroughFrontEnd(samples, kRate * static_cast<double>(kSpu), bandwidthGHz);
+}
+
+// PRBS13Q through a transmitter and the reference receiver of half the symbol rate.
+TEST(ReferenceEqualizerTaps, ReachTheirTdecq)
+{
+    const std::vector<double> sent = Sent();
+    std::vector<double> withEchoes = sent;
+    for (std::size_t k = 0, n = sent.size(); k < n; ++k)
+        withEchoes[k] += 0.25 * sent[(k + n - 20) % n] - 0.1 * sent[(k + 13) % n];
+    const struct {
+        const char* label;
+        std::vector<double> transmitted;
+        std::size_t count;
+        int cursor;  // -1: searched
+        double tdecqDb;
+        std::size_t largest;
+    } cases[] = {
+        {"receiver only", sent, 5, -1, 0.184, 5},
+        {"14 GHz", Behind(sent, 14.0), 5, -1, 1.027, 2},
+        {"10 GHz", Behind(sent, 10.0), 5, -1, 1.889, 2},
+        {"echoes", withEchoes, 5, -1, 0.859, 2},
+        {"10 GHz, cursor index 1", Behind(sent, 10.0), 5, 1, 2.053, 1},
+        {"10 GHz, 9 taps", Behind(sent, 10.0), 9, -1, 1.794, 2},
+    };
+    const auto symbols = SymbolsOfReference(sent, kSpu);
+    ASSERT_TRUE(symbols);
+    EXPECT_EQ(symbols->levels, Prbs13qLevels());
+    for (const auto& [label, transmitted, count, cursor, tdecqDb, largest] : cases) {
+        SCOPED_TRACE(label);
+        const auto capture = Behind(transmitted, kRate / 2.0);
+        const auto found =
+            FindReferenceEqualizer(capture, sent, *symbols, kSpu, count,
+                                   cursor < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(cursor)));
+        ASSERT_TRUE(found);
+        // 0.05 dB is what the choice of the steps in the search leaves open.
+        EXPECT_NEAR(found->closure.tdecqDb, tdecqDb, 0.05);
+        EXPECT_NEAR(std::accumulate(found->taps.begin(), found->taps.end(), 0.0), 1.0, 1e-12);
+        EXPECT_TRUE(largest >= count || found->cursor == largest) << found->cursor;
+        std::vector<double> taps(count);
+        std::vector<double> copy = capture;
+        std::vector<double> reference = sent;
+        // However the two lie against each other, only the order of the sums changes: roundings, far below the bound.
+        PRBS::CircularShiftOptim(1000, copy.data(), static_cast<int>(copy.size()), false);
+        PRBS::CircularShiftOptim(2 * kSpu, reference.data(), static_cast<int>(reference.size()), false);
+        DSP_Helpers::GenerateTdecqEqualizerCoefficients(copy.data(), static_cast<int>(copy.size()), reference.data(),
+                                                        static_cast<int>(reference.size()), static_cast<int>(count),
+                                                        kSpu, cursor, taps.data(), static_cast<int>(count));
+        EXPECT_TRUE(AreNear(taps, found->taps, 1e-9));
+    }
+}
+
+TEST(EyeClosureMeasure, KnowsAnIdealAndAClosedEye)
+{
+    const std::vector<double> sent = Sent();
+    const auto symbols = SymbolsOfReference(sent, kSpu);
+    const double pass[] = {1.0};
+    // An ideal eye is where the scale begins; the spread of the symbols over the levels leaves a few thousandths.
+    const EyeClosure ideal = MeasureClosure(sent, sent, *symbols, kSpu, pass);
+    EXPECT_NEAR(ideal.tdecqDb, 0.0, 0.01);
+    EXPECT_NEAR(ideal.oma, 1.0, 1e-12);
+    EXPECT_EQ(ideal.noiseGain, 1.0);
+    const EyeClosure closed = MeasureClosure(Behind(sent, 5.0), sent, *symbols, kSpu, pass);
+    EXPECT_TRUE(closed.closed);
+    EXPECT_GT(closed.tdecqDb, 50.0);
+}
+
+TEST(EyeClosureMeasure, ReadsTheSymbolsOfAReference)
+{
+    const std::vector<double> two = Tiled({0, 0, 0, 1, 1, 1, 0, 0, 0, 0, 0, 0, 1, 1, 1}, 1);
+    const auto symbols = SymbolsOfReference(two, 3);
+    ASSERT_TRUE(symbols);
+    EXPECT_EQ(symbols->levels, (std::vector<int>{0, 1, 0, 0, 1}));
+    EXPECT_EQ(symbols->levelCount, 2);
+    EXPECT_FALSE(SymbolsOfReference(RandomValues(64, 1), 4));
+}
+
+TEST(ReferenceEqualizerErrors, NameTheValueAndWriteNothing)
+{
+    struct Call {
+        std::vector<double> capture, reference;
+        int referenceLength, numberOfTaps, samplesPerUi, cursor, room;
+    };
+    const Call good{RandomValues(32, 1), Tiled({1, 1, 1, 1, 0, 0, 0, 0}, 4), 32, 3, 4, -1, 3};
+    const struct {
+        std::string text;
+        std::function<void(Call&)> spoil;
+    } cases[] = {
+        {"captureLength is 31; expected a positive multiple of samplesPerUi, 4", [](Call& c) { c.capture.pop_back(); }},
+        {"referenceLength is 28; expected captureLength, 32", [](Call& c) { c.referenceLength = 28; }},
+        {"samplesPerUi is 0; expected at least 1", [](Call& c) { c.samplesPerUi = 0; }},
+        {"numberOfTaps is 0; expected at least 1", [](Call& c) { c.numberOfTaps = 0; }},
+        {"tapsLength is 2; expected at least numberOfTaps, 3", [](Call& c) { c.room = 2; }},
+        {"mainCursorIndex is 3; expected below numberOfTaps, 3, or negative", [](Call& c) { c.cursor = 3; }},
+        {"capture is constant; expected a waveform that is not constant", [](Call& c) { c.capture = Constant(1, 32); }},
+        {"number of levels in the reference is outside its range; expected 2 to 4",
+         [](Call& c) { c.reference = RandomValues(32, 2); }},
+        {"reference is not finite; expected finite values", [](Call& c) { c.reference[7] = NAN; }},
+    };
+    const auto generate = [](Call& c, double* capture, double* taps) {
+        DSP_Helpers::GenerateTdecqEqualizerCoefficients(capture, static_cast<int>(c.capture.size()), c.reference.data(),
+                                                        c.referenceLength, c.numberOfTaps, c.samplesPerUi, c.cursor,
+                                                        taps, c.room);
+    };
+    const std::string name = "DSP_Helpers::GenerateTdecqEqualizerCoefficients: ";
+    std::vector<double> taps(3, 7.0);
+    for (const auto& [text, spoil] : cases) {
+        Call call = good;
+        spoil(call);
+        ExpectRefused([&] { generate(call, call.capture.data(), taps.data()); }, name + text);
+    }
+    Call call = good;
+    ExpectRefused([&] { generate(call, nullptr, taps.data()); }, name + "capture is null; expected an array of values");
+    EXPECT_EQ(taps, Constant(7.0, 3));
+}
+
+}  // namespace

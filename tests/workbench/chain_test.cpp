@@ -1,0 +1,195 @@
+#include "workbench/chain.h"
+
+#include <nlohmann/json.hpp>
+
+#include "apps/files.h"
+#include "workbench/failure.h"
+#include "workbench/waveform.h"
+
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#endif
+
+namespace Tarnwick::App {
+
+namespace {
+
+TEST(ChainDevice, CompletesWhatIsLeftOut)
+{
+    const TestFolder folder;
+    const auto path = folder.Write("chain.json", R"({
+        "device": {"patternSymbols": {"prbs": 7}, "baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ"},
+        "filters": []})");
+    const Chain chain(path, std::size_t{3} * 127 * 8 + 5);
+    const DSO::DeviceConfiguration& device = chain.Device();
+    EXPECT_EQ(device.patternSymbols.size(), 127U);
+    EXPECT_EQ(device.patternLengthUi, 127);
+    EXPECT_EQ(device.samplesPerPattern, 127 * 8);
+    EXPECT_EQ(device.patternRepeats, 3);
+    EXPECT_TRUE(device.multiplePatternRecord);
+    EXPECT_TRUE(device.patternLocked[0] && device.patternLocked[3]);
+}
+
+TEST(ChainDevice, KeepsWhatIsGiven)
+{
+    const TestFolder folder;
+    const auto path = folder.Write("chain.json", R"({
+        "device": {"patternLengthUi": 4, "samplesPerUi": 8, "samplesPerPattern": 33, "patternRepeats": 9,
+                   "multiplePatternRecord": false, "uiDuration": 10, "sampleSpacing": 4,
+                   "useFractionalSampling": true},
+        "filters": []})");
+    const Chain chain(path, 320);
+    EXPECT_EQ(chain.Device().samplesPerPattern, 33);
+    EXPECT_EQ(chain.Device().patternRepeats, 9);
+    EXPECT_FALSE(chain.Device().multiplePatternRecord);
+    EXPECT_EQ(chain.SamplesPerUi(), 2.5);
+}
+
+template <typename Parameters>
+const Parameters& ParametersOf(Chain& chain, std::size_t stage)
+{
+    return dynamic_cast<const Parameters&>(*chain.Stages().at(stage).parameters);
+}
+
+TEST(ChainFilters, SetsFieldsAndLeavesOutWhatIsOff)
+{
+    namespace F = DSO::Filters;
+    const TestFolder folder;
+    const auto fixture = folder.Write("fixture.s1p", "# GHz S MA R 50\n1 .5 0\n2 .5 0\n");
+    const auto path = folder.Write("chain.json", R"({
+        "device": {"patternLengthUi": 16, "samplesPerUi": 8, "baudRateGBd": 10, "signalCoding": "NRZ"},
+        "filters": [{"type": "moving-average", "WindowLength": 5},
+                    {"type": "copy", "enabled": false},
+                    {"type": "bessel-thomson", "order": 3, "cutoffPercent": 50, "channel": 2, "preserveNoise": true},
+                    {"type": "dfe", "numberOfTaps": 2, "taps": [0.25, -0.1], "samplingDelayPs": 37.5},
+                    {"type": "deembedding", "sparamFileName": "fixture.s1p", "portOrder": 1, "conversionFlag": false,
+                     "conversionParameterA": 20, "conversionParameterB": 35}]})");
+    Chain chain(path, 128);
+    ASSERT_EQ(chain.Stages().size(), 4U);
+    EXPECT_EQ(chain.Stages()[1].place, "filters.2");
+    EXPECT_EQ(ParametersOf<F::MovingAverageWindowSmoothingParameters>(chain, 0).WindowLength, 5);
+    const auto& receiver = ParametersOf<F::BesselThomsonParameters>(chain, 1);
+    EXPECT_EQ(receiver.order, 3);
+    EXPECT_EQ(receiver.cutoffPercent, 50.0);
+    EXPECT_EQ(receiver.channel, 2);
+    EXPECT_TRUE(receiver.preserveNoise);
+    const auto& feedback = ParametersOf<F::DFEFilterParameters>(chain, 2);
+    EXPECT_EQ(feedback.taps, (std::vector<double>{0.25, -0.1}));
+    EXPECT_EQ(feedback.samplingDelayPs, 37.5);
+    const auto& deembedding = ParametersOf<F::DeEmbeddingParameters>(chain, 3);
+    EXPECT_EQ(deembedding.sparamFileName, fixture.string());
+    EXPECT_EQ(deembedding.portOrder, PORT_ORDER_13_24);
+    EXPECT_FALSE(deembedding.conversionFlag);
+    EXPECT_EQ(deembedding.conversionParameterA, 20);
+    EXPECT_EQ(deembedding.conversionParameterB, 35);
+}
+
+TEST(ChainFilters, RefuseAFixtureThatTheReaderRefuses)
+{
+    const TestFolder folder;
+    const auto fixture = folder.Write("fixture.s2p", "! c\n\n1 2\n").string();
+    const auto chain =
+        folder.Write("chain.json", R"({"filters": [{"type": "deembedding", "sparamFileName": "fixture.s2p"}]})");
+    EXPECT_EQ(FailureOf<DataFailure>([&] { Chain failing(chain, 128); }),
+              fixture + ": line 3: the file is refused: 2 tokens of at least 5");
+}
+
+Chain ChainOf(const std::string& text)
+{
+    return {ParseChain(text, "c.json"), "c.json", 100};
+}
+
+TEST(ChainErrors, NameTheKey)
+{
+    ExpectFailures<UsageFailure>(
+        "c.json: ",
+        {
+            {R"([])", "the file: is array; expected an object"},
+            {R"({"device": {}})", "filters: is missing; expected a list of filters"},
+            {R"({"filters": [], "filter": 1})", "filter: is no known key; the nearest one is \"filters\""},
+            {R"({"filters": {}})", "filters: is object; expected a list of filters"},
+            {R"({"filters": [{"type": "deembedding"}]})",
+             "filters.0.sparamFileName: is missing; expected the fixture's S-parameter file"},
+            {R"({"filters": [{"type": "deembedding", "portOrder": 2}]})",
+             "filters.0.portOrder: is 2; expected 0 for the pairs 1, 2 and 3, 4 or 1 for 1, 3 and 2, 4"},
+            {R"({"filters": [{"type": "sirc"}]})",
+             "filters.0.channelResponse: is missing; expected the file of the channel's measured impulse response"},
+            {R"({"filters": [{"type": "sirc", "channelResponse": 5}]})",
+             "filters.0.channelResponse: is 5; expected a text"},
+            {R"({"filters": [{}]})", "filters.0.type: is missing; expected the name of a filter"},
+            {R"({"filters": [{"type": "bessel"}]})",
+             R"(filters.0.type: is "bessel", no known filter; the nearest one is "bessel-thomson")"},
+            {R"({"filters": [{"type": "moving-average", "windowLength": 3}]})",
+             "filters.0.windowLength: is no known key; the nearest one is \"WindowLength\""},
+            {R"({"filters": [{"type": "moving-average", "WindowLength": 2.5}]})",
+             "filters.0.WindowLength: is 2.5; expected a whole number"},
+            {R"({"filters": [{"type": "moving-average", "WindowLength": 3000000000}]})",
+             "filters.0.WindowLength: is 3000000000; expected at most 2147483647"},
+            {R"({"filters": [{"type": "copy", "enabled": 1}]})", "filters.0.enabled: is 1; expected true or false"},
+            {R"({"device": {"samplesPerUI": 8}, "filters": []})",
+             "device.samplesPerUI: is no known key; the nearest one is \"samplesPerUi\""},
+            {R"({"device": {"signalCoding": "PAM5"}, "filters": []})",
+             "device.signalCoding: is \"PAM5\"; expected NRZ, PAM4, PAM3 or PAM4-precoded"},
+            {R"({"device": {"baudRateGBd": "fast"}, "filters": []})",
+             "device.baudRateGBd: is \"fast\"; expected a number"},
+            {R"({"device": {"oeChannel": [true]}, "filters": []})",
+             "device.oeChannel: is [true]; expected true, false or a list of four of them"},
+            {R"({"device": {"patternLocked": false, "patternLengthUi": 1, "samplesPerUi": 8, "baudRateGBd": 1},
+             "filters": [{"type": "bessel-thomson"}]})",
+             "filters.0: No pattern lock"},
+        },
+        ChainOf);
+}
+
+TEST(ChainErrors, NameTheFileThatIsNoJson)
+{
+    const TestFolder folder;
+    const auto broken = folder.Write("broken.json", "{\"filters\": [");
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(broken, 1); }).rfind(broken.string() + ": ", 0), 0U);
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(folder / "none.json", 1); }),
+              (folder / "none.json").string() + ": cannot be read");
+    const std::string nested = std::string(100000, '[') + std::string(100000, ']');
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { ParseChain(R"({"device": )" + nested + "}", "deep.json"); }),
+              "deep.json: holds lists or objects in one another more than 32 deep");
+}
+
+// What a few bytes of a file can ask for is bounded by the record, before any filter is made.
+TEST(ChainErrors, RefuseSizesFarBeyondTheRecord)
+{
+    ExpectFailures<DataFailure>(
+        "c.json: ",
+        {
+            {R"({"device": {"baudRateGBd": 10, "samplesPerUi": 32000, "patternLengthUi": 60000},
+             "filters": [{"type": "bessel-thomson"}]})",
+             "device: samplesPerPattern is 1920000000 samples; the record has 100"},
+            {R"({"device": {"baudRateGBd": 10, "samplesPerUi": 8, "patternLengthUi": 4, "patternRepeats": 60000000},
+             "filters": [{"type": "ctle", "gain": 3}]})",
+             "device: patternLengthUi * samplesPerUi * patternRepeats is 1920000000 samples; the record has 100"},
+            {R"({"device": {"samplesPerUi": 8, "patternLengthUi": 4},
+             "filters": [{"type": "ffe", "useManualTaps": true, "taps": [1], "numberOfTaps": 60000000}]})",
+             "filters.0: numberOfTaps * samplesPerUi is 480000000 samples; the record has 100"},
+        },
+        ChainOf);
+}
+
+#if !defined(_WIN32)
+// Neither is opened: a pipe waits for a writer, a device gives bytes for ever.
+TEST(ChainErrors, RefuseFilesThatAreNone)
+{
+    ExpectFailures<DataFailure>(
+        "/dev/zero: ",
+        {
+            {R"({"filters": [{"type": "deembedding", "sparamFileName": "/dev/zero"}]})", "cannot be read"},
+            {R"({"filters": [{"type": "sirc", "channelResponse": "/dev/zero"}]})", "cannot be read"},
+        },
+        ChainOf);
+    const TestFolder folder;
+    const std::string pipe = (folder / "pipe.csv").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(FailureOf<DataFailure>([&] { ReadWaveform(pipe); }), pipe + ": cannot be read");
+}
+#endif
+
+}  // namespace
+
+}  // namespace Tarnwick::App
