@@ -22,3 +22,13 @@ function(tarnwick_options target)
         set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY "${TARNWICK_CLANG_TIDY};--quiet;--warnings-as-errors=*")
     endif()
 endfunction()
+
+# Headers that most sources of a target include, read once. Never in the clang preset, which shows that each source
+# includes what it uses.
+function(tarnwick_precompile target)
+    if(PROJECT_IS_TOP_LEVEL AND NOT MSVC)
+        target_precompile_headers(${target} PRIVATE ${ARGN})
+        # ccache reads preprocessed sources, which g++ writes with the precompiled header only when told to.
+        target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+    endif()
+endfunction()

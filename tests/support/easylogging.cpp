@@ -1,2 +1,0 @@
-// Easylogging++ as a host compiles it.
-#include TARNWICK_EASYLOGGING_SOURCE
