@@ -7,6 +7,7 @@
 #include <numeric>
 
 #include "maths/convolution/circularconvolver.h"
+#include "maths/patterns/periodicrecord.h"
 #include "maths/responses/besselthomson.h"
 #include "maths/responses/gaussian.h"
 #include "maths/responses/interpolation.h"
@@ -16,17 +17,12 @@
 namespace Tarnwick::DSO::Maths {
 
 using Complex = std::complex<double>;
-using Maths::AlignedBuffer;
-using Maths::CircularConvolver;
-using Maths::ConvolutionWork;
-using Maths::InterpolateLinear;
-using Maths::RealTransform;
 
 namespace {
 
-constexpr double kShortestInterval = 1e-15;  // [s]
-constexpr double kLongestInterval = 1e-9;    // [s]
-constexpr std::size_t kDensity = 8;          // points of the kernel in time for one of the grid
+constexpr double kShortestInterval = 1e-15;  // [s] below it the value is no sample interval
+constexpr double kLongestInterval = 1e-9;    // [s] likewise above it
+constexpr std::size_t kDensity = 8;          // interpolated points in time for each point of the grid
 
 // Bins 0 .. n/2 of an even number of values.
 std::vector<Complex> Spectrum(std::span<const double> values)
@@ -38,7 +34,7 @@ std::vector<Complex> Spectrum(std::span<const double> values)
     return {bins.Data(), bins.Data() + values.size() / 2 + 1};
 }
 
-// The values of an even number of points from their lower bins; bins that are not given are zero.
+// An even number of values from their lower bins; bins that are not given are zero.
 std::vector<double> Inverse(std::span<const Complex> bins, std::size_t length)
 {
     AlignedBuffer<Complex> padded(length / 2 + 1);
@@ -87,10 +83,9 @@ std::vector<double> AlignedImpulseResponse(std::span<const double> signal, std::
     for (double& value : response)
         value *= sign;
 
-    const auto count = static_cast<std::ptrdiff_t>(response.size());
     const std::ptrdiff_t goal = static_cast<std::ptrdiff_t>(kernel.size() / 2) - 1;
-    const std::ptrdiff_t left = ((peak - response.begin() - goal) % count + count) % count;
-    std::rotate(response.begin(), response.begin() + left, response.end());
+    const std::size_t left = WrappedIndex(peak - response.begin() - goal, response.size());
+    std::rotate(response.begin(), response.begin() + static_cast<std::ptrdiff_t>(left), response.end());
 
     if (baselineCount > 0) {
         const double sum =
@@ -128,7 +123,7 @@ std::vector<double> OnGrid(const MeasuredResponse& response, const CorrectionGri
 
     const double interval =
         response.interval > 0.0 ? response.interval : grid.Window() / static_cast<double>(values.size());
-    // The table and, one interval later, its first value again, which it also holds before and after.
+    // One interval after its end the table has its first value again, which also continues it on both sides.
     std::vector<double> times(values.size() + 1);
     for (std::size_t k = 0; k < times.size(); ++k)
         times[k] = static_cast<double>(k) * interval;
@@ -143,7 +138,6 @@ std::vector<double> OnGrid(const MeasuredResponse& response, const CorrectionGri
     for (std::size_t k = 0; k < points.size(); ++k)
         points[k] = std::clamp(start + static_cast<double>(k) * grid.step, 0.0, times.back());
     std::vector<double> gridded = Interpolated(times, heights, points);
-    // The first value stands before time 0 as well: clamping has seen to that.
     const double scale = deviation(*peak);
     for (double& value : gridded)
         value = (value - offset) / scale;
@@ -229,10 +223,8 @@ std::vector<double> SampledCorrection(std::span<const Complex> spectrum, const C
         points.push_back(std::clamp(static_cast<double>(lag) * sampleInterval, times.front(), times.back()));
     const std::vector<double> values = Interpolated(times, heights, points);
     std::vector<double> kernel(taps, 0.0);
-    const auto period = static_cast<std::ptrdiff_t>(taps);
     for (std::ptrdiff_t lag = -reach; lag <= reach; ++lag)
-        kernel[static_cast<std::size_t>((lag % period + period) % period)] +=
-            values[static_cast<std::size_t>(lag + reach)];
+        kernel[WrappedIndex(lag, taps)] += values[static_cast<std::size_t>(lag + reach)];
     const double total = std::accumulate(kernel.begin(), kernel.end(), 0.0);
     for (double& tap : kernel)
         tap /= total;
@@ -245,8 +237,7 @@ std::vector<double> CorrectionTaps(const MeasuredResponse& channel, const Measur
     const CorrectionGrid& grid = settings.grid;
     std::vector<Complex> quotient(grid.length / 2 + 1, Complex(1.0));
     if (!channel.values.empty()) {
-        const std::vector<double> smoothing =
-            Maths::GaussianTaps(grid.length, 1.0 / grid.step, settings.smoothingBandwidth);
+        const std::vector<double> smoothing = GaussianTaps(grid.length, 1.0 / grid.step, settings.smoothingBandwidth);
         const auto aligned = [&](const std::vector<double>& response) {
             return AlignedImpulseResponse(response, smoothing, settings.baselineCount);
         };

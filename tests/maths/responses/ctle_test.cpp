@@ -13,8 +13,8 @@ namespace {
 using namespace Tarnwick::DSO::Maths;
 
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-// A value that rounds to its target at five decimals, and what that is in decibels around 1.
-constexpr double kRounding = 5e-6;
+// The design's error, to rounding, and what it is in decibels around 1.
+constexpr double kRounding = kDesignError;
 constexpr double kRoundingDb = kRounding * 8.6859;
 
 double Db(double ratio)
@@ -56,25 +56,31 @@ TEST(CtlePeakingDesign, EndsForEveryGain)
         EXPECT_FALSE(DesignPeaking(symbolRate, 6.0)) << symbolRate;
 }
 
-// Their DC gain undoes the key; that the peak is then unity is in docs/ctle-presets.md, which a test compares.
-TEST(CtleIeee802_3bs, PresetsAreFoundByTheirKey)
+// Their DC gain takes back what the key lifts.
+TEST(CtleIeee802_3bs, PresetsAreFoundByTheirKeyAndPeakAtUnity)
 {
     for (int step = 2; step <= 18; ++step) {
         const Ieee802_3bsPreset* const preset = FindIeee802_3bsPreset(0.5 * step);
         ASSERT_NE(preset, nullptr) << step;
         EXPECT_EQ(preset->keyDb, 0.5 * step);
         EXPECT_NEAR(std::abs(preset->Response()(0.0)), std::pow(10.0, -preset->keyDb / 20.0), 0.5001e-6) << step;
+        EXPECT_NEAR(Db(FindPeak(preset->Response(), 60e9).magnitude), 0.0, kPresetPeakErrorDb) << step;
     }
     for (const double other : {0.5, 1.25, 9.5, kNan, std::nextafter(4.0, 5.0)})
         EXPECT_EQ(FindIeee802_3bsPreset(other), nullptr) << other;
 }
 
-TEST(CtleHdmi, LevelsAreTheirWholePart)
+TEST(CtleHdmi, LevelsAreTheirWholePartAndPeaking)
 {
     const std::pair<double, double> cases[] = {{1, 1.35}, {2, 1.57},    {3.9, 1.8}, {4, 2.05}, {5.5, 2.32}, {6, 2.63},
                                                {7, 2.97}, {8.99, 3.34}, {0.99, 0},  {9, 0},    {kNan, 0}};
     for (const auto& [level, ratio] : cases)
         EXPECT_EQ(HdmiPeakingRatio(level), ratio) << level;
+    for (const HdmiLevel& row : kHdmiLevels) {
+        const auto response = HdmiResponse(row.peakingRatio, kHdmiPole1, kHdmiPole2, kHdmiPole1 / row.peakingRatio);
+        EXPECT_NEAR(std::abs(response(0.0)), 1.0, 4 * DBL_EPSILON) << row.level;
+        EXPECT_NEAR(Db(FindPeak(response, 60e9).magnitude), row.level, kHdmiLevelErrorDb) << row.level;
+    }
 }
 
 TEST(CtleOif, FollowsItsLimits)
@@ -105,7 +111,11 @@ TEST(CtleCable, HasItsGainAtHalfTheSymbolRate)
     const CableResponse response(symbolRate, 8.0);
     for (const auto& [part, db] : cases)
         EXPECT_NEAR(Db(std::abs(response(part * symbolRate))), db, 6e-4) << part;
-    EXPECT_NEAR(Db(std::abs(CableResponse(symbolRate, -20.0)(symbolRate / 2.0))), -20.0, 1e-5);
+    for (const double gain : {-20.0, -12.0, 0.0, 8.0, 20.0}) {
+        const CableResponse cable(symbolRate, gain);
+        EXPECT_NEAR(Db(std::abs(cable(symbolRate / 2.0))), gain, kCableGainErrorDb) << gain;
+        EXPECT_NEAR(std::abs(cable(0.0)), 1.0, 4 * DBL_EPSILON) << gain;
+    }
 }
 
 }  // namespace
