@@ -1,4 +1,5 @@
-// Keeps made plans: those of powers of two for good (they are few), of other lengths the last eight.
+// Keeps transform plans once they are made: for powers of two, which are few, for good; for other lengths the eight
+// that were asked for last.
 #pragma once
 
 #include <algorithm>
@@ -16,7 +17,7 @@ namespace Tarnwick::DSO::Maths {
 template <typename Plan, typename Length = std::size_t>
 class PlanCache {
 public:
-    /// The plan of this length, made under the lock when it is not there yet.
+    /// The plan for this length; one that is not kept is made while the lock is held.
     std::shared_ptr<const Plan> Get(Length length, const std::function<std::shared_ptr<const Plan>()>& make)
     {
         const std::lock_guard lock(mutex_);
@@ -29,7 +30,7 @@ public:
         std::list<Length> place;
         if (!IsPowerOfTwo(length))
             place.push_front(length);
-        // All that takes memory stands before this: a plan that is kept and has no place would never go again.
+        // Everything that allocates comes before this: a plan kept without a place in the list would never be dropped.
         kept_.emplace(length, made);
         recent_.splice(recent_.begin(), place);
         if (recent_.size() > kOtherLengths) {
