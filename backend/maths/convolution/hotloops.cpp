@@ -75,9 +75,8 @@ const HotLoops* LoopsFor(LoopTarget target)
 
 const HotLoops& Loops()
 {
-    static const HotLoops& best =
-        *(LoopsFor(LoopTarget::Avx2) ? LoopsFor(LoopTarget::Avx2) : LoopsFor(LoopTarget::Plain));
-    return best;
+    static const HotLoops* const avx2 = LoopsFor(LoopTarget::Avx2);
+    return avx2 != nullptr ? *avx2 : PlainLoops::kLoops;
 }
 
 }  // namespace Tarnwick::DSO::Maths
