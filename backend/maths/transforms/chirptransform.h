@@ -22,18 +22,18 @@ public:
     static std::shared_ptr<const ChirpTransform> Of(std::size_t length, std::size_t inputs);
     ChirpTransform(std::size_t length, std::size_t inputs);
 
-    /// The number of values that Forward needs room for: at least length + inputs - 1.
-    std::size_t Room() const { return room_; }
-    /// @param data  Room() values in an AlignedBuffer. The first `inputs` of them are read; the transform replaces the
-    ///              first `length`, and the rest is lost.
+    /// The values that Forward works in: at least length + inputs - 1.
+    std::size_t WorkLength() const { return workLength_; }
+    /// @param data  WorkLength() values in an AlignedBuffer. The first `inputs` of them are read; the transform replaces
+    ///              the first `length`, and the rest is lost.
     void Forward(Complex* data) const;
 
 private:
     std::size_t inputs_;
-    std::size_t room_;
+    std::size_t workLength_;
     std::shared_ptr<const ComplexTransform> inner_;
     std::vector<Complex> chirp_;       // exp(-i pi n^2 / length)
-    AlignedBuffer<Complex> spectrum_;  // of its conjugate, over room_
+    AlignedBuffer<Complex> spectrum_;  // of its conjugate, over workLength_
 };
 
 }  // namespace Tarnwick::DSO::Maths

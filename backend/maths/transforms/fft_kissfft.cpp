@@ -57,7 +57,7 @@ public:
     explicit Chirped(std::size_t length) : length_(length), chirp_(length, length) {}
     void Forward(Complex* data) const override
     {
-        Complex* work = Scratch(1, chirp_.Room());
+        Complex* work = Scratch(1, chirp_.WorkLength());
         std::copy(data, data + length_, work);
         chirp_.Forward(work);
         std::copy(work, work + length_, data);

@@ -20,7 +20,7 @@ std::shared_ptr<const ChirpTransform> ChirpFor(std::size_t count)
 }  // namespace
 
 HermitianBins::HermitianBins(std::size_t count)
-    : count_(count), chirp_(ChirpFor(count)), buffer_(chirp_ ? chirp_->Room() : count)
+    : count_(count), chirp_(ChirpFor(count)), buffer_(chirp_ ? chirp_->WorkLength() : count)
 {
 }
 
