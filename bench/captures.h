@@ -30,7 +30,7 @@ inline std::vector<double> Noise(std::size_t count)
     return values;
 }
 
-/// The moving average takes no configuration in its constructors; this one brings it, as a host's own class would.
+/// The moving average's constructors take no configuration; this class adds it, as a host's own would.
 class WindowInConfiguration : public DSO::Filters::MovingAverageWindowSmoothingParameters {
 public:
     WindowInConfiguration(DSO::DeviceConfiguration* config, int window)

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Apply and Prepare of the library against SciPy's best way to do the same, in one process, turn about.
+"""Apply and Prepare of the library against SciPy's best way to do the same, taking turns in one process.
 
 For each record the answers are compared first; then rounds of (library, SciPy, naive transforms, lower bound) are timed and the
 ratios are medians over the rounds. "naive" is the direct reading of circular convolution: complex transforms of segment
-and kernel at the exact length, in the same FFT library. "bound" is one real transform forth and one back at the nearest
-smooth length and one copy of the record, which no dense kernel can do without.
+and kernel at the exact length, in the same FFT library. "bound" is one real transform and one inverse at the
+nearest smooth length and one copy of the record, which no dense kernel can do without.
 
 Usage: compare.py SHIM [--quick] [--markdown FILE]
 SHIM is the benchmark module that CMake builds (libtarnwick_benchshim.so).
@@ -237,7 +237,7 @@ def taps(shim, samples, count, rounds):
     return [samples, count, statistics.median(times) * 1e3, statistics.median(ratios), memory]
 
 
-def floors(period):
+def limits(period):
     """What the figures have to stay below: against SciPy, naive transforms and the bound."""
     against_scipy = 0.70 if period <= 65536 else (0.35 if period >= 1_000_000 else 0.65)
     against_bound = 3.3 if period <= 131_000 else (1.5 if period >= 1_000_000 else 2.5)
@@ -272,7 +272,7 @@ def main():
         for ui, spu in periods:
             repetitions = 8 if ui * spu < 60_000 else 2
             row = dense(shim, make(ui, spu, repetitions), ui, spu, repetitions, rounds)
-            marks = [value > limit for value, limit in zip(row[3:6], floors(ui * spu))]
+            marks = [value > limit for value, limit in zip(row[3:6], limits(ui * spu))]
             missed += any(marks)
             memory = "-" if row[6] is None else f"{row[6]:.1f} ({row[7]:.1f})"
             rows.append([row[0], str(row[1]), f"{row[2]:.0f}",
@@ -316,7 +316,7 @@ def main():
     missed += many / one > 1.1
     text += f"\n\n64 repetitions of 511·8 cost {many / one:.2f} times one, each.\n"
     text += (f"\nPython {platform.python_version()}, SciPy {scipy.__version__}, NumPy {np.__version__}, {rounds} rounds. "
-             f"Smaller is better; `!` marks a figure above its floor: {missed} of them.\n")
+             f"Smaller is better; `!` marks a figure above its limit: {missed} of them.\n")
     print(text)
     if options.markdown:
         with open(options.markdown, "w", encoding="utf-8") as out:

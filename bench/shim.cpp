@@ -47,8 +47,8 @@ SignalData Record(double* samples, int count)
     return signal;
 }
 
-// One transform forth and one back of each segment at a smooth length, and one copy of the record: what any dense
-// kernel needs at the least.
+// One transform and one inverse of each segment at a smooth length, and one copy of the record: the least that a dense
+// kernel needs.
 struct LowerBound {
     explicit LowerBound(int smoothLength)
         : length(smoothLength),
@@ -79,7 +79,7 @@ struct Naive {
     AlignedBuffer<Complex> kernel;
 };
 
-// A capture and its reference as an equaliser's tap search gets them: noise held for a UI, an echo, more noise.
+// A capture and its reference for an equaliser's tap search: noise held for a UI, an echo, more noise.
 struct TapSearch {
     TapSearch(int count, int numberOfTaps, int samplesPerUi)
         : delays(Maths::TapDelays(numberOfTaps, samplesPerUi, 1)),
@@ -122,7 +122,7 @@ TARNWICK_EXPORT int bench_taps_run(const TapSearch* job)
     return solution ? static_cast<int>(solution->candidate) : -1;
 }
 
-/// The same by the matrices of samples that it is defined by: products, inverse, the residual of every pair.
+/// The same by its definition: matrices of samples, their products, the inverse, the residual of every pair.
 TARNWICK_EXPORT int bench_taps_naive(const TapSearch* job)
 {
     const Eigen::MatrixXd x = Rotations(job->capture, job->delays);

@@ -1,5 +1,6 @@
 #include "support/references.h"
 
+#include <cfloat>
 #include <cmath>
 #include <numbers>
 #include <numeric>
@@ -53,6 +54,14 @@ std::vector<Complex> DirectDft(std::span<const Complex> values, bool forward)
         result[k] = Narrowed(sum);
     }
     return result;
+}
+
+double TransformBound(std::span<const Complex> values)
+{
+    double energy = 0.0;
+    for (const Complex value : values)
+        energy += std::norm(value);
+    return 8.0 * DBL_EPSILON * std::log2(2.0 * static_cast<double>(values.size())) * std::sqrt(energy);
 }
 
 Complex DirectDftAt(std::span<const double> values, std::size_t k)

@@ -18,6 +18,10 @@ std::vector<double> DirectConvolution(std::span<const double> samples, std::span
 std::vector<Complex> DirectDft(std::span<const Complex> values, bool forward = true);
 Complex DirectDftAt(std::span<const double> values, std::size_t k);
 
+/// What a fast transform of these values may be off by: rounding grows as eps log2(n) of the root of the energy. 8 covers
+/// the three transforms by which one library does prime lengths.
+double TransformBound(std::span<const Complex> values);
+
 /// The reverse Bessel polynomial by its recursion B_n = (2n - 1) B_(n-1) + s^2 B_(n-2), B_0 = 1, B_1 = s + 1.
 /// Source: L. Storch, "Synthesis of constant-time-delay ladder networks using Bessel polynomials", Proc. IRE 42 (1954).
 Complex ReverseBessel(int order, Complex s);

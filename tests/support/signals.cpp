@@ -28,6 +28,15 @@ std::vector<double> RandomValues(std::size_t count, std::uint64_t seed)
     return values;
 }
 
+std::vector<std::complex<double>> RandomComplex(std::size_t count, std::uint64_t seed)
+{
+    const std::vector<double> parts = RandomValues(2 * count, seed);
+    std::vector<std::complex<double>> values(count);
+    for (std::size_t k = 0; k < count; ++k)
+        values[k] = {parts[2 * k], parts[2 * k + 1]};
+    return values;
+}
+
 std::vector<int> PrbsLevels(std::size_t order, std::size_t tap)
 {
     const std::size_t length = (std::size_t{1} << order) - 1;

@@ -1,6 +1,7 @@
 // Records, configurations and waveforms for tests.
 #pragma once
 
+#include <complex>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -26,6 +27,8 @@ std::vector<double> Constant(double value, std::size_t count);
 
 /// Values from -1 to 1, the same for the same seed on every platform.
 std::vector<double> RandomValues(std::size_t count, std::uint64_t seed);
+/// The same values in pairs, as real and imaginary parts.
+std::vector<std::complex<double>> RandomComplex(std::size_t count, std::uint64_t seed);
 
 /// One period of x^order + x^tap + 1, 2^order - 1 bits.
 std::vector<int> PrbsLevels(std::size_t order, std::size_t tap);

@@ -7,10 +7,10 @@
 #include <optional>
 #include <vector>
 
+#include "maths/convolution/columntransform.h"
 #include "maths/convolution/convolutionengine.h"
 #include "maths/convolution/hotloops.h"
 #include "maths/convolution/splitconvolver.h"
-#include "maths/transforms/columntransform.h"
 #include "maths/transforms/factors.h"
 
 namespace Tarnwick::DSO::Maths {
@@ -19,7 +19,7 @@ namespace {
 
 using Engine = CircularConvolver::Engine;
 
-// A kernel as taps over one period: taps a period apart act alike and are added.
+// The kernel over one period.
 std::vector<double> Fold(std::span<const double> kernel, std::size_t period)
 {
     std::vector<double> folded(std::min(kernel.size(), period), 0.0);
@@ -51,7 +51,7 @@ public:
     }
 };
 
-// How far a set of lags reaches out of the period, to both sides.
+// How far a set of lags reaches out of the period at either end.
 class Reach {
 public:
     Reach(std::ptrdiff_t lowestLag, std::ptrdiff_t highestLag)
@@ -59,8 +59,8 @@ public:
           after_(static_cast<std::size_t>(std::max<std::ptrdiff_t>(-lowestLag, 0)))
     {
     }
-    /// Calls run(x, begin, count) for stretches that make up the period: x[i] is sample begin + i, and may be read from
-    /// -before to count + after. Only what reaches over an end is copied.
+    /// Calls run(x, begin, count) for the stretches that make up the period: x[i] is sample begin + i and may be read
+    /// for i = -before .. count + after - 1. Only the stretches whose reach goes past an end are copied.
     template <typename Run>
     void ForEachStretch(std::span<const double> samples, AlignedBuffer<double>& buffer, Run run) const
     {
@@ -126,7 +126,7 @@ struct Window {
     double value;
 };
 
-// Equal taps on at least two lags that follow each other around the period.
+// Equal taps on two or more consecutive lags, which may wrap round the period.
 std::optional<Window> FindWindow(std::span<const double> taps, std::size_t period)
 {
     const auto isTap = [](double tap) { return tap != 0.0; };
@@ -155,8 +155,8 @@ public:
           reach_(window.firstLag, lastLag_),
           factor_(window.value)
     {
-        // A tap that was written as 1/n divides by n: sums of equal samples then come back exactly, which a product
-        // with the rounded 1/n does not give (n = 49 is the first that fails).
+        // Where the tap is 1/n as a double, the sum is divided by n: the mean of equal samples is then exact, which a
+        // product with the rounded 1/n is not (n = 49 is the first to fail).
         const double divisor = std::round(1.0 / window.value);
         if (std::isfinite(divisor) && 1.0 / divisor == window.value)
             divisor_ = divisor;
@@ -173,7 +173,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t kShortestRun = 768;  // sums of a block stay in the first-level cache
+    static constexpr std::size_t kShortestRun = 768;  // [samples] a block's sums stay in a first-level cache of 32 KiB
     std::size_t width_;
     std::ptrdiff_t lastLag_;
     Reach reach_;
@@ -181,8 +181,8 @@ private:
     double divisor_ = 0.0;  // 0: multiply by the factor
 };
 
-// Blocks of the periodic continuation through one short real transform (overlap-save), or, when the transform is as
-// long as the period, the period itself.
+// Blocks of the periodic continuation through a short real transform (overlap-save); or the period itself, where the
+// transform is as long.
 class TransformEngine final : public Engine {
 public:
     TransformEngine(std::span<const double> taps, std::size_t period, std::size_t length)
@@ -222,7 +222,7 @@ private:
     AlignedBuffer<Complex> spectrum_;  // divided by the length, so that the inverse needs no scale
 };
 
-// The whole product, as long as period and kernel together, wrapped.
+// The whole product, period and kernel together, then wrapped.
 class PaddedEngine final : public Engine {
 public:
     PaddedEngine(std::span<const double> taps, std::size_t period)
@@ -256,7 +256,7 @@ Choice Choose(std::span<const double> taps, std::size_t period)
         return {ConvolutionMethod::Boxcar};
     if (nonZero <= kDirectTaps)
         return {ConvolutionMethod::Direct};
-    const std::size_t block = std::bit_ceil(std::max(kShortestBlock, 4 * taps.size()));
+    const std::size_t block = std::bit_ceil(std::max(kShortestBlock, kBlockKernels * taps.size()));
     if (taps.size() <= period / kBlockShare && block < period)
         return {ConvolutionMethod::Blocks, block};
     if (period % 2 == 0 && HasOnlyFactors(period, {2, 3, 5, 7}))

@@ -1,4 +1,4 @@
-// What a way to convolve has to do: the contract behind CircularConvolver.
+// What each method of CircularConvolver implements.
 #pragma once
 
 #include <span>

@@ -1,23 +1,24 @@
 // Circular convolution of long periods, by z^L - 1 = prod_k (z^r - w^k), L = q r, w = exp(-2 pi i / q).
-// The period is q rows of r samples. A q-point transform down the columns gives the residue modulo each factor; each is
-// convolved through a transform that fits the cache and wrapped with z^r = w^k (columntransform.h), and transformed
-// back down the columns. Rows k and q - k are conjugates, rows 0 and q/2 real. No twiddle pass, no reordering. Source:
-// H. J. Nussbaumer, "Fast Fourier Transform and Convolution Algorithms", 2nd ed., chapter 3 (residue polynomials).
+// The period is q rows of r samples. q-point transforms down the columns give the residue modulo each factor. Each
+// residue is convolved through a transform that fits the cache and wrapped with z^r = w^k (columntransform.h); q-point
+// transforms lead back. Rows k and q - k are conjugates, rows 0 and q/2 real. There is no twiddle pass and no
+// reordering. Source: H. J. Nussbaumer, "Fast Fourier Transform and Convolution Algorithms", 2nd ed., chapter 3
+// (residue polynomials).
 #pragma once
 
 #include <cstddef>
 #include <optional>
 #include <vector>
 
+#include "maths/convolution/columntransform.h"
 #include "maths/convolution/convolutionengine.h"
 #include "maths/convolution/hotloops.h"
-#include "maths/transforms/columntransform.h"
 
 namespace Tarnwick::DSO::Maths {
 
 class SplitConvolver final : public CircularConvolver::Engine {
 public:
-    /// The number of rows q, a power of two up to 32, that brings the rows' transforms into the cache; none when no
+    /// The number of rows q, a power of two up to kMostRows, at which the rows' transforms fit the cache; none when no
     /// such power divides the period.
     static std::optional<std::size_t> RowsFor(std::size_t period);
 
@@ -33,7 +34,7 @@ private:
     ColumnTransform real_;
     ColumnTransform complex_;
     AlignedBuffer<Complex> spectrum_;  // rows 0 and q/2, then 1 .. q/2 - 1
-    std::vector<Complex> turns_;       // w^k
+    std::vector<Complex> wraps_;       // w^k, that row k is wrapped with
 };
 
 }  // namespace Tarnwick::DSO::Maths

@@ -1,5 +1,5 @@
-// A growing array of values at 64-byte boundaries: what transforms run in. The same alignment at every run keeps the
-// bits of a transform the same, wherever the host's own arrays lie.
+// A growing array that starts at a 64-byte boundary, for transforms to run in. The same alignment every time gives the
+// same bits every time, wherever the host's own arrays lie.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +30,7 @@ public:
     AlignedBuffer& operator=(const AlignedBuffer&) = delete;
     ~AlignedBuffer() { ::operator delete(data_, kAlignment); }
 
-    /// Room for `count` values; what was in the buffer is lost when it has to grow.
+    /// Room for `count` values. The contents are lost when the buffer has to grow.
     Value* Reserve(std::size_t count)
     {
         if (count > capacity_) {
@@ -46,7 +46,7 @@ public:
     std::size_t Capacity() const { return capacity_; }
 
 private:
-    static constexpr std::align_val_t kAlignment{64};
+    static constexpr std::align_val_t kAlignment{64};  // [bytes] a cache line
     Value* data_ = nullptr;
     std::size_t capacity_ = 0;
 };

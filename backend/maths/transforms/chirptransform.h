@@ -1,6 +1,6 @@
-// The discrete Fourier transform of lengths that do not fall into small factors, as two transforms of a length that
-// does. Source: L. I. Bluestein, "A linear filtering approach to the computation of discrete Fourier transform", IEEE
-// Trans. Audio Electroacoustics 18 (1970) 451-455.
+// The discrete Fourier transform of a length with large prime factors, by two transforms of a length without. Source:
+// L. I. Bluestein, "A linear filtering approach to the computation of discrete Fourier transform", IEEE Trans. Audio
+// Electroacoustics 18 (1970) 451-455.
 #pragma once
 
 #include <cstddef>
@@ -13,26 +13,27 @@
 
 namespace Tarnwick::DSO::Maths {
 
-/// X[k] = sum_{n < inputs} x[n] exp(-2 pi i k n / length), k = 0 .. length - 1: a transform of `length` values that are
-/// zero from `inputs` on. The fewer inputs there are, the shorter are the two transforms.
+///     X[k] = sum_{n < inputs} x[n] exp(-2 pi i k n / length), k = 0 .. length - 1
+/// A transform of `length` values that are zero from `inputs` on. The fewer the inputs, the shorter the two transforms.
 class TARNWICK_FRAMEWORK_API ChirpTransform {
 public:
-    /// Kept and shared as the plans of the other transforms are.
+    /// Kept and shared like the plans of the other transforms.
     /// @param inputs  1 to length
     static std::shared_ptr<const ChirpTransform> Of(std::size_t length, std::size_t inputs);
     ChirpTransform(std::size_t length, std::size_t inputs);
 
-    /// The values that fit into the array which is transformed.
-    std::size_t Room() const { return room_; }
-    /// @param data  Room() values from AlignedBuffer: `inputs` of them before, `length` after; the others are lost
+    /// The values that Forward works in: at least length + inputs - 1.
+    std::size_t WorkLength() const { return workLength_; }
+    /// @param data  WorkLength() values in an AlignedBuffer. The first `inputs` of them are read; the transform replaces
+    ///              the first `length`, and the rest is lost.
     void Forward(Complex* data) const;
 
 private:
     std::size_t inputs_;
-    std::size_t room_;
+    std::size_t workLength_;
     std::shared_ptr<const ComplexTransform> inner_;
     std::vector<Complex> chirp_;       // exp(-i pi n^2 / length)
-    AlignedBuffer<Complex> spectrum_;  // of its conjugate, over room_
+    AlignedBuffer<Complex> spectrum_;  // of its conjugate, over workLength_
 };
 
 }  // namespace Tarnwick::DSO::Maths

@@ -6,7 +6,7 @@
 
 namespace Tarnwick::DSO::Maths {
 
-/// Whether a length, 1 or more, has no prime factor but these.
+/// Whether a length of 1 or more has no prime factors other than these.
 inline bool HasOnlyFactors(std::size_t length, std::initializer_list<std::size_t> primes)
 {
     for (const std::size_t prime : primes)

@@ -1,8 +1,8 @@
-// The seam to the FFT library: a real transform of even length, a complex one of any length and one of short rows, none
-// of them normalised.
+// The seam to the FFT library: real transforms of even length, complex ones of any length and complex ones of short
+// rows, none of them normalised.
 //     X[k] = sum_n x[n] exp(-2 pi i k n / N)
-// Behind it stands FFTW (fft_fftw.cpp) or kissfft (fft_kissfft.cpp), chosen when the library is built.
-// Plans are kept and shared; objects may be used by several threads at once, each on its own buffers.
+// FFTW (fft_fftw.cpp) or kissfft (fft_kissfft.cpp) is behind it, chosen when the library is built. Plans are kept and
+// shared; several threads may use one at the same time, each on its own buffers.
 #pragma once
 
 #include <complex>
@@ -16,7 +16,7 @@ namespace Tarnwick::DSO::Maths {
 
 using Complex = std::complex<double>;
 
-/// Real transform of even length N. Buffers come from AlignedBuffer: other alignments would give other last bits.
+/// Real transform of even length N, in buffers from AlignedBuffer: another alignment would give other last bits.
 class TARNWICK_FRAMEWORK_API RealTransform {
 public:
     /// @throws std::invalid_argument  length is 0 or odd
@@ -28,7 +28,8 @@ public:
     virtual void Inverse(Complex* bins, double* values) const = 0;
 };
 
-/// Complex transform of any length, in place, in a buffer from AlignedBuffer (a whole number of 64-byte lines in).
+/// Complex transform of any length, in place, at the start of an AlignedBuffer or a whole number of 64-byte lines into
+/// it.
 class TARNWICK_FRAMEWORK_API ComplexTransform {
 public:
     /// @throws std::invalid_argument  length is 0
@@ -38,14 +39,14 @@ public:
     virtual void Inverse(Complex* data) const = 0;
 };
 
-/// Complex transform of a short row from one buffer to another, both from AlignedBuffer, a whole number of 64-byte
-/// lines in. Where a length fits the cache this runs half as fast again as in place.
+/// Complex transform of a short row from one AlignedBuffer to another, each at its start or a whole number of 64-byte
+/// lines into it. For lengths that fit the cache this takes two thirds of the time of a transform in place.
 class TARNWICK_FRAMEWORK_API RowTransform {
 public:
     /// @throws std::invalid_argument  length is 0
     static std::shared_ptr<const RowTransform> Of(std::size_t length);
     virtual ~RowTransform() = default;
-    /// The source is left as it was.
+    /// Leaves the source as it was.
     virtual void Forward(Complex* from, Complex* to) const = 0;
     virtual void Inverse(Complex* from, Complex* to) const = 0;
 };

@@ -1,7 +1,7 @@
-// FFTW 3 behind the seam. Plans are ESTIMATE plans: measured ones differ from process to process, and their results
-// with them. FFTW's planner is not safe to enter from two threads (unlocked planning corrupts the heap), so every
-// creation and destruction of a plan holds one mutex; execution uses the new-array calls only and needs none.
-// fftw_cleanup is never called: it would invalidate plans that are in use.
+// FFTW 3 behind the seam. Plans are made with FFTW_ESTIMATE: measured plans differ from process to process, and so
+// would the results. FFTW's planner may not be entered by two threads (that corrupts the heap), so plans are made and
+// destroyed under one mutex; they are executed through the new-array calls, which need none. fftw_cleanup is never
+// called: it would invalidate plans in use.
 #include <climits>
 #include <mutex>
 #include <new>
@@ -17,7 +17,7 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// Deliberately never destroyed: plans released while the process ends still need it.
+// Never destroyed: plans that are released while the process ends still need it. Deliberate.
 std::mutex& PlannerMutex()
 {
     static auto* mutex = new std::mutex;  // NOLINT(cppcoreguidelines-owning-memory)
@@ -120,7 +120,7 @@ std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
                                     "; expected an even number of values");
     static PlanCache<RealTransform> cache;
     return cache.Get(length, [length] {
-        // ESTIMATE plans do not touch the arrays; they only read how these are aligned.
+        // With FFTW_ESTIMATE the planner looks at the arrays' alignment and does not write to them.
         AlignedBuffer<double> values(length);
         AlignedBuffer<Complex> bins(length / 2 + 1);
         return std::make_shared<FftwReal>(PlanLength(length), values.Data(), bins.Data());

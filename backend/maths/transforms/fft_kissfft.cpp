@@ -1,8 +1,6 @@
-// kissfft's C++ header behind the seam: no licence condition, no planner, no global state. Its generic butterfly (any
-// prime factor above 5) takes O(p n) and shares a scratch array between threads, so lengths with such a factor go
-// through a chirp transform.
-#include <cmath>
-#include <numbers>
+// kissfft's C++ header behind the seam: no licence condition, no planner, no global state. Its butterfly for a prime
+// factor p above 5 takes O(p n) and shares a scratch array between threads, so lengths with such a factor go through a
+// chirp transform.
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -13,6 +11,7 @@
 #include "maths/transforms/factors.h"
 #include "maths/transforms/fft.h"
 #include "maths/transforms/plancache.h"
+#include "maths/transforms/roots.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -23,7 +22,7 @@ bool IsFiveSmooth(std::size_t length)
     return HasOnlyFactors(length, {2, 3, 5});
 }
 
-// Written out: the operator of std::complex looks for NaN at every product.
+// Written out because std::complex's operator tests every product for NaN.
 Complex Product(Complex a, Complex b)
 {
     return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
@@ -58,7 +57,7 @@ public:
     explicit Chirped(std::size_t length) : length_(length), chirp_(length, length) {}
     void Forward(Complex* data) const override
     {
-        Complex* work = Scratch(1, chirp_.Room());
+        Complex* work = Scratch(1, chirp_.WorkLength());
         std::copy(data, data + length_, work);
         chirp_.Forward(work);
         std::copy(work, work + length_, data);
@@ -77,9 +76,9 @@ private:
     ChirpTransform chirp_;
 };
 
-class RowOf final : public RowTransform {
+class ChirpedRow final : public RowTransform {
 public:
-    explicit RowOf(std::size_t length) : length_(length), inner_(ComplexTransform::Of(length)) {}
+    explicit ChirpedRow(std::size_t length) : length_(length), inner_(ComplexTransform::Of(length)) {}
     void Forward(Complex* from, Complex* to) const override
     {
         inner_->Forward(std::copy(from, from + length_, to) - length_);
@@ -105,7 +104,7 @@ private:
     kissfft<double> inverse_;
 };
 
-// A real transform of N values is a complex one of N/2 pairs and a pass that takes even and odd samples apart.
+// A real transform of N values is a complex one of N/2 pairs and a pass that separates even from odd samples.
 // Source: W. H. Press et al., "Numerical Recipes", section 12.3, "FFT of single real function".
 class PairedReal final : public RealTransform {
 public:
@@ -113,7 +112,7 @@ public:
         : half_(length / 2), pairs_(ComplexTransform::Of(half_)), twiddles_(half_ + 1)
     {
         for (std::size_t k = 0; k <= half_; ++k)
-            twiddles_[k] = std::polar(1.0, -std::numbers::pi * static_cast<double>(k) / static_cast<double>(half_));
+            twiddles_[k] = RootOfUnity(k, length);
     }
     void Forward(double* values, Complex* bins) const override
     {
@@ -170,7 +169,7 @@ std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
     static PlanCache<ComplexTransform> smooth;
     if (IsFiveSmooth(length))
         return smooth.Get(length, [length] { return std::make_shared<SmoothTransform>(length); });
-    // A cache of their own: while one is made, it asks for a smooth one.
+    // In a cache of its own: making one asks the first cache for a smooth transform, and a cache is locked meanwhile.
     static PlanCache<ComplexTransform> chirped;
     return chirped.Get(length, [length] { return std::make_shared<Chirped>(length); });
 }
@@ -184,7 +183,7 @@ std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)
     return cache.Get(length, [length]() -> std::shared_ptr<const RowTransform> {
         if (IsFiveSmooth(length))
             return std::make_shared<SmoothRow>(length);
-        return std::make_shared<RowOf>(length);
+        return std::make_shared<ChirpedRow>(length);
     });
 }
 

@@ -1,4 +1,5 @@
-// Keeps made plans: those of powers of two for good (they are few), of other lengths the last eight.
+// Keeps transform plans once they are made: for powers of two, which are few, for good; for other lengths the eight
+// that were asked for last.
 #pragma once
 
 #include <algorithm>
@@ -16,35 +17,35 @@ namespace Tarnwick::DSO::Maths {
 template <typename Plan, typename Length = std::size_t>
 class PlanCache {
 public:
-    /// The plan of this length, made under the lock when it is not there yet.
+    /// The plan for this length; an unknown one is made while the lock is held.
     std::shared_ptr<const Plan> Get(Length length, const std::function<std::shared_ptr<const Plan>()>& make)
     {
         const std::lock_guard lock(mutex_);
-        if (const auto found = kept_.find(length); found != kept_.end()) {
+        if (const auto known = plans_.find(length); known != plans_.end()) {
             if (const auto place = std::find(recent_.begin(), recent_.end(), length); place != recent_.end())
                 recent_.splice(recent_.begin(), recent_, place);
-            return found->second;
+            return known->second;
         }
         std::shared_ptr<const Plan> made = make();
         std::list<Length> place;
         if (!IsPowerOfTwo(length))
             place.push_front(length);
-        // All that takes memory stands before this: a plan that is kept and has no place would never go again.
-        kept_.emplace(length, made);
+        // Everything that allocates comes before this: a plan kept without a place in the list would never be dropped.
+        plans_.emplace(length, made);
         recent_.splice(recent_.begin(), place);
-        if (recent_.size() > kOtherLengths) {
-            kept_.erase(recent_.back());
+        if (recent_.size() > kRecentLengths) {
+            plans_.erase(recent_.back());
             recent_.pop_back();
         }
         return made;
     }
 
 private:
-    static constexpr std::size_t kOtherLengths = 8;
+    static constexpr std::size_t kRecentLengths = 8;
     static bool IsPowerOfTwo(std::size_t length) { return std::has_single_bit(length); }
     static bool IsPowerOfTwo(const std::pair<std::size_t, std::size_t>&) { return false; }
     std::mutex mutex_;
-    std::map<Length, std::shared_ptr<const Plan>> kept_;
+    std::map<Length, std::shared_ptr<const Plan>> plans_;
     std::list<Length> recent_;
 };
 

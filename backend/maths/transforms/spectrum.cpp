@@ -8,18 +8,19 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// Odd lengths from here on take less time by a chirp, which needs one half of the bins.
-constexpr std::size_t kLong = 65536;
+// [bins] Odd counts above this take less time by a chirp, which needs only half of the bins. Measured; see
+// docs/performance.md.
+constexpr std::size_t kLongestPlainCount = 65536;
 
 std::shared_ptr<const ChirpTransform> ChirpFor(std::size_t count)
 {
-    return count % 2 == 1 && count > kLong ? ChirpTransform::Of(count, count / 2 + 1) : nullptr;
+    return count % 2 == 1 && count > kLongestPlainCount ? ChirpTransform::Of(count, count / 2 + 1) : nullptr;
 }
 
 }  // namespace
 
 HermitianBins::HermitianBins(std::size_t count)
-    : count_(count), chirp_(ChirpFor(count)), buffer_(chirp_ ? chirp_->Room() : count)
+    : count_(count), chirp_(ChirpFor(count)), buffer_(chirp_ ? chirp_->WorkLength() : count)
 {
 }
 

@@ -53,8 +53,8 @@ Values Boxcar(std::size_t period, std::ptrdiff_t first, std::size_t width, doubl
     return taps;
 }
 
-// The library's own statement: 4 eps log2(n) max|x| sum|h|, with the longer of period and kernel for n, since a longer
-// kernel is folded, and at least 2, so that one rounding is allowed.
+// The documented bound, 4 eps log2(n) max|x| sum|h|. n is the longer of period and kernel, since longer kernels are
+// folded, and at least 2, so that one rounding is allowed.
 double Bound(const Values& samples, const Values& taps)
 {
     double peak = 0.0;
@@ -67,7 +67,7 @@ double Bound(const Values& samples, const Values& taps)
     return 4.0 * DBL_EPSILON * std::log2(n) * peak * sum;
 }
 
-// Against the direct sum: everywhere in small problems, at some 150 places, both ends among them, in large ones.
+// Against the direct sum: everywhere in small problems, at 150 places from the first to the last in large ones.
 void ExpectAgreement(const Values& samples, const Values& taps, const Values& result)
 {
     ASSERT_EQ(result.size(), samples.size());
@@ -80,6 +80,7 @@ void ExpectAgreement(const Values& samples, const Values& taps, const Values& re
     }
 }
 
+// Both sides of every threshold between methods.
 struct MethodCase {
     const char* label;
     std::size_t period;
@@ -104,16 +105,20 @@ std::vector<MethodCase> MethodCases()
             {"32 taps 16 apart", 131056, Comb(32, 16), Method::Direct},
             {"an eighth of a smooth period", 8192, Dense(1024), Method::Blocks},
             {"one tap more", 8192, Dense(1025), Method::Exact},
+            {"an eighth of a prime period", 10007, Dense(1250), Method::Blocks},
             {"one tap more, prime", 10007, Dense(1251), Method::Padded},
+            {"blocks longer than the shortest", 16400, Dense(2049), Method::Blocks},
             {"block as long as the period", 4096, Dense(40), Method::Exact},
             {"block shorter than the period", 4097, Dense(40), Method::Blocks},
             {"smooth", 10000, Dense(10000), Method::Exact},
             {"smooth but odd", 6561, Dense(6561), Method::Padded},
             {"half the period", 131056, Dense(65528), Method::Split},
-            {"longest padded", 65528, Dense(65527), Method::Padded},
+            {"longest padded that could be split", 65534, Dense(65533), Method::Padded},
             {"smooth at the threshold", 65536, Dense(65535), Method::Exact},
-            {"just above the threshold", 65544, Dense(65543), Method::Split},
+            {"just above the threshold", 65538, Dense(65537), Method::Split},
             {"above it, no power of two divides it", 65537, Dense(65536), Method::Padded},
+            {"longest of two rows", 131070, Dense(131069), Method::Split},
+            {"too long for two rows, and four do not divide it", 131074, Dense(131073), Method::Padded},
             {"more than four rows", 262112, Dense(262111), Method::Split}};
 }
 
@@ -128,9 +133,11 @@ TEST(CircularConvolver, AgreesWithTheDirectSumInTheMethodOfItsKernelAndPeriod)
     }
 }
 
+// 2047 and 2049 are both sides of the longest single row of a padded transform.
 TEST(CircularConvolver, AgreesWithTheDirectSumAtAwkwardLengths)
 {
-    for (const std::size_t period : {1U, 2U, 3U, 5U, 7U, 127U, 1009U, 1016U, 4088U, 8191U, 8192U, 10000U}) {
+    for (const std::size_t period :
+         {1U, 2U, 3U, 5U, 7U, 127U, 1009U, 1016U, 2047U, 2049U, 4088U, 8191U, 8192U, 10000U}) {
         const Values samples = RandomValues(period, period);
         for (const std::size_t tapCount : {std::size_t{0}, std::size_t{1}, std::size_t{2}, period / 8, period / 2,
                                            period - 1, period, period + 1, 2 * period + 3}) {
@@ -141,7 +148,7 @@ TEST(CircularConvolver, AgreesWithTheDirectSumAtAwkwardLengths)
     }
 }
 
-TEST(CircularConvolver, BringsBackTheSamplesOfAShiftExactly)
+TEST(CircularConvolver, ShiftsExactly)
 {
     Values samples = RandomValues(1016, 1);
     const Values shifted = Convolved(CircularConvolver(Values{0.0, 0.0, 1.0}, samples.size()), samples);
@@ -149,8 +156,8 @@ TEST(CircularConvolver, BringsBackTheSamplesOfAShiftExactly)
     EXPECT_EQ(shifted, samples);
 }
 
-// Same bits: again, from a convolver made anew, with used buffers, at any 8-byte offset of either array, and with NaN
-// on both sides of the samples. Nothing is written outside the result.
+// From a convolver made again, with used buffers, at any 8-byte offset of either array and with NaN on both sides of the
+// samples. Nothing is written outside the result.
 TEST(CircularConvolver, GivesTheSameBitsWhereverAndWheneverItRuns)
 {
     for (const auto& [label, period, taps, method] : MethodCases()) {
@@ -174,9 +181,9 @@ TEST(CircularConvolver, GivesTheSameBitsWhereverAndWheneverItRuns)
     }
 }
 
-// A mean of equal samples is that sample, to the last bit, for every width; 1/w as a factor fails that at w = 49. The
-// values have few enough bits that their sums are exact.
-TEST(CircularConvolverBoxcar, BringsAConstantBackExactly)
+// A mean of equal samples is that sample to the last bit at every width; a product with 1/w fails at w = 49. The samples
+// have so few bits that their sums are exact.
+TEST(CircularConvolverBoxcar, KeepsAConstantExactly)
 {
     constexpr std::size_t kPeriod = 2500;  // two blocks and a part
     const Values constant = Constant(1234.0625, kPeriod);
@@ -202,7 +209,7 @@ TEST(CircularConvolverBoxcar, AgreesWithTheDirectSum)
     }
 }
 
-// One NaN reaches as far as the taps and no further; a running sum would carry it to the end of the record.
+// A NaN reaches as far as the taps and no further; a running sum would carry it to the end of the record.
 TEST(CircularConvolverNan, ReachesAsFarAsTheTaps)
 {
     constexpr std::size_t kPeriod = 3000;

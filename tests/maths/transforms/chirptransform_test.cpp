@@ -18,15 +18,6 @@ namespace {
 using namespace Tarnwick::DSO::Maths;
 using namespace Tarnwick::Testing;
 
-std::vector<Complex> RandomBins(std::size_t count)
-{
-    const auto parts = RandomValues(2 * count, count);
-    std::vector<Complex> values;
-    for (std::size_t k = 0; k < parts.size(); k += 2)
-        values.emplace_back(parts[k], parts[k + 1]);
-    return values;
-}
-
 // Rounding of a transform grows as eps log2(n) of the root of the energy, here that of n values of at most 1; 8 covers
 // the two transforms and three products of a chirp.
 double Bound(std::size_t count)
@@ -42,27 +33,28 @@ TEST(ChirpTransform, AgreesWithTheSumOfTheDefinition)
     } sizes[] = {{1, 1}, {2, 1}, {2, 2}, {3, 2}, {16, 16}, {97, 1}, {97, 49}, {97, 97}, {1016, 1016}, {3001, 1501}};
     for (const auto& [length, inputs] : sizes) {
         SCOPED_TRACE(testing::Message() << inputs << " inputs of " << length);
-        std::vector<Complex> values = RandomBins(length);
+        std::vector<Complex> values = RandomComplex(length, length);
         std::fill(values.begin() + static_cast<std::ptrdiff_t>(inputs), values.end(), Complex());
         const auto chirp = ChirpTransform::Of(length, inputs);
-        ASSERT_GE(chirp->Room(), length + inputs - 1);
-        // What stands behind the inputs is of no account.
-        AlignedBuffer<Complex> data(chirp->Room());
-        std::fill_n(data.Data(), chirp->Room(), Complex(NAN, NAN));
+        ASSERT_GE(chirp->WorkLength(), length + inputs - 1);
+        // What is beyond the inputs must not matter.
+        AlignedBuffer<Complex> data(chirp->WorkLength());
+        std::fill_n(data.Data(), chirp->WorkLength(), Complex(NAN, NAN));
         std::copy_n(values.begin(), inputs, data.Data());
         chirp->Forward(data.Data());
         EXPECT_TRUE(AreNear(std::span(data.Data(), length), DirectDft(values), Bound(length)));
     }
 }
 
-TEST(HermitianBins, OfLongOddCountsAreTransformedAsAnyBins)
+// Both sides of the count from which odd ones go through a chirp.
+TEST(HermitianBins, AgreeWithTheComplexTransform)
 {
-    for (const std::size_t count : {65537U, 65541U, 131055U}) {
-        const std::vector<Complex> half = RandomBins(count / 2 + 1);
+    for (const std::size_t count : {65535U, 65537U, 65538U, 131055U}) {
+        const std::vector<Complex> half = RandomComplex(count / 2 + 1, count / 2 + 1);
         HermitianBins bins(count);
         AlignedBuffer<Complex> same(count);
         for (std::size_t k = 0; k < half.size(); ++k) {
-            // Only what is real of the first bin belongs to a real impulse response.
+            // The first bin's imaginary part belongs to no real impulse response and must drop out.
             bins.Set(k, half[k]);
             same.Data()[k] = half[k];
             if (k > 0)
