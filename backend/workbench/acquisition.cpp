@@ -29,8 +29,8 @@ constexpr std::size_t kLineReach = 2;  // [bins] a multiple of the clock strays 
 // The largest of n bins of white noise stands ln n above their mean; four times that comes up by chance once in n^3 records.
 constexpr double kLineOverNoise = 4.0;
 constexpr double kCertainLineOverNoise = 40.0;  // 10 dB more
-constexpr double kMultipleShare = 0.3;          // power of the clock's line over that of its strongest multiple, at least
-constexpr double kEmptyBin = 1e-12;             // of the line's power, added so that an empty bin has a logarithm
+constexpr double kMultipleShare = 0.3;  // power of the clock's line over that of its strongest multiple, at least
+constexpr double kEmptyBin = 1e-12;     // of the line's power, added so that an empty bin has a logarithm
 
 // The autocorrelation of two repetitions with independent noise is S/(S + N).
 constexpr double kLikelyCorrelation = 0.7;    // signal 3.7 dB above the noise

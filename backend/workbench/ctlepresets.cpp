@@ -41,10 +41,10 @@ std::vector<CtlePreset> HdmiPresets()
     std::vector<CtlePreset> presets;
     for (const Maths::HdmiLevel& level : Maths::kHdmiLevels) {
         const double zero = Maths::kHdmiPole1 / level.peakingRatio;
-        presets.push_back(PresetOf(
-            level.level, {Maths::kHdmiPole1 / Maths::kRadPerGHz, Maths::kHdmiPole2 / Maths::kRadPerGHz},
-            {zero / Maths::kRadPerGHz},
-            Maths::HdmiResponse(level.peakingRatio, Maths::kHdmiPole1, Maths::kHdmiPole2, zero)));
+        presets.push_back(
+            PresetOf(level.level, {Maths::kHdmiPole1 / Maths::kRadPerGHz, Maths::kHdmiPole2 / Maths::kRadPerGHz},
+                     {zero / Maths::kRadPerGHz},
+                     Maths::HdmiResponse(level.peakingRatio, Maths::kHdmiPole1, Maths::kHdmiPole2, zero)));
     }
     return presets;
 }

@@ -25,9 +25,9 @@ using Maths::PlainTouchstoneReader;
 
 namespace {
 
-constexpr double kClearLeadDb = 3.0;             // of one port order over the other: twice the power
-constexpr std::size_t kLongestText = 300;        // [characters] shown of a text from a file
-constexpr std::size_t kLowFrequencyShare = 10;   // a tenth of the points
+constexpr double kClearLeadDb = 3.0;            // of one port order over the other: twice the power
+constexpr std::size_t kLongestText = 300;       // [characters] shown of a text from a file
+constexpr std::size_t kLowFrequencyShare = 10;  // a tenth of the points
 
 // A reason without quoted words and with one 0 for each number: of one kind are those with the same outline.
 std::string Outline(const std::string& reason)

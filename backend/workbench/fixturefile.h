@@ -33,8 +33,7 @@ struct DifferenceKind {
 
 /// The kinds of a list of differences, in the order of their first. Reasons that differ only in numbers and quoted words
 /// are one kind.
-TARNWICK_WORKBENCH_API std::vector<DifferenceKind> KindsOf(
-    std::span<const Filters::TouchstoneDifference> differences);
+TARNWICK_WORKBENCH_API std::vector<DifferenceKind> KindsOf(std::span<const Filters::TouchstoneDifference> differences);
 
 /// "line 3, token 10: reason", and where there are more of the kind, how many and the last.
 TARNWICK_WORKBENCH_API std::string TextOf(const DifferenceKind& kind);
@@ -66,11 +65,11 @@ enum class FixtureKind {
 TARNWICK_WORKBENCH_API const char* QuantityOf(std::optional<FixtureKind> kind);
 
 struct OptionLine {
-    std::size_t line = 0;         ///< 0: there is none, and what follows are the format's defaults
-    std::string frequencyUnit;    ///< Hz, kHz, MHz or GHz
-    char parameter = 'S';         ///< S, Z, Y, H or G
-    std::string numberFormat;     ///< DB, MA or RI
-    std::string reference;        ///< [Ohm] as written
+    std::size_t line = 0;       ///< 0: there is none, and what follows are the format's defaults
+    std::string frequencyUnit;  ///< Hz, kHz, MHz or GHz
+    char parameter = 'S';       ///< S, Z, Y, H or G
+    std::string numberFormat;   ///< DB, MA or RI
+    std::string reference;      ///< [Ohm] as written
 };
 
 /// One file, read both ways.

@@ -219,8 +219,8 @@ std::string FixtureAsText(const FixtureFile& file, const std::string& name)
         for (std::size_t k = 0; k < std::min(kinds.size(), kMostKindsInText); ++k)
             text += fmt::format("    {}\n", TextOf(kinds[k]));
         if (kinds.size() > kMostKindsInText)
-            text += fmt::format("    {} more kinds of difference; --json lists them\n",
-                                kinds.size() - kMostKindsInText);
+            text +=
+                fmt::format("    {} more kinds of difference; --json lists them\n", kinds.size() - kMostKindsInText);
     }
     if (file.through)
         text += ThroughText(*file.through) + "\n";

@@ -63,8 +63,9 @@ std::string Fixed(double value)
 
 std::string ResponseAsText(const ChainResponse& response)
 {
-    std::string text = fmt::format("{:<18} {:>9} {:>9} {:>9} {:>9} {:>10} {:>10} {:>12} {:>9}\n", "filter", "DC dB",
-                                   "fb/2 dB", "peak dB", "at GHz", "-3 dB GHz", "noise gain", "noise BW GHz", "delay ps");
+    std::string text =
+        fmt::format("{:<18} {:>9} {:>9} {:>9} {:>9} {:>10} {:>10} {:>12} {:>9}\n", "filter", "DC dB", "fb/2 dB",
+                    "peak dB", "at GHz", "-3 dB GHz", "noise gain", "noise BW GHz", "delay ps");
     response.ForEach([&](const std::string& label, const TransferFunction& function) {
         const ResponseFigures figures = FiguresOf(function, response.symbolRate);
         text += fmt::format("{:<18} {:>9} {:>9} {:>9} {:>9.3f} {:>10} {:>10.4f} {:>12} {:>9.2f}\n", label,

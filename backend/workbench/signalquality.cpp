@@ -34,8 +34,8 @@ std::optional<ReferenceEqualiser> FindEqualiser(std::span<const double> samples,
     if (!found)
         return std::nullopt;
     const Maths::EyeClosure& closure = found->closure;
-    return ReferenceEqualiser{std::move(found->taps), found->cursor, closure.closed,   closure.tdecqDb,
-                              closure.oma,            closure.sigma, closure.noiseGain};
+    return ReferenceEqualiser{std::move(found->taps), found->cursor,    closure.closed, closure.tdecqDb, closure.oma,
+                              closure.sigma,          closure.noiseGain};
 }
 
 }  // namespace

@@ -31,11 +31,11 @@ struct ReferenceEqualiser {
 };
 
 struct SignalQuality {
-    EyeReport eye;                              ///< of the samples as they are; without eyes when they are closed
-    std::optional<FoundSymbols> symbols;        ///< none when the pattern's length is not known, or they are not found
-    std::optional<double> levelMismatchRatio;   ///< of PAM4
+    EyeReport eye;                             ///< of the samples as they are; without eyes when they are closed
+    std::optional<FoundSymbols> symbols;       ///< none when the pattern's length is not known, or they are not found
+    std::optional<double> levelMismatchRatio;  ///< of PAM4
     std::optional<ReferenceEqualiser> equaliser;  ///< of PAM4
-    std::string whyNoTdecq;                     ///< why there is no equaliser
+    std::string whyNoTdecq;                       ///< why there is no equaliser
 };
 
 /// @param samples          one whole period or more

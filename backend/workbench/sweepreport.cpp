@@ -93,8 +93,12 @@ std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRu
     std::size_t rank = 0;
     for (const std::size_t index : Ranking(runs)) {
         const SweepRun& run = runs[index];
-        ordered_json entry = {{"rank", ++rank},           {"values", ValuesOf(run, axes)}, {"eyes", EyesToJson(run.eye)},
-                              {"levels", run.eye.levels}, {"phaseUi", run.eye.phaseUi},    {"smallestHeight", nullptr},
+        ordered_json entry = {{"rank", ++rank},
+                              {"values", ValuesOf(run, axes)},
+                              {"eyes", EyesToJson(run.eye)},
+                              {"levels", run.eye.levels},
+                              {"phaseUi", run.eye.phaseUi},
+                              {"smallestHeight", nullptr},
                               {"smallestWidthUi", nullptr}};
         if (!run.eye.eyes.empty()) {
             entry["smallestHeight"] = run.SmallestHeight();
