@@ -33,6 +33,7 @@ int main(int argc, char** argv)
         AddResponse(program);
         AddPresets(program);
         AddTouchstone(program);
+        AddChainKeys(program);
         try {
             program.parse(argc, argv);
         } catch (const CLI::Success& help) {

@@ -6,6 +6,7 @@
 namespace Tarnwick::App {
 
 void AddApply(CLI::App& program);
+void AddChainKeys(CLI::App& program);
 void AddSimulate(CLI::App& program);
 void AddInfo(CLI::App& program);
 void AddMeasure(CLI::App& program);
