@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "filters/filters.h"
@@ -16,6 +17,8 @@
 #include "workbench/correctedchannel.h"
 
 namespace Tarnwick::DSO::Workbench {
+
+struct ChainJson;
 
 /// The JSON text of a chain file, parsed but not yet understood. Copies share what was parsed.
 class TARNWICK_WORKBENCH_API ChainFile {
@@ -25,16 +28,16 @@ public:
     /// The same from a text.
     /// @param name  stands for the file in messages; files that the chain names are looked for beside it
     static ChainFile FromText(std::string_view text, std::string name);
+    /// What was parsed: a type of the workbench's own sources.
+    explicit ChainFile(std::shared_ptr<const ChainJson> json) : json_(std::move(json)) {}
+    const ChainJson& Json() const { return *json_; }
 
     const std::string& Name() const;
     /// The content as JSON text.
     std::string Text() const;
 
 private:
-    struct Content;
-    friend struct ChainFileContent;
-    explicit ChainFile(std::shared_ptr<const Content> content);
-    std::shared_ptr<const Content> content_;
+    std::shared_ptr<const ChainJson> json_;
 };
 
 /// One filter of a chain with its parameters.
@@ -65,7 +68,6 @@ public:
     Chain(const std::filesystem::path& path, std::size_t sampleCount);
     Chain(const Chain&) = delete;
     Chain& operator=(const Chain&) = delete;
-    ~Chain();
 
     /// The file's name, for messages.
     const std::string& Name() const { return name_; }

@@ -16,6 +16,7 @@ constexpr Command kCommands[] = {
     {"presets", "List the presets of the CTLE", "--json", AddPresets},
     {"touchstone", "Show an S-parameter file, and where the de-embedding filter reads it otherwise than it is meant",
      "fixture.s4p --normalise clean.s4p -o fixture", AddTouchstone},
+    {"chain-keys", "List the keys of a chain file with units and defaults", "--markdown", AddChainKeys},
 };
 
 }  // namespace

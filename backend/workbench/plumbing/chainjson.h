@@ -6,18 +6,25 @@
 
 #include <nlohmann/json.hpp>
 
-#include "framework/export.h"
 #include "workbench/chain.h"
 
 namespace Tarnwick::DSO::Workbench {
+
+/// What a ChainFile holds.
+struct ChainJson {
+    nlohmann::json content;
+    std::string name;
+};
 
 /// A JSON text.
 /// @param name  stands for the file in messages
 /// @throws UsageFailure  no JSON, or nested more than 32 deep
 nlohmann::json ParsedJson(std::string_view text, const std::string& name);
 
-/// A chain file's content.
-const nlohmann::json& JsonOf(const ChainFile& file);
+inline const nlohmann::json& JsonOf(const ChainFile& file)
+{
+    return file.Json().content;
+}
 
 /// A chain file of this content.
 ChainFile ChainFileOf(nlohmann::json content, std::string name);
