@@ -66,7 +66,7 @@ void Run(const Options& options)
         Progress progress(CombinationsOf(input.axes));
         Workbench::SweepObserver observer;
         observer.begin = [&](std::size_t, const std::vector<std::string>& values) {
-            progress.Begin(CaptionOf(ShortNamesOf(input.axes), values));
+            progress.Begin(Workbench::CaptionOf(Workbench::ShortNamesOf(input.axes), values));
         };
         observer.end = [&](std::size_t run, const SweepRun& result, std::span<const double> samples,
                            double samplesPerUi) { sheet.Add(run, result, samples, samplesPerUi); };

@@ -10,6 +10,8 @@
 
 namespace Tarnwick::App {
 
+using DSO::Workbench::CaptionOf;
+using DSO::Workbench::ShortNamesOf;
 using DSO::Workbench::SweepAxis;
 using DSO::Workbench::SweepRun;
 
