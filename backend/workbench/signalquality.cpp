@@ -48,9 +48,10 @@ double LevelMismatchRatio(std::span<const double> levels)
     return std::min({3.0 * lower, 3.0 * upper, 2.0 - 3.0 * lower, 2.0 - 3.0 * upper});
 }
 
-SignalQuality MeasureSignalQuality(std::span<const double> samples, double samplesPerUi, int patternLengthUi,
-                                   E_SIGNAL_CODING coding, int numberOfTaps, const std::string& name)
+SignalQuality MeasureSignalQuality(std::span<const double> samples, const SignalDescription& signal, int numberOfTaps,
+                                   const std::string& name)
 {
+    const auto& [samplesPerUi, coding, patternLengthUi] = signal;
     SignalQuality quality;
     const int levelCount = LevelCount(coding);
     quality.eye = MeasureEyes(samples, samplesPerUi, levelCount);

@@ -76,7 +76,7 @@ TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
     double before = -1.0;
     for (const double loss : {1.0, 4.0, 8.0}) {
         const auto samples = Simulate(levels, 4, {.lossDb = loss});
-        const SignalQuality quality = MeasureSignalQuality(samples, 16.0, 8191, SIGNAL_CODING_PAM4, 5, "capture");
+        const SignalQuality quality = MeasureSignalQuality(samples, {16.0, SIGNAL_CODING_PAM4, 8191}, 5, "capture");
         ASSERT_TRUE(quality.equaliser) << quality.whyNoTdecq;
         EXPECT_FALSE(quality.equaliser->leavesEyeClosed);
         EXPECT_GT(quality.equaliser->tdecqDb, before);
@@ -87,7 +87,7 @@ TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
     const auto samples = Simulate(levels, 4, {});
     const auto whyNot = [&](double samplesPerUi, int patternLengthUi, E_SIGNAL_CODING coding) {
         const SignalQuality quality =
-            MeasureSignalQuality(samples, samplesPerUi, patternLengthUi, coding, 5, "capture");
+            MeasureSignalQuality(samples, {samplesPerUi, coding, patternLengthUi}, 5, "capture");
         EXPECT_FALSE(quality.equaliser);
         return quality.whyNoTdecq;
     };
