@@ -4,6 +4,8 @@
 #include <span>
 #include <vector>
 
+#include "framework/export.h"
+
 namespace Tarnwick::DSO::Workbench {
 
 struct EyeOpening {
@@ -21,6 +23,6 @@ struct EyeReport {
 /// @param samplesPerUi  real, at least 1
 /// @param levelCount    2 to 4
 /// @return a report without levels and eyes when the samples do not fall into that many levels at any phase
-EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int levelCount);
+TARNWICK_WORKBENCH_API EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int levelCount);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -6,15 +6,15 @@
 #include <cstdint>
 #include <memory>
 #include <new>
-#include <numeric>
 #include <stdexcept>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "workbench/eyereport.h"
+#include "workbench/acquisition.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
+#include "workbench/plumbing/eyejson.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -69,11 +69,10 @@ StageReport Describe(const std::string& name, std::span<const double> samples, c
     report.name = name;
     report.samples = samples.size();
     report.repetitions = chain.Device().patternRepeats;
-    const auto count = static_cast<double>(samples.size());
-    report.mean = std::accumulate(samples.begin(), samples.end(), 0.0) / count;
-    report.rms = std::sqrt(std::inner_product(samples.begin(), samples.end(), samples.begin(), 0.0) / count);
-    const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
-    report.peakToPeak = *high - *low;
+    const SampleStatistics statistics = StatisticsOf(samples);
+    report.mean = statistics.mean;
+    report.rms = statistics.rms;
+    report.peakToPeak = statistics.high - statistics.low;
     const int levels = LevelCount(chain.Device().signalCoding);
     if (levels > 1 && chain.SamplesPerUi() >= 1.0)
         report.eye = MeasureEyes(samples, chain.SamplesPerUi(), levels);

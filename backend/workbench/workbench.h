@@ -1,22 +1,31 @@
-// Everything that tarnwick_workbench offers: captures and their files, chains of filters, eyes and other measurements,
-// S-parameter files.
+// Everything that tarnwick_workbench offers: captures, their files and what they hold, simulated ones, chains of filters,
+// sweeps and responses, eyes and other measurements, S-parameter files, reports.
 #pragma once
 
+#include "workbench/acquisition.h"
 #include "workbench/captures.h"
 #include "workbench/chain.h"
 #include "workbench/chainkeys.h"
+#include "workbench/chainresponse.h"
 #include "workbench/correctedchannel.h"
+#include "workbench/ctlepresets.h"
 #include "workbench/decisions.h"
 #include "workbench/deembeddingreport.h"
 #include "workbench/eye.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/fixturefile.h"
-#include "workbench/networkparameters.h"
+#include "workbench/fixturereport.h"
 #include "workbench/pattern.h"
+#include "workbench/responsereport.h"
 #include "workbench/run.h"
+#include "workbench/signalquality.h"
+#include "workbench/simulation.h"
 #include "workbench/sirctable.h"
+#include "workbench/sweep.h"
+#include "workbench/sweepreport.h"
 #include "workbench/symbols.h"
 #include "workbench/touchstonenormal.h"
 #include "workbench/transferfunction.h"
+#include "workbench/units.h"
 #include "workbench/waveform.h"

@@ -98,19 +98,16 @@ void Apply(const Options& options)
 
 }  // namespace
 
-void AddApply(CLI::App& program)
+void AddApply(CLI::App& command)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* command = program.add_subcommand("apply", "Run a capture through a chain of filters");
-    command->add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
-    AddCaptureOptions(*command, options->capture);
-    command->add_option("-o,--output", options->output, "Filtered capture: .csv, .txt or .npy")->required();
-    AddMinusOption(*command, options->capture);
-    command->add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png and PREFIX-after.png")
-        ->type_name("PREFIX");
-    command->add_flag("--json", options->json, "Print the stages as JSON");
-    command->footer("Example: tarnwick apply chain.json capture.csv -o filtered.csv --eye eye");
-    command->callback([options] { Apply(*options); });
+    command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
+    AddCaptureOptions(command, options->capture);
+    command.add_option("-o,--output", options->output, "Filtered capture: .csv, .txt or .npy")->required();
+    AddMinusOption(command, options->capture);
+    command.add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png and PREFIX-after.png")->type_name("PREFIX");
+    command.add_flag("--json", options->json, "Print the stages as JSON");
+    command.callback([options] { Apply(*options); });
 }
 
 }  // namespace Tarnwick::App

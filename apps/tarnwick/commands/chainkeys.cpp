@@ -10,13 +10,12 @@
 
 namespace Tarnwick::App {
 
-void AddChainKeys(CLI::App& program)
+void AddChainKeys(CLI::App& command)
 {
     using Print = std::string (*)();
     auto print = std::make_shared<Print>(&DSO::Workbench::ChainKeysAsText);
-    CLI::App* command = program.add_subcommand("chain-keys", "List the keys of a chain file with units and defaults");
     const auto add = [&](const char* name, const char* help, Print format) {
-        return command->add_flag_callback(
+        return command.add_flag_callback(
             name, [print, format] { *print = format; }, help);
     };
     CLI::Option* markdown =
@@ -25,7 +24,7 @@ void AddChainKeys(CLI::App& program)
     CLI::Option* dictionary = add("--dictionary", "As a fuzzer's dictionary", &DSO::Workbench::ChainKeysAsDictionary);
     markdown->excludes(json)->excludes(dictionary);
     json->excludes(dictionary);
-    command->callback([print] { fmt::print("{}", (*print)()); });
+    command.callback([print] { fmt::print("{}", (*print)()); });
 }
 
 }  // namespace Tarnwick::App

@@ -11,11 +11,11 @@
 
 namespace Tarnwick::App {
 
-using namespace DSO::Workbench;
-
 namespace {
 
 namespace fs = std::filesystem;
+using DSO::Workbench::DataFailure;
+using DSO::Workbench::EyeReport;
 
 constexpr std::size_t kColumns = 480;  // of a picture of one eye
 constexpr std::size_t kRows = 320;

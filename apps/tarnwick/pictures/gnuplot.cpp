@@ -15,11 +15,10 @@
 
 namespace Tarnwick::App {
 
-using namespace DSO::Workbench;
-
 namespace {
 
 namespace fs = std::filesystem;
+using DSO::Workbench::DataFailure;
 
 bool IsControl(char letter)
 {

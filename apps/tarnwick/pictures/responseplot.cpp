@@ -9,18 +9,23 @@
 #include <fmt/format.h>
 
 #include "pictures/gnuplot.h"
+#include "workbench/units.h"
 
 namespace Tarnwick::App {
 
 namespace {
 
 namespace fs = std::filesystem;
+using DSO::Workbench::ChainResponse;
+using DSO::Workbench::CorrectedChannel;
+using DSO::Workbench::FilterResponse;
+using DSO::Workbench::kGiga;
+using DSO::Workbench::kPicoPerUnit;
+using DSO::Workbench::TransferFunction;
 
 constexpr int kWidth = 1100;
 constexpr int kHeight = 1150;
 constexpr int kChannelHeight = 620;
-constexpr double kGiga = 1e9;
-constexpr double kPicoPerUnit = 1e12;
 constexpr std::size_t kPoints = 2000;  // of a line: more than the picture has columns
 constexpr double kShownDb = 40.0;      // of the magnitude, below the largest of all
 constexpr double kDelayDb = 20.0;      // group delay down to this below the largest magnitude sets the scale,
@@ -86,14 +91,6 @@ private:
     std::size_t count_ = 0;
 };
 
-template <typename Visit>
-void ForEachFunction(const ChainResponse& response, Visit visit)
-{
-    for (const FilterResponse& filter : response.filters)
-        visit(filter.function);
-    visit(response.whole);
-}
-
 double Magnitude(const TransferFunction& function, std::ptrdiff_t k)
 {
     return function.magnitudeDb[static_cast<std::size_t>(k)];
@@ -107,7 +104,8 @@ double DelayPs(const TransferFunction& function, std::ptrdiff_t k)
 // The last bin that is shown.
 std::ptrdiff_t LastBin(const ChainResponse& response)
 {
-    return static_cast<std::ptrdiff_t>(LastBinUpTo(response.whole, kSymbolRatesShown * response.symbolRate));
+    return static_cast<std::ptrdiff_t>(
+        LastBinUpTo(response.whole, DSO::Workbench::kSymbolRatesShown * response.symbolRate));
 }
 
 // Arrow 1 and label 1.
@@ -124,12 +122,12 @@ std::string MagnitudePanel(const ChainResponse& response)
 {
     const std::ptrdiff_t last = LastBin(response);
     double highest = -std::numeric_limits<double>::infinity();
-    ForEachFunction(response, [&](const TransferFunction& function) {
+    response.ForEach([&](const std::string&, const TransferFunction& function) {
         highest = std::max(highest, *std::max_element(function.magnitudeDb.begin(), function.magnitudeDb.end()));
     });
     Range range;
     Lines lines;
-    ForEachFunction(response, [&](const TransferFunction& function) {
+    response.ForEach([&](const std::string&, const TransferFunction& function) {
         for (std::ptrdiff_t k = 0; k <= last; ++k)
             range.Take(std::max(Magnitude(function, k), highest - kShownDb));
         lines.Add(function, 0, last, function.Spacing() / kGiga, Magnitude);
@@ -142,7 +140,7 @@ std::string DelayPanel(const ChainResponse& response)
     const std::ptrdiff_t last = LastBin(response);
     Range range;
     Lines lines;
-    ForEachFunction(response, [&](const TransferFunction& function) {
+    response.ForEach([&](const std::string&, const TransferFunction& function) {
         const double floor = *std::max_element(function.magnitudeDb.begin(), function.magnitudeDb.end()) - kDelayDb;
         std::vector<double> delays;
         for (std::ptrdiff_t k = 0; k <= last; ++k)
@@ -180,7 +178,7 @@ std::string ImpulsePanel(const ChainResponse& response)
 
     Range range;
     Lines lines;
-    ForEachFunction(response, [&](const TransferFunction& function) {
+    response.ForEach([&](const std::string&, const TransferFunction& function) {
         for (std::ptrdiff_t n = peak - reach; n <= peak + reach; ++n)
             range.Take(std::clamp(value(function, n), -highest, highest));
         lines.Add(function, peak - reach, peak + reach, 1.0 / response.samplesPerUi, value);
