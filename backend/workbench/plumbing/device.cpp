@@ -28,12 +28,7 @@ constexpr CodingName kCodings[] = {
 
 void SetCoding(DeviceConfiguration& config, const json& value, const Place& place)
 {
-    const std::string name = TextFrom(value, place);
-    const auto* const row = std::find_if(std::begin(kCodings), std::end(kCodings),
-                                         [&](const CodingName& known) { return name == known.name; });
-    if (row == std::end(kCodings))
-        place.Fail(fmt::format("is \"{}\"; expected NRZ, PAM4, PAM3 or PAM4-precoded", name));
-    config.signalCoding = row->coding;
+    config.signalCoding = RowFrom(kCodings, value, place).coding;
 }
 
 // One flag for all four channels, or a list of four.
@@ -85,12 +80,8 @@ const std::vector<Field<DeviceConfiguration>>& DeviceFields()
          "samples per UI are `uiDuration` / `sampleSpacing` instead of `samplesPerUi`"},
         {"uiDuration", &D::uiDuration, "any time", "one UI, in the unit of `sampleSpacing`", ""},
         {"sampleSpacing", &D::sampleSpacing, "any time", "time between two samples", ""},
-        {"signalCoding",
-         Setter<D>{&SetCoding, "text"},
-         "",
-         "line coding; eyes are measured when it is given",
-         "",
-         {"NRZ", "PAM3", "PAM4", "PAM4-precoded"}},
+        {"signalCoding", Setter<D>{&SetCoding, "text"}, "", "line coding; eyes are measured when it is given", "",
+         NamesOf(kCodings)},
         {"patternSymbols",
          // Read last: which symbols there are depends on the coding.
          Setter<D>{[](D&, const json&, const Place&) {}, "text or object"}, "",

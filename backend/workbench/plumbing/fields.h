@@ -2,8 +2,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -24,13 +27,52 @@ struct Setter {
 /// One key.
 template <typename Owner>
 struct Field {
+    using Target = std::variant<double Owner::*, std::int32_t Owner::*, bool Owner::*, Setter<Owner>>;
+
+    // Not an aggregate: g++ 12 cannot compile a default member value of `choices` in a template.
+    Field(const char* fieldName, Target fieldTarget, const char* unitName, const char* text,
+          const char* usual = nullptr, std::vector<std::string> names = {})
+        : name(fieldName),
+          target(fieldTarget),
+          unit(unitName),
+          meaning(text),
+          defaultValue(usual),
+          choices(std::move(names))
+    {
+    }
+
     const char* name;
-    std::variant<double Owner::*, std::int32_t Owner::*, bool Owner::*, Setter<Owner>> target;
-    const char* unit;
+    Target target;
+    const char* unit;  ///< empty: none
     const char* meaning;
-    const char* defaultValue = nullptr;  ///< null: the value of a new record
-    std::vector<std::string> choices = {};
+    const char* defaultValue;          ///< null: the value of a new record
+    std::vector<std::string> choices;  ///< the texts that the key takes; empty: any
 };
+
+/// The names of a table's rows.
+template <typename Row, std::size_t n>
+std::vector<std::string> NamesOf(const Row (&rows)[n])
+{
+    std::vector<std::string> names;
+    for (const Row& row : rows)
+        names.emplace_back(row.name);
+    return names;
+}
+
+/// The row of a table that a text names.
+/// @throws UsageFailure  listing the names
+template <typename Row, std::size_t n>
+const Row& RowFrom(const Row (&rows)[n], const nlohmann::json& value, const Place& place)
+{
+    const std::string name = TextFrom(value, place);
+    std::string expected;
+    for (std::size_t k = 0; k < n; ++k) {
+        if (name == rows[k].name)
+            return rows[k];
+        expected += fmt::format("{}{}", k == 0 ? "" : k + 1 < n ? ", " : " or ", rows[k].name);
+    }
+    place.Fail(fmt::format("is \"{}\"; expected {}", name, expected));
+}
 
 template <typename Owner>
 void SetField(Owner& owner, const Field<Owner>& field, const nlohmann::json& value, const Place& place)

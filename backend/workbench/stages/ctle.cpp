@@ -1,6 +1,3 @@
-#include <algorithm>
-#include <iterator>
-
 #include "filters/filters/ctlefilter.h"
 #include "workbench/stages/stages.h"
 
@@ -25,24 +22,14 @@ constexpr CtleName kCtleNames[] = {
 
 void SetCtleType(P& parameters, const nlohmann::json& value, const Place& place)
 {
-    const std::string name = TextFrom(value, place);
-    const auto* const row = std::find_if(std::begin(kCtleNames), std::end(kCtleNames),
-                                         [&](const CtleName& known) { return name == known.name; });
-    if (row == std::end(kCtleNames))
-        place.Fail(fmt::format("is \"{}\"; expected peaking, hdmi, hdmi2.0, ieee802.3bs or oif-cei-112g", name));
-    parameters.type = row->type;
+    parameters.type = RowFrom(kCtleNames, value, place).type;
 }
 
 const std::vector<Field<P>>& Fields()
 {
     constexpr const char* kDerived = "derived by the filter; no effect here";
     static const std::vector<Field<P>> fields = {
-        {"ctleType",
-         Setter<P>{&SetCtleType, "text"},
-         "",
-         "form of the response",
-         "peaking",
-         {"peaking", "hdmi", "hdmi2.0", "ieee802.3bs", "oif-cei-112g"}},
+        {"ctleType", Setter<P>{&SetCtleType, "text"}, "", "form of the response", "peaking", NamesOf(kCtleNames)},
         {"gain", &P::gain, "dB",
          "`peaking`, `hdmi2.0`: gain at half the symbol rate over DC; `hdmi`: level 1 to 8, without unit; "
          "`ieee802.3bs`: preset 1.0 to 9.0 in steps of 0.5; `oif-cei-112g`: g_DC"},
