@@ -55,7 +55,7 @@ TEST(SymbolSearch, FindsEveryCodingInAClosedEye)
         return Testing::FailureOf<DataFailure>(
             [&] { FindSymbols(flat, 16.0, patternLengthUi, SIGNAL_CODING_NRZ, "flat"); });
     };
-    EXPECT_EQ(failureOver(127).rfind("flat: holds no NRZ pattern of 127 UI", 0), 0U);
+    EXPECT_EQ(failureOver(127).rfind("flat: no NRZ pattern of 127 UI can be made out in it", 0), 0U);
     EXPECT_EQ(failureOver(511), "flat: has 2032 samples; one period of 511 UI takes 8176");
 }
 

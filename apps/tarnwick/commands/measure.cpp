@@ -12,6 +12,7 @@
 #include "workbench/acquisition.h"
 #include "workbench/capturereport.h"
 #include "workbench/failure.h"
+#include "workbench/pattern.h"
 #include "workbench/signalquality.h"
 #include "workbench/waveform.h"
 
@@ -34,7 +35,7 @@ struct Options {
 // What the options give, and where they give nothing, what is found in the capture.
 SignalDescription SignalOf(const Options& options, const std::vector<double>& samples)
 {
-    SignalDescription signal{options.samplesPerUi, CodingNamed(options.coding), options.patternLengthUi};
+    SignalDescription signal{options.samplesPerUi, Workbench::CodingOf(options.coding), options.patternLengthUi};
     if (signal.samplesPerUi <= 0.0) {
         const auto found = Workbench::FindSamplesPerUi(samples);
         if (!found)
@@ -75,7 +76,7 @@ void AddMeasure(CLI::App& command)
     AddCaptureOptions(command, options->capture);
     AddMinusOption(command, options->capture);
     command.add_option("--coding", options->coding, "Line coding; found from open eyes when left out")
-        ->check(CLI::IsMember(CodingNames(Precoded::Yes)));
+        ->check(CLI::IsMember(Workbench::CodingNames()));
     command.add_option("--samples-per-ui", options->samplesPerUi, "Samples per UI; found when left out")
         ->check(RealRange(1.0, 1e6));
     command.add_option("--pattern-length", options->patternLengthUi, "UI in the pattern; found when left out")
