@@ -7,18 +7,24 @@ if(APPLE)
 else()
     set(origin "$ORIGIN")
 endif()
-set_target_properties(tarnwick_framework tarnwick_filters PROPERTIES INSTALL_RPATH "${origin}")
+set(installed_libraries tarnwick_framework tarnwick_filters)
+set(installed_folders ${PROJECT_SOURCE_DIR}/backend/framework ${PROJECT_SOURCE_DIR}/backend/filters)
+if(TARNWICK_BUILD_WORKBENCH)
+    list(APPEND installed_libraries tarnwick_workbench)
+    list(APPEND installed_folders ${PROJECT_SOURCE_DIR}/backend/workbench)
+endif()
+set_target_properties(${installed_libraries} PROPERTIES INSTALL_RPATH "${origin}")
 
-install(TARGETS tarnwick_framework tarnwick_filters EXPORT TarnwickFiltersTargets
+install(TARGETS ${installed_libraries} EXPORT TarnwickFiltersTargets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tarnwick)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/backend/framework ${PROJECT_SOURCE_DIR}/backend/filters
+install(DIRECTORY ${installed_folders}
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tarnwick
         FILES_MATCHING PATTERN "*.h"
-        PATTERN "maths" EXCLUDE
-        PATTERN "plumbing" EXCLUDE)
+        PATTERN "plumbing" EXCLUDE
+        PATTERN "stages" EXCLUDE)
 install(FILES LICENSE NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(TARNWICK_BUILD_APPS)
     file(RELATIVE_PATH bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})

@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include "framework/export.h"
 #include "workbench/transferfunction.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -34,7 +35,8 @@ struct CorrectedChannel {
 /// Source of BT4: W. E. Thomson, "Delay networks having maximally flat frequency characteristics", Proc. IEE 96 (1949).
 /// @param correction  the filter's response
 /// @return nothing for a table without usable values
-std::optional<CorrectedChannel> CorrectChannel(const ChannelMeasurement& channel, const TransferFunction& correction,
-                                               double symbolRate);
+TARNWICK_WORKBENCH_API std::optional<CorrectedChannel> CorrectChannel(const ChannelMeasurement& channel,
+                                                                      const TransferFunction& correction,
+                                                                      double symbolRate);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <span>
 
+#include "framework/export.h"
+
 namespace Tarnwick::DSO::Workbench {
 
 struct DecisionCount {
@@ -18,7 +20,7 @@ struct DecisionCount {
 /// @param levelCount    2 to 4
 /// @param samplesPerUi  real, at least 1
 /// @param delay         [samples] of the first decision, 0 to below samplesPerUi
-DecisionCount CountDecisions(std::span<const double> samples, std::span<const int> pattern, int levelCount,
-                             double samplesPerUi, double delay);
+TARNWICK_WORKBENCH_API DecisionCount CountDecisions(std::span<const double> samples, std::span<const int> pattern,
+                                                    int levelCount, double samplesPerUi, double delay);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -5,6 +5,8 @@
 #include <map>
 #include <span>
 
+#include "framework/export.h"
+
 namespace Tarnwick::DSO::Workbench {
 
 struct DeEmbeddingFigures {
@@ -27,8 +29,8 @@ struct DeEmbeddingSettings {
 /// @param kernel      the filter's impulse response, one repetition of the pattern; at least one value, not all zero
 /// @param sampleRate  [Hz]
 /// @param fixture     what the filter has read, as FixtureResponse takes it
-DeEmbeddingFigures FiguresOfDeEmbedding(std::span<const double> kernel, double sampleRate,
-                                        const std::map<double, std::complex<double>>& fixture,
-                                        const DeEmbeddingSettings& settings);
+TARNWICK_WORKBENCH_API DeEmbeddingFigures FiguresOfDeEmbedding(std::span<const double> kernel, double sampleRate,
+                                                               const std::map<double, std::complex<double>>& fixture,
+                                                               const DeEmbeddingSettings& settings);
 
 }  // namespace Tarnwick::DSO::Workbench

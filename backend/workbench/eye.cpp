@@ -13,7 +13,9 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-// One sampling phase: the values at it, one a UI.
+constexpr double kEqualHeight = 1e-9;  // heights that differ by less than this part are one flat top
+
+// The sampling phases of a waveform: at each, one value a UI.
 class Phases {
 public:
     Phases(std::span<const double> samples, double samplesPerUi)
@@ -112,7 +114,7 @@ EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int 
         !std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); }))
         return report;
 
-    // The smallest height at each phase; of a flat top of equal ones the middle counts.
+    // The smallest height at each phase; the best phase is the highest, or the middle of a flat top.
     std::vector<double> smallest(static_cast<std::size_t>(phases.Count()), -1.0);
     for (int p = 0; p < phases.Count(); ++p)
         if (const auto decision = Decide(phases.At(p), levelCount))
@@ -121,11 +123,10 @@ EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int 
     const auto top = std::max_element(smallest.begin(), smallest.end());
     if (*top < 0.0)
         return report;
-    constexpr double kEqual = 1e-9;
-    auto plateau = top;
-    while (plateau + 1 != smallest.end() && *(plateau + 1) >= *top * (1.0 - kEqual))
-        ++plateau;
-    const int best = static_cast<int>((top - smallest.begin()) + (plateau - top) / 2);
+    auto topEnd = top;
+    while (topEnd + 1 != smallest.end() && *(topEnd + 1) >= *top * (1.0 - kEqualHeight))
+        ++topEnd;
+    const int best = static_cast<int>((top - smallest.begin()) + (topEnd - top) / 2);
 
     const std::vector<double> values = phases.At(best);
     const Decision decision = *Decide(values, levelCount);

@@ -1,10 +1,13 @@
 #include "workbench/eyereport.h"
 
+#include <vector>
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
+#include "workbench/plumbing/eyejson.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -12,10 +15,11 @@ namespace {
 
 std::string Joined(const EyeReport& report, double EyeOpening::*value)
 {
-    std::string text;
+    std::vector<double> values;
+    values.reserve(report.eyes.size());
     for (const EyeOpening& eye : report.eyes)
-        text += fmt::format("{}{:.4g}", text.empty() ? "" : " ", eye.*value);
-    return text.empty() ? "-" : text;
+        values.push_back(eye.*value);
+    return values.empty() ? "-" : fmt::format("{:.4g}", fmt::join(values, " "));
 }
 
 }  // namespace

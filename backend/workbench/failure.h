@@ -1,22 +1,24 @@
-// What ends a command: the exit status says whose fault it was.
+// What the workbench throws: the type says whose fault it was, the text where to look.
 #pragma once
 
 #include <stdexcept>
 
+#include "framework/export.h"
+
 namespace Tarnwick::DSO::Workbench {
 
-/// Something in the data: a file, a line, a sample. Exit status 1.
-struct DataFailure : std::runtime_error {
+/// Something in the data: a file, a line, a sample. The program ends with status 1.
+struct TARNWICK_WORKBENCH_API DataFailure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The command line or the chain file. Exit status 2.
-struct UsageFailure : std::runtime_error {
+/// A wrong setting: the command line or the chain file. The program ends with status 2.
+struct TARNWICK_WORKBENCH_API UsageFailure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// A key of the chain file that nothing knows.
-struct UnknownKeyFailure : UsageFailure {
+/// A key that the chain file must not have.
+struct TARNWICK_WORKBENCH_API UnknownKeyFailure : UsageFailure {
     using UsageFailure::UsageFailure;
 };
 

@@ -1,13 +1,20 @@
 #include "workbench/fixturefile.h"
 
 #include <algorithm>
-#include <set>
-#include <sstream>
+#include <cmath>
+#include <iterator>
+#include <numbers>
+#include <utility>
 
 #include <fmt/format.h>
 
-#include "filters/plumbing/linereader.h"
-#include "workbench/touchstonenormal.h"
+#include "maths/touchstone/touchstone.h"
+#include "maths/touchstone/touchstoneplain.h"
+#include "workbench/failure.h"
+#include "workbench/plumbing/text.h"
+#include "workbench/plumbing/touchstonenames.h"
+#include "workbench/plumbing/wholefile.h"
+#include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -15,13 +22,14 @@ using Filters::TouchstoneDifference;
 using Filters::TouchstoneReport;
 using Maths::FileKind;
 using Maths::PlainTouchstoneReader;
-using Maths::Transmission;
 
 namespace {
 
-constexpr double kClearLeadDb = 3.0;  // of one port order over the other
+constexpr double kClearLeadDb = 3.0;            // of one port order over the other: twice the power
+constexpr std::size_t kLongestText = 300;       // [characters] shown of a text from a file
+constexpr std::size_t kLowFrequencyShare = 10;  // a tenth of the points
 
-// What numbers and quoted words are left out of, to tell whether two reasons are one.
+// A reason without quoted words and with one 0 for each number: of one kind are those with the same outline.
 std::string Outline(const std::string& reason)
 {
     std::string outline;
@@ -38,23 +46,27 @@ std::string Outline(const std::string& reason)
 
 OptionLine FindOptionLine(std::string_view text, FileKind kind)
 {
-    std::istringstream source{std::string(text)};
-    DSO::Filters::LineReader lines(source);
+    const auto optionLine = [](std::size_t line, const PlainTouchstoneReader::Options& settings,
+                               std::string_view content) {
+        return OptionLine{line, UnitName(settings.unit), settings.parameter, FormatName(settings.format),
+                          ReferenceOf(content)};
+    };
+    LineCursor lines(text);
     PlainTouchstoneReader reader(kind, {});
     while (const auto line = lines.Next()) {
         const auto taken = reader.Take(*line);
         if (taken.kind == PlainTouchstoneReader::Line::Kind::Options)
-            return {lines.Number(), reader.Settings(), ReferenceOf(*line)};
+            return optionLine(lines.Number(), reader.Settings(), *line);
         if (taken.problem)
             break;
     }
-    return {0, {}, ReferenceOf("")};
+    return optionLine(0, {}, "");
 }
 
-// Over the lowest tenth of the frequencies: a path carries most there, and coupling between the pairs least.
-double LowPower(const Transmission& transmission)
+// Over the lowest frequencies: a path carries most there, and coupling between the pairs least.
+double LowFrequencyPower(const FixtureTransmission& transmission)
 {
-    const std::size_t count = std::min(transmission.size(), transmission.size() / 10 + 1);
+    const std::size_t count = std::min(transmission.size(), transmission.size() / kLowFrequencyShare + 1);
     double sum = 0.0;
     auto point = transmission.begin();
     for (std::size_t k = 0; k < count; ++k, ++point)
@@ -62,7 +74,42 @@ double LowPower(const Transmission& transmission)
     return sum;
 }
 
+FixtureKind PublicKind(FileKind kind)
+{
+    switch (kind) {
+        case FileKind::Table: return FixtureKind::Table;
+        case FileKind::OnePort: return FixtureKind::OnePort;
+        case FileKind::TwoPort: return FixtureKind::TwoPort;
+        case FileKind::FourPort: break;
+    }
+    return FixtureKind::FourPort;
+}
+
 }  // namespace
+
+std::string ReadFixtureText(const std::filesystem::path& path)
+{
+    std::string text = ReadWholeFile(path);
+    if (text.empty())
+        throw DataFailure(fmt::format("{}: is empty", path.string()));
+    return text;
+}
+
+std::string Printable(std::string text)
+{
+    if (text.size() > kLongestText) {
+        text.resize(kLongestText);
+        text += " ...";
+    }
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char letter) {
+            const auto code = static_cast<unsigned char>(letter);
+            return code < 0x20 || code == 0x7f;
+        },
+        '?');
+    return text;
+}
 
 std::vector<DifferenceKind> KindsOf(std::span<const TouchstoneDifference> differences)
 {
@@ -89,18 +136,18 @@ std::string TextOf(const DifferenceKind& kind)
     return (where.empty() ? "" : where + ": ") + Printable(reason) + more;
 }
 
-std::optional<double> MadeAtZero(const Transmission& read)
+std::optional<double> MadeAtZero(const FixtureTransmission& read)
 {
     if (read.empty() || read.begin()->first != 0.0)
         return std::nullopt;
-    Transmission rest(std::next(read.begin()), read.end());
+    FixtureTransmission rest(std::next(read.begin()), read.end());
     const bool isMade = Maths::AddDcPoint(rest) && rest.begin()->second == read.begin()->second;
     return isMade ? std::optional(read.begin()->second.real()) : std::nullopt;
 }
 
-ThroughPath FindThroughPath(const std::array<Transmission, 2>& plain)
+ThroughPath FindThroughPath(const std::array<FixtureTransmission, 2>& plain)
 {
-    const double lead = 10.0 * std::log10(LowPower(plain[1]) / LowPower(plain[0]));
+    const double lead = 10.0 * std::log10(LowFrequencyPower(plain[1]) / LowFrequencyPower(plain[0]));
     ThroughPath through;
     if (std::isnan(lead))  // neither carries anything
         return through;
@@ -114,8 +161,8 @@ std::optional<ThroughPath> FindThroughPath(std::string_view text, const std::str
 {
     if (MeantKind(name) != FileKind::FourPort)
         return std::nullopt;
-    return FindThroughPath({DSO::Filters::CheckTouchstoneText(text, name, PORT_ORDER_12_34).plain,
-                            DSO::Filters::CheckTouchstoneText(text, name, PORT_ORDER_13_24).plain});
+    return FindThroughPath({Filters::CheckTouchstoneText(text, name, PORT_ORDER_12_34).plain,
+                            Filters::CheckTouchstoneText(text, name, PORT_ORDER_13_24).plain});
 }
 
 const TouchstoneReport& FixtureFile::Report() const
@@ -123,25 +170,81 @@ const TouchstoneReport& FixtureFile::Report() const
     return reports[through && through->order ? static_cast<std::size_t>(*through->order) : 0];
 }
 
+bool FixtureFile::IsReadAsMeant() const
+{
+    return differences.empty() && Report().plainFailure.empty() && Report().readFailure.empty();
+}
+
 FixtureFile DescribeFixture(std::string_view text, const std::string& name)
 {
     FixtureFile file;
-    file.kind = MeantKind(name);
-    if (file.kind != FileKind::Table)
-        file.options = FindOptionLine(text, file.kind.value_or(FileKind::TwoPort));
-    file.reports.push_back(DSO::Filters::CheckTouchstoneText(text, name, PORT_ORDER_12_34));
-    if (file.kind == FileKind::FourPort) {
-        file.reports.push_back(DSO::Filters::CheckTouchstoneText(text, name, PORT_ORDER_13_24));
+    const std::optional<FileKind> kind = MeantKind(name);
+    if (kind)
+        file.kind = PublicKind(*kind);
+    if (kind != FileKind::Table)
+        file.options = FindOptionLine(text, kind.value_or(FileKind::TwoPort));
+    file.reports.push_back(Filters::CheckTouchstoneText(text, name, PORT_ORDER_12_34));
+    if (kind == FileKind::FourPort) {
+        file.reports.push_back(Filters::CheckTouchstoneText(text, name, PORT_ORDER_13_24));
         file.through = FindThroughPath({file.reports[0].plain, file.reports[1].plain});
     }
     const TouchstoneReport& report = file.Report();
     file.differences = report.differences;
-    // A rule of the filter's, and told apart: it is the last difference, of the file as a whole.
+    // A rule of the filter, reported by itself: it is the last difference and concerns the file as a whole.
     if (!report.plain.contains(0.0))
         file.madeAtZero = MadeAtZero(report.read);
     if (file.madeAtZero && !file.differences.empty() && file.differences.back().line == 0)
         file.differences.pop_back();
     return file;
+}
+
+TransmissionCurve CurveOf(std::string name, const FixtureTransmission& transmission)
+{
+    constexpr double kFullTurn = 2.0 * std::numbers::pi;
+    TransmissionCurve curve;
+    curve.name = std::move(name);
+    double phase = 0.0;
+    for (const auto& [frequency, value] : transmission) {
+        // A zero has no phase of its own; the first value counts as it is.
+        const double step = value == 0.0 ? 0.0 : std::arg(value) - phase;
+        phase += curve.frequency.empty() ? step : std::remainder(step, kFullTurn);
+        curve.frequency.push_back(frequency);
+        curve.magnitudeDb.push_back(Decibels(std::abs(value)));
+        curve.phaseDeg.push_back(phase * 360.0 / kFullTurn);
+    }
+    return curve;
+}
+
+std::vector<TransmissionCurve> CurvesOf(const FixtureFile& file)
+{
+    using Role = TransmissionCurve::Role;
+    std::vector<TransmissionCurve> curves;
+    const auto add = [&](std::string name, const FixtureTransmission& transmission, Role role) {
+        if (transmission.empty())
+            return;
+        curves.push_back(CurveOf(std::move(name), transmission));
+        curves.back().role = role;
+    };
+    const std::string quantity = QuantityOf(file.kind);
+    if (file.through) {
+        for (std::size_t order = 0; order < file.reports.size(); ++order) {
+            const bool isOther = file.through->order && static_cast<std::size_t>(*file.through->order) != order;
+            add(fmt::format("{}, port order {}", quantity, order), file.reports[order].plain,
+                isOther ? Role::OtherOrder : Role::Meant);
+        }
+    } else {
+        add(quantity, file.Report().plain, Role::Meant);
+    }
+    if (!file.IsReadAsMeant())
+        add("as the filter reads it", file.Report().read, Role::AsRead);
+    return curves;
+}
+
+const char* QuantityOf(std::optional<FixtureKind> kind)
+{
+    if (kind == FixtureKind::OnePort)
+        return "S11";
+    return kind == FixtureKind::FourPort ? "Sdd21" : kind == FixtureKind::Table ? "H" : "S21";
 }
 
 }  // namespace Tarnwick::DSO::Workbench

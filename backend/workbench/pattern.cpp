@@ -44,6 +44,20 @@ int LevelCount(E_SIGNAL_CODING coding)
     return Maths::LevelCount(coding);
 }
 
+std::vector<std::string> CodingNames()
+{
+    std::vector<std::string> names;
+    for (const Maths::Coding& row : Maths::kCodings)
+        names.emplace_back(row.name);
+    return names;
+}
+
+E_SIGNAL_CODING CodingOf(std::string_view name)
+{
+    const Maths::Coding* const row = Maths::FindCoding(name);
+    return row == nullptr ? SIGNAL_CODING_UNKNOWN : row->coding;
+}
+
 std::string PrbsSymbols(int order, E_SIGNAL_CODING coding)
 {
     const auto* polynomial = std::find_if(std::begin(kPolynomials), std::end(kPolynomials),

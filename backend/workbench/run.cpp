@@ -1,6 +1,7 @@
 #include "workbench/run.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -8,8 +9,12 @@
 #include <stdexcept>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
+#include "workbench/acquisition.h"
 #include "workbench/failure.h"
+#include "workbench/pattern.h"
+#include "workbench/plumbing/eyejson.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -53,9 +58,69 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
     std::vector<double> filtered(samples.size());
     std::copy_n(result.get(), filtered.size(), filtered.begin());
     if (AreFinite(samples) && !AreFinite(filtered))
-        throw UsageFailure(fmt::format("{}: {}: gives values that are not finite; are all of its settings there?",
+        throw UsageFailure(fmt::format("{}: {}: gives values that are not finite; is one of its settings missing?",
                                        chain, stage.place));
     return filtered;
+}
+
+StageReport Describe(const std::string& name, std::span<const double> samples, const Chain& chain, double seconds)
+{
+    StageReport report;
+    report.name = name;
+    report.samples = samples.size();
+    report.repetitions = chain.Device().patternRepeats;
+    const SampleStatistics statistics = StatisticsOf(samples);
+    report.mean = statistics.mean;
+    report.rms = statistics.rms;
+    report.peakToPeak = statistics.high - statistics.low;
+    const int levels = LevelCount(chain.Device().signalCoding);
+    if (levels > 1 && chain.SamplesPerUi() >= 1.0)
+        report.eye = MeasureEyes(samples, chain.SamplesPerUi(), levels);
+    report.seconds = seconds;
+    return report;
+}
+
+ChainResult RunChain(Chain& chain, std::span<const double> capture, const std::string& name,
+                     const std::function<void(const std::string&)>& begin)
+{
+    const auto tell = [&](const std::string& stage) {
+        if (begin)
+            begin(stage);
+    };
+    ChainResult result;
+    result.samples.assign(capture.begin(), capture.end());
+    tell("capture");
+    result.stages.push_back(Describe("capture", capture, chain));
+    for (Stage& stage : chain.Stages()) {
+        tell(stage.name);
+        const auto start = std::chrono::steady_clock::now();
+        result.samples = RunStage(stage, result.samples, chain.Name(), name);
+        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+        result.stages.push_back(Describe(stage.name, result.samples, chain, taken.count()));
+        if (stage.findings)
+            result.stages.back().findings = stage.findings(result.samples);
+    }
+    return result;
+}
+
+std::string ReportAsJson(std::span<const StageReport> stages)
+{
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const StageReport& stage : stages) {
+        list.push_back({{"name", stage.name},
+                        {"samples", stage.samples},
+                        {"repetitions", stage.repetitions},
+                        {"mean", stage.mean},
+                        {"rms", stage.rms},
+                        {"peakToPeak", stage.peakToPeak},
+                        {"levels", stage.eye.levels},
+                        {"eyes", EyesToJson(stage.eye)},
+                        {"phaseUi", stage.eye.phaseUi},
+                        {"seconds", stage.seconds}});
+        if (!stage.findings.empty())
+            list.back().update(nlohmann::ordered_json::parse(stage.findings));
+    }
+    return nlohmann::ordered_json{{"stages", list}}.dump(2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/export.h"
 #include "workbench/waveform.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -18,10 +19,10 @@ struct SircTable {
 /// The interval of a file with a column of times goes first; should the count then be even, the last value is repeated.
 /// Without times an odd count is taken as it stands, the interval first, and a note says so.
 /// @param name  the file's, for notes
-SircTable TableOf(Waveform measured, const std::string& name);
+TARNWICK_WORKBENCH_API SircTable TableOf(Waveform measured, const std::string& name);
 
 /// The same of a file.
 /// @throws DataFailure  naming the file and the line
-SircTable ReadSircTable(const std::filesystem::path& path);
+TARNWICK_WORKBENCH_API SircTable ReadSircTable(const std::filesystem::path& path);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -2,16 +2,18 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "maths/patterns/codings.h"
 #include "maths/patterns/symboldetection.h"
-#include "workbench/chain.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
+#include "workbench/plumbing/chainjson.h"
+#include "workbench/plumbing/device.h"
+#include "workbench/plumbing/stageplans.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -50,40 +52,45 @@ FoundSymbols FindSymbols(std::span<const double> samples, double samplesPerUi, i
                                       patternLengthUi, period));
     samples = samples.first(std::min(length, samples.size()));
     if (!std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); }))
-        throw DataFailure(fmt::format("{}: holds values that are not finite; no symbols can be told in it", what));
+        throw DataFailure(fmt::format("{}: holds values that are not finite; no symbols can be made out in it", what));
     Maths::SymbolDetection detection =
         Maths::DetectSymbols(samples, static_cast<std::size_t>(patternLengthUi), levelCount);
     if (detection.levels.empty() || detection.quality > Maths::kWorstQuality)
         throw DataFailure(
-            fmt::format("{}: holds no {} pattern of {} UI that could be told from it (quality {:.2g}; "
+            fmt::format("{}: no {} pattern of {} UI can be made out in it (quality {:.2g}; "
                         "expected at most {}); give device.patternSymbols",
                         what, NameOf(coding), patternLengthUi, detection.quality, Maths::kWorstQuality));
     return {std::move(detection.levels), std::move(detection.voltages), detection.quality};
 }
 
-nlohmann::json WithSymbols(nlohmann::json file, const std::string& name, std::span<const double> samples,
-                           const std::string& capture)
+ChainFile WithSymbols(const ChainFile& file, std::span<const double> samples, const std::string& capture,
+                      std::vector<std::string>& notes)
 {
-    Chain chain(file, name, samples.size());
-    const auto user = std::find_if(chain.Stages().begin(), chain.Stages().end(),
-                                   [](const Stage& stage) { return stage.needsSymbols; });
-    const DSO::DeviceConfiguration& device = chain.Device();
-    if (user == chain.Stages().end() || !device.patternSymbols.empty())
+    DeviceConfiguration device;
+    bool oeChannels[4] = {};
+    device.oeChannel = oeChannels;
+    ReadChainDevice(file, samples.size(), device);
+    const std::vector<StagePlan> plans = PlanStages(file, device);
+    const auto user =
+        std::find_if(plans.begin(), plans.end(), [](const StagePlan& plan) { return plan.stage.needsSymbols; });
+    if (user == plans.end() || !device.patternSymbols.empty())
         return file;
-    const auto require = [&](bool there, const char* key) {
-        if (!there)
-            throw UsageFailure(
-                fmt::format("{}: device.{}: is missing; {} ({}) needs it", name, key, user->place, user->name));
+    const auto require = [&](bool isGiven, const char* key) {
+        if (!isGiven)
+            throw UsageFailure(fmt::format("{}: device.{}: is missing; {} ({}) needs it", file.Name(), key,
+                                           user->stage.place, user->stage.name));
     };
+    const double samplesPerUi = SamplesPerUiOf(device);
     require(LevelCount(device.signalCoding) > 1, "signalCoding");
-    require(chain.SamplesPerUi() >= 1.0, "samplesPerUi");
+    require(samplesPerUi >= 1.0, "samplesPerUi");
     require(device.patternLengthUi > 0, "patternLengthUi");
-    const FoundSymbols found =
-        FindSymbols(samples, chain.SamplesPerUi(), device.patternLengthUi, device.signalCoding, capture);
-    fmt::print(stderr, "tarnwick: {}: device.patternSymbols is not given; found {} in {}\n", name,
-               found.Description(device.signalCoding), capture);
-    file["device"]["patternSymbols"] = found.Text(device.signalCoding, device.withoutGrayCoding);
-    return file;
+    const FoundSymbols symbols =
+        FindSymbols(samples, samplesPerUi, device.patternLengthUi, device.signalCoding, capture);
+    notes.push_back(fmt::format("{}: device.patternSymbols is not given; found {} in {}", file.Name(),
+                                symbols.Description(device.signalCoding), capture));
+    nlohmann::json content = JsonOf(file);
+    content["device"]["patternSymbols"] = symbols.Text(device.signalCoding, device.withoutGrayCoding);
+    return ChainFileOf(std::move(content), file.Name());
 }
 
 std::string NameOf(E_SIGNAL_CODING coding)

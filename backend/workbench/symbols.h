@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
+#include "framework/export.h"
 #include "framework/signalcoding.h"
+#include "workbench/chain.h"
 
 namespace Tarnwick::DSO::Workbench {
 
-struct FoundSymbols {
+struct TARNWICK_WORKBENCH_API FoundSymbols {
     std::vector<int> levels;       ///< of each UI of one period, 0 the lowest
     std::vector<double> voltages;  ///< [V] mean of each level as captured
     double quality = 0.0;          ///< mean squared distance to the level over the squared spacing: 0 ideal, 0.14 noise
@@ -23,22 +23,25 @@ struct FoundSymbols {
     std::string Description(E_SIGNAL_CODING coding) const;
 };
 
-/// @param samples          at least one period
+/// @param samples          [V] at least one period
 /// @param samplesPerUi     real
-/// @param patternLengthUi  UI in the period
+/// @param patternLengthUi  [UI] of the period
 /// @param what             the capture's name, for messages
-/// @throws DataFailure  no pattern of so many levels can be told in the capture
-FoundSymbols FindSymbols(std::span<const double> samples, double samplesPerUi, int patternLengthUi,
-                         E_SIGNAL_CODING coding, const std::string& what);
+/// @throws DataFailure  no pattern of so many levels can be made out in the capture
+TARNWICK_WORKBENCH_API FoundSymbols FindSymbols(std::span<const double> samples, double samplesPerUi,
+                                                int patternLengthUi, E_SIGNAL_CODING coding, const std::string& what);
 
-/// A chain file with device.patternSymbols: the file as it is when they are given or no filter needs them, else with
-/// those found in the capture; what was found goes to stderr.
-/// @param name  the chain file's, for messages
-/// @throws UsageFailure  the file, or what the search needs of it  @throws DataFailure  as FindSymbols
-nlohmann::json WithSymbols(nlohmann::json file, const std::string& name, std::span<const double> samples,
-                           const std::string& capture);
+/// A chain file with device.patternSymbols: the file as it is when they are given or no filter needs them, otherwise with
+/// those found in the capture. Files that the chain names are not opened.
+/// @param samples  [V]
+/// @param capture  its name, for messages
+/// @param notes    gets what was found
+/// @throws UsageFailure  the file, or something that the search needs and the file does not say
+/// @throws DataFailure   as FindSymbols
+TARNWICK_WORKBENCH_API ChainFile WithSymbols(const ChainFile& file, std::span<const double> samples,
+                                             const std::string& capture, std::vector<std::string>& notes);
 
-/// NRZ, PAM3, PAM4 or PAM4-precoded.
-std::string NameOf(E_SIGNAL_CODING coding);
+/// NRZ, PAM3, PAM4 or PAM4-precoded; "unknown" for any other value.
+TARNWICK_WORKBENCH_API std::string NameOf(E_SIGNAL_CODING coding);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -3,17 +3,18 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
-#include <iterator>
 #include <limits>
-#include <sstream>
 #include <utility>
 
 #include <fmt/format.h>
 
-#include "filters/plumbing/linereader.h"
+#include "maths/touchstone/networkparameters.h"
+#include "maths/touchstone/touchstone.h"
 #include "maths/touchstone/touchstoneplain.h"
 #include "workbench/failure.h"
-#include "workbench/networkparameters.h"
+#include "workbench/fixturefile.h"
+#include "workbench/plumbing/text.h"
+#include "workbench/plumbing/touchstonenames.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -26,14 +27,7 @@ namespace {
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kBlanks = " \t\v\f\r";
 constexpr std::size_t kNoiseNumbers = 5;  // frequency, minimum noise figure, source reflection (two), resistance
-constexpr std::size_t kLongestText = 300;
-constexpr std::size_t kRowNumbers = 8;  // of a line of a four-port record, beside the frequency
-
-std::vector<std::string> WordsOf(std::string_view text)
-{
-    std::istringstream words{std::string(text)};
-    return {std::istream_iterator<std::string>(words), {}};
-}
+constexpr std::size_t kRowNumbers = 8;    // of a line of a four-port record, beside the frequency
 
 [[noreturn]] void FailAt(const std::string& name, std::size_t line, std::size_t token, const std::string& reason)
 {
@@ -47,7 +41,7 @@ std::string LinesText(std::size_t first, std::size_t count)
     return count == 1 ? fmt::format("line {}", first) : fmt::format("lines {} and {} more", first, count - 1);
 }
 
-// Lines that all met the same end.
+// Lines that were all treated alike.
 struct LineTally {
     std::size_t first = 0;
     std::size_t count = 0;
@@ -195,7 +189,7 @@ private:
         // A two-port's stand column by column.
         if (kind_ == FileKind::TwoPort)
             std::swap(values[1], values[2]);
-        auto converted = ScatteringFrom(Parameter(), values);
+        auto converted = Maths::ScatteringFrom(Parameter(), values);
         const auto isFinite = [](Complex value) { return std::isfinite(value.real()) && std::isfinite(value.imag()); };
         if (!converted || !std::all_of(converted->begin(), converted->end(), isFinite))
             FailAt(name_, number_, 0, fmt::format("no S-parameters follow from these {}-parameters", Parameter()));
@@ -272,78 +266,13 @@ NormalisedFile Normalised(Taker taker, std::string_view text)
 {
     if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark)
         text.remove_prefix(kByteOrderMark.size());
-    std::istringstream source{std::string(text)};
-    DSO::Filters::LineReader lines(source);
+    LineCursor lines(text);
     while (const auto line = lines.Next())
         taker.Take(*line, lines.Number());
     return taker.Finish();
 }
 
 }  // namespace
-
-std::optional<FileKind> MeantKind(std::string_view name)
-{
-    const std::size_t dot = name.rfind('.');
-    std::string ending(dot == std::string_view::npos ? "" : name.substr(dot));
-    std::transform(ending.begin(), ending.end(), ending.begin(), [](char letter) {
-        return letter == 'S' ? 's' : letter == 'P' ? 'p' : letter;
-    });
-    const bool saysPorts = ending.size() > 3 && ending[1] == 's' && ending.back() == 'p' &&
-                           ending.find_first_not_of("0123456789", 2) == ending.size() - 1;
-    const FileKind kind = Maths::KindOf(ending);
-    return saysPorts && ending != EndingOf(kind) ? std::nullopt : std::optional(kind);
-}
-
-const char* EndingOf(FileKind kind)
-{
-    switch (kind) {
-        case FileKind::Table: return ".s21";
-        case FileKind::OnePort: return ".s1p";
-        case FileKind::TwoPort: return ".s2p";
-        case FileKind::FourPort: break;
-    }
-    return ".s4p";
-}
-
-std::string Printable(std::string text)
-{
-    if (text.size() > kLongestText) {
-        text.resize(kLongestText);
-        text += " ...";
-    }
-    std::replace_if(
-        text.begin(), text.end(),
-        [](char letter) {
-            const auto code = static_cast<unsigned char>(letter);
-            return code < 0x20 || code == 0x7f;
-        },
-        '?');
-    return text;
-}
-
-std::string UnitName(double unit)
-{
-    return unit == 1e9 ? "GHz" : unit == 1e6 ? "MHz" : unit == 1e3 ? "kHz" : "Hz";
-}
-
-std::string FormatName(Maths::PairFormat format)
-{
-    switch (format) {
-        case Maths::PairFormat::Decibel: return "DB";
-        case Maths::PairFormat::Magnitude: return "MA";
-        case Maths::PairFormat::RealImaginary: break;
-    }
-    return "RI";
-}
-
-std::string ReferenceOf(std::string_view optionLine)
-{
-    const std::vector<std::string> words = WordsOf(optionLine.substr(0, optionLine.find('!')));
-    for (std::size_t k = 0; k + 1 < words.size(); ++k)
-        if (Maths::UpperCase(words[k]) == "R")
-            return words[k + 1];
-    return "50";
-}
 
 NormalisedFile NormaliseTouchstone(std::string_view text, const std::string& name)
 {
@@ -352,6 +281,23 @@ NormalisedFile NormaliseTouchstone(std::string_view text, const std::string& nam
         throw DataFailure(fmt::format("{}: a file of so many ports has no one transmission", name));
     return kind == FileKind::Table ? Normalised(TableNormaliser(name), text)
                                    : Normalised(Normaliser(*kind, name), text);
+}
+
+NormalisedFile NormaliseFixture(std::string_view text, const std::string& name, const std::string& outputName)
+{
+    const auto kind = MeantKind(name);
+    if (kind && (Maths::KindOf(outputName) != *kind || MeantKind(outputName) != kind))
+        throw UsageFailure(
+            fmt::format("{}: name of what is written from {}; expected one that ends in {}, lower case "
+                        "and nowhere else in the path",
+                        outputName, name, EndingOf(*kind)));
+    NormalisedFile normalised = NormaliseTouchstone(text, name);
+    const FixtureFile written = DescribeFixture(normalised.text, outputName);
+    if (!written.IsReadAsMeant())
+        throw DataFailure(
+            fmt::format("{}: cannot be mended; what would be written still has {}", name,
+                        written.differences.empty() ? "no meaning" : TextOf({written.differences[0], 1, 0})));
+    return normalised;
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -1,30 +1,13 @@
 // S-parameter files written anew, so that the de-embedding filter's narrow rules read them as they are meant.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "maths/touchstone/touchstone.h"
+#include "framework/export.h"
 
 namespace Tarnwick::DSO::Workbench {
-
-/// What a file's name says in any case; nothing for numbers of ports that the filter has no use for.
-std::optional<DSO::Maths::FileKind> MeantKind(std::string_view name);
-
-/// The ending, in lower case, by which the filter knows a kind.
-const char* EndingOf(DSO::Maths::FileKind kind);
-
-/// A text that holds words of a file, which may be anything, for a terminal: no control characters, of moderate length.
-std::string Printable(std::string text);
-
-/// The keyword of an option line.
-std::string UnitName(double unit);
-std::string FormatName(DSO::Maths::PairFormat format);
-
-/// What an option line gives behind R; "50", the default, where it gives nothing.
-std::string ReferenceOf(std::string_view optionLine);
 
 struct NormalisedFile {
     std::string text;
@@ -33,9 +16,16 @@ struct NormalisedFile {
 
 /// The file with one option line in the filter's order before the data, a record on one line or, of four ports, four, and
 /// every comment on a line of its own. Numbers stay as they are written, unless other parameters than S are converted.
-/// Noise parameters become comments. Of a table stay the rows.
+/// Noise parameters become comments. Of a table only the rows remain.
 /// @param name  the file's, which says what it is, and for messages
-/// @throws DataFailure  what has no one meaning, naming file and line
-NormalisedFile NormaliseTouchstone(std::string_view text, const std::string& name);
+/// @throws DataFailure  what is open to more than one reading, naming file and line
+TARNWICK_WORKBENCH_API NormalisedFile NormaliseTouchstone(std::string_view text, const std::string& name);
+
+/// The same for a file that is to be written: read again, the filter takes it as it is meant.
+/// @param outputName  of the file to write
+/// @throws UsageFailure  the output's name says something else than the file's
+/// @throws DataFailure   also for a file whose new form would still be read otherwise
+TARNWICK_WORKBENCH_API NormalisedFile NormaliseFixture(std::string_view text, const std::string& name,
+                                                       const std::string& outputName);
 
 }  // namespace Tarnwick::DSO::Workbench

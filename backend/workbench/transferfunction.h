@@ -6,6 +6,8 @@
 #include <optional>
 #include <vector>
 
+#include "framework/export.h"
+
 namespace Tarnwick::DSO::Workbench {
 
 /// A filter as its circular impulse response over N samples and what follows from it at the frequencies k fs/N.
@@ -23,16 +25,16 @@ struct TransferFunction {
 /// bins: a response that jumps at fs/2 else makes neighbouring bins differ by more than tau itself.
 /// Source: Oppenheim, Schafer, Discrete-Time Signal Processing, group delay from the transform of n h[n].
 /// @param impulse  at least one value
-TransferFunction Transform(std::vector<double> impulse, double sampleRate);
+TARNWICK_WORKBENCH_API TransferFunction Transform(std::vector<double> impulse, double sampleRate);
 
 /// Pictures and tables of frequencies end at twice the symbol rate, where the record reaches as far.
 inline constexpr double kSymbolRatesShown = 2.0;
 
 /// The lowest bin at or above a frequency [Hz], or the last there is.
-std::size_t LastBinUpTo(const TransferFunction& function, double frequency);
+TARNWICK_WORKBENCH_API std::size_t LastBinUpTo(const TransferFunction& function, double frequency);
 
 /// H at any frequency [Hz], from the sum above with n counted from the peak to both sides.
-std::complex<double> ResponseAt(const TransferFunction& function, double frequency);
+TARNWICK_WORKBENCH_API std::complex<double> ResponseAt(const TransferFunction& function, double frequency);
 
 struct ResponseFigures {
     double dcGainDb;
@@ -46,6 +48,6 @@ struct ResponseFigures {
 };
 
 /// @param symbolRate  [Hz]
-ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate);
+TARNWICK_WORKBENCH_API ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -17,6 +17,7 @@
 #include <fmt/format.h>
 
 #include "workbench/failure.h"
+#include "workbench/plumbing/wholefile.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -26,23 +27,6 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kNpyMagic = "\x93NUMPY";
 constexpr double kEvenSpacing = 0.01;  // times may be off by this part of an interval: printed ones are rounded
-
-std::string ReadAll(const fs::path& path)
-{
-    // Size first: of a pipe there is none, and opening one that nobody writes into would wait for ever.
-    std::error_code error;
-    const auto size = fs::file_size(path, error);
-    std::ifstream file;
-    if (!error && !fs::is_directory(path))
-        file.open(path, std::ios::binary);
-    if (!file.is_open())
-        throw DataFailure(fmt::format("{}: cannot be read", path.string()));
-    std::string content(static_cast<std::size_t>(size), '\0');
-    file.read(content.data(), static_cast<std::streamsize>(size));
-    if (file.gcount() != static_cast<std::streamsize>(size))
-        throw DataFailure(fmt::format("{}: only {} of {} bytes could be read", path.string(), file.gcount(), size));
-    return content;
-}
 
 // The whole token as a number, in the C locale whatever the process uses.
 std::optional<double> Number(std::string_view token)
@@ -285,7 +269,7 @@ std::string Npy(std::span<const double> samples)
 
 Waveform ReadWaveform(const fs::path& path, std::size_t skipLines)
 {
-    return WaveformFrom(ReadAll(path), path, skipLines);
+    return WaveformFrom(ReadWholeFile(path), path, skipLines);
 }
 
 Waveform WaveformFrom(std::string_view content, const fs::path& path, std::size_t skipLines)

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "framework/export.h"
+
 namespace Tarnwick::DSO::Workbench {
 
 struct Waveform {
@@ -20,23 +22,24 @@ struct Waveform {
 /// Reads a capture; a name that ends in ".npy" is NumPy's, any other text. Header lines before the first number are passed over.
 /// @param skipLines  lines of a text file to drop first
 /// @throws DataFailure  naming the file and the line or sample
-Waveform ReadWaveform(const std::filesystem::path& path, std::size_t skipLines = 0);
+TARNWICK_WORKBENCH_API Waveform ReadWaveform(const std::filesystem::path& path, std::size_t skipLines = 0);
 
 /// The same of a file's content; `path` stands for the file in messages and says by its ending what it is. Takes memory
 /// and time in proportion to the content, whatever that says of itself.
-Waveform WaveformFrom(std::string_view content, const std::filesystem::path& path, std::size_t skipLines = 0);
+TARNWICK_WORKBENCH_API Waveform WaveformFrom(std::string_view content, const std::filesystem::path& path,
+                                             std::size_t skipLines = 0);
 
 /// @throws UsageFailure  a name that ends in none of .npy, .csv and .txt
-void RequireWaveformName(const std::filesystem::path& path);
+TARNWICK_WORKBENCH_API void RequireWaveformName(const std::filesystem::path& path);
 
 /// Writes a waveform as ".npy", ".csv" (time and value when the interval is known, else values) or ".txt" (values).
 /// The file appears when it is complete, or not at all.
 /// @throws UsageFailure  a name with another ending
 /// @throws DataFailure   the file cannot be written
-void WriteWaveform(const std::filesystem::path& path, std::span<const double> samples, double interval = 0.0,
-                   double start = 0.0);
+TARNWICK_WORKBENCH_API void WriteWaveform(const std::filesystem::path& path, std::span<const double> samples,
+                                          double interval = 0.0, double start = 0.0);
 
 /// Writes any file by way of a temporary one beside it, so that it is complete or absent.
-void WriteWhole(const std::filesystem::path& path, std::span<const char> content);
+TARNWICK_WORKBENCH_API void WriteWhole(const std::filesystem::path& path, std::span<const char> content);
 
 }  // namespace Tarnwick::DSO::Workbench

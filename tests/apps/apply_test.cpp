@@ -48,7 +48,7 @@ TEST(ApplyProgram, WritesTheFilteredCaptureAndOneJsonDocument)
     samples.insert(samples.end(), {9.0, -9.0});
     WriteWaveform(folder / "longer.csv", samples, 1.25e-11);
     ASSERT_EQ(RunProgram(folder, "apply chain.json longer.csv -o cut.npy"), 0) << folder.Read("err");
-    EXPECT_NE(folder.Read("err").find("longer.csv: 2 samples behind the last whole repetition are left out"),
+    EXPECT_NE(folder.Read("err").find("longer.csv: 2 samples after the last whole repetition are left out"),
               std::string::npos);
     EXPECT_EQ(ReadWaveform(folder / "cut.npy").samples, filtered.samples);
 }

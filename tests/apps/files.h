@@ -1,35 +1,13 @@
 // Files and failures for the host program's tests.
 #pragma once
 
-#include <initializer_list>
-#include <string>
-#include <utility>
-
+#include "../support/failures.h"
 #include "../support/files.h"
 
 namespace Tarnwick::App {
 
+using Testing::ExpectFailures;
+using Testing::FailureOf;
 using Testing::TestFolder;
-
-/// The text of the exception of this type that `run` throws.
-template <typename Failure, typename Run>
-std::string FailureOf(Run run)
-{
-    try {
-        run();
-    } catch (const Failure& failure) {
-        return failure.what();
-    }
-    return "nothing was thrown";
-}
-
-/// Inputs, each with the message that `run` fails with when it is given it; all messages begin with `place`.
-template <typename Failure, typename Run>
-void ExpectFailures(const std::string& place, std::initializer_list<std::pair<std::string, std::string>> failures,
-                    Run run)
-{
-    for (const auto& [input, message] : failures)
-        EXPECT_EQ(FailureOf<Failure>([&, &text = input] { (void)run(text); }), place + message) << input;
-}
 
 }  // namespace Tarnwick::App

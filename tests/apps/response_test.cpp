@@ -1,146 +1,16 @@
-#include "commands/response.h"
-
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 #include <numeric>
 
 #include "apps/program.h"
-#include "maths/responses/ctle.h"
-#include "workbench/failure.h"
 #include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
 namespace {
 
-// A PRBS9 at 10 GBd with these filters.
-json ChainWith(const json& filters, int repeats = 0, int samplesPerUi = 16)
-{
-    json device = {{"baudRateGBd", 10},
-                   {"samplesPerUi", samplesPerUi},
-                   {"signalCoding", "NRZ"},
-                   {"patternSymbols", {{"prbs", 9}}}};
-    if (repeats > 0)
-        device["patternRepeats"] = repeats;
-    return {{"device", device}, {"filters", filters}};
-}
-
-ChainResponse ResponseOf(const json& file)
-{
-    const ImpulseRecord record = RecordFor(file, "chain");
-    Chain chain(file, "chain", record.sampleCount);
-    return MeasureResponse(chain.Stages(), record, 1e10, "chain");
-}
-
-TEST(TransferFunction, OfAShiftIsItsDelay)
-{
-    const struct {
-        int count;
-        int shift;
-        int delay;
-    } cases[] = {{64, 0, 0}, {64, 5, 5}, {64, 32, 32}, {64, 61, -3}, {63, 31, 31}, {63, 32, -31}, {1, 0, 0}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(testing::Message() << row.shift << " of " << row.count);
-        std::vector<double> impulse(static_cast<std::size_t>(row.count), 0.0);
-        impulse[static_cast<std::size_t>(row.shift)] = -2.0;
-        const TransferFunction function = Transform(impulse, 1e9);
-        EXPECT_EQ(function.peak, row.delay);
-        ASSERT_EQ(function.magnitudeDb.size(), static_cast<std::size_t>(row.count / 2 + 1));
-        for (std::size_t k = 0; k < function.magnitudeDb.size(); ++k) {
-            // Rounding of a transform of 64 points.
-            EXPECT_NEAR(function.magnitudeDb[k], 20.0 * std::log10(2.0), 1e-12);
-            EXPECT_NEAR(function.groupDelay[k], row.delay * 1e-9, 1e-21);
-        }
-    }
-}
-
-// h = (1/2, 1/2): H = cos(pi f/fs) exp(-j pi f/fs).
-TEST(TransferFunction, OfTwoTapsHasTheFiguresOfACosine)
-{
-    std::vector<double> impulse(1024, 0.0);
-    impulse[0] = impulse[1] = 0.5;
-    const TransferFunction function = Transform(impulse, 8e9);
-    EXPECT_TRUE(std::isnan(function.groupDelay.back()));
-    // Hann's window weighs the second tap by 1e-5 less.
-    EXPECT_NEAR(function.groupDelay[100], 0.5 / 8e9, 1e-5 / 8e9);
-    const ResponseFigures figures = FiguresOf(function, 2e9);
-    EXPECT_NEAR(figures.dcGainDb, 0.0, 1e-12);
-    EXPECT_NEAR(figures.halfRateGainDb, 20.0 * std::log10(std::cos(std::numbers::pi / 8.0)), 1e-12);
-    EXPECT_EQ(figures.peakFrequency, 0.0);
-    ASSERT_TRUE(figures.cutoffFrequency && figures.noiseBandwidth);
-    EXPECT_NEAR(*figures.cutoffFrequency, 2e9, 1.0);
-    EXPECT_NEAR(figures.noiseGain, std::sqrt(0.5), 1e-15);
-    EXPECT_NEAR(*figures.noiseBandwidth, 2e9, 1e-3);
-}
-
-// Of an odd number of samples, on which the taps have the formula's values at every bin.
-// Each (1 + jf/z) brings forward and each 1/(1 + jf/p) delays, by 1 / (2 pi c (1 + (f/c)^2)) for its corner c.
-TEST(Response, OfACtleHasTheGroupDelayOfItsPolesAndZeros)
-{
-    const ChainResponse response =
-        ResponseOf(ChainWith({{{"type", "ctle"}, {"ctleType", "ieee802.3bs"}, {"gain", 6}}}, 0, 15));
-    const DSO::Maths::Ieee802_3bsPreset& preset = *DSO::Maths::FindIeee802_3bsPreset(6.0);
-    const auto corner = [](double ghz, double at) {
-        return 1e-9 / (2.0 * std::numbers::pi * at * (1.0 + ghz / at * (ghz / at)));
-    };
-    for (std::size_t k = 2; k < response.whole.magnitudeDb.size() / 4; ++k) {
-        const double ghz = static_cast<double>(k) * response.whole.Spacing() / 1e9;
-        const double expected = corner(ghz, preset.pole1) + corner(ghz, preset.pole2) + corner(ghz, preset.pole3) -
-                                corner(ghz, preset.zero1) - corner(ghz, preset.zero2);
-        // The mean over three bins rounds the bend near DC.
-        EXPECT_NEAR(response.whole.groupDelay[k] * 1e12, expected * 1e12, 0.05) << ghz << " GHz";
-    }
-}
-
-TEST(Response, OfTheWholeIsTheProductWithoutWhatDecidesOrAdapts)
-{
-    const ChainResponse response = ResponseOf(ChainWith({
-        {{"type", "moving-average"}, {"WindowLength", 5}},
-        {{"type", "dfe"}, {"useManualTaps", true}, {"numberOfTaps", 1}, {"taps", {0.1}}},
-        {{"type", "bessel-thomson"}},
-        {{"type", "ffe"}, {"useManualTaps", true}, {"numberOfTaps", 2}, {"taps", {1.2, -0.2}}},
-        {{"type", "ffe"}, {"numberOfTaps", 3}},
-    }));
-    EXPECT_EQ(response.leftOut, (std::vector<std::string>{"1 dfe", "4 ffe"}));
-    ASSERT_EQ(response.filters.size(), 3U);
-    for (std::size_t k = 0; k < response.whole.magnitudeDb.size() / 4; ++k) {
-        double sum = 0.0;
-        for (const FilterResponse& filter : response.filters)
-            sum += filter.function.magnitudeDb[k];
-        EXPECT_NEAR(response.whole.magnitudeDb[k], sum, 1e-9);  // rounding, at -60 dB of the largest
-    }
-}
-
-TEST(ResponseRecord, FollowsTheDevice)
-{
-    const auto recordFor = [](const std::string& device) {
-        return RecordFor({{"device", json::parse(device)}, {"filters", json::array()}}, "c");
-    };
-    const ImpulseRecord record = recordFor(R"({"baudRateGBd": 10, "patternLengthUi": 7, "patternRepeats": 3,
-                                               "useFractionalSampling": true, "uiDuration": 10, "sampleSpacing": 4})");
-    EXPECT_EQ(record.sampleCount, 53U);  // 3 x 17.5, rounded up
-    EXPECT_EQ(record.RepetitionLength(), 17U);
-    EXPECT_EQ(record.sampleRate, 25e9);
-
-    ExpectFailures<UsageFailure>(
-        "c: ",
-        {
-            {R"({})", "device.baudRateGBd: is missing; response needs it"},
-            {R"({"baudRateGBd": -1})", "device.baudRateGBd: is -1; expected a positive symbol rate"},
-            {R"({"baudRateGBd": 1})", "device.samplesPerUi: is missing; response needs it"},
-            {R"({"baudRateGBd": 1, "samplesPerUi": 8})", "device.patternLengthUi: is missing; response needs it"},
-            {R"({"baudRateGBd": 1, "useFractionalSampling": true})",
-             "device.uiDuration: is missing; response needs it"},
-            {R"({"baudRateGBd": 1, "useFractionalSampling": true, "uiDuration": 1, "sampleSpacing": 2})",
-             "device.sampleSpacing: is 2; expected a positive time of at most uiDuration"},
-            {R"({"baudRateGBd": 1, "samplesPerUi": 8, "patternLengthUi": 4, "patternRepeats": 0})",
-             "device.patternRepeats: is 0; expected at least 1"},
-            {R"({"baudRateGBd": 1, "samplesPerUi": 65536, "patternLengthUi": 65536})",
-             "device: patternLengthUi * samplesPerUi * patternRepeats is 4294967296; expected at most 67108864"},
-        },
-        recordFor);
-}
+using DSO::Workbench::ReadWaveform;
+using DSO::Workbench::Waveform;
 
 TEST(ResponseProgram, WritesFiguresColumnsAndAPicture)
 {
@@ -148,7 +18,12 @@ TEST(ResponseProgram, WritesFiguresColumnsAndAPicture)
     const json filters = {{{"type", "moving-average"}, {"WindowLength", 2}},
                           {{"type", "copy"}, {"enabled", false}},
                           {{"type", "bessel-thomson"}, {"cutoffPercent", 50}}};
-    folder.Write("chain.json", ChainWith(filters, 3).dump());  // the figures are those of one repetition
+    const json device = {{"baudRateGBd", 10},
+                         {"samplesPerUi", 16},
+                         {"signalCoding", "NRZ"},
+                         {"patternSymbols", {{"prbs", 9}}},
+                         {"patternRepeats", 3}};  // the figures are those of one repetition
+    folder.Write("chain.json", json{{"device", device}, {"filters", filters}}.dump());
     const json report = ReportOf(folder, "response chain.json -o r");
     EXPECT_EQ(report["samples"], 511 * 16);
     ASSERT_EQ(report["filters"].size(), 2U);
@@ -184,6 +59,38 @@ TEST(ResponseProgram, WritesFiguresColumnsAndAPicture)
     EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 4);
     EXPECT_EQ(folder.Read("err"), "");
     ExpectRefusals(folder, "response", {{"chain.json -o no/r", 1, "no/r-frequency.csv: cannot be written"}});
+}
+
+// A Gaussian channel of 8 ps, its peak at 3 ns.
+TEST(ResponseProgram, DrawsAndReportsACorrectedChannel)
+{
+    const TestFolder folder;
+    constexpr double kInterval = 1.2303e-12;  // [s]
+    std::vector<double> impulse(8128);
+    for (std::size_t k = 0; k < impulse.size(); ++k)
+        impulse[k] = 0.4 * std::exp(-0.5 * std::pow((static_cast<double>(k) * kInterval - 3e-9) / 8e-12, 2.0));
+    DSO::Workbench::WriteWaveform(folder / "table.csv", impulse, kInterval);
+    const json filters = {{{"type", "copy"}},
+                          {{"type", "sirc"}, {"channelResponse", "table.csv"}, {"referenceCutoffPercent", 75}}};
+    const json device = {{"baudRateGBd", 26.5625}, {"samplesPerUi", 16}, {"patternLengthUi", 511}};
+    folder.Write("chain.json", json{{"device", device}, {"filters", filters}}.dump());
+    const json report = ReportOf(folder, "response chain.json -o r")["filters"];
+    EXPECT_FALSE(report[0].contains("correctedChannel"));
+    const json& channel = report[1]["correctedChannel"];
+    EXPECT_NEAR(channel["cutoffGHz"].get<double>(), 19.921875, 1e-9);
+    EXPECT_NEAR(channel["comparedToGHz"].get<double>(), 1.5 * 19.921875, 0.06);  // a bin
+    // Linear interpolation of the kernel and of the table on the filter's grid: a hundredth of a dB.
+    EXPECT_LT(std::abs(channel["largestDifferenceDb"].get<double>()), 0.02);
+
+    EXPECT_TRUE(IsPng(folder.Read("r-sirc-1.png")));
+    const std::string table = folder.Read("r-sirc-1.csv");
+    EXPECT_EQ(table.rfind("frequencyHz,measured [dB],target [dB],correction [dB],corrected [dB]\n0,", 0), 0U);
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 1024);  // a head and bins 0 to 2 * 511
+    EXPECT_FALSE(std::filesystem::exists(folder / "r-sirc-0.png"));
+
+    ASSERT_EQ(RunProgram(folder, "response chain.json"), 0);
+    EXPECT_NE(folder.Read("out").find("\n1 sirc: corrected channel less target (Bessel-Thomson, 19.922 GHz): "),
+              std::string::npos);
 }
 
 }  // namespace

@@ -2,17 +2,25 @@
 
 #include <nlohmann/json.hpp>
 
-#include "apps/files.h"
+#include "support/failures.h"
+#include "support/files.h"
 #include "workbench/failure.h"
+#include "workbench/pattern.h"
+#include "workbench/run.h"
+#include "workbench/symbols.h"
 #include "workbench/waveform.h"
 
 #if !defined(_WIN32)
 #include <sys/stat.h>
 #endif
 
-namespace Tarnwick::App {
+namespace Tarnwick::DSO::Workbench {
 
 namespace {
+
+using Testing::ExpectFailures;
+using Testing::FailureOf;
+using Testing::TestFolder;
 
 TEST(ChainDevice, CompletesWhatIsLeftOut)
 {
@@ -21,7 +29,7 @@ TEST(ChainDevice, CompletesWhatIsLeftOut)
         "device": {"patternSymbols": {"prbs": 7}, "baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ"},
         "filters": []})");
     const Chain chain(path, std::size_t{3} * 127 * 8 + 5);
-    const DSO::DeviceConfiguration& device = chain.Device();
+    const DeviceConfiguration& device = chain.Device();
     EXPECT_EQ(device.patternSymbols.size(), 127U);
     EXPECT_EQ(device.patternLengthUi, 127);
     EXPECT_EQ(device.samplesPerPattern, 127 * 8);
@@ -53,7 +61,7 @@ const Parameters& ParametersOf(Chain& chain, std::size_t stage)
 
 TEST(ChainFilters, SetsFieldsAndLeavesOutWhatIsOff)
 {
-    namespace F = DSO::Filters;
+    namespace F = Filters;
     const TestFolder folder;
     const auto fixture = folder.Write("fixture.s1p", "# GHz S MA R 50\n1 .5 0\n2 .5 0\n");
     const auto path = folder.Write("chain.json", R"({
@@ -84,6 +92,55 @@ TEST(ChainFilters, SetsFieldsAndLeavesOutWhatIsOff)
     EXPECT_EQ(deembedding.conversionParameterB, 35);
 }
 
+TEST(ChainFilters, TakeAsManyManualTapsAsAreGiven)
+{
+    Chain chain(ChainFile::FromText(R"({
+        "device": {"patternLengthUi": 16, "samplesPerUi": 8, "baudRateGBd": 10, "signalCoding": "NRZ"},
+        "filters": [{"type": "ffe", "useManualTaps": true, "taps": [-0.1, 1, -0.2]},
+                    {"type": "dfe", "useManualTaps": true, "taps": [0.25, -0.1], "numberOfTaps": 1}]})",
+                                    "c.json"),
+                128);
+    EXPECT_EQ(ParametersOf<Filters::FFEFilterParameters>(chain, 0).numberOfTaps, 3);
+    EXPECT_EQ(ParametersOf<Filters::DFEFilterParameters>(chain, 1).numberOfTaps, 1);
+}
+
+// Files are opened when the chain is made, and never when only symbols are asked for: what stands behind it runs although
+// they are gone.
+TEST(ChainFilters, ReadTheirFilesOnce)
+{
+    constexpr const char* kText = R"({
+        "device": {"patternLengthUi": 127, "samplesPerUi": 8, "baudRateGBd": 10, "signalCoding": "NRZ"},
+        "filters": [{"type": "deembedding", "sparamFileName": "pad.s2p"},
+                    {"type": "sirc", "channelResponse": "channel.csv", "referenceCutoffPercent": 75},
+                    {"type": "ffe", "numberOfTaps": 3}]})";
+    std::vector<double> samples;
+    for (const char symbol : PrbsSymbols(7, SIGNAL_CODING_NRZ))
+        samples.insert(samples.end(), 8, symbol - '0');
+    const TestFolder folder;
+    std::vector<std::string> notes;
+    const ChainFile file =
+        WithSymbols(ChainFile::FromText(kText, (folder / "chain.json").string()), samples, "capture", notes);
+    EXPECT_EQ(notes.size(), 1U);
+    EXPECT_EQ(nlohmann::json::parse(file.Text())["device"]["patternSymbols"], PrbsSymbols(7, SIGNAL_CODING_NRZ));
+
+    std::string pad = "# GHz S MA R 50\n";
+    for (int k = 1; k <= 40; ++k)
+        pad += std::to_string(k) + " 0 0 .5 0 .5 0 0 0\n";
+    std::string channel;
+    for (int k = 0; k < 100; ++k)
+        channel += std::to_string(k) + "e-12," + (k == 50 ? "1" : "0") + "\n";
+    const auto padFile = folder.Write("pad.s2p", pad);
+    const auto channelFile = folder.Write("channel.csv", channel);
+    Chain chain(file, samples.size());
+    std::filesystem::remove(padFile);
+    std::filesystem::remove(channelFile);
+    const ChainResult result = RunChain(chain, samples, "capture");
+    ASSERT_EQ(result.stages.size(), 4U);
+    // The pad halves the voltage; removed, that is twice the mean.
+    EXPECT_NEAR(result.stages[1].mean, 2.0 * result.stages[0].mean, 1e-9);
+    EXPECT_TRUE(nlohmann::json::parse(result.stages[1].findings).contains("largestBoostDb"));
+}
+
 TEST(ChainFilters, RefuseAFixtureThatTheReaderRefuses)
 {
     const TestFolder folder;
@@ -96,7 +153,7 @@ TEST(ChainFilters, RefuseAFixtureThatTheReaderRefuses)
 
 Chain ChainOf(const std::string& text)
 {
-    return {ParseChain(text, "c.json"), "c.json", 100};
+    return {ChainFile::FromText(text, "c.json"), 100};
 }
 
 TEST(ChainErrors, NameTheKey)
@@ -106,7 +163,7 @@ TEST(ChainErrors, NameTheKey)
         {
             {R"([])", "the file: is array; expected an object"},
             {R"({"device": {}})", "filters: is missing; expected a list of filters"},
-            {R"({"filters": [], "filter": 1})", "filter: is no known key; the nearest one is \"filters\""},
+            {R"({"filters": [], "filter": 1})", "filter: is not a known key; the nearest one is \"filters\""},
             {R"({"filters": {}})", "filters: is object; expected a list of filters"},
             {R"({"filters": [{"type": "deembedding"}]})",
              "filters.0.sparamFileName: is missing; expected the fixture's S-parameter file"},
@@ -118,16 +175,16 @@ TEST(ChainErrors, NameTheKey)
              "filters.0.channelResponse: is 5; expected a text"},
             {R"({"filters": [{}]})", "filters.0.type: is missing; expected the name of a filter"},
             {R"({"filters": [{"type": "bessel"}]})",
-             R"(filters.0.type: is "bessel", no known filter; the nearest one is "bessel-thomson")"},
+             R"(filters.0.type: is "bessel", not a known filter; the nearest one is "bessel-thomson")"},
             {R"({"filters": [{"type": "moving-average", "windowLength": 3}]})",
-             "filters.0.windowLength: is no known key; the nearest one is \"WindowLength\""},
+             "filters.0.windowLength: is not a known key; the nearest one is \"WindowLength\""},
             {R"({"filters": [{"type": "moving-average", "WindowLength": 2.5}]})",
              "filters.0.WindowLength: is 2.5; expected a whole number"},
             {R"({"filters": [{"type": "moving-average", "WindowLength": 3000000000}]})",
              "filters.0.WindowLength: is 3000000000; expected at most 2147483647"},
             {R"({"filters": [{"type": "copy", "enabled": 1}]})", "filters.0.enabled: is 1; expected true or false"},
             {R"({"device": {"samplesPerUI": 8}, "filters": []})",
-             "device.samplesPerUI: is no known key; the nearest one is \"samplesPerUi\""},
+             "device.samplesPerUI: is not a known key; the nearest one is \"samplesPerUi\""},
             {R"({"device": {"signalCoding": "PAM5"}, "filters": []})",
              "device.signalCoding: is \"PAM5\"; expected NRZ, PAM4, PAM3 or PAM4-precoded"},
             {R"({"device": {"baudRateGBd": "fast"}, "filters": []})",
@@ -149,8 +206,8 @@ TEST(ChainErrors, NameTheFileThatIsNoJson)
     EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(folder / "none.json", 1); }),
               (folder / "none.json").string() + ": cannot be read");
     const std::string nested = std::string(100000, '[') + std::string(100000, ']');
-    EXPECT_EQ(FailureOf<UsageFailure>([&] { ParseChain(R"({"device": )" + nested + "}", "deep.json"); }),
-              "deep.json: holds lists or objects in one another more than 32 deep");
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { ChainFile::FromText(R"({"device": )" + nested + "}", "deep.json"); }),
+              "deep.json: lists or objects are nested more than 32 deep");
 }
 
 // What a few bytes of a file can ask for is bounded by the record, before any filter is made.
@@ -187,9 +244,10 @@ TEST(ChainErrors, RefuseFilesThatAreNone)
     const std::string pipe = (folder / "pipe.csv").string();
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_EQ(FailureOf<DataFailure>([&] { ReadWaveform(pipe); }), pipe + ": cannot be read");
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(pipe, 1); }), pipe + ": cannot be read");
 }
 #endif
 
 }  // namespace
 
-}  // namespace Tarnwick::App
+}  // namespace Tarnwick::DSO::Workbench

@@ -4,10 +4,9 @@
 #include <cmath>
 #include <numbers>
 
-#include "apps/program.h"
-#include "workbench/waveform.h"
+#include <gtest/gtest.h>
 
-namespace Tarnwick::App {
+namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
@@ -74,33 +73,6 @@ TEST(CorrectedChannel, EndsWhereTheTableEnds)
     EXPECT_EQ(channel->comparedTo, 10e9);
 }
 
-TEST(CorrectedChannel, IsDrawnAndReported)
-{
-    const TestFolder folder;
-    WriteWaveform(folder / "table.csv", GaussianTable(8128, 1.2303e-12), 1.2303e-12);
-    const json filters = {{{"type", "copy"}},
-                          {{"type", "sirc"}, {"channelResponse", "table.csv"}, {"referenceCutoffPercent", 75}}};
-    const json device = {{"baudRateGBd", 26.5625}, {"samplesPerUi", 16}, {"patternLengthUi", 511}};
-    folder.Write("chain.json", json{{"device", device}, {"filters", filters}}.dump());
-    const json report = ReportOf(folder, "response chain.json -o r")["filters"];
-    EXPECT_FALSE(report[0].contains("correctedChannel"));
-    const json& channel = report[1]["correctedChannel"];
-    EXPECT_NEAR(channel["cutoffGHz"].get<double>(), 19.921875, 1e-9);
-    EXPECT_NEAR(channel["comparedToGHz"].get<double>(), 1.5 * 19.921875, 0.06);  // a bin
-    // Linear interpolation of the kernel and of the table on the filter's grid: a hundredth of a dB.
-    EXPECT_LT(std::abs(channel["largestDifferenceDb"].get<double>()), 0.02);
-
-    EXPECT_TRUE(IsPng(folder.Read("r-sirc-1.png")));
-    const std::string table = folder.Read("r-sirc-1.csv");
-    EXPECT_EQ(table.rfind("frequencyHz,measured [dB],target [dB],correction [dB],corrected [dB]\n0,", 0), 0U);
-    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 1024);  // a head and bins 0 to 2 * 511
-    EXPECT_FALSE(std::filesystem::exists(folder / "r-sirc-0.png"));
-
-    ASSERT_EQ(RunProgram(folder, "response chain.json"), 0);
-    EXPECT_NE(folder.Read("out").find("\n1 sirc: corrected channel less target (Bessel-Thomson, 19.922 GHz): "),
-              std::string::npos);
-}
-
 }  // namespace
 
-}  // namespace Tarnwick::App
+}  // namespace Tarnwick::DSO::Workbench

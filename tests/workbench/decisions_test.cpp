@@ -3,12 +3,19 @@
 #include <algorithm>
 #include <vector>
 
-#include "apps/program.h"
-#include "workbench/pattern.h"
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
-namespace Tarnwick::App {
+#include "workbench/pattern.h"
+#include "workbench/run.h"
+#include "workbench/simulation.h"
+#include "workbench/symbols.h"
+
+namespace Tarnwick::DSO::Workbench {
 
 namespace {
+
+using nlohmann::json;
 
 // Each level held from half a UI before its decision to half a UI after, circular over the repetitions.
 std::vector<double> Held(const std::vector<int>& pattern, int repetitions, double samplesPerUi, double delay)
@@ -57,9 +64,9 @@ TEST(Decisions, AreCountedAgainstThePatternAtItsBestRotation)
 // A capture of two repetitions behind a line that leaves its eye open, and a pattern with a wrong symbol.
 TEST(Decisions, AreReportedOfADfeWhoseSymbolsAreKnown)
 {
-    const TestFolder folder;
-    ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 9 --coding NRZ --loss 6 --noise 0.02 --repetitions 2"), 0);
     const std::string right = PrbsSymbols(9, SIGNAL_CODING_NRZ);
+    const std::vector<double> capture =
+        Simulate(LevelsOf(right, SIGNAL_CODING_NRZ, false), 2, {.repetitions = 2, .lossDb = 6.0, .noiseRms = 0.02});
     std::string spoiled = right;
     spoiled[100] = spoiled[100] == '0' ? '1' : '0';
     const struct {
@@ -82,8 +89,11 @@ TEST(Decisions, AreReportedOfADfeWhoseSymbolsAreKnown)
             device["patternSymbols"] = row.symbols;
         json filter = row.filter;
         filter["type"] = "dfe";
-        folder.Write("chain.json", json{{"device", device}, {"filters", json::array({filter})}}.dump());
-        const json stage = ReportOf(folder, "apply chain.json c.npy -o f.npy")["stages"][1];
+        const json content = {{"device", device}, {"filters", json::array({filter})}};
+        std::vector<std::string> notes;
+        const ChainFile file = ChainFile::FromText(content.dump(), "chain.json");
+        Chain chain(WithSymbols(file, capture, "capture", notes), capture.size());
+        const json stage = json::parse(RunChain(chain, capture, "capture").stages[1].findings);
         EXPECT_EQ(stage.value("errors", -1), row.errors);
         EXPECT_EQ(stage.value("decisions", -1), row.errors < 0 ? -1 : 1022);
     }
@@ -91,4 +101,4 @@ TEST(Decisions, AreReportedOfADfeWhoseSymbolsAreKnown)
 
 }  // namespace
 
-}  // namespace Tarnwick::App
+}  // namespace Tarnwick::DSO::Workbench

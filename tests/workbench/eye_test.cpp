@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "commands/simulate.h"
+#include "workbench/simulation.h"
 
-namespace Tarnwick::App {
+namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
@@ -76,4 +76,4 @@ TEST(EyeMeasure, SaysNothingOfWhatHasNoEyes)
 
 }  // namespace
 
-}  // namespace Tarnwick::App
+}  // namespace Tarnwick::DSO::Workbench

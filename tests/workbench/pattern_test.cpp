@@ -1,11 +1,13 @@
 #include "workbench/pattern.h"
 
-#include "apps/files.h"
+#include "support/failures.h"
 #include "workbench/failure.h"
 
-namespace Tarnwick::App {
+namespace Tarnwick::DSO::Workbench {
 
 namespace {
+
+using Testing::FailureOf;
 
 // The bits start with ones and satisfy their polynomial all the way round.
 TEST(PatternPrbs, IsAMaximalSequenceOfItsPolynomial)
@@ -62,4 +64,4 @@ TEST(PatternErrors, NameWhatIsWrong)
 
 }  // namespace
 
-}  // namespace Tarnwick::App
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,11 +1,15 @@
 #include "workbench/sirctable.h"
 
-#include "apps/program.h"
-#include "workbench/chain.h"
+#include <nlohmann/json.hpp>
 
-namespace Tarnwick::App {
+#include "support/files.h"
+#include "workbench/run.h"
+
+namespace Tarnwick::DSO::Workbench {
 
 namespace {
+
+using Testing::TestFolder;
 
 // Two filters on one channel, each with its own tables, which lie beside the chain file; one is switched off.
 constexpr const char* kChain = R"({
@@ -25,26 +29,25 @@ TEST(SircTable, BelongsToOneFilter)
     Chain chain(folder.Write("chain.json", kChain), 64);
     ASSERT_EQ(chain.Stages().size(), 2U);
     const auto parametersOf = [&](std::size_t k) {
-        return dynamic_cast<const DSO::Filters::SircFilterParameters&>(*chain.Stages()[k].parameters);
+        return dynamic_cast<const Filters::SircFilterParameters&>(*chain.Stages()[k].parameters);
     };
     EXPECT_EQ(*parametersOf(0).channelResponse, (std::vector<double>{1e-12, 0, 1}));
     EXPECT_EQ(*parametersOf(0).channelReference, (std::vector<double>{1e-12, 1, 2}));
     EXPECT_EQ(*parametersOf(1).channelResponse, (std::vector<double>{1e-12, 0, 1, 2, 2}));
     EXPECT_TRUE(parametersOf(1).channelReference->empty());
-    EXPECT_EQ(dynamic_cast<const DSO::Filters::SircFilter&>(*chain.Stages()[0].filter).channelBandwidth, 30e9);
-    EXPECT_EQ(dynamic_cast<const DSO::Filters::SircFilter&>(*chain.Stages()[1].filter).channelBandwidth, 3.98e10);
+    EXPECT_EQ(dynamic_cast<const Filters::SircFilter&>(*chain.Stages()[0].filter).channelBandwidth, 30e9);
+    EXPECT_EQ(dynamic_cast<const Filters::SircFilter&>(*chain.Stages()[1].filter).channelBandwidth, 3.98e10);
 
-    std::string capture;
-    for (int k = 0; k < 64; ++k)
-        capture += k % 32 < 16 ? "0\n" : "1\n";
-    folder.Write("capture.txt", capture);
-    const auto stages = ReportOf(folder, "apply chain.json capture.txt -o out.txt")["stages"];
-    EXPECT_EQ(stages[1]["kernelLength"], 32);
-    EXPECT_FALSE(stages[0].contains("kernelLength"));
-    EXPECT_NEAR(stages[2]["mean"].get<double>(), 0.5, 1e-12);  // unit area
-    EXPECT_NE(folder.Read("err").find("taken as the sample interval"), std::string::npos);
+    std::vector<double> capture(64);
+    for (std::size_t k = 0; k < capture.size(); ++k)
+        capture[k] = k % 32 < 16 ? 0.0 : 1.0;
+    const ChainResult result = RunChain(chain, capture, "capture");
+    EXPECT_EQ(nlohmann::json::parse(result.stages[1].findings), (nlohmann::json{{"kernelLength", 32}}));
+    EXPECT_NEAR(result.stages[2].mean, 0.5, 1e-12);  // unit area
+    ASSERT_EQ(chain.Stages()[0].notes.size(), 1U);
+    EXPECT_NE(chain.Stages()[0].notes[0].find("taken as the sample interval"), std::string::npos);
 }
 
 }  // namespace
 
-}  // namespace Tarnwick::App
+}  // namespace Tarnwick::DSO::Workbench

@@ -5,12 +5,17 @@
 #include <cstdint>
 #include <cstring>
 
-#include "apps/files.h"
+#include "support/failures.h"
+#include "support/files.h"
 #include "workbench/failure.h"
 
-namespace Tarnwick::App {
+namespace Tarnwick::DSO::Workbench {
 
 namespace {
+
+using Testing::ExpectFailures;
+using Testing::FailureOf;
+using Testing::TestFolder;
 
 // A .npy file as NumPy writes it, values in the given order of bytes.
 template <typename Value>
@@ -123,4 +128,4 @@ TEST(WaveformWrite, ReadsBackExactlyInEveryFormat)
 
 }  // namespace
 
-}  // namespace Tarnwick::App
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,17 +1,30 @@
-// The commands, one file each. Each adds itself, with its options and help, to the program.
+// The commands of the program: one table, from which the program and its help are made; a file a command.
 #pragma once
+
+#include <span>
 
 #include <CLI/CLI.hpp>
 
 namespace Tarnwick::App {
 
-void AddApply(CLI::App& program);
-void AddSimulate(CLI::App& program);
-void AddInfo(CLI::App& program);
-void AddMeasure(CLI::App& program);
-void AddSweep(CLI::App& program);
-void AddResponse(CLI::App& program);
-void AddPresets(CLI::App& program);
-void AddTouchstone(CLI::App& program);
+struct Command {
+    const char* name;
+    const char* help;                       ///< one sentence without a full stop
+    const char* example;                    ///< the arguments of one call
+    void (*addOptions)(CLI::App& command);  ///< and what to do when it is called
+};
+
+/// In the order of the program's help.
+std::span<const Command> Commands();
+
+void AddApply(CLI::App& command);
+void AddChainKeys(CLI::App& command);
+void AddInfo(CLI::App& command);
+void AddMeasure(CLI::App& command);
+void AddPresets(CLI::App& command);
+void AddResponse(CLI::App& command);
+void AddSimulate(CLI::App& command);
+void AddSweep(CLI::App& command);
+void AddTouchstone(CLI::App& command);
 
 }  // namespace Tarnwick::App

@@ -12,8 +12,6 @@
 
 namespace Tarnwick::App {
 
-using namespace DSO::Workbench;
-
 /// [V] what the picture shows from bottom to top.
 struct VoltageRange {
     double low;
@@ -42,17 +40,17 @@ EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double p
 /// @param range  holds all samples
 /// @throws DataFailure  as for DrawPng; a sample is not finite
 void DrawEye(const std::filesystem::path& path, std::span<const double> samples, double samplesPerUi,
-             const EyeReport& report, VoltageRange range, const std::string& title);
+             const DSO::Workbench::EyeReport& report, VoltageRange range, const std::string& title);
 
 /// One eye of a sheet.
 struct EyeTile {
     std::string title;
     std::optional<double> smallestHeight;  ///< [V] over its eyes; none: there are none
     EyeImage image;                        ///< without cells: none
-    bool isBest;                           ///< stands in a bright frame
+    bool isBest;                           ///< drawn in a bright frame
 };
 
-/// Where the tiles of a sheet stand.
+/// How the tiles of a sheet are laid out.
 struct SheetGrid {
     std::size_t rows;
     std::size_t columns;

@@ -85,7 +85,7 @@ public:
     /// @throws std::invalid_argument  "invalid stod argument": a token that is no number; or a line with too few tokens or
     ///                                a frequency that is NaN, with file and line
     /// @throws std::out_of_range      "stod argument out of range"
-    std::map<double, std::complex<double>> loadSparamFile(std::string fileName, PortOrderS4P portOrder);
+    virtual std::map<double, std::complex<double>> loadSparamFile(std::string fileName, PortOrderS4P portOrder);
 
     /// ReadDB, ReadMA with a linear magnitude or, for any other format, ReadRI.
     std::complex<double> ReadAmplitude(AmplitudeFormat format, double a, double b);

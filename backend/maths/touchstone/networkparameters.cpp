@@ -1,12 +1,16 @@
-#include "workbench/networkparameters.h"
+#include "maths/touchstone/networkparameters.h"
 
 #include <cmath>
 
 #include <Eigen/LU>
 
-namespace Tarnwick::DSO::Workbench {
+namespace Tarnwick::DSO::Maths {
+
+namespace {
 
 using Complex = std::complex<double>;
+
+}  // namespace
 
 std::optional<std::vector<Complex>> ScatteringFrom(char kind, std::span<const Complex> values)
 {
@@ -15,12 +19,12 @@ std::optional<std::vector<Complex>> ScatteringFrom(char kind, std::span<const Co
     const bool isHybrid = kind == 'H' || kind == 'G';
     if (isHybrid && ports != 2)
         return std::nullopt;
-    const Matrix given = Eigen::Map<const Matrix>(values.data(), ports, ports);
+    const Matrix parameters = Eigen::Map<const Matrix>(values.data(), ports, ports);
     const Matrix identity = Matrix::Identity(ports, ports);
-    const Eigen::FullPivLU<Matrix> sum(given + identity);
+    const Eigen::FullPivLU<Matrix> sum(parameters + identity);
     if (!sum.isInvertible())
         return std::nullopt;
-    Matrix scattering = sum.solve(given - identity);
+    Matrix scattering = sum.solve(parameters - identity);
     for (Eigen::Index port = 0; port < ports; ++port) {
         const bool drivenByVoltage = isHybrid ? (kind == 'G') == (port == 0) : kind == 'Y';
         if (drivenByVoltage)
@@ -29,4 +33,4 @@ std::optional<std::vector<Complex>> ScatteringFrom(char kind, std::span<const Co
     return std::vector<Complex>(scattering.data(), scattering.data() + scattering.size());
 }
 
-}  // namespace Tarnwick::DSO::Workbench
+}  // namespace Tarnwick::DSO::Maths

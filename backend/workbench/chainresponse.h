@@ -1,20 +1,19 @@
 // What each filter of a chain, and the whole chain, does to an impulse.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
-
+#include "framework/export.h"
 #include "workbench/chain.h"
 #include "workbench/correctedchannel.h"
 #include "workbench/transferfunction.h"
 
-namespace Tarnwick::App {
-
-using namespace DSO::Workbench;
+namespace Tarnwick::DSO::Workbench {
 
 /// A record that holds one impulse.
 struct ImpulseRecord {
@@ -25,32 +24,34 @@ struct ImpulseRecord {
 };
 
 /// The record that a chain file's device describes: one repetition, or as many as it says.
-/// @param name  the file's, for messages
 /// @throws UsageFailure  a size or the symbol rate is missing or out of range, naming the key
-ImpulseRecord RecordFor(const nlohmann::json& file, const std::string& name);
+TARNWICK_WORKBENCH_API ImpulseRecord ImpulseRecordFor(const ChainFile& file);
 
 struct FilterResponse {
-    std::string label;  ///< where it stands in the file, from 0, and its type: "1 ctle"
+    std::string label;  ///< its place in the file, from 0, and its type: "1 ctle"
     TransferFunction function;
     std::size_t index = 0;                    ///< among all filters of the file
     std::optional<CorrectedChannel> channel;  ///< of a SiRC filter
 };
 
-struct ChainResponse {
+struct TARNWICK_WORKBENCH_API ChainResponse {
     double symbolRate = 0.0;  ///< [Hz]
     double samplesPerUi = 0.0;
     std::vector<FilterResponse> filters;
-    TransferFunction whole;            ///< of one filter behind the other
+    TransferFunction whole;            ///< of all filters in a row
     std::vector<std::string> leftOut;  ///< labels of the filters that decide or adapt; the whole is without them
+
+    /// The filters in their order, then the whole, labelled "whole".
+    void ForEach(const std::function<void(const std::string& label, const TransferFunction& function)>& visit) const;
 };
 
 /// Runs a unit impulse in the record's first repetition through every filter, and through all of them; the responses are
-/// those of that repetition. The filters are the only source: no formula of a filter is used.
+/// those of that repetition. The filters themselves are the only source: none of their formulas is used.
 /// @param symbolRate  [Hz]
-/// @param name        the chain file's, for messages
+/// @param begin       is told each filter's type, then "whole", before it runs; may be empty
 /// @throws UsageFailure  a filter refuses its settings
 /// @throws DataFailure   a filter refuses the record or its files
-ChainResponse MeasureResponse(std::span<Stage> stages, const ImpulseRecord& record, double symbolRate,
-                              const std::string& name);
+TARNWICK_WORKBENCH_API ChainResponse MeasureResponse(Chain& chain, const ImpulseRecord& record, double symbolRate,
+                                                     const std::function<void(const std::string& what)>& begin = {});
 
-}  // namespace Tarnwick::App
+}  // namespace Tarnwick::DSO::Workbench

@@ -6,7 +6,9 @@
 #include <span>
 #include <vector>
 
-namespace Tarnwick::DSO::Workbench {
+#include "framework/export.h"
+
+namespace Tarnwick::DSO::Maths {
 
 /// S of a network of n ports, all of one reference resistance, from its impedances (Z), admittances (Y) or, of a two-port,
 /// its hybrid (H) or inverse hybrid parameters (G), normalised to that resistance as Touchstone files up to version 1.1 are:
@@ -15,8 +17,8 @@ namespace Tarnwick::DSO::Workbench {
 /// (1994), written for normalised parameters; EIA/IBIS Open Forum, "Touchstone File Format Specification", rev. 1.1.
 /// @param kind    'Z', 'Y', 'H' or 'G'
 /// @param values  n x n, row by row
-/// @return row by row; nothing where there is none: P + I is singular, or H or G are not of a two-port
-std::optional<std::vector<std::complex<double>>> ScatteringFrom(char kind,
-                                                                std::span<const std::complex<double>> values);
+/// @return row by row; nothing when P + I is singular, or H or G are not those of a two-port
+TARNWICK_FRAMEWORK_API std::optional<std::vector<std::complex<double>>> ScatteringFrom(
+    char kind, std::span<const std::complex<double>> values);
 
-}  // namespace Tarnwick::DSO::Workbench
+}  // namespace Tarnwick::DSO::Maths

@@ -1,17 +1,15 @@
-#include "commands/info.h"
-
-#include <cmath>
+#include "workbench/acquisition.h"
 
 #include <gtest/gtest.h>
 
-#include "commands/simulate.h"
 #include "workbench/pattern.h"
+#include "workbench/simulation.h"
 
-namespace Tarnwick::App {
+namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-TEST(Info, FindsTimingAndOpenLevelsOfSimulatedCaptures)
+TEST(Acquisition, FindsTimingAndOpenLevelsOfSimulatedCaptures)
 {
     const struct {
         const char* label;
@@ -35,29 +33,31 @@ TEST(Info, FindsTimingAndOpenLevelsOfSimulatedCaptures)
         const auto samplesPerUi = FindSamplesPerUi(samples);
         ASSERT_TRUE(samplesPerUi);
         EXPECT_EQ(samplesPerUi->value, row.settings.samplesPerUi);
-        const auto period = FindPeriod(samples, 1.5 * samplesPerUi->value);
+        const auto period = FindPeriod(samples, samplesPerUi->value);
         ASSERT_TRUE(period);
         EXPECT_EQ(period->value, static_cast<double>(levels.size()) * row.settings.samplesPerUi);
+        EXPECT_EQ(FindPatternLengthUi(samples, samplesPerUi->value), static_cast<int>(levels.size()));
         if (row.settings.lossDb == 0.0) {  // behind the line the eyes are closed
             EXPECT_EQ(FindLevels(samples, samplesPerUi->value).size(),
                       static_cast<std::size_t>(LevelCount(row.coding)));
+            EXPECT_EQ(FindCoding(samples, samplesPerUi->value), row.coding);
         }
     }
 }
 
-TEST(Info, FindsNothingWhereThereIsNothing)
+TEST(Acquisition, FindsNothingWhereThereIsNothing)
 {
     const std::vector<double> white = Simulate(std::vector<int>(1000, 0), 2, {.amplitude = 0.0, .noiseRms = 1.0});
     EXPECT_FALSE(FindSamplesPerUi(white));
-    EXPECT_FALSE(FindPeriod(white, 24.0));
+    EXPECT_FALSE(FindPeriod(white, 16.0));
     const std::vector<double> constant(5000, 0.5);
     EXPECT_FALSE(FindSamplesPerUi(constant));
-    EXPECT_FALSE(FindPeriod(constant, 24.0));
+    EXPECT_FALSE(FindPeriod(constant, 16.0));
     EXPECT_FALSE(FindSamplesPerUi(std::vector<double>(3, 1.0)));
     const auto once = Simulate(LevelsOf(PrbsSymbols(9, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2, {});
-    EXPECT_FALSE(FindPeriod(once, 24.0));
+    EXPECT_FALSE(FindPeriod(once, 16.0));
 }
 
 }  // namespace
 
-}  // namespace Tarnwick::App
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,0 +1,29 @@
+#include "commands/commands.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+constexpr Command kCommands[] = {
+    {"apply", "Run a capture through a chain of filters", "chain.json capture.csv -o filtered.csv --eye eye", AddApply},
+    {"simulate", "Write a synthetic capture", "-o capture.csv --loss 6 --noise 0.01 --repetitions 4 --chain chain.json",
+     AddSimulate},
+    {"info", "Tell what a capture holds", "capture.csv", AddInfo},
+    {"measure", "Measure levels, eyes, RLM and, for PAM4, TDECQ of a capture", "capture.csv --coding PAM4", AddMeasure},
+    {"sweep", "Rank settings of a chain by the eyes behind it",
+     "chain.json capture.csv --over filters.1.cutoffPercent=50:100:5", AddSweep},
+    {"response", "Show what the filters of a chain do to a spectrum", "chain.json -o response", AddResponse},
+    {"presets", "List the presets of the CTLE", "--json", AddPresets},
+    {"touchstone", "Show an S-parameter file, and where the de-embedding filter reads it otherwise than it is meant",
+     "fixture.s4p --normalise clean.s4p -o fixture", AddTouchstone},
+    {"chain-keys", "List the keys of a chain file with units and defaults", "--markdown", AddChainKeys},
+};
+
+}  // namespace
+
+std::span<const Command> Commands()
+{
+    return kCommands;
+}
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,59 @@
+#include "workbench/captures.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <limits>
+
+#include <fmt/format.h>
+
+#include "workbench/failure.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+Waveform ReadCapture(const CaptureSource& source)
+{
+    constexpr std::size_t kMostSamples = std::numeric_limits<std::int32_t>::max();
+    Waveform capture = ReadWaveform(source.name, source.skipLines);
+    if (!source.minus.empty()) {
+        const Waveform minus = ReadWaveform(source.minus, source.skipLines);
+        if (minus.samples.size() != capture.samples.size())
+            throw DataFailure(fmt::format("{}: has {} samples; expected {}, as {} has", source.minus,
+                                          minus.samples.size(), capture.samples.size(), source.name));
+        std::transform(capture.samples.begin(), capture.samples.end(), minus.samples.begin(), capture.samples.begin(),
+                       std::minus<>());
+        capture.notes.insert(capture.notes.end(), minus.notes.begin(), minus.notes.end());
+    }
+    if (capture.samples.size() > kMostSamples)
+        throw DataFailure(
+            fmt::format("{}: has {} samples; expected at most {}", source.name, capture.samples.size(), kMostSamples));
+    return capture;
+}
+
+std::optional<std::string> IntervalNote(const Waveform& capture, const Chain& chain, const std::string& name)
+{
+    constexpr double kTolerance = 0.01;  // times in a text file are rounded
+    const double symbolRateGBd = chain.Device().baudRateGBd;
+    const double ofTimes = 1e-9 / (symbolRateGBd * capture.interval);
+    if (!std::isfinite(ofTimes) || std::abs(ofTimes - chain.SamplesPerUi()) <= kTolerance * ofTimes)
+        return std::nullopt;
+    return fmt::format("{}: its times give {:.4g} samples per UI at {} GBd; {} says {:.4g}", name, ofTimes,
+                       symbolRateGBd, chain.Name(), chain.SamplesPerUi());
+}
+
+std::optional<std::string> KeepWholeRepetitions(std::vector<double>& samples, const Chain& chain,
+                                                const std::string& name)
+{
+    const DeviceConfiguration& device = chain.Device();
+    const std::int64_t period = std::int64_t{device.samplesPerUi} * device.patternLengthUi;
+    if (device.useFractionalSampling || period < 1 || static_cast<std::int64_t>(samples.size()) < period)
+        return std::nullopt;
+    const std::size_t rest = samples.size() % static_cast<std::size_t>(period);
+    if (rest == 0)
+        return std::nullopt;
+    samples.resize(samples.size() - rest);
+    return fmt::format("{}: {} samples after the last whole repetition are left out", name, rest);
+}
+
+}  // namespace Tarnwick::DSO::Workbench

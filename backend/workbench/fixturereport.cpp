@@ -1,0 +1,289 @@
+#include "workbench/fixturereport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <set>
+#include <vector>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "maths/touchstone/touchstone.h"
+#include "workbench/plumbing/text.h"
+#include "workbench/units.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+using Filters::TouchstoneDifference;
+using Filters::TouchstoneReport;
+using nlohmann::ordered_json;
+
+constexpr std::size_t kMostKindsInText = 20;
+constexpr std::size_t kMostDifferencesInJson = 10000;
+constexpr std::size_t kTableRows = 9;
+constexpr double kEqualSteps = 1e-6;  // steps that differ by less than this part of the largest count as equal
+
+std::string PortsText(std::optional<FixtureKind> kind)
+{
+    if (!kind)
+        return "another number of ports than 1, 2 or 4";
+    switch (*kind) {
+        case FixtureKind::Table: return "table";
+        case FixtureKind::OnePort: return "1 port";
+        case FixtureKind::TwoPort: return "2 ports";
+        case FixtureKind::FourPort: break;
+    }
+    return "4 ports";
+}
+
+ordered_json PortCount(std::optional<FixtureKind> kind)
+{
+    if (!kind || *kind == FixtureKind::Table)
+        return nullptr;
+    return *kind == FixtureKind::OnePort ? 1 : *kind == FixtureKind::TwoPort ? 2 : 4;
+}
+
+const char* PairsText(int portOrder)
+{
+    return portOrder == 0 ? "pairs 1, 2 and 3, 4" : "pairs 1, 3 and 2, 4";
+}
+
+struct FrequencySteps {
+    double smallest = 0.0;  // [Hz]
+    double largest = 0.0;   // [Hz]
+};
+
+FrequencySteps StepsOf(const FixtureTransmission& transmission)
+{
+    FrequencySteps steps;
+    for (auto next = transmission.begin(); next != transmission.end() && std::next(next) != transmission.end();) {
+        const double before = next->first;
+        const double step = (++next)->first - before;
+        steps.smallest = steps.largest == 0.0 ? step : std::min(steps.smallest, step);
+        steps.largest = std::max(steps.largest, step);
+    }
+    return steps;
+}
+
+std::string RangeText(const FixtureTransmission& transmission)
+{
+    if (transmission.empty())
+        return "no points";
+    const double first = transmission.begin()->first / kGiga;
+    if (transmission.size() == 1)
+        return fmt::format("1 point at {:.6g} GHz; the filter needs two", first);
+    std::string text = fmt::format("{} points from {:.6g} to {:.6g} GHz", transmission.size(), first,
+                                   transmission.rbegin()->first / kGiga);
+    const FrequencySteps steps = StepsOf(transmission);
+    if (steps.largest > 0.0)
+        text += steps.largest - steps.smallest <= kEqualSteps * steps.largest
+                    ? fmt::format(", steps of {:.6g} GHz", steps.largest / kGiga)
+                    : fmt::format(", steps of {:.6g} to {:.6g} GHz", steps.smallest / kGiga, steps.largest / kGiga);
+    return text;
+}
+
+std::string OptionText(const OptionLine& options)
+{
+    return fmt::format("{}: {}, {}-parameters, {}, reference {}",
+                       options.line > 0 ? fmt::format("options in line {}", options.line)
+                                        : std::string("no option line, so by default"),
+                       options.frequencyUnit, options.parameter, options.numberFormat, options.reference);
+}
+
+// Of the data as they are meant, whether or not the filter reads them so.
+std::string AtZeroText(FixtureTransmission plain)
+{
+    if (plain.contains(0.0))
+        return "at 0 Hz: in the data";
+    if (Maths::AddDcPoint(plain))
+        return fmt::format(
+            "at 0 Hz: no data; the second frequency is twice the first, so the filter puts {:.6g} there, the magnitude "
+            "at the first",
+            plain.begin()->second.real());
+    return "at 0 Hz: no data, and the second frequency is not exactly twice the first; the filter extrapolates";
+}
+
+std::string ThroughText(const ThroughPath& through)
+{
+    if (!through.order)
+        return fmt::format("through path: not clear; port order 1 carries {:.2f} dB more than 0", through.leadDb);
+    return fmt::format("through path: port order {} ({}), {:.1f} dB above the other", static_cast<int>(*through.order),
+                       PairsText(*through.order), std::abs(through.leadDb));
+}
+
+// Evenly spread over the first curve's frequencies, its first and last among them.
+std::vector<double> TableFrequencies(std::span<const TransmissionCurve> curves)
+{
+    if (curves.empty())
+        return {};
+    const std::vector<double>& all = curves.front().frequency;
+    const std::size_t count = std::min(kTableRows, all.size());
+    std::vector<double> chosen;
+    for (std::size_t k = 0; k < count; ++k)
+        chosen.push_back(all[count == 1 ? 0 : k * (all.size() - 1) / (count - 1)]);
+    return chosen;
+}
+
+// Where a curve has a value at exactly this frequency.
+std::optional<std::size_t> IndexOf(const TransmissionCurve& curve, double frequency)
+{
+    const auto at = std::lower_bound(curve.frequency.begin(), curve.frequency.end(), frequency);
+    if (at == curve.frequency.end() || *at != frequency)
+        return std::nullopt;
+    return static_cast<std::size_t>(at - curve.frequency.begin());
+}
+
+// Between -180 and 180 degrees.
+double Wrapped(double degrees)
+{
+    return WithoutNegativeZero(std::remainder(degrees, 360.0));
+}
+
+std::string ValueTable(std::span<const TransmissionCurve> curves)
+{
+    if (curves.empty())
+        return "";
+    std::string text = fmt::format("\n{:>10}", "");
+    for (const TransmissionCurve& curve : curves)
+        text += fmt::format("  {:>23}", curve.name);
+    text += fmt::format("\n{:>10}", "GHz");
+    for (std::size_t k = 0; k < curves.size(); ++k)
+        text += fmt::format("  {:>12} {:>10}", "dB", "deg");
+    text += "\n";
+    for (const double frequency : TableFrequencies(curves)) {
+        text += fmt::format("{:>10.5g}", frequency / kGiga);
+        for (const TransmissionCurve& curve : curves) {
+            if (const auto k = IndexOf(curve, frequency))
+                text += fmt::format("  {:>12.4f} {:>10.3f}", curve.magnitudeDb[*k], Wrapped(curve.phaseDeg[*k]));
+            else
+                text += fmt::format("  {:>12} {:>10}", "-", "-");
+        }
+        text += "\n";
+    }
+    return text;
+}
+
+ordered_json DifferencesToJson(const std::vector<TouchstoneDifference>& differences)
+{
+    ordered_json list = ordered_json::array();
+    for (std::size_t k = 0; k < std::min(differences.size(), kMostDifferencesInJson); ++k)
+        list.push_back(
+            {{"line", differences[k].line}, {"token", differences[k].token}, {"reason", differences[k].reason}});
+    return list;
+}
+
+ordered_json KindsToJson(const std::vector<TouchstoneDifference>& differences)
+{
+    ordered_json list = ordered_json::array();
+    for (const DifferenceKind& kind : KindsOf(differences))
+        list.push_back({{"reason", kind.first.reason},
+                        {"count", kind.count},
+                        {"firstLine", kind.first.line},
+                        {"lastLine", kind.lastLine}});
+    return list;
+}
+
+ordered_json ValuesToJson(std::span<const TransmissionCurve> curves)
+{
+    ordered_json list = ordered_json::array();
+    for (const double frequency : TableFrequencies(curves)) {
+        ordered_json row = {{"frequencyHz", frequency}};
+        for (const TransmissionCurve& curve : curves)
+            if (const auto k = IndexOf(curve, frequency))
+                row[curve.name] = {{"magnitudeDb", curve.magnitudeDb[*k]}, {"phaseDeg", Wrapped(curve.phaseDeg[*k])}};
+        list.push_back(std::move(row));
+    }
+    return list;
+}
+
+}  // namespace
+
+std::string FixtureAsText(const FixtureFile& file, const std::string& name)
+{
+    const TouchstoneReport& report = file.Report();
+    std::string text = fmt::format("{}: {}, {}\n", name, PortsText(file.kind), RangeText(report.plain));
+    if (file.options)
+        text += Printable(OptionText(*file.options)) + "\n";
+    if (report.plain.size() > 1)
+        text += AtZeroText(report.plain) + "\n";
+    if (file.IsReadAsMeant()) {
+        text += "the filter reads it as it is meant\n";
+    } else {
+        text += fmt::format(
+            "the filter {}reads it otherwise than it is meant:\n",
+            report.readFailure.empty() ? "" : fmt::format("refuses it in line {}, and ", report.readFailureLine));
+        const std::vector<DifferenceKind> kinds = KindsOf(file.differences);
+        for (std::size_t k = 0; k < std::min(kinds.size(), kMostKindsInText); ++k)
+            text += fmt::format("    {}\n", TextOf(kinds[k]));
+        if (kinds.size() > kMostKindsInText)
+            text +=
+                fmt::format("    {} more kinds of difference; --json lists them\n", kinds.size() - kMostKindsInText);
+    }
+    if (file.through)
+        text += ThroughText(*file.through) + "\n";
+    return text + ValueTable(CurvesOf(file));
+}
+
+std::string FixtureAsJson(const FixtureFile& file, const std::string& name, const std::string& normalised)
+{
+    const TouchstoneReport& report = file.Report();
+    ordered_json json = {{"file", name}, {"ports", PortCount(file.kind)}, {"quantity", QuantityOf(file.kind)}};
+    if (file.options)
+        json["options"] = {{"line", file.options->line},
+                           {"unit", file.options->frequencyUnit},
+                           {"parameter", std::string(1, file.options->parameter)},
+                           {"format", file.options->numberFormat},
+                           {"reference", file.options->reference}};
+    json["points"] = report.plain.size();
+    if (!report.plain.empty()) {
+        const FrequencySteps steps = StepsOf(report.plain);
+        json["firstHz"] = report.plain.begin()->first;
+        json["lastHz"] = report.plain.rbegin()->first;
+        json["smallestStepHz"] = steps.smallest;
+        json["largestStepHz"] = steps.largest;
+    }
+    json["atZeroHz"] = {{"inData", report.plain.contains(0.0)},
+                        {"madeByFilter", file.madeAtZero ? ordered_json(*file.madeAtZero) : ordered_json()}};
+    json["readAsMeant"] = file.IsReadAsMeant();
+    json["plainFailure"] = report.plainFailure;
+    json["readFailure"] = report.readFailure;
+    json["readFailureLine"] = report.readFailureLine;
+    json["differenceKinds"] = KindsToJson(file.differences);
+    json["differences"] = DifferencesToJson(file.differences);
+    json["differencesLeftOut"] = file.differences.size() - std::min(file.differences.size(), kMostDifferencesInJson);
+    if (file.through)
+        json["throughPath"] = {
+            {"portOrder", file.through->order ? ordered_json(static_cast<int>(*file.through->order)) : ordered_json()},
+            {"leadDb", file.through->leadDb}};
+    json["values"] = ValuesToJson(CurvesOf(file));
+    if (!normalised.empty())
+        json["normalised"] = normalised;
+    return json.dump(2, ' ', false, ordered_json::error_handler_t::replace);
+}
+
+std::string TransmissionColumns(std::span<const TransmissionCurve> curves)
+{
+    std::set<double> frequencies;
+    fmt::memory_buffer text;
+    fmt::format_to(std::back_inserter(text), "frequencyHz");
+    for (const TransmissionCurve& curve : curves) {
+        fmt::format_to(std::back_inserter(text), ",\"{0} magnitude [dB]\",\"{0} phase [deg]\"", curve.name);
+        frequencies.insert(curve.frequency.begin(), curve.frequency.end());
+    }
+    for (const double frequency : frequencies) {
+        fmt::format_to(std::back_inserter(text), "\n{}", frequency);
+        for (const TransmissionCurve& curve : curves) {
+            const auto k = IndexOf(curve, frequency);
+            const bool isFinite = k && std::isfinite(curve.magnitudeDb[*k]);
+            fmt::format_to(std::back_inserter(text), ",{},{}", isFinite ? fmt::to_string(curve.magnitudeDb[*k]) : "",
+                           isFinite ? fmt::to_string(curve.phaseDeg[*k]) : "");
+        }
+    }
+    text.push_back('\n');
+    return fmt::to_string(text);
+}
+
+}  // namespace Tarnwick::DSO::Workbench

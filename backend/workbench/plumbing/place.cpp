@@ -1,0 +1,73 @@
+#include "workbench/plumbing/place.h"
+
+#include <cmath>
+#include <limits>
+
+#include <nlohmann/json.hpp>
+
+#include "workbench/chain.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+using nlohmann::json;
+
+double RealFrom(const json& value, const Place& place)
+{
+    if (!value.is_number())
+        place.Fail(fmt::format("is {}; expected a number", value.dump()));
+    return value.get<double>();
+}
+
+std::int32_t IntegerFrom(const json& value, const Place& place)
+{
+    if (!value.is_number_integer())
+        place.Fail(fmt::format("is {}; expected a whole number", value.dump()));
+    const auto wide = value.get<double>();
+    if (std::abs(wide) > std::numeric_limits<std::int32_t>::max())
+        place.Fail(fmt::format("is {}; expected at most {}", value.dump(), std::numeric_limits<std::int32_t>::max()));
+    return value.get<std::int32_t>();
+}
+
+bool FlagFrom(const json& value, const Place& place)
+{
+    if (!value.is_boolean())
+        place.Fail(fmt::format("is {}; expected true or false", value.dump()));
+    return value.get<bool>();
+}
+
+std::string TextFrom(const json& value, const Place& place)
+{
+    if (!value.is_string())
+        place.Fail(fmt::format("is {}; expected a text", value.dump()));
+    return value.get<std::string>();
+}
+
+std::vector<double> NumbersFrom(const json& value, const Place& place)
+{
+    if (!value.is_array())
+        place.Fail(fmt::format("is {}; expected a list of numbers", value.dump()));
+    std::vector<double> numbers;
+    for (const json& each : value)
+        numbers.push_back(RealFrom(each, place.Below(std::to_string(numbers.size()))));
+    return numbers;
+}
+
+const json& ObjectFrom(const json& value, const Place& place)
+{
+    if (!value.is_object())
+        place.Fail(fmt::format("is {}; expected an object", value.type_name()));
+    return value;
+}
+
+std::filesystem::path FileFrom(const json& value, const Place& place)
+{
+    return std::filesystem::path(place.file).parent_path() / TextFrom(value, place);
+}
+
+void RefuseUnknownKey(const std::string& name, const std::vector<std::string>& known, const Place& place)
+{
+    place.Below(name).Fail<UnknownKeyFailure>(
+        fmt::format("is not a known key; the nearest one is \"{}\"", Nearest(name, known)));
+}
+
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,0 +1,103 @@
+// What a type of stage consists of, and what the files of stages/ have in common.
+#pragma once
+
+#include <exception>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "workbench/chain.h"
+#include "workbench/plumbing/fields.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+/// A stage as its settings describe it, before the files that they name are read.
+struct StagePlan {
+    Stage stage;  ///< with its parameters, without its filter
+    /// Samples whose memory the filter takes, whatever the record, and the settings that make it so.
+    double claimedSamples = 0.0;
+    const char* claimedBy = "";
+    /// Reads the files and makes the filter.
+    /// @throws UsageFailure  @throws DataFailure  naming the place or the file
+    std::function<void(Stage& stage)> complete;
+};
+
+struct StageType {
+    const char* name;  ///< as in the file
+    const char* meaning;
+    /// Its own keys, without those that every filter takes.
+    std::vector<ChainKey> (*keys)();
+    std::unique_ptr<SystemFramework::BaseFilterParameters> (*defaults)();
+    /// @param config  of the chain; outlives the stage
+    StagePlan (*plan)(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config);
+};
+
+/// The keys that every filter takes.
+const std::vector<Field<SystemFramework::BaseFilterParameters>>& CommonFields();
+
+/// Sets the parameters' fields from the keys.
+template <typename Parameters>
+void ReadSettings(Parameters& parameters, const std::vector<Field<Parameters>>& own, const nlohmann::json& settings,
+                  const Place& place)
+{
+    for (const auto& [name, value] : settings.items()) {
+        const Place here = place.Below(name);
+        if (const auto* field = FindField(own, name)) {
+            SetField(parameters, *field, value, here);
+        } else if (const auto* common = FindField(CommonFields(), name)) {
+            SetField<SystemFramework::BaseFilterParameters>(parameters, *common, value, here);
+        } else {
+            std::vector<std::string> known;
+            AppendNames(own, known);
+            AppendNames(CommonFields(), known);
+            RefuseUnknownKey(name, known, place);
+        }
+    }
+}
+
+/// Makes the stage's filter on its parameters, which it may refuse.
+template <typename Filter, typename Parameters>
+Filter& MakeFilter(Stage& stage, Parameters& parameters, const Place& place)
+{
+    std::unique_ptr<Filter> filter;
+    try {
+        filter = std::make_unique<Filter>(&parameters);
+    } catch (const std::exception& failure) {
+        place.Fail(failure.what());
+    }
+    Filter& made = *filter;
+    stage.filter = std::move(filter);
+    return made;
+}
+
+/// The plan of a filter that reads no files and finds nothing, on parameters that have read their settings.
+template <typename Filter, typename Parameters>
+StagePlan PlanOf(std::unique_ptr<Parameters> parameters, const Place& place)
+{
+    StagePlan plan;
+    plan.complete = [&own = *parameters, place](Stage& stage) { MakeFilter<Filter>(stage, own, place); };
+    plan.stage.parameters = std::move(parameters);
+    return plan;
+}
+
+/// Setter for the list of an equaliser's taps.
+template <typename Parameters>
+void SetTaps(Parameters& parameters, const nlohmann::json& value, const Place& place)
+{
+    parameters.taps = NumbersFrom(value, place);
+}
+
+/// With manual taps there are as many as are given, unless the settings say otherwise.
+template <typename Parameters>
+void CountManualTaps(Parameters& parameters, const nlohmann::json& settings)
+{
+    if (parameters.useManualTaps && !settings.contains("numberOfTaps"))
+        parameters.numberOfTaps = static_cast<std::int32_t>(parameters.taps.size());
+}
+
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,0 +1,36 @@
+// Texts in parts.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Tarnwick::DSO::Workbench {
+
+/// The parts between separators, empty ones among them; always at least one.
+std::vector<std::string> SplitAt(std::string_view text, char separator);
+
+/// The words between blanks of any kind.
+std::vector<std::string> WordsOf(std::string_view text);
+
+/// A text line by line.
+class LineCursor {
+public:
+    explicit LineCursor(std::string_view text) : rest_(text) {}
+
+    /// The next line without its newline, and without a carriage return before that; nothing at the end.
+    std::optional<std::string_view> Next();
+    /// Of the line read last, counted from 1.
+    std::size_t Number() const { return number_; }
+
+private:
+    std::string_view rest_;
+    std::size_t number_ = 0;
+};
+
+/// 0 in place of a value that rounds to zero at three decimals and would be printed as "-0.000".
+double WithoutNegativeZero(double value);
+
+}  // namespace Tarnwick::DSO::Workbench

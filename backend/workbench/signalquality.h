@@ -1,0 +1,49 @@
+// What a captured multilevel signal is worth: levels, their mismatch, eyes, TDECQ.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "framework/export.h"
+#include "workbench/acquisition.h"
+#include "workbench/eye.h"
+#include "workbench/symbols.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+/// Ratio of level mismatch of four levels, 1 for evenly spaced ones:
+///     min(3 ES1, 3 ES2, 2 - 3 ES1, 2 - 3 ES2),  ES1 = (mid - V1)/(mid - V0), ES2 = (V2 - mid)/(V3 - mid)
+/// with mid half way between V0 and V3. Source: IEEE 802.3 clause 120D.3.1.2, R_LM.
+TARNWICK_WORKBENCH_API double LevelMismatchRatio(std::span<const double> levels);
+
+/// The symbol-spaced reference equaliser of least TDECQ. Source: IEEE 802.3 clause 121.8.5.
+struct ReferenceEqualiser {
+    std::vector<double> taps;     ///< sum 1
+    std::size_t mainCursor = 0;   ///< index of the largest tap
+    bool leavesEyeClosed = true;  ///< then there is no TDECQ
+    double tdecqDb = 0.0;
+    double oma = 0.0;        ///< [V] outer modulation amplitude behind it
+    double noiseRms = 0.0;   ///< [V] that could be added behind it up to the target symbol error ratio
+    double noiseGain = 0.0;  ///< C_eq: of the noise behind the reference receiver
+};
+
+struct SignalQuality {
+    EyeReport eye;                             ///< of the samples as they are; without eyes when they are closed
+    std::optional<FoundSymbols> symbols;       ///< none when the pattern's length is not known, or they are not found
+    std::optional<double> levelMismatchRatio;  ///< of PAM4
+    std::optional<ReferenceEqualiser> equaliser;  ///< of PAM4
+    std::string whyNoTdecq;                       ///< why there is no equaliser
+};
+
+/// @param samples       one whole period or more
+/// @param signal        without the pattern's length there are neither symbols nor TDECQ
+/// @param numberOfTaps  of the reference equaliser
+/// @param name          the capture's, for messages
+TARNWICK_WORKBENCH_API SignalQuality MeasureSignalQuality(std::span<const double> samples,
+                                                          const SignalDescription& signal, int numberOfTaps,
+                                                          const std::string& name);
+
+}  // namespace Tarnwick::DSO::Workbench

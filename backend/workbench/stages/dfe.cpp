@@ -1,0 +1,81 @@
+#include <cmath>
+
+#include "filters/filters/dfefilter.h"
+#include "maths/equalisers/decisionfeedback.h"
+#include "workbench/decisions.h"
+#include "workbench/pattern.h"
+#include "workbench/plumbing/device.h"
+#include "workbench/stages/stages.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+using P = Filters::DFEFilterParameters;
+
+const std::vector<Field<P>>& Fields()
+{
+    constexpr const char* kFromDevice = "taken from the device; no effect here";
+    static const std::vector<Field<P>> fields = {
+        {"numberOfTaps", &P::numberOfTaps, "", "how many taps; 0 leaves the samples as they are",
+         "0; with `useManualTaps` as many as `taps` has"},
+        {"useManualTaps", &P::useManualTaps, "", "`taps` and `samplingDelayPs` are used; otherwise they are found"},
+        {"taps", Setter<P>{&SetTaps<P>, "list of numbers"}, "main cursors",
+         "what a symbol leaves in the symbols 1, 2, ... UI later", "none"},
+        {"samplingDelayPs", &P::samplingDelayPs, "ps", "from the start of a repetition to its first decision"},
+        {"samplesPerUi", &P::samplesPerUi, "samples", kFromDevice},
+        {"withoutGrayCoding", &P::withoutGrayCoding, "", kFromDevice},
+    };
+    return fields;
+}
+
+// Decisions and errors behind the filter, where the pattern's symbols are known. Without taps to find there is no
+// sampling delay either.
+nlohmann::json DecisionsOf(const P& parameters, const DeviceConfiguration& config, std::span<const double> filtered)
+{
+    const int levelCount = LevelCount(config.signalCoding);
+    const bool hasDelay = parameters.useManualTaps || parameters.numberOfTaps > 0;
+    if (!hasDelay || levelCount == 0 || config.patternSymbols.empty() ||
+        config.patternSymbols.size() != static_cast<std::size_t>(config.patternLengthUi))
+        return nlohmann::json::object();
+    const double samples =
+        Maths::SamplesFromDelay(parameters.samplingDelayPs, parameters.samplesPerUi, config.baudRateGBd);
+    const double delay = std::fmod(samples, parameters.samplesPerUi);
+    const DecisionCount count =
+        CountDecisions(filtered, LevelsOf(config.patternSymbols, config.signalCoding, config.withoutGrayCoding),
+                       levelCount, SamplesPerUiOf(config), delay < 0.0 ? delay + parameters.samplesPerUi : delay);
+    return {{"decisions", count.decisions}, {"errors", count.errors}};
+}
+
+std::string Findings(const P& parameters, const DeviceConfiguration& config, std::span<const double> filtered)
+{
+    nlohmann::json findings = {{"taps", parameters.taps}, {"samplingDelayPs", parameters.samplingDelayPs}};
+    findings.update(DecisionsOf(parameters, config, filtered));
+    return findings.dump();
+}
+
+StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
+{
+    auto owned = std::make_unique<P>(&config);
+    ReadSettings(*owned, Fields(), settings, place);
+    CountManualTaps(*owned, settings);
+    const P& parameters = *owned;
+    StagePlan plan = PlanOf<Filters::DFEFilter>(std::move(owned), place);
+    plan.stage.linear = false;
+    plan.stage.adaptive = !parameters.useManualTaps;
+    plan.stage.needsSymbols = plan.stage.adaptive && parameters.numberOfTaps > 0;
+    plan.stage.findings = [&](std::span<const double> filtered) { return Findings(parameters, config, filtered); };
+    plan.claimedSamples = parameters.numberOfTaps;
+    plan.claimedBy = "numberOfTaps";
+    return plan;
+}
+
+}  // namespace
+
+StageType DfeStage()
+{
+    return {"dfe", "decision-feedback equaliser", [] { return KeysOf(Fields(), P()); },
+            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return std::make_unique<P>(); }, &Plan};
+}
+
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,0 +1,82 @@
+#include <algorithm>
+#include <cmath>
+
+#include "filters/filters/ffefilter.h"
+#include "workbench/plumbing/device.h"
+#include "workbench/stages/stages.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+using P = Filters::FFEFilterParameters;
+
+const std::vector<Field<P>>& Fields()
+{
+    constexpr const char* kFromDevice = "taken from the device; no effect here";
+    static const std::vector<Field<P>> fields = {
+        {"numberOfTaps", &P::numberOfTaps, "", "how many taps", "0; with `useManualTaps` as many as `taps` has"},
+        {"tapsPerUi", &P::tapsPerUi, "", "taps in a UI, 1 to `samplesPerUi`"},
+        {"mainCursorPosition", &P::mainCursorPosition, "",
+         "place of the main cursor among the taps, from 1; 0: searched"},
+        {"useTdecqEqualizer", &P::useTdecqEqualizer, "", "the TDECQ reference equaliser instead of least-squares taps"},
+        {"useManualTaps", &P::useManualTaps, "", "`taps` are used; otherwise they are found"},
+        {"taps", Setter<P>{&SetTaps<P>, "list of numbers"}, "", "the taps, first to last", "none"},
+        {"quantizeTaps", &P::quantizeTaps, "", "taps are reported as steps of `tapResolution`"},
+        {"tapResolution", &P::tapResolution, "", "steps in the sum of the taps' magnitudes"},
+        {"samplesPerUi", &P::samplesPerUi, "samples", kFromDevice},
+        {"withoutGrayCoding", &P::withoutGrayCoding, "", kFromDevice},
+        {"useUserPattern", &P::useUserPattern, "", kFromDevice},
+        {"spareFlag", &P::spareFlag, "", "carried; no effect"},
+    };
+    return fields;
+}
+
+std::unique_ptr<P> NewParameters(DeviceConfiguration* config)
+{
+    auto parameters = std::make_unique<P>(config);
+    parameters->tapsPerUi = 1;  // the usual equaliser, where the chain does not say
+    return parameters;
+}
+
+std::string Findings(const P& parameters, const Filters::FFEFilter& filter)
+{
+    nlohmann::json findings = {{"taps", parameters.taps}, {"appliedTaps", parameters.appliedTaps}};
+    const auto& taps = parameters.appliedTaps;
+    const auto largest =
+        std::max_element(taps.begin(), taps.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
+    if (!taps.empty())
+        findings["mainCursor"] = largest - taps.begin() + 1;
+    if (std::isfinite(filter.residualError))
+        findings["residualError"] = filter.residualError;
+    return findings.dump();
+}
+
+StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
+{
+    auto owned = NewParameters(&config);
+    ReadSettings(*owned, Fields(), settings, place);
+    CountManualTaps(*owned, settings);
+    P& parameters = *owned;
+    StagePlan plan;
+    plan.stage.parameters = std::move(owned);
+    plan.stage.adaptive = !parameters.useManualTaps;
+    plan.stage.needsSymbols = plan.stage.adaptive;
+    plan.claimedSamples = parameters.numberOfTaps * std::max(SamplesPerUiOf(config), 1.0);
+    plan.claimedBy = "numberOfTaps * samplesPerUi";
+    plan.complete = [&parameters, place](Stage& stage) {
+        const auto& filter = MakeFilter<Filters::FFEFilter>(stage, parameters, place);
+        stage.findings = [&](std::span<const double>) { return Findings(parameters, filter); };
+    };
+    return plan;
+}
+
+}  // namespace
+
+StageType FfeStage()
+{
+    return {"ffe", "feed-forward equaliser", [] { return KeysOf(Fields(), *NewParameters(nullptr)); },
+            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return NewParameters(nullptr); }, &Plan};
+}
+
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,0 +1,40 @@
+#include "filters/filters/movingaveragesmoothingfilter.h"
+#include "workbench/stages/stages.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+using P = Filters::MovingAverageWindowSmoothingParameters;
+
+constexpr int kDefaultWindow = 3;  // [samples] the shortest that the filter uses
+
+const std::vector<Field<P>>& Fields()
+{
+    static const std::vector<Field<P>> fields = {
+        {"WindowLength", &P::WindowLength, "samples", "averaged; the odd length of at least 3 that follows is used"},
+    };
+    return fields;
+}
+
+std::unique_ptr<P> NewParameters()
+{
+    // Without the configuration the whole record is smoothed with the centred window; with one, a record of several
+    // repetitions would be smoothed with half of it.
+    return std::make_unique<P>(kDefaultWindow);
+}
+
+}  // namespace
+
+StageType MovingAverageStage()
+{
+    return {"moving-average", "centred moving average", [] { return KeysOf(Fields(), *NewParameters()); },
+            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return NewParameters(); },
+            [](const nlohmann::json& settings, const Place& place, DeviceConfiguration&) {
+                auto parameters = NewParameters();
+                ReadSettings(*parameters, Fields(), settings, place);
+                return PlanOf<Filters::MovingAverageSmoothingFilter>(std::move(parameters), place);
+            }};
+}
+
+}  // namespace Tarnwick::DSO::Workbench

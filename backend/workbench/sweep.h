@@ -1,0 +1,77 @@
+// One chain with many settings, ranked by the eyes behind it.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "framework/export.h"
+#include "workbench/chain.h"
+#include "workbench/eye.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+/// A key of the chain file and the values that it takes.
+struct SweepAxis {
+    std::string path;                 ///< keys with dots between, lists counted from 0: filters.1.gain
+    std::vector<std::string> values;  ///< JSON texts: numbers (whole ones as integers), flags, quoted texts
+};
+
+/// Reads PATH=FROM:TO:STEP or PATH=v1,v2,v3. The steps are FROM + k STEP, TO included when it lies within half a millionth
+/// of a step of one of them.
+/// @throws UsageFailure  naming the text: neither form, a number that is not finite, a step that never reaches TO, more
+///                       than 10000 values
+TARNWICK_WORKBENCH_API SweepAxis ReadSweepAxis(const std::string& text);
+
+/// One axis or two, of different paths.
+/// @throws UsageFailure  also for more than 10000 combinations
+TARNWICK_WORKBENCH_API std::vector<SweepAxis> ReadSweepAxes(const std::vector<std::string>& texts);
+
+/// The product of the numbers of values.
+TARNWICK_WORKBENCH_API std::size_t CombinationsOf(std::span<const SweepAxis> axes);
+
+struct TARNWICK_WORKBENCH_API SweepRun {
+    std::vector<std::string> values;  ///< one an axis
+    EyeReport eye;                    ///< at the end of the chain
+    std::string error;                ///< why there is no report; empty: the run succeeded
+    bool hasUnknownKey = false;       ///< the error is about one of the chain file's keys, whatever its value
+
+    /// The smallest over the eyes; -infinity without eyes.
+    double SmallestHeight() const;
+    double SmallestWidth() const;
+};
+
+/// Higher eyes first; of equally high ones the wider.
+TARNWICK_WORKBENCH_API bool IsBetter(const SweepRun& one, const SweepRun& other);
+
+/// The runs that succeeded, best first; of equally good ones the earlier first.
+TARNWICK_WORKBENCH_API std::vector<std::size_t> Ranking(std::span<const SweepRun> runs);
+
+struct SweepInput {
+    ChainFile chain;
+    std::string captureName;      ///< for messages
+    std::vector<double> samples;  ///< [V]
+    std::vector<SweepAxis> axes;
+};
+
+/// The chain file with its filters taken out, when the axes change nothing but filters: the device can then be checked
+/// before anything runs. Nothing when the device changes too, or the file is no JSON object.
+TARNWICK_WORKBENCH_API std::optional<ChainFile> FixedDevice(const SweepInput& input);
+
+/// Called as a sweep runs.
+struct SweepObserver {
+    std::function<void(std::size_t run, const std::vector<std::string>& values)> begin;
+    std::function<void(std::size_t run, const SweepRun& result, std::span<const double> samples, double samplesPerUi)>
+        end;  ///< only for runs without an error
+};
+
+/// Runs the chain with every combination of the values; the last axis changes fastest in the result. Filters before the
+/// first one that changes run once. A combination that a filter refuses has its error and stops none of the others.
+/// @throws UsageFailure  a path that leads past the end of a list or through a value; what fails whatever the values are
+/// @throws DataFailure   what fails whatever the values are
+TARNWICK_WORKBENCH_API std::vector<SweepRun> Sweep(const SweepInput& input, const SweepObserver& observer);
+
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,0 +1,119 @@
+#include "workbench/sweepreport.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "workbench/eyereport.h"
+#include "workbench/plumbing/eyejson.h"
+#include "workbench/plumbing/text.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+using nlohmann::json;
+using nlohmann::ordered_json;
+
+namespace {
+
+std::string ValueText(const std::string& jsonText)
+{
+    const json value = json::parse(jsonText);
+    if (value.is_string())
+        return value.get<std::string>();
+    return value.is_number_float() ? fmt::format("{:.10g}", value.get<double>()) : value.dump();
+}
+
+ordered_json ValuesOf(const SweepRun& run, std::span<const SweepAxis> axes)
+{
+    ordered_json values;
+    for (std::size_t k = 0; k < run.values.size(); ++k)
+        values[axes[k].path] = ordered_json::parse(run.values[k]);
+    return values;
+}
+
+}  // namespace
+
+std::vector<std::string> ShortNamesOf(std::span<const SweepAxis> axes)
+{
+    std::vector<std::string> names;
+    names.reserve(axes.size());
+    for (const SweepAxis& axis : axes)
+        names.push_back(SplitAt(axis.path, '.').back());
+    if (names.size() == 2 && names[0] == names[1])
+        for (std::size_t k = 0; k < names.size(); ++k)
+            names[k] = axes[k].path;
+    return names;
+}
+
+std::string CaptionOf(std::span<const std::string> names, std::span<const std::string> values)
+{
+    std::string caption;
+    for (std::size_t k = 0; k < values.size(); ++k)
+        caption +=
+            fmt::format("{}{}{}{}", k == 0 ? "" : ", ", names[k], names[k].empty() ? "" : " ", ValueText(values[k]));
+    return caption;
+}
+
+std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRun> runs)
+{
+    std::vector<std::size_t> widths;
+    std::string text = fmt::format("{:>5}", "rank");
+    for (const SweepAxis& axis : axes) {
+        std::size_t width = axis.path.size();
+        for (const std::string& value : axis.values)
+            width = std::max(width, ValueText(value).size());
+        widths.push_back(width);
+        text += fmt::format("  {:>{}}", axis.path, width);
+    }
+    text += fmt::format("  {:>10}  {:>8}  {}\n", "smallest V", "width UI", "eye heights V");
+    const auto columns = [&](const SweepRun& run) {
+        std::string values;
+        for (std::size_t k = 0; k < widths.size(); ++k)
+            values += fmt::format("  {:>{}}", ValueText(run.values[k]), widths[k]);
+        return values;
+    };
+    std::size_t rank = 0;
+    for (const std::size_t index : Ranking(runs)) {
+        const SweepRun& run = runs[index];
+        const bool hasEyes = !run.eye.eyes.empty();
+        text += fmt::format("{:>5}{}  {:>10}  {:>8}  {}\n", ++rank, columns(run),
+                            hasEyes ? fmt::format("{:.4g}", run.SmallestHeight()) : "-",
+                            hasEyes ? fmt::format("{:.4g}", run.SmallestWidth()) : "-", HeightsText(run.eye));
+    }
+    for (const SweepRun& run : runs)
+        if (!run.error.empty())
+            text += fmt::format("{:>5}{}  {}\n", "-", columns(run), run.error);
+    return text;
+}
+
+std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRun> runs)
+{
+    ordered_json list = ordered_json::array();
+    std::size_t rank = 0;
+    for (const std::size_t index : Ranking(runs)) {
+        const SweepRun& run = runs[index];
+        ordered_json entry = {{"rank", ++rank},
+                              {"values", ValuesOf(run, axes)},
+                              {"eyes", EyesToJson(run.eye)},
+                              {"levels", run.eye.levels},
+                              {"phaseUi", run.eye.phaseUi},
+                              {"smallestHeight", nullptr},
+                              {"smallestWidthUi", nullptr}};
+        if (!run.eye.eyes.empty()) {
+            entry["smallestHeight"] = run.SmallestHeight();
+            entry["smallestWidthUi"] = run.SmallestWidth();
+        }
+        list.push_back(std::move(entry));
+    }
+    for (const SweepRun& run : runs)
+        if (!run.error.empty())
+            list.push_back({{"values", ValuesOf(run, axes)}, {"error", run.error}});
+    ordered_json paths = ordered_json::array();
+    for (const SweepAxis& axis : axes)
+        paths.push_back(axis.path);
+    const ordered_json report = {{"over", paths}, {"runs", list}};
+    return report.dump(2);
+}
+
+}  // namespace Tarnwick::DSO::Workbench

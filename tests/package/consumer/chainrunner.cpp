@@ -1,0 +1,75 @@
+// What an instrument maker does with the workbench: reads a capture, runs a chain on it, looks at the eye and the report.
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "workbench/workbench.h"
+
+using namespace Tarnwick::DSO::Workbench;
+
+namespace {
+
+constexpr int kSamplesPerUi = 8;
+
+bool Check(bool holds, const char* what)
+{
+    if (!holds)
+        std::fprintf(stderr, "chainrunner: %s\n", what);
+    return holds;
+}
+
+// Two periods of PRBS7 between 0 V and 1 V.
+std::vector<double> Pattern()
+{
+    const std::vector<int> levels = LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, true);
+    std::vector<double> samples;
+    for (int period = 0; period < 2; ++period)
+        for (const int level : levels)
+            samples.insert(samples.end(), kSamplesPerUi, level);
+    return samples;
+}
+
+bool Run()
+{
+    WriteWaveform("capture.npy", Pattern());
+    Waveform capture = ReadCapture({"capture.npy", "", 0});
+    const ChainFile file = ChainFile::FromText(R"({
+        "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternLengthUi": 127},
+        "filters": [{"type": "bessel-thomson"}, {"type": "ffe", "numberOfTaps": 3}]})",
+                                               "chain.json");
+    std::vector<std::string> notes;
+    Chain chain(WithSymbols(file, capture.samples, "capture.npy", notes), capture.samples.size());
+    const bool isCut = KeepWholeRepetitions(capture.samples, chain, "capture.npy").has_value();
+    const ChainResult result = RunChain(chain, capture.samples, "capture.npy");
+
+    bool ok = Check(notes.size() == 1, "the pattern's symbols were not looked for");
+    ok &= Check(!isCut && result.samples.size() == capture.samples.size(), "samples were lost");
+    ok &= Check(result.stages.size() == 3, "there is not a report for the capture and each filter");
+    ok &= Check(result.stages[0].eye.eyes.at(0).height == 1.0, "the eye of the capture is not whole");
+    ok &= Check(result.stages[2].eye.eyes.at(0).height > result.stages[1].eye.eyes.at(0).height,
+                "the equaliser has not opened the eye");
+    const EyeReport eye = MeasureEyes(result.samples, kSamplesPerUi, 2);
+    ok &= Check(eye.eyes.at(0).height == result.stages[2].eye.eyes.at(0).height, "an eye has two heights");
+    ok &= Check(ReportAsJson(result.stages).find("\"appliedTaps\"") != std::string::npos, "the report holds no taps");
+    try {
+        Chain(ChainFile::FromText(R"({"filters": [{"typo": 1}]})", "typo.json"), 1);
+        ok &= Check(false, "a wrong key was taken");
+    } catch (const UsageFailure& failure) {
+        ok &= Check(std::string(failure.what()).find("typo.json: filters.0") == 0, failure.what());
+    }
+    return ok;
+}
+
+}  // namespace
+
+int main()
+{
+    try {
+        return Run() ? 0 : 1;
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "chainrunner: %s\n", failure.what());
+        return 1;
+    }
+}
