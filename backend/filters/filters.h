@@ -10,7 +10,6 @@
 #include "filters/filters/movingaveragesmoothingfilter.h"
 #include "filters/filters/patternlockfailed.h"
 #include "filters/filters/sircfilter.h"
-#include "filters/filters/touchstonecheck.h"
 #include "framework/basefilter.h"
 #include "framework/basefilterparameters.h"
 #include "framework/capturedata.h"

@@ -333,7 +333,7 @@ void CheckFixture(const DSO::Filters::DeEmbeddingParameters& parameters, Stage& 
     if (!file.is_open())
         throw DataFailure(fmt::format("{}: cannot be read", name));
     const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const auto report = DSO::Filters::CheckTouchstoneText(text, name, parameters.portOrder);
+    const auto report = CheckTouchstoneText(text, name, parameters.portOrder);
     if (!report.readFailure.empty()) {
         const auto refused =
             std::find_if(report.differences.begin(), report.differences.end(),

@@ -6,13 +6,11 @@
 
 #include <fmt/format.h>
 
-#include "filters/plumbing/linereader.h"
+#include "framework/plumbing/linereader.h"
 #include "workbench/touchstonenormal.h"
 
 namespace Tarnwick::DSO::Workbench {
 
-using Filters::TouchstoneDifference;
-using Filters::TouchstoneReport;
 using Maths::FileKind;
 using Maths::PlainTouchstoneReader;
 using Maths::Transmission;
@@ -39,7 +37,7 @@ std::string Outline(const std::string& reason)
 OptionLine FindOptionLine(std::string_view text, FileKind kind)
 {
     std::istringstream source{std::string(text)};
-    DSO::Filters::LineReader lines(source);
+    SystemFramework::LineReader lines(source);
     PlainTouchstoneReader reader(kind, {});
     while (const auto line = lines.Next()) {
         const auto taken = reader.Take(*line);
@@ -114,8 +112,8 @@ std::optional<ThroughPath> FindThroughPath(std::string_view text, const std::str
 {
     if (MeantKind(name) != FileKind::FourPort)
         return std::nullopt;
-    return FindThroughPath({DSO::Filters::CheckTouchstoneText(text, name, PORT_ORDER_12_34).plain,
-                            DSO::Filters::CheckTouchstoneText(text, name, PORT_ORDER_13_24).plain});
+    return FindThroughPath({CheckTouchstoneText(text, name, PORT_ORDER_12_34).plain,
+                            CheckTouchstoneText(text, name, PORT_ORDER_13_24).plain});
 }
 
 const TouchstoneReport& FixtureFile::Report() const
@@ -129,9 +127,9 @@ FixtureFile DescribeFixture(std::string_view text, const std::string& name)
     file.kind = MeantKind(name);
     if (file.kind != FileKind::Table)
         file.options = FindOptionLine(text, file.kind.value_or(FileKind::TwoPort));
-    file.reports.push_back(DSO::Filters::CheckTouchstoneText(text, name, PORT_ORDER_12_34));
+    file.reports.push_back(CheckTouchstoneText(text, name, PORT_ORDER_12_34));
     if (file.kind == FileKind::FourPort) {
-        file.reports.push_back(DSO::Filters::CheckTouchstoneText(text, name, PORT_ORDER_13_24));
+        file.reports.push_back(CheckTouchstoneText(text, name, PORT_ORDER_13_24));
         file.through = FindThroughPath({file.reports[0].plain, file.reports[1].plain});
     }
     const TouchstoneReport& report = file.Report();

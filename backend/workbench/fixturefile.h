@@ -10,20 +10,20 @@
 #include <string_view>
 #include <vector>
 
-#include "filters/filters/touchstonecheck.h"
 #include "maths/touchstone/touchstoneplain.h"
+#include "workbench/touchstonecheck.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 /// Differences that say the same of different lines.
 struct DifferenceKind {
-    DSO::Filters::TouchstoneDifference first;
+    TouchstoneDifference first;
     std::size_t count = 0;
     std::size_t lastLine = 0;
 };
 
 /// The kinds of a list of differences, in the order in which they come up. Numbers and quoted words make no other kind.
-std::vector<DifferenceKind> KindsOf(std::span<const DSO::Filters::TouchstoneDifference> differences);
+std::vector<DifferenceKind> KindsOf(std::span<const TouchstoneDifference> differences);
 
 /// "line 3, token 10: reason", and of several how many there are and the last.
 std::string TextOf(const DifferenceKind& kind);
@@ -49,14 +49,14 @@ struct OptionLine {
 
 /// One file, read both ways.
 struct FixtureFile {
-    std::optional<DSO::Maths::FileKind> kind;                     ///< that the name means
-    std::optional<OptionLine> options;                            ///< of a Touchstone file
-    std::vector<DSO::Filters::TouchstoneReport> reports;          ///< of a four-port file by port order, else one
-    std::vector<DSO::Filters::TouchstoneDifference> differences;  ///< without the value made at 0 Hz
+    std::optional<DSO::Maths::FileKind> kind;       ///< that the name means
+    std::optional<OptionLine> options;              ///< of a Touchstone file
+    std::vector<TouchstoneReport> reports;          ///< of a four-port file by port order, else one
+    std::vector<TouchstoneDifference> differences;  ///< without the value made at 0 Hz
     std::optional<double> madeAtZero;
     std::optional<ThroughPath> through;  ///< of a four-port file
     /// The report that counts: of a four-port file that with the through path.
-    const DSO::Filters::TouchstoneReport& Report() const;
+    const TouchstoneReport& Report() const;
 };
 
 /// @param name  says what the file is

@@ -10,7 +10,7 @@
 
 #include <fmt/format.h>
 
-#include "filters/plumbing/linereader.h"
+#include "framework/plumbing/linereader.h"
 #include "maths/touchstone/touchstoneplain.h"
 #include "workbench/failure.h"
 #include "workbench/networkparameters.h"
@@ -273,7 +273,7 @@ NormalisedFile Normalised(Taker taker, std::string_view text)
     if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark)
         text.remove_prefix(kByteOrderMark.size());
     std::istringstream source{std::string(text)};
-    DSO::Filters::LineReader lines(source);
+    SystemFramework::LineReader lines(source);
     while (const auto line = lines.Next())
         taker.Take(*line, lines.Number());
     return taker.Finish();

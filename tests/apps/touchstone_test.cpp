@@ -18,7 +18,7 @@ namespace Tarnwick::App {
 namespace {
 
 using Complex = std::complex<double>;
-using DSO::Filters::CheckTouchstoneText;
+using DSO::Workbench::CheckTouchstoneText;
 using Transmission = std::map<double, Complex>;
 
 const std::string kOptions = "# GHz S MA R 50\n";
@@ -142,7 +142,7 @@ TEST(NetworkParameters, BecomeThoseOfASeriesAndAShuntElement)
 
 TEST(TouchstoneReport, SumsUpDifferencesOfOneKind)
 {
-    const std::vector<DSO::Filters::TouchstoneDifference> differences = {
+    const std::vector<DSO::Workbench::TouchstoneDifference> differences = {
         {3, 10, "10 tokens"}, {4, 1, "\"x\" is bad"}, {5, 11, "11 tokens"}, {6, 1, "\"y 2\" is bad"}, {0, 0, "odd"}};
     const auto kinds = KindsOf(differences);
     ASSERT_EQ(kinds.size(), 3U);

@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
-#include "filters/plumbing/linereader.h"
+#include "framework/plumbing/linereader.h"
 #include "pictures/touchstoneplot.h"
 #include "workbench/failure.h"
 #include "workbench/touchstonenormal.h"
@@ -24,8 +24,6 @@ namespace Tarnwick::App {
 using namespace DSO::Workbench;
 
 namespace Maths = DSO::Maths;
-using DSO::Filters::TouchstoneDifference;
-using DSO::Filters::TouchstoneReport;
 using Maths::FileKind;
 using Maths::PlainTouchstoneReader;
 using Maths::Transmission;

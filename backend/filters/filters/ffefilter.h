@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,9 @@
 #include "framework/signalcoding.h"
 
 namespace Tarnwick::DSO::Filters {
+
+struct LeastSquaresSearch;
+struct TdecqSearch;
 
 class TARNWICK_FILTERS_API FFEFilterParameters : public SystemFramework::BaseFilterParameters {
 public:
@@ -56,9 +60,10 @@ public:
 
 private:
     friend class FFEFilter;
-    bool HoldsReport() const;
+    // Steps that an earlier Prepare has reported are no taps: those are still in appliedTaps.
+    const std::vector<double>& ManualTaps() const;
 
-    std::vector<double> reportedTaps_;  // what quantizeTaps wrote into `taps`: steps, never to be taken for taps
+    std::vector<double> reportedTaps_;  // the steps that quantizeTaps wrote into `taps`
     SystemFramework::ArrayOwner gaussianOwner_;
 };
 
@@ -132,7 +137,17 @@ public:
     double residualError = std::numeric_limits<double>::quiet_NaN();
 
 private:
-    void Report(FFEFilterParameters& settings);
+    static std::vector<double> NormalisedTaps(const FFEFilterParameters& settings);
+    static void ApplyTaps(FFEFilterParameters& settings, std::vector<double> taps);
+    // The public members of the same names, on settings that are not the filter's own yet and on what is checked.
+    std::vector<double> GetFFEAutomaticCoefficients(FFEFilterParameters& settings,
+                                                    SystemFramework::BaseFilterParameters* searched,
+                                                    const SystemFramework::SignalData* signal);
+    std::vector<double> GenerateFFEAutomaticCoefficients(const LeastSquaresSearch& search);
+    std::vector<double> GenerateTdecqEqualizer(FFEFilterParameters& settings,
+                                               SystemFramework::BaseFilterParameters* searched,
+                                               const SystemFramework::SignalData* signal);
+    static std::vector<double> GenerateTDECQAutomaticCoefficients(const TdecqSearch& search);
 };
 
 }  // namespace Tarnwick::DSO::Filters

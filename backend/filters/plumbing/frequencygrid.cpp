@@ -17,13 +17,19 @@ constexpr double kUpperFrequency = 2e11;  // [Hz] the correction ends at 200 GHz
 
 }  // namespace
 
-OwnedArray RecordFrequencyGrid(const char* filter, const DeviceConfiguration& config)
+int RecordLength(const char* filter, const DeviceConfiguration& config)
 {
     const char* const product = "patternRepeats * patternLengthUi * samplesPerUi";
     const int count =
         CheckedProduct(filter, product, config.patternRepeats, config.patternLengthUi, config.samplesPerUi);
     if (count < 0)
         Refuse(filter, product, count, "0 or more samples");
+    return count;
+}
+
+OwnedArray RecordFrequencyGrid(const char* filter, const DeviceConfiguration& config)
+{
+    const int count = RecordLength(filter, config);
     OwnedArray grid = SystemFramework::NewArray(static_cast<std::size_t>(count));
     const double sampleRate = config.samplesPerUi * config.baudRateGBd * 1e9;
     for (int k = 0; k < count; ++k)
