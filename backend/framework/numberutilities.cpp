@@ -1,6 +1,6 @@
 #include "framework/numberutilities.h"
 
-#include "maths/rounding.h"
+#include "maths/responses/rounding.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 

@@ -8,6 +8,7 @@
 #include "framework/plumbing/ownedarray.h"
 #include "framework/plumbing/patternsymbols.h"
 #include "maths/patterns/idealsignal.h"
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 
@@ -49,10 +50,9 @@ double* IdealSignal(const char* operation, int& length, double low, double high,
 std::string PRBS::GetIdealPrbsSequencePAM4(const double* samples, int count, int patternLengthUi, const char* buffer,
                                            bool withoutGrayCoding, bool useUserPattern, bool refine)
 {
-    return DetectedPam4Symbols(
-        "PRBS::GetIdealPrbsSequencePAM4", samples, count,
-        {patternLengthUi, SymbolMapOf(withoutGrayCoding), useUserPattern ? buffer : nullptr,
-         refine ? Maths::Decisions::Equalised : Maths::Decisions::AsSampled});
+    return DetectedPam4Symbols("PRBS::GetIdealPrbsSequencePAM4", samples, count,
+                               {patternLengthUi, SymbolMapOf(withoutGrayCoding), useUserPattern ? buffer : nullptr,
+                                refine ? Maths::Decisions::Equalised : Maths::Decisions::AsSampled});
 }
 
 double* PRBS::GetIdealSignalFromPrbsSymbolsD(int& length, double low, double high, const std::string& symbols,
@@ -76,9 +76,8 @@ void PRBS::CircularShiftOptim(int shift, double* data, int length, bool left)
         return;
     if (data == nullptr)
         Refuse("PRBS::CircularShiftOptim", "data", "null", "an array of length values");
-    const int places = shift % length;
-    const int toTheLeft = left ? places : -places;
-    std::rotate(data, data + (toTheLeft < 0 ? toTheLeft + length : toTheLeft), data + length);
+    const long long first = left ? static_cast<long long>(shift) : -static_cast<long long>(shift);
+    std::rotate(data, data + Maths::WrappedIndex(first, static_cast<std::size_t>(length)), data + length);
 }
 
 }  // namespace Tarnwick::DSO::SystemFramework

@@ -12,7 +12,6 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "commands/info.h"
-#include "maths/patterns/idealsignal.h"
 #include "options.h"
 #include "progress.h"
 #include "workbench/eyereport.h"
@@ -78,10 +77,8 @@ SignalQuality Measure(std::span<const double> samples, double samplesPerUi, int 
     }
     const std::size_t period = whole * static_cast<std::size_t>(patternLengthUi);
     samples = samples.first(samples.size() / period * period);
-    const std::vector<double> reference =
-        Maths::IdealSignal(quality.symbols->levels, {-1.0, 1.0, levelCount}, samplesPerUi, samples.size());
-    if (const auto symbols = Maths::SymbolsOfReference(reference, whole))
-        quality.equalizer = Maths::FindReferenceEqualizer(samples, reference, *symbols, whole,
+    if (const auto symbols = Maths::LocatePattern(samples, quality.symbols->levels, whole))
+        quality.equalizer = Maths::FindReferenceEqualizer(samples, *symbols, whole,
                                                           static_cast<std::size_t>(numberOfTaps), std::nullopt);
     if (!quality.equalizer)
         quality.whyNot = "no taps have their largest among the first three";

@@ -14,7 +14,7 @@
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
 #include "maths/responses/ctle.h"
-#include "maths/rounding.h"
+#include "maths/responses/rounding.h"
 #include "maths/transforms/spectrum.h"
 
 namespace Tarnwick::DSO::Filters {

@@ -19,6 +19,8 @@
 #include "framework/plumbing/patternsymbols.h"
 #include "framework/plumbing/trace.h"
 #include "maths/equalisers/decisionfeedback.h"
+#include "maths/patterns/codings.h"
+#include "maths/patterns/idealsignal.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -56,15 +58,12 @@ DFEFilterParameters Refreshed(const DFEFilterParameters& parameters, const Devic
     return next;
 }
 
-int LevelCount(E_SIGNAL_CODING coding)
+int LevelCountOf(E_SIGNAL_CODING coding)
 {
-    switch (coding) {
-        case SIGNAL_CODING_NRZ: return 2;
-        case SIGNAL_CODING_PAM3: return 3;
-        case SIGNAL_CODING_PAM4:
-        case SIGNAL_CODING_PAM4_PRECODED: return 4;
-        default: Refuse(kFilter, "signalCoding", static_cast<int>(coding), "NRZ, PAM3, PAM4 or precoded PAM4");
-    }
+    const int count = Maths::LevelCount(coding);
+    if (count == 0)
+        Refuse(kFilter, "signalCoding", static_cast<int>(coding), "NRZ, PAM3, PAM4 or precoded PAM4");
+    return count;
 }
 
 // How a record falls into repetitions of the pattern.
@@ -105,7 +104,7 @@ void RequireUsable(const DFEFilterParameters& parameters, const DeviceConfigurat
     RequireFinite(kFilter, "samplingDelayPs", parameters.samplingDelayPs, "a finite time in picoseconds");
     RequireTapCount(kFilter, parameters.numberOfTaps);
     if (parameters.numberOfTaps > 0)
-        LevelCount(config.signalCoding);
+        LevelCountOf(config.signalCoding);
 }
 
 std::span<const double> UsedTaps(const DFEFilterParameters& parameters)
@@ -121,7 +120,7 @@ std::span<const double> UsedTaps(const DFEFilterParameters& parameters)
 
 std::string SymbolsOf(std::span<const double> repetition, const DeviceConfiguration& config, bool withoutGrayCoding)
 {
-    const bool isPam4 = LevelCount(config.signalCoding) == 4;
+    const bool isPam4 = LevelCountOf(config.signalCoding) == 4;
     const bool hasBuffer = config.patternSequenceBuffer != nullptr && *config.patternSequenceBuffer != '\0';
     const bool isGiven = !isPam4 || (config.useUserPattern && !(config.patternSymbols.empty() && hasBuffer));
     if (!isGiven)
@@ -250,7 +249,7 @@ double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
     if (taps.empty())
         return NewArrayFrom(record).release();
     OwnedArray result = NewArray(record.size());
-    Maths::DecisionFeedback equaliser(taps, LevelCount(config.signalCoding), cut.Grid());
+    Maths::DecisionFeedback equaliser(taps, LevelCountOf(config.signalCoding), cut.Grid());
     for (std::size_t r = 0; r < cut.Count(); ++r) {
         const std::size_t begin = cut.Begin(r);
         const std::size_t length = cut.Begin(r + 1) - begin;

@@ -1,7 +1,5 @@
 #include "filters/plumbing/frequencygrid.h"
 
-#include <vector>
-
 #include "filters/plumbing/timebase.h"
 #include "framework/plumbing/error.h"
 #include "maths/responses/noisepreservation.h"
@@ -10,12 +8,6 @@ namespace Tarnwick::DSO::Filters {
 
 using SystemFramework::OwnedArray;
 using SystemFramework::Refuse;
-
-namespace {
-
-constexpr double kUpperFrequency = 2e11;  // [Hz] the correction ends at 200 GHz
-
-}  // namespace
 
 int RecordLength(const char* filter, const DeviceConfiguration& config)
 {
@@ -42,11 +34,8 @@ void PreserveNoise(SystemFramework::BaseFilterParameters& parameters, std::span<
 {
     if (!parameters.preserveNoise)
         return;
-    std::vector<double> axis(bins.size() / 2 + 1);
-    for (std::size_t k = 0; k < axis.size(); ++k)
-        axis[k] = static_cast<double>(k) * spacing;
     parameters.preserveNoiseApplied =
-        Maths::PreserveNoise(bins, axis, parameters.noiseCornerFrequency, kUpperFrequency);
+        Maths::PreserveNoiseOnGrid(bins, spacing, parameters.noiseCornerFrequency, Maths::kNoiseUpperFrequency);
     if (!parameters.preserveNoiseApplied)
         parameters.preserveNoise = false;
 }

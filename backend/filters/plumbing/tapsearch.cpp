@@ -8,6 +8,8 @@
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/patternsymbols.h"
 #include "maths/convolution/circularconvolver.h"
+#include "maths/equalisers/tdecq.h"
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -21,7 +23,6 @@ using SystemFramework::SymbolMapOf;
 namespace {
 
 constexpr double kLeastReferenceBandwidth = 40.0;  // [GHz] low-pass of the ideal copy unless the symbol rate is higher
-constexpr int kMostTdecqLevels = 4;
 
 std::string DetectedSymbols(const char* filter, const TapSearch& search, std::span<const double> record,
                             const PatternPeriod& period)
@@ -111,21 +112,20 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
     if (IsConstant(filtered))
         Refuse(filter, "capture", "constant", "a waveform that is not constant");
 
-    const auto [levels, levelCount] =
-        LevelsOf(filter, search,
-                 search.useUserPattern ? search.patternSymbols : DetectedSymbols(filter, search, filtered, period),
-                 search.signalCoding, search.withoutGrayCoding);
+    const std::string symbols =
+        search.useUserPattern ? search.patternSymbols : DetectedSymbols(filter, search, filtered, period);
+    const auto levels = LevelsOf(filter, search, symbols, search.signalCoding, search.withoutGrayCoding).levels;
+    const std::vector<double> capture = Maths::WithoutMean(filtered);
     const auto spacing = static_cast<std::size_t>(samplesPerUi);
-    const Maths::CapturedPattern pattern{filtered, levels, levelCount, static_cast<double>(samplesPerUi)};
-    Maths::ReferenceSymbols symbols = Maths::HeldSymbols(pattern, spacing);
-    if (symbols.levelCount < 2)
+    const auto located = Maths::LocatePattern(capture, levels, spacing);
+    if (!located && levels == std::vector<int>(levels.size(), levels.front()))
         Refuse(filter, "reference", "constant", "a waveform that is not constant");
-    if (symbols.levelCount > kMostTdecqLevels)
+    if (!located)
         Refuse(filter, "number of levels in the reference", "outside its range", "2 to 4");
     const int cursor = std::max(search.mainCursorIndex, -1);
     auto equaliser =
-        Maths::FindTdecqTaps({pattern, std::move(symbols), spacing, static_cast<std::size_t>(numberOfTaps),
-                              cursor < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(cursor))});
+        Maths::FindReferenceEqualizer(capture, *located, spacing, static_cast<std::size_t>(numberOfTaps),
+                                      cursor < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(cursor)));
     if (!equaliser)
         Refuse(filter, "mainCursorIndex", cursor, "a place at which the capture lets the largest tap stand");
     return std::move(equaliser->taps);

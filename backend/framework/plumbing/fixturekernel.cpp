@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <cstddef>
-#include <span>
 
 #include "framework/plumbing/error.h"
 #include "maths/responses/fixtureresponse.h"
@@ -14,8 +13,6 @@ namespace Tarnwick::DSO::SystemFramework {
 using Complex = std::complex<double>;
 
 namespace {
-
-constexpr double kDefaultUpper = 2e11;  // [Hz] where noise preservation ends unless the settings say otherwise
 
 void RequireSettings(std::string_view where, const FixtureSettings& settings)
 {
@@ -50,14 +47,6 @@ void RequireFixture(std::string_view where, const std::map<double, Complex>& dat
         Refuse(where, "number of frequencies", data.size(), "2 or more");
 }
 
-bool PreserveNoise(std::span<Complex> bins, double sampleRate, const NoiseBand& band)
-{
-    std::vector<double> axis(bins.size() / 2 + 1);
-    for (std::size_t k = 0; k < axis.size(); ++k)
-        axis[k] = static_cast<double>(k) * (sampleRate / static_cast<double>(bins.size()));
-    return Maths::PreserveNoise(bins, axis, band.corner, band.upper > band.corner ? band.upper : kDefaultUpper);
-}
-
 }  // namespace
 
 FixtureKernel MakeFixtureKernel(std::string_view where, const FixtureSettings& settings,
@@ -75,7 +64,11 @@ FixtureKernel MakeFixtureKernel(std::string_view where, const FixtureSettings& s
     Maths::HermitianBins bins = Maths::FixtureSpectrum(
         fixture, settings.conversionFlag ? Maths::FixtureUse::Remove : Maths::FixtureUse::Add,
         {static_cast<double>(settings.conversionParameterA), settings.conversionParameterB * 1e9}, sampleRate, count);
-    const bool noisePreserved = settings.noise && PreserveNoise(bins.Bins(), sampleRate, *settings.noise);
+    bool noisePreserved = false;
+    if (const auto& noise = settings.noise)
+        noisePreserved =
+            Maths::PreserveNoiseOnGrid(bins.Bins(), sampleRate / static_cast<double>(count), noise->corner,
+                                       noise->upper > noise->corner ? noise->upper : Maths::kNoiseUpperFrequency);
     return {bins.Inverse(), noisePreserved};
 }
 

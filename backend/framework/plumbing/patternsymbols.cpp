@@ -2,15 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 
 #include "framework/plumbing/error.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 
 namespace {
-
-constexpr int kPam4Levels = 4;
 
 void RequireSymbols(std::string_view where, std::string_view field, std::string_view symbols, std::string_view alphabet)
 {
@@ -30,7 +27,7 @@ std::string UserPattern(std::string_view where, std::string_view symbols, int pa
 {
     if (symbols.size() != static_cast<std::size_t>(patternLengthUi))
         Refuse(where, "length of the buffer", symbols.size(), std::to_string(patternLengthUi) + " symbols");
-    RequireSymbols(where, "buffer", symbols, Maths::Alphabet(SIGNAL_CODING_PAM4, Maths::SymbolMap::Level, {}));
+    RequireSymbols(where, "buffer", symbols, Maths::FindCoding(SIGNAL_CODING_PAM4)->levelAlphabet);
     return std::string(symbols);
 }
 
@@ -59,16 +56,12 @@ std::string DetectedPam4Symbols(std::string_view where, const double* samples, i
     const std::span<const double> period(samples, static_cast<std::size_t>(count));
     RequireFiniteSamples(where, period);
 
-    const auto detected =
-        Maths::DetectSymbols(period, static_cast<std::size_t>(patternLengthUi), kPam4Levels, detection.decisions);
+    const auto detected = Maths::DetectSymbols(period, static_cast<std::size_t>(patternLengthUi),
+                                               Maths::LevelCount(SIGNAL_CODING_PAM4), detection.decisions);
     if (!(detected.quality <= Maths::kWorstQuality))
         Refuse(where, "quality of the four levels", detected.quality,
                "at most " + TextOf(Maths::kWorstQuality) + ", as of a PAM4 pattern");
-    const std::string alphabet = Maths::Alphabet(SIGNAL_CODING_PAM4, detection.map, {});
-    std::string symbols;
-    std::transform(detected.levels.begin(), detected.levels.end(), std::back_inserter(symbols),
-                   [&alphabet](int level) { return alphabet[static_cast<std::size_t>(level)]; });
-    return symbols;
+    return Maths::SymbolsOf(detected.levels, Maths::FindCoding(SIGNAL_CODING_PAM4)->Alphabet(detection.map));
 }
 
 void RequireFiniteSamples(std::string_view where, std::span<const double> samples)

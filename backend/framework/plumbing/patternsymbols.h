@@ -9,7 +9,7 @@
 
 #include "framework/export.h"
 #include "framework/signalcoding.h"
-#include "maths/patterns/idealsignal.h"
+#include "maths/patterns/codings.h"
 #include "maths/patterns/symboldetection.h"
 
 namespace Tarnwick::DSO::SystemFramework {

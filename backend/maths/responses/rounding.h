@@ -1,11 +1,12 @@
+// Rounding to decimal places, by which the cutoffs and the peaking of designs are compared.
 #pragma once
 
 #include <cmath>
 
 namespace Tarnwick::DSO::Maths {
 
-/// The value rounded to so many decimals, halves away from zero. Where 10^digits is 0 a finite value gives 0; a value that
-/// cannot be scaled, being infinite, NaN or too large, comes back as it is.
+/// `value` rounded to `digits` decimal places, halves away from zero: round(value 10^digits) / 10^digits.
+/// NaN and infinity come back as they are; so does a value too large to have that many places.
 inline double RoundedToDecimals(double value, int digits)
 {
     const double scale = std::pow(10.0, digits);
