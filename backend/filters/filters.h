@@ -1,6 +1,7 @@
 // Everything a host needs: the filters, their parameters, the framework's records and bases.
 #pragma once
 
+#include "filters/apply.h"
 #include "filters/filters/besselthomson.h"
 #include "filters/filters/copy.h"
 #include "filters/filters/ctlefilter.h"
