@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,16 +19,13 @@ int main()
     std::vector<double> samples;
     for (const char bit : bits)
         samples.insert(samples.end(), 16, bit == '1' ? 0.2 : -0.2);
-    SystemFramework::SignalData record;
-    record.samples = samples.data();
-    record.sampleCount = static_cast<int>(samples.size());
 
     Filters::BesselThomsonParameters parameters(&config);  // fourth order, 75 % of the symbol rate
     Filters::BesselThomson receiver(&parameters);
-    const std::unique_ptr<double[], void (*)(void*)> filtered(receiver.Apply(&record), ::operator delete);
+    const std::vector<double> filtered = Filters::Filtered(receiver, samples);
 
     const double sampleIntervalPs = 1e3 / (config.baudRateGBd * config.samplesPerUi);
     std::puts("after the edge     in  filtered");
     for (int k = -2; k <= 16; k += 2)  // the first 1 starts with sample 48
-        std::printf("%8.1f ps %+8.3f V %+7.3f V\n", k * sampleIntervalPs, record.samples[48 + k], filtered[48 + k]);
+        std::printf("%8.1f ps %+8.3f V %+7.3f V\n", k * sampleIntervalPs, samples[48 + k], filtered[48 + k]);
 }

@@ -1,6 +1,7 @@
 // Everything a host needs: the filters, their parameters, the framework's records and bases.
 #pragma once
 
+#include "filters/apply.h"
 #include "filters/filters/besselthomson.h"
 #include "filters/filters/copy.h"
 #include "filters/filters/ctlefilter.h"
@@ -10,7 +11,6 @@
 #include "filters/filters/movingaveragesmoothingfilter.h"
 #include "filters/filters/patternlockfailed.h"
 #include "filters/filters/sircfilter.h"
-#include "filters/filters/touchstonecheck.h"
 #include "framework/basefilter.h"
 #include "framework/basefilterparameters.h"
 #include "framework/capturedata.h"

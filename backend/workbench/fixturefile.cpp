@@ -18,8 +18,6 @@
 
 namespace Tarnwick::DSO::Workbench {
 
-using Filters::TouchstoneDifference;
-using Filters::TouchstoneReport;
 using Maths::FileKind;
 using Maths::PlainTouchstoneReader;
 
@@ -161,8 +159,8 @@ std::optional<ThroughPath> FindThroughPath(std::string_view text, const std::str
 {
     if (MeantKind(name) != FileKind::FourPort)
         return std::nullopt;
-    return FindThroughPath({Filters::CheckTouchstoneText(text, name, PORT_ORDER_12_34).plain,
-                            Filters::CheckTouchstoneText(text, name, PORT_ORDER_13_24).plain});
+    return FindThroughPath({CheckTouchstoneText(text, name, PORT_ORDER_12_34).plain,
+                            CheckTouchstoneText(text, name, PORT_ORDER_13_24).plain});
 }
 
 const TouchstoneReport& FixtureFile::Report() const
@@ -183,9 +181,9 @@ FixtureFile DescribeFixture(std::string_view text, const std::string& name)
         file.kind = PublicKind(*kind);
     if (kind != FileKind::Table)
         file.options = FindOptionLine(text, kind.value_or(FileKind::TwoPort));
-    file.reports.push_back(Filters::CheckTouchstoneText(text, name, PORT_ORDER_12_34));
+    file.reports.push_back(CheckTouchstoneText(text, name, PORT_ORDER_12_34));
     if (kind == FileKind::FourPort) {
-        file.reports.push_back(Filters::CheckTouchstoneText(text, name, PORT_ORDER_13_24));
+        file.reports.push_back(CheckTouchstoneText(text, name, PORT_ORDER_13_24));
         file.through = FindThroughPath({file.reports[0].plain, file.reports[1].plain});
     }
     const TouchstoneReport& report = file.Report();

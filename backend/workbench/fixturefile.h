@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "filters/filters/touchstonecheck.h"
+#include "workbench/touchstonecheck.h"
 #include "framework/export.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -26,14 +26,14 @@ TARNWICK_WORKBENCH_API std::string ReadFixtureText(const std::filesystem::path& 
 
 /// Differences of one reason, in different lines.
 struct DifferenceKind {
-    Filters::TouchstoneDifference first;
+    TouchstoneDifference first;
     std::size_t count = 0;
     std::size_t lastLine = 0;
 };
 
 /// The kinds of a list of differences, in the order of their first. Reasons that differ only in numbers and quoted words
 /// are one kind.
-TARNWICK_WORKBENCH_API std::vector<DifferenceKind> KindsOf(std::span<const Filters::TouchstoneDifference> differences);
+TARNWICK_WORKBENCH_API std::vector<DifferenceKind> KindsOf(std::span<const TouchstoneDifference> differences);
 
 /// "line 3, token 10: reason", and where there are more of the kind, how many and the last.
 TARNWICK_WORKBENCH_API std::string TextOf(const DifferenceKind& kind);
@@ -76,13 +76,13 @@ struct OptionLine {
 struct TARNWICK_WORKBENCH_API FixtureFile {
     std::optional<FixtureKind> kind;                         ///< that the name means
     std::optional<OptionLine> options;                       ///< of a Touchstone file
-    std::vector<Filters::TouchstoneReport> reports;          ///< of a four-port file by port order, else one
-    std::vector<Filters::TouchstoneDifference> differences;  ///< without the value made at 0 Hz
+    std::vector<TouchstoneReport> reports;          ///< of a four-port file by port order, else one
+    std::vector<TouchstoneDifference> differences;  ///< without the value made at 0 Hz
     std::optional<double> madeAtZero;
     std::optional<ThroughPath> through;  ///< of a four-port file
 
     /// The report that counts: of a four-port file that with the through path.
-    const Filters::TouchstoneReport& Report() const;
+    const TouchstoneReport& Report() const;
     bool IsReadAsMeant() const;
 };
 

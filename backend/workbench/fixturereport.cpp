@@ -17,8 +17,6 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-using Filters::TouchstoneDifference;
-using Filters::TouchstoneReport;
 using nlohmann::ordered_json;
 
 constexpr std::size_t kMostKindsInText = 20;

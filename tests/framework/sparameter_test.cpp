@@ -10,6 +10,7 @@
 #include <numeric>
 
 #include "framework/fftifft.h"
+#include "maths/accuracy.h"
 #include "support/captures.h"
 #include "support/expectations.h"
 #include "support/references.h"
@@ -124,17 +125,19 @@ TEST(SParameterConversion, RemovesAndAddsAMeasuredLine)
     for (const int level : Prbs13qLevels())
         symbols.insert(symbols.end(), 16, level / 3.0 - 0.5);
     const std::vector<double> capture = ThroughFrontEnd(symbols, kSampleRate, 40e9);
+    const double kRemoved = 100.0 * Tarnwick::DSO::Maths::kFixtureRemovedError;
+    const double kAdded = 100.0 * Tarnwick::DSO::Maths::kFixtureAddedError;
     const struct {
         const char* label;
         Response line;
         double first, last, step;  // [Hz]
         double remove, add;        // [%]
         double bandwidth;          // [Hz]
-    } cases[] = {{"dense", Line(3, 300e-12), 10e6, 67e9, 10e6, 0.0075, 0.0095, 45e9},
+    } cases[] = {{"dense", Line(3, 300e-12), 10e6, 67e9, 10e6, kRemoved, kAdded, 45e9},
                  {"coarse", Line(3, 300e-12), 100e6, 67e9, 100e6, 0.065, 0.075, 45e9},
                  {"from 1 GHz", Line(3, 300e-12), 1e9, 67e9, 10e6, 0.65, 0.75, 45e9},
                  {"long", Line(8, 2e-9), 10e6, 67e9, 10e6, 0.025, 0.035, 45e9},
-                 {"to 40 GHz", Line(3, 300e-12), 10e6, 40e9, 10e6, 0.0075, 0.0095, 40e9 / 1.2}};
+                 {"to 40 GHz", Line(3, 300e-12), 10e6, 40e9, 10e6, kRemoved, kAdded, 40e9 / 1.2}};
     for (const auto& [label, line, first, last, step, remove, add, bandwidth] : cases) {
         SCOPED_TRACE(label);
         const Data data = Measured(line, first, last, step);

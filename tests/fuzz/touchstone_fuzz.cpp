@@ -7,18 +7,19 @@
 #include <string>
 #include <string_view>
 
-#include "filters/filters/touchstonecheck.h"
-#include "filters/plumbing/linereader.h"
+#include "framework/plumbing/linereader.h"
 #include "framework/sparameter.h"
 #include "maths/touchstone/touchstone.h"
 #include "workbench/failure.h"
 #include "workbench/fixturereport.h"
 #include "workbench/touchstonenormal.h"
+#include "workbench/touchstonecheck.h"
 
 namespace {
 
 using namespace Tarnwick::DSO;
-using namespace Tarnwick::DSO::Filters;
+using namespace Tarnwick::DSO::Workbench;
+using SystemFramework::LineReader;
 
 void Require(bool holds)
 {

@@ -14,7 +14,7 @@ using Testing::kRealOptions;
 
 TEST(FixtureFile, SumsUpDifferencesOfOneKind)
 {
-    const std::vector<Filters::TouchstoneDifference> differences = {
+    const std::vector<TouchstoneDifference> differences = {
         {3, 10, "10 tokens"}, {4, 1, "\"x\" is bad"}, {5, 11, "11 tokens"}, {6, 1, "\"y 2\" is bad"}, {0, 0, "odd"}};
     const auto kinds = KindsOf(differences);
     ASSERT_EQ(kinds.size(), 3U);

@@ -11,7 +11,6 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-using Filters::CheckTouchstoneText;
 using Testing::FailureOf;
 using Testing::FourPorts;
 using Testing::kMagnitudeOptions;

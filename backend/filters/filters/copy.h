@@ -1,4 +1,5 @@
 // The identity: y[k] = x[k]. For a processing chain that needs a filter object but no change to the waveform.
+// No error: the samples come back bit for bit.
 #pragma once
 
 #include <cstdint>

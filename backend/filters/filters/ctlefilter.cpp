@@ -11,15 +11,14 @@
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
-#include "framework/numberutilities.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
 #include "maths/responses/ctle.h"
+#include "maths/responses/rounding.h"
 #include "maths/transforms/spectrum.h"
 
 namespace Tarnwick::DSO::Filters {
 
-using SystemFramework::NumberUtilities;
 using SystemFramework::OwnedArray;
 using SystemFramework::Refuse;
 using SystemFramework::RequireFinite;
@@ -266,7 +265,7 @@ void CTLEFilter::PolesAndZerosChanged(CTLEFilterParameters* parameters)
     const double zero = settings.zero1 * Maths::kRadPerGHz;
     const Maths::TwoPoleResponse response{pole1 * settings.dcGain * pole2 / zero, pole1, pole2, zero};
     const double peaking = 20.0 * std::log10(std::abs(response(symbolRate / 2.0)) / std::abs(response(0.0)));
-    settings.gain = NumberUtilities::Round(peaking, 2);
+    settings.gain = Maths::RoundedToDecimals(peaking, 2);
 }
 
 Complex CTLEFilter::ComplexConjugate(Complex value)

@@ -7,34 +7,38 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "filters/plumbing/channel.h"
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/settings.h"
+#include "filters/plumbing/taps.h"
 #include "filters/plumbing/timebase.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
+#include "framework/plumbing/patternsymbols.h"
 #include "framework/plumbing/trace.h"
-#include "framework/prbs.h"
 #include "maths/equalisers/decisionfeedback.h"
+#include "maths/patterns/codings.h"
+#include "maths/patterns/idealsignal.h"
 
 namespace Tarnwick::DSO::Filters {
 
+using SystemFramework::DetectedPam4Symbols;
+using SystemFramework::LevelsOfSymbols;
 using SystemFramework::NewArray;
 using SystemFramework::NewArrayFrom;
 using SystemFramework::OwnedArray;
-using SystemFramework::PRBS;
 using SystemFramework::Refuse;
 using SystemFramework::RequireFinite;
 using SystemFramework::RequirePositive;
 using SystemFramework::SignalData;
+using SystemFramework::SymbolMapOf;
 using SystemFramework::TextOf;
 
 namespace {
 
 constexpr const char* kFilter = "DFEFilter";
-constexpr int kMostTaps = 1 << 20;  // far beyond any channel's memory, and no memory of ours to speak of
-
 // More than the main cursor left over: the record does not follow the symbols. Noise fitted by chance comes out at 2 to
 // 3, interference that a decision could still stand at below 1.
 constexpr double kWorstResidual = 1.0;
@@ -54,15 +58,12 @@ DFEFilterParameters Refreshed(const DFEFilterParameters& parameters, const Devic
     return next;
 }
 
-int LevelCount(E_SIGNAL_CODING coding)
+int LevelCountOf(E_SIGNAL_CODING coding)
 {
-    switch (coding) {
-        case SIGNAL_CODING_NRZ: return 2;
-        case SIGNAL_CODING_PAM3: return 3;
-        case SIGNAL_CODING_PAM4:
-        case SIGNAL_CODING_PAM4_PRECODED: return 4;
-        default: Refuse(kFilter, "signalCoding", static_cast<int>(coding), "NRZ, PAM3, PAM4 or precoded PAM4");
-    }
+    const int count = Maths::LevelCount(coding);
+    if (count == 0)
+        Refuse(kFilter, "signalCoding", static_cast<int>(coding), "NRZ, PAM3, PAM4 or precoded PAM4");
+    return count;
 }
 
 // How a record falls into repetitions of the pattern.
@@ -75,13 +76,10 @@ public:
         const PatternPeriod pattern(kFilter, config, parameters.samplesPerUi, config.patternLengthUi);
         grid_.symbols = static_cast<std::size_t>(config.patternLengthUi);
         grid_.samplesPerUi = pattern.SamplesPerUi();
-        period_ = pattern.Length();
         count_ = pattern.CountIn(sampleCount);
         if (count_ < 1)
             pattern.RefuseShort(sampleCount);
-        const double share = static_cast<double>(sampleCount) / count_;
-        if (!pattern.IsWhole() && share < period_ + 1.0)
-            period_ = share;
+        period_ = pattern.LengthIn(sampleCount);
         end_ = std::min(static_cast<std::size_t>(sampleCount), static_cast<std::size_t>(std::lround(count_ * period_)));
     }
     const Maths::UiGrid& Grid() const { return grid_; }
@@ -99,17 +97,14 @@ private:
     std::size_t end_ = 0;
 };
 
-// What is read with or without a search; automatic taps are looked at once they have been found.
+// What is read with or without a search; automatic taps are looked at once they have been search.
 void RequireUsable(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
     RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
     RequireFinite(kFilter, "samplingDelayPs", parameters.samplingDelayPs, "a finite time in picoseconds");
-    if (parameters.numberOfTaps < 0)
-        Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "0 or more taps");
-    if (parameters.numberOfTaps > kMostTaps)
-        Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "at most " + std::to_string(kMostTaps) + " taps");
+    RequireTapCount(kFilter, parameters.numberOfTaps);
     if (parameters.numberOfTaps > 0)
-        LevelCount(config.signalCoding);
+        LevelCountOf(config.signalCoding);
 }
 
 std::span<const double> UsedTaps(const DFEFilterParameters& parameters)
@@ -118,21 +113,21 @@ std::span<const double> UsedTaps(const DFEFilterParameters& parameters)
     if (!parameters.useManualTaps && parameters.taps.size() < wanted)
         Refuse(kFilter, "number of taps", parameters.taps.size(),
                std::to_string(wanted) + ", found by Prepare; mark the parameters dirty");
-    const std::size_t count = std::min(parameters.taps.size(), wanted);
-    for (std::size_t k = 0; k < count; ++k)
-        RequireFinite(kFilter, "taps[" + std::to_string(k) + "]", parameters.taps[k], "a finite number");
-    return std::span(parameters.taps).first(count);
+    const auto used = std::span(parameters.taps).first(std::min(parameters.taps.size(), wanted));
+    RequireFiniteTaps(kFilter, used);
+    return used;
 }
 
 std::string SymbolsOf(std::span<const double> repetition, const DeviceConfiguration& config, bool withoutGrayCoding)
 {
-    const bool isPam4 = LevelCount(config.signalCoding) == 4;
+    const bool isPam4 = LevelCountOf(config.signalCoding) == 4;
     const bool hasBuffer = config.patternSequenceBuffer != nullptr && *config.patternSequenceBuffer != '\0';
     const bool isGiven = !isPam4 || (config.useUserPattern && !(config.patternSymbols.empty() && hasBuffer));
     if (!isGiven)
-        return PRBS::GetIdealPrbsSequencePAM4(repetition.data(), static_cast<int>(repetition.size()),
-                                              config.patternLengthUi, config.patternSequenceBuffer, withoutGrayCoding,
-                                              config.useUserPattern, true);
+        return DetectedPam4Symbols(
+            kFilter, repetition.data(), static_cast<int>(repetition.size()),
+            {config.patternLengthUi, SymbolMapOf(withoutGrayCoding),
+             config.useUserPattern ? config.patternSequenceBuffer : nullptr, Maths::Decisions::Equalised});
     if (config.patternSymbols.size() != static_cast<std::size_t>(config.patternLengthUi))
         Refuse(kFilter, "length of patternSymbols", config.patternSymbols.size(),
                "patternLengthUi, " + std::to_string(config.patternLengthUi));
@@ -140,12 +135,11 @@ std::string SymbolsOf(std::span<const double> repetition, const DeviceConfigurat
 }
 
 // A value from -1 to 1 for each symbol.
-OwnedArray SymbolValues(const std::string& symbols, E_SIGNAL_CODING coding, bool withoutGrayCoding)
+std::vector<double> SymbolValues(const std::string& symbols, E_SIGNAL_CODING coding, bool withoutGrayCoding)
 {
-    int length = 0;
-    return OwnedArray(withoutGrayCoding ? PRBS::GetIdealSignalFromPrbsSymbols_withoutGrayCodingD(
-                                              length, -1.0, 1.0, symbols, 1, coding, 0.0)
-                                        : PRBS::GetIdealSignalFromPrbsSymbolsD(length, -1.0, 1.0, symbols, 1, coding));
+    const auto [levels, levelCount] =
+        LevelsOfSymbols(kFilter, "symbols", symbols, coding, SymbolMapOf(withoutGrayCoding));
+    return Maths::IdealSignal(levels, {-1.0, 1.0, levelCount}, 1.0, levels.size());
 }
 
 // Finds delay and taps.
@@ -157,23 +151,22 @@ void Search(DFEFilterParameters& parameters, const DeviceConfiguration& config, 
         Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps,
                "at most patternLengthUi - 2, " + std::to_string(config.patternLengthUi - 2));
     const std::string symbols = SymbolsOf(repetition, config, parameters.withoutGrayCoding);
-    const OwnedArray values = SymbolValues(symbols, config.signalCoding, parameters.withoutGrayCoding);
-    Maths::FeedbackSearch found = Maths::FindFeedback(repetition, std::span(values.get(), symbols.size()),
-                                                      grid.samplesPerUi, parameters.numberOfTaps);
-    if (found.outcome == Outcome::SymbolsAlike)
+    const std::vector<double> values = SymbolValues(symbols, config.signalCoding, parameters.withoutGrayCoding);
+    Maths::FeedbackSearch search = Maths::FindFeedback(repetition, values, grid.samplesPerUi, parameters.numberOfTaps);
+    if (search.outcome == Outcome::SymbolsAlike)
         Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "as many as the pattern's symbols can tell apart");
-    if (found.outcome == Outcome::NoMainCursor)
+    if (search.outcome == Outcome::NoMainCursor)
         Refuse(kFilter, "main cursor", "not positive at any sampling delay",
                "a record that follows the pattern's symbols");
-    if (!(found.residual <= kWorstResidual))
-        Refuse(kFilter, "residual over main cursor", found.residual,
+    if (!(search.residual <= kWorstResidual))
+        Refuse(kFilter, "residual over main cursor", search.residual,
                "at most " + TextOf(kWorstResidual) + ", of a record that follows the pattern's symbols");
-    const double delayPs = Maths::DelayFromSamples(found.delay, parameters.samplesPerUi, config.baudRateGBd);
-    if (Maths::SamplesFromDelay(delayPs, parameters.samplesPerUi, config.baudRateGBd) != found.delay)
+    const double delayPs = Maths::DelayFromSamples(search.delay, parameters.samplesPerUi, config.baudRateGBd);
+    if (Maths::SamplesFromDelay(delayPs, parameters.samplesPerUi, config.baudRateGBd) != search.delay)
         Refuse(kFilter, "baudRateGBd", config.baudRateGBd,
-               "a symbol rate at which picoseconds can tell a delay of " + std::to_string(found.delay) + " samples");
+               "a symbol rate at which picoseconds can tell a delay of " + std::to_string(search.delay) + " samples");
     parameters.samplingDelayPs = delayPs;
-    parameters.taps = std::move(found.taps);
+    parameters.taps = std::move(search.taps);
 }
 
 // The first decision [samples], within one UI.
@@ -256,7 +249,7 @@ double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
     if (taps.empty())
         return NewArrayFrom(record).release();
     OwnedArray result = NewArray(record.size());
-    Maths::DecisionFeedback equaliser(taps, LevelCount(config.signalCoding), cut.Grid());
+    Maths::DecisionFeedback equaliser(taps, LevelCountOf(config.signalCoding), cut.Grid());
     for (std::size_t r = 0; r < cut.Count(); ++r) {
         const std::size_t begin = cut.Begin(r);
         const std::size_t length = cut.Begin(r + 1) - begin;

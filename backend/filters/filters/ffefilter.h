@@ -3,12 +3,13 @@
 // The taps are given by hand, found from the captured pattern by least squares against its ideal copy, or those of the
 // TDECQ reference equaliser of IEEE 802.3 clause 121.8.5 (symbol-spaced, DC gain 1, least TDECQ).
 // Automatic taps need the pattern's symbols: the text for NRZ and PAM3, the text or detection for PAM4. The capture must
-// hold whole periods of the pattern. Where the capture cannot tell the taps apart (a constant record, more taps than the
+// hold whole periods of the pattern. Error below 1e-12 of taps against the matrices of samples. Where the capture cannot tell the taps apart (a constant record, more taps than the
 // pattern has places for, equal delays) there is no answer and the call is refused.
 #pragma once
 
 #include <cstdint>
 #include <limits>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,9 @@
 #include "framework/signalcoding.h"
 
 namespace Tarnwick::DSO::Filters {
+
+struct LeastSquaresSearch;
+struct TdecqSearch;
 
 class TARNWICK_FILTERS_API FFEFilterParameters : public SystemFramework::BaseFilterParameters {
 public:
@@ -56,9 +60,10 @@ public:
 
 private:
     friend class FFEFilter;
-    bool HoldsReport() const;
+    // Steps that an earlier Prepare has reported are no taps: those are still in appliedTaps.
+    const std::vector<double>& ManualTaps() const;
 
-    std::vector<double> reportedTaps_;  // what quantizeTaps wrote into `taps`: steps, never to be taken for taps
+    std::vector<double> reportedTaps_;  // the steps that quantizeTaps wrote into `taps`
     SystemFramework::ArrayOwner gaussianOwner_;
 };
 
@@ -132,7 +137,17 @@ public:
     double residualError = std::numeric_limits<double>::quiet_NaN();
 
 private:
-    void Report(FFEFilterParameters& settings);
+    static std::vector<double> NormalisedTaps(const FFEFilterParameters& settings);
+    static void ApplyTaps(FFEFilterParameters& settings, std::vector<double> taps);
+    // The public members of the same names, on settings that are not the filter's own yet and on what is checked.
+    std::vector<double> GetFFEAutomaticCoefficients(FFEFilterParameters& settings,
+                                                    SystemFramework::BaseFilterParameters* searched,
+                                                    const SystemFramework::SignalData* signal);
+    std::vector<double> GenerateFFEAutomaticCoefficients(const LeastSquaresSearch& search);
+    std::vector<double> GenerateTdecqEqualizer(FFEFilterParameters& settings,
+                                               SystemFramework::BaseFilterParameters* searched,
+                                               const SystemFramework::SignalData* signal);
+    static std::vector<double> GenerateTDECQAutomaticCoefficients(const TdecqSearch& search);
 };
 
 }  // namespace Tarnwick::DSO::Filters

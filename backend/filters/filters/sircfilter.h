@@ -1,6 +1,6 @@
 // System impulse response correction (SiRC): gives the instrument channel's measured response the shape of a
-// fourth-order Bessel-Thomson receiver whose cutoff is a part of the symbol rate, so that channel times kernel is that
-// receiver up to 1.5 times its cutoff, within 0.1 dB of a clean measurement.
+// fourth-order Bessel-Thomson receiver whose cutoff is a part of the symbol rate. Error of channel times kernel below
+// 0.1 dB up to 1.5 times the cutoff, from a clean measurement.
 //     K(f) = R(f)/C(f) taper(f) BT4(f; cutoff) / BT4(f; channelBandwidth)
 // C and R are the transforms of the measured impulse responses of the channel and of a reference receiver, smoothed
 // alike, aligned by their peaks and of unit area. Index 0 of the kernel is zero delay. Gain at DC is not corrected, nor

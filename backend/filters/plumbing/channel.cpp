@@ -2,7 +2,7 @@
 
 #include <type_traits>
 
-#include "filters/filters/patternlockfailed.h"
+#include "framework/patternlockfailed.h"
 #include "framework/plumbing/error.h"
 
 namespace Tarnwick::DSO::Filters {

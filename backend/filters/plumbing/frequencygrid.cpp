@@ -1,7 +1,5 @@
 #include "filters/plumbing/frequencygrid.h"
 
-#include <vector>
-
 #include "filters/plumbing/timebase.h"
 #include "framework/plumbing/error.h"
 #include "maths/responses/noisepreservation.h"
@@ -11,19 +9,19 @@ namespace Tarnwick::DSO::Filters {
 using SystemFramework::OwnedArray;
 using SystemFramework::Refuse;
 
-namespace {
-
-constexpr double kUpperFrequency = 2e11;  // [Hz] the correction ends at 200 GHz
-
-}  // namespace
-
-OwnedArray RecordFrequencyGrid(const char* filter, const DeviceConfiguration& config)
+int RecordLength(const char* filter, const DeviceConfiguration& config)
 {
     const char* const product = "patternRepeats * patternLengthUi * samplesPerUi";
     const int count =
         CheckedProduct(filter, product, config.patternRepeats, config.patternLengthUi, config.samplesPerUi);
     if (count < 0)
         Refuse(filter, product, count, "0 or more samples");
+    return count;
+}
+
+OwnedArray RecordFrequencyGrid(const char* filter, const DeviceConfiguration& config)
+{
+    const int count = RecordLength(filter, config);
     OwnedArray grid = SystemFramework::NewArray(static_cast<std::size_t>(count));
     const double sampleRate = config.samplesPerUi * config.baudRateGBd * 1e9;
     for (int k = 0; k < count; ++k)
@@ -36,11 +34,8 @@ void PreserveNoise(SystemFramework::BaseFilterParameters& parameters, std::span<
 {
     if (!parameters.preserveNoise)
         return;
-    std::vector<double> axis(bins.size() / 2 + 1);
-    for (std::size_t k = 0; k < axis.size(); ++k)
-        axis[k] = static_cast<double>(k) * spacing;
     parameters.preserveNoiseApplied =
-        Maths::PreserveNoise(bins, axis, parameters.noiseCornerFrequency, kUpperFrequency);
+        Maths::PreserveNoiseOnGrid(bins, spacing, parameters.noiseCornerFrequency, Maths::kNoiseUpperFrequency);
     if (!parameters.preserveNoiseApplied)
         parameters.preserveNoise = false;
 }

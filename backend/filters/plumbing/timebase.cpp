@@ -73,9 +73,20 @@ int PatternPeriod::RoundedCountIn(int samples) const
     return static_cast<int>(std::lround(samples / length_));
 }
 
-bool PatternPeriod::Fills(int samples) const
+double PatternPeriod::LengthIn(int samples) const
 {
-    return std::abs(samples - RoundedCountIn(samples) * length_) <= slack_;
+    const double share = static_cast<double>(samples) / CountIn(samples);
+    return slack_ > 0.0 && share < length_ + slack_ ? share : length_;
+}
+
+void PatternPeriod::RequireWholeRepetitions(int sampleCount) const
+{
+    const int count = RoundedCountIn(sampleCount);
+    if (count < 1)
+        RefuseShort(sampleCount);
+    if (!(std::abs(sampleCount - count * length_) <= slack_))
+        Refuse(filter_, "sampleCount", sampleCount,
+               "a whole number of repetitions of " + SystemFramework::TextOf(length_) + " samples");
 }
 
 void PatternPeriod::RefuseShort(int sampleCount) const

@@ -35,12 +35,15 @@ public:
     double SamplesPerUi() const { return samplesPerUi_; }
     /// Samples of one repetition.
     double Length() const { return length_; }
-    bool IsWhole() const { return slack_ == 0.0; }
     /// Whole repetitions that fit.
     int CountIn(int samples) const { return static_cast<int>((samples + slack_) / length_); }
     /// Repetitions in a record that consists of them: the nearest number.
     int RoundedCountIn(int samples) const;
-    bool Fills(int samples) const;
+    /// Samples of one repetition as it lies in the record: where sampling is fractional an equal share of the record,
+    /// unless that has a sample more than Length() for each repetition; else Length().
+    double LengthIn(int samples) const;
+    /// @throws std::invalid_argument  the record is shorter than one repetition or does not consist of whole ones
+    void RequireWholeRepetitions(int sampleCount) const;
     /// @throws std::invalid_argument  always: the record is shorter than one repetition
     [[noreturn]] void RefuseShort(int sampleCount) const;
 
@@ -48,7 +51,7 @@ private:
     const char* filter_;
     double samplesPerUi_;
     double length_;
-    double slack_;
+    double slack_;  // [samples] by which a repetition may be longer or shorter: 1 with a fraction, else 0
 };
 
 /// Sample interval [s]: one UI over the whole samples per UI of a pattern of `samplesPerPattern`.

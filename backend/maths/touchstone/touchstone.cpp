@@ -238,6 +238,21 @@ std::optional<LineFailure> FailureIfFewerThan(std::size_t needed, const Tokens& 
 
 }  // namespace
 
+std::string RefusalOf(const LineFailure& failure, std::string_view reader, std::string_view fileName, std::size_t line)
+{
+    using Reason = LineFailure::Reason;
+    const std::string place = " in line " + std::to_string(line) + " of " + std::string(fileName);
+    const std::string prefix = std::string(reader) + ": ";
+    switch (failure.reason) {
+        case Reason::InvalidNumber: return "invalid stod argument";
+        case Reason::NumberOutOfRange: return "stod argument out of range";
+        case Reason::FrequencyNotANumber: return prefix + "frequency" + place + " is nan; expected a number";
+        case Reason::TooFewTokens: break;
+    }
+    return prefix + "number of tokens" + place + " is " + std::to_string(failure.found) + "; expected at least " +
+           std::to_string(failure.needed) + (failure.isOptions ? " in an option line" : " in a data line");
+}
+
 std::optional<LineFailure> TouchstoneReader::Take(std::string_view line)
 {
     if (IsBlank(line))

@@ -90,6 +90,11 @@ struct LineFailure {
     bool isOptions;      ///< the line is an option line
 };
 
+/// The text of a refusal. Numbers that cannot be read have the texts that hosts know, without name and place. Deliberate.
+/// @param reader  in whose name the line is refused
+TARNWICK_FRAMEWORK_API std::string RefusalOf(const LineFailure& failure, std::string_view reader,
+                                             std::string_view fileName, std::size_t line);
+
 /// Reads the lines of a file in their order. Beside the result it holds one matrix.
 class TARNWICK_FRAMEWORK_API TouchstoneReader {
 public:

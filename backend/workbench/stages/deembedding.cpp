@@ -4,7 +4,7 @@
 #include <map>
 
 #include "filters/filters/deembeddingfilter.h"
-#include "filters/filters/touchstonecheck.h"
+#include "workbench/touchstonecheck.h"
 #include "workbench/deembeddingreport.h"
 #include "workbench/fixturefile.h"
 #include "workbench/plumbing/wholefile.h"
@@ -63,7 +63,7 @@ Transmission ReadFixture(const P& parameters, std::vector<std::string>& notes)
     constexpr std::size_t kKindsNoted = 3;
     const std::string& name = parameters.sparamFileName;
     const std::string text = ReadWholeFile(name);
-    auto report = Filters::CheckTouchstoneText(text, name, parameters.portOrder);
+    auto report = CheckTouchstoneText(text, name, parameters.portOrder);
     if (!report.readFailure.empty()) {
         const auto refused =
             std::find_if(report.differences.begin(), report.differences.end(),
@@ -79,7 +79,7 @@ Transmission ReadFixture(const P& parameters, std::vector<std::string>& notes)
                                     kinds.size() - kKindsNoted));
     if (MeantKind(name) == Maths::FileKind::FourPort) {
         const bool isFirst = parameters.portOrder == PORT_ORDER_12_34;
-        auto other = Filters::CheckTouchstoneText(text, name, isFirst ? PORT_ORDER_13_24 : PORT_ORDER_12_34).plain;
+        auto other = CheckTouchstoneText(text, name, isFirst ? PORT_ORDER_13_24 : PORT_ORDER_12_34).plain;
         const ThroughPath through =
             isFirst ? FindThroughPath({report.plain, other}) : FindThroughPath({other, report.plain});
         if (through.order && *through.order != parameters.portOrder)

@@ -9,9 +9,10 @@
 #include <limits>
 #include <numbers>
 #include <numeric>
-#include <optional>
 
+#include "maths/accuracy.h"
 #include "support/expectations.h"
+#include "support/filterrig.h"
 #include "support/references.h"
 #include "support/signals.h"
 
@@ -25,28 +26,12 @@ constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr double kHalfPower = 2.1139287217715976;      // where the walk of order 4 ends for 1/sqrt(2)
 constexpr double kHalfAmplitude = 2.8860245572148999;  // and for 1/2
 
-// A configuration, its parameters and the filter, which hold on to each other.
-struct Receiver {
-    explicit Receiver(DeviceConfiguration configuration, const std::function<void(BesselThomsonParameters&)>& set = {})
-        : config(std::move(configuration)), parameters(&config)
-    {
-        if (set)
-            set(parameters);
-        filter.emplace(&parameters);
-    }
+struct Receiver : FilterRig<BesselThomson, BesselThomsonParameters> {
+    using FilterRig::FilterRig;
     std::vector<double> Kernel()
     {
         return Take(filter->GetBesselThomsonFrequencyDomainFilter(&parameters), parameters.samplesPerPattern - 1);
     }
-    std::vector<double> Apply(std::vector<double> samples)
-    {
-        Record record(std::move(samples));
-        return Take(filter->Apply(&record), record.Values().size());
-    }
-
-    DeviceConfiguration config;
-    BesselThomsonParameters parameters;
-    std::optional<BesselThomson> filter;
 };
 
 DeviceConfiguration Fractional(double uiDuration, double sampleSpacing, int patternLengthUi)
@@ -85,8 +70,9 @@ TEST(BesselThomsonKernel, HasTheMagnitudeAndPhaseOfTheResponse)
             const double spacing = samplesPerUi / 0.6 / static_cast<double>(taps.size());  // in cutoff frequencies
             for (std::size_t k = 0; 2 * k < taps.size(); k += 7) {
                 const double w = cutoffs[order - 1] * spacing * static_cast<double>(k);
-                // k steps of a running frequency sum, and the rounding of the transform
-                EXPECT_NEAR(std::abs(DirectDftAt(taps, k) - BesselThomsonAt(order, w)), 0.0, 1e-12) << "bin " << k;
+                EXPECT_NEAR(std::abs(DirectDftAt(taps, k) - BesselThomsonAt(order, w)), 0.0,
+                            Maths::kBesselThomsonBinError)
+                    << "bin " << k;
             }
         }
 }
@@ -117,7 +103,7 @@ TEST(BesselThomsonKernel, TakesTheCriterionOfItsChannel)
         const auto taps = Receiver(config, [](auto& parameters) { parameters.channel = 2; }).Kernel();
         for (const int k : {10, 95, 200})
             EXPECT_NEAR(std::abs(DirectDftAt(taps, k)), std::abs(BesselThomsonAt(4, cutoff * k * 8 / 0.75 / 1015)),
-                        1e-12)
+                        Maths::kBesselThomsonBinError)
                 << "converter on channel " << converter << ", bin " << k;
     }
 }
@@ -230,11 +216,11 @@ TEST(BesselThomsonLifecycle, FiltersWithAHostsKernelWithoutAConfiguration)
     BesselThomsonParameters parameters(0.0, 4, 75.0, 4, false, 3.5e10, 0.0);
     parameters.ResetDirty();
     BesselThomson filter(&parameters);
-    Record record({1.0, 2.0, 3.0, 4.0, 5.0, 6.0, 7.0, 8.0});
     filter.kernel = static_cast<double*>(::operator new(3 * sizeof(double)));
     filter.kernel[0] = filter.kernel[1] = 0.0;
     filter.kernel[2] = 2.0;
-    EXPECT_EQ(Take(filter.Apply(&record), 8), (std::vector<double>{6, 8, 2, 4, 14, 16, 10, 12}));
+    EXPECT_EQ(Filtered(filter, std::vector<double>{1, 2, 3, 4, 5, 6, 7, 8}),
+              (std::vector<double>{6, 8, 2, 4, 14, 16, 10, 12}));
 }
 
 // A Prepare that is refused leaves filter and parameters as they were, also where the configuration has moved on.
@@ -273,18 +259,13 @@ TEST(BesselThomsonErrors, NameTheValueAndChangeNothing)
 
 TEST(BesselThomsonErrors, NameMissingObjects)
 {
-    BesselThomsonParameters unconfigured(0.0, 4, 75.0, 64, false, 3.5e10, 0.0);
     BesselThomsonParameters unfilled;
-    BesselThomson alone(&unconfigured);
     BesselThomson empty(&unfilled);
-    Record record(Constant(1.0, 64));
     const std::string where = "BesselThomson: ";
-    ExpectRefused([&] { alone.Apply(&record); },
-                  where + "configuration is null; expected the device configuration, which holds the symbol rate");
-    ExpectRefused([&] { empty.Apply(&record); }, where + "samplesPerPattern is 0; expected at least 2 samples");
-    ExpectRefused([&] { alone.GetBesselThomsonFrequencyDomainFilter(nullptr); },
+    ExpectRefused([&] { Filtered(empty, Constant(1.0, 64)); },
+                  where + "samplesPerPattern is 0; expected at least 2 samples");
+    ExpectRefused([&] { empty.GetBesselThomsonFrequencyDomainFilter(nullptr); },
                   where + "parameters is null; expected a parameters object");
-    ExpectRefused([&] { alone.Apply(nullptr); }, where + "signal is null; expected a captured waveform");
 }
 
 TEST(BesselThomson4th, IsThreeDecibelsDownAtTheCutoffAndNormalisesItsInput)

@@ -9,11 +9,12 @@
 #include <limits>
 #include <numbers>
 #include <numeric>
-#include <optional>
 
 #include "framework/fftifft.h"
+#include "maths/accuracy.h"
 #include "support/captures.h"
 #include "support/expectations.h"
+#include "support/filterrig.h"
 #include "support/references.h"
 #include "support/signals.h"
 
@@ -26,30 +27,13 @@ using Set = std::function<void(CTLEFilterParameters&)>;
 
 constexpr double kTwoPi = 2.0 * std::numbers::pi;
 
-// A configuration, its parameters and the filter, which hold on to each other.
-struct Equaliser {
-    explicit Equaliser(DeviceConfiguration configuration, const Set& set = {})
-        : config(std::move(configuration)), parameters(&config)
-    {
-        if (set)
-            set(parameters);
-        filter.emplace(&parameters);
-    }
-    std::vector<double> Apply(std::vector<double> samples)
-    {
-        Record record(std::move(samples));
-        return Take(filter->Apply(&record), record.Values().size());
-    }
-    void Prepare() { static_cast<SystemFramework::BaseFilter&>(*filter).Prepare(nullptr); }
+struct Equaliser : FilterRig<CTLEFilter, CTLEFilterParameters> {
+    using FilterRig::FilterRig;
     const std::vector<double>& Taps()
     {
         Prepare();
         return filter->filterTaps;
     }
-
-    DeviceConfiguration config;
-    CTLEFilterParameters parameters;
-    std::optional<CTLEFilter> filter;
 };
 
 DeviceConfiguration Repeated(int samplesPerUi, int patternLengthUi, int repeats = 1)
@@ -167,8 +151,8 @@ TEST(CTLEFilterTaps, HaveTheSpectrumOfTheirFormula)
             SystemFramework::FFTIFFT_Factory::GetInstance().FFT(bins.data(), static_cast<int>(count));
             const double spacing =
                 26.5625 * samplesPerUi / (config.patternRepeats * config.samplesPerUi * config.patternLengthUi);
-            // 1e-9 for the transforms; the peaking design reaches its gain to five decimals and unit gain to as many.
-            const double bound = equaliser.parameters.type == CTLE_PEAKING ? 2e-5 : 1e-9;
+            const double bound =
+                equaliser.parameters.type == CTLE_PEAKING ? Maths::kCtlePeakingBinError : Maths::kCtleBinError;
             for (std::size_t k = 0; k <= count / 2; ++k) {
                 const Complex expected = formula.at(spacing * static_cast<double>(k));
                 ASSERT_LT(std::abs(bins[k] - expected), bound * std::abs(expected)) << "bin " << k;
@@ -335,13 +319,6 @@ TEST(CTLEFilterErrors, NameTheFilterTheValueAndWhatWasExpected)
 TEST(CTLEFilterErrors, RefuseWhatIsMissing)
 {
     const std::string where = "CTLEFilter: ";
-    ExpectRefused([] { CTLEFilter filter(nullptr); }, where + "parameters is null; expected a parameters object");
-    CTLEFilterParameters unconfigured;
-    CTLEFilter filter(&unconfigured);
-    Record record(Constant(1.0, 16));
-    ExpectRefused([&] { filter.Apply(&record); },
-                  where + "configuration is null; expected the device configuration, which holds the symbol rate");
-
     Equaliser equaliser(Repeated(8, 2), Type(CTLE_PEAKING, 4.0));
     equaliser.parameters.ResetDirty();
     ExpectRefused([&] { equaliser.Apply(Constant(1.0, 16)); },

@@ -11,6 +11,7 @@
 
 #include "support/expectations.h"
 #include "support/files.h"
+#include "support/filterrig.h"
 #include "support/references.h"
 #include "support/signals.h"
 
@@ -36,26 +37,17 @@ std::string FlatFile(const std::string& gain)
     return "# Hz S RI R 50\n1e9" + values + "90e9" + values;
 }
 
-// A configuration of 127 UI, its parameters and the filter on a file in a folder of the test.
-struct Deembedder {
-    Deembedder() : config(Configuration(16, 127)), parameters(&config)
+// On 127 UI and a file in a folder of the test.
+struct Deembedder : FilterRig<DeEmbeddingFilter, DeEmbeddingParameters> {
+    Deembedder() : FilterRig(Configuration(16, 127), Later())
     {
         config.samplesPerPattern = 16 * 127;
         std::fill(std::begin(config.patternLocked), std::end(config.patternLocked), false);
         parameters.sparamFileName = folder.Write("fixture.s2p", FlatFile("0.5")).string();
         parameters.preserveNoise = false;
     }
-    DeEmbeddingFilter& Filter() { return filter ? *filter : filter.emplace(&parameters); }
-    std::vector<double> Apply(std::vector<double> samples)
-    {
-        Record record(std::move(samples));
-        return Take(Filter().Apply(&record), record.Values().size());
-    }
 
     TestFolder folder;
-    DeviceConfiguration config;
-    DeEmbeddingParameters parameters;
-    std::optional<DeEmbeddingFilter> filter;
 };
 
 TEST(DeEmbeddingParameters, IgnoreTheFirstThirdAndTwelfthArgument)
@@ -280,26 +272,17 @@ TEST(DeEmbeddingErrors, NameWhatIsWrongAndChangeNothing)
     Deembedder deembedder;
     deembedder.parameters.sparamFileName = "nowhere.s2p";
     deembedder.parameters.preserveNoise = true;
-    DeEmbeddingFilter& filter = deembedder.Filter();
+    deembedder.Filter();
     deembedder.config.samplesPerUi = 4;  // not taken over without a kernel
-    Record record(Constant(1.0, 2032));
-    ExpectRefused([&] { filter.Apply(&record); },
-                  "SParameter::ConvertSparamFilterDataToImpulseResponse: data is empty; expected two frequencies or "
-                  "more (file missing or unreadable?)");
+    ExpectRefused([&] { deembedder.Apply(Constant(1.0, 2032)); },
+                  "DeEmbeddingFilter: data is empty; expected two frequencies or more (file missing or unreadable?)");
     EXPECT_TRUE(deembedder.parameters.IsDirty() && deembedder.parameters.preserveNoise);
     EXPECT_EQ(deembedder.parameters.samplesPerUi, 16);
 
     const std::string noParameters = "DeEmbeddingFilter: parameters is null; expected a parameters object";
-    ExpectRefused([&] { filter.Apply(nullptr); }, "DeEmbeddingFilter: signal is null; expected a captured waveform");
     ExpectRefused([] { DeEmbeddingFilter none(static_cast<DeEmbeddingParameters*>(nullptr)); }, noParameters);
     DeEmbeddingFilter bare(&deembedder.config);
     ExpectRefused([&] { bare.Prepare(); }, noParameters);
-    DeEmbeddingParameters alone;
-    DeEmbeddingFilter lonely(&alone);
-    const std::string noConfiguration =
-        "DeEmbeddingFilter: configuration is null; expected the device configuration, which holds the symbol rate";
-    ExpectRefused([&] { lonely.Prepare(); }, noConfiguration);
-    ExpectRefused([&] { lonely.Apply(&record); }, noConfiguration);
 }
 
 }  // namespace

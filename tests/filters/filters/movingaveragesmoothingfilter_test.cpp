@@ -3,8 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cfloat>
 
+#include "filters/apply.h"
+#include "maths/accuracy.h"
 #include "support/expectations.h"
 #include "support/references.h"
 #include "support/signals.h"
@@ -23,11 +24,10 @@ Parameters ParametersOf(int windowLength, DeviceConfiguration* config)
     return parameters;
 }
 
-std::vector<double> Smoothed(Parameters parameters, std::vector<double> samples)
+std::vector<double> Smoothed(Parameters parameters, const std::vector<double>& samples)
 {
     MovingAverageSmoothingFilter filter(&parameters);
-    Record record(std::move(samples));
-    return Take(filter.Apply(&record), record.Values().size());
+    return Filtered(filter, samples);
 }
 
 // Mean over lags first .. last of a periodic signal, times (last - first + 1) / window.
@@ -42,12 +42,6 @@ std::vector<double> WindowSums(const std::vector<double>& period, int first, int
         result[k] = static_cast<double>(sum / window);
     }
     return result;
-}
-
-// Samples lie within 1: w roundings of the sum and one of the division.
-double Bound(int window)
-{
-    return (window + 1) * DBL_EPSILON;
 }
 
 // The window becomes the next odd length of at least 3; its taps stand around lag 0. Where it is longer than the record
@@ -74,7 +68,8 @@ TEST(MovingAverageApply, WithoutAConfigurationIsTheCentredMeanOfTheWholeRecord)
     const auto samples = RandomValues(1000, 1);
     for (const int window : {3, 5, 31, 33, 101}) {
         const auto expected = WindowSums(samples, -(window / 2), window / 2, window);
-        EXPECT_TRUE(AreNear(Smoothed(Parameters(window), samples), expected, Bound(window))) << "window " << window;
+        EXPECT_TRUE(AreNear(Smoothed(Parameters(window), samples), expected, Maths::MovingAverageError(window)))
+            << "window " << window;
     }
 }
 
@@ -95,7 +90,8 @@ TEST(MovingAverageApply, OfSeveralRepetitionsIsAPartialTrailingAverage)
             samples.insert(samples.end(), repetition.begin(), repetition.end());
             expected.insert(expected.end(), sums.begin(), sums.end());
         }
-        EXPECT_TRUE(AreNear(Smoothed(ParametersOf(window, &config), samples), expected, Bound(window)));
+        EXPECT_TRUE(
+            AreNear(Smoothed(ParametersOf(window, &config), samples), expected, Maths::MovingAverageError(window)));
     }
 }
 
@@ -133,6 +129,10 @@ TEST(MovingAverageApply, IsNullButPreparedForARecordShorterThanOneRepetition)
     MovingAverageSmoothingFilter filter(&parameters);
     Record record(Constant(1.0, 127));
     EXPECT_EQ(filter.Apply(&record), nullptr);
+    ExpectRefused(
+        [&] { Filtered(filter, record.Values()); },
+        "Filters::Filtered: result of Apply is null; expected a filtered record; the samples may be fewer than "
+        "one repetition of the pattern");
     EXPECT_EQ(parameters.WindowLength, 5);
     EXPECT_FALSE(parameters.IsDirty());
 }
@@ -142,14 +142,14 @@ TEST(MovingAverageLifecycle, PreparesWhileDirtyAndResetsIt)
     Parameters parameters(3);
     MovingAverageSmoothingFilter filter(&parameters);
     EXPECT_TRUE(filter.notPrepared && filter.flag2);
-    Record record(RandomValues(64, 5));
-    const auto expected = Take(filter.Apply(&record), 64);
+    const auto record = RandomValues(64, 5);
+    const auto expected = Filtered(filter, record);
     EXPECT_FALSE(parameters.IsDirty() || filter.notPrepared);
 
     parameters.WindowLength = 7;  // writing a field alone changes nothing
-    EXPECT_EQ(Take(filter.Apply(&record), 64), expected);
+    EXPECT_EQ(Filtered(filter, record), expected);
     parameters.SetDirty();
-    EXPECT_TRUE(AreNear(Take(filter.Apply(&record), 64), WindowSums(record.Values(), -3, 3, 7), Bound(7)));
+    EXPECT_TRUE(AreNear(Filtered(filter, record), WindowSums(record, -3, 3, 7), Maths::MovingAverageError(7)));
 }
 
 // The kernel of another record is used as it stands: its first taps for a shorter one, none for a longer one.
@@ -158,11 +158,10 @@ TEST(MovingAverageLifecycle, UsesTheKernelOfTheRecordItWasPreparedFor)
     Parameters parameters(5);
     MovingAverageSmoothingFilter filter(&parameters);
     Record prepared(Constant(1.0, 64));
-    Record shorter(RandomValues(40, 6));
-    Record longer(Constant(1.0, 65));
+    const auto shorter = RandomValues(40, 6);
     filter.Prepare(&prepared);
-    EXPECT_TRUE(AreNear(Take(filter.Apply(&shorter), 40), WindowSums(shorter.Values(), 0, 2, 5), Bound(5)));
-    ExpectRefused([&] { filter.Apply(&longer); },
+    EXPECT_TRUE(AreNear(Filtered(filter, shorter), WindowSums(shorter, 0, 2, 5), Maths::MovingAverageError(5)));
+    ExpectRefused([&] { Filtered(filter, Constant(1.0, 65)); },
                   "MovingAverageSmoothingFilter: number of kernel taps is 64; expected at least 65; call Prepare");
 }
 
@@ -180,7 +179,6 @@ TEST(MovingAverageErrors, NameTheValueAndChangeNothing)
     Record longer(Constant(1.0, 64));
     ExpectRefused([&] { filter.Apply(&longer); },
                   where + "samplesPerUi * patternLengthUi is 0; expected at least 1 sample");
-    ExpectRefused([&] { filter.Apply(nullptr); }, where + "signal is null; expected a captured waveform");
     ExpectRefused([&] { filter.MovingAverageSmoothing(nullptr, &record); },
                   where + "parameters is null; expected a parameters object");
     EXPECT_EQ(parameters.WindowLength, 10);

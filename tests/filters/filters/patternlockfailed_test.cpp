@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <exception>
+#include <string>
 
 #include "filters/filters.h"
 #include "support/expectations.h"
@@ -23,35 +24,60 @@ void Construct(DeviceConfiguration* config, int channel)
     const Filter filter(&parameters);
 }
 
-const struct {
-    const char* name;
-    void (*construct)(DeviceConfiguration* config, int channel);
-} kFilters[] = {
-    {"BesselThomson", Construct<BesselThomson, BesselThomsonParameters>},
-    {"MovingAverageSmoothingFilter", Construct<MovingAverageSmoothingFilter, MovingAverageWindowSmoothingParameters>},
-    {"FFEFilter", Construct<FFEFilter, FFEFilterParameters>},
-    {"DFEFilter", Construct<DFEFilter, DFEFilterParameters>}};
+template <typename Filter, typename Parameters>
+void ConstructOnNothing()
+{
+    const Filter filter(static_cast<Parameters*>(nullptr));
+}
 
-// Without a configuration there is nothing to ask; a copy of the samples never asks.
+struct Row {
+    std::string name;
+    bool asks;
+    void (*construct)(DeviceConfiguration* config, int channel);
+    void (*constructOnNothing)();
+};
+
+template <typename Filter, typename Parameters>
+Row RowOf(const char* name, bool asks = true)
+{
+    return {name, asks, Construct<Filter, Parameters>, ConstructOnNothing<Filter, Parameters>};
+}
+
+// Without a configuration there is nothing to ask. A copy of the samples and a fixture do not depend on the pattern's lock.
 TEST(PatternLock, IsAskedOfTheFiltersOwnChannel)
 {
-    for (const auto& filter : kFilters) {
-        SCOPED_TRACE(filter.name);
-        DeviceConfiguration config = Configuration(4, 16);
-        config.patternLocked[2] = false;
+    const Row rows[] = {
+        RowOf<BesselThomson, BesselThomsonParameters>("BesselThomson"),
+        RowOf<CTLEFilter, CTLEFilterParameters>("CTLEFilter"),
+        RowOf<Copy, CopyParameters>("Copy", false),
+        RowOf<DFEFilter, DFEFilterParameters>("DFEFilter"),
+        RowOf<DeEmbeddingFilter, DeEmbeddingParameters>("DeEmbeddingFilter", false),
+        RowOf<FFEFilter, FFEFilterParameters>("FFEFilter"),
+        RowOf<MovingAverageSmoothingFilter, MovingAverageWindowSmoothingParameters>("MovingAverageSmoothingFilter"),
+        RowOf<SircFilter, SircFilterParameters>("SircFilter"),
+    };
+    DeviceConfiguration config = Configuration(4, 16);
+    config.electricalResponseTable = config.referenceTable = {4, {0.0, 1.0}};
+    config.channelBandwidths = Constant(39.8e9, 4);
+    config.patternLocked[2] = false;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
         for (const int locked : {0, 1, 3})
-            EXPECT_NO_THROW(filter.construct(&config, locked));
-        EXPECT_THROW(filter.construct(&config, 2), PatternLockFailed);
+            EXPECT_NO_THROW(row.construct(&config, locked));
+        EXPECT_NO_THROW(row.construct(nullptr, 9));
+        if (!row.asks) {
+            EXPECT_NO_THROW(row.construct(&config, 2));
+            EXPECT_NO_THROW(row.construct(&config, 4));
+            continue;
+        }
+        EXPECT_THROW(row.construct(&config, 2), PatternLockFailed);
         for (const int channel : {-1, 4})
-            ExpectRefused([&] { filter.construct(&config, channel); },
-                          std::string(filter.name) + ": channel is " + std::to_string(channel) + "; expected 0 to 3");
-        EXPECT_NO_THROW(filter.construct(nullptr, 9));
+            ExpectRefused([&] { row.construct(&config, channel); },
+                          row.name + ": channel is " + std::to_string(channel) + "; expected 0 to 3");
+        ExpectRefused(row.constructOnNothing, row.name + ": parameters is null; expected a parameters object");
     }
     const PatternLockFailed failed;
     EXPECT_STREQ(static_cast<const std::exception&>(failed).what(), "No pattern lock");
-    DeviceConfiguration unlocked;
-    EXPECT_NO_THROW((Construct<Copy, CopyParameters>(&unlocked, 9)));
-    ExpectRefused([] { BesselThomson{nullptr}; }, "BesselThomson: parameters is null; expected a parameters object");
 }
 
 }  // namespace

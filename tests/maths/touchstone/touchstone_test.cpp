@@ -8,11 +8,11 @@
 #include <stdexcept>
 #include <string>
 
-#include "filters/plumbing/linereader.h"
+#include "framework/plumbing/linereader.h"
 
 namespace {
 
-using namespace Tarnwick::DSO::Filters;
+using Tarnwick::DSO::SystemFramework::LineReader;
 using namespace Tarnwick::DSO::Maths;
 
 // What std::stod makes of a text; in the "C" locale, in which tests run.

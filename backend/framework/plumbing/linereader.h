@@ -9,9 +9,9 @@
 
 #include "framework/export.h"
 
-namespace Tarnwick::DSO::Filters {
+namespace Tarnwick::DSO::SystemFramework {
 
-class TARNWICK_FILTERS_API LineReader {
+class TARNWICK_FRAMEWORK_API LineReader {
 public:
     /// @param source  binary, must outlive the reader; one that is not open holds no line
     explicit LineReader(std::istream& source);
@@ -32,4 +32,4 @@ private:
     std::size_t number_ = 0;
 };
 
-}  // namespace Tarnwick::DSO::Filters
+}  // namespace Tarnwick::DSO::SystemFramework

@@ -1,6 +1,6 @@
-// What DeEmbeddingFilter reads in an S-parameter file, beside what the file says.
+// What the de-embedding filter reads in an S-parameter file, beside what the file says.
 // The filter's rules are fixed and narrow: a blank at the end of a line, a comment behind the numbers or another order of
-// the options changes what they give, mostly without an error. This tells it before a waveform is spoilt.
+// the options changes what they give, mostly without an error. This check says so before a waveform is spoilt.
 #pragma once
 
 #include <complex>
@@ -13,7 +13,7 @@
 #include "filters/filters/deembeddingfilter.h"
 #include "framework/export.h"
 
-namespace Tarnwick::DSO::Filters {
+namespace Tarnwick::DSO::Workbench {
 
 struct TouchstoneDifference {
     std::size_t line;   ///< counted from 1; 0: the file as a whole
@@ -34,13 +34,9 @@ struct TouchstoneReport {
     std::vector<TouchstoneDifference> differences;
 };
 
-/// Reads a file both ways.
-/// @param fileName   a file that cannot be read is reported as a difference
+/// Reads a file's text both ways.
+/// @param fileName   says how many ports there are
 /// @param portOrder  of a four-port file
-TARNWICK_FILTERS_API TouchstoneReport CheckTouchstoneFile(const std::string& fileName, PortOrderS4P portOrder);
+TARNWICK_WORKBENCH_API TouchstoneReport CheckTouchstoneText(std::string_view text, const std::string& fileName, PortOrderS4P portOrder);
 
-/// The same for a text in memory; the name says how many ports there are.
-TARNWICK_FILTERS_API TouchstoneReport CheckTouchstoneText(std::string_view text, const std::string& fileName,
-                                                          PortOrderS4P portOrder);
-
-}  // namespace Tarnwick::DSO::Filters
+}  // namespace Tarnwick::DSO::Workbench

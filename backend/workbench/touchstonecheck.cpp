@@ -1,18 +1,14 @@
-#include "filters/filters/touchstonecheck.h"
+#include "workbench/touchstonecheck.h"
 
-#include <exception>
-#include <fstream>
-#include <istream>
 #include <optional>
 #include <sstream>
 #include <utility>
 
-#include "filters/plumbing/linereader.h"
-#include "filters/plumbing/touchstoneline.h"
+#include "framework/plumbing/linereader.h"
 #include "maths/touchstone/touchstone.h"
 #include "maths/touchstone/touchstoneplain.h"
 
-namespace Tarnwick::DSO::Filters {
+namespace Tarnwick::DSO::Workbench {
 
 using Maths::FileKind;
 using Maths::LineFailure;
@@ -153,12 +149,7 @@ private:
 
     void NoteFailure(std::string_view line, const LineFailure& failure)
     {
-        std::string text;
-        try {
-            RefuseLine("DeEmbeddingFilter", failure, fileName_, number_);
-        } catch (const std::exception& error) {
-            text = error.what();
-        }
+        const std::string text = Maths::RefusalOf(failure, "DeEmbeddingFilter", fileName_, number_);
         if (report_.readFailure.empty()) {
             report_.readFailure = text;
             report_.readFailureLine = number_;
@@ -294,27 +285,16 @@ private:
     TouchstoneReport report_;
 };
 
-TouchstoneReport Compared(std::istream& source, const std::string& fileName, PortOrderS4P portOrder)
+}  // namespace
+
+TouchstoneReport CheckTouchstoneText(std::string_view text, const std::string& fileName, PortOrderS4P portOrder)
 {
-    LineReader lines(source);
+    std::istringstream source{std::string(text)};
+    SystemFramework::LineReader lines(source);
     Comparison comparison(fileName, portOrder);
     while (const auto line = lines.Next())
         comparison.Take(*line, lines.Number());
     return comparison.Finish();
 }
 
-}  // namespace
-
-TouchstoneReport CheckTouchstoneFile(const std::string& fileName, PortOrderS4P portOrder)
-{
-    std::ifstream file(fileName, std::ios::binary);
-    return Compared(file, fileName, portOrder);
-}
-
-TouchstoneReport CheckTouchstoneText(std::string_view text, const std::string& fileName, PortOrderS4P portOrder)
-{
-    std::istringstream source{std::string(text)};
-    return Compared(source, fileName, portOrder);
-}
-
-}  // namespace Tarnwick::DSO::Filters
+}  // namespace Tarnwick::DSO::Workbench

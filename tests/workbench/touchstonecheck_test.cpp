@@ -1,4 +1,4 @@
-#include "filters/filters/touchstonecheck.h"
+#include "workbench/touchstonecheck.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,9 @@
 
 namespace {
 
-using namespace Tarnwick::DSO::Filters;
+using namespace Tarnwick::DSO::Workbench;
+using Tarnwick::DSO::Filters::DeEmbeddingFilter;
+using Tarnwick::DSO::Filters::DeEmbeddingParameters;
 using Tarnwick::Testing::TestFolder;
 
 std::vector<std::string> TextsOf(const TouchstoneReport& report)
@@ -140,7 +142,6 @@ TEST(TouchstoneCheck, SaysWhereTheRulesPartFromTheFile)
         EXPECT_EQ(report.plainFailure, each.plainFailure);
         EXPECT_EQ(std::pair(report.read, report.readFailure), Loaded(path));
         EXPECT_TRUE(report.plain == report.read || !report.differences.empty());
-        EXPECT_EQ(TextsOf(CheckTouchstoneFile(path, PORT_ORDER_12_34)), each.differences);
     }
 }
 

@@ -1,9 +1,9 @@
-#include "filters/plumbing/linereader.h"
+#include "framework/plumbing/linereader.h"
 
 #include <algorithm>
 #include <cstring>
 
-namespace Tarnwick::DSO::Filters {
+namespace Tarnwick::DSO::SystemFramework {
 
 namespace {
 
@@ -48,4 +48,4 @@ std::optional<std::string_view> LineReader::Next()
     return line;
 }
 
-}  // namespace Tarnwick::DSO::Filters
+}  // namespace Tarnwick::DSO::SystemFramework

@@ -1,4 +1,4 @@
-#include "filters/filters/patternlockfailed.h"
+#include "framework/patternlockfailed.h"
 
 namespace Tarnwick::DSO {
 

@@ -1,0 +1,54 @@
+#include "filters/plumbing/taps.h"
+
+#include <cstddef>
+#include <string>
+
+#include "filters/plumbing/timebase.h"
+#include "framework/plumbing/error.h"
+
+namespace Tarnwick::DSO::Filters {
+
+using SystemFramework::Refuse;
+
+namespace {
+
+constexpr int kMostTaps = 1 << 20;  // far beyond any channel's memory, and 8 MB of taps at most
+
+}  // namespace
+
+void RequireTapCount(const char* filter, int numberOfTaps)
+{
+    if (numberOfTaps < 0)
+        Refuse(filter, "numberOfTaps", numberOfTaps, "0 or more taps");
+    if (numberOfTaps > kMostTaps)
+        Refuse(filter, "numberOfTaps", numberOfTaps, "at most " + std::to_string(kMostTaps) + " taps");
+}
+
+void RequireFiniteTaps(const char* filter, std::span<const double> taps)
+{
+    for (std::size_t k = 0; k < taps.size(); ++k)
+        SystemFramework::RequireFinite(filter, "taps[" + std::to_string(k) + "]", taps[k], "a finite number");
+}
+
+void TapGrid::Require(const char* filter) const
+{
+    if (samplesPerUi < 1)
+        Refuse(filter, "samplesPerUi", samplesPerUi, "at least 1");
+    if (tapsPerUi < 1 || tapsPerUi > samplesPerUi)
+        Refuse(filter, "tapsPerUi", tapsPerUi, "1 to samplesPerUi, " + std::to_string(samplesPerUi));
+    RequireTapCount(filter, numberOfTaps);
+    CheckedProduct(filter, "4 * numberOfTaps * samplesPerUi", 4, numberOfTaps, samplesPerUi);
+}
+
+void TapGrid::RequireFit(const char* filter, int patternLengthUi, int mainCursorPosition) const
+{
+    const int places = CheckedProduct(filter, "patternLengthUi * tapsPerUi", patternLengthUi, tapsPerUi);
+    if (numberOfTaps < 1 || numberOfTaps > places)
+        Refuse(filter, "numberOfTaps", numberOfTaps,
+               "1 to " + std::to_string(places) + ", the places in one repetition");
+    if (mainCursorPosition > numberOfTaps)
+        Refuse(filter, "mainCursorPosition", mainCursorPosition,
+               "at most numberOfTaps, " + std::to_string(numberOfTaps));
+}
+
+}  // namespace Tarnwick::DSO::Filters

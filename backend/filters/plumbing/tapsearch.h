@@ -1,0 +1,47 @@
+// The FFE's searches for taps, checked: what they are asked for, and how they refuse.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "filters/plumbing/taps.h"
+#include "framework/deviceconfiguration.h"
+#include "framework/signalcoding.h"
+#include "maths/equalisers/ffesearch.h"
+
+namespace Tarnwick::DSO::Filters {
+
+/// What both searches are asked for.
+struct TapSearch {
+    const DeviceConfiguration& config;
+    std::span<const double> record;  // whole repetitions of the pattern
+    int patternLengthUi;
+    TapGrid grid;
+    E_SIGNAL_CODING signalCoding;
+    bool withoutGrayCoding;
+    bool useUserPattern;
+    const std::string& patternSymbols;
+};
+
+/// Taps of least squares against the ideal copy of the pattern. PAM4 symbols are detected unless the user gives them.
+struct LeastSquaresSearch : TapSearch {
+    double baudRateGBd;
+    int mainCursorPosition;  // counted from 1; below 1: the delay is searched
+    bool narrowDelaySearch;
+    double gaussianBandwidth;  // [GHz] 0: 40 GHz or the symbol rate, whichever is larger
+};
+
+/// @throws std::invalid_argument  as FFEFilter::Prepare
+Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search);
+
+/// Taps of the TDECQ reference equaliser, a UI apart. Symbols are detected unless the user gives them.
+struct TdecqSearch : TapSearch {
+    std::span<const double> lowPass;
+    int mainCursorIndex;  // counted from 0; below 0: the first three are tried
+};
+
+/// @throws std::invalid_argument  as FFEFilter::Prepare
+std::vector<double> FindTaps(const char* filter, const TdecqSearch& search);
+
+}  // namespace Tarnwick::DSO::Filters
