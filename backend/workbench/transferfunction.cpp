@@ -14,8 +14,8 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr double kDelayFloorDb = -60.0;  // below the largest |H|, where delay is that of rounding
-constexpr double kFlatDb = 1e-9;  // more than the transform's rounding: of a flat response the lowest bin is the peak
+constexpr double kDelayFloorDb = -60.0;  // relative to the largest |H|: below, the delay is that of rounding errors
+constexpr double kFlatDb = 1e-9;  // above the transform's rounding, so that a flat response peaks at its lowest bin
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 double Db(double magnitude)
