@@ -15,7 +15,7 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     ~Progress();
-    /// One step is about to begin.
+    /// To be called before each step; `what` is shown.
     void Begin(const std::string& what);
 
 private:

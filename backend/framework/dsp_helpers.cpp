@@ -75,11 +75,11 @@ void DSP_Helpers::GenerateTdecqEqualizerCoefficients(double* capture, int captur
 
     const auto length = static_cast<std::size_t>(captureLength);
     const auto spacing = static_cast<std::size_t>(samplesPerUi);
-    const auto symbols = Maths::SymbolsOfReference({reference, length}, spacing);
+    const auto symbols = Maths::LocateReference({capture, length}, {reference, length}, spacing);
     if (!symbols)
         Refuse(operation, "number of levels in the reference", "outside its range", "2 to 4");
     const auto found = Maths::FindReferenceEqualizer(
-        {capture, length}, {reference, length}, *symbols, spacing, static_cast<std::size_t>(numberOfTaps),
+        {capture, length}, *symbols, spacing, static_cast<std::size_t>(numberOfTaps),
         mainCursorIndex < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(mainCursorIndex)));
     if (!found)
         Refuse(operation, "mainCursorIndex", mainCursorIndex,

@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <limits>
 #include <span>
 #include <string_view>
 
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
+#include "maths/patterns/codings.h"
 #include "maths/patterns/idealsignal.h"
+#include "maths/patterns/periodicrecord.h"
 #include "maths/patterns/symboldetection.h"
 
 namespace Tarnwick::DSO::SystemFramework {
@@ -19,7 +20,6 @@ using Maths::SymbolMap;
 namespace {
 
 constexpr const char* kDetection = "PRBS::GetIdealPrbsSequencePAM4";
-constexpr int kPam4Levels = 4;
 
 void RequireSymbols(const char* operation, std::string_view name, std::string_view symbols, std::string_view alphabet)
 {
@@ -93,17 +93,14 @@ std::string PRBS::GetIdealPrbsSequencePAM4(const double* samples, int count, int
     if (bad != period.end())
         Refuse(kDetection, "samples[" + std::to_string(bad - period.begin()) + "]", *bad, "a finite value");
 
-    const auto found = Maths::DetectSymbols(period, static_cast<std::size_t>(patternLengthUi), kPam4Levels,
-                                            refine ? Maths::Decisions::Equalised : Maths::Decisions::AsSampled);
+    const auto found =
+        Maths::DetectSymbols(period, static_cast<std::size_t>(patternLengthUi), Maths::LevelCount(SIGNAL_CODING_PAM4),
+                             refine ? Maths::Decisions::Equalised : Maths::Decisions::AsSampled);
     if (!(found.quality <= Maths::kWorstQuality))
         Refuse(kDetection, "quality of the four levels", found.quality,
                "at most " + TextOf(Maths::kWorstQuality) + ", as of a PAM4 pattern");
-    const std::string alphabet =
-        Maths::Alphabet(SIGNAL_CODING_PAM4, withoutGrayCoding ? SymbolMap::Level : SymbolMap::Gray, {});
-    std::string symbols;
-    std::transform(found.levels.begin(), found.levels.end(), std::back_inserter(symbols),
-                   [&alphabet](int level) { return alphabet[static_cast<std::size_t>(level)]; });
-    return symbols;
+    const SymbolMap map = withoutGrayCoding ? SymbolMap::Level : SymbolMap::Gray;
+    return Maths::SymbolsOf(found.levels, Maths::FindCoding(SIGNAL_CODING_PAM4)->Alphabet(map));
 }
 
 double* PRBS::GetIdealSignalFromPrbsSymbolsD(int& length, double low, double high, const std::string& symbols,
@@ -127,9 +124,8 @@ void PRBS::CircularShiftOptim(int shift, double* data, int length, bool left)
         return;
     if (data == nullptr)
         Refuse("PRBS::CircularShiftOptim", "data", "null", "an array of length values");
-    const int places = shift % length;
-    const int toTheLeft = left ? places : -places;
-    std::rotate(data, data + (toTheLeft < 0 ? toTheLeft + length : toTheLeft), data + length);
+    const long long first = left ? static_cast<long long>(shift) : -static_cast<long long>(shift);
+    std::rotate(data, data + Maths::WrappedIndex(first, static_cast<std::size_t>(length)), data + length);
 }
 
 }  // namespace Tarnwick::DSO::SystemFramework

@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <span>
 #include <string>
-#include <vector>
 
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
@@ -20,7 +18,6 @@ using Complex = std::complex<double>;
 namespace {
 
 constexpr const char* kOperation = "SParameter::ConvertSparamFilterDataToImpulseResponse";
-constexpr double kDefaultUpper = 2e11;  // [Hz]
 
 void RequireFixture(const std::map<double, Complex>& data)
 {
@@ -36,14 +33,6 @@ void RequireFixture(const std::map<double, Complex>& data)
     }
     if (data.size() < 2)
         Refuse(kOperation, "number of frequencies", data.size(), "2 or more");
-}
-
-void PreserveNoise(std::span<Complex> bins, double sampleRate, double corner, double upper, bool& applied)
-{
-    std::vector<double> axis(bins.size() / 2 + 1);
-    for (std::size_t k = 0; k < axis.size(); ++k)
-        axis[k] = static_cast<double>(k) * (sampleRate / static_cast<double>(bins.size()));
-    applied = Maths::PreserveNoise(bins, axis, corner, upper > corner ? upper : kDefaultUpper);
 }
 
 }  // namespace
@@ -83,7 +72,9 @@ double* SParameter::ConvertSparamFilterDataToImpulseResponse(int& length, double
         {static_cast<double>(conversionParameterA), conversionParameterB * 1e9}, sampleRate, count);
     bool applied = false;
     if (preserveNoise)
-        PreserveNoise(bins.Bins(), sampleRate, noiseCornerFrequency, noiseSecondParameter, applied);
+        applied = Maths::PreserveNoiseOnGrid(
+            bins.Bins(), sampleRate / static_cast<double>(count), noiseCornerFrequency,
+            noiseSecondParameter > noiseCornerFrequency ? noiseSecondParameter : Maths::kNoiseUpperFrequency);
     OwnedArray taps = NewArrayFrom<double>(bins.Inverse());
     length = samplesPerPattern;
     preserveNoiseApplied = applied;

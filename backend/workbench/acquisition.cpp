@@ -215,4 +215,21 @@ std::optional<E_SIGNAL_CODING> FindCoding(std::span<const double> samples, doubl
     }
 }
 
+CaptureContent FindContent(const Waveform& capture)
+{
+    CaptureContent content;
+    content.sampleCount = capture.samples.size();
+    content.interval = capture.interval;
+    content.statistics = StatisticsOf(capture.samples);
+    content.samplesPerUi = FindSamplesPerUi(capture.samples);
+    const double samplesPerUi = content.samplesPerUi ? content.samplesPerUi->value : 0.0;
+    content.period = FindPeriod(capture.samples, samplesPerUi);
+    if (content.samplesPerUi) {
+        content.levels = FindLevels(capture.samples, samplesPerUi);
+        if (capture.interval > 0.0)
+            content.symbolRateGBd = 1e-9 / (capture.interval * samplesPerUi);
+    }
+    return content;
+}
+
 }  // namespace Tarnwick::DSO::Workbench

@@ -1,12 +1,14 @@
 // What a capture alone reveals: its symbol clock, the length of its pattern, its levels and so its line coding.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <span>
 #include <vector>
 
 #include "framework/export.h"
 #include "framework/signalcoding.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -19,6 +21,13 @@ struct SampleStatistics {
 
 /// @param samples  at least one
 TARNWICK_WORKBENCH_API SampleStatistics StatisticsOf(std::span<const double> samples);
+
+/// How a capture is sampled and coded.
+struct SignalDescription {
+    double samplesPerUi = 0.0;  ///< 0: not known
+    E_SIGNAL_CODING coding = SIGNAL_CODING_UNKNOWN;
+    int patternLengthUi = 0;  ///< [UI] 0: not known
+};
 
 enum class Confidence { Likely, Certain };
 
@@ -47,5 +56,17 @@ TARNWICK_WORKBENCH_API std::vector<double> FindLevels(std::span<const double> sa
 
 /// The line coding with as many levels; nothing when all eyes are closed. PAM4 with precoding looks like PAM4.
 TARNWICK_WORKBENCH_API std::optional<E_SIGNAL_CODING> FindCoding(std::span<const double> samples, double samplesPerUi);
+
+/// What a capture shows before anything is known of it.
+struct CaptureContent {
+    std::size_t sampleCount = 0;
+    double interval = 0.0;  ///< [s] 0: not in the file
+    SampleStatistics statistics;
+    std::optional<Estimate> samplesPerUi;
+    double symbolRateGBd = 0.0;  ///< 0: not found
+    std::optional<Estimate> period;
+    std::vector<double> levels;  ///< [V]
+};
+TARNWICK_WORKBENCH_API CaptureContent FindContent(const Waveform& capture);
 
 }  // namespace Tarnwick::DSO::Workbench

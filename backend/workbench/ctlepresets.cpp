@@ -3,12 +3,17 @@
 #include <cmath>
 #include <utility>
 
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
 #include "maths/responses/ctle.h"
 #include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
+
+using nlohmann::ordered_json;
 
 constexpr double kHighestFrequency = 1e11;  // [Hz] far above every peak: the poles lie below 27 GHz
 
@@ -23,6 +28,44 @@ CtlePreset PresetOf(double gain, std::vector<double> polesGHz, std::vector<doubl
             dcGain,
             Decibels(peak.magnitude / dcGain),
             peak.frequency / kGiga};
+}
+
+constexpr std::size_t kFrequencyWidth = 9;  // characters of a frequency's column
+
+std::string Columns(const std::vector<double>& frequencies)
+{
+    std::string text;
+    for (const double frequency : frequencies)
+        text += fmt::format("{:>{}.4f}", frequency, kFrequencyWidth);
+    return text;
+}
+
+std::string Table(const char* title, const char* ctleType, const char* gain, const std::vector<CtlePreset>& presets)
+{
+    const std::size_t poles = kFrequencyWidth * presets.front().polesGHz.size();
+    const std::size_t zeros = kFrequencyWidth * presets.front().zerosGHz.size();
+    std::string text = fmt::format("{} (\"ctleType\": \"{}\")\n", title, ctleType);
+    text += fmt::format("{:>8}  {:>{}}  {:>{}}  {:>9}  {:>7}  {:>10}  {:>6}\n", gain, "poles GHz", poles, "zeros GHz",
+                        zeros, "DC gain", "DC dB", "peaking dB", "at GHz");
+    for (const CtlePreset& preset : presets)
+        text += fmt::format("{:>8.1f}  {}  {}  {:>9.6f}  {:>7.3f}  {:>10.3f}  {:>6.2f}\n", preset.gain,
+                            Columns(preset.polesGHz), Columns(preset.zerosGHz), preset.dcGain, Decibels(preset.dcGain),
+                            preset.peakingDb, preset.peakFrequencyGHz);
+    return text;
+}
+
+ordered_json ToJson(const std::vector<CtlePreset>& presets)
+{
+    ordered_json list = ordered_json::array();
+    for (const CtlePreset& preset : presets)
+        list.push_back({{"gain", preset.gain},
+                        {"polesGHz", preset.polesGHz},
+                        {"zerosGHz", preset.zerosGHz},
+                        {"dcGain", preset.dcGain},
+                        {"dcGainDb", Decibels(preset.dcGain)},
+                        {"peakingDb", preset.peakingDb},
+                        {"peakFrequencyGHz", preset.peakFrequencyGHz}});
+    return list;
 }
 
 }  // namespace
@@ -47,6 +90,18 @@ std::vector<CtlePreset> HdmiPresets()
                      Maths::HdmiResponse(level.peakingRatio, Maths::kHdmiPole1, Maths::kHdmiPole2, zero)));
     }
     return presets;
+}
+
+std::string PresetsAsText()
+{
+    return Table("IEEE 802.3bs", "ieee802.3bs", "gain dB", Ieee802_3bsPresets()) + "\n" +
+           Table("HDMI", "hdmi", "level", HdmiPresets());
+}
+
+std::string PresetsAsJson()
+{
+    const ordered_json presets = {{"ieee802.3bs", ToJson(Ieee802_3bsPresets())}, {"hdmi", ToJson(HdmiPresets())}};
+    return presets.dump(2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -1,6 +1,7 @@
 // The preset tables of the CTLE and what their transfer functions amount to.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "framework/export.h"
@@ -20,5 +21,11 @@ struct CtlePreset {
 TARNWICK_WORKBENCH_API std::vector<CtlePreset> Ieee802_3bsPresets();
 /// HDMI, in the order of their level.
 TARNWICK_WORKBENCH_API std::vector<CtlePreset> HdmiPresets();
+
+/// Both tables for a terminal.
+TARNWICK_WORKBENCH_API std::string PresetsAsText();
+
+/// {"ieee802.3bs": [presets], "hdmi": [presets]}, indented by two.
+TARNWICK_WORKBENCH_API std::string PresetsAsJson();
 
 }  // namespace Tarnwick::DSO::Workbench

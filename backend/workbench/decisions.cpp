@@ -4,8 +4,8 @@
 #include <cmath>
 #include <vector>
 
-#include "maths/convolution/circularconvolver.h"
 #include "maths/equalisers/decisionfeedback.h"
+#include "maths/patterns/alignment.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -20,14 +20,11 @@ std::size_t MostAgreements(const Tally& tally, std::span<const int> pattern)
 {
     const std::size_t count = pattern.size();
     std::vector<double> agreements(count, 0.0);
-    std::vector<double> ofLevel(count);
-    Maths::ConvolutionWork work;
+    std::vector<double> isLevel(count);
     for (std::size_t level = 0; level < tally.size(); ++level) {
-        // Convolution with the reversed pattern is correlation.
-        std::vector<double> reversed(count);
-        for (std::size_t i = 0; i < count; ++i)
-            reversed[(count - i) % count] = pattern[i] == static_cast<int>(level) ? 1.0 : 0.0;
-        Maths::CircularConvolver(reversed, count).Convolve(tally[level], ofLevel, work);
+        std::transform(pattern.begin(), pattern.end(), isLevel.begin(),
+                       [level](int sent) { return sent == static_cast<int>(level) ? 1.0 : 0.0; });
+        const std::vector<double> ofLevel = Maths::CircularCorrelation(tally[level], isLevel);
         for (std::size_t i = 0; i < count; ++i)
             agreements[i] += ofLevel[i];
     }

@@ -3,16 +3,19 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
 #include <optional>
+#include <utility>
+
+#include "maths/patterns/levels.h"
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-constexpr int kMostRounds = 100;  // of Lloyd's algorithm, which ends long before
+constexpr double kEqualHeight = 1e-9;  // heights that differ by less than this part are one flat top
 
-// One sampling phase: the values at it, one a UI.
+// The sampling phases of a waveform: at each, one value a UI.
 class Phases {
 public:
     Phases(std::span<const double> samples, double samplesPerUi)
@@ -30,22 +33,14 @@ public:
         std::vector<double> values(symbols_);
         const double offset = static_cast<double>(p) / count_ * samplesPerUi_;
         const bool whole = samplesPerUi_ == count_;
-        const auto length = static_cast<std::ptrdiff_t>(samples_.size());
         for (std::size_t i = 0; i < symbols_; ++i) {
             const double at = static_cast<double>(i) * samplesPerUi_ + offset;
-            const double below = std::floor(at);
-            const auto index = static_cast<std::ptrdiff_t>(below);
-            const double here = samples_[Wrapped(index, length)];
-            values[i] = whole ? here : here + (at - below) * (samples_[Wrapped(index + 1, length)] - here);
+            values[i] = Maths::SampleAt(samples_, whole ? std::floor(at) : at);
         }
         return values;
     }
 
 private:
-    static std::size_t Wrapped(std::ptrdiff_t index, std::ptrdiff_t length)
-    {
-        return static_cast<std::size_t>((index % length + length) % length);
-    }
     std::span<const double> samples_;
     double samplesPerUi_;
     int count_;
@@ -58,39 +53,15 @@ struct Decision {
     std::vector<double> heights;
 };
 
-// One-dimensional k-means on sorted values: a cluster is a run of them, its sum a difference of prefix sums.
-// Source: S. P. Lloyd, "Least squares quantization in PCM", IEEE Trans. Inf. Theory 28 (1982) 129-137.
 std::optional<Decision> Decide(std::vector<double> values, int levelCount)
 {
     std::sort(values.begin(), values.end());
-    const auto levels = static_cast<std::size_t>(levelCount);
-    std::vector<double> sums(values.size() + 1, 0.0);
-    std::partial_sum(values.begin(), values.end(), sums.begin() + 1);
-    std::vector<double> centres(levels);
-    for (std::size_t k = 0; k < levels; ++k)
-        centres[k] = values[(2 * k + 1) * values.size() / (2 * levels)];
-    std::vector<std::size_t> bounds(levels + 1, 0);
-    Decision decision;
-    for (int round = 0; round < kMostRounds; ++round) {
-        decision.thresholds.clear();
-        std::vector<std::size_t> next = {0};
-        for (std::size_t k = 0; k + 1 < levels; ++k) {
-            decision.thresholds.push_back(0.5 * (centres[k] + centres[k + 1]));
-            next.push_back(static_cast<std::size_t>(
-                std::upper_bound(values.begin(), values.end(), decision.thresholds.back()) - values.begin()));
-        }
-        next.push_back(values.size());
-        for (std::size_t k = 0; k < levels; ++k) {
-            if (next[k + 1] <= next[k])
-                return std::nullopt;  // nobody decided for this level
-            centres[k] = (sums[next[k + 1]] - sums[next[k]]) / static_cast<double>(next[k + 1] - next[k]);
-        }
-        if (next == bounds)
-            break;
-        bounds = next;
-    }
-    decision.levels = centres;
-    for (std::size_t k = 1; k < levels; ++k)
+    std::optional<Maths::LevelPartition> partition = Maths::PartitionIntoLevels(values, levelCount);
+    if (!partition)
+        return std::nullopt;
+    const std::vector<std::size_t>& bounds = partition->bounds;
+    Decision decision{std::move(partition->means), std::move(partition->thresholds), {}};
+    for (std::size_t k = 1; k + 1 < bounds.size(); ++k)
         decision.heights.push_back(values[bounds[k]] - values[bounds[k] - 1]);
     return decision;
 }
@@ -143,7 +114,7 @@ EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int 
         !std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); }))
         return report;
 
-    // The smallest height at each phase; of a flat top of equal ones the middle counts.
+    // The smallest height at each phase; the best phase is the highest, or the middle of a flat top.
     std::vector<double> smallest(static_cast<std::size_t>(phases.Count()), -1.0);
     for (int p = 0; p < phases.Count(); ++p)
         if (const auto decision = Decide(phases.At(p), levelCount))
@@ -152,19 +123,16 @@ EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int 
     const auto top = std::max_element(smallest.begin(), smallest.end());
     if (*top < 0.0)
         return report;
-    constexpr double kEqual = 1e-9;
-    auto plateau = top;
-    while (plateau + 1 != smallest.end() && *(plateau + 1) >= *top * (1.0 - kEqual))
-        ++plateau;
-    const int best = static_cast<int>((top - smallest.begin()) + (plateau - top) / 2);
+    auto topEnd = top;
+    while (topEnd + 1 != smallest.end() && *(topEnd + 1) >= *top * (1.0 - kEqualHeight))
+        ++topEnd;
+    const int best = static_cast<int>((top - smallest.begin()) + (topEnd - top) / 2);
 
     const std::vector<double> values = phases.At(best);
     const Decision decision = *Decide(values, levelCount);
     std::vector<int> symbols(values.size());
-    std::transform(values.begin(), values.end(), symbols.begin(), [&](double value) {
-        return static_cast<int>(std::lower_bound(decision.thresholds.begin(), decision.thresholds.end(), value) -
-                                decision.thresholds.begin());
-    });
+    std::transform(values.begin(), values.end(), symbols.begin(),
+                   [&](double value) { return Maths::LevelOf(value, decision.thresholds); });
     const auto left = OpenSpan(phases, best, -1, symbols, decision.heights, levelCount);
     const auto right = OpenSpan(phases, best, 1, symbols, decision.heights, levelCount);
     report.levels = decision.levels;

@@ -22,7 +22,7 @@ struct EyeReport {
 /// @param samples       [V] read as periodic
 /// @param samplesPerUi  real, at least 1
 /// @param levelCount    2 to 4
-/// @return a report without levels and eyes when the samples do not fall into that many levels at any phase
+/// @return a report without levels and eyes when at no phase the samples fall into that many levels
 TARNWICK_WORKBENCH_API EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int levelCount);
 
 }  // namespace Tarnwick::DSO::Workbench

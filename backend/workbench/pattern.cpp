@@ -5,14 +5,12 @@
 
 #include <fmt/format.h>
 
+#include "maths/patterns/codings.h"
 #include "workbench/failure.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
-
-// Characters of the levels, lowest first: Gray code of the level's index.
-constexpr std::string_view kGray = "0132";
 
 // Taps of the generator polynomials: bit = XOR of the bits that many places back.
 struct Polynomial {
@@ -43,13 +41,21 @@ std::vector<int> Bits(const Polynomial& polynomial)
 
 int LevelCount(E_SIGNAL_CODING coding)
 {
-    switch (coding) {
-        case SIGNAL_CODING_NRZ: return 2;
-        case SIGNAL_CODING_PAM3: return 3;
-        case SIGNAL_CODING_PAM4:
-        case SIGNAL_CODING_PAM4_PRECODED: return 4;
-        default: return 0;
-    }
+    return Maths::LevelCount(coding);
+}
+
+std::vector<std::string> CodingNames()
+{
+    std::vector<std::string> names;
+    for (const Maths::Coding& row : Maths::kCodings)
+        names.emplace_back(row.name);
+    return names;
+}
+
+E_SIGNAL_CODING CodingOf(std::string_view name)
+{
+    const Maths::Coding* const row = Maths::FindCoding(name);
+    return row == nullptr ? SIGNAL_CODING_UNKNOWN : row->coding;
 }
 
 std::string PrbsSymbols(int order, E_SIGNAL_CODING coding)
@@ -72,18 +78,14 @@ std::string PrbsSymbols(int order, E_SIGNAL_CODING coding)
 
 std::vector<int> LevelsOf(std::string_view symbols, E_SIGNAL_CODING coding, bool withoutGrayCoding)
 {
-    const int levels = LevelCount(coding);
-    const bool gray = levels == 4 && !withoutGrayCoding;
-    std::vector<int> indices;
-    indices.reserve(symbols.size());
-    for (std::size_t k = 0; k < symbols.size(); ++k) {
-        const int digit = symbols[k] - '0';
-        if (digit < 0 || digit >= (levels == 0 ? 10 : levels))
-            throw UsageFailure(
-                fmt::format("symbol {} is '{}'; expected a digit below {}", k, symbols[k], levels == 0 ? 10 : levels));
-        indices.push_back(gray ? static_cast<int>(kGray.find(symbols[k])) : digit);
-    }
-    return indices;
+    const Maths::Coding* const row = Maths::FindCoding(coding);
+    const auto map = withoutGrayCoding ? Maths::SymbolMap::Level : Maths::SymbolMap::Gray;
+    const std::string_view alphabet = row == nullptr ? "0123456789" : row->Alphabet(map);
+    const std::size_t foreign = symbols.find_first_not_of(alphabet);
+    if (foreign != std::string_view::npos)
+        throw UsageFailure(
+            fmt::format("symbol {} is '{}'; expected a digit below {}", foreign, symbols[foreign], alphabet.size()));
+    return Maths::LevelsOf(symbols, alphabet);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -13,6 +13,11 @@ namespace Tarnwick::DSO::Workbench {
 /// Levels of a coding: 2 (NRZ), 3 (PAM3), 4 (PAM4, precoded or not); 0 when unknown.
 TARNWICK_WORKBENCH_API int LevelCount(E_SIGNAL_CODING coding);
 
+/// The names of all codings, NRZ, PAM4, PAM3 and PAM4-precoded, as chain files and reports have them.
+TARNWICK_WORKBENCH_API std::vector<std::string> CodingNames();
+/// The coding of one of these names; SIGNAL_CODING_UNKNOWN for any other text.
+TARNWICK_WORKBENCH_API E_SIGNAL_CODING CodingOf(std::string_view name);
+
 /// One whole period of a pseudo-random binary sequence as the text of a pattern: 2^n - 1 characters. x^7+x^6+1, x^9+x^5+1,
 /// x^11+x^9+1, x^13+x^12+x^2+x+1, x^15+x^14+1, started from all ones. NRZ: the bits. PAM4: the bit pairs (first bit high)
 /// of the sequence taken twice; the pair's value is the Gray-coded character, without Gray coding the level.

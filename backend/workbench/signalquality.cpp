@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include "maths/equalisers/tdecq.h"
-#include "maths/patterns/idealsignal.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 
@@ -15,22 +14,14 @@ namespace {
 
 constexpr int kTdecqLevels = 4;
 
-// The detection uses every level, so that the capture's symbols are those of the pattern over and over.
 std::optional<ReferenceEqualiser> FindEqualiser(std::span<const double> samples, std::size_t samplesPerUi,
-                                                const std::vector<int>& levels, int numberOfTaps)
+                                                const std::vector<int>& pattern, int numberOfTaps)
 {
-    Maths::ReferenceSymbols symbols;
-    symbols.levelCount = kTdecqLevels;
-    symbols.firstCentre = samplesPerUi / 2;
-    const std::size_t count = samples.size() / samplesPerUi;
-    symbols.levels.reserve(count);
-    for (std::size_t k = 0; k < count; ++k)
-        symbols.levels.push_back(levels[k % levels.size()]);
-    // Only to line the capture up with.
-    const std::vector<double> reference =
-        Maths::IdealSignal(levels, {-1.0, 1.0, kTdecqLevels}, static_cast<double>(samplesPerUi), samples.size());
-    auto found = Maths::FindReferenceEqualizer(samples, reference, symbols, samplesPerUi,
-                                               static_cast<std::size_t>(numberOfTaps), std::nullopt);
+    const auto symbols = Maths::LocatePattern(samples, pattern, samplesPerUi);
+    if (!symbols)
+        return std::nullopt;
+    auto found = Maths::FindReferenceEqualizer(samples, *symbols, samplesPerUi, static_cast<std::size_t>(numberOfTaps),
+                                               std::nullopt);
     if (!found)
         return std::nullopt;
     const Maths::EyeClosure& closure = found->closure;
@@ -48,9 +39,10 @@ double LevelMismatchRatio(std::span<const double> levels)
     return std::min({3.0 * lower, 3.0 * upper, 2.0 - 3.0 * lower, 2.0 - 3.0 * upper});
 }
 
-SignalQuality MeasureSignalQuality(std::span<const double> samples, double samplesPerUi, int patternLengthUi,
-                                   E_SIGNAL_CODING coding, int numberOfTaps, const std::string& name)
+SignalQuality MeasureSignalQuality(std::span<const double> samples, const SignalDescription& signal, int numberOfTaps,
+                                   const std::string& name)
 {
+    const auto& [samplesPerUi, coding, patternLengthUi] = signal;
     SignalQuality quality;
     const int levelCount = LevelCount(coding);
     quality.eye = MeasureEyes(samples, samplesPerUi, levelCount);

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "framework/export.h"
-#include "framework/signalcoding.h"
+#include "workbench/acquisition.h"
 #include "workbench/eye.h"
 #include "workbench/symbols.h"
 
@@ -38,12 +38,12 @@ struct SignalQuality {
     std::string whyNoTdecq;                       ///< why there is no equaliser
 };
 
-/// @param samples          one whole period or more
-/// @param patternLengthUi  0: unknown, no symbols and no TDECQ
-/// @param numberOfTaps     of the reference equaliser
-/// @param name             the capture's, for messages
-TARNWICK_WORKBENCH_API SignalQuality MeasureSignalQuality(std::span<const double> samples, double samplesPerUi,
-                                                          int patternLengthUi, E_SIGNAL_CODING coding, int numberOfTaps,
+/// @param samples       one whole period or more
+/// @param signal        without the pattern's length there are neither symbols nor TDECQ
+/// @param numberOfTaps  of the reference equaliser
+/// @param name          the capture's, for messages
+TARNWICK_WORKBENCH_API SignalQuality MeasureSignalQuality(std::span<const double> samples,
+                                                          const SignalDescription& signal, int numberOfTaps,
                                                           const std::string& name);
 
 }  // namespace Tarnwick::DSO::Workbench

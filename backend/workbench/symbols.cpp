@@ -7,7 +7,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "maths/patterns/idealsignal.h"
+#include "maths/patterns/codings.h"
 #include "maths/patterns/symboldetection.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
@@ -31,12 +31,8 @@ bool FoundSymbols::Certain() const
 
 std::string FoundSymbols::Text(E_SIGNAL_CODING coding, bool withoutGrayCoding) const
 {
-    const std::string alphabet =
-        Maths::Alphabet(coding, withoutGrayCoding ? Maths::SymbolMap::Level : Maths::SymbolMap::Gray, "");
-    std::string text;
-    for (const int level : levels)
-        text += alphabet[static_cast<std::size_t>(level)];
-    return text;
+    const auto map = withoutGrayCoding ? Maths::SymbolMap::Level : Maths::SymbolMap::Gray;
+    return Maths::SymbolsOf(levels, Maths::Alphabet(coding, map, {}));
 }
 
 std::string FoundSymbols::Description(E_SIGNAL_CODING coding) const
@@ -99,13 +95,8 @@ ChainFile WithSymbols(const ChainFile& file, std::span<const double> samples, co
 
 std::string NameOf(E_SIGNAL_CODING coding)
 {
-    switch (coding) {
-        case SIGNAL_CODING_NRZ: return "NRZ";
-        case SIGNAL_CODING_PAM3: return "PAM3";
-        case SIGNAL_CODING_PAM4: return "PAM4";
-        case SIGNAL_CODING_PAM4_PRECODED: return "PAM4-precoded";
-        default: return "unknown";
-    }
+    const Maths::Coding* const row = Maths::FindCoding(coding);
+    return row == nullptr ? "unknown" : std::string(row->name);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

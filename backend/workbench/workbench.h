@@ -3,6 +3,7 @@
 #pragma once
 
 #include "workbench/acquisition.h"
+#include "workbench/capturereport.h"
 #include "workbench/captures.h"
 #include "workbench/chain.h"
 #include "workbench/chainkeys.h"

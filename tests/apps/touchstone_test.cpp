@@ -1,21 +1,17 @@
 #include <algorithm>
 
 #include "apps/program.h"
+#include "support/touchstonetext.h"
 
 namespace Tarnwick::App {
 
 namespace {
 
-const std::string kOptions = "# GHz S MA R 50\n";
-const std::string kRealOptions = "# GHz S RI R 50\n";
-const std::string kRow = "1 .1 0 .5 -90 .5 -90 .1 0\n";
+using Testing::FourPorts;
+using Testing::kMagnitudeOptions;
+using Testing::kRealOptions;
 
-// Four ports with the through path 1 to 2 and 3 to 4, a row a line; the last of 33 numbers ends the line.
-std::string FourPorts(const std::string& frequency, const std::string& between)
-{
-    return frequency + " 0 0 .9 0 .1 0 0 0" + between + ".9 0 0 0 0 0 .1 0" + between + ".1 0 0 0 0 0 .9 0" + between +
-           "0 0 .1 0 .9 0 0 0\n";
-}
+const std::string kRow = "1 .1 0 .5 -90 .5 -90 .1 0\n";
 
 TEST(TouchstoneCommand, TellsDrawsAndNormalises)
 {
@@ -23,7 +19,7 @@ TEST(TouchstoneCommand, TellsDrawsAndNormalises)
     std::string rows;
     for (int k = 1; k <= 300; ++k)
         rows += std::to_string(k) + " .1 0 .5 -90 .5 -90 .1 0 \n";
-    (void)folder.Write("f.s2p", kOptions + rows);
+    (void)folder.Write("f.s2p", kMagnitudeOptions + rows);
     ASSERT_EQ(RunProgram(folder, "touchstone f.s2p -o plot --normalise clean.s2p"), 0) << folder.Read("err");
     const std::string text = folder.Read("out");
     EXPECT_EQ(text.rfind("f.s2p: 2 ports, 300 points from 1 to 300 GHz, steps of 1 GHz\n"
@@ -62,9 +58,9 @@ TEST(TouchstoneCommand, ShowsBothPortOrders)
 TEST(TouchstoneCommand, LeavesNothingHalfDone)
 {
     const TestFolder folder;
-    const std::string bad = kOptions + "1 .1 0 .5 x .5 -90 .1 0\n";
+    const std::string bad = kMagnitudeOptions + "1 .1 0 .5 x .5 -90 .1 0\n";
     (void)folder.Write("bad.s2p", bad);
-    (void)folder.Write("good.s2p", kOptions + "1 .1 0 .5 -90 .5 -90 .1 0 \n");
+    (void)folder.Write("good.s2p", kMagnitudeOptions + "1 .1 0 .5 -90 .5 -90 .1 0 \n");
     ExpectRefusals(folder, "touchstone",
                    {
                        {"nowhere.s2p", 1, "nowhere.s2p: cannot be read"},
@@ -77,7 +73,7 @@ TEST(TouchstoneCommand, LeavesNothingHalfDone)
     EXPECT_EQ(folder.Read("bad.s2p"), bad);
     // Over itself: complete, or as it was.
     EXPECT_EQ(RunProgram(folder, "touchstone good.s2p --normalise good.s2p"), 0) << folder.Read("err");
-    EXPECT_EQ(folder.Read("good.s2p"), kOptions + kRow);
+    EXPECT_EQ(folder.Read("good.s2p"), kMagnitudeOptions + kRow);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The S-parameter reader and its check on any text. The first byte chooses the file's kind and the port order.
+// The S-parameter reader, its check, and the description and the new form of a file on any text. The first byte chooses the
+// file's kind and the port order.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +11,9 @@
 #include "filters/plumbing/linereader.h"
 #include "framework/sparameter.h"
 #include "maths/touchstone/touchstone.h"
+#include "workbench/failure.h"
+#include "workbench/fixturereport.h"
+#include "workbench/touchstonenormal.h"
 
 namespace {
 
@@ -45,6 +49,20 @@ bool AreSame(const Maths::Transmission& a, const Maths::Transmission& b)
            });
 }
 
+// Every text has a description; its new form is read as it is meant, or it has none.
+void Describe(std::string_view text, const std::string& name)
+{
+    const Workbench::FixtureFile file = Workbench::DescribeFixture(text, name);
+    Require(!FixtureAsText(file, name).empty() && !FixtureAsJson(file, name).empty());
+    Require(!Workbench::TransmissionColumns(CurvesOf(file)).empty());
+    static const char* const kEndings[] = {".s21", ".s1p", ".s2p", ".s4p"};
+    try {
+        (void)Workbench::NormaliseFixture(
+            text, name, std::string("out") + (file.kind ? kEndings[static_cast<int>(*file.kind)] : ""));
+    } catch (const Workbench::DataFailure&) {
+    }
+}
+
 // What is read makes an impulse response or is refused.
 void Convert(const Maths::Transmission& transmission)
 {
@@ -78,5 +96,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(agrees || !report.differences.empty());
     if (isRead)
         Convert(transmission);
+    Describe(text, name);
     return 0;
 }

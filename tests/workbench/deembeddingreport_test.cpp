@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/files.h"
+#include "support/touchstonetext.h"
 #include "workbench/run.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -15,23 +16,16 @@ namespace {
 using nlohmann::json;
 using Testing::TestFolder;
 using Transmission = std::map<double, std::complex<double>>;
-
-const std::string kOptions = "# GHz S MA R 50\n";
-const std::string kRealOptions = "# GHz S RI R 50\n";
-
-// Four ports with the through path 1 to 2 and 3 to 4, a row a line; the last of 33 numbers ends the line.
-std::string FourPorts(const std::string& frequency, const std::string& between)
-{
-    return frequency + " 0 0 .9 0 .1 0 0 0" + between + ".9 0 0 0 0 0 .1 0" + between + ".1 0 0 0 0 0 .9 0" + between +
-           "0 0 .1 0 .9 0 0 0\n";
-}
+using Testing::FourPorts;
+using Testing::kMagnitudeOptions;
+using Testing::kRealOptions;
 
 // A pad of 20 dB, known from 1 to 20 GHz, taken away at 160 GS/s: the band ends at 12 GHz for 10 GHz of bandwidth. With
 // the raised cosine from 0.8 to 1.2 of that, white noise behind is 100 times 9.5 of 80 GHz.
 TEST(DeEmbeddingReport, OfAPadIsItsGainInTheBand)
 {
     const TestFolder folder;
-    std::string rows = kOptions;
+    std::string rows = kMagnitudeOptions;
     for (int k = 2; k <= 40; ++k)
         rows += std::to_string(0.5 * k) + " 0 0 .1 0 .1 0 0 0\n";
     (void)folder.Write("pad.s2p", rows);
@@ -77,7 +71,8 @@ TEST(DeEmbeddingReport, WarnsBeforeAWaveformIsSpoilt)
     for (int k = 1; k <= 5; ++k)
         rows += FourPorts(std::to_string(2 * k + 1), "\n");
     const auto file = folder.Write("f.s4p", rows).string();
-    (void)folder.Write("g.s2p", kOptions + "1 .1 0 .5 0 .5 0 .1 0 \n3 .1 0 .5 0 .5 0 .1 0 \n4 .1 0 .5 0 .5 0 .1 0\n");
+    (void)folder.Write("g.s2p",
+                       kMagnitudeOptions + "1 .1 0 .5 0 .5 0 .1 0 \n3 .1 0 .5 0 .5 0 .1 0 \n4 .1 0 .5 0 .5 0 .1 0\n");
     const auto path = folder.Write("chain.json", R"({"filters": [
         {"type": "deembedding", "sparamFileName": "f.s4p"}, {"type": "deembedding", "sparamFileName": "f.s4p", "portOrder": 1},
         {"type": "deembedding", "sparamFileName": "g.s2p"}]})");

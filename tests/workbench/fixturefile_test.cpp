@@ -4,11 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include "support/touchstonetext.h"
+
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-const std::string kRealOptions = "# GHz S RI R 50\n";
+using Testing::kRealOptions;
 
 TEST(FixtureFile, SumsUpDifferencesOfOneKind)
 {

@@ -55,7 +55,7 @@ TEST(SymbolSearch, FindsEveryCodingInAClosedEye)
         return Testing::FailureOf<DataFailure>(
             [&] { FindSymbols(flat, 16.0, patternLengthUi, SIGNAL_CODING_NRZ, "flat"); });
     };
-    EXPECT_EQ(failureOver(127).rfind("flat: holds no NRZ pattern of 127 UI", 0), 0U);
+    EXPECT_EQ(failureOver(127).rfind("flat: no NRZ pattern of 127 UI can be made out in it", 0), 0U);
     EXPECT_EQ(failureOver(511), "flat: has 2032 samples; one period of 511 UI takes 8176");
 }
 
@@ -76,7 +76,7 @@ TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
     double before = -1.0;
     for (const double loss : {1.0, 4.0, 8.0}) {
         const auto samples = Simulate(levels, 4, {.lossDb = loss});
-        const SignalQuality quality = MeasureSignalQuality(samples, 16.0, 8191, SIGNAL_CODING_PAM4, 5, "capture");
+        const SignalQuality quality = MeasureSignalQuality(samples, {16.0, SIGNAL_CODING_PAM4, 8191}, 5, "capture");
         ASSERT_TRUE(quality.equaliser) << quality.whyNoTdecq;
         EXPECT_FALSE(quality.equaliser->leavesEyeClosed);
         EXPECT_GT(quality.equaliser->tdecqDb, before);
@@ -87,7 +87,7 @@ TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
     const auto samples = Simulate(levels, 4, {});
     const auto whyNot = [&](double samplesPerUi, int patternLengthUi, E_SIGNAL_CODING coding) {
         const SignalQuality quality =
-            MeasureSignalQuality(samples, samplesPerUi, patternLengthUi, coding, 5, "capture");
+            MeasureSignalQuality(samples, {samplesPerUi, coding, patternLengthUi}, 5, "capture");
         EXPECT_FALSE(quality.equaliser);
         return quality.whyNoTdecq;
     };

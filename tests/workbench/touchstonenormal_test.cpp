@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "support/failures.h"
+#include "support/touchstonetext.h"
 #include "workbench/failure.h"
 #include "workbench/fixturefile.h"
 
@@ -12,21 +13,15 @@ namespace {
 
 using Filters::CheckTouchstoneText;
 using Testing::FailureOf;
+using Testing::FourPorts;
+using Testing::kMagnitudeOptions;
 
-const std::string kOptions = "# GHz S MA R 50\n";
 const std::string kRow = "1 .1 0 .5 -90 .5 -90 .1 0\n";
 const std::string kRow3 = "3 .2 0 .4 -90 .4 -90 .2 0\n";
 
-// Four ports with the through path 1 to 2 and 3 to 4, a row a line; the last of 33 numbers ends the line.
-std::string FourPorts(const std::string& frequency, const std::string& between)
-{
-    return frequency + " 0 0 .9 0 .1 0 0 0" + between + ".9 0 0 0 0 0 .1 0" + between + ".1 0 0 0 0 0 .9 0" + between +
-           "0 0 .1 0 .9 0 0 0\n";
-}
-
 TEST(TouchstoneNormal, IsReadAsTheOriginalIsMeant)
 {
-    const std::string clean = kOptions + kRow;
+    const std::string clean = kMagnitudeOptions + kRow;
     const std::string rows = "\n    ";
     const struct {
         const char* label;
@@ -35,9 +30,9 @@ TEST(TouchstoneNormal, IsReadAsTheOriginalIsMeant)
         std::string normalised;
         bool isPlain = true;  // the plain reading of both is the same
     } cases[] = {
-        {"blanks at the end", "a.s2p", kOptions + "1 .1 0 .5 -90 .5 -90 .1 0 \t\n", clean},
+        {"blanks at the end", "a.s2p", kMagnitudeOptions + "1 .1 0 .5 -90 .5 -90 .1 0 \t\n", clean},
         {"comments", "a.s2p", " ! x\n# GHz S MA R 50 ! y\n1 .1 0 .5 -90 .5 -90 .1 0! z\n\n",
-         "! x\n" + kOptions + "! y\n" + kRow + "! z\n"},
+         "! x\n" + kMagnitudeOptions + "! y\n" + kRow + "! z\n"},
         {"order of the options", "a.s2p", "# r 75 ri s mhz\n" + kRow, "# MHz S RI R 75\n" + kRow},
         {"options left out", "a.s2p", "#\n" + kRow, clean},
         {"no options", "a.s2p", kRow, clean},
@@ -47,12 +42,14 @@ TEST(TouchstoneNormal, IsReadAsTheOriginalIsMeant)
         {"byte order mark, carriage returns", "a.s2p", "\xEF\xBB\xBF# GHz S MA R 50\r\n1 .1 0 .5 -90 .5 -90 .1 0\r\n",
          clean},
         {"upper-case ending", "A.S2P", clean, clean},
-        {"record over lines", "a.s2p", kOptions + "1 .1 0\n.5 -90 ! S21\n.5 -90\n.1 0\n", kOptions + "! S21\n" + kRow},
+        {"record over lines", "a.s2p", kMagnitudeOptions + "1 .1 0\n.5 -90 ! S21\n.5 -90\n.1 0\n",
+         kMagnitudeOptions + "! S21\n" + kRow},
         {"noise block", "a.s2p", clean + kRow3 + "1 2 .3 40 .5\n2 2 .3 40 .5 ! n\n",
          clean + kRow3 + "! noise parameters: 1 2 .3 40 .5\n! noise parameters: 2 2 .3 40 .5\n! n\n"},
-        {"noise behind a record", "a.s2p", kOptions + "3 .2 0 .4\n-90 .4 -90 .2 0 1 2 .3 40 .5\n",
-         kOptions + kRow3 + "! noise parameters: 1 2 .3 40 .5\n"},
-        {"one port on lines", "a.s1p", kOptions + "1 .5\n-90 2 .4 -90\n", kOptions + "1 .5 -90\n2 .4 -90\n"},
+        {"noise behind a record", "a.s2p", kMagnitudeOptions + "3 .2 0 .4\n-90 .4 -90 .2 0 1 2 .3 40 .5\n",
+         kMagnitudeOptions + kRow3 + "! noise parameters: 1 2 .3 40 .5\n"},
+        {"one port on lines", "a.s1p", kMagnitudeOptions + "1 .5\n-90 2 .4 -90\n",
+         kMagnitudeOptions + "1 .5 -90\n2 .4 -90\n"},
         {"four ports on a line", "A.S4P", "# Hz S RI R 50\n" + FourPorts("1", " "),
          "# Hz S RI R 50\n" + FourPorts("1", rows)},
         {"admittance in MA", "a.s1p", "# GHz Y R 50\n1 3 0\n", "# GHz S RI R 50\n1 -0.5 0\n", false},
@@ -89,17 +86,18 @@ TEST(TouchstoneNormal, RefusesWhatHasNoOneMeaning)
         std::string text;
         const char* message;
     } cases[] = {
-        {"a.s2p", kOptions + kRow + "2 .1 0\n", "line 3: the last record lacks 6 of its 9 numbers"},
-        {"a.s2p", kRow + kOptions + kRow3, "line 2: an option line behind data, which were in GHz and MA up to here"},
-        {"a.s2p", kOptions + kRow + kRow,
+        {"a.s2p", kMagnitudeOptions + kRow + "2 .1 0\n", "line 3: the last record lacks 6 of its 9 numbers"},
+        {"a.s2p", kRow + kMagnitudeOptions + kRow3,
+         "line 2: an option line behind data, which were in GHz and MA up to here"},
+        {"a.s2p", kMagnitudeOptions + kRow + kRow,
          "line 3, token 1: the frequency does not lie above the one before, which begins noise parameters; those "
          "come 5 a line, but here are 9 numbers"},
-        {"a.s1p", kOptions + "2 1 0\n1 1 0\n",
+        {"a.s1p", kMagnitudeOptions + "2 1 0\n1 1 0\n",
          "line 3: the frequency does not lie above the one before; which of them counts is open"},
         {"a.s1p", "# GHz Z RI R 50\n1 -1 0\n", "line 2: no S-parameters follow from these Z-parameters"},
-        {"a.s2p", kOptions + "1 \x1b[2J\n", "line 2, token 2: \"?[2J\" is no decimal number"},
-        {"a.s2p", kOptions, "holds no data"},
-        {"a.s3p", kOptions, "a file of so many ports has no one transmission"},
+        {"a.s2p", kMagnitudeOptions + "1 \x1b[2J\n", "line 2, token 2: \"?[2J\" is no decimal number"},
+        {"a.s2p", kMagnitudeOptions, "holds no data"},
+        {"a.s3p", kMagnitudeOptions, "a file of so many ports has no one transmission"},
         {"a.s21", "1e9;-6\n",
          "line 1: is no row of a table: frequency in Hz, level in dB and phase in radians by commas"},
     };

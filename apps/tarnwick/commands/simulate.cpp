@@ -1,9 +1,12 @@
 // tarnwick simulate: a synthetic capture to try things on.
 #include "workbench/simulation.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -11,6 +14,7 @@
 #include "options.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
+#include "workbench/symbols.h"
 #include "workbench/waveform.h"
 
 namespace Tarnwick::App {
@@ -39,6 +43,14 @@ bool IsSameFile(const fs::path& one, const fs::path& other)
     return !first.empty() && first == second;
 }
 
+// A precoded signal looks like PAM4.
+std::vector<std::string> SimulatedCodings()
+{
+    std::vector<std::string> names = Workbench::CodingNames();
+    names.erase(std::remove(names.begin(), names.end(), Workbench::NameOf(SIGNAL_CODING_PAM4_PRECODED)), names.end());
+    return names;
+}
+
 void Run(Options& options)
 {
     Workbench::RequireWaveformName(options.output);
@@ -46,7 +58,7 @@ void Run(Options& options)
         throw Workbench::UsageFailure(
             fmt::format("--chain: is {}, as the capture; expected another file", options.chain));
     const Workbench::Simulation& settings = options.settings;
-    options.pattern.coding = CodingNamed(options.coding);
+    options.pattern.coding = Workbench::CodingOf(options.coding);
     const std::vector<int> levels = options.pattern.Levels();
     const std::vector<double> capture =
         Workbench::Simulate(levels, Workbench::LevelCount(options.pattern.coding), settings);
@@ -73,7 +85,7 @@ void AddSimulate(CLI::App& command)
     auto* prbs = command.add_option("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13 or 15")->capture_default_str();
     command.add_option("--symbols", pattern.symbols, "Pattern: one digit a symbol")->excludes(prbs);
     command.add_option("--coding", options->coding, "Line coding")
-        ->check(CLI::IsMember(CodingNames(Precoded::No)))
+        ->check(CLI::IsMember(SimulatedCodings()))
         ->capture_default_str();
     command.add_flag("--without-gray", pattern.withoutGrayCoding, "PAM4 symbols are level indices");
     command.add_option("--baud", settings.symbolRateGBd, "Symbol rate [GBd]")

@@ -17,12 +17,18 @@ namespace fs = std::filesystem;
 using DSO::Workbench::DataFailure;
 using DSO::Workbench::EyeReport;
 
-constexpr std::size_t kColumns = 480;  // of a picture of one eye
+constexpr std::size_t kColumns = 480;  // cells of a picture of one eye
 constexpr std::size_t kRows = 320;
-constexpr double kSpanUi = 2.0;
-constexpr float kShade = 0.35F;
+constexpr int kWidth = 960;  // [pixels] two by two of a cell
+constexpr int kHeight = 640;
+constexpr double kSpanUi = 2.0;          // shown from left to right
+constexpr float kShade = 0.35F;          // exponent: between the linear scale and the logarithm rare traces show too
+constexpr double kRoom = 0.08;           // of the range of the samples, above and below them
+constexpr double kFlatRoom = 1e-9;       // of the value of a constant record
+constexpr double kSmallestValue = 1e-3;  // [V] from which that room is reckoned at least
+constexpr double kMillivoltRange = 0.5;  // [V] a smaller range is labelled in millivolts
 
-// What every picture of eyes is set to.
+// Commands common to all pictures of eyes.
 std::string EyeTheme()
 {
     return Theme() +
@@ -41,7 +47,7 @@ struct Unit {
 
 Unit UnitFor(VoltageRange range)
 {
-    return range.high - range.low < 0.5 ? Unit{1e3, "mV"} : Unit{1.0, "V"};
+    return range.high - range.low < kMillivoltRange ? Unit{1e3, "mV"} : Unit{1.0, "V"};
 }
 
 std::string NoteOf(const EyeTile& tile)
@@ -75,9 +81,8 @@ VoltageRange RangeOf(std::span<const double> samples, std::span<const double> ot
             range.high = std::max(range.high, sample);
         }
     }
-    // A flat record has room too, however large its value.
-    const double flat = 1e-9 * std::max({std::abs(range.low), std::abs(range.high), 1e-3});
-    const double room = std::max(0.08 * (range.high - range.low), flat);
+    const double flat = kFlatRoom * std::max({std::abs(range.low), std::abs(range.high), kSmallestValue});
+    const double room = std::max(kRoom * (range.high - range.low), flat);
     return {range.low - room, range.high + room};
 }
 
@@ -91,7 +96,7 @@ EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double p
     const double columnsPerSample = static_cast<double>(columns) / kSpanUi / samplesPerUi;
     const std::size_t half = columns / 2;
     const auto row = [&](double value) { return (value - range.low) * rowsPerVolt; };
-    // Each UI is drawn twice, in the left and in the right half; `shift` is where sample 0 lies in columns.
+    // Each UI is drawn twice, in the left and in the right half. [columns] of sample 0:
     const double shift = (1.0 - phaseUi) * static_cast<double>(columns) / kSpanUi;
     for (std::size_t k = 0; k + 1 < samples.size(); ++k) {
         const double from = shift + static_cast<double>(k) * columnsPerSample;
@@ -111,7 +116,6 @@ EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double p
             }
         }
     }
-    // Rare traces have to show beside the common ones: a root, between the linear scale and the logarithm.
     const float most = *std::max_element(image.shades.begin(), image.shades.end());
     std::transform(image.shades.begin(), image.shades.end(), image.shades.begin(),
                    [most](float count) { return most > 0.0F ? std::pow(count / most, kShade) : 0.0F; });
@@ -140,15 +144,17 @@ void DrawEye(const fs::path& path, std::span<const double> samples, double sampl
         throw DataFailure(
             fmt::format("{}: a sample of \"{}\" is not finite; there is no eye to draw", path.string(), title));
     script += PlotOf(image, unit.perVolt);
-    DrawPng(path, 960, 640, script);
+    DrawPng(path, kWidth, kHeight, script);
 }
 
 SheetGrid GridFor(std::size_t tiles, std::size_t columns)
 {
-    constexpr int kSheetWidth = 1600;
+    constexpr int kSheetWidth = 1600;  // [pixels]
+    constexpr int kNarrowestTile = 180;
+    constexpr int kWidestTile = 440;
     if (columns == 0)
         columns = static_cast<std::size_t>(std::ceil(std::sqrt(static_cast<double>(tiles))));
-    const int width = std::clamp(kSheetWidth / static_cast<int>(columns), 180, 440);
+    const int width = std::clamp(kSheetWidth / static_cast<int>(columns), kNarrowestTile, kWidestTile);
     return {(tiles + columns - 1) / columns, columns, width, width * 7 / 10};
 }
 

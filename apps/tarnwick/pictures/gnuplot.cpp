@@ -26,7 +26,7 @@ bool IsControl(char letter)
     return code < 0x20 || code == 0x7f;
 }
 
-// A gnuplot that ends early, or that there is none of, would end this program too when it is written to.
+// Writing to a gnuplot that has ended, or that is not installed, would otherwise end this program as well.
 class BrokenPipesIgnored {
 public:
     BrokenPipesIgnored(const BrokenPipesIgnored&) = delete;
@@ -51,7 +51,7 @@ private:
 #endif
 };
 
-// A fixed command, without the user's own settings: everything about the picture goes through its standard input.
+// A fixed command that ignores the user's own settings: the picture is described through its standard input alone.
 bool RunGnuplot(const std::string& script)
 {
 #if defined(_WIN32)
@@ -70,8 +70,8 @@ bool RunGnuplot(const std::string& script)
 #endif
 }
 
-// Where gnuplot writes. It runs what follows a leading '|' as a command and expands a leading '~': an absolute name
-// begins with neither.
+// The file that gnuplot writes. Its name is absolute because gnuplot would run what follows a leading '|' as a command and
+// expand a leading '~'.
 fs::path TemporaryBeside(const fs::path& path)
 {
     std::error_code error;

@@ -8,12 +8,12 @@ namespace Tarnwick::App {
 
 /// Draws a picture as a PNG file on a dark background.
 /// @param width, height  [pixels]
-/// @param script  gnuplot's commands, inline binary data among them; they say nothing of the terminal and of the output
+/// @param script  gnuplot's commands, inline binary data among them; without those that set the terminal and the output
 /// @throws DataFailure  the name or its directory takes no file, gnuplot is missing or fails; the file is complete or absent
 void DrawPng(const std::filesystem::path& path, int width, int height, const std::string& script);
 
-/// A text as gnuplot reads it from a script, unchanged but for control characters, of which it takes none: they become
-/// blanks. Its text markup is off in these pictures.
+/// A text as a script quotes it. Control characters, which gnuplot refuses, become blanks; its text markup is off in these
+/// pictures.
 std::string Quoted(const std::string& text);
 
 /// Commands that colour border, tics, grid, title and axis labels.

@@ -23,17 +23,19 @@ using DSO::Workbench::kGiga;
 using DSO::Workbench::kPicoPerUnit;
 using DSO::Workbench::TransferFunction;
 
-constexpr int kWidth = 1100;
-constexpr int kHeight = 1150;
-constexpr int kChannelHeight = 620;
+constexpr int kWidth = 1100;           // [pixels]
+constexpr int kHeight = 1150;          // [pixels] of the response
+constexpr int kChannelHeight = 620;    // [pixels] of a corrected channel
 constexpr std::size_t kPoints = 2000;  // of a line: more than the picture has columns
-constexpr double kShownDb = 40.0;      // of the magnitude, below the largest of all
-constexpr double kDelayDb = 20.0;      // group delay down to this below the largest magnitude sets the scale,
-constexpr double kDelayPart = 0.02;    // but for this part of it at either end: poles and zeros near DC stand out far
-constexpr double kTail = 0.01;         // of its peak: what the whole's impulse response is shown down to
-constexpr double kNarrowestUi = 2.0;   // shown of the impulse response on each side of its peak
-constexpr double kWidestUi = 10.0;
-constexpr double kSpike = 3.0;  // taller than the whole by this factor, a line is cut off rather than fitted in
+constexpr double kShownDb = 40.0;      // magnitudes are shown down to this far below the largest of all
+// The scale of group delay is set where the magnitude is within 20 dB of its largest, without the 2 % of extreme values at
+// either end: near DC poles and zeros give very large ones.
+constexpr double kDelayDb = 20.0;
+constexpr double kDelayOutliers = 0.02;
+constexpr double kTail = 0.01;        // of its peak: the whole's impulse response is shown until it stays below this
+constexpr double kNarrowestUi = 2.0;  // shown of the impulse response on each side of its peak, at least
+constexpr double kWidestUi = 10.0;    // and at most
+constexpr double kSpike = 3.0;        // a line taller than the whole by more than this factor is cut off
 constexpr const char* kColours[] = {"#4cc9f0", "#f9c74f", "#ff6b6b", "#90be6d", "#c77dff", "#f8961e"};
 
 struct Range {
@@ -47,7 +49,7 @@ struct Range {
         low = std::min(low, value);
         high = std::max(high, value);
     }
-    // With room around it, and for a constant as much as makes a line of it.
+    // With room around it; a constant gets as much as it takes to look like a line.
     std::string Command(const char* axis, double least) const
     {
         if (low > high)
@@ -147,7 +149,7 @@ std::string DelayPanel(const ChainResponse& response)
             if (Magnitude(function, k) > floor && std::isfinite(DelayPs(function, k)))
                 delays.push_back(DelayPs(function, k));
         std::sort(delays.begin(), delays.end());
-        const auto outside = static_cast<std::size_t>(kDelayPart * static_cast<double>(delays.size()));
+        const auto outside = static_cast<std::size_t>(kDelayOutliers * static_cast<double>(delays.size()));
         if (!delays.empty()) {
             range.Take(delays[outside]);
             range.Take(delays[delays.size() - 1 - outside]);

@@ -18,12 +18,12 @@ namespace fs = std::filesystem;
 using DSO::Workbench::kGiga;
 using DSO::Workbench::TransmissionCurve;
 
-constexpr int kWidth = 1100;
-constexpr int kHeight = 850;
-constexpr double kShownDb = 80.0;      // of the magnitude, below the largest
+constexpr int kWidth = 1100;           // [pixels]
+constexpr int kHeight = 850;           // [pixels]
+constexpr double kShownDb = 80.0;      // magnitudes are shown down to this far below the largest
 constexpr std::size_t kPoints = 4000;  // of a line: more than the picture has columns
-constexpr std::size_t kMarked = 200;   // values that are marked one by one
-constexpr double kFarAbove = 0.3;      // of the last frequency
+constexpr std::size_t kMarked = 200;   // up to so many values are marked one by one
+constexpr double kFarAbove = 0.3;      // of the last frequency: data that begin above leave 0 Hz out of the picture
 constexpr const char* kColours[] = {"#4cc9f0", "#f9c74f"};
 
 std::string Data(std::span<const TransmissionCurve> curves)
@@ -89,7 +89,6 @@ void DrawTransmission(const fs::path& path, std::span<const TransmissionCurve> c
         highest = lowest = 0.0;
     lowest = std::max(lowest, highest - kShownDb);
     const double room = std::max(1.0, 0.06 * (highest - lowest));
-    // From 0 Hz, unless the data lie far above.
     const double begin = first > kFarAbove * last ? first : std::min(first, 0.0);
     const double end = last > begin ? last : begin + 1.0;
     const std::string script = Theme() + Data(curves) +

@@ -9,8 +9,8 @@
 #include <Eigen/Cholesky>
 #include <Eigen/Core>
 
-#include "maths/convolution/circularconvolver.h"
-#include "maths/equalisers/ffetaps.h"
+#include "maths/patterns/alignment.h"
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -25,39 +25,19 @@ constexpr double kEqualResiduals = 1e-9;
 // A main cursor below this share of the largest sample is rounding.
 constexpr double kLeastMainCursor = 1e-12;
 
-double Mean(std::span<const double> values)
-{
-    return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
-}
-
 double Rms(std::span<const double> values)
 {
     return std::sqrt(std::inner_product(values.begin(), values.end(), values.begin(), 0.0) /
                      static_cast<double>(values.size()));
 }
 
-void RemoveMean(std::vector<double>& values)
-{
-    const double mean = Mean(values);
-    for (double& value : values)
-        value -= mean;
-}
-
 // The number of samples by which the record lags behind the held symbols.
 std::size_t LagBehind(std::span<const double> samples, std::span<const double> symbols, double samplesPerUi)
 {
-    const std::size_t count = samples.size();
-    std::vector<double> capture(samples.begin(), samples.end());
-    RemoveMean(capture);
-    // Convolution with the reversed reference is correlation.
-    std::vector<double> reversed(count);
-    for (std::size_t m = 0; m < count; ++m)
-        reversed[(count - m) % count] =
-            symbols[static_cast<std::size_t>(static_cast<double>(m) / samplesPerUi) % symbols.size()];
-    std::vector<double> correlation(count);
-    Maths::ConvolutionWork work;
-    Maths::CircularConvolver(reversed, count).Convolve(capture, correlation, work);
-    return static_cast<std::size_t>(std::max_element(correlation.begin(), correlation.end()) - correlation.begin());
+    std::vector<double> held(samples.size());
+    for (std::size_t m = 0; m < held.size(); ++m)
+        held[m] = symbols[static_cast<std::size_t>(static_cast<double>(m) / samplesPerUi) % symbols.size()];
+    return LargestCorrelation(WithoutMean(samples), held).lag;
 }
 
 // The samples of all UIs.
@@ -67,27 +47,13 @@ void SampleUis(std::span<const double> samples, double delay, double samplesPerU
         result[i] = SampleAt(samples, delay + static_cast<double>(i) * samplesPerUi);
 }
 
-// Index i of a circular array from any signed place.
-std::size_t Wrapped(long long place, std::size_t count)
-{
-    const auto n = static_cast<long long>(count);
-    return static_cast<std::size_t>(((place % n) + n) % n);
-}
-
 // rms of s_i - sum_j h_j v_(i+q-j), both without their means.
 double ResidualRms(std::span<const double> sampled, std::span<const double> symbols, long long shift,
                    const Eigen::VectorXd& response)
 {
-    const std::size_t count = sampled.size();
     std::vector<double> rest(sampled.begin(), sampled.end());
-    for (Eigen::Index j = 0; j < response.size(); ++j) {
-        const std::size_t start = Wrapped(shift - j, count);
-        const std::size_t head = count - start;
-        for (std::size_t i = 0; i < head; ++i)
-            rest[i] -= response[j] * symbols[start + i];
-        for (std::size_t i = head; i < count; ++i)
-            rest[i] -= response[j] * symbols[i - head];
-    }
+    for (Eigen::Index j = 0; j < response.size(); ++j)
+        AddRotated(rest, -response[j], symbols, shift - j);
     return Rms(rest);
 }
 
@@ -109,24 +75,12 @@ double DelayFromSamples(int samples, int samplesPerUi, double baudRateGBd)
     return delayPs;
 }
 
-double SampleAt(std::span<const double> samples, double position)
-{
-    const double whole = std::floor(position);
-    const double fraction = position - whole;
-    const std::size_t here = static_cast<std::size_t>(whole) % samples.size();
-    if (fraction == 0.0)
-        return samples[here];
-    const std::size_t next = here + 1 < samples.size() ? here + 1 : 0;
-    return samples[here] + fraction * (samples[next] - samples[here]);
-}
-
 FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const double> symbols, double samplesPerUi,
                             int tapCount)
 {
     const std::size_t count = symbols.size();
     const Eigen::Index terms = static_cast<Eigen::Index>(tapCount) + 1;
-    std::vector<double> centred(symbols.begin(), symbols.end());
-    RemoveMean(centred);
+    const std::vector<double> centred = WithoutMean(symbols);
 
     // The columns of all fits are rotations of one pattern: one matrix serves them all.
     std::vector<double> correlation(static_cast<std::size_t>(terms));
@@ -149,10 +103,10 @@ FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const dou
     const double leastCursor = kLeastMainCursor * std::max(std::abs(*lowest), std::abs(*highest));
     const auto lag = static_cast<double>(LagBehind(samples, symbols, samplesPerUi));
     double smallest = std::numeric_limits<double>::infinity();
-    std::vector<double> sampled(count);
+    std::vector<double> uis(count);
     for (int k = 0; k < static_cast<int>(samplesPerUi); ++k) {
-        SampleUis(samples, k, samplesPerUi, sampled);
-        RemoveMean(sampled);
+        SampleUis(samples, k, samplesPerUi, uis);
+        const std::vector<double> sampled = WithoutMean(uis);
         const long long middle = std::llround((k - samplesPerUi / 2.0 - lag) / samplesPerUi);
         for (const long long q : {middle - 1, middle, middle + 1}) {
             Eigen::VectorXd right(terms);
@@ -205,7 +159,7 @@ void DecisionFeedback::Equalise(std::span<const double> samples, double delay, s
     auto ui = static_cast<long long>(std::floor(0.5 - delay / grid_.samplesPerUi));
     for (std::size_t from = 0; from < samples.size(); ++ui) {
         const std::size_t to = begin(ui + 1);
-        const double taken = feedback_[Wrapped(ui, grid_.symbols)];
+        const double taken = feedback_[WrappedIndex(ui, grid_.symbols)];
         for (; from < to; ++from)
             result[from] = samples[from] - taken;
     }
@@ -242,7 +196,7 @@ bool DecisionFeedback::Pass()
     }
     for (std::size_t k = 0; k < tapCount; ++k) {
         const long long place = static_cast<long long>(k) - static_cast<long long>(tapCount);
-        past_[k] = first ? 0.0 : values[static_cast<std::size_t>(decided_[Wrapped(place, grid_.symbols)])];
+        past_[k] = first ? 0.0 : values[static_cast<std::size_t>(decided_[WrappedIndex(place, grid_.symbols)])];
     }
 
     bool changed = first;

@@ -28,9 +28,6 @@ struct UiGrid {
     double samplesPerUi;  ///< s, at least 1; need not be whole
 };
 
-/// A sample of a periodic record at any position of at least 0, by a straight line between its neighbours.
-TARNWICK_FRAMEWORK_API double SampleAt(std::span<const double> samples, double position);
-
 struct FeedbackSearch {
     enum class Outcome {
         Found,

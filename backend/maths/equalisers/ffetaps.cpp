@@ -1,13 +1,14 @@
 #include "maths/equalisers/ffetaps.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <limits>
 #include <map>
 
 #include <Eigen/Cholesky>
 #include <Eigen/Core>
+
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -16,42 +17,23 @@ namespace {
 constexpr int kCandidatesPerTap = 4;
 constexpr int kNarrowCandidates = 7;
 
-double Dot(const double* x, const double* y, std::size_t count)
-{
-    // The best and the second-best candidate can lie 3.5e-8 apart: a single running sum over a million samples is only
-    // just good enough, and slower.
-    constexpr std::size_t kSums = 16;
-    std::array<double, kSums> sums{};
-    std::size_t i = 0;
-    for (; i + kSums <= count; i += kSums)
-        for (std::size_t s = 0; s < kSums; ++s)
-            sums[s] += x[i + s] * y[i + s];
-    for (std::size_t s = 0; i < count; ++i, ++s)
-        sums[s] += x[i] * y[i];
-    for (std::size_t half = kSums / 2; half > 0; half /= 2)
-        for (std::size_t s = 0; s < half; ++s)
-            sums[s] += sums[s + half];
-    return sums[0];
-}
-
 // Correlations at the lags asked for, each computed once.
 class Correlation {
 public:
     Correlation(std::span<const double> x, std::span<const double> y) : x_(x), y_(y) {}
     double At(long long lag)
     {
-        const auto n = static_cast<long long>(x_.size());
-        const long long wrapped = ((lag % n) + n) % n;
+        const std::size_t wrapped = WrappedIndex(lag, x_.size());
         const auto [place, fresh] = values_.try_emplace(wrapped);
         if (fresh)
-            place->second = CircularDot(x_, y_, wrapped);
+            place->second = CircularDot(x_, y_, lag);
         return place->second;
     }
 
 private:
     std::span<const double> x_;
     std::span<const double> y_;
-    std::map<long long, double> values_;
+    std::map<std::size_t, double> values_;
 };
 
 }  // namespace
@@ -74,16 +56,6 @@ std::vector<int> CandidateDelays(int numberOfTaps, int samplesPerUi, int tapsPer
         delays[static_cast<std::size_t>(k)] = offset * samplesPerUi / (kCandidatesPerTap * tapsPerUi) + centre;
     }
     return delays;
-}
-
-double CircularDot(std::span<const double> x, std::span<const double> y, long long lag)
-{
-    const auto n = static_cast<long long>(x.size());
-    if (n == 0)
-        return 0.0;
-    const auto start = static_cast<std::size_t>(((lag % n) + n) % n);
-    const std::size_t head = x.size() - start;
-    return Dot(x.data(), y.data() + start, head) + Dot(x.data() + head, y.data(), start);
 }
 
 std::optional<TapSolution> SolveTaps(std::span<const double> capture, std::span<const double> reference,
@@ -113,7 +85,7 @@ std::optional<TapSolution> SolveTaps(std::span<const double> capture, std::span<
         for (Eigen::Index j = 0; j < taps; ++j)
             right(j, k) = across.At(at(tapDelays, j) - at(referenceDelays, k));
     const Eigen::MatrixXd solution = solver.solve(right);
-    const double power = Dot(reference.data(), reference.data(), reference.size());
+    const double power = CircularDot(reference, reference, 0);
 
     TapSolution best;
     double smallest = std::numeric_limits<double>::infinity();

@@ -24,9 +24,6 @@ TARNWICK_FRAMEWORK_API std::vector<int> TapDelays(int numberOfTaps, int samplesP
 /// number of at least 4 numberOfTaps, or 7 in a narrow search. Divisions drop the fraction.
 TARNWICK_FRAMEWORK_API std::vector<int> CandidateDelays(int numberOfTaps, int samplesPerUi, int tapsPerUi, bool narrow);
 
-/// sum_i x[i] y[(i + lag) mod n] for any lag, in a fixed order of 16 running sums.
-TARNWICK_FRAMEWORK_API double CircularDot(std::span<const double> x, std::span<const double> y, long long lag);
-
 struct TapSolution {
     std::vector<double> taps;
     std::size_t candidate = 0;  ///< index of the delay chosen; the first of equal ones

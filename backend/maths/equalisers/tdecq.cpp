@@ -9,32 +9,34 @@
 #include <Eigen/Core>
 #include <Eigen/LU>
 
-#include "maths/convolution/circularconvolver.h"
-#include "maths/transforms/alignedbuffer.h"
+#include "maths/patterns/alignment.h"
+#include "maths/patterns/idealsignal.h"
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Maths {
 
 namespace {
 
 // IEEE 802.3 clause 121.8.5
-constexpr double kErrorRatio = 4.8e-4;   // symbol error ratio that the noise may cause
-constexpr double kQt = 3.414;            // Q(kQt) (n - 1)/n 2 is that ratio for an ideal eye of four levels
-constexpr double kHalfSlices = 0.05;     // [UI] the time slices lie this far from the phase
-constexpr std::size_t kMostCursors = 3;  // the largest tap is tap 1, 2 or 3
+constexpr double kErrorRatio = 4.8e-4;    // symbol error ratio that the noise may cause
+constexpr double kQt = 3.414;             // Q(kQt) (n - 1)/n 2 is that ratio for an ideal eye of four levels
+constexpr double kHalfSlices = 0.05;      // [UI] the time slices lie this far from the phase
+constexpr std::size_t kMostLevels = 4;    // the clause is for PAM4; fewer are scored alike
+constexpr std::size_t kCursorsTried = 3;  // the largest tap is tap 1, 2 or 3
 // Choices of this search: the clause asks for the least TDECQ, not how it is found.
 constexpr std::size_t kPhases = 16;                                            // over one UI
 constexpr std::array<double, 5> kNoiseLoads = {1e-4, 1e-3, 3e-3, 1e-2, 2e-2};  // of the capture's variance
 constexpr std::size_t kBins = 64;                                              // of a level's histogram
 constexpr int kHalvings = 40;                                                  // leave sigma known to 1e-12 of the OMA
-constexpr double kClosed = 50.0;                                               // [dB] scores of closed eyes start here
+constexpr double kClosedDb = 50.0;                                             // [dB] scores of closed eyes start here
 constexpr double kFirstStep = 0.02;                                            // [UI] or tap weight
 constexpr double kLastStep = 4e-4;                                             // [UI] or tap weight
-constexpr int kMostScores = 600;
+constexpr int kMostTrials = 600;
 // Correlation of white noise behind the reference receiver, a fourth-order Bessel-Thomson response of half the symbol
 // rate, at whole UI: the same for every rate.
 constexpr std::array<double, 4> kNoiseCorrelation = {1.0, 0.02056, 0.00135, -0.00008};
 
-double Rho(std::size_t lag)
+double NoiseCorrelation(std::size_t lag)
 {
     return lag < kNoiseCorrelation.size() ? kNoiseCorrelation[lag] : 0.0;
 }
@@ -44,7 +46,7 @@ double NoiseGain(std::span<const double> taps)
     double power = 0.0;
     for (std::size_t j = 0; j < taps.size(); ++j)
         for (std::size_t k = 0; k < taps.size(); ++k)
-            power += taps[j] * taps[k] * Rho(j > k ? j - k : k - j);
+            power += taps[j] * taps[k] * NoiseCorrelation(j > k ? j - k : k - j);
     return std::sqrt(std::max(power, 0.0));
 }
 
@@ -53,40 +55,19 @@ double UpperTail(double z)
     return 0.5 * std::erfc(z / std::sqrt(2.0));
 }
 
-std::size_t Largest(std::span<const double> taps)
+std::size_t LargestTap(std::span<const double> taps)
 {
     return static_cast<std::size_t>(
         std::max_element(taps.begin(), taps.end(), [](double a, double b) { return std::abs(a) < std::abs(b); }) -
         taps.begin());
 }
 
-// How many samples the capture lags behind the reference: where their circular correlation is largest.
-std::size_t LagOf(std::span<const double> capture, std::span<const double> reference)
-{
-    // sum_i r[i] x[i + t] is the convolution of x with the reversed r, one place on.
-    const std::vector<double> reversed(reference.rbegin(), reference.rend());
-    std::vector<double> correlation(capture.size());
-    CircularConvolver convolver(reversed, capture.size());
-    ConvolutionWork work;
-    convolver.Convolve(capture, correlation, work);
-    const auto peak =
-        static_cast<std::size_t>(std::max_element(correlation.begin(), correlation.end()) - correlation.begin());
-    return (peak + 1) % capture.size();
-}
-
-// One sample a UI at a phase, linear interpolation, symbol i at i.
+// The capture without its mean, a sample a UI at any phase: that of symbol i at index i.
 class Sampler {
 public:
-    Sampler(std::span<const double> capture, std::span<const double> reference, const ReferenceSymbols& symbols,
-            std::size_t samplesPerUi)
-        : samples_(capture.begin(), capture.end()),
-          samplesPerUi_(samplesPerUi),
-          first_(symbols.firstCentre + LagOf(capture, reference))
+    Sampler(std::span<const double> capture, const ReferenceSymbols& symbols, std::size_t samplesPerUi)
+        : samples_(WithoutMean(capture)), samplesPerUi_(samplesPerUi), firstCentre_(symbols.firstCentre)
     {
-        const double mean =
-            std::accumulate(samples_.begin(), samples_.end(), 0.0) / static_cast<double>(samples_.size());
-        for (double& sample : samples_)
-            sample -= mean;
         variance_ = std::inner_product(samples_.begin(), samples_.end(), samples_.begin(), 0.0) /
                     static_cast<double>(samples_.size());
     }
@@ -97,12 +78,10 @@ public:
         values.resize(count / samplesPerUi_);
         const double shift = phaseUi * static_cast<double>(samplesPerUi_);
         const double whole = std::floor(shift);
-        const double part = shift - whole;
-        const auto turn = static_cast<long long>(whole) % static_cast<long long>(count);
-        std::size_t place = (first_ + count + static_cast<std::size_t>(turn + static_cast<long long>(count))) % count;
+        const double fraction = shift - whole;
+        std::size_t place = WrappedIndex(static_cast<long long>(firstCentre_) + static_cast<long long>(whole), count);
         for (double& value : values) {
-            const std::size_t next = place + 1 == count ? 0 : place + 1;
-            value = samples_[place] + part * (samples_[next] - samples_[place]);
+            value = SampleBetween(samples_, place, fraction);
             place += samplesPerUi_;
             if (place >= count)
                 place -= count;
@@ -112,23 +91,16 @@ public:
 private:
     std::vector<double> samples_;
     std::size_t samplesPerUi_;
-    std::size_t first_;
+    std::size_t firstCentre_;
     double variance_ = 0.0;
 };
 
-// y[i] = sum_j w_j v[i + c - j], circular
+// y[i] = sum_j w_j v[(i + c - j) mod n]
 void Equalise(std::span<const double> v, std::span<const double> taps, std::size_t cursor, std::vector<double>& y)
 {
-    const std::size_t count = v.size();
-    y.assign(count, 0.0);
-    for (std::size_t j = 0; j < taps.size(); ++j) {
-        const std::size_t start = (cursor + count * (j / count + 1) - j) % count;
-        const double tap = taps[j];
-        for (std::size_t i = 0; i < count - start; ++i)
-            y[i] += tap * v[i + start];
-        for (std::size_t i = count - start; i < count; ++i)
-            y[i] += tap * v[i + start - count];
-    }
+    y.assign(v.size(), 0.0);
+    for (std::size_t j = 0; j < taps.size(); ++j)
+        AddRotated(y, taps[j], v, static_cast<long long>(cursor) - static_cast<long long>(j));
 }
 
 // The values of each level in one time slice, as histograms.
@@ -248,7 +220,7 @@ public:
         const double ideal = 2.0 * static_cast<double>(levels - 1) * kQt;
         closure.tdecqDb = closure.sigma > 0.0
                               ? 10.0 * std::log10(closure.oma * closure.noiseGain / (ideal * closure.sigma))
-                              : kClosed + error / static_cast<double>(y_.size()) / (closure.oma * closure.oma);
+                              : kClosedDb + error / static_cast<double>(y_.size()) / (closure.oma * closure.oma);
         return closure;
     }
 
@@ -267,23 +239,16 @@ public:
     Regression(const std::vector<double>& v, const ReferenceSymbols& symbols, std::size_t taps)
         : taps_(taps), count_(static_cast<double>(v.size())), itself_(taps), across_(2 * taps - 1)
     {
-        const std::size_t n = v.size();
-        std::vector<double> a(n);
-        for (std::size_t i = 0; i < n; ++i)
+        std::vector<double> a(v.size());
+        for (std::size_t i = 0; i < a.size(); ++i)
             a[i] = 2.0 * symbols.levels[i] / (symbols.levelCount - 1.0) - 1.0;
-        const auto dot = [n](const std::vector<double>& x, const std::vector<double>& y, std::size_t lag) {
-            const std::size_t start = lag % n;
-            const double head = std::inner_product(x.begin(), x.end() - static_cast<std::ptrdiff_t>(start),
-                                                   y.begin() + static_cast<std::ptrdiff_t>(start), 0.0);
-            return std::inner_product(y.begin(), y.begin() + static_cast<std::ptrdiff_t>(start),
-                                      x.end() - static_cast<std::ptrdiff_t>(start), head);
-        };
         for (std::size_t lag = 0; lag < taps; ++lag)
-            itself_[lag] = dot(v, v, lag) / count_;
-        for (std::size_t lag = 0; lag < across_.size(); ++lag)  // lag - (taps - 1)
-            across_[lag] = dot(a, v, lag + n * taps - (taps - 1)) / count_;
-        meanV_ = std::accumulate(v.begin(), v.end(), 0.0) / count_;
-        meanA_ = std::accumulate(a.begin(), a.end(), 0.0) / count_;
+            itself_[lag] = CircularDotInOrder(v, v, static_cast<long long>(lag)) / count_;
+        const long long lowest = 1 - static_cast<long long>(taps);
+        for (std::size_t k = 0; k < across_.size(); ++k)
+            across_[k] = CircularDotInOrder(a, v, lowest + static_cast<long long>(k)) / count_;
+        meanV_ = Mean(v);
+        meanA_ = Mean(a);
         squareA_ = std::inner_product(a.begin(), a.end(), a.begin(), 0.0) / count_;
     }
     std::vector<double> Solve(std::size_t cursor, double load) const
@@ -293,7 +258,7 @@ public:
         for (Eigen::Index j = 0; j < n; ++j) {
             for (Eigen::Index k = 0; k < n; ++k) {
                 const auto lag = static_cast<std::size_t>(std::abs(j - k));
-                system(j, k) = itself_[lag] + load * Rho(lag);
+                system(j, k) = itself_[lag] + load * NoiseCorrelation(lag);
             }
             const auto lag = taps_ - 1 + cursor - static_cast<std::size_t>(j);
             system(j, n) = system(n, j) = -across_[lag];
@@ -312,7 +277,8 @@ public:
 private:
     std::size_t taps_;
     double count_;
-    std::vector<double> itself_, across_;
+    std::vector<double> itself_;  // v with v at lags 0 .. taps - 1
+    std::vector<double> across_;  // a with v at lags 1 - taps .. taps - 1
     double meanV_ = 0.0, meanA_ = 0.0, squareA_ = 0.0;
 };
 
@@ -325,9 +291,9 @@ double PhaseUi(std::size_t k)
 void Refine(Scorer& scorer, ReferenceEqualizer& best)
 {
     int scores = 0;
-    for (double step = kFirstStep; step >= kLastStep && scores < kMostScores;) {
+    for (double step = kFirstStep; step >= kLastStep && scores < kMostTrials;) {
         bool improved = false;
-        for (std::size_t variable = 0; variable <= best.taps.size() && scores < kMostScores; ++variable) {
+        for (std::size_t variable = 0; variable <= best.taps.size() && scores < kMostTrials; ++variable) {
             if (variable == best.cursor)
                 continue;
             for (const double move : {step, -step}) {
@@ -338,7 +304,7 @@ void Refine(Scorer& scorer, ReferenceEqualizer& best)
                     trial.taps[variable] += move;
                     trial.taps[best.cursor] -= move;
                 }
-                if (Largest(trial.taps) != trial.cursor)
+                if (LargestTap(trial.taps) != trial.cursor)
                     continue;
                 trial.closure = scorer.Score(trial.taps, trial.cursor, trial.phaseUi);
                 ++scores;
@@ -354,11 +320,10 @@ void Refine(Scorer& scorer, ReferenceEqualizer& best)
     }
 }
 
-}  // namespace
-
+// The symbols that a waveform of held symbols stands for. UI boundaries lie where it steps most; the level of a UI is
+// read at its middle.
 std::optional<ReferenceSymbols> SymbolsOfReference(std::span<const double> reference, std::size_t samplesPerUi)
 {
-    constexpr std::size_t kMostLevels = 4;
     std::vector<double> steps(samplesPerUi, 0.0);
     for (std::size_t i = 0; i < reference.size(); ++i)
         steps[i % samplesPerUi] += std::abs(reference[i] - reference[i == 0 ? reference.size() - 1 : i - 1]);
@@ -385,12 +350,43 @@ std::optional<ReferenceSymbols> SymbolsOfReference(std::span<const double> refer
     return symbols;
 }
 
-EyeClosure MeasureClosure(std::span<const double> capture, std::span<const double> reference,
-                          const ReferenceSymbols& symbols, std::size_t samplesPerUi, std::span<const double> taps)
+}  // namespace
+
+std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture, std::span<const int> pattern,
+                                              std::size_t samplesPerUi)
 {
-    const Sampler sampler(capture, reference, symbols, samplesPerUi);
+    std::vector<int> used(pattern.begin(), pattern.end());
+    std::sort(used.begin(), used.end());
+    used.erase(std::unique(used.begin(), used.end()), used.end());
+    if (used.size() < 2 || used.size() > kMostLevels)
+        return std::nullopt;
+    ReferenceSymbols symbols{{}, static_cast<int>(used.size()), samplesPerUi / 2};
+    symbols.levels.resize(capture.size() / samplesPerUi);
+    for (std::size_t i = 0; i < symbols.levels.size(); ++i) {
+        const auto level = std::lower_bound(used.begin(), used.end(), pattern[i % pattern.size()]);
+        symbols.levels[i] = static_cast<int>(level - used.begin());
+    }
+    const std::vector<double> held =
+        IdealSignal(symbols.levels, {-1.0, 1.0, symbols.levelCount}, static_cast<double>(samplesPerUi), capture.size());
+    symbols.firstCentre += LargestCorrelation(capture, held).lag;
+    return symbols;
+}
+
+std::optional<ReferenceSymbols> LocateReference(std::span<const double> capture, std::span<const double> reference,
+                                                std::size_t samplesPerUi)
+{
+    std::optional<ReferenceSymbols> symbols = SymbolsOfReference(reference, samplesPerUi);
+    if (symbols)
+        symbols->firstCentre += LargestCorrelation(capture, reference).lag;
+    return symbols;
+}
+
+EyeClosure MeasureClosure(std::span<const double> capture, const ReferenceSymbols& symbols, std::size_t samplesPerUi,
+                          std::span<const double> taps)
+{
+    const Sampler sampler(capture, symbols, samplesPerUi);
     Scorer scorer(sampler, symbols);
-    ReferenceEqualizer best{{taps.begin(), taps.end()}, Largest(taps), 0.0, {}};
+    ReferenceEqualizer best{{taps.begin(), taps.end()}, LargestTap(taps), 0.0, {}};
     best.closure.tdecqDb = std::numeric_limits<double>::infinity();
     for (std::size_t k = 0; k < kPhases; ++k) {
         const EyeClosure closure = scorer.Score(taps, best.cursor, PhaseUi(k));
@@ -401,14 +397,13 @@ EyeClosure MeasureClosure(std::span<const double> capture, std::span<const doubl
 }
 
 std::optional<ReferenceEqualizer> FindReferenceEqualizer(std::span<const double> capture,
-                                                         std::span<const double> reference,
                                                          const ReferenceSymbols& symbols, std::size_t samplesPerUi,
                                                          std::size_t numberOfTaps, std::optional<std::size_t> cursor)
 {
-    const Sampler sampler(capture, reference, symbols, samplesPerUi);
+    const Sampler sampler(capture, symbols, samplesPerUi);
     Scorer scorer(sampler, symbols);
     const std::size_t first = cursor.value_or(0);
-    const std::size_t last = cursor.value_or(std::min(kMostCursors, numberOfTaps) - 1);
+    const std::size_t last = cursor.value_or(std::min(kCursorsTried, numberOfTaps) - 1);
     ReferenceEqualizer best;
     best.closure.tdecqDb = std::numeric_limits<double>::infinity();
     std::vector<double> v;
@@ -419,7 +414,7 @@ std::optional<ReferenceEqualizer> FindReferenceEqualizer(std::span<const double>
             for (const double load : kNoiseLoads) {
                 std::vector<double> taps = regression.Solve(c, load * sampler.Variance());
                 if (!std::all_of(taps.begin(), taps.end(), [](double tap) { return std::isfinite(tap); }) ||
-                    Largest(taps) != c)
+                    LargestTap(taps) != c)
                     continue;
                 const EyeClosure closure = scorer.Score(taps, c, PhaseUi(k));
                 if (closure.tdecqDb < best.closure.tdecqDb)

@@ -14,18 +14,28 @@
 
 namespace Tarnwick::DSO::Maths {
 
-/// The symbols that a reference waveform holds.
+/// The symbols of a capture, and where they lie in it.
 struct ReferenceSymbols {
     std::vector<int> levels;      // of each UI, 0 the lowest
-    int levelCount = 0;           // distinct levels
-    std::size_t firstCentre = 0;  // sample at the middle of UI 0
+    int levelCount = 0;           // 2 to 4, each of which occurs
+    std::size_t firstCentre = 0;  // sample at the middle of UI 0; counted on past the end of the record
 };
 
-/// UI boundaries lie where the reference steps most; the level of a UI is read at its middle.
-/// @param reference  a whole number of UI of samplesPerUi samples, held symbols of 2 to 4 levels
-/// @return nothing when there are fewer or more levels
-TARNWICK_FRAMEWORK_API std::optional<ReferenceSymbols> SymbolsOfReference(std::span<const double> reference,
-                                                                          std::size_t samplesPerUi);
+/// The symbols of a pattern, repeated as often as the capture is long, where they correlate best with the capture. Levels
+/// that the pattern does not use are not counted.
+/// @param capture  a whole number of UI of samplesPerUi samples
+/// @param pattern  level of each UI, any rotation
+/// @return nothing when the pattern uses fewer than 2 or more than 4 levels
+TARNWICK_FRAMEWORK_API std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture,
+                                                                     std::span<const int> pattern,
+                                                                     std::size_t samplesPerUi);
+
+/// The same for a pattern that is given as its waveform, of held symbols with any spacing of the levels.
+/// @param reference  as long as the capture; rotated against it by any amount
+/// @return nothing when the reference has fewer than 2 or more than 4 levels
+TARNWICK_FRAMEWORK_API std::optional<ReferenceSymbols> LocateReference(std::span<const double> capture,
+                                                                       std::span<const double> reference,
+                                                                       std::size_t samplesPerUi);
 
 struct EyeClosure {
     double tdecqDb = 0.0;    // above 50 when the eye is closed: then it only ranks
@@ -43,18 +53,19 @@ struct ReferenceEqualizer {
 };
 
 /// The closure of a capture behind given taps, at the best of 16 phases.
-/// @param capture  as long as the reference; rotated against it by any amount
+/// @param symbols  those of the capture
 /// @param taps     sum 1; the largest is the cursor
-TARNWICK_FRAMEWORK_API EyeClosure MeasureClosure(std::span<const double> capture, std::span<const double> reference,
-                                                 const ReferenceSymbols& symbols, std::size_t samplesPerUi,
-                                                 std::span<const double> taps);
+TARNWICK_FRAMEWORK_API EyeClosure MeasureClosure(std::span<const double> capture, const ReferenceSymbols& symbols,
+                                                 std::size_t samplesPerUi, std::span<const double> taps);
 
 /// The taps of least closure: minimum mean-square error under several noise loads for each cursor and phase, scored by
 /// TDECQ, the best one refined by a compass search.
 /// @param cursor  the place of the largest tap; none: the first three are tried
 /// @return nothing when no taps have their largest where it has to be
-TARNWICK_FRAMEWORK_API std::optional<ReferenceEqualizer> FindReferenceEqualizer(
-    std::span<const double> capture, std::span<const double> reference, const ReferenceSymbols& symbols,
-    std::size_t samplesPerUi, std::size_t numberOfTaps, std::optional<std::size_t> cursor);
+TARNWICK_FRAMEWORK_API std::optional<ReferenceEqualizer> FindReferenceEqualizer(std::span<const double> capture,
+                                                                                const ReferenceSymbols& symbols,
+                                                                                std::size_t samplesPerUi,
+                                                                                std::size_t numberOfTaps,
+                                                                                std::optional<std::size_t> cursor);
 
 }  // namespace Tarnwick::DSO::Maths

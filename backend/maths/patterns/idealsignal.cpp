@@ -5,31 +5,6 @@
 
 namespace Tarnwick::DSO::Maths {
 
-std::string Alphabet(E_SIGNAL_CODING coding, SymbolMap map, std::string_view symbols)
-{
-    constexpr std::string_view kDigits = "0123456789";
-    switch (coding) {
-        case SIGNAL_CODING_NRZ: return "01";
-        case SIGNAL_CODING_PAM3: return "012";
-        case SIGNAL_CODING_PAM4:
-        case SIGNAL_CODING_PAM4_PRECODED: return map == SymbolMap::Gray ? "0132" : "0123";
-        default: break;
-    }
-    std::size_t highest = 1;
-    for (const char symbol : symbols)
-        if (const std::size_t digit = kDigits.find(symbol); digit != std::string_view::npos)
-            highest = std::max(highest, digit);
-    return std::string(kDigits.substr(0, highest + 1));
-}
-
-std::vector<int> LevelsOf(std::string_view symbols, std::string_view alphabet)
-{
-    std::vector<int> levels(symbols.size());
-    std::transform(symbols.begin(), symbols.end(), levels.begin(),
-                   [alphabet](char symbol) { return static_cast<int>(alphabet.find(symbol)); });
-    return levels;
-}
-
 std::vector<double> IdealSignal(std::span<const int> levels, Swing swing, double samplesPerUi, std::size_t count,
                                 double edgeUi)
 {

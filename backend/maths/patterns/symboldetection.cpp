@@ -1,80 +1,55 @@
 #include "maths/patterns/symboldetection.h"
 
 #include <algorithm>
-#include <cmath>
-#include <numeric>
+#include <functional>
 #include <optional>
 #include <utility>
 
 #include <Eigen/Dense>
+
+#include "maths/patterns/levels.h"
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Maths {
 
 namespace {
 
 constexpr std::size_t kMostPhases = 8;
-constexpr int kMostFits = 20;         // of the equaliser, at one phase
-constexpr int kMostPartitions = 100;  // of Lloyd's algorithm; a dozen is usual
-constexpr int kReach = 3;             // taps from -3 to +3 UI
+constexpr int kMostFits = 20;  // of the equaliser, at one phase
+constexpr int kReach = 3;      // taps from -3 to +3 UI
 constexpr int kTaps = 2 * kReach + 1;
 constexpr double kLoading = 1e-9;  // of each diagonal element: makes patterns of few symbols solvable
 
-// Values parted into levels: thresholds half way between neighbouring means.
-struct Partition {
+// Values parted into levels, and how tightly they lie about them.
+struct RatedPartition {
     std::vector<double> thresholds;
     double quality;
 };
 
-// Lloyd's algorithm. In sorted order each level is a stretch, and prefix sums give its mean at once.
-std::optional<Partition> Part(std::span<const double> values, int levelCount)
+std::optional<RatedPartition> Part(std::span<const double> values, int levelCount)
 {
     std::vector<double> sorted(values.begin(), values.end());
     std::sort(sorted.begin(), sorted.end());
-    const std::size_t count = sorted.size();
-    std::vector<double> sums(count + 1, 0.0);
-    std::partial_sum(sorted.begin(), sorted.end(), sums.begin() + 1);
-
-    const auto levels = static_cast<std::size_t>(levelCount);
-    std::vector<double> means(levels);
-    for (std::size_t k = 0; k < levels; ++k)
-        means[k] = sorted[(2 * k + 1) * count / (2 * levels)];
-    Partition partition{std::vector<double>(levels - 1), 0.0};
-    std::vector<std::size_t> ends(levels, count);
-    for (int pass = 0; pass < kMostPartitions; ++pass) {
-        const std::vector<std::size_t> before = ends;
-        for (std::size_t k = 0; k + 1 < levels; ++k) {
-            partition.thresholds[k] = 0.5 * (means[k] + means[k + 1]);
-            const auto end = std::upper_bound(sorted.begin(), sorted.end(), partition.thresholds[k]);
-            ends[k] = static_cast<std::size_t>(end - sorted.begin());
-        }
-        if (ends == before)
-            break;
-        for (std::size_t k = 0; k < levels; ++k) {
-            const std::size_t begin = k == 0 ? 0 : ends[k - 1];
-            if (ends[k] == begin)
-                return std::nullopt;
-            means[k] = (sums[ends[k]] - sums[begin]) / static_cast<double>(ends[k] - begin);
-        }
-    }
-
+    std::optional<LevelPartition> partition = PartitionIntoLevels(sorted, levelCount);
+    if (!partition)
+        return std::nullopt;
+    const std::vector<double>& means = partition->means;
     double spacing = means[1] - means[0];
-    for (std::size_t k = 2; k < levels; ++k)
+    for (std::size_t k = 2; k < means.size(); ++k)
         spacing = std::min(spacing, means[k] - means[k - 1]);
     double squares = 0.0;
-    std::size_t j = 0;
-    for (std::size_t k = 0; k < levels; ++k)
-        for (; j < ends[k]; ++j)
+    for (std::size_t k = 0; k < means.size(); ++k)
+        for (std::size_t j = partition->bounds[k]; j < partition->bounds[k + 1]; ++j)
             squares += (sorted[j] - means[k]) * (sorted[j] - means[k]);
-    partition.quality = squares / static_cast<double>(count) / (spacing * spacing);
-    return partition;
+    return RatedPartition{std::move(partition->thresholds),
+                          squares / static_cast<double>(sorted.size()) / (spacing * spacing)};
 }
 
-std::vector<int> Decide(std::span<const double> values, const std::vector<double>& thresholds)
+std::vector<int> Decide(std::span<const double> values, std::span<const double> thresholds)
 {
     std::vector<int> levels(values.size());
-    for (std::size_t j = 0; j < values.size(); ++j)
-        for (const double threshold : thresholds)
-            levels[j] += values[j] > threshold ? 1 : 0;
+    std::transform(values.begin(), values.end(), levels.begin(),
+                   [thresholds](double value) { return LevelOf(value, thresholds); });
     return levels;
 }
 
@@ -117,13 +92,8 @@ std::vector<double> SampledAt(std::span<const double> samples, std::size_t symbo
 {
     const double samplesPerUi = static_cast<double>(samples.size()) / static_cast<double>(symbolCount);
     std::vector<double> values(symbolCount);
-    for (std::size_t j = 0; j < symbolCount; ++j) {
-        const double position = (static_cast<double>(j) + phaseUi) * samplesPerUi;
-        const double whole = std::floor(position);
-        const std::size_t left = static_cast<std::size_t>(whole) % samples.size();
-        const double next = samples[(left + 1) % samples.size()];
-        values[j] = samples[left] + (next - samples[left]) * (position - whole);
-    }
+    for (std::size_t j = 0; j < symbolCount; ++j)
+        values[j] = SampleAt(samples, (static_cast<double>(j) + phaseUi) * samplesPerUi);
     return values;
 }
 
@@ -141,7 +111,7 @@ std::vector<double> MeanOfEachLevel(std::span<const double> values, const std::v
 
 SymbolDetection DetectAt(std::span<const double> values, int levelCount, Decisions decisions)
 {
-    std::optional<Partition> partition = Part(values, levelCount);
+    std::optional<RatedPartition> partition = Part(values, levelCount);
     if (!partition)
         return {};
     std::vector<int> levels = Decide(values, partition->thresholds);
@@ -167,10 +137,7 @@ SymbolDetection DetectSymbols(std::span<const double> samples, std::size_t symbo
                               Decisions decisions)
 {
     // About their mean the samples are independent of the equaliser's constant, whatever offset they came with.
-    const double mean = std::accumulate(samples.begin(), samples.end(), 0.0) / static_cast<double>(samples.size());
-    std::vector<double> centred(samples.begin(), samples.end());
-    for (double& value : centred)
-        value -= mean;
+    const std::vector<double> centred = WithoutMean(samples);
 
     const std::size_t phases = std::clamp<std::size_t>(samples.size() / symbolCount, 1, kMostPhases);
     SymbolDetection best;

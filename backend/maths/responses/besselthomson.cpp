@@ -6,11 +6,9 @@
 #include <cstdint>
 #include <numbers>
 
-#include "framework/numberutilities.h"
+#include "maths/responses/rounding.h"
 
 namespace Tarnwick::DSO::Maths {
-
-using SystemFramework::NumberUtilities;
 
 int WrappingFactorial(int n)
 {
@@ -71,7 +69,7 @@ namespace {
 
 double WalkToCutoff(int order, double target)
 {
-    if (NumberUtilities::Round(std::abs(0.0 - target), 5) == 0.0)
+    if (RoundedToDecimals(std::abs(0.0 - target), 5) == 0.0)
         return 2.0;
     const BesselResponse response(order);
     double w = 2.0;
@@ -79,7 +77,7 @@ double WalkToCutoff(int order, double target)
     do {
         w *= magnitude > target ? 1.5 : 0.5;
         magnitude = response.MagnitudeAt(w);
-    } while (!(NumberUtilities::Round(std::abs(magnitude - target), 5) == 0.0));  // true for NaN: go on
+    } while (!(RoundedToDecimals(std::abs(magnitude - target), 5) == 0.0));  // true for NaN: go on
     return w;
 }
 

@@ -7,6 +7,7 @@
 #include <numeric>
 
 #include "maths/convolution/circularconvolver.h"
+#include "maths/patterns/periodicrecord.h"
 #include "maths/responses/besselthomson.h"
 #include "maths/responses/gaussian.h"
 #include "maths/responses/interpolation.h"
@@ -16,11 +17,6 @@
 namespace Tarnwick::DSO::Maths {
 
 using Complex = std::complex<double>;
-using Maths::AlignedBuffer;
-using Maths::CircularConvolver;
-using Maths::ConvolutionWork;
-using Maths::InterpolateLinear;
-using Maths::RealTransform;
 
 namespace {
 
@@ -87,10 +83,9 @@ std::vector<double> AlignedImpulseResponse(std::span<const double> signal, std::
     for (double& value : response)
         value *= sign;
 
-    const auto count = static_cast<std::ptrdiff_t>(response.size());
     const std::ptrdiff_t goal = static_cast<std::ptrdiff_t>(kernel.size() / 2) - 1;
-    const std::ptrdiff_t left = ((peak - response.begin() - goal) % count + count) % count;
-    std::rotate(response.begin(), response.begin() + left, response.end());
+    const std::size_t left = WrappedIndex(peak - response.begin() - goal, response.size());
+    std::rotate(response.begin(), response.begin() + static_cast<std::ptrdiff_t>(left), response.end());
 
     if (baselineCount > 0) {
         const double sum =
@@ -229,10 +224,8 @@ std::vector<double> SampledCorrection(std::span<const Complex> spectrum, const C
         points.push_back(std::clamp(static_cast<double>(lag) * sampleInterval, times.front(), times.back()));
     const std::vector<double> values = Interpolated(times, heights, points);
     std::vector<double> kernel(taps, 0.0);
-    const auto period = static_cast<std::ptrdiff_t>(taps);
     for (std::ptrdiff_t lag = -reach; lag <= reach; ++lag)
-        kernel[static_cast<std::size_t>((lag % period + period) % period)] +=
-            values[static_cast<std::size_t>(lag + reach)];
+        kernel[WrappedIndex(lag, taps)] += values[static_cast<std::size_t>(lag + reach)];
     const double total = std::accumulate(kernel.begin(), kernel.end(), 0.0);
     for (double& tap : kernel)
         tap /= total;
@@ -245,8 +238,7 @@ std::vector<double> CorrectionTaps(const MeasuredResponse& channel, const Measur
     const CorrectionGrid& grid = settings.grid;
     std::vector<Complex> quotient(grid.length / 2 + 1, Complex(1.0));
     if (!channel.values.empty()) {
-        const std::vector<double> smoothing =
-            Maths::GaussianTaps(grid.length, 1.0 / grid.step, settings.smoothingBandwidth);
+        const std::vector<double> smoothing = GaussianTaps(grid.length, 1.0 / grid.step, settings.smoothingBandwidth);
         const auto aligned = [&](const std::vector<double>& response) {
             return AlignedImpulseResponse(response, smoothing, settings.baselineCount);
         };

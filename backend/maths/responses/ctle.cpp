@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
-#include "framework/numberutilities.h"
 #include "maths/responses/besselthomson.h"
+#include "maths/responses/rounding.h"
 
 namespace Tarnwick::DSO::Maths {
 
 using Complex = std::complex<double>;
-using SystemFramework::NumberUtilities;
 
 namespace {
 
@@ -18,7 +17,7 @@ constexpr int kLongestWalk = 10'000'000;  // sixty times the longest one met bet
 
 double Rounded(double value)
 {
-    return NumberUtilities::Round(value, kDecimals);
+    return RoundedToDecimals(value, kDecimals);
 }
 
 std::optional<PeakingDesign> Design(double symbolRate, double gain)

@@ -117,4 +117,12 @@ bool PreserveNoise(std::span<Complex> response, std::span<const double> frequenc
     return true;
 }
 
+bool PreserveNoiseOnGrid(std::span<Complex> response, double spacing, double corner, double upper)
+{
+    std::vector<double> frequencies(response.size() / 2 + 1);
+    for (std::size_t k = 0; k < frequencies.size(); ++k)
+        frequencies[k] = static_cast<double>(k) * spacing;
+    return PreserveNoise(response, frequencies, corner, upper);
+}
+
 }  // namespace Tarnwick::DSO::Maths

@@ -14,4 +14,11 @@ namespace Tarnwick::DSO::Maths {
 TARNWICK_FRAMEWORK_API bool PreserveNoise(std::span<Complex> response, std::span<const double> frequencies,
                                           double corner, double upper);
 
+/// The same for bins k spacing.
+/// @param spacing  [Hz] between two bins
+TARNWICK_FRAMEWORK_API bool PreserveNoiseOnGrid(std::span<Complex> response, double spacing, double corner,
+                                                double upper);
+
+inline constexpr double kNoiseUpperFrequency = 2e11;  // [Hz] where the correction ends unless told otherwise
+
 }  // namespace Tarnwick::DSO::Maths

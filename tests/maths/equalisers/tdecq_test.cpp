@@ -58,14 +58,13 @@ TEST(ReferenceEqualizerTaps, ReachTheirTdecq)
         {"10 GHz, cursor index 1", Behind(sent, 10.0), 5, 1, 2.053, 1},
         {"10 GHz, 9 taps", Behind(sent, 10.0), 9, -1, 1.794, 2},
     };
-    const auto symbols = SymbolsOfReference(sent, kSpu);
-    ASSERT_TRUE(symbols);
-    EXPECT_EQ(symbols->levels, Prbs13qLevels());
     for (const auto& [label, transmitted, count, cursor, tdecqDb, largest] : cases) {
         SCOPED_TRACE(label);
         const auto capture = Behind(transmitted, kRate / 2.0);
+        const auto symbols = LocatePattern(capture, Prbs13qLevels(), kSpu);
+        ASSERT_TRUE(symbols);
         const auto found =
-            FindReferenceEqualizer(capture, sent, *symbols, kSpu, count,
+            FindReferenceEqualizer(capture, *symbols, kSpu, count,
                                    cursor < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(cursor)));
         ASSERT_TRUE(found);
         // 0.05 dB is what the choice of the steps in the search leaves open.
@@ -88,26 +87,49 @@ TEST(ReferenceEqualizerTaps, ReachTheirTdecq)
 TEST(EyeClosureMeasure, KnowsAnIdealAndAClosedEye)
 {
     const std::vector<double> sent = Sent();
-    const auto symbols = SymbolsOfReference(sent, kSpu);
+    const auto symbols = LocatePattern(sent, Prbs13qLevels(), kSpu);
+    ASSERT_TRUE(symbols);
     const double pass[] = {1.0};
     // An ideal eye is where the scale begins; the spread of the symbols over the levels leaves a few thousandths.
-    const EyeClosure ideal = MeasureClosure(sent, sent, *symbols, kSpu, pass);
+    const EyeClosure ideal = MeasureClosure(sent, *symbols, kSpu, pass);
     EXPECT_NEAR(ideal.tdecqDb, 0.0, 0.01);
     EXPECT_NEAR(ideal.oma, 1.0, 1e-12);
     EXPECT_EQ(ideal.noiseGain, 1.0);
-    const EyeClosure closed = MeasureClosure(Behind(sent, 5.0), sent, *symbols, kSpu, pass);
+    // A front end of 5 GHz delays by less than half a UI.
+    const EyeClosure closed = MeasureClosure(Behind(sent, 5.0), *symbols, kSpu, pass);
     EXPECT_TRUE(closed.closed);
     EXPECT_GT(closed.tdecqDb, 50.0);
 }
 
-TEST(EyeClosureMeasure, ReadsTheSymbolsOfAReference)
+// The same symbols at the same place from a pattern and from its waveform, whichever of four levels it uses and however
+// the two are rotated.
+TEST(ReferenceSymbolsOf, PatternAndWaveformAgree)
 {
-    const std::vector<double> two = Tiled({0, 0, 0, 1, 1, 1, 0, 0, 0, 0, 0, 0, 1, 1, 1}, 1);
-    const auto symbols = SymbolsOfReference(two, 3);
-    ASSERT_TRUE(symbols);
-    EXPECT_EQ(symbols->levels, (std::vector<int>{0, 1, 0, 0, 1}));
-    EXPECT_EQ(symbols->levelCount, 2);
-    EXPECT_FALSE(SymbolsOfReference(RandomValues(64, 1), 4));
+    const std::vector<int> pattern{0, 3, 1, 1, 3, 0, 0, 3, 1, 3, 0};
+    const std::vector<int> ranks{0, 2, 1, 1, 2, 0, 0, 2, 1, 2, 0};
+    std::vector<double> sent;
+    for (const int level : ranks)
+        sent.insert(sent.end(), 3, 5.0 + level);
+    for (const int lag : {0, 1, 7, 32}) {
+        SCOPED_TRACE(lag);
+        std::vector<double> capture = sent;
+        PRBS::CircularShiftOptim(lag, capture.data(), static_cast<int>(capture.size()), false);
+        const auto ofPattern = LocatePattern(capture, pattern, 3);
+        const auto ofWaveform = LocateReference(capture, sent, 3);
+        ASSERT_TRUE(ofPattern && ofWaveform);
+        EXPECT_EQ(ofPattern->levels, ranks);
+        EXPECT_EQ(ofPattern->levelCount, 3);
+        EXPECT_EQ(ofPattern->firstCentre, static_cast<std::size_t>(lag) + 1);
+        EXPECT_EQ(ofWaveform->levels, ranks);
+        EXPECT_EQ(ofWaveform->levelCount, 3);
+        EXPECT_EQ(ofWaveform->firstCentre, ofPattern->firstCentre);
+    }
+    // The pattern starts anew until the capture ends.
+    EXPECT_EQ(LocatePattern(Tiled({0, 0, 1, 1}, 3), std::vector<int>{0, 1}, 2)->levels,
+              (std::vector<int>{0, 1, 0, 1, 0, 1}));
+    EXPECT_FALSE(LocatePattern(sent, std::vector<int>(11, 2), 3));
+    EXPECT_FALSE(LocatePattern(sent, std::vector<int>{0, 1, 2, 3, 4, 0, 0, 0, 0, 0, 0}, 3));
+    EXPECT_FALSE(LocateReference(RandomValues(64, 1), RandomValues(64, 1), 4));
 }
 
 TEST(ReferenceEqualizerErrors, NameTheValueAndWriteNothing)

@@ -1,0 +1,50 @@
+#include "maths/patterns/alignment.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "maths/convolution/circularconvolver.h"
+
+namespace Tarnwick::DSO::Maths {
+
+namespace {
+
+// c[1], c[2], .., c[n - 1], c[0]: the convolution of the capture with the reversed reference, whose last value comes first.
+std::vector<double> CorrelationFromLagOne(std::span<const double> capture, std::span<const double> reference)
+{
+    const std::vector<double> reversed(reference.rbegin(), reference.rend());
+    std::vector<double> correlation(capture.size());
+    ConvolutionWork work;
+    CircularConvolver(reversed, capture.size()).Convolve(capture, correlation, work);
+    return correlation;
+}
+
+CorrelationPeak PeakAt(const std::vector<double>& fromLagOne, std::vector<double>::const_iterator place)
+{
+    return {static_cast<std::size_t>(place - fromLagOne.begin() + 1) % fromLagOne.size(), *place};
+}
+
+}  // namespace
+
+std::vector<double> CircularCorrelation(std::span<const double> capture, std::span<const double> reference)
+{
+    std::vector<double> correlation = CorrelationFromLagOne(capture, reference);
+    std::rotate(correlation.begin(), correlation.end() - 1, correlation.end());
+    return correlation;
+}
+
+CorrelationPeak LargestCorrelation(std::span<const double> capture, std::span<const double> reference)
+{
+    const std::vector<double> correlation = CorrelationFromLagOne(capture, reference);
+    return PeakAt(correlation, std::max_element(correlation.begin(), correlation.end()));
+}
+
+CorrelationPeak LargestCorrelationOfEitherSign(std::span<const double> capture, std::span<const double> reference)
+{
+    const std::vector<double> correlation = CorrelationFromLagOne(capture, reference);
+    const auto smallest = std::min_element(correlation.begin(), correlation.end());
+    const auto largest = std::max_element(correlation.begin(), correlation.end());
+    return PeakAt(correlation, std::abs(*largest) > std::abs(*smallest) ? largest : smallest);
+}
+
+}  // namespace Tarnwick::DSO::Maths

@@ -1,0 +1,35 @@
+// How far a periodic record lags behind another: the lag t of their circular correlation
+//     c[t] = sum_i reference[i] capture[(i + t) mod n]
+// at its peak, so that capture[i + t] is what reference[i] became. Everything here counts lags in this way.
+// Source: A. V. Oppenheim, R. W. Schafer, "Discrete-Time Signal Processing", 3rd ed., section 8.6.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+#include "framework/export.h"
+
+namespace Tarnwick::DSO::Maths {
+
+/// c[0] .. c[n - 1], by a transform.
+/// @param capture    n values, at least one
+/// @param reference  n values
+TARNWICK_FRAMEWORK_API std::vector<double> CircularCorrelation(std::span<const double> capture,
+                                                               std::span<const double> reference);
+
+struct CorrelationPeak {
+    std::size_t lag;  // 0 to n - 1
+    double value;     // c[lag]
+};
+
+/// Where c is largest; of equal ones the first in the order 1, 2, .., n - 1, 0.
+TARNWICK_FRAMEWORK_API CorrelationPeak LargestCorrelation(std::span<const double> capture,
+                                                          std::span<const double> reference);
+
+/// Where |c| is largest: of the largest and the smallest c the one of larger magnitude, of equal magnitudes the smallest.
+/// A negative value says that one of the two records is inverted.
+TARNWICK_FRAMEWORK_API CorrelationPeak LargestCorrelationOfEitherSign(std::span<const double> capture,
+                                                                      std::span<const double> reference);
+
+}  // namespace Tarnwick::DSO::Maths

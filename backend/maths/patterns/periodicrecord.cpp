@@ -1,0 +1,79 @@
+#include "maths/patterns/periodicrecord.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numeric>
+
+namespace Tarnwick::DSO::Maths {
+
+namespace {
+
+double Dot(const double* x, const double* y, std::size_t count)
+{
+    constexpr std::size_t kSums = 16;
+    std::array<double, kSums> sums{};
+    std::size_t i = 0;
+    for (; i + kSums <= count; i += kSums)
+        for (std::size_t s = 0; s < kSums; ++s)
+            sums[s] += x[i + s] * y[i + s];
+    for (std::size_t s = 0; i < count; ++i, ++s)
+        sums[s] += x[i] * y[i];
+    for (std::size_t half = kSums / 2; half > 0; half /= 2)
+        for (std::size_t s = 0; s < half; ++s)
+            sums[s] += sums[s + half];
+    return sums[0];
+}
+
+}  // namespace
+
+double SampleAt(std::span<const double> samples, double position)
+{
+    const double whole = std::floor(position);
+    return SampleBetween(samples, WrappedIndex(static_cast<long long>(whole), samples.size()), position - whole);
+}
+
+void AddRotated(std::span<double> sum, double factor, std::span<const double> x, long long lag)
+{
+    const std::size_t start = WrappedIndex(lag, x.size());
+    const std::size_t head = x.size() - start;
+    for (std::size_t i = 0; i < head; ++i)
+        sum[i] += factor * x[start + i];
+    for (std::size_t i = head; i < x.size(); ++i)
+        sum[i] += factor * x[i - head];
+}
+
+double CircularDot(std::span<const double> x, std::span<const double> y, long long lag)
+{
+    if (x.empty())
+        return 0.0;
+    const std::size_t start = WrappedIndex(lag, x.size());
+    const std::size_t head = x.size() - start;
+    return Dot(x.data(), y.data() + start, head) + Dot(x.data() + head, y.data(), start);
+}
+
+double CircularDotInOrder(std::span<const double> x, std::span<const double> y, long long lag)
+{
+    if (x.empty())
+        return 0.0;
+    const std::size_t start = WrappedIndex(lag, x.size());
+    const std::size_t head = x.size() - start;
+    const double stretch = std::inner_product(x.data(), x.data() + head, y.data() + start, 0.0);
+    return std::inner_product(x.data() + head, x.data() + x.size(), y.data(), stretch);
+}
+
+double Mean(std::span<const double> values)
+{
+    return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
+}
+
+std::vector<double> WithoutMean(std::span<const double> values)
+{
+    const double mean = Mean(values);
+    std::vector<double> result(values.begin(), values.end());
+    for (double& value : result)
+        value -= mean;
+    return result;
+}
+
+}  // namespace Tarnwick::DSO::Maths

@@ -1,0 +1,58 @@
+// Records that repeat: the sample after the last one is the first one again. Indices, rotations, products, and samples
+// between samples.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+#include "framework/export.h"
+
+namespace Tarnwick::DSO::Maths {
+
+/// index mod count from 0 to count - 1, for negative indices too.
+/// @param count  at least 1
+constexpr std::size_t WrappedIndex(long long index, std::size_t count)
+{
+    const auto period = static_cast<long long>(count);
+    const long long rest = index % period;
+    return static_cast<std::size_t>(rest < 0 ? rest + period : rest);
+}
+
+/// The sample a fraction of an interval after samples[index], on the straight line to the next one; exactly
+/// samples[index] at fraction 0.
+/// @param index     below samples.size()
+/// @param fraction  0 to below 1
+inline double SampleBetween(std::span<const double> samples, std::size_t index, double fraction)
+{
+    const double here = samples[index];
+    if (fraction == 0.0)
+        return here;
+    const double next = samples[index + 1 < samples.size() ? index + 1 : 0];
+    return here + fraction * (next - here);
+}
+
+/// The sample at any position, in samples, on the straight line between its neighbours.
+/// @param position  of a magnitude below 2^53, beyond which a double has no fraction
+TARNWICK_FRAMEWORK_API double SampleAt(std::span<const double> samples, double position);
+
+/// sum[i] += factor x[(i + lag) mod n]
+/// @param sum  n values, as many as x
+TARNWICK_FRAMEWORK_API void AddRotated(std::span<double> sum, double factor, std::span<const double> x, long long lag);
+
+/// sum_i x[i] y[(i + lag) mod n] for any lag, in a fixed order of 16 running sums for each of the two stretches of y: the
+/// rounding of a single running sum over a million samples would be just about too much. 0 for empty records.
+TARNWICK_FRAMEWORK_API double CircularDot(std::span<const double> x, std::span<const double> y, long long lag);
+
+/// The same in one running sum in the order of x, for records of a sample a UI. The last bits differ from CircularDot's.
+TARNWICK_FRAMEWORK_API double CircularDotInOrder(std::span<const double> x, std::span<const double> y, long long lag);
+
+/// The arithmetic mean, summed in order.
+/// @param values  at least one
+TARNWICK_FRAMEWORK_API double Mean(std::span<const double> values);
+
+/// The values less their mean.
+/// @param values  at least one
+TARNWICK_FRAMEWORK_API std::vector<double> WithoutMean(std::span<const double> values);
+
+}  // namespace Tarnwick::DSO::Maths
