@@ -7,7 +7,7 @@
 #include <numbers>
 #include <numeric>
 
-#include "framework/fftifft.h"
+#include "maths/transforms/arraytransform.h"
 #include "workbench/eye.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -52,7 +52,7 @@ Power PowerSpectrum(const std::vector<double>& values, std::size_t length)
 {
     std::vector<Complex> bins(values.begin(), values.end());
     bins.resize(length);
-    SystemFramework::FFTIFFT_Factory::GetInstance().FFT(bins.data(), static_cast<int>(length));
+    Maths::ForwardTransform(bins);
     Power power(length);
     std::transform(bins.begin(), bins.end(), power.begin(), [](Complex bin) { return std::norm(bin); });
     return power;
@@ -153,7 +153,7 @@ std::optional<Estimate> FindPeriod(std::span<const double> samples, double sampl
     const std::size_t length = std::bit_ceil(2 * centred.size());
     const Power power = PowerSpectrum(centred, length);
     std::vector<Complex> autocorrelation(power.begin(), power.end());
-    SystemFramework::FFTIFFT_Factory::GetInstance().IFFT(autocorrelation.data(), static_cast<int>(length), true);
+    Maths::InverseTransform(autocorrelation, Maths::Scaling::ByLength);
     // Divided by the energies of the two stretches that a lag lays over each other.
     std::vector<double> energy(centred.size() + 1, 0.0);
     for (std::size_t k = 0; k < centred.size(); ++k)

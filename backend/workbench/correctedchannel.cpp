@@ -16,8 +16,8 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr std::size_t kPoints = 2000;  // of a line: more than a picture has columns
-constexpr double kCompared = 1.5;      // times the cutoff
+constexpr std::size_t kMostPoints = 2000;  // of a curve: more than a picture has columns
+constexpr double kComparedBand = 1.5;      // [cutoff] up to which channel and correction are held against the target
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 double Db(const Complex& response)
@@ -25,8 +25,8 @@ double Db(const Complex& response)
     return 20.0 * std::log10(std::abs(response));
 }
 
-// Turned, aligned and freed of its baseline as the filter does it, but without the filter's smoothing and at the table's
-// own interval; the sum is 1.
+// Turned the right way up, aligned and without its baseline, as in the filter, but not smoothed and at the table's own
+// interval. The sum is 1.
 std::vector<double> Aligned(std::span<const double> values, double baselineShare)
 {
     std::vector<double> identity(values.size(), 0.0);
@@ -61,7 +61,7 @@ std::optional<CorrectedChannel> CorrectChannel(const ChannelMeasurement& channel
     result.symbolRate = symbolRate;
     result.cutoff = channel.cutoff;
     const std::size_t last = LastBinUpTo(correction, kSymbolRatesShown * symbolRate);
-    const std::size_t stride = std::max<std::size_t>(1, last / kPoints);
+    const std::size_t stride = std::max<std::size_t>(1, last / kMostPoints);
     for (std::size_t k = 0; k <= last; k += stride) {
         const double frequency = static_cast<double>(k) * correction.Spacing();
         const bool isMeasured = frequency * interval <= 0.5;
@@ -73,7 +73,7 @@ std::optional<CorrectedChannel> CorrectChannel(const ChannelMeasurement& channel
         result.target.push_back(target);
         result.correction.push_back(own);
         result.corrected.push_back(measured + own);
-        if (!isMeasured || frequency > kCompared * channel.cutoff)
+        if (!isMeasured || frequency > kComparedBand * channel.cutoff)
             continue;
         result.comparedTo = frequency;
         const double difference = measured + own - target;

@@ -11,11 +11,11 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-// At each level and UI, in how many repetitions it was decided.
+// For each level and UI, in how many repetitions that level was decided.
 using Tally = std::vector<std::vector<double>>;
 
-// The most decisions that agree with the pattern at any rotation: at one, they are the sum over the levels of the
-// circular correlation of the two indicators, whole numbers once rounded.
+// The most decisions that agree with the pattern at any rotation. At one rotation they are the sum over the levels of the
+// circular correlation of "decided here" with "sent here": whole numbers, once rounded.
 std::size_t MostAgreements(const Tally& tally, std::span<const int> pattern)
 {
     const std::size_t count = pattern.size();
@@ -37,11 +37,11 @@ DecisionCount CountDecisions(std::span<const double> samples, std::span<const in
                              double samplesPerUi, double delay)
 {
     const double period = samplesPerUi * static_cast<double>(pattern.size());
-    // With a fraction, one sample less is the same repetition.
+    // A period with a fraction of a sample may be cut one sample short.
     const double slack = period == std::floor(period) ? 0.0 : 1.0;
     const auto repetitions = static_cast<std::size_t>((static_cast<double>(samples.size()) + slack) / period);
 
-    // Without taps the equaliser is a slicer: its passes settle the levels.
+    // Without taps the equaliser is a slicer, whose passes find the levels.
     DSO::Maths::DecisionFeedback slicer({}, levelCount, {pattern.size(), samplesPerUi});
     Tally tally(static_cast<std::size_t>(levelCount), std::vector<double>(pattern.size(), 0.0));
     std::vector<double> unchanged(static_cast<std::size_t>(period) + 1);

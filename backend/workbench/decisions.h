@@ -1,4 +1,4 @@
-// The symbols decided behind a decision-feedback equaliser, held against the pattern's.
+// Decisions behind a decision-feedback equaliser, compared with the symbols that were sent.
 #pragma once
 
 #include <cstddef>
@@ -9,13 +9,13 @@
 namespace Tarnwick::DSO::Workbench {
 
 struct DecisionCount {
-    std::size_t decisions = 0;  ///< symbols of all whole repetitions of the pattern
-    std::size_t errors = 0;     ///< those that are not the pattern's, at the rotation where they are fewest
+    std::size_t decisions = 0;  ///< symbols in all whole repetitions of the pattern
+    std::size_t errors = 0;     ///< decisions that differ from the pattern, at the rotation where they are fewest
 };
 
-/// Decides equalised samples once a UI, each repetition of the pattern by levels of its own, with thresholds midway
-/// between them. One rotation of the pattern holds for all repetitions.
-/// @param samples       [V] finite values; where less than one repetition, nothing is decided
+/// Decides equalised samples once a UI. Each repetition of the pattern has levels of its own, with thresholds midway between
+/// them; all repetitions share one rotation of the pattern.
+/// @param samples       [V] finite values; of less than one repetition nothing is decided
 /// @param pattern       level of each UI, 0 the lowest; at least one
 /// @param levelCount    2 to 4
 /// @param samplesPerUi  real, at least 1

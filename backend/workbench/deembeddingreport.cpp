@@ -18,7 +18,7 @@ double Energy(std::span<const double> values)
     return std::inner_product(values.begin(), values.end(), values.begin(), 0.0);
 }
 
-// The highest frequency that the fixture's own spectrum passes: behind its taper the bins are zero.
+// Where the fixture's spectrum ends: above its taper the bins are zero.
 double BandEnd(const Maths::FixtureResponse& fixture, Maths::FixtureUse use, const Maths::FixtureLimits& limits,
                double sampleRate, std::size_t count)
 {

@@ -1,4 +1,4 @@
-// What a de-embedding filter does to a waveform beside what it is meant to do.
+// The side effects of a de-embedding filter: noise, boost, band.
 #pragma once
 
 #include <complex>
@@ -10,20 +10,20 @@
 namespace Tarnwick::DSO::Workbench {
 
 struct DeEmbeddingFigures {
-    double largestBoostDb = 0.0;        ///< gain where that is largest
-    double largestBoostAt = 0.0;        ///< [Hz]
-    double noiseAmplificationDb = 0.0;  ///< rms of white noise behind over before
-    double energyBeforeZero = 0.0;      ///< share of the impulse response's energy that lies before the impulse
-    double peakDelay = 0.0;             ///< [s] of the impulse response's largest value; negative: earlier
-    double bandEnd = 0.0;               ///< [Hz] from 0 Hz to here the fixture's data are used
-    double extrapolatedTo = 0.0;        ///< [Hz] from 0 Hz to here, within the band, there are no data
+    double largestBoostDb = 0.0;        ///< [dB] the largest gain
+    double largestBoostAt = 0.0;        ///< [Hz] where that is
+    double noiseAmplificationDb = 0.0;  ///< [dB] rms of white noise, output over input
+    double energyBeforeZero = 0.0;      ///< 0 to 1: share of the impulse response's energy before the impulse
+    double peakDelay = 0.0;             ///< [s] of the impulse response's largest value; negative: before the impulse
+    double bandEnd = 0.0;               ///< [Hz] the fixture's data are used from 0 Hz to here
+    double extrapolatedTo = 0.0;        ///< [Hz] within that band there are no data from 0 Hz to here
 };
 
 /// How the filter is set.
 struct DeEmbeddingSettings {
     bool remove = true;
-    double boostDb = 0.0;    ///< the largest when removing
-    double bandwidth = 0.0;  ///< [Hz] -6 dB point of the taper; 0: as far as the data go
+    double boostDb = 0.0;    ///< [dB] largest boost when removing
+    double bandwidth = 0.0;  ///< [Hz] -6 dB point of the taper; 0: as far as the data reach
 };
 
 /// @param kernel      the filter's impulse response, one repetition of the pattern; at least one value, not all zero

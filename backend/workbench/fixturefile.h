@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-#include "workbench/touchstonecheck.h"
 #include "framework/export.h"
+#include "workbench/touchstonecheck.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -74,8 +74,8 @@ struct OptionLine {
 
 /// One file, read both ways.
 struct TARNWICK_WORKBENCH_API FixtureFile {
-    std::optional<FixtureKind> kind;                         ///< that the name means
-    std::optional<OptionLine> options;                       ///< of a Touchstone file
+    std::optional<FixtureKind> kind;                ///< that the name means
+    std::optional<OptionLine> options;              ///< of a Touchstone file
     std::vector<TouchstoneReport> reports;          ///< of a four-port file by port order, else one
     std::vector<TouchstoneDifference> differences;  ///< without the value made at 0 Hz
     std::optional<double> madeAtZero;

@@ -9,7 +9,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "framework/fftifft.h"
+#include "maths/transforms/arraytransform.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/symbols.h"
@@ -88,10 +88,9 @@ void ApplyLine(std::vector<double>& samples, const Simulation& settings)
 {
     if (settings.lossDb == 0.0)
         return;
-    auto& transform = SystemFramework::FFTIFFT_Factory::GetInstance();
     std::vector<Complex> bins(samples.begin(), samples.end());
     const int count = static_cast<int>(bins.size());
-    transform.FFT(bins.data(), count);
+    Maths::ForwardTransform(bins);
     // Frequencies in units of the symbol rate; at one half of it the loss is what was asked for.
     const double k = settings.lossDb / kDbPerNeper / std::sqrt(0.5);
     for (int bin = 1; 2 * bin <= count; ++bin) {
@@ -99,7 +98,7 @@ void ApplyLine(std::vector<double>& samples, const Simulation& settings)
         bins[static_cast<std::size_t>(bin)] *= std::exp(Complex(-k * root, -k * root));
         bins[static_cast<std::size_t>(count - bin)] = std::conj(bins[static_cast<std::size_t>(bin)]);
     }
-    transform.IFFT(bins.data(), count, true);
+    Maths::InverseTransform(bins, Maths::Scaling::ByLength);
     std::transform(bins.begin(), bins.end(), samples.begin(), [](Complex value) { return value.real(); });
 }
 

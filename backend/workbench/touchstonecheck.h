@@ -37,6 +37,7 @@ struct TouchstoneReport {
 /// Reads a file's text both ways.
 /// @param fileName   says how many ports there are
 /// @param portOrder  of a four-port file
-TARNWICK_WORKBENCH_API TouchstoneReport CheckTouchstoneText(std::string_view text, const std::string& fileName, PortOrderS4P portOrder);
+TARNWICK_WORKBENCH_API TouchstoneReport CheckTouchstoneText(std::string_view text, const std::string& fileName,
+                                                            PortOrderS4P portOrder);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -6,7 +6,7 @@
 #include <numbers>
 #include <numeric>
 
-#include "framework/fftifft.h"
+#include "maths/transforms/arraytransform.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -14,8 +14,8 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr double kDelayFloorDb = -60.0;  // below the largest |H|, where delay is that of rounding
-constexpr double kFlatDb = 1e-9;  // more than the transform's rounding: of a flat response the lowest bin is the peak
+constexpr double kDelayFloorDb = -60.0;  // relative to the largest |H|: below, the delay is that of rounding errors
+constexpr double kFlatDb = 1e-9;  // above the transform's rounding, so that a flat response peaks at its lowest bin
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 double Db(double magnitude)
@@ -32,11 +32,6 @@ void ForEachAroundPeak(const TransferFunction& function, Visit visit)
         visit(n, function.impulse[static_cast<std::size_t>((function.peak + n + count) % count)]);
 }
 
-void Fft(std::vector<Complex>& data)
-{
-    DSO::SystemFramework::FFTIFFT_Factory::GetInstance().FFT(data.data(), static_cast<int>(data.size()));
-}
-
 std::vector<double> GroupDelay(const TransferFunction& function)
 {
     const std::size_t count = function.impulse.size();
@@ -50,8 +45,8 @@ std::vector<double> GroupDelay(const TransferFunction& function)
         windowed[at] = weighted;
         ramped[at] = distance * weighted;
     });
-    Fft(windowed);
-    Fft(ramped);
+    Maths::ForwardTransform(windowed);
+    Maths::ForwardTransform(ramped);
     const double floor = *std::max_element(function.magnitudeDb.begin(), function.magnitudeDb.end()) + kDelayFloorDb;
     std::vector<double> delay(function.magnitudeDb.size(), kNaN);
     for (std::size_t k = 0; k < delay.size(); ++k) {
@@ -76,7 +71,7 @@ TransferFunction Transform(std::vector<double> impulse, double sampleRate)
     function.peak = peak > count / 2 ? peak - count : peak;
 
     std::vector<Complex> bins(function.impulse.begin(), function.impulse.end());
-    Fft(bins);
+    Maths::ForwardTransform(bins);
     bins.resize(bins.size() / 2 + 1);
     function.magnitudeDb.resize(bins.size());
     std::transform(bins.begin(), bins.end(), function.magnitudeDb.begin(),

@@ -1,4 +1,4 @@
-// What a filter does to a spectrum, told from its impulse response alone.
+// What a filter does to a spectrum, worked out from its impulse response alone.
 #pragma once
 
 #include <complex>
@@ -13,21 +13,22 @@ namespace Tarnwick::DSO::Workbench {
 /// A filter as its circular impulse response over N samples and what follows from it at the frequencies k fs/N.
 struct TransferFunction {
     double sampleRate = 0.0;          ///< [Hz] fs
-    std::vector<double> impulse;      ///< N values; sample 0 is the instant of the impulse, the last ones lie before it
+    std::vector<double> impulse;      ///< N values; index 0 is the instant of the impulse, the last ones precede it
     std::ptrdiff_t peak = 0;          ///< [samples] where |h| is largest, above -N/2 and up to N/2
-    std::vector<double> magnitudeDb;  ///< [dB] |H(k fs/N)|, N/2 + 1 values; minus infinity for none
+    std::vector<double> magnitudeDb;  ///< [dB] |H(k fs/N)|, N/2 + 1 values; minus infinity where H is 0
     std::vector<double> groupDelay;   ///< [s] -d arg H / d omega; NaN where |H| is 60 dB below its largest value
     double Spacing() const { return sampleRate / static_cast<double>(impulse.size()); }  ///< [Hz] fs/N
 };
 
 ///     H[k] = sum_n h[n] exp(-2 pi i k n / N),  tau[k] = Re(DFT(n w h) / DFT(w h)) / fs
-/// with n counted from the peak to both sides and w the Hann window around the peak, that is tau as the mean over three
-/// bins: a response that jumps at fs/2 else makes neighbouring bins differ by more than tau itself.
+/// with n counted from the peak to both sides and w the Hann window around the peak, which averages tau over three bins:
+/// otherwise, in a response that jumps at fs/2, neighbouring bins differ by more than tau itself.
 /// Source: Oppenheim, Schafer, Discrete-Time Signal Processing, group delay from the transform of n h[n].
-/// @param impulse  at least one value
+/// @param impulse     at least one value
+/// @param sampleRate  [Hz]
 TARNWICK_WORKBENCH_API TransferFunction Transform(std::vector<double> impulse, double sampleRate);
 
-/// Pictures and tables of frequencies end at twice the symbol rate, where the record reaches as far.
+/// Where pictures and tables over frequency end [symbol rate], if the record reaches that far.
 inline constexpr double kSymbolRatesShown = 2.0;
 
 /// The lowest bin at or above a frequency [Hz], or the last there is.
@@ -40,11 +41,12 @@ struct ResponseFigures {
     double dcGainDb;
     double halfRateGainDb;                  ///< at half the symbol rate
     double peakGainDb;                      ///< the largest of all bins
-    double peakFrequency;                   ///< [Hz] of the lowest bin that comes to it within rounding
-    std::optional<double> cutoffFrequency;  ///< [Hz] where |H| first comes to half the power it has at DC
-    double noiseGain;                       ///< rms of white noise behind over before: sqrt(mean |H|^2)
-    std::optional<double> noiseBandwidth;   ///< [Hz] of the ideal low-pass of equal DC gain that passes as much noise
-    double peakDelay;                       ///< [s] of the impulse response's largest value, to one sample
+    double peakFrequency;                   ///< [Hz] lowest bin that reaches it, to within rounding
+    std::optional<double> cutoffFrequency;  ///< [Hz] where |H|^2 first falls to half its value at DC
+    double noiseGain;                       ///< rms of white noise, output over input: sqrt(mean |H|^2)
+    std::optional<double>
+        noiseBandwidth;  ///< [Hz] of an ideal low-pass with the same DC gain that passes as much noise
+    double peakDelay;    ///< [s] of the impulse response's largest value, to one sample
 };
 
 /// @param symbolRate  [Hz]

@@ -26,7 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view kNpyMagic = "\x93NUMPY";
-constexpr double kEvenSpacing = 0.01;  // times may be off by this part of an interval: printed ones are rounded
+constexpr double kEvenSpacing = 0.01;  // [intervals] by which times may be off: printed ones are rounded
 
 // The whole token as a number, in the C locale whatever the process uses.
 std::optional<double> Number(std::string_view token)
@@ -37,7 +37,8 @@ std::optional<double> Number(std::string_view token)
     const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), value);
     if (end != token.data() + token.size() || token.empty())
         return std::nullopt;
-    if (error == std::errc::result_out_of_range)  // too small is zero, too large has no place in a waveform
+    if (error ==
+        std::errc::result_out_of_range)  // too small is zero; too large is infinity, which a waveform must not hold
         return token.find("e-") != std::string_view::npos || token.find("E-") != std::string_view::npos
                    ? 0.0
                    : std::numeric_limits<double>::infinity();

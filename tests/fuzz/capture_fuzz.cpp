@@ -13,7 +13,6 @@
 
 namespace {
 
-using namespace Tarnwick::App;
 using namespace Tarnwick::DSO::Workbench;
 
 void Require(bool holds)

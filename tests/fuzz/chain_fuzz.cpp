@@ -14,10 +14,12 @@
 #include "workbench/chain.h"
 #include "workbench/failure.h"
 #include "workbench/run.h"
+#include "workbench/symbols.h"
 
 namespace {
 
 using namespace Tarnwick;
+using namespace Tarnwick::DSO::Workbench;
 
 constexpr std::size_t kSamples = 256;
 
@@ -46,19 +48,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     static const Fuzz::Fixtures fixtures;
     try {
-        nlohmann::json file = App::ParseChain({reinterpret_cast<const char*>(data), size}, "chain.json");
-        KeepInside(file);
+        const ChainFile read = ChainFile::FromText({reinterpret_cast<const char*>(data), size}, "chain.json");
+        nlohmann::json content = nlohmann::json::parse(read.Text());
+        KeepInside(content);
         std::vector<double> samples = Record();
-        App::Chain chain(file, (fixtures.Folder() / "chain.json").string(), kSamples);
-        for (App::Stage& stage : chain.Stages()) {
-            samples = App::RunStage(stage, samples, "chain.json", "capture");
+        std::vector<std::string> notes;
+        const ChainFile file = ChainFile::FromText(content.dump(), (fixtures.Folder() / "chain.json").string());
+        Chain chain(WithSymbols(file, samples, "capture", notes), kSamples);
+        for (Stage& stage : chain.Stages()) {
+            samples = RunStage(stage, samples, "chain.json", "capture");
             if (samples.size() != kSamples)
                 std::abort();
-            if (stage.found)
-                (void)stage.found(samples).dump();
+            if (stage.findings && !nlohmann::json::parse(stage.findings(samples)).is_object())
+                std::abort();
         }
-    } catch (const App::UsageFailure&) {  // NOLINT(bugprone-empty-catch): a refusal is an answer
-    } catch (const App::DataFailure&) {   // NOLINT(bugprone-empty-catch)
+    } catch (const UsageFailure&) {  // NOLINT(bugprone-empty-catch): a refusal is an answer
+    } catch (const DataFailure&) {   // NOLINT(bugprone-empty-catch)
     }
     return 0;
 }

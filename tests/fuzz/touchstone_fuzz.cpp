@@ -12,8 +12,8 @@
 #include "maths/touchstone/touchstone.h"
 #include "workbench/failure.h"
 #include "workbench/fixturereport.h"
-#include "workbench/touchstonenormal.h"
 #include "workbench/touchstonecheck.h"
+#include "workbench/touchstonenormal.h"
 
 namespace {
 

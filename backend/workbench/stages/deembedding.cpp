@@ -4,11 +4,11 @@
 #include <map>
 
 #include "filters/filters/deembeddingfilter.h"
-#include "workbench/touchstonecheck.h"
 #include "workbench/deembeddingreport.h"
 #include "workbench/fixturefile.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/stages/stages.h"
+#include "workbench/touchstonecheck.h"
 #include "workbench/touchstonenormal.h"
 
 namespace Tarnwick::DSO::Workbench {
