@@ -37,7 +37,9 @@ std::size_t LagBehind(std::span<const double> samples, std::span<const double> s
     std::vector<double> held(samples.size());
     for (std::size_t m = 0; m < held.size(); ++m)
         held[m] = symbols[static_cast<std::size_t>(static_cast<double>(m) / samplesPerUi) % symbols.size()];
-    return LargestCorrelation(WithoutMean(samples), held).lag;
+    // A sample early: of equal peaks, which a pattern with a shorter period has, the lowest lag is to win, not lag 1.
+    std::rotate(held.begin(), held.begin() + 1, held.end());
+    return (LargestCorrelation(WithoutMean(samples), held).lag + samples.size() - 1) % samples.size();
 }
 
 // One sample of each UI, the first at the delay.

@@ -352,8 +352,8 @@ std::optional<ReferenceSymbols> SymbolsOfReference(std::span<const double> refer
 
 }  // namespace
 
-std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture, std::span<const int> pattern,
-                                              std::size_t samplesPerUi)
+std::optional<ReferenceSymbols> SymbolsOfPattern(std::span<const int> pattern, std::size_t uiCount,
+                                                 std::size_t samplesPerUi)
 {
     std::vector<int> used(pattern.begin(), pattern.end());
     std::sort(used.begin(), used.end());
@@ -361,14 +361,23 @@ std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture, s
     if (used.size() < 2 || used.size() > kMostLevels)
         return std::nullopt;
     ReferenceSymbols symbols{{}, static_cast<int>(used.size()), samplesPerUi / 2};
-    symbols.levels.resize(capture.size() / samplesPerUi);
+    symbols.levels.resize(uiCount);
     for (std::size_t i = 0; i < symbols.levels.size(); ++i) {
         const auto level = std::lower_bound(used.begin(), used.end(), pattern[i % pattern.size()]);
         symbols.levels[i] = static_cast<int>(level - used.begin());
     }
-    const std::vector<double> held =
-        IdealSignal(symbols.levels, {-1.0, 1.0, symbols.levelCount}, static_cast<double>(samplesPerUi), capture.size());
-    symbols.firstCentre += LargestCorrelation(capture, held).lag;
+    return symbols;
+}
+
+std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture, std::span<const int> pattern,
+                                              std::size_t samplesPerUi)
+{
+    std::optional<ReferenceSymbols> symbols = SymbolsOfPattern(pattern, capture.size() / samplesPerUi, samplesPerUi);
+    if (symbols) {
+        const std::vector<double> held = IdealSignal(symbols->levels, {-1.0, 1.0, symbols->levelCount},
+                                                     static_cast<double>(samplesPerUi), capture.size());
+        symbols->firstCentre += LargestCorrelation(capture, held).lag;
+    }
     return symbols;
 }
 

@@ -117,6 +117,7 @@ SymbolDetection DetectAt(std::span<const double> values, int levelCount, Decisio
         return {};
     std::vector<int> levels = Decide(values, partition->thresholds);
     if (decisions == Decisions::Equalised) {
+        // From equal decisions too: of a pattern that is nearly always high, the equaliser may still find the levels.
         const LinearEqualiser equaliser(values);
         bool settled = false;
         for (int fit = 0; fit < kMostFits && !settled; ++fit) {

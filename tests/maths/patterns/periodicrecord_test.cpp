@@ -5,6 +5,8 @@
 #include <cfloat>
 #include <cmath>
 #include <limits>
+#include <utility>
+#include <vector>
 
 #include "maths/patterns/alignment.h"
 #include "support/expectations.h"

@@ -24,8 +24,9 @@ TEST(Codings, StandForTheirLevels)
 {
     for (const Coding& row : kCodings) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(FindCoding(row.name), &row);
-        EXPECT_EQ(FindCoding(row.coding), &row);
+        ASSERT_TRUE(FindCoding(row.name) && FindCoding(row.coding));
+        EXPECT_EQ(FindCoding(row.name)->coding, row.coding);
+        EXPECT_EQ(FindCoding(row.coding)->name, row.name);
         EXPECT_EQ(LevelCount(row.coding), row.levelCount);
         std::vector<int> levels;
         for (int level = 0; level < row.levelCount; ++level)
@@ -53,9 +54,11 @@ TEST(LevelPartitionOf, SplitsHalfWayBetweenTheMeans)
     EXPECT_EQ(found->thresholds, (std::vector<double>{0.5 * (1.0 - 2.5 / 3.0), 2.625}));
     EXPECT_EQ(LevelOf(2.625, found->thresholds), 1);
     EXPECT_EQ(LevelOf(std::nextafter(2.625, 3.0), found->thresholds), 2);
-    // Nobody decides for the upper level, at once or after some rounds.
-    EXPECT_FALSE(PartitionIntoLevels(std::vector<double>{2.0, 2.0, 2.0}, 2));
-    EXPECT_FALSE(PartitionIntoLevels(std::vector<double>{0.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0}, 2));
+    EXPECT_FALSE(found->IsOfOneLevel());
+    // The middle level loses its values; with the quantiles all at the top no other gets any.
+    EXPECT_FALSE(PartitionIntoLevels(std::vector<double>{0.0, 0.0, 0.0, 0.0, 0.0, 1.0}, 3));
+    for (const auto& high : {std::vector<double>{2.0, 2.0, 2.0}, {0.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0}})
+        EXPECT_TRUE(PartitionIntoLevels(high, 2)->IsOfOneLevel());
 }
 
 // Of s samples per UI that need not be whole, sample m holds symbol floor(m/s); beyond the pattern it starts anew.
