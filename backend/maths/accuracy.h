@@ -17,7 +17,7 @@ constexpr double MovingAverageError(int window)
 inline constexpr double kBesselThomsonBinError = 1e-12;
 
 /// Of the CTLE taps' spectrum, relative, at every bin.
-inline constexpr double kCtleBinError = 1e-9;
+inline constexpr double kCtleBinError = 1e-12;
 /// The same of the peaking type, whose gains are found to five decimals.
 inline constexpr double kCtlePeakingBinError = 2e-5;
 

@@ -9,7 +9,7 @@
 //                        (g1 + jf/f_z)(g2 + jf/f_LF) / ((1 + jf/f_p1)(1 + jf/f_p2)(1 + jf/f_LF)), OIF CEI-112G
 // Every response is sampled at k f_s/N over the whole record of N samples, mirrored and transformed back. With an even N
 // the bin at half the sample rate is absent and the taps are N - 1.
-// Error below 1e-9 of |H| at every bin of the taps' spectrum, 2e-5 for CTLE_PEAKING, whose gains are found to five decimals.
+// Error below 1e-12 of |H| at every bin of the taps' spectrum, 2e-5 for CTLE_PEAKING, whose gains are found to five decimals.
 #pragma once
 
 #include <complex>

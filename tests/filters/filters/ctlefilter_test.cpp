@@ -12,6 +12,7 @@
 
 #include "framework/fftifft.h"
 #include "maths/accuracy.h"
+#include "maths/responses/ctle.h"
 #include "support/captures.h"
 #include "support/expectations.h"
 #include "support/filterrig.h"
@@ -158,6 +159,47 @@ TEST(CTLEFilterTaps, HaveTheSpectrumOfTheirFormula)
                 ASSERT_LT(std::abs(bins[k] - expected), bound * std::abs(expected)) << "bin " << k;
             }
         }
+}
+
+// Every preset of docs/ctle-presets.md over 511 UI of 16 samples; the peaking type against the design that it is made from.
+TEST(CTLEFilterTaps, FollowTheFormulaOfEveryPreset)
+{
+    struct Preset {
+        CTLE_Type type;
+        double gain, rateGBd;
+        std::function<Complex(double f)> at;  // f in Hz
+    };
+    std::vector<Preset> presets;
+    for (const Maths::Ieee802_3bsPreset& p : Maths::kIeee802_3bsPresets)
+        presets.push_back({CTLE_IEEE802_3bs, p.keyDb, 26.5625, [p](double f) {
+                               const double ghz = f / 1e9;
+                               return p.dcGain * Factor(ghz, p.zero1) * Factor(ghz, p.zero2) / Factor(ghz, p.pole1) /
+                                      Factor(ghz, p.pole2) / Factor(ghz, p.pole3);
+                           }});
+    for (const auto& [level, ratio] : Maths::kHdmiLevels)
+        presets.push_back({CTLE_HDMI, static_cast<double>(level), 5.94, [ratio = ratio](double f) {
+                               return Factor(f, 3.5e9 / ratio) / Factor(f, 3.5e9) / Factor(f, 10e9);
+                           }});
+    for (const double rate : {10.0, 26.5625, 53.125})
+        for (int gain = 0; gain <= 12; gain += 3)
+            presets.push_back({CTLE_PEAKING, static_cast<double>(gain), rate,
+                               [design = *Maths::DesignPeaking(rate * 1e9, gain)](double f) {
+                                   return design.dcGain * Factor(f, design.zero / kTwoPi) /
+                                          Factor(f, design.pole1 / kTwoPi) / Factor(f, design.pole2 / kTwoPi);
+                               }});
+    for (const Preset& preset : presets) {
+        SCOPED_TRACE(std::to_string(preset.type) + ", " + std::to_string(preset.gain) + " dB");
+        DeviceConfiguration config = Repeated(16, 511);
+        config.baudRateGBd = preset.rateGBd;
+        Equaliser equaliser(config, Type(preset.type, preset.gain));
+        const std::vector<double>& taps = equaliser.Taps();
+        std::vector<Complex> bins(taps.begin(), taps.end());
+        SystemFramework::FFTIFFT_Factory::GetInstance().FFT(bins.data(), static_cast<int>(bins.size()));
+        for (std::size_t k = 0; k <= bins.size() / 2; ++k) {
+            const Complex expected = preset.at(preset.rateGBd * 1e9 * static_cast<double>(k) / 511.0);
+            ASSERT_LT(std::abs(bins[k] - expected), Maths::kCtleBinError * std::abs(expected)) << "bin " << k;
+        }
+    }
 }
 
 TEST(CTLEFilterTaps, HaveTheirLimits)
