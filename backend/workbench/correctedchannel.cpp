@@ -9,6 +9,7 @@
 
 #include "maths/responses/besselthomson.h"
 #include "maths/responses/channelcorrection.h"
+#include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -19,11 +20,6 @@ namespace {
 constexpr std::size_t kMostPoints = 2000;  // of a curve: more than a picture has columns
 constexpr double kComparedBand = 1.5;      // [cutoff] up to which channel and correction are held against the target
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-double Db(const Complex& response)
-{
-    return 20.0 * std::log10(std::abs(response));
-}
 
 // Turned the right way up, aligned and without its baseline, as in the filter, but not smoothed and at the table's own
 // interval. The sum is 1.
@@ -65,8 +61,9 @@ std::optional<CorrectedChannel> CorrectChannel(const ChannelMeasurement& channel
     for (std::size_t k = 0; k <= last; k += stride) {
         const double frequency = static_cast<double>(k) * correction.Spacing();
         const bool isMeasured = frequency * interval <= 0.5;
-        const double measured = isMeasured ? Db(TransformAt(response, frequency * interval)) : kNaN;
-        const double target = Db(Maths::FourthOrderResponse(frequency * Maths::kFourthOrderCutoff / channel.cutoff));
+        const double measured = isMeasured ? Decibels(std::abs(TransformAt(response, frequency * interval))) : kNaN;
+        const double target =
+            Decibels(std::abs(Maths::FourthOrderResponse(frequency * Maths::kFourthOrderCutoff / channel.cutoff)));
         const double own = correction.magnitudeDb[k] - correction.magnitudeDb.front();
         result.frequency.push_back(frequency);
         result.measured.push_back(measured);

@@ -8,6 +8,7 @@
 #include "maths/responses/fixtureresponse.h"
 #include "workbench/fixturefile.h"
 #include "workbench/transferfunction.h"
+#include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -41,7 +42,7 @@ DeEmbeddingFigures FiguresOfDeEmbedding(std::span<const double> kernel, double s
     const ResponseFigures response = FiguresOf(function, sampleRate / 2.0);
     figures.largestBoostDb = response.peakGainDb;
     figures.largestBoostAt = response.peakFrequency;
-    figures.noiseAmplificationDb = 20.0 * std::log10(response.noiseGain);
+    figures.noiseAmplificationDb = Decibels(response.noiseGain);
     figures.peakDelay = response.peakDelay;
     // The second half of the circular response lies before the impulse.
     figures.energyBeforeZero = Energy(kernel.subspan(kernel.size() / 2 + 1)) / Energy(kernel);

@@ -7,6 +7,7 @@
 #include <numeric>
 
 #include "maths/transforms/arraytransform.h"
+#include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -17,11 +18,6 @@ namespace {
 constexpr double kDelayFloorDb = -60.0;  // relative to the largest |H|: below, the delay is that of rounding errors
 constexpr double kFlatDb = 1e-9;  // above the transform's rounding, so that a flat response peaks at its lowest bin
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-double Db(double magnitude)
-{
-    return 20.0 * std::log10(magnitude);
-}
 
 // The samples of a circular response by their distance n from the peak: -floor((N-1)/2) .. floor(N/2).
 template <typename Visit>
@@ -75,7 +71,7 @@ TransferFunction Transform(std::vector<double> impulse, double sampleRate)
     bins.resize(bins.size() / 2 + 1);
     function.magnitudeDb.resize(bins.size());
     std::transform(bins.begin(), bins.end(), function.magnitudeDb.begin(),
-                   [](Complex bin) { return Db(std::abs(bin)); });
+                   [](Complex bin) { return Decibels(std::abs(bin)); });
     function.groupDelay = GroupDelay(function);
     return function;
 }
@@ -102,7 +98,7 @@ ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate)
     const std::vector<double>& db = function.magnitudeDb;
     ResponseFigures figures{};
     figures.dcGainDb = db.front();
-    figures.halfRateGainDb = Db(std::abs(ResponseAt(function, 0.5 * symbolRate)));
+    figures.halfRateGainDb = Decibels(std::abs(ResponseAt(function, 0.5 * symbolRate)));
     figures.peakGainDb = *std::max_element(db.begin(), db.end());
     const auto peak =
         std::find_if(db.begin(), db.end(), [&](double value) { return value >= figures.peakGainDb - kFlatDb; });

@@ -3,6 +3,7 @@
 #include <iterator>
 #include <limits>
 
+#include "maths/patterns/codings.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/device.h"
 
@@ -14,21 +15,9 @@ namespace {
 
 constexpr std::size_t kChannels = 4;
 
-struct CodingName {
-    const char* name;
-    E_SIGNAL_CODING coding;
-};
-
-constexpr CodingName kCodings[] = {
-    {"NRZ", SIGNAL_CODING_NRZ},
-    {"PAM4", SIGNAL_CODING_PAM4},
-    {"PAM3", SIGNAL_CODING_PAM3},
-    {"PAM4-precoded", SIGNAL_CODING_PAM4_PRECODED},
-};
-
 void SetCoding(DeviceConfiguration& config, const json& value, const Place& place)
 {
-    config.signalCoding = RowFrom(kCodings, value, place).coding;
+    config.signalCoding = RowFrom(Maths::kCodings, value, place).coding;
 }
 
 // One flag for all four channels, or a list of four.
@@ -81,7 +70,7 @@ const std::vector<Field<DeviceConfiguration>>& DeviceFields()
         {"uiDuration", &D::uiDuration, "any time", "one UI, in the unit of `sampleSpacing`", ""},
         {"sampleSpacing", &D::sampleSpacing, "any time", "time between two samples", ""},
         {"signalCoding", Setter<D>{&SetCoding, "text"}, "", "line coding; eyes are measured when it is given", "",
-         NamesOf(kCodings)},
+         NamesOf(Maths::kCodings)},
         {"patternSymbols",
          // Read last: which symbols there are depends on the coding.
          Setter<D>{[](D&, const json&, const Place&) {}, "text or object"}, "",

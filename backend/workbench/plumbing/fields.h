@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -50,26 +51,27 @@ struct Field {
 };
 
 /// The names of a table's rows.
-template <typename Row, std::size_t n>
-std::vector<std::string> NamesOf(const Row (&rows)[n])
+template <typename Rows>
+std::vector<std::string> NamesOf(const Rows& rows)
 {
     std::vector<std::string> names;
-    for (const Row& row : rows)
+    for (const auto& row : rows)
         names.emplace_back(row.name);
     return names;
 }
 
 /// The row of a table that a text names.
 /// @throws UsageFailure  listing the names
-template <typename Row, std::size_t n>
-const Row& RowFrom(const Row (&rows)[n], const nlohmann::json& value, const Place& place)
+template <typename Rows>
+const auto& RowFrom(const Rows& rows, const nlohmann::json& value, const Place& place)
 {
     const std::string name = TextFrom(value, place);
+    const std::size_t count = std::size(rows);
     std::string expected;
-    for (std::size_t k = 0; k < n; ++k) {
+    for (std::size_t k = 0; k < count; ++k) {
         if (name == rows[k].name)
             return rows[k];
-        expected += fmt::format("{}{}", k == 0 ? "" : k + 1 < n ? ", " : " or ", rows[k].name);
+        expected += fmt::format("{}{}", k == 0 ? "" : k + 1 < count ? ", " : " or ", rows[k].name);
     }
     place.Fail(fmt::format("is \"{}\"; expected {}", name, expected));
 }

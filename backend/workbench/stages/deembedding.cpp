@@ -6,10 +6,11 @@
 #include "filters/filters/deembeddingfilter.h"
 #include "workbench/deembeddingreport.h"
 #include "workbench/fixturefile.h"
+#include "workbench/plumbing/touchstonenames.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/stages/stages.h"
 #include "workbench/touchstonecheck.h"
-#include "workbench/touchstonenormal.h"
+#include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -92,7 +93,6 @@ Transmission ReadFixture(const P& parameters, std::vector<std::string>& notes)
 
 std::string Findings(const FilterOfReadFixture& filter, const P& parameters, const DeviceConfiguration& config)
 {
-    constexpr double kGiga = 1e9;
     const std::span<const double> kernel(filter.kernel, static_cast<std::size_t>(filter.kernelLength));
     const auto figures = FiguresOfDeEmbedding(
         kernel, config.baudRateGBd * kGiga * filter.kernelLength / config.patternLengthUi, filter.fixture,
@@ -103,7 +103,7 @@ std::string Findings(const FilterOfReadFixture& filter, const P& parameters, con
                                      {"largestBoostGHz", figures.largestBoostAt / kGiga},
                                      {"noiseAmplificationDb", figures.noiseAmplificationDb},
                                      {"energyBeforeZeroPercent", 100.0 * figures.energyBeforeZero},
-                                     {"peakDelayPs", figures.peakDelay * 1e12},
+                                     {"peakDelayPs", figures.peakDelay * kPicoPerUnit},
                                      {"bandUsedGHz", {0.0, figures.bandEnd / kGiga}},
                                      {"extrapolatedGHz", {0.0, figures.extrapolatedTo / kGiga}},
                                      {"extrapolatedPercent", 100.0 * figures.extrapolatedTo / figures.bandEnd}};

@@ -1,6 +1,7 @@
 #include "filters/filters/sircfilter.h"
 #include "workbench/sirctable.h"
 #include "workbench/stages/stages.h"
+#include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -36,7 +37,7 @@ public:
     {
         const double points = static_cast<double>(filter.generationParam2) * filter.generationParam3;
         return {own_.electricalResponseTable.front(), filter.generationParam3 / filter.generationBandwidth,
-                (filter.baselineEndIndex + 1) / points, referenceCutoffPercent / 100.0 * own_.baudRateGBd * 1e9};
+                (filter.baselineEndIndex + 1) / points, referenceCutoffPercent / 100.0 * own_.baudRateGBd * kGiga};
     }
 
     std::filesystem::path responseFile;
