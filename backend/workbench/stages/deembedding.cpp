@@ -7,9 +7,9 @@
 #include "filters/filters/touchstonecheck.h"
 #include "workbench/deembeddingreport.h"
 #include "workbench/fixturefile.h"
+#include "workbench/plumbing/touchstonenames.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/stages/stages.h"
-#include "workbench/touchstonenormal.h"
 
 namespace Tarnwick::DSO::Workbench {
 
