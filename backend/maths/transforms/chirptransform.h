@@ -24,8 +24,8 @@ public:
 
     /// The values that Forward works in: at least length + inputs - 1.
     std::size_t WorkLength() const { return workLength_; }
-    /// @param data  WorkLength() values in an AlignedBuffer. The first `inputs` of them are read; the transform replaces
-    ///              the first `length`, and the rest is lost.
+    /// @param data  WorkLength() values in an AlignedBuffer. The first `inputs` of them are read; the transform
+    ///              replaces the first `length`, and the rest is lost.
     void Forward(Complex* data) const;
 
 private:
