@@ -1,12 +1,12 @@
-// What a record keeps beside a public pointer to an array of its own.
+// What a record holds beside a public pointer to an array that it owns.
 #pragma once
 
 #include <memory>
 
 namespace Tarnwick::DSO::SystemFramework {
 
-/// A share in an array. It has no move of its own: an object that was moved from keeps its pointer, and so must keep its
-/// share, or two owners would release the array.
+/// A share in an array. It cannot be moved, only copied: an object that was moved from keeps its pointer and must keep its
+/// share too, or the pointer would outlive the array.
 struct ArrayOwner {
     ArrayOwner() = default;
     ArrayOwner(const ArrayOwner&) = default;

@@ -12,7 +12,7 @@ namespace Tarnwick::DSO::SystemFramework {
 
 struct BaseFilter::Kernel {
     OwnedArray taps;
-    std::size_t count;  // of an array that the host put there, nobody knows: as many as can be
+    std::size_t count;  // not known of an array that the host assigned: then the largest number
 };
 
 BaseFilter::BaseFilter() = default;
@@ -56,7 +56,7 @@ BaseFilter::~BaseFilter()
 
 void BaseFilter::Prepare(SignalData*) {}
 
-// The public pointer decides: whatever differs from the array held was put there by the host and is ours from now on.
+// The public pointer decides: an array other than the one held was assigned by the host and is the filter's from now on.
 void BaseFilter::AdoptKernel() const
 {
     const double* held = held_ ? held_->taps.get() : nullptr;

@@ -44,14 +44,14 @@ public:
     double* kernel = nullptr;                    ///< impulse response; null until the first Prepare
 
 protected:
-    /// Stores a copy of `taps` as the new kernel and lets go of the old one.
+    /// Stores a copy of `taps` as the new kernel and releases this filter's share in the old one.
     void SetKernel(std::span<const double> taps);
-    /// Lets go of the kernel; `kernel` is null afterwards.
+    /// Releases this filter's share in the kernel; `kernel` is null afterwards.
     void ReleaseKernel() noexcept;
     /// The first `count` taps of the public kernel.
     /// @throws std::invalid_argument  there is no kernel, or one that Prepare made is shorter than `count`
     std::span<const double> KernelTaps(const char* filter, std::size_t count);
-    /// What is kept beside the kernel for speed; checked against its content at each use.
+    /// The convolver prepared for the kernel; it checks the kernel's content at each use.
     KernelConvolver& Convolver();
 
 private:

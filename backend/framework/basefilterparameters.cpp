@@ -6,8 +6,7 @@ namespace Tarnwick::DSO::SystemFramework {
 
 void BaseFilterParameters::SetFrequencyGrid(double* grid)
 {
-    // A null pointer with a deleter would still take memory: letting go must not fail.
-    gridOwner_ = grid != nullptr ? std::shared_ptr<double>(grid, BoundaryRelease()) : nullptr;
+    gridOwner_ = SharedArray(grid);
     frequencyGrid = grid;
 }
 

@@ -21,7 +21,7 @@ public:
 
     BaseFilterParameters(const BaseFilterParameters&) = default;
     BaseFilterParameters& operator=(const BaseFilterParameters&) = default;
-    // No move of its own: an object that was moved from keeps its frequency grid, pointer and owner alike.
+    // No move: an object that was moved from keeps its frequency grid, pointer and owner alike.
     virtual ~BaseFilterParameters() = default;
 
     /// The configuration that the parameters were made from; null for parameters made without one.
@@ -42,7 +42,7 @@ public:
     bool frameworkFlag = false;         ///< read by no filter
     std::int64_t frameworkValue = 0;    ///< read by no filter
 
-    /// Puts a new grid in place of the one that this object owns; null releases it and sets the pointer to null.
+    /// Replaces the grid that this object owns; null releases it and sets the pointer to null.
     /// @param grid  made by ::operator new; shared by copies of this object, released with the last
     void SetFrequencyGrid(double* grid);
 

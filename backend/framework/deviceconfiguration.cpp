@@ -4,15 +4,11 @@
 
 namespace Tarnwick::DSO {
 
-using SystemFramework::BoundaryRelease;
-
 void DeviceConfiguration::PublishTdecqEqualizer(double* taps, std::int32_t length)
 {
-    std::shared_ptr<double> owner;
-    if (taps != nullptr)
-        owner.reset(taps, BoundaryRelease());
+    std::shared_ptr<double> owner = SystemFramework::SharedArray(taps);
     if (tdecqEqualizer != tdecqOwner_.array.get())
-        BoundaryRelease()(tdecqEqualizer);
+        SystemFramework::BoundaryRelease()(tdecqEqualizer);
     tdecqOwner_.array = std::move(owner);
     tdecqEqualizer = taps;
     tdecqEqualizerLength = length;

@@ -16,8 +16,9 @@ namespace Tarnwick::DSO {
 
 /// The instrument's configuration as the host fills it; the filters read the fields that carry a comment.
 ///
-/// The host owns it and whatever its pointers name, but for a published TDECQ equaliser. Copies are member-wise in declaration order: vectors, texts and
-/// maps deeply, pointers as pointers. Fields called setting, table, vector or flag are carried and read by no filter.
+/// The host owns it and whatever its pointers name, except a published TDECQ equaliser. Copies are member-wise in
+/// declaration order: vectors, texts and maps are copied deeply, pointers as pointers. Fields called setting, table, vector
+/// or flag are carried and read by no filter.
 class TARNWICK_FRAMEWORK_API DeviceConfiguration {
 public:
     // 1. identity
@@ -92,8 +93,8 @@ public:
     bool flag1 = false, flag2 = false, flag3 = false, flag4 = false;
     std::int64_t setting21 = 0, setting22 = 0, setting23 = 0, setting24 = 0;
 
-    /// Puts `taps` in the place of tdecqEqualizer. What stands there goes: an array put there by this call is released
-    /// with the last copy of the configuration that shares it, one put there by the host is released now.
+    /// Replaces tdecqEqualizer by `taps`. The array replaced is released: at once if the host assigned it, with the last
+    /// copy of the configuration that shares it if this call did.
     /// @param taps  made by ::operator new; shared by copies of this object, released with the last or when replaced
     void PublishTdecqEqualizer(double* taps, std::int32_t length);
 

@@ -82,8 +82,7 @@ void DSP_Helpers::GenerateTdecqEqualizerCoefficients(double* capture, int captur
         {capture, length}, *symbols, spacing, static_cast<std::size_t>(numberOfTaps),
         mainCursorIndex < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(mainCursorIndex)));
     if (!found)
-        Refuse(operation, "mainCursorIndex", mainCursorIndex,
-               "a place at which the capture lets the largest tap stand");
+        Refuse(operation, "mainCursorIndex", mainCursorIndex, "an index at which the capture allows the largest tap");
     std::copy(found->taps.begin(), found->taps.end(), taps);
 }
 

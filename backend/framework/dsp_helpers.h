@@ -37,9 +37,10 @@ public:
     /// @param mainCursorIndex  0-based place of the largest tap; negative: the first three are tried
     /// @param taps             written: numberOfTaps values with sum 1
     /// @param tapsLength       room in `taps`
-    /// @throws std::invalid_argument  lengths differ or are no multiple of samplesPerUi; fewer taps than one, or more than
-    ///         there is room for; a cursor that is none of them; a capture or reference that is null, constant or not
-    ///         finite; no taps whose largest stands where it has to. Nothing is written then.
+    /// @throws std::invalid_argument  the lengths differ or are not a multiple of samplesPerUi; numberOfTaps is below 1 or
+    ///         above tapsLength; mainCursorIndex is not below numberOfTaps; the capture or reference is null, constant or
+    ///         not finite; the reference has not 2 to 4 levels; no taps have their largest at the place asked for. Nothing
+    ///         is written then.
     /// The same bits on every call; some hundred passes over the symbols.
     static void GenerateTdecqEqualizerCoefficients(double* capture, int captureLength, double* reference,
                                                    int referenceLength, int numberOfTaps, int samplesPerUi,

@@ -12,9 +12,9 @@ double* HeapUtilities::ResizePointerArray(const double* a, std::size_t oldCount,
     if (a == nullptr && oldCount > 0)
         Refuse("HeapUtilities::ResizePointerArray", "a", "null", "an array of oldCount values");
     OwnedArray resized = NewArray(newCount);
-    const std::size_t kept = std::min(oldCount, newCount);
-    std::copy(a, a + kept, resized.get());
-    std::fill(resized.get() + kept, resized.get() + newCount, 0.0);
+    const std::size_t copied = std::min(oldCount, newCount);
+    std::copy(a, a + copied, resized.get());
+    std::fill(resized.get() + copied, resized.get() + newCount, 0.0);
     return resized.release();
 }
 

@@ -1,10 +1,10 @@
 #include "framework/rangeutilities.h"
 
 #include <algorithm>
-#include <numeric>
 #include <span>
 
 #include "framework/plumbing/error.h"
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 
@@ -36,7 +36,7 @@ double RangeUtilities::Max(const double* values, int count)
 double RangeUtilities::Average(const double* values, int count)
 {
     const auto range = Checked("RangeUtilities::Average", values, count);
-    return std::accumulate(range.begin(), range.end(), 0.0) / count;
+    return Maths::Mean(range);
 }
 
 }  // namespace Tarnwick::DSO::SystemFramework

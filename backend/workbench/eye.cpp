@@ -55,7 +55,7 @@ std::optional<Decision> Decide(std::vector<double> values, int levelCount)
 {
     std::sort(values.begin(), values.end());
     std::optional<Maths::LevelPartition> partition = Maths::PartitionIntoLevels(values, levelCount);
-    if (!partition)
+    if (!partition || partition->IsOfOneLevel())
         return std::nullopt;
     const std::vector<std::size_t>& bounds = partition->bounds;
     Decision decision{std::move(partition->means), std::move(partition->thresholds), {}};

@@ -67,7 +67,7 @@ std::string NameOf(double unit)
 std::string TokenText(std::string_view line, FileKind kind, std::size_t token)
 {
     const Maths::Tokens tokens = Maths::Split(line, kind == FileKind::Table ? "," : " \t");
-    const std::string_view text = tokens.kept[token];
+    const std::string_view text = tokens.stored[token];
     return text.empty() ? "the empty token behind a blank at the end" : std::string("\"").append(text).append("\"");
 }
 

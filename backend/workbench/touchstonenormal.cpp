@@ -235,11 +235,11 @@ public:
         std::vector<std::string> row;
         bool isWhole = true;
         for (std::size_t k = 0; k < std::min<std::size_t>(tokens.count, 3); ++k) {
-            const Maths::Number found = Maths::NumberAtStart(tokens.kept[k]);
+            const Maths::Number found = Maths::NumberAtStart(tokens.stored[k]);
             isWhole = isWhole && found.status == Maths::NumberStatus::Number && !std::isnan(found.value) &&
-                      Maths::IsBlank(tokens.kept[k].substr(found.length));
+                      Maths::IsBlank(tokens.stored[k].substr(found.length));
             if (found.status != Maths::NumberStatus::Invalid)
-                row.push_back(WordsOf(tokens.kept[k].substr(0, found.length)).front());
+                row.push_back(WordsOf(tokens.stored[k].substr(0, found.length)).front());
         }
         if (row.empty()) {
             passedOver_.Take(number);

@@ -1,4 +1,4 @@
-// The one way in which bad input is answered: std::invalid_argument with
+// How bad input is refused everywhere: std::invalid_argument with
 //     Class[::Operation]: field is value[ unit]; expected what
 #pragma once
 

@@ -1,4 +1,4 @@
-// A convolver kept beside a kernel that anybody may change.
+// A convolver for a kernel that the host may change at any time.
 #pragma once
 
 #include <cstddef>
@@ -10,9 +10,9 @@
 
 namespace Tarnwick::DSO::SystemFramework {
 
-/// Convolves with the taps it is given and keeps what it prepared for them (a spectrum, say). Before each use the taps
-/// are compared with the ones that this was prepared for, bit by bit: a kernel is public, and a host may write into it.
-/// Copies share what is prepared, which never changes, and have buffers of their own.
+/// Convolves with the taps it is given and keeps what it prepared for them, such as a spectrum. Before each use the taps
+/// are compared, bit by bit, with those that it was prepared for: a kernel is public, and a host may write into it. Copies
+/// share what is prepared, which never changes, and have buffers of their own.
 class TARNWICK_FRAMEWORK_API KernelConvolver {
 public:
     KernelConvolver() = default;
@@ -24,10 +24,10 @@ public:
     }
     ~KernelConvolver();
 
-    /// Makes ready for these taps over this period; does nothing when it is.
+    /// Prepares for these taps and this period, unless that is done already.
     void Prepare(std::span<const double> taps, std::size_t period);
     /// @param samples  one period
-    /// @param result   one period, all of it written
+    /// @param result   one period, every value of which is written
     void Convolve(std::span<const double> samples, std::span<double> result);
 
 private:

@@ -30,6 +30,12 @@ OwnedArrayOf<Value> NewArray(std::size_t count)
     return OwnedArrayOf<Value>(static_cast<Value*>(::operator new(count * sizeof(Value))));
 }
 
+/// A raw result that several objects share: released with the last of them. Null for null, without an allocation.
+inline std::shared_ptr<double> SharedArray(double* array)
+{
+    return array != nullptr ? std::shared_ptr<double>(array, BoundaryRelease()) : nullptr;
+}
+
 template <typename Value>
 OwnedArrayOf<Value> NewArrayFrom(std::span<const Value> values)
 {

@@ -10,8 +10,8 @@ namespace Tarnwick::DSO::SystemFramework {
 
 namespace {
 
-// A line that lets go of its logger. Easylogging++ swallows what is thrown while it dispatches, memory that has run out
-// or a host's callback, and then leaves the logger locked by this thread against all others.
+// A line that always releases its logger. Easylogging++ swallows what is thrown while it dispatches, be it by a host's
+// callback or because memory has run out, and then leaves the logger locked by this thread.
 class Line : public el::base::Writer {
 public:
     Line(const char* file, unsigned long line, const char* function)
@@ -23,14 +23,14 @@ public:
     ~Line() override
     {
         processDispatch();
-        if (m_proceed)  // cleared by a dispatch that came to its end
+        if (m_proceed)  // cleared by a dispatch that was completed
             m_logger->releaseLock();
         m_proceed = false;
-        m_logger = nullptr;  // nothing is left for the base to do
+        m_logger = nullptr;  // the base has nothing left to do
     }
 };
 
-// A line that was not dispatched has left its text in the logger's stream, or the stream in a failed state.
+// A line that was not dispatched may have left its text in the logger's stream, or the stream in a failed state.
 std::ostream& Emptied(std::ostream& stream)
 {
     stream.clear();
@@ -46,7 +46,7 @@ void TraceLine(const char* file, unsigned long line, const char* function, const
         (void)StorageSinglton::GetStorage();  // made and silenced before the first line
         Line(file, line, function).construct(1, el::base::consts::kDefaultLoggerId) << Emptied << message;
     } catch (const std::bad_alloc&) {
-        // The line is lost; what the filter does is not, be it destruction.
+        // The line is lost; the filter goes on, even with its destruction.
     }
 }
 

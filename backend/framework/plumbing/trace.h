@@ -5,8 +5,8 @@
 
 namespace Tarnwick::DSO::SystemFramework {
 
-/// Dispatches one line through the shared storage. Use the macro, which fills in where the line comes from. A line for
-/// which memory does not suffice is lost; nothing is thrown.
+/// Dispatches one line through the shared storage. Use the macro, which adds file, line and function. A line for
+/// which memory runs out is lost; nothing is thrown.
 TARNWICK_FRAMEWORK_API void TraceLine(const char* file, unsigned long line, const char* function, const char* message);
 
 }  // namespace Tarnwick::DSO::SystemFramework

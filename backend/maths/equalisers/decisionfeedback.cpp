@@ -16,14 +16,14 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-constexpr double kPsPerSample = 1000.0;  // over samples per UI and GBd
-constexpr double kSamplesPerPs = 0.001;
+constexpr double kPsPerNs = 1000.0;  // samples over samples per UI and GBd are nanoseconds
+constexpr double kNsPerPs = 0.001;
 
-// Residuals over the main cursor nearer to each other than this differ by rounding alone: that of a noise-free record
-// is 1e-15 or so at every delay.
+// Residuals, over the main cursor, that differ by less than this differ by rounding alone: a noise-free record has some
+// 1e-15 at every delay.
 constexpr double kEqualResiduals = 1e-9;
-// A main cursor below this share of the largest sample is rounding.
-constexpr double kLeastMainCursor = 1e-12;
+// A main cursor below this share of the largest sample is nothing but rounding.
+constexpr double kSmallestMainCursor = 1e-12;
 
 double Rms(std::span<const double> values)
 {
@@ -31,16 +31,18 @@ double Rms(std::span<const double> values)
                      static_cast<double>(values.size()));
 }
 
-// The number of samples by which the record lags behind the held symbols.
+// By how many samples the record lags behind the held symbols.
 std::size_t LagBehind(std::span<const double> samples, std::span<const double> symbols, double samplesPerUi)
 {
     std::vector<double> held(samples.size());
     for (std::size_t m = 0; m < held.size(); ++m)
         held[m] = symbols[static_cast<std::size_t>(static_cast<double>(m) / samplesPerUi) % symbols.size()];
-    return LargestCorrelation(WithoutMean(samples), held).lag;
+    // A sample early: of equal peaks, which a pattern with a shorter period has, the lowest lag is to win, not lag 1.
+    std::rotate(held.begin(), held.begin() + 1, held.end());
+    return (LargestCorrelation(WithoutMean(samples), held).lag + samples.size() - 1) % samples.size();
 }
 
-// The samples of all UIs.
+// One sample of each UI, the first at the delay.
 void SampleUis(std::span<const double> samples, double delay, double samplesPerUi, std::span<double> result)
 {
     for (std::size_t i = 0; i < result.size(); ++i)
@@ -51,24 +53,24 @@ void SampleUis(std::span<const double> samples, double delay, double samplesPerU
 double ResidualRms(std::span<const double> sampled, std::span<const double> symbols, long long shift,
                    const Eigen::VectorXd& response)
 {
-    std::vector<double> rest(sampled.begin(), sampled.end());
+    std::vector<double> residual(sampled.begin(), sampled.end());
     for (Eigen::Index j = 0; j < response.size(); ++j)
-        AddRotated(rest, -response[j], symbols, shift - j);
-    return Rms(rest);
+        AddRotated(residual, -response[j], symbols, shift - j);
+    return Rms(residual);
 }
 
 }  // namespace
 
 double SamplesFromDelay(double delayPs, int samplesPerUi, double baudRateGBd)
 {
-    return std::trunc(delayPs * kSamplesPerPs * baudRateGBd * samplesPerUi);
+    return std::trunc(delayPs * kNsPerPs * baudRateGBd * samplesPerUi);
 }
 
 double DelayFromSamples(int samples, int samplesPerUi, double baudRateGBd)
 {
-    double delayPs = samples * kPsPerSample / (samplesPerUi * baudRateGBd);
-    // The way back drops the fraction, and with it a sample where rounding fell short: by some of its five roundings. At
-    // rates where the delay or the product loses its precision no step helps.
+    double delayPs = samples * kPsPerNs / (samplesPerUi * baudRateGBd);
+    // The way back drops the fraction, and with it a whole sample where its five roundings fall short of k. A few steps to
+    // the next double make up for them, except at rates where the delay or the product leaves the range of normal doubles.
     constexpr int kMostSteps = 8;
     for (int step = 0; step < kMostSteps && SamplesFromDelay(delayPs, samplesPerUi, baudRateGBd) < samples; ++step)
         delayPs = std::nextafter(delayPs, std::numeric_limits<double>::infinity());
@@ -82,7 +84,7 @@ FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const dou
     const Eigen::Index terms = static_cast<Eigen::Index>(tapCount) + 1;
     const std::vector<double> centred = WithoutMean(symbols);
 
-    // The columns of all fits are rotations of one pattern: one matrix serves them all.
+    // The columns of every fit are rotations of one pattern, so one matrix serves all of them.
     std::vector<double> correlation(static_cast<std::size_t>(terms));
     for (std::size_t j = 0; j < correlation.size(); ++j)
         correlation[j] = CircularDot(centred, centred, static_cast<long long>(j));
@@ -92,15 +94,16 @@ FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const dou
             normal(a, b) = correlation[static_cast<std::size_t>(std::abs(a - b))];
     const Eigen::LDLT<Eigen::MatrixXd> solver(normal);
     FeedbackSearch best;
-    // Pivots smaller than this are rounding. The solver's own estimate of the condition passes over a pivot of zero.
-    const double least = 4.0 * static_cast<double>(terms) * std::numeric_limits<double>::epsilon() * correlation[0];
-    if (solver.info() != Eigen::Success || !(solver.vectorD().minCoeff() > least)) {
+    // Smaller pivots are rounding. The solver's own estimate of the condition overlooks a pivot of zero.
+    const double smallestPivot =
+        4.0 * static_cast<double>(terms) * std::numeric_limits<double>::epsilon() * correlation[0];
+    if (solver.info() != Eigen::Success || !(solver.vectorD().minCoeff() > smallestPivot)) {
         best.outcome = FeedbackSearch::Outcome::SymbolsAlike;
         return best;
     }
 
     const auto [lowest, highest] = std::minmax_element(samples.begin(), samples.end());
-    const double leastCursor = kLeastMainCursor * std::max(std::abs(*lowest), std::abs(*highest));
+    const double smallestCursor = kSmallestMainCursor * std::max(std::abs(*lowest), std::abs(*highest));
     const auto lag = static_cast<double>(LagBehind(samples, symbols, samplesPerUi));
     double smallest = std::numeric_limits<double>::infinity();
     std::vector<double> uis(count);
@@ -114,7 +117,7 @@ FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const dou
                 right[j] = CircularDot(sampled, centred, q - j);
             const Eigen::VectorXd response = solver.solve(right);
             const double cursor = response[0];
-            if (!(cursor > leastCursor))
+            if (!(cursor > smallestCursor))
                 continue;
             const double residual = ResidualRms(sampled, centred, q, response) / cursor;
             if (!(residual < smallest - kEqualResiduals))
@@ -159,16 +162,16 @@ void DecisionFeedback::Equalise(std::span<const double> samples, double delay, s
     auto ui = static_cast<long long>(std::floor(0.5 - delay / grid_.samplesPerUi));
     for (std::size_t from = 0; from < samples.size(); ++ui) {
         const std::size_t to = begin(ui + 1);
-        const double taken = feedback_[WrappedIndex(ui, grid_.symbols)];
+        const double feedback = feedback_[WrappedIndex(ui, grid_.symbols)];
         for (; from < to; ++from)
-            result[from] = samples[from] - taken;
+            result[from] = samples[from] - feedback;
     }
 }
 
 void DecisionFeedback::StartLevels()
 {
-    // The spread of the samples is that of the symbols and, by the sum of the taps' squares, of what they leave behind.
-    // So the start is right even where the eye is closed.
+    // The variance of the samples is that of the symbols times one plus the sum of the taps' squares: the start is right
+    // even where the eye is closed.
     const double mean = Mean(sampled_);
     double power = 0.0;
     for (const double sample : sampled_)

@@ -1,7 +1,7 @@
-// Decision feedback: what earlier symbols leave in a symbol, taken off by means of the decisions made on them.
+// Decision feedback: takes off what earlier symbols leave in a symbol, as known from the decisions made on them.
 //     y_i = s_i - sum_j t_j (V(d_(i-j)) - mid),  d_i the level nearest to y_i
-// s_i is the sample of UI i, t_j the response j UI after the main cursor over the main cursor, V the voltages of the
-// levels and mid the middle of the outermost two. All of it is circular over a repetition of the pattern.
+// s_i is the sample of UI i, t_j the response j UI after the main cursor over that at the main cursor, V the voltages of
+// the levels and mid the mean of the outermost two. Everything is circular over a repetition of the pattern.
 // Source: J. G. Proakis, M. Salehi, "Digital Communications", 5th ed., section 9.5; the taps' scale as in IEEE 802.3
 // Annex 93A.
 #pragma once
@@ -14,12 +14,12 @@
 
 namespace Tarnwick::DSO::Maths {
 
-/// A sampling delay of k samples [ps], so that the way back is exact:
-///     t = k 1000 / (samplesPerUi baudRateGBd), or the smallest double above it that SamplesFromDelay takes for k
-/// There is no way back at a rate so high or so low that the time or the product leaves the range of normal doubles.
+/// A sampling delay of k samples in picoseconds, from which SamplesFromDelay gives exactly k again:
+///     t = k 1000 / (samplesPerUi baudRateGBd), or the next double above it for which it does
+/// Except at rates so high or so low that the time or the product leaves the range of normal doubles.
 TARNWICK_FRAMEWORK_API double DelayFromSamples(int samples, int samplesPerUi, double baudRateGBd);
 
-/// A sampling delay [ps] in samples: 0.001 t baudRateGBd samplesPerUi without the fraction.
+/// A sampling delay [ps] in samples: 0.001 t baudRateGBd samplesPerUi, its fraction dropped.
 TARNWICK_FRAMEWORK_API double SamplesFromDelay(double delayPs, int samplesPerUi, double baudRateGBd);
 
 /// How the UIs of a repetition lie in its samples.
@@ -31,19 +31,20 @@ struct UiGrid {
 struct FeedbackSearch {
     enum class Outcome {
         Found,
-        SymbolsAlike,  ///< the pattern cannot tell as many taps apart
+        SymbolsAlike,  ///< the pattern cannot tell so many taps apart
         NoMainCursor,  ///< at no delay do the samples follow the symbols
     };
     Outcome outcome = Outcome::NoMainCursor;
     int delay = 0;             ///< [samples] from the start of the record to the first decision, below s
     std::vector<double> taps;  ///< over the main cursor
-    double residual = 0.0;     ///< rms of what the taps leave, over the main cursor
+    double residual = 0.0;     ///< rms of what the fit leaves, over the main cursor
 };
 
-/// The delay at which feedback leaves least, and its taps: for each whole delay within a UI the samples are fitted by
-///     s_i = h_0 v_(i+q) + h_1 v_(i+q-1) + .. + h_n v_(i+q-n) + offset
-/// with q as the correlation with the held symbols has it and one UI to either side; t_j = h_j / h_0. The smallest
-/// residual wins, of equal ones (to 1e-9) the lowest delay, then the lowest q.
+/// The delay at which feedback leaves the smallest residual, and its taps. For each whole delay within a UI the samples are
+/// fitted by
+///     s_i = h_0 v_(i+q) + h_1 v_(i+q-1) + .. + h_n v_(i+q-n) + offset,  t_j = h_j / h_0
+/// with the rotation q from the correlation with the held symbols and with its two neighbours. Of residuals that are equal
+/// to 1e-9 the lowest delay wins, then the lowest q.
 /// @param samples       one repetition of finite values
 /// @param symbols       v, a value for each UI, evenly spaced from -1 to 1
 /// @param samplesPerUi  s, at least 1
@@ -51,7 +52,7 @@ struct FeedbackSearch {
 TARNWICK_FRAMEWORK_API FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const double> symbols,
                                                    double samplesPerUi, int tapCount);
 
-/// The equaliser at work, with its buffers, which are allocated once for any number of repetitions.
+/// The equaliser, with buffers that are allocated once for any number of repetitions.
 class TARNWICK_FRAMEWORK_API DecisionFeedback {
 public:
     static constexpr int kMostLevels = 4;
@@ -61,9 +62,9 @@ public:
     /// @param levelCount  2 to kMostLevels
     DecisionFeedback(std::span<const double> taps, int levelCount, UiGrid grid);
 
-    /// Decides and equalises one repetition. The levels start evenly spaced, as far apart as the spread of the samples
-    /// says once the taps' share is taken off, and become the means of what was decided for them. The feedback of the
-    /// first UIs comes from the last decisions of the pass before. Passes end when no decision changes.
+    /// Decides and equalises one repetition in up to kMostPasses passes, until no decision changes. The levels start evenly
+    /// spaced, as far apart as the variance of the samples says less the taps' share of it; after each pass they are the
+    /// means of the values decided for them. The feedback of the first UIs comes from the last decisions of the pass before.
     /// @param samples  the repetition; samples beyond it continue the pattern
     /// @param delay    [samples] of the first decision, 0 to below s + 1
     /// @param result   as many values: each sample less the feedback of the decision that is half a UI or less away
@@ -89,5 +90,8 @@ private:
     std::vector<int> decided_;
     int passes_ = 0;
 };
+
+/// Error of the taps on lines of known echoes without noise.
+inline constexpr double kDfeTapError = 0.0015;
 
 }  // namespace Tarnwick::DSO::Maths

@@ -18,12 +18,12 @@ namespace Tarnwick::DSO::Maths {
 namespace {
 
 // IEEE 802.3 clause 121.8.5
-constexpr double kErrorRatio = 4.8e-4;    // symbol error ratio that the noise may cause
-constexpr double kQt = 3.414;             // Q(kQt) (n - 1)/n 2 is that ratio for an ideal eye of four levels
-constexpr double kHalfSlices = 0.05;      // [UI] the time slices lie this far from the phase
+constexpr double kErrorRatio = 4.8e-4;  // largest symbol error ratio that the noise may cause
+constexpr double kQt = 3.414;  // an ideal eye of four levels has that ratio when sigma is 1/kQt of half its opening
+constexpr double kSliceOffset = 0.05;     // [UI] of the two time slices from the phase
 constexpr std::size_t kMostLevels = 4;    // the clause is for PAM4; fewer are scored alike
 constexpr std::size_t kCursorsTried = 3;  // the largest tap is tap 1, 2 or 3
-// Choices of this search: the clause asks for the least TDECQ, not how it is found.
+// Choices of this search: the clause asks for the least TDECQ and leaves open how it is found.
 constexpr std::size_t kPhases = 16;                                            // over one UI
 constexpr std::array<double, 5> kNoiseLoads = {1e-4, 1e-3, 3e-3, 1e-2, 2e-2};  // of the capture's variance
 constexpr std::size_t kBins = 64;                                              // of a level's histogram
@@ -32,7 +32,7 @@ constexpr double kClosedDb = 50.0;                                             /
 constexpr double kFirstStep = 0.02;                                            // [UI] or tap weight
 constexpr double kLastStep = 4e-4;                                             // [UI] or tap weight
 constexpr int kMostTrials = 600;
-// Correlation of white noise behind the reference receiver, a fourth-order Bessel-Thomson response of half the symbol
+// Autocorrelation of white noise behind the reference receiver, a fourth-order Bessel-Thomson response of half the symbol
 // rate, at whole UI: the same for every rate.
 constexpr std::array<double, 4> kNoiseCorrelation = {1.0, 0.02056, 0.00135, -0.00008};
 
@@ -172,8 +172,8 @@ public:
     {
         if (phaseUi != phaseUi_) {
             sampler_.At(phaseUi, centre_);
-            sampler_.At(phaseUi - kHalfSlices, before_);
-            sampler_.At(phaseUi + kHalfSlices, after_);
+            sampler_.At(phaseUi - kSliceOffset, before_);
+            sampler_.At(phaseUi + kSliceOffset, after_);
             phaseUi_ = phaseUi;
         }
         const auto levels = static_cast<std::size_t>(symbols_.levelCount);
@@ -352,8 +352,8 @@ std::optional<ReferenceSymbols> SymbolsOfReference(std::span<const double> refer
 
 }  // namespace
 
-std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture, std::span<const int> pattern,
-                                              std::size_t samplesPerUi)
+std::optional<ReferenceSymbols> SymbolsOfPattern(std::span<const int> pattern, std::size_t uiCount,
+                                                 std::size_t samplesPerUi)
 {
     std::vector<int> used(pattern.begin(), pattern.end());
     std::sort(used.begin(), used.end());
@@ -361,14 +361,23 @@ std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture, s
     if (used.size() < 2 || used.size() > kMostLevels)
         return std::nullopt;
     ReferenceSymbols symbols{{}, static_cast<int>(used.size()), samplesPerUi / 2};
-    symbols.levels.resize(capture.size() / samplesPerUi);
+    symbols.levels.resize(uiCount);
     for (std::size_t i = 0; i < symbols.levels.size(); ++i) {
         const auto level = std::lower_bound(used.begin(), used.end(), pattern[i % pattern.size()]);
         symbols.levels[i] = static_cast<int>(level - used.begin());
     }
-    const std::vector<double> held =
-        IdealSignal(symbols.levels, {-1.0, 1.0, symbols.levelCount}, static_cast<double>(samplesPerUi), capture.size());
-    symbols.firstCentre += LargestCorrelation(capture, held).lag;
+    return symbols;
+}
+
+std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture, std::span<const int> pattern,
+                                              std::size_t samplesPerUi)
+{
+    std::optional<ReferenceSymbols> symbols = SymbolsOfPattern(pattern, capture.size() / samplesPerUi, samplesPerUi);
+    if (symbols) {
+        const std::vector<double> held = IdealSignal(symbols->levels, {-1.0, 1.0, symbols->levelCount},
+                                                     static_cast<double>(samplesPerUi), capture.size());
+        symbols->firstCentre += LargestCorrelation(capture, held).lag;
+    }
     return symbols;
 }
 

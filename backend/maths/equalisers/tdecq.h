@@ -14,15 +14,21 @@
 
 namespace Tarnwick::DSO::Maths {
 
-/// The symbols of a capture, and where they lie in it.
+/// The symbols of a waveform, and where they lie in it.
 struct ReferenceSymbols {
     std::vector<int> levels;      // of each UI, 0 the lowest
     int levelCount = 0;           // 2 to 4, each of which occurs
-    std::size_t firstCentre = 0;  // sample at the middle of UI 0; counted on past the end of the record
+    std::size_t firstCentre = 0;  // sample at the middle of UI 0; may be beyond the last: the record is periodic
 };
 
-/// The symbols of a pattern, repeated as often as the capture is long, where they correlate best with the capture. Levels
-/// that the pattern does not use are not counted.
+/// The symbols of a pattern's held waveform, whose sample 0 begins UI 0; the pattern starts anew until there are uiCount.
+/// Levels that it does not use are not counted. For a capture that lags behind that waveform, add the lag to firstCentre.
+/// @param pattern  level of each UI
+/// @return nothing when the pattern uses fewer than 2 or more than 4 levels
+TARNWICK_FRAMEWORK_API std::optional<ReferenceSymbols> SymbolsOfPattern(std::span<const int> pattern,
+                                                                        std::size_t uiCount, std::size_t samplesPerUi);
+
+/// The symbols of a capture of a pattern, where the pattern correlates best with it.
 /// @param capture  a whole number of UI of samplesPerUi samples
 /// @param pattern  level of each UI, any rotation
 /// @return nothing when the pattern uses fewer than 2 or more than 4 levels

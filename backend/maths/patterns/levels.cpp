@@ -30,6 +30,10 @@ std::optional<LevelPartition> PartitionIntoLevels(std::span<const double> ascend
             const auto end = std::upper_bound(ascending.begin(), ascending.end(), partition.thresholds[k]);
             bounds[k + 1] = static_cast<std::size_t>(end - ascending.begin());
         }
+        if (round == 0 && bounds[1] == count) {
+            partition.bounds = std::move(bounds);
+            break;
+        }
         for (std::size_t k = 0; k < levels; ++k) {
             if (bounds[k + 1] <= bounds[k])
                 return std::nullopt;

@@ -15,14 +15,17 @@ namespace Tarnwick::DSO::Maths {
 struct LevelPartition {
     std::vector<double> means;
     std::vector<double> thresholds;   // one fewer
-    std::vector<std::size_t> bounds;  // level k holds the values bounds[k] .. bounds[k + 1] - 1; never none
+    std::vector<std::size_t> bounds;  // level k holds the values bounds[k] .. bounds[k + 1] - 1
+    /// Whether all values are in the lowest level, which is where the search ends when its first thresholds are not below
+    /// the largest value, as of a pattern that is nearly always at its highest level.
+    bool IsOfOneLevel() const { return bounds[1] == bounds.back(); }
 };
 
 /// Lloyd's method (k-means in one dimension) from the quantiles: in ascending order each level is a stretch of values, and
 /// prefix sums give its mean at once.
 /// @param ascending   finite values, at least one
 /// @param levelCount  at least 2. Levels should be about equally frequent, as the search starts at their quantiles
-/// @return nothing when a level is left without values
+/// @return nothing when a level loses all its values; otherwise every level has some, or IsOfOneLevel()
 TARNWICK_FRAMEWORK_API std::optional<LevelPartition> PartitionIntoLevels(std::span<const double> ascending,
                                                                          int levelCount);
 

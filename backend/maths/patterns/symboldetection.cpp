@@ -14,19 +14,19 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-constexpr std::size_t kMostPhases = 8;
-constexpr int kMostFits = 20;  // of the equaliser, at one phase
-constexpr int kReach = 3;      // taps from -3 to +3 UI
-constexpr int kTaps = 2 * kReach + 1;
-constexpr double kLoading = 1e-9;  // of each diagonal element: makes patterns of few symbols solvable
+constexpr std::size_t kMostPhases = 8;  // tried over one UI
+constexpr int kMostFits = 20;           // of the equaliser at one phase
+constexpr int kReachUi = 3;             // taps from -3 to +3 UI
+constexpr int kTaps = 2 * kReachUi + 1;
+constexpr double kDiagonalLoading = 1e-9;  // share of each diagonal element; makes patterns of few symbols solvable
 
-// Values parted into levels, and how tightly they lie about them.
+// Levels that values lie about, and how tightly they do: quality as in SymbolDetection.
 struct RatedPartition {
     std::vector<double> thresholds;
     double quality;
 };
 
-std::optional<RatedPartition> Part(std::span<const double> values, int levelCount)
+std::optional<RatedPartition> RatedPartitionOf(std::span<const double> values, int levelCount)
 {
     std::vector<double> sorted(values.begin(), values.end());
     std::sort(sorted.begin(), sorted.end());
@@ -53,7 +53,8 @@ std::vector<int> Decide(std::span<const double> values, std::span<const double> 
     return levels;
 }
 
-// Least squares over the neighbouring symbols and a constant. The matrix is the same for all decisions at one phase.
+// Least squares over the neighbouring symbols and a constant. The matrix does not depend on the decisions: one
+// factorisation serves all fits at a phase.
 class LinearEqualiser {
 public:
     explicit LinearEqualiser(std::span<const double> values)
@@ -62,19 +63,19 @@ public:
         const auto count = static_cast<Eigen::Index>(values.size());
         for (int tap = 0; tap < kTaps; ++tap)
             for (Eigen::Index j = 0; j < count; ++j)
-                columns_(j, tap) = values[static_cast<std::size_t>((j + tap + (count - 1) * kReach) % count)];
+                columns_(j, tap) = values[WrappedIndex(j + tap - kReachUi, values.size())];
         columns_.col(kTaps).setOnes();
         Square normal = columns_.transpose() * columns_;
-        normal.diagonal() *= 1.0 + kLoading;
+        normal.diagonal() *= 1.0 + kDiagonalLoading;
         factors_.compute(normal);
     }
 
-    /// The values behind the equaliser that comes nearest to the decided levels, spaced by 1 about 0.
+    /// The values behind the equaliser that comes nearest to the decided levels, which are spaced by 1 about 0.
     std::vector<double> Fit(const std::vector<int>& levels, int levelCount) const
     {
         const Eigen::Map<const Eigen::VectorXi> decided(levels.data(), static_cast<Eigen::Index>(levels.size()));
-        const Eigen::VectorXd wanted = decided.cast<double>().array() - 0.5 * (levelCount - 1);
-        const Column weights = factors_.solve(columns_.transpose() * wanted);
+        const Eigen::VectorXd targets = decided.cast<double>().array() - 0.5 * (levelCount - 1);
+        const Column weights = factors_.solve(columns_.transpose() * targets);
         std::vector<double> equalised(levels.size());
         Eigen::Map<Eigen::VectorXd>(equalised.data(), columns_.rows()).noalias() = columns_ * weights;
         return equalised;
@@ -111,16 +112,17 @@ std::vector<double> MeanOfEachLevel(std::span<const double> values, const std::v
 
 SymbolDetection DetectAt(std::span<const double> values, int levelCount, Decisions decisions)
 {
-    std::optional<RatedPartition> partition = Part(values, levelCount);
+    std::optional<RatedPartition> partition = RatedPartitionOf(values, levelCount);
     if (!partition)
         return {};
     std::vector<int> levels = Decide(values, partition->thresholds);
     if (decisions == Decisions::Equalised) {
+        // From equal decisions too: of a pattern that is nearly always high, the equaliser may still find the levels.
         const LinearEqualiser equaliser(values);
         bool settled = false;
         for (int fit = 0; fit < kMostFits && !settled; ++fit) {
             const std::vector<double> equalised = equaliser.Fit(levels, levelCount);
-            partition = Part(equalised, levelCount);
+            partition = RatedPartitionOf(equalised, levelCount);
             if (!partition)
                 return {};
             std::vector<int> decided = Decide(equalised, partition->thresholds);
@@ -136,7 +138,7 @@ SymbolDetection DetectAt(std::span<const double> values, int levelCount, Decisio
 SymbolDetection DetectSymbols(std::span<const double> samples, std::size_t symbolCount, int levelCount,
                               Decisions decisions)
 {
-    // About their mean the samples are independent of the equaliser's constant, whatever offset they came with.
+    // Without their mean, so that a large offset does not swamp the equaliser's other columns.
     const std::vector<double> centred = WithoutMean(samples);
 
     const std::size_t phases = std::clamp<std::size_t>(samples.size() / symbolCount, 1, kMostPhases);

@@ -14,7 +14,7 @@ int WrappingFactorial(int n)
 {
     if (n < 0)
         return -1;
-    std::uint32_t product = 1;  // unsigned: wrapping is what is wanted, and signed overflow would be undefined
+    std::uint32_t product = 1;  // unsigned, because signed overflow would be undefined
     for (int factor = 2; factor <= n; ++factor)
         product *= static_cast<std::uint32_t>(factor);
     return static_cast<std::int32_t>(product);
@@ -85,9 +85,9 @@ double WalkToCutoff(int order, double target)
 
 double DefaultCutoff(int order, bool halfAmplitude)
 {
-    // Two threads that ask for the same one at once both walk, and store the same value.
-    static std::array<std::atomic<double>, 2 * (static_cast<std::size_t>(kHighestOrder) + 1)> kept{};
-    std::atomic<double>& slot = kept.at(2 * static_cast<std::size_t>(order) + (halfAmplitude ? 1 : 0));
+    // Two threads that ask for the same cutoff at once both walk, and store the same value.
+    static std::array<std::atomic<double>, 2 * (static_cast<std::size_t>(kHighestOrder) + 1)> cutoffs{};
+    std::atomic<double>& slot = cutoffs.at(2 * static_cast<std::size_t>(order) + (halfAmplitude ? 1 : 0));
     double cutoff = slot.load(std::memory_order_relaxed);
     if (cutoff == 0.0) {
         cutoff = WalkToCutoff(order, halfAmplitude ? 0.5 : 1.0 / std::numbers::sqrt2);

@@ -20,9 +20,9 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr double kShortestInterval = 1e-15;  // [s]
-constexpr double kLongestInterval = 1e-9;    // [s]
-constexpr std::size_t kDensity = 8;          // points of the kernel in time for one of the grid
+constexpr double kShortestInterval = 1e-15;  // [s] below it the value is no sample interval
+constexpr double kLongestInterval = 1e-9;    // [s] likewise above it
+constexpr std::size_t kDensity = 8;          // interpolated points in time for each point of the grid
 
 // Bins 0 .. n/2 of an even number of values.
 std::vector<Complex> Spectrum(std::span<const double> values)
@@ -34,7 +34,7 @@ std::vector<Complex> Spectrum(std::span<const double> values)
     return {bins.Data(), bins.Data() + values.size() / 2 + 1};
 }
 
-// The values of an even number of points from their lower bins; bins that are not given are zero.
+// An even number of values from their lower bins; bins that are not given are zero.
 std::vector<double> Inverse(std::span<const Complex> bins, std::size_t length)
 {
     AlignedBuffer<Complex> padded(length / 2 + 1);
@@ -123,7 +123,7 @@ std::vector<double> OnGrid(const MeasuredResponse& response, const CorrectionGri
 
     const double interval =
         response.interval > 0.0 ? response.interval : grid.Window() / static_cast<double>(values.size());
-    // The table and, one interval later, its first value again, which it also holds before and after.
+    // One interval after its end the table has its first value again, which also continues it on both sides.
     std::vector<double> times(values.size() + 1);
     for (std::size_t k = 0; k < times.size(); ++k)
         times[k] = static_cast<double>(k) * interval;
@@ -138,7 +138,6 @@ std::vector<double> OnGrid(const MeasuredResponse& response, const CorrectionGri
     for (std::size_t k = 0; k < points.size(); ++k)
         points[k] = std::clamp(start + static_cast<double>(k) * grid.step, 0.0, times.back());
     std::vector<double> gridded = Interpolated(times, heights, points);
-    // The first value stands before time 0 as well: clamping has seen to that.
     const double scale = deviation(*peak);
     for (double& value : gridded)
         value = (value - offset) / scale;

@@ -23,11 +23,10 @@ namespace Tarnwick::DSO::Maths {
 /// BT4(f; to) / BT4(f; from), the fourth-order Bessel-Thomson responses that are 3 dB down at `to` and `from` [Hz].
 TARNWICK_FRAMEWORK_API std::complex<double> RetargetingRatio(double frequency, double from, double to);
 
-/// An impulse response made comparable: convolved circularly with `kernel`; turned over if its most negative value is
-/// at least as large as its largest; its peak moved to index kernel.size()/2 - 1; freed of its baseline, the mean of
-/// the first `baselineCount` values; divided by its sum.
-/// @param baselineCount  at most signal.size(); 0: no baseline is taken off
-/// A response whose sum is then zero comes back as NaN and infinity.
+/// An impulse response in a form that can be compared: convolved circularly with `kernel`; inverted if its most negative
+/// value is at least as large as its largest; rotated, so that its peak is at index kernel.size()/2 - 1; less its baseline,
+/// the mean of the first `baselineCount` values; divided by its sum. NaN and infinity when that sum is zero.
+/// @param baselineCount  at most signal.size(); 0: no baseline
 TARNWICK_FRAMEWORK_API std::vector<double> AlignedImpulseResponse(std::span<const double> signal,
                                                                   std::span<const double> kernel,
                                                                   std::size_t baselineCount);
@@ -51,9 +50,9 @@ struct MeasuredResponse {
 /// @return nothing when the interval is not between 1e-15 s and 1e-9 s, a value is not finite, or all are the same
 TARNWICK_FRAMEWORK_API std::optional<MeasuredResponse> ReadTable(std::span<const double> table);
 
-/// The response at the grid's points by linear interpolation, its median taken off and its largest deviation scaled to
-/// 1. One shorter than the window is continued with its first value; one longer is cut to half a window to each side of
-/// its peak.
+/// The response at the grid's points by linear interpolation, less its median and with a largest deviation of 1. A response
+/// shorter than the window is continued with its first value; a longer one is cut to half a window on each side of its
+/// peak.
 /// @param response  at least 2 values
 TARNWICK_FRAMEWORK_API std::vector<double> OnGrid(const MeasuredResponse& response, const CorrectionGrid& grid);
 
@@ -86,8 +85,8 @@ TARNWICK_FRAMEWORK_API std::vector<std::complex<double>> CorrectionSpectrum(
     std::span<const std::complex<double>> quotient, const CorrectionSettings& settings);
 
 /// The impulse response of K at whole multiples of the capture's sample interval within half a window, each added to
-/// tap m mod `taps`: for a circular convolution a pattern shorter than the window wraps exactly. The sum is 1. Linear
-/// between points eight times as dense as the grid, an error below 0.01 dB.
+/// tap m mod `taps`, so that a pattern shorter than the window is convolved exactly. The sum is 1. Linear between points
+/// eight times as dense as the grid. Error below 0.01 dB.
 /// @param spectrum        bins 0 .. grid.length/2
 /// @param sampleInterval  [s]
 /// @param taps            at least 1
@@ -95,11 +94,14 @@ TARNWICK_FRAMEWORK_API std::vector<double> SampledCorrection(std::span<const std
                                                              const CorrectionGrid& grid, double sampleInterval,
                                                              std::size_t taps);
 
-/// All of it: the taps for a channel, an empty one needing no correction, and a reference, an empty one being the
-/// Bessel-Thomson response itself. Tables that hold no usable response give values that are not finite.
+/// The taps for a channel and a reference. An empty channel needs no correction; an empty reference stands for the
+/// Bessel-Thomson response itself. Tables without a usable response give values that are not finite.
 TARNWICK_FRAMEWORK_API std::vector<double> CorrectionTaps(const MeasuredResponse& channel,
                                                           const MeasuredResponse& reference,
                                                           const CorrectionSettings& settings, double sampleInterval,
                                                           std::size_t taps);
+
+/// Error of the channel's magnitude behind its correction [dB], up to 1.5 times the cutoff, from a clean measurement.
+inline constexpr double kCorrectedMagnitudeErrorDb = 0.072;
 
 }  // namespace Tarnwick::DSO::Maths

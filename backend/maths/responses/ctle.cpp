@@ -12,8 +12,10 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr int kDecimals = 5;
-constexpr int kLongestWalk = 10'000'000;  // sixty times the longest one met between 0 and 12 dB
+constexpr int kDecimals = 5;              // to which gains and brackets are compared
+constexpr double kPoleSpacing = 40.0;     // the poles lie this part of the symbol rate from half of it
+constexpr double kNearOne = 1e-4;         // farther from 1 than this, rounding to five decimals never gives 1
+constexpr int kLongestWalk = 10'000'000;  // sixty times the longest walk seen between 0 and 12 dB
 
 double Rounded(double value)
 {
@@ -24,8 +26,8 @@ std::optional<PeakingDesign> Design(double symbolRate, double gain)
 {
     const double middle = symbolRate / 2.0;
     PeakingDesign design{Rounded(gain)};
-    design.pole1 = kTwoPi * (middle - symbolRate / 40.0);
-    design.pole2 = kTwoPi * (middle + symbolRate / 40.0);
+    design.pole1 = kTwoPi * (middle - symbolRate / kPoleSpacing);
+    design.pole2 = kTwoPi * (middle + symbolRate / kPoleSpacing);
 
     double low = 0.0;
     double high = design.pole1;
@@ -42,7 +44,7 @@ std::optional<PeakingDesign> Design(double symbolRate, double gain)
         else
             high = z;
         const double next = (low + high) / 2.0;
-        // Between neighbouring doubles the middle is one of them, for ever.
+        // The middle of two neighbouring doubles is one of them: the bisection would never end.
         if (next == z)
             break;
         z = next;
@@ -53,8 +55,8 @@ std::optional<PeakingDesign> Design(double symbolRate, double gain)
         return std::nullopt;
     for (int step = 0; step < kLongestWalk; ++step) {
         double walked = design.dcGain * magnitude;
-        // Only next to 1 does rounding decide, and it costs ten times the rest of the step.
-        if (std::abs(walked - 1.0) < 1e-4)
+        // Rounding costs ten times the rest of the step.
+        if (std::abs(walked - 1.0) < kNearOne)
             walked = Rounded(walked);
         if (walked == 1.0)
             return design;
@@ -116,19 +118,19 @@ Complex CableResponse::operator()(double frequency) const
 
 std::optional<PeakingDesign> DesignPeaking(double symbolRate, double gain)
 {
-    struct Kept {
+    struct CachedDesign {
         double symbolRate, gain;
         PeakingDesign design;
     };
-    thread_local std::optional<Kept> kept;  // of the last call: a filter prepares again and again with the same gain
-    if (!kept || kept->symbolRate != symbolRate || kept->gain != gain) {
-        kept.reset();
+    thread_local std::optional<CachedDesign> last;  // a filter prepares again and again with the same gain
+    if (!last || last->symbolRate != symbolRate || last->gain != gain) {
+        last.reset();
         const std::optional<PeakingDesign> design = Design(symbolRate, gain);
         if (!design)
             return std::nullopt;
-        kept = Kept{symbolRate, gain, *design};
+        last = CachedDesign{symbolRate, gain, *design};
     }
-    return kept->design;
+    return last->design;
 }
 
 const Ieee802_3bsPreset* FindIeee802_3bsPreset(double keyDb)
@@ -156,7 +158,8 @@ TwoPoleResponse HdmiResponse(double peakingRatio, double pole1, double pole2, do
 Peak FindPeak(const std::function<Complex(double)>& response, double highest)
 {
     constexpr int kSteps = 1000;
-    constexpr double kGolden = 0.6180339887498949;
+    constexpr double kGolden = 0.6180339887498949;  // (sqrt(5) - 1)/2
+    constexpr double kBracket = 1e-9;               // of `highest`
     const auto magnitude = [&](double frequency) { return std::abs(response(frequency)); };
     const double step = highest / kSteps;
     int best = 0;
@@ -165,7 +168,7 @@ Peak FindPeak(const std::function<Complex(double)>& response, double highest)
             best = k;
     double low = std::max(0.0, (best - 1) * step);
     double high = std::min(highest, (best + 1) * step);
-    while (high - low > 1e-9 * highest) {
+    while (high - low > kBracket * highest) {
         const double width = kGolden * (high - low);
         if (magnitude(high - width) < magnitude(low + width))
             low = high - width;

@@ -6,13 +6,14 @@
 #include <complex>
 #include <cstddef>
 #include <functional>
+#include <numbers>
 #include <optional>
 
 #include "framework/export.h"
 
 namespace Tarnwick::DSO::Maths {
 
-inline constexpr double kTwoPi = 6.283185307179586;
+inline constexpr double kTwoPi = 2.0 * std::numbers::pi;
 inline constexpr double kRadPerGHz = kTwoPi * 1e9;  // [rad/s] of 1 GHz
 
 /// H(s) = k (s + z) / ((s + p1)(s + p2)),  H(0) = k z / (p1 p2)
@@ -38,7 +39,7 @@ struct TARNWICK_FRAMEWORK_API LowFrequencyPairResponse {
 
 /// H(f) = exp((1 + j) k sqrt(min(f, f_b))) BT4(f; f_b): the inverse of a cable whose loss follows the skin effect,
 /// bounded by a fourth-order Bessel-Thomson response 3 dB down at the symbol rate f_b; above f_b the boost stays.
-/// |H(0)| = 1 and |H(f_b/2)| is `gain`. Source: the classical skin-effect line, exp(-(1 + j) k sqrt(f)) for a length.
+/// |H(0)| = 1 and |H(f_b/2)| is `gain`; error below 1e-5 dB, what the digits of the constants leave. Source: the classical skin-effect line, exp(-(1 + j) k sqrt(f)) for a length.
 class TARNWICK_FRAMEWORK_API CableResponse {
 public:
     /// @param symbolRate  [Hz] positive
@@ -51,8 +52,9 @@ private:
     double factor_;                // [1/sqrt(Hz)]
     std::complex<double> atRate_;  // the inverse of the cable at the symbol rate and above
 };
+inline constexpr double kCableGainErrorDb = 1e-5;
 
-/// What a wanted peaking comes to.
+/// The equaliser that has a wanted peaking.
 struct PeakingDesign {
     double gain;                      // [dB] to five decimals
     double pole1 = 0.0, pole2 = 0.0;  // [rad/s]
@@ -61,9 +63,12 @@ struct PeakingDesign {
     TwoPoleResponse Response() const { return {dcGain * pole1 * pole2 / zero, pole1, pole2, zero}; }
 };
 
+/// Error of the design: |H| and the gain meet their targets when they round to them at five decimals.
+inline constexpr double kDesignError = 5e-6;
+
 /// Two poles a fortieth of the symbol rate below and above half the symbol rate and the zero that lifts |H| there over
 /// |H(0)| by `gain`, then the DC gain that makes |H| there 1.
-/// The zero is found by bisection in 0 .. p1, to five decimals of the gain or the bracket, or till it moves no more.
+/// The zero is found by bisection in 0 .. p1, to five decimals of the gain or of the bracket, or until it stops moving.
 /// The DC gain is found by a walk in factors of 0.5 and 1.5 from 1 to the first value that rounds to 1 at five decimals:
 /// the value is that of the walk, not of a division. Deliberate.
 /// @param symbolRate  [Hz]
@@ -89,6 +94,9 @@ struct Ieee802_3bsPreset {
         return {{dcGain * pole1 * pole2 * pole3 / (zero1 * zero2), pole1, pole2, zero1}, pole3, zero2};
     }
 };
+
+/// Error below 0.0005 dB of a preset's peak |H| from 0 dB: the DC gain takes back what the key lifts.
+inline constexpr double kPresetPeakErrorDb = 5e-4;
 
 inline constexpr std::array<Ieee802_3bsPreset, 17> kIeee802_3bsPresets = {{
     // dB   DC gain   f_p1     f_p2  f_z1      f_p3 f_z2   [GHz]
@@ -119,6 +127,10 @@ struct HdmiLevel {
     double peakingRatio;  // linear, high frequencies over DC
 };
 
+/// Error below 0.03 dB of a level's peaking, its largest |H| over |H(0)|, from as many dB as its number. Pole and zero lie
+/// so close together that the peak stays below the ratio.
+inline constexpr double kHdmiLevelErrorDb = 0.03;
+
 inline constexpr std::array<HdmiLevel, 8> kHdmiLevels = {{
     {1, 1.35},
     {2, 1.57},
@@ -133,10 +145,10 @@ inline constexpr std::array<HdmiLevel, 8> kHdmiLevels = {{
 inline constexpr double kHdmiPole1 = 21991148575.12855;  // [rad/s] 3.5 GHz; over the peaking ratio, the zero
 inline constexpr double kHdmiPole2 = 62831853071.79586;  // [rad/s] 10 GHz
 
-/// The peaking ratio of a level, the fraction of which does not count; 0 for a level outside the table.
+/// The peaking ratio of a level, whose fraction is dropped; 0 for a level outside the table.
 TARNWICK_FRAMEWORK_API double HdmiPeakingRatio(double level);
 
-/// H(0) = 1. A peaking ratio of 0 has its zero at infinity: the response is 0 everywhere, where the formula has no value.
+/// H(0) = 1. For a peaking ratio of 0, where the zero would lie at infinity, the response is 0 everywhere.
 TARNWICK_FRAMEWORK_API TwoPoleResponse HdmiResponse(double peakingRatio, double pole1, double pole2, double zero);
 
 struct Peak {
@@ -146,5 +158,10 @@ struct Peak {
 
 /// The largest |H| from DC to `highest` [Hz]: the best of 1000 steps, then golden sections around it to 1e-9 of `highest`.
 TARNWICK_FRAMEWORK_API Peak FindPeak(const std::function<std::complex<double>(double)>& response, double highest);
+
+/// Relative error of the taps' spectrum at every bin: the rounding of transforms of 8176 points.
+inline constexpr double kCtleBinError = 1e-12;
+/// The same of the peaking equaliser against the response that was asked for: its gains are found to five decimals.
+inline constexpr double kCtlePeakingBinError = 2e-5;
 
 }  // namespace Tarnwick::DSO::Maths

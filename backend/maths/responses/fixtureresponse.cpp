@@ -15,11 +15,12 @@ using Complex = std::complex<double>;
 namespace {
 
 constexpr double kPi = std::numbers::pi;
-constexpr double kTurn = 2.0 * kPi;
-constexpr std::size_t kSlopePoints = 11;                    // from which the delay towards 0 Hz is taken
-constexpr double kSkinEffectSpan = 4.0;                     // the second point of the loss, over the first
-constexpr double kLargestRise = std::numbers::ln10 / 20.0;  // 1 dB
-constexpr double kTaperWidth = 0.2;                         // of the bandwidth, to either side
+constexpr double kRadiansPerTurn = 2.0 * kPi;
+constexpr std::size_t kSlopePoints = 11;  // lowest ones, whose phase gives the delay towards 0 Hz
+constexpr double kSkinEffectSpan = 4.0;   // frequency of the second point of the loss over the first
+constexpr double kLargestRise =
+    std::numbers::ln10 / 20.0;       // [Np] 1 dB, of the magnitude from the first frequency to 0 Hz
+constexpr double kTaperWidth = 0.2;  // of the bandwidth, to each side of it
 
 double InterpolatedAt(std::span<const double> x, std::span<const double> y, double point)
 {
@@ -62,25 +63,25 @@ double Taper(double frequency, double bandwidth)
 
 FixtureResponse::FixtureResponse(const std::map<double, Complex>& data)
 {
-    double turns = 0.0;  // that unwrapping has added
+    double turns = 0.0;  // added by unwrapping
     double previous = 0.0;
     for (const auto& [frequency, value] : data) {
         const double magnitude = std::abs(value);
-        // A zero has no phase of its own.
+        // A value of zero has no phase.
         const double wrapped = magnitude > 0.0 ? std::arg(value) : previous;
         if (!frequencies_.empty())
-            turns -= std::round((wrapped - previous) / kTurn);
+            turns -= std::round((wrapped - previous) / kRadiansPerTurn);
         previous = wrapped;
         frequencies_.push_back(frequency);
         magnitudes_.push_back(magnitude);
-        phases_.push_back(wrapped + turns * kTurn);
+        phases_.push_back(wrapped + turns * kRadiansPerTurn);
     }
     strongest_ = *std::max_element(magnitudes_.begin(), magnitudes_.end());
     if (frequencies_.front() > 0.0)
         ExtendToDc();
     phases_.front() = NearestMultipleOfPi(phases_.front());
-    // A whole number of turns is none: 0 at 0 Hz, or pi where the fixture inverts.
-    const double surplus = kTurn * std::floor(phases_.front() / kTurn + 0.25);
+    // Without whole turns: 0 at 0 Hz, or pi where the fixture inverts. The quarter keeps rounding from deciding.
+    const double surplus = kRadiansPerTurn * std::floor(phases_.front() / kRadiansPerTurn + 0.25);
     for (double& phase : phases_)
         phase -= surplus;
 }
@@ -92,14 +93,14 @@ void FixtureResponse::ExtendToDc()
     const double slope = SlopeOf(std::span(frequencies_).first(points), std::span(phases_).first(points));
     const double atDc = NearestMultipleOfPi(phases_.front() - slope * firstMeasured_);
 
-    // The loss of a conductor's skin, a + b sqrt(f) in dB, through the first point and one two octaves above.
-    const auto further = std::min_element(frequencies_.begin() + 1, frequencies_.end(), [this](double a, double b) {
+    // Skin-effect loss, a + b sqrt(f) in dB, through the first point and the one nearest to two octaves above it.
+    const auto second = std::min_element(frequencies_.begin() + 1, frequencies_.end(), [this](double a, double b) {
         const double wanted = kSkinEffectSpan * firstMeasured_;
         return std::abs(a - wanted) < std::abs(b - wanted);
     });
     const double loss =
-        std::log(magnitudes_.front() / magnitudes_[static_cast<std::size_t>(further - frequencies_.begin())]);
-    const double rise = loss / (std::sqrt(*further / firstMeasured_) - 1.0);
+        std::log(magnitudes_.front() / magnitudes_[static_cast<std::size_t>(second - frequencies_.begin())]);
+    const double rise = loss / (std::sqrt(*second / firstMeasured_) - 1.0);
     rise_ = std::isnan(rise) ? 0.0 : std::clamp(rise, -kLargestRise, kLargestRise);
 
     frequencies_.insert(frequencies_.begin(), 0.0);
@@ -118,8 +119,8 @@ FixtureResponse::Polar FixtureResponse::At(double frequency) const
 HermitianBins FixtureSpectrum(const FixtureResponse& fixture, FixtureUse use, const FixtureLimits& limits,
                               double sampleRate, std::size_t count)
 {
-    const double reach = std::min(fixture.LastFrequency(), sampleRate / 2.0);
-    const double widest = reach / (1.0 + kTaperWidth);
+    const double highest = std::min(fixture.LastFrequency(), sampleRate / 2.0);
+    const double widest = highest / (1.0 + kTaperWidth);
     const double bandwidth = limits.bandwidth > 0.0 ? std::min(limits.bandwidth, widest) : widest;
     const double largestGain = std::pow(10.0, limits.boostDb / 20.0) / fixture.Strongest();
     const auto at = [&](double frequency) {
@@ -133,7 +134,7 @@ HermitianBins FixtureSpectrum(const FixtureResponse& fixture, FixtureUse use, co
     const double spacing = sampleRate / static_cast<double>(count);
     for (std::size_t k = 0; k <= count / 2 && k < count; ++k) {
         const double frequency = static_cast<double>(k) * spacing;
-        const bool isPassed = frequency <= reach && frequency < bandwidth * (1.0 + kTaperWidth);
+        const bool isPassed = frequency <= highest && frequency < bandwidth * (1.0 + kTaperWidth);
         const Complex value = isPassed ? at(frequency) : 0.0;
         const bool isReal = k == 0 || 2 * k == count;
         bins.Set(k, isReal ? value.real() : value);

@@ -11,8 +11,9 @@
 
 namespace Tarnwick::DSO::Maths {
 
-/// A measured transmission between and below its frequencies: magnitude and unwrapped phase, linear in between.
-/// (Real and imaginary part, interpolated, would lose magnitude where the phase turns fast.)
+/// A measured transmission at any frequency: magnitude and unwrapped phase, linear between the measured frequencies. (Real
+/// and imaginary part, interpolated, would lose magnitude where the phase changes fast.) Below the first one the phase goes
+/// on linearly to a multiple of pi at 0 Hz and the loss as that of the skin effect.
 class TARNWICK_FRAMEWORK_API FixtureResponse {
 public:
     /// @param data  [Hz] to finite values, at least two, none at a negative frequency
@@ -32,7 +33,7 @@ public:
 private:
     void ExtendToDc();
 
-    // With an entry at 0 Hz.
+    // The first entry is at 0 Hz.
     std::vector<double> frequencies_;
     std::vector<double> magnitudes_;
     std::vector<double> phases_;
@@ -49,8 +50,15 @@ struct FixtureLimits {
     double bandwidth;  // [Hz] -6 dB point of the taper; 0: as far as data and sample rate reach
 };
 
-/// The spectrum over `count` bins k fs/count.
+/// The spectrum that removes or adds the fixture, of `count` bins at k sampleRate/count: the transmission or, up to the
+/// boost, its inverse, times a taper that is 1 up to 0.8 of the bandwidth and a raised cosine to 0 at 1.2 of it.
+/// @param sampleRate  [Hz]
 TARNWICK_FRAMEWORK_API HermitianBins FixtureSpectrum(const FixtureResponse& fixture, FixtureUse use,
                                                      const FixtureLimits& limits, double sampleRate, std::size_t count);
+
+/// Error of a waveform from which a fixture of 3 dB at 10 GHz, measured in steps of 10 MHz, is removed or to which it is added:
+/// rms over rms, within the band.
+inline constexpr double kFixtureRemovedError = 7.5e-5;
+inline constexpr double kFixtureAddedError = 9.5e-5;
 
 }  // namespace Tarnwick::DSO::Maths

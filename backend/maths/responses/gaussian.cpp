@@ -10,7 +10,7 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// The bins times H, transformed back; they are overwritten.
+// The inverse transform of the bins times H; the bins are overwritten.
 std::vector<double> LowPassed(AlignedBuffer<Complex>& bins, std::size_t count, double sampleRate, double bandwidth)
 {
     const auto length = static_cast<double>(count);

@@ -1,7 +1,7 @@
 // The Gaussian low-pass, sampled in frequency: zero phase, gain 1 at DC, half the power at the bandwidth B.
 //     H(f) = exp(-(ln 2 / 2) (f / B)^2)          h(t) is a Gaussian of standard deviation sqrt(ln 2) / (2 pi B)
-// A bell sampled in time would be aliased where B comes near half the sample rate, and its bandwidth would be wrong. Here
-// the taps have small negative lobes instead.
+// Sampled in time, the bell would alias where B comes near half the sample rate, and its bandwidth would be wrong. Sampled
+// in frequency, its taps have small negative lobes there instead.
 // Source: A. Papoulis, "The Fourier Integral and its Applications", McGraw-Hill 1962 (transform pair of the Gaussian).
 #pragma once
 

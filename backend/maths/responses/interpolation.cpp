@@ -23,7 +23,7 @@ void InterpolateLinear(std::span<const double> x, std::span<const double> y, std
             return std::numeric_limits<double>::quiet_NaN();
         const auto above = static_cast<std::size_t>(std::upper_bound(x.begin(), x.end(), point) - x.begin());
         const std::size_t k = above - 1;
-        // At a node also where its neighbour is infinite.
+        // Exact at a node, even where its neighbour is infinite.
         if (point == x[k])
             return y[k];
         return y[k] + (y[above] - y[k]) * ((point - x[k]) / (x[above] - x[k]));

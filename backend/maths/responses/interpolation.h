@@ -12,7 +12,7 @@ namespace Tarnwick::DSO::Maths {
 /// The first index whose abscissa does not lie above the one before it; nothing when all of them ascend.
 TARNWICK_FRAMEWORK_API std::optional<std::size_t> FirstNotAscending(std::span<const double> x);
 
-/// The straight line between the neighbours of each point; exactly y[k] at x[k], NaN outside x and at NaN.
+/// The straight line between the neighbours of each point; exactly y[k] at x[k], NaN outside x and for a point that is NaN.
 ///     y(xi) = y[k] + (y[k + 1] - y[k]) (xi - x[k]) / (x[k + 1] - x[k])
 /// @param x       strictly ascending
 /// @param y       as many values

@@ -9,8 +9,8 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// White noise of variance 1 leaves a response with the mean of |H|^2 over all bins. The mirrored half is folded onto
-// bins 0 .. h by the weights.
+// White noise of variance 1 leaves a response with the mean of |H|^2 over all bins as its variance. The weights fold the
+// mirrored half onto bins 0 .. h.
 struct FoldedBins {
     std::vector<double> magnitude;
     std::vector<double> weight;
@@ -75,10 +75,10 @@ bool PreserveNoise(std::span<Complex> response, std::span<const double> frequenc
             inBandWeight += weight;
         } else if (frequencies[k] <= upper) {
             const double ramp = Ramp(frequencies[k], corner, end);
-            const double kept = magnitude * (1.0 - ramp);
+            const double unlifted = magnitude * (1.0 - ramp);
             a += weight * ramp * ramp;
-            b += 2.0 * weight * kept * ramp;
-            c += weight * kept * kept;
+            b += 2.0 * weight * unlifted * ramp;
+            c += weight * unlifted * unlifted;
         } else {
             abovePower += weight * magnitude * magnitude;
         }
@@ -92,8 +92,9 @@ bool PreserveNoise(std::span<Complex> response, std::span<const double> frequenc
     if (!std::isfinite(level))
         return false;
 
-    // Where the response is as good as zero it has no phase of its own: there the phase goes on in a straight line.
-    const double floor = 1e-9 * *std::max_element(bins.magnitude.begin(), bins.magnitude.end());
+    // Where the response is practically zero it has no phase of its own: there the phase goes on in a straight line.
+    constexpr double kZeroShare = 1e-9;  // of the largest magnitude
+    const double floor = kZeroShare * *std::max_element(bins.magnitude.begin(), bins.magnitude.end());
     Complex before(1.0, 0.0);
     Complex last(1.0, 0.0);
     for (std::size_t k = 0; k <= half; ++k) {

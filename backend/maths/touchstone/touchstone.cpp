@@ -41,7 +41,7 @@ bool IsHexDigit(char c)
     return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
-// Behind 0x, a hexadecimal number has a digit at once or behind its point.
+// After 0x a hexadecimal number has a digit, or a point and a digit.
 bool IsHexadecimal(std::string_view text)
 {
     if (text.size() < 3 || text[0] != '0' || (text[1] != 'x' && text[1] != 'X'))
@@ -49,7 +49,7 @@ bool IsHexadecimal(std::string_view text)
     return IsHexDigit(text[2]) || (text[2] == '.' && text.size() > 3 && IsHexDigit(text[3]));
 }
 
-// Whether a number that was read as zero has other digits: it is too small then.
+// Whether a number that was read as zero has other digits, and is therefore too small.
 bool HasDigits(std::string_view number, bool hexadecimal)
 {
     return std::any_of(number.begin(), number.end(), [&, inExponent = false](char c) mutable {
@@ -125,7 +125,7 @@ Number NumberAtStart(std::string_view text)
     if (error == std::errc::invalid_argument)
         return {};
     const auto length = static_cast<std::size_t>(end - text.data());
-    // Libraries differ in what they call out of range; so the value is looked at as well.
+    // Standard libraries differ in what they report as out of range, so the value is checked as well.
     const bool isLiteral = !IsHexDigit(*begin) && *begin != '.';  // infinity or NaN
     const bool isTooLarge = std::isinf(value) && !isLiteral;
     const bool isTooSmall = value == 0.0 ? HasDigits({begin, static_cast<std::size_t>(end - begin)}, isHexadecimal)
@@ -153,8 +153,8 @@ Tokens Split(std::string_view line, std::string_view delimiters)
 {
     Tokens tokens;
     const auto add = [&tokens](std::string_view token) {
-        if (tokens.count < Tokens::kKept)
-            tokens.kept[tokens.count] = token;
+        if (tokens.count < Tokens::kMostStored)
+            tokens.stored[tokens.count] = token;
         ++tokens.count;
     };
     const auto isDelimiter = [first = delimiters.front(), last = delimiters.back()](char c) {
@@ -194,7 +194,7 @@ std::optional<PairFormat> FormatOf(std::string_view name)
 
 namespace {
 
-// Numbers of a line, one after the other; the first that is none ends it.
+// The numbers of a line, up to the first token that is not one.
 class NumbersOf {
 public:
     explicit NumbersOf(const Tokens& tokens) : tokens_(tokens) {}
@@ -202,7 +202,7 @@ public:
     {
         if (failure_)
             return 0.0;
-        const Number number = NumberAtStart(tokens_.kept[token]);
+        const Number number = NumberAtStart(tokens_.stored[token]);
         if (number.status != NumberStatus::Number)
             Fail(number.status == NumberStatus::Invalid ? LineFailure::Reason::InvalidNumber
                                                         : LineFailure::Reason::NumberOutOfRange,
@@ -212,7 +212,7 @@ public:
     double FrequencyAt(std::size_t token)
     {
         const double frequency = At(token);
-        // It has no place in an order.
+        // The result is ordered by frequency, and NaN cannot be.
         if (std::isnan(frequency))
             Fail(LineFailure::Reason::FrequencyNotANumber, token);
         return frequency;
@@ -229,7 +229,7 @@ private:
     std::optional<LineFailure> failure_;
 };
 
-std::optional<LineFailure> IfFewerThan(std::size_t needed, const Tokens& tokens, bool isOptions)
+std::optional<LineFailure> FailureIfFewerThan(std::size_t needed, const Tokens& tokens, bool isOptions)
 {
     if (tokens.count >= needed)
         return std::nullopt;
@@ -282,10 +282,10 @@ std::optional<LineFailure> TouchstoneReader::TakeTableRow(std::string_view line)
 std::optional<LineFailure> TouchstoneReader::TakeOptions(std::string_view line)
 {
     const Tokens tokens = Split(line, " ");
-    if (const auto failure = IfFewerThan(4, tokens, true))
+    if (const auto failure = FailureIfFewerThan(4, tokens, true))
         return failure;
-    multiplier_ = UnitOf(tokens.kept[1]);
-    format_ = FormatOf(tokens.kept[3]).value_or(format_);
+    multiplier_ = UnitOf(tokens.stored[1]);
+    format_ = FormatOf(tokens.stored[3]).value_or(format_);
     return std::nullopt;
 }
 
@@ -293,10 +293,10 @@ std::optional<LineFailure> TouchstoneReader::TakeData(std::string_view line)
 {
     const Tokens tokens = Split(line, " \t");
     const std::size_t needed = kind_ == FileKind::OnePort ? 3 : kind_ == FileKind::TwoPort ? 5 : 8;
-    if (const auto failure = IfFewerThan(needed, tokens, false))
+    if (const auto failure = FailureIfFewerThan(needed, tokens, false))
         return failure;
     NumbersOf numbers(tokens);
-    // A line of any other length has no frequency of its own; a two-port's value then stands at 0 Hz. Deliberate.
+    // A line of any other length has no frequency of its own; a two-port's value then goes to 0 Hz. Deliberate.
     const bool hasFrequency = tokens.count == kRecordTokens;
     const double frequency = hasFrequency || kind_ == FileKind::OnePort ? numbers.FrequencyAt(0) * multiplier_ : 0.0;
     const auto valueAt = [&](std::size_t token) {

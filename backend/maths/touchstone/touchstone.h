@@ -1,8 +1,8 @@
 // S-parameter files line by line: numbers, tokens and the rules that turn them into a fixture's transmission.
 //     .s1p  f S11                              .s4p  four lines of four pairs, the first with f: Sdd21
 //     .s21  f, dB, radians                     any other name: f S11 S21 S12 S22, of which S21
-// The rules are narrower than Touchstone files are wide (EIA/IBIS Open Forum, "Touchstone File Format Specification",
-// rev. 1.1): touchstoneplain.h reads those as they are meant.
+// These rules cover less than the format allows (EIA/IBIS Open Forum, "Touchstone File Format Specification", rev. 1.1):
+// touchstoneplain.h reads such files as they are meant.
 #pragma once
 
 #include <array>
@@ -24,7 +24,7 @@ using Transmission = std::map<double, std::complex<double>>;
 
 enum class FileKind { Table, OnePort, TwoPort, FourPort };
 
-/// By the name's end in lower case, which must not stand in it twice; any other name is a two-port's.
+/// By the extension, in lower case and found only once in the name; any other name is that of a two-port.
 TARNWICK_FRAMEWORK_API FileKind KindOf(std::string_view fileName);
 
 /// What the pairs of a Touchstone file are.
@@ -36,7 +36,7 @@ TARNWICK_FRAMEWORK_API std::complex<double> FromPair(PairFormat format, double a
 
 /// How a four-port file numbers its ports: the pairs are 1, 2 and 3, 4, or 1, 3 and 2, 4.
 enum class PortPairs { Neighbours, Alternate };
-/// By the number that stands for it in a host's settings: 0, or any other.
+/// By the number in a host's settings: 0 is neighbours, any other alternate.
 constexpr PortPairs PairsOf(int portOrder)
 {
     return portOrder == 0 ? PortPairs::Neighbours : PortPairs::Alternate;
@@ -54,7 +54,7 @@ enum class NumberStatus { Number, Invalid, OutOfRange };
 struct Number {
     double value = 0.0;
     NumberStatus status = NumberStatus::Invalid;
-    std::size_t length = 0;  ///< characters up to the end of the number, leading blanks counted
+    std::size_t length = 0;  ///< characters up to the end of the number, leading blanks included
 };
 
 /// The longest number at the start of the text, in the "C" locale whatever the process's: as std::stod, which skips
@@ -67,12 +67,11 @@ TARNWICK_FRAMEWORK_API bool IsBlank(std::string_view text);
 /// The text in upper case, ASCII letters only.
 TARNWICK_FRAMEWORK_API std::string UpperCase(std::string_view text);
 
-/// The runs of characters between delimiters. A line that ends in a delimiter has one more, empty token; so has an empty
-/// one.
+/// The runs of characters between delimiters. A line that ends in a delimiter, or is empty, has one more, empty token.
 struct Tokens {
-    static constexpr std::size_t kKept = 9;
-    std::array<std::string_view, kKept> kept;
-    std::size_t count = 0;  ///< of all, of which the first are kept
+    static constexpr std::size_t kMostStored = 9;
+    std::array<std::string_view, kMostStored> stored;
+    std::size_t count = 0;  ///< of all tokens, of which the first ones are stored
 };
 TARNWICK_FRAMEWORK_API Tokens Split(std::string_view line, std::string_view delimiters);
 
@@ -96,16 +95,16 @@ struct LineFailure {
 TARNWICK_FRAMEWORK_API std::string RefusalOf(const LineFailure& failure, std::string_view reader,
                                              std::string_view fileName, std::size_t line);
 
-/// Reads the lines of a file in their order; keeps, beside the result, one matrix.
+/// Reads the lines of a file in their order. Beside the result it holds one matrix.
 class TARNWICK_FRAMEWORK_API TouchstoneReader {
 public:
     TouchstoneReader(FileKind kind, PortPairs pairs) : kind_(kind), pairs_(pairs) {}
 
     /// @param line  without its end
-    /// @return why it is refused, and nothing taken from it; nothing when it is fine
+    /// @return why the line is refused, in which case nothing is taken from it; nothing when it is accepted
     std::optional<LineFailure> Take(std::string_view line);
 
-    /// The result once all lines were taken; four-port records up to the last whole matrix.
+    /// The result, after all lines; four-port records up to the last whole matrix.
     Transmission Finish();
 
     // What the option lines have set so far.
@@ -121,17 +120,18 @@ private:
 
     FileKind kind_;
     PortPairs pairs_;
-    double multiplier_ = -1.0;  // data before any option line stand at negated frequencies; deliberate
+    double multiplier_ = -1.0;  // data before any option line get negated frequencies. Deliberate.
     PairFormat format_ = PairFormat::RealImaginary;
     Transmission transmission_;
-    // Of a four-port file: frequencies and matrices are counted apart, and meet in Finish.
+    // Of a four-port file: frequencies and matrices are collected apart and paired in Finish.
     std::vector<double> frequencies_;
     std::vector<std::complex<double>> differential_;
     std::array<std::complex<double>, 16> matrix_{};
     std::size_t filled_ = 0;
 };
 
-/// Where there is no value at 0 Hz and the second frequency is exactly twice the first: the magnitude of the first there.
+/// Adds a point at 0 Hz with the magnitude of the first point, if there is none and the second frequency is exactly twice
+/// the first.
 /// @return whether it was added
 TARNWICK_FRAMEWORK_API bool AddDcPoint(Transmission& transmission);
 

@@ -28,7 +28,7 @@ std::string Quoted(std::string_view word)
     return std::string("\"").append(word).append("\"");
 }
 
-// A decimal number from end to end.
+// A word that is a decimal number as a whole.
 std::optional<double> DecimalOf(std::string_view word)
 {
     const Number number = NumberAtStart(word);
@@ -105,7 +105,7 @@ void PlainTouchstoneReader::TakeData(std::string_view line, Line& taken)
             return;
         }
         if (record_.empty() && lastFrequency_ && *number * options_.unit <= *lastFrequency_) {
-            // Behind the S-parameters of a two-port, a frequency that does not ascend begins its noise parameters.
+            // After the S-parameters of a two-port, a frequency that does not ascend begins its noise parameters.
             inNoise_ = inNoise_ || kind_ == FileKind::TwoPort;
             taken.repeatsFrequency = kind_ != FileKind::TwoPort;
         }

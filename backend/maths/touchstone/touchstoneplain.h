@@ -30,21 +30,21 @@ public:
         std::string reason;
     };
 
-    /// What a line was taken for.
+    /// What a line was read as.
     struct Line {
         enum class Kind { Empty, Options, FurtherOptions, Data, Noise, Keyword };
         Kind kind = Kind::Empty;
         std::size_t numbers = 0;        ///< data: tokens before a comment
-        bool hasComment = false;        ///< behind something else
-        bool startsRecord = false;      ///< data: nothing of a record was open before
-        bool repeatsFrequency = false;  ///< data: a record starts that does not lie above the one before
+        bool hasComment = false;        ///< after something else
+        bool startsRecord = false;      ///< data: no record was incomplete before
+        bool repeatsFrequency = false;  ///< data: a record starts whose frequency is not above the one before
         std::optional<Problem> problem;
     };
     Line Take(std::string_view line);
 
     const Options& Settings() const { return options_; }
     bool HasSettings() const { return hasOptions_; }
-    /// Numbers that the record begun last lacks; 0 when it is whole.
+    /// Numbers missing from the last record; 0 when it is complete.
     std::size_t Missing() const { return record_.empty() ? 0 : recordSize_ - record_.size(); }
     std::size_t RecordSize() const { return recordSize_; }
     const Transmission& Values() const { return transmission_; }

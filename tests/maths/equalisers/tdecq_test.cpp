@@ -95,7 +95,6 @@ TEST(EyeClosureMeasure, KnowsAnIdealAndAClosedEye)
     EXPECT_NEAR(ideal.tdecqDb, 0.0, 0.01);
     EXPECT_NEAR(ideal.oma, 1.0, 1e-12);
     EXPECT_EQ(ideal.noiseGain, 1.0);
-    // A front end of 5 GHz delays by less than half a UI.
     const EyeClosure closed = MeasureClosure(Behind(sent, 5.0), *symbols, kSpu, pass);
     EXPECT_TRUE(closed.closed);
     EXPECT_GT(closed.tdecqDb, 50.0);

@@ -13,10 +13,9 @@ namespace {
 using namespace Tarnwick::DSO::Maths;
 
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-// A value that rounds to its target at five decimals, and what that is in decibels around 1.
-constexpr double kRounding = 5e-6;
+// The design's error, to rounding, and what it is in decibels around 1.
+constexpr double kRounding = kDesignError;
 constexpr double kRoundingDb = kRounding * 8.6859;
-constexpr double kHighest = 60e9;  // [Hz] where the search for a peak ends
 
 double Db(double ratio)
 {
@@ -57,39 +56,35 @@ TEST(CtlePeakingDesign, EndsForEveryGain)
         EXPECT_FALSE(DesignPeaking(symbolRate, 6.0)) << symbolRate;
 }
 
-// The key is the peaking, |H| at its peak over |H| at DC, and the DC gain brings the peak to 0 dB: both to what six decimals
-// of the gain and of the corners leave.
-TEST(CtleIeee802_3bs, PresetsAreFoundByTheirKey)
+// Their DC gain takes back what the key lifts.
+TEST(CtleIeee802_3bs, PresetsAreFoundByTheirKeyAndPeakAtUnity)
 {
     for (int step = 2; step <= 18; ++step) {
         const Ieee802_3bsPreset* const preset = FindIeee802_3bsPreset(0.5 * step);
         ASSERT_NE(preset, nullptr) << step;
         EXPECT_EQ(preset->keyDb, 0.5 * step);
         EXPECT_NEAR(std::abs(preset->Response()(0.0)), std::pow(10.0, -preset->keyDb / 20.0), 0.5001e-6) << step;
-        EXPECT_NEAR(Db(FindPeak(preset->Response(), kHighest).magnitude / preset->dcGain), preset->keyDb, 5e-4);
+        EXPECT_NEAR(Db(FindPeak(preset->Response(), 60e9).magnitude), 0.0, kPresetPeakErrorDb) << step;
     }
-    EXPECT_NEAR(FindPeak(FindIeee802_3bsPreset(1.0)->Response(), kHighest).frequency, 13.03e9, 5e6);
-    EXPECT_NEAR(FindPeak(FindIeee802_3bsPreset(9.0)->Response(), kHighest).frequency, 18.44e9, 5e6);
+    EXPECT_NEAR(FindPeak(FindIeee802_3bsPreset(1.0)->Response(), 60e9).frequency, 13.03e9, 5e6);
+    EXPECT_NEAR(FindPeak(FindIeee802_3bsPreset(9.0)->Response(), 60e9).frequency, 18.44e9, 5e6);
     for (const double other : {0.5, 1.25, 9.5, kNan, std::nextafter(4.0, 5.0)})
         EXPECT_EQ(FindIeee802_3bsPreset(other), nullptr) << other;
 }
 
-TEST(CtleHdmi, LevelsAreTheirWholePart)
+TEST(CtleHdmi, LevelsAreTheirWholePartAndPeaking)
 {
     const std::pair<double, double> cases[] = {{1, 1.35}, {2, 1.57},    {3.9, 1.8}, {4, 2.05}, {5.5, 2.32}, {6, 2.63},
                                                {7, 2.97}, {8.99, 3.34}, {0.99, 0},  {9, 0},    {kNan, 0}};
     for (const auto& [level, ratio] : cases)
         EXPECT_EQ(HdmiPeakingRatio(level), ratio) << level;
-}
-
-// Poles and zero lie so near each other that the peak stays below the ratio: a level is its peaking in dB.
-TEST(CtleHdmi, LevelsAreTheirPeaking)
-{
-    const double peakings[] = {1.016, 2.017, 3.016, 4.018, 5.002, 6.022, 7.027, 8.008};  // [dB] to the digits given
-    for (const auto& [level, ratio] : kHdmiLevels) {
-        const auto response = HdmiResponse(ratio, kHdmiPole1, kHdmiPole2, kHdmiPole1 / ratio);
-        EXPECT_NEAR(Db(FindPeak(response, kHighest).magnitude), peakings[level - 1], 5.1e-4);
-        EXPECT_NEAR(std::abs(response(0.0)), 1.0, DBL_EPSILON);
+    const double peakings[] = {1.016, 2.017, 3.016, 4.018, 5.002, 6.022, 7.027, 8.008};  // [dB]
+    for (const HdmiLevel& row : kHdmiLevels) {
+        const auto response = HdmiResponse(row.peakingRatio, kHdmiPole1, kHdmiPole2, kHdmiPole1 / row.peakingRatio);
+        EXPECT_NEAR(std::abs(response(0.0)), 1.0, 4 * DBL_EPSILON) << row.level;
+        const double peaking = Db(FindPeak(response, 60e9).magnitude);
+        EXPECT_NEAR(peaking, row.level, kHdmiLevelErrorDb);
+        EXPECT_NEAR(peaking, peakings[row.level - 1], 5.1e-4) << row.level;  // the digits of the figures
     }
 }
 
@@ -122,8 +117,9 @@ TEST(CtleCable, HasItsGainAtHalfTheSymbolRate)
     for (const auto& [part, db] : cases)
         EXPECT_NEAR(Db(std::abs(response(part * symbolRate))), db, 6e-4) << part;
     for (const double gain : {-20.0, -12.0, 0.0, 8.0, 20.0}) {
-        EXPECT_NEAR(Db(std::abs(CableResponse(symbolRate, gain)(symbolRate / 2.0))), gain, 1e-5);
-        EXPECT_NEAR(std::abs(CableResponse(symbolRate, gain)(0.0)), 1.0, 1e-7);
+        const CableResponse cable(symbolRate, gain);
+        EXPECT_NEAR(Db(std::abs(cable(symbolRate / 2.0))), gain, kCableGainErrorDb) << gain;
+        EXPECT_NEAR(std::abs(cable(0.0)), 1.0, 4 * DBL_EPSILON) << gain;
     }
 }
 

@@ -96,11 +96,12 @@ TEST(TouchstoneTokens, DropEmptyRunsButTheOneAtTheEnd)
                  {",1,,2,", ",", {"1", "2", ""}}};
     for (const auto& [line, delimiters, expected] : cases) {
         const Tokens tokens = Split(line, delimiters);
-        EXPECT_EQ(std::vector<std::string>(tokens.kept.begin(), tokens.kept.begin() + tokens.count), expected) << line;
+        EXPECT_EQ(std::vector<std::string>(tokens.stored.begin(), tokens.stored.begin() + tokens.count), expected)
+            << line;
     }
     const Tokens many = Split("1 2 3 4 5 6 7 8 9 10 11 ", " ");
     EXPECT_EQ(many.count, 12U);
-    EXPECT_EQ(many.kept.back(), "9");
+    EXPECT_EQ(many.stored.back(), "9");
 }
 
 TEST(TouchstoneKind, IsTheEndOfTheNameWhereThatStandsOnce)
