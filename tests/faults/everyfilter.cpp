@@ -216,10 +216,10 @@ FilterKind Ffe(std::string name, E_SIGNAL_CODING coding, FfeTraits traits)
     traits.coding = coding;
     traits.prepared = [](const FFEFilter& f, const FFEFilterParameters& p) {
         const DeviceConfiguration& config = *p.GetConfig();
-        std::vector<double> found = KernelOf(f, p.useTdecqEqualizer ? config.patternLengthUi * p.samplesPerUi
-                                                                    : p.samplesPerUi / p.tapsPerUi * p.numberOfTaps);
-        found.insert(found.end(), p.appliedTaps.begin(), p.appliedTaps.end());
-        return found;
+        std::vector<double> prepared = KernelOf(f, p.useTdecqEqualizer ? config.patternLengthUi * p.samplesPerUi
+                                                                       : p.samplesPerUi / p.tapsPerUi * p.numberOfTaps);
+        prepared.insert(prepared.end(), p.appliedTaps.begin(), p.appliedTaps.end());
+        return prepared;
     };
     return KindOf(std::move(name), "FFEFilter", std::move(traits));
 }
@@ -263,9 +263,9 @@ FilterKind Dfe(std::string name, E_SIGNAL_CODING coding, bool manual)
     traits.prepared = [manual](const auto&, const auto& p) {
         if (manual)
             return std::vector<double>{};  // the host's
-        std::vector<double> found = p.taps;
-        found.push_back(p.samplingDelayPs);
-        return found;
+        std::vector<double> prepared = p.taps;
+        prepared.push_back(p.samplingDelayPs);
+        return prepared;
     };
     return KindOf(std::move(name), "DFEFilter", std::move(traits));
 }

@@ -10,7 +10,7 @@
 #include <numeric>
 
 #include "framework/fftifft.h"
-#include "maths/accuracy.h"
+#include "maths/responses/fixtureresponse.h"
 #include "support/captures.h"
 #include "support/expectations.h"
 #include "support/references.h"

@@ -166,7 +166,7 @@ double BesselThomson::GetDefaultCutoff(int order, bool halfAmplitude)
 
 double* BesselThomson::GetBesselThomsonFrequencyDomainFilter(BesselThomsonParameters* parameters)
 {
-    const std::vector<double> taps = ImpulseResponse(Given<BesselThomsonParameters>(kFilter, parameters));
+    const std::vector<double> taps = ImpulseResponse(ParametersOf<BesselThomsonParameters>(kFilter, parameters));
     return NewArrayFrom<double>(taps).release();
 }
 
@@ -218,7 +218,7 @@ void BesselThomson::BesselThomson4th(std::vector<double>* impulseResponse, std::
 void BesselThomson::Prepare(SignalData*)
 {
     TARNWICK_TRACE("BesselThomson::Prepare...");
-    auto& settings = Given<BesselThomsonParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<BesselThomsonParameters>(kFilter, parameters);
     const Sizes sizes = SizesOf(settings);
     RequireBuildable(settings, sizes);
     if (settings.preserveNoise)
@@ -236,7 +236,7 @@ void BesselThomson::Prepare(SignalData*)
 double* BesselThomson::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    const auto& settings = Given<BesselThomsonParameters>(kFilter, parameters);
+    const auto& settings = ParametersOf<BesselThomsonParameters>(kFilter, parameters);
     const int period = SizesOf(settings).samplesPerPattern;
     if (period < 2)
         Refuse(kFilter, "samplesPerPattern", period, "at least 2 samples");

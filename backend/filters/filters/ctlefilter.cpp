@@ -211,7 +211,7 @@ CTLEFilter::~CTLEFilter() = default;
 
 void CTLEFilter::GetCTLEFilterParams(CTLEFilterParameters* parameters)
 {
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     RequireGain(settings);
     const auto design = Maths::DesignPeaking(SymbolRate(config), settings.gain);
@@ -227,7 +227,7 @@ void CTLEFilter::GetCTLEFilterParams(CTLEFilterParameters* parameters)
 
 void CTLEFilter::GetCtleParams_HDMI(CTLEFilterParameters* parameters)
 {
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     settings.peakingRatio = Maths::HdmiPeakingRatio(settings.gain);
     settings.pole1 = Maths::kHdmiPole1;
     settings.pole2 = Maths::kHdmiPole2;
@@ -236,7 +236,7 @@ void CTLEFilter::GetCtleParams_HDMI(CTLEFilterParameters* parameters)
 
 void CTLEFilter::GetCTLEFilter_IEEE802_3bs_PolesAndZeros(CTLEFilterParameters* parameters)
 {
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const Maths::Ieee802_3bsPreset& preset = PresetOf(settings);
     settings.dcGain = preset.dcGain;
     settings.pole1 = preset.pole1 * Maths::kRadPerGHz;
@@ -248,7 +248,7 @@ void CTLEFilter::GetCTLEFilter_IEEE802_3bs_PolesAndZeros(CTLEFilterParameters* p
 
 void CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4Params(CTLEFilterParameters* parameters)
 {
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     settings.dcGain = settings.gain;
     settings.dcGain2 = settings.gain2;
 }
@@ -256,7 +256,7 @@ void CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4Params(CTLEFilterParamete
 void CTLEFilter::PolesAndZerosChanged(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const double symbolRate = SymbolRate(ConfigurationOf(kFilter, settings));
     RequireFiniteInputs(settings,
                         {{"pole1", &P::pole1}, {"pole2", &P::pole2}, {"zero1", &P::zero1}, {"dcGain", &P::dcGain}});
@@ -276,7 +276,7 @@ Complex CTLEFilter::ComplexConjugate(Complex value)
 std::vector<double> CTLEFilter::GetCTLEFilter(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const Grid grid = GridOf(settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"pole1", &P::pole1}, {"pole2", &P::pole2}});
     if (settings.type == CTLE_HDMI) {
@@ -294,7 +294,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter(CTLEFilterParameters* parameters)
 
 std::vector<double> CTLEFilter::GetCTLEFilter_HDMI_2_0(CTLEFilterParameters* parameters)
 {
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     RequireCableGain(settings);
     const Grid grid = GridOf(settings, settings.samplesPerUi);
     return ImpulseResponse(settings, grid, Maths::CableResponse(SymbolRate(*settings.GetConfig()), settings.gain));
@@ -303,7 +303,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter_HDMI_2_0(CTLEFilterParameters* par
 std::vector<double> CTLEFilter::GetCTLEFilter_IEEE802_3bs(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const Grid grid = GridOf(settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"dcGain", &P::dcGain},
                                    {"pole1", &P::pole1},
@@ -319,7 +319,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter_IEEE802_3bs(CTLEFilterParameters* 
 std::vector<double> CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const Grid grid = GridOf(settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"dcGain", &P::dcGain},
                                    {"dcGain2", &P::dcGain2},
@@ -336,7 +336,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4(CTLEFilte
 
 void CTLEFilter::Prepare(SignalData*)
 {
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const Variant& variant = VariantOf(settings.type);
     const double samplesPerUi = RefreshedSamplesPerUi(settings);
     const Grid grid = GridOf(settings, samplesPerUi);
@@ -359,7 +359,7 @@ void CTLEFilter::Prepare(SignalData*)
 double* CTLEFilter::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    auto& settings = Given<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const double period = ConfigurationOf(kFilter, settings).patternLengthUi * RefreshedSamplesPerUi(settings);
     if (!(period >= 1.0))
         Refuse(kFilter, "patternLengthUi * samplesPerUi", period, "at least 1 sample");

@@ -74,7 +74,7 @@ DeEmbeddingParameters::DeEmbeddingParameters(double, int samplesPerPattern, int,
 
 DeEmbeddingFilter::DeEmbeddingFilter(DeEmbeddingParameters* parameters)
 {
-    auto& settings = Given<DeEmbeddingParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<DeEmbeddingParameters>(kFilter, parameters);
     this->parameters = parameters;
     if (settings.GetConfig() != nullptr)
         SizesFrom(*settings.GetConfig()).Store(settings);
@@ -105,7 +105,7 @@ DeEmbeddingFilter::Sizes DeEmbeddingFilter::SizesFor(const DeEmbeddingParameters
 
 void DeEmbeddingFilter::Prepare()
 {
-    auto& settings = Given<DeEmbeddingParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<DeEmbeddingParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const Sizes sizes = SizesFor(settings);
     const auto data = loadSparamFile(settings.sparamFileName, settings.portOrder);
@@ -130,7 +130,7 @@ void DeEmbeddingFilter::Prepare()
 double* DeEmbeddingFilter::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    auto& settings = Given<DeEmbeddingParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<DeEmbeddingParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const char* const product = "samplesPerUi * patternLengthUi";
     const int period = CheckedProduct(kFilter, product, SizesFor(settings).samplesPerUi, config.patternLengthUi);

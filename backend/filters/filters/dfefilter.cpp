@@ -217,7 +217,7 @@ void DFEFilter::Prepare(SignalData* signal)
     TARNWICK_TRACE("DFEFilter::Prepare...");
     if (signal == nullptr)
         throw std::invalid_argument("Cannot Prepare DFE Filter Without a signal");
-    auto& settings = Given<DFEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<DFEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const std::span<const double> record = SamplesOf(kFilter, signal);
     // On a copy: a search that fails changes nothing.
@@ -239,7 +239,7 @@ void DFEFilter::Prepare(SignalData* signal)
 
 double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
 {
-    const auto& settings = Given<DFEFilterParameters>(kFilter, parameters);
+    const auto& settings = ParametersOf<DFEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const std::span<const double> record = SamplesOf(kFilter, signal);
     const Cut cut(settings, config, static_cast<int>(record.size()));
@@ -262,7 +262,7 @@ double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
 
 double* DFEFilter::Apply(SignalData* signal)
 {
-    auto& settings = Given<DFEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<DFEFilterParameters>(kFilter, parameters);
     if (settings.IsDirty()) {
         if (signal != nullptr) {
             const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);

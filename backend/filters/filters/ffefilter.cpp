@@ -149,8 +149,7 @@ FFEFilterParameters::FFEFilterParameters(DeviceConfiguration* config)
 
 void FFEFilterParameters::SetGaussianFilter(double* lowPass, std::int32_t length)
 {
-    gaussianOwner_.array =
-        lowPass != nullptr ? std::shared_ptr<double>(lowPass, SystemFramework::BoundaryRelease()) : nullptr;
+    gaussianOwner_.array = SystemFramework::SharedArray(lowPass);
     gaussianFilter = lowPass;
     gaussianFilterLength = length;
 }
@@ -189,7 +188,7 @@ FFEFilter::~FFEFilter()
 
 double* FFEFilter::GetOptimizedTaps(FFEFilterParameters* parameters)
 {
-    const auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    const auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     if (settings.taps.empty())
         return nullptr;
     return NewArrayFrom<double>(NormalisedTaps(settings)).release();
@@ -219,7 +218,7 @@ void FFEFilter::ApplyTaps(FFEFilterParameters& settings, std::vector<double> tap
 
 double* FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters* parameters, SignalData* signal)
 {
-    auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     return NewArrayFrom<double>(GetFFEAutomaticCoefficients(settings, this->parameters, signal)).release();
 }
 
@@ -235,7 +234,7 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
         residualError = std::numeric_limits<double>::quiet_NaN();
     } else {
         const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-        const auto& own = Given<FFEFilterParameters>(kFilter, searched);
+        const auto& own = ParametersOf<FFEFilterParameters>(kFilter, searched);
         ApplyTaps(settings,
                   GenerateFFEAutomaticCoefficients(
                       {{ConfigurationOf(kFilter, own), SamplesOf(kFilter, signal), config.patternLengthUi, grid,
@@ -257,7 +256,7 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
                                                     E_SIGNAL_CODING signalCoding, bool withoutGrayCoding,
                                                     bool narrowDelaySearch, double gaussianBandwidth)
 {
-    const auto& own = Given<FFEFilterParameters>(kFilter, parameters);
+    const auto& own = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     const std::vector<double> taps = GenerateFFEAutomaticCoefficients({{ConfigurationOf(kFilter, own),
                                                                         SamplesOf(kFilter, signal),
                                                                         patternLengthUi,
@@ -284,7 +283,7 @@ std::vector<double> FFEFilter::GenerateFFEAutomaticCoefficients(const LeastSquar
 
 double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, SignalData* signal)
 {
-    auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     RequirePreparable(settings, config, static_cast<int>(SamplesOf(kFilter, signal).size()));
     return NewArrayFrom<double>(GenerateTdecqEqualizer(settings, this->parameters, signal)).release();
@@ -303,10 +302,10 @@ std::vector<double> FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters& setti
         const auto lowPass =
             ArrayOf("gaussianFilter", "gaussianFilterLength", settings.gaussianFilter, settings.gaussianFilterLength);
         ApplyTaps(settings, GenerateTDECQAutomaticCoefficients(
-                                {{ConfigurationOf(kFilter, Given<FFEFilterParameters>(kFilter, searched)), record,
-                                  config.patternLengthUi, SymbolSpaced(settings.samplesPerUi, settings.numberOfTaps),
-                                  settings.signalCoding, settings.withoutGrayCoding, settings.useUserPattern,
-                                  settings.patternSymbols},
+                                {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, searched)),
+                                  record, config.patternLengthUi,
+                                  SymbolSpaced(settings.samplesPerUi, settings.numberOfTaps), settings.signalCoding,
+                                  settings.withoutGrayCoding, settings.useUserPattern, settings.patternSymbols},
                                  lowPass,
                                  std::max(settings.mainCursorPosition, 0) - 1}));
     }
@@ -337,7 +336,7 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
 // NOLINTEND(performance-unnecessary-value-param)
 {
     const std::vector<double> taps = GenerateTDECQAutomaticCoefficients(
-        {{ConfigurationOf(kFilter, Given<FFEFilterParameters>(kFilter, parameters)),
+        {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, parameters)),
           ArrayOf("samples", "sampleCount", samples, sampleCount), patternLengthUi,
           SymbolSpaced(samplesPerUi, numberOfTaps), signalCoding, withoutGrayCoding, useUserPattern, patternSymbols},
          ArrayOf("gaussianFilter", "gaussianFilterLength", gaussianFilter, gaussianFilterLength),
@@ -358,7 +357,7 @@ void FFEFilter::Prepare(SignalData* signal)
     TARNWICK_TRACE("FFEFilter::Prepare...");
     if (signal == nullptr)
         throw std::invalid_argument("Cannot Prepare FFE Filter Without a signal");
-    auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     (void)SamplesOf(kFilter, signal);
     // On a copy: a search that fails changes nothing.
@@ -400,7 +399,7 @@ void FFEFilter::Prepare(SignalData* signal)
 
 double* FFEFilter::Apply(SignalData* signal)
 {
-    auto& settings = Given<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     if (signal == nullptr && settings.IsDirty())
         Prepare(signal);

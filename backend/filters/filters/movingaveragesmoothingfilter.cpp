@@ -22,7 +22,7 @@ constexpr const char* kFilter = "MovingAverageSmoothingFilter";
 
 std::vector<double> Boxcar(MovingAverageWindowSmoothingParameters* parameters, const SignalData* signal)
 {
-    (void)Given<MovingAverageWindowSmoothingParameters>(kFilter, parameters);
+    (void)ParametersOf<MovingAverageWindowSmoothingParameters>(kFilter, parameters);
     const std::size_t recordLength = SamplesOf(kFilter, signal).size();
     const int window = Maths::OddWindow(parameters->WindowLength);
     if (static_cast<std::size_t>(window / 2) >= recordLength)
@@ -52,7 +52,7 @@ double* MovingAverageSmoothingFilter::MovingAverageSmoothing(MovingAverageWindow
 
 void MovingAverageSmoothingFilter::Prepare(SignalData* signal)
 {
-    SetKernel(Boxcar(&Given<MovingAverageWindowSmoothingParameters>(kFilter, parameters), signal));
+    SetKernel(Boxcar(&ParametersOf<MovingAverageWindowSmoothingParameters>(kFilter, parameters), signal));
     notPrepared = false;
     parameters->ResetDirty();
 }
@@ -60,7 +60,8 @@ void MovingAverageSmoothingFilter::Prepare(SignalData* signal)
 double* MovingAverageSmoothingFilter::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    const DeviceConfiguration* config = Given<MovingAverageWindowSmoothingParameters>(kFilter, parameters).GetConfig();
+    const DeviceConfiguration* config =
+        ParametersOf<MovingAverageWindowSmoothingParameters>(kFilter, parameters).GetConfig();
     const int count = config != nullptr ? WholeRepetitions(kFilter, *config, signal->sampleCount) : 1;
     if (parameters->IsDirty()) {
         Prepare(signal);

@@ -199,7 +199,7 @@ std::vector<double> SircFilter::Generated(const SircFilterParameters& parameters
 
 double* SircFilter::GenerateSircFilter_BasedOnDCA(SircFilterParameters* parameters)
 {
-    const auto& own = Given<SircFilterParameters>(kFilter, parameters);
+    const auto& own = ParametersOf<SircFilterParameters>(kFilter, parameters);
     const std::vector<double> taps =
         Generated(own, {channelBandwidth, own.uiSamples, own.channelResponse, own.channelReference});
     auto result = taps.empty() ? nullptr : NewArrayFrom<double>(taps);
@@ -209,7 +209,7 @@ double* SircFilter::GenerateSircFilter_BasedOnDCA(SircFilterParameters* paramete
 
 double* SircFilter::ApplyA(SystemFramework::BaseFilterParameters* parameters)
 {
-    return GenerateSircFilter_BasedOnDCA(&Given<SircFilterParameters>(kFilter, parameters));
+    return GenerateSircFilter_BasedOnDCA(&ParametersOf<SircFilterParameters>(kFilter, parameters));
 }
 
 // Builds first and stores afterwards: what fails changes nothing.
@@ -230,7 +230,7 @@ void SircFilter::Rebuild(const Settings& settings)
 
 void SircFilter::Prepare(SignalData*)
 {
-    const auto& own = Given<SircFilterParameters>(kFilter, parameters);
+    const auto& own = ParametersOf<SircFilterParameters>(kFilter, parameters);
     DeviceConfiguration* const config = own.GetConfig();
     Settings settings{channelBandwidth, own.uiSamples, own.channelResponse, own.channelReference};
     if (config != nullptr && own.IsDirty())
@@ -245,7 +245,7 @@ double* SircFilter::Apply(SignalData* signal)
     if (signal == nullptr)
         return nullptr;
     const std::span<const double> record = SamplesOf(kFilter, signal);
-    const auto& own = Given<SircFilterParameters>(kFilter, parameters);
+    const auto& own = ParametersOf<SircFilterParameters>(kFilter, parameters);
     const DeviceConfiguration* const config = own.GetConfig();
     if (config == nullptr)
         Refuse(kFilter, "configuration", "null", "the device configuration, which holds the pattern length");

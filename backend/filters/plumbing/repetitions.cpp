@@ -22,16 +22,16 @@ std::span<const double> SamplesOf(const char* filter, const SystemFramework::Sig
 }
 
 OwnedArray ConvolveRepetitions(std::span<const double> record, Repetitions cut, std::span<const double> taps,
-                               SystemFramework::KernelConvolver& kept, const RepetitionHooks& hooks)
+                               SystemFramework::KernelConvolver& convolver, const RepetitionHooks& hooks)
 {
     OwnedArray result = NewArray(record.size());
     const std::size_t written = cut.count * cut.length;
     if (written > 0)
-        kept.Prepare(taps, cut.length);
+        convolver.Prepare(taps, cut.length);
     for (std::size_t begin = 0; begin < written; begin += cut.length) {
         if (hooks.before)
             hooks.before();
-        kept.Convolve(record.subspan(begin, cut.length), {result.get() + begin, cut.length});
+        convolver.Convolve(record.subspan(begin, cut.length), {result.get() + begin, cut.length});
         if (hooks.after)
             hooks.after();
     }

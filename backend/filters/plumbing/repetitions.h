@@ -34,10 +34,11 @@ struct RepetitionHooks {
 };
 
 /// Each repetition of the record as one period of a periodic signal, convolved circularly with the taps.
-/// @param kept  the filter's convolver, in which what depends on the taps alone stays for the next record
+/// @param convolver  the filter's own: it keeps what depends on the taps alone for the next record
 /// @return as many values as the record; zero past the last repetition
 SystemFramework::OwnedArray ConvolveRepetitions(std::span<const double> record, Repetitions cut,
-                                                std::span<const double> taps, SystemFramework::KernelConvolver& kept,
+                                                std::span<const double> taps,
+                                                SystemFramework::KernelConvolver& convolver,
                                                 const RepetitionHooks& hooks = {});
 
 }  // namespace Tarnwick::DSO::Filters

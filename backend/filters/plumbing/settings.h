@@ -10,7 +10,7 @@ namespace Tarnwick::DSO::Filters {
 /// The parameters as their own class.
 /// @throws std::invalid_argument  parameters is null, or that of another filter
 template <typename Parameters>
-Parameters& Given(const char* filter, SystemFramework::BaseFilterParameters* parameters)
+Parameters& ParametersOf(const char* filter, SystemFramework::BaseFilterParameters* parameters)
 {
     if (parameters == nullptr)
         SystemFramework::Refuse(filter, "parameters", "null", "a parameters object");

@@ -91,4 +91,7 @@ private:
     int passes_ = 0;
 };
 
+/// Error of the taps on lines of known echoes without noise.
+inline constexpr double kDfeTapError = 0.0015;
+
 }  // namespace Tarnwick::DSO::Maths

@@ -38,4 +38,8 @@ TARNWICK_FRAMEWORK_API std::optional<TapSolution> SolveTaps(std::span<const doub
                                                             std::span<const int> tapDelays,
                                                             std::span<const int> referenceDelays);
 
+/// Error of taps of about 1 against those of the matrices of samples, for captures correlated like held symbols: both solve
+/// one system, whose condition is then below 1e3.
+inline constexpr double kFfeTapError = 1e-12;
+
 }  // namespace Tarnwick::DSO::Maths

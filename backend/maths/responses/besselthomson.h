@@ -54,4 +54,8 @@ TARNWICK_FRAMEWORK_API std::complex<double> FourthOrderResponse(double x);
 
 inline constexpr double kFourthOrderCutoff = 0.33644;  // -3 dB frequency of the fourth-order polynomial over 2 pi
 
+/// Error of the taps' spectrum at every bin, against the response at the cutoff that the walk ends at: the steps of a running
+/// frequency sum, and the rounding of the transform.
+inline constexpr double kBesselThomsonBinError = 1e-12;
+
 }  // namespace Tarnwick::DSO::Maths

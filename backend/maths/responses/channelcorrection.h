@@ -101,4 +101,7 @@ TARNWICK_FRAMEWORK_API std::vector<double> CorrectionTaps(const MeasuredResponse
                                                           const CorrectionSettings& settings, double sampleInterval,
                                                           std::size_t taps);
 
+/// Error of the channel's magnitude behind its correction [dB], up to 1.5 times the cutoff, from a clean measurement.
+inline constexpr double kCorrectedMagnitudeErrorDb = 0.072;
+
 }  // namespace Tarnwick::DSO::Maths

@@ -159,4 +159,9 @@ struct Peak {
 /// The largest |H| from DC to `highest` [Hz]: the best of 1000 steps, then golden sections around it to 1e-9 of `highest`.
 TARNWICK_FRAMEWORK_API Peak FindPeak(const std::function<std::complex<double>(double)>& response, double highest);
 
+/// Relative error of the taps' spectrum at every bin: the rounding of transforms of 8176 points.
+inline constexpr double kCtleBinError = 1e-12;
+/// The same of the peaking equaliser against the response that was asked for: its gains are found to five decimals.
+inline constexpr double kCtlePeakingBinError = 2e-5;
+
 }  // namespace Tarnwick::DSO::Maths

@@ -56,4 +56,9 @@ struct FixtureLimits {
 TARNWICK_FRAMEWORK_API HermitianBins FixtureSpectrum(const FixtureResponse& fixture, FixtureUse use,
                                                      const FixtureLimits& limits, double sampleRate, std::size_t count);
 
+/// Error of a waveform from which a fixture of 3 dB at 10 GHz, measured in steps of 10 MHz, is removed or to which it is added:
+/// rms over rms, within the band.
+inline constexpr double kFixtureRemovedError = 7.5e-5;
+inline constexpr double kFixtureAddedError = 9.5e-5;
+
 }  // namespace Tarnwick::DSO::Maths

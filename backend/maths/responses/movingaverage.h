@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <limits>
 #include <vector>
 
 #include "framework/export.h"
@@ -15,5 +16,11 @@ TARNWICK_FRAMEWORK_API int OddWindow(int requested);
 /// two ends meet and a tap is set once, not added up.
 /// @param windowLength  odd, at least 3, half of it less than recordLength
 TARNWICK_FRAMEWORK_API std::vector<double> CentredBoxcar(int windowLength, std::size_t recordLength);
+
+/// Error of the mean over the largest sample: one rounding a sample of the window and that of the division.
+constexpr double MovingAverageError(int window)
+{
+    return (window + 1) * std::numeric_limits<double>::epsilon();
+}
 
 }  // namespace Tarnwick::DSO::Maths

@@ -10,7 +10,7 @@
 #include <numbers>
 #include <numeric>
 
-#include "maths/accuracy.h"
+#include "maths/responses/besselthomson.h"
 #include "support/expectations.h"
 #include "support/filterrig.h"
 #include "support/references.h"

@@ -11,7 +11,6 @@
 #include <numeric>
 
 #include "framework/fftifft.h"
-#include "maths/accuracy.h"
 #include "maths/responses/ctle.h"
 #include "support/captures.h"
 #include "support/expectations.h"

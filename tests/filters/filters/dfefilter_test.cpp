@@ -7,7 +7,7 @@
 #include <functional>
 #include <limits>
 
-#include "maths/accuracy.h"
+#include "maths/equalisers/decisionfeedback.h"
 #include "support/captures.h"
 #include "support/expectations.h"
 #include "support/filterrig.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "filters/apply.h"
-#include "maths/accuracy.h"
+#include "maths/responses/movingaverage.h"
 #include "support/expectations.h"
 #include "support/references.h"
 #include "support/signals.h"

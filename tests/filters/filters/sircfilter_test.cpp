@@ -12,7 +12,7 @@
 
 #include "framework/fftifft.h"
 #include "framework/plumbing/ownedarray.h"
-#include "maths/accuracy.h"
+#include "maths/responses/channelcorrection.h"
 #include "support/expectations.h"
 #include "support/filterrig.h"
 #include "support/references.h"

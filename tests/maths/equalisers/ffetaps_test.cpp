@@ -9,7 +9,6 @@
 #include <numeric>
 
 #include "framework/matrixutilities.h"
-#include "maths/accuracy.h"
 #include "support/expectations.h"
 #include "support/signals.h"
 
