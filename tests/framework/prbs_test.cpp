@@ -73,7 +73,7 @@ TEST(PrbsDetectionErrors, SayWhatIsMissing)
     ExpectRefused([] { Detected(Constant(0.3, 700), 100); },
                   where + "quality of the four levels is inf; expected at most 0.05, as of a PAM4 pattern");
     try {
-        Detected(WithNoise(Constant(0.0, 131056), 1.0, 3));
+        Detected(WithNoise(Constant(0.0, 131056), 1.0, 3), 8191);
         ADD_FAILURE() << "symbols found in white noise";
     } catch (const std::invalid_argument& error) {
         EXPECT_EQ(std::string(error.what()).find(where + "quality of the four levels is 0.1"), 0U) << error.what();
