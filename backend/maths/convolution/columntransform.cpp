@@ -47,16 +47,16 @@ ColumnTransform::ColumnTransform(Values values, std::size_t length, std::size_t 
     plan_.pitch = plan_.rowLength + (plan_.rowCount > 1 ? kRowStep : 0);
     rows_ = RowTransform::Of(plan_.rowLength);
 
-    // Tables of exp(-i angle c), real parts and imaginary parts.
-    double* next = factors_.Reserve(6 * plan_.rowLength + 2 * plan_.rowCount);
+    // Tables of exp(-i angle c), real parts and imaginary parts, off the powers of two like the rows.
+    double* next = factors_.Reserve(6 * (plan_.rowLength + kRowStep) + 2 * (plan_.rowCount + kRowStep));
     const auto fill = [&](const double*& cosines, const double*& sines, double angle, std::size_t count) {
         cosines = next;
-        sines = next + count;
+        sines = next + count + kRowStep;
         for (std::size_t c = 0; c < count; ++c) {
             next[c] = std::cos(angle * static_cast<double>(c));
-            next[count + c] = -std::sin(angle * static_cast<double>(c));
+            next[count + kRowStep + c] = -std::sin(angle * static_cast<double>(c));
         }
-        next += 2 * count;
+        next += 2 * (count + kRowStep);
     };
     constexpr double kTwoPi = 2.0 * std::numbers::pi;
     const auto bins = static_cast<double>(Bins());

@@ -55,7 +55,7 @@ TARNWICK_ALWAYS_INLINE void AddOneTap(const double* x, const Tap& tap, double* _
         y[i] = First ? value * from[i] : y[i] + value * from[i];
 }
 
-void SumTaps(const double* x, const Tap* taps, std::size_t tapCount, double* y, std::size_t count)
+inline void SumTaps(const double* x, const Tap* taps, std::size_t tapCount, double* y, std::size_t count)
 {
     for (std::size_t begin = 0; begin < count; begin += kLevelOneBlock) {
         const std::size_t size = Lesser(kLevelOneBlock, count - begin);
@@ -76,9 +76,10 @@ void SumTaps(const double* x, const Tap* taps, std::size_t tapCount, double* y, 
 }
 
 // S_2m[i] = S_m[i] + S_m[i + m]; the binary digits of the width say which of them make up the window.
-void SumWindow(const double* x, std::size_t width, double divisor, double factor, double* __restrict y,
-               std::size_t count, double* scratch)
+inline void SumWindow(const double* x, std::size_t width, double divisor, double factor, double* result,
+                      std::size_t count, double* scratch)
 {
+    double* __restrict y = result;  // as a parameter g++ 12 takes 14 % longer at 101 samples. Measured.
     double* other = scratch;
     double* spare = scratch + count + width;
     const double* sums = x;
@@ -90,9 +91,10 @@ void SumWindow(const double* x, std::size_t width, double divisor, double factor
             double* __restrict next = other;
             for (std::size_t i = 0; i < length; ++i)
                 next[i] = sums[i] + sums[i + m / 2];
-            sums = next;
+            double* const summed = other;
+            sums = summed;
             other = spare;
-            spare = next;
+            spare = summed;
         }
         if ((width & m) == 0)
             continue;
@@ -123,7 +125,7 @@ void SumWindow(const double* x, std::size_t width, double divisor, double factor
 
 // ---- products
 
-void Multiply(Complex* a, const Complex* b, std::size_t count)
+inline void Multiply(Complex* a, const Complex* b, std::size_t count)
 {
     double* p = Parts(a);
     const double* q = Parts(b);
@@ -135,13 +137,13 @@ void Multiply(Complex* a, const Complex* b, std::size_t count)
     }
 }
 
-void AddScaled(const double* x, double factor, double* __restrict y, std::size_t count)
+inline void AddScaled(const double* x, double factor, double* __restrict y, std::size_t count)
 {
     for (std::size_t c = 0; c < count; ++c)
         y[c] += factor * x[c];
 }
 
-void AddScaledComplex(const Complex* x, Complex factor, Complex* y, std::size_t count)
+inline void AddScaledComplex(const Complex* x, Complex factor, Complex* y, std::size_t count)
 {
     const double* from = Parts(x);
     double* __restrict to = Parts(y);
@@ -588,22 +590,23 @@ struct FromRows {
     }
 };
 
-void RealToRows(const ColumnPlan& plan, const double* values, std::size_t count, Complex* rows)
+inline void RealToRows(const ColumnPlan& plan, const double* values, std::size_t count, Complex* rows)
 {
     ForRowCount<ToRows, 1>(plan.rowCount, plan, values, count, Parts(rows));
 }
 
-void ComplexToRows(const ColumnPlan& plan, const Complex* values, std::size_t count, Complex* rows)
+inline void ComplexToRows(const ColumnPlan& plan, const Complex* values, std::size_t count, Complex* rows)
 {
     ForRowCount<ToRows, 1>(plan.rowCount, plan, values, count, Parts(rows));
 }
 
-void RealFromRows(const ColumnPlan& plan, const Complex* rows, std::size_t count, double* values, double* tail)
+inline void RealFromRows(const ColumnPlan& plan, const Complex* rows, std::size_t count, double* values, double* tail)
 {
     ForRowCount<FromRows, 1>(plan.rowCount, plan, Parts(rows), count, values, tail);
 }
 
-void ComplexFromRows(const ColumnPlan& plan, const Complex* rows, std::size_t count, Complex* values, Complex* tail)
+inline void ComplexFromRows(const ColumnPlan& plan, const Complex* rows, std::size_t count, Complex* values,
+                            Complex* tail)
 {
     ForRowCount<FromRows, 1>(plan.rowCount, plan, Parts(rows), count, values, tail);
 }
@@ -660,18 +663,19 @@ struct Join {
     }
 };
 
-void SplitColumns(const double* samples, std::size_t q, std::size_t r, SplitRows rows)
+inline void SplitColumns(const double* samples, std::size_t q, std::size_t r, SplitRows rows)
 {
     ForRowCount<Split, 2>(q, samples, r, rows);
 }
 
-void JoinColumns(SplitRows rows, std::size_t q, std::size_t r, double* samples)
+inline void JoinColumns(SplitRows rows, std::size_t q, std::size_t r, double* samples)
 {
     ForRowCount<Join, 2>(q, rows, r, samples);
 }
 
-constexpr HotLoops kLoops = {SumTaps,       SumWindow,    Multiply,        AddScaled,    AddScaledComplex, RealToRows,
-                             ComplexToRows, RealFromRows, ComplexFromRows, SplitColumns, JoinColumns};
+inline constexpr HotLoops kLoops = {SumTaps,          SumWindow,    Multiply,      AddScaled,
+                                    AddScaledComplex, RealToRows,   ComplexToRows, RealFromRows,
+                                    ComplexFromRows,  SplitColumns, JoinColumns};
 
 }  // namespace TARNWICK_LOOP_TARGET
 
