@@ -22,7 +22,7 @@ enum class Operation { Construct, Prepare, Apply, Copy, Assign };
 constexpr const char* kOperationNames[] = {"construction", "Prepare", "Apply", "copy", "assignment"};
 constexpr const char* kShortageNames[] = {"once", "from then on"};
 
-// What a filter gives whose memory suffices: prepared for the first capture, changed, prepared for the second.
+// What a filter gives when memory suffices: prepared for the first capture, changed, prepared for the second.
 struct Undisturbed {
     explicit Undisturbed(Rig& rig)
         : first(rig.Apply(rig.first)),
@@ -37,7 +37,7 @@ struct Undisturbed {
 void ExpectIntact(Rig& rig, Operation operation, const Undisturbed& expected)
 {
     const auto now = rig.Prepared();
-    // Apply may have come as far as past Prepare, which resets the dirty state once it has succeeded.
+    // Apply may have got past Prepare, which resets the dirty state once it has succeeded.
     const bool isOld = HaveSameBits(now, expected.before);
     EXPECT_TRUE(isOld || operation == Operation::Apply) << "something half prepared";
     EXPECT_TRUE(isOld || HaveSameBits(now, expected.after));
@@ -102,7 +102,7 @@ Attempt WithFailure(const FilterKind& kind, Operation operation, Shortage shorta
     } else if (operation == Operation::Prepare) {
         EXPECT_TRUE(HaveSameBits(rig->Prepared(), expected.after));
     }
-    // Letting go takes no memory.
+    // Releasing allocates nothing.
     const FailingAllocation failing(1, Shortage::FromThenOn);
     copy.reset();
     rig.reset();

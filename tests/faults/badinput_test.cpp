@@ -31,7 +31,7 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr int kLargest = std::numeric_limits<int>::max();
 constexpr int kSmallest = std::numeric_limits<int>::min();
 
-// A record and what a host may get wrong about it.
+// A record, and what a host may get wrong about it.
 struct Input {
     std::vector<double> samples;
     std::optional<int> sampleCount;
@@ -111,7 +111,7 @@ Spoil FractionalSampling(double uiDuration, double sampleSpacing)
     };
 }
 
-// A TDECQ equaliser of these taps, as many as asked for.
+// A TDECQ equaliser with these taps.
 Spoil TdecqOf(int numberOfTaps, std::vector<double> taps)
 {
     return [numberOfTaps, taps = std::move(taps)](const Case& with) {
@@ -450,7 +450,7 @@ TEST_P(BadInput, EndsAsItsRowSaysAndSpoilsNothing)
         row.spoil({*rig, rig->config, rig->Parameters(), input, other});
         const std::string outcome = OutcomeOf(*rig, input);
         EXPECT_EQ(outcome, *expected);
-        // Whatever was refused before it was prepared.
+        // Refused before anything was prepared.
         const bool isAsBefore = rig->Parameters().IsDirty() && outcome.find(": ") != std::string::npos;
 
         rig->Filter().parameters = &rig->Parameters();

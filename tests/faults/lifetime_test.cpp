@@ -79,7 +79,7 @@ TEST_P(FilterLifetime, LetsCopiesGoInAnyOrder)
     } while (std::next_permutation(order.begin(), order.end()));
 }
 
-// A kernel that the host put into a copy is that copy's and its copies'; the one that was there stays with the others.
+// A kernel that the host puts into a copy belongs to that copy and its copies; the former kernel stays with the others.
 TEST_P(FilterLifetime, TakesTheHostsKernelForItsOwn)
 {
     constexpr std::size_t kMany = 4096;  // more than any filter reads
@@ -170,7 +170,7 @@ TEST(TdecqLifetime, IsSharedByCopiesOfTheConfiguration)
         rig->Apply(rig->second);
         EXPECT_NE(rig->config.tdecqEqualizer, movedTo.tdecqEqualizer);
         EXPECT_TRUE(HaveSameBits(published(movedTo), first));
-        // What was moved from goes on as a configuration does that shares the array.
+        // A configuration that was moved from behaves like any other that shares the array.
         copy->PublishTdecqEqualizer(NewHostArray(4.0, 2), 2);
         EXPECT_TRUE(HaveSameBits(published(movedTo), first));
         copy.reset();

@@ -26,8 +26,8 @@ using namespace Tarnwick::Testing;
 constexpr long kDefaultCycles = 10000;
 // Every setting has come up five times by then: plans, log and the heap's arenas have their size.
 constexpr long kSettled = 100;
-// What the heap's arenas may still gain: blocks of changing sizes are not placed alike each time, which moved runs by up
-// to 1.4 MiB. A kernel of the shortest record (1 KiB) that one filter loses each cycle comes to more than this in 4200
+// What the heap's arenas may still gain: blocks of changing sizes are not placed alike each time, which has made runs
+// differ by up to 1.4 MiB. A kernel of the shortest record (1 KiB) that one filter loses each cycle comes to more than this in 4200
 // cycles.
 constexpr long kAllowanceKib = 4096;
 // Lengths of 124 to 403 samples: more of them than the library keeps transform plans for.
@@ -44,7 +44,7 @@ constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(
 constexpr bool kIsSanitized = false;
 #endif
 
-// Resident memory of this process; nothing where it cannot be told.
+// Resident memory of this process; nothing where the system does not say.
 std::optional<long> ResidentKib()
 {
 #if defined(__linux__)

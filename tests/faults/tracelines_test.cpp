@@ -45,7 +45,7 @@ void LogFourLines()
 const Texts kFourLines{"Initializing BesselThomson constructor...", "BesselThomson constructor finished",
                        "~BesselThomson()...", "~BesselThomson() finished"};
 
-// Of another thread: one that the logger is locked against waits for ever.
+// From another thread, which would wait for ever if the logger had stayed locked.
 Texts LinesOfAnotherThread()
 {
     messages.clear();

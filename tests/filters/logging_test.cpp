@@ -67,7 +67,7 @@ const Texts kConstructor{"Initializing BesselThomson constructor...", "BesselTho
 const Texts kPrepare{"BesselThomson::Prepare...", "BesselThomson::Prepare finished"};
 const Texts kDestructor{"~BesselThomson()...", "~BesselThomson() finished"};
 
-// The host's callback gets them; nothing is printed beside.
+// The host's callback gets them; nothing else is printed.
 TEST_F(Logging, PairsLinesAroundConstructorPrepareAndDestructor)
 {
     DeviceConfiguration config = Configuration(8, 8);

@@ -1,5 +1,5 @@
-// What a host sees that never heard of the log: nothing. This program does not set up Easylogging++, so the storage is
-// made by the first line that a filter writes, inside the test.
+// A host that does nothing about the log sees nothing of it. This program does not set up Easylogging++, so the storage
+// is made by the first line that a filter writes, inside the test.
 #include <gtest/gtest.h>
 
 #include <filesystem>

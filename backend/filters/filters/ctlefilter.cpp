@@ -198,7 +198,7 @@ CTLEFilter::CTLEFilter(CTLEFilterParameters* parameters)
 
 CTLEFilter& CTLEFilter::operator=(const CTLEFilter& other)
 {
-    // All that takes memory stands before the first change.
+    // Whatever allocates comes before the first change.
     std::map<int, double> levels(other.levelMap);
     std::vector<double> taps(other.filterTaps);
     BaseFilter::operator=(other);
@@ -281,7 +281,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter(CTLEFilterParameters* parameters)
     RequireFiniteInputs(settings, {{"pole1", &P::pole1}, {"pole2", &P::pole2}});
     if (settings.type == CTLE_HDMI) {
         RequireFinite(kFilter, "peakingRatio", settings.peakingRatio, "a finite number");
-        // A ratio of zero has put the zero at infinity.
+        // With a ratio of 0 the zero lies at infinity.
         if (settings.peakingRatio != 0.0)
             RequireFinite(kFilter, "zero1", settings.zero1, "a finite number");
         return ImpulseResponse(

@@ -92,7 +92,7 @@ DeEmbeddingFilter::Sizes DeEmbeddingFilter::SizesFrom(const DeviceConfiguration&
     if (config.useFractionalSampling)
         return {SamplesPerPattern(kFilter, config),
                 Truncated(kFilter, "uiDuration / sampleSpacing", RealSamplesPerUi(config))};
-    // The configuration's own samplesPerPattern, not the product that other filters form.
+    // The configuration's own samplesPerPattern, where other filters multiply.
     return {config.samplesPerPattern, config.samplesPerUi};
 }
 

@@ -39,8 +39,8 @@ using SystemFramework::TextOf;
 namespace {
 
 constexpr const char* kFilter = "DFEFilter";
-// More than the main cursor left over: the record does not follow the symbols. Noise fitted by chance comes out at 2 to
-// 3, interference that a decision could still stand at below 1.
+// What the taps leave, over the main cursor. A record that does not follow the symbols leaves more than the main cursor:
+// noise fitted by chance 2 to 3, interference that still allows a decision less than 1.
 constexpr double kWorstResidual = 1.0;
 
 void Refresh(DFEFilterParameters& parameters, const DeviceConfiguration& config)
@@ -49,7 +49,7 @@ void Refresh(DFEFilterParameters& parameters, const DeviceConfiguration& config)
     parameters.withoutGrayCoding = config.withoutGrayCoding;
 }
 
-// The parameters as they are after a refresh that is due.
+// The parameters, refreshed where they are dirty.
 DFEFilterParameters Refreshed(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
     DFEFilterParameters next(parameters);
@@ -84,10 +84,10 @@ public:
     }
     const Maths::UiGrid& Grid() const { return grid_; }
     std::size_t Count() const { return static_cast<std::size_t>(count_); }
-    /// Where repetition r begins, as a real number, and its first sample; behind the last one, the end.
+    /// Where repetition r begins, as a real number, and its first sample; beyond the last repetition, the end.
     double Position(std::size_t r) const { return static_cast<double>(r) * period_; }
     std::size_t Begin(std::size_t r) const { return r < Count() ? static_cast<std::size_t>(Position(r)) : end_; }
-    /// Samples of the first repetition without what may follow it.
+    /// Whole samples of the first repetition.
     std::size_t Length() const { return std::min(end_, static_cast<std::size_t>(period_)); }
 
 private:
@@ -97,7 +97,7 @@ private:
     std::size_t end_ = 0;
 };
 
-// What is read with or without a search; automatic taps are looked at once they have been search.
+// What is read with or without a search. Automatic taps are checked once they have been found.
 void RequireUsable(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
     RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");

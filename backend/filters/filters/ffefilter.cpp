@@ -377,7 +377,7 @@ void FFEFilter::Prepare(SignalData* signal)
 
     const int repetitions =
         PatternPeriod(kFilter, config, next.samplesPerUi, config.patternLengthUi).RoundedCountIn(working.sampleCount);
-    // Only a text much shorter than the pattern cuts the record so short.
+    // Only a text much shorter than the pattern leaves less than half a repetition.
     if (repetitions < 1)
         Refuse(kFilter, "length of patternSymbols", static_cast<int>(next.patternSymbols.size()),
                "patternLengthUi, " + std::to_string(config.patternLengthUi));

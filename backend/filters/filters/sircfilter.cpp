@@ -74,7 +74,7 @@ Maths::MeasuredResponse TableFrom(std::span<const double> table)
     return *response;
 }
 
-// The text a host knows, in an exception of its own making.
+// A new exception with the text that hosts know.
 template <typename Call>
 auto Rethrown(const Call& call)
 {
@@ -266,7 +266,7 @@ double* SircFilter::Apply(SignalData* signal)
             Refuse(kFilter, "kernelLength", kernelLength, "0 or more taps");
         taps = KernelTaps(kFilter, static_cast<std::size_t>(kernelLength));
     }
-    // The lines carry the signature of Apply, not of what stands between.
+    // The lines carry the signature of Apply, not that of the lambdas.
     const auto trace = [function = TARNWICK_FUNCTION](const char* message) {
         return [function, message] { SystemFramework::TraceLine(__FILE__, __LINE__, function, message); };
     };

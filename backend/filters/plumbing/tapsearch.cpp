@@ -70,7 +70,7 @@ Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search
     const std::string symbols = isPam4 && !search.useUserPattern
                                     ? DetectedSymbols(filter, search, search.record, period)
                                     : search.patternSymbols;
-    // The configuration's choice of Gray coding holds here, not the argument's. Deliberate.
+    // The configuration decides on Gray coding here, not the argument. Deliberate.
     const bool withoutGrayCoding = search.config.withoutGrayCoding;
     const auto [levels, levelCount] =
         LevelsOf(filter, search, symbols, withoutGrayCoding ? search.config.signalCoding : search.signalCoding,
@@ -102,7 +102,7 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
         Refuse(filter, "sampleCount", sampleCount,
                "a positive multiple of samplesPerUi, " + std::to_string(samplesPerUi));
     RequireFiniteSamples(filter, record);
-    // Behind the low-pass its rounding would pass for four levels.
+    // The rounding of a low-passed constant would pass for four levels.
     if (IsConstant(record))
         Refuse(filter, "samples", "constant, " + SystemFramework::TextOf(record.front()), "a capture of the pattern");
     std::vector<double> filtered(record.size());

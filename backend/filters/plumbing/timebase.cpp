@@ -20,7 +20,7 @@ constexpr int kSmallest = std::numeric_limits<int>::min();
 
 int CheckedProduct(const char* filter, const char* what, int a, int b, int c)
 {
-    // Two factors fit 64 bits; the third is taken only where the product still can fit.
+    // Two factors fit 64 bits; the third is multiplied in only where the product can still fit.
     const std::int64_t pair = static_cast<std::int64_t>(a) * b;
     const bool pairFits = pair >= kSmallest && pair <= kLargest;
     const std::int64_t product = pairFits ? pair * c : (c == 0 ? 0 : pair);

@@ -136,7 +136,7 @@ TEST(BesselThomsonNoise, IsPreservedOnTheFrequenciesOfTheBins)
     EXPECT_EQ(BesselThomsonParameters().noiseCornerFrequency, 35e9);  // as for those that a configuration made
 }
 
-// A corner above half the sample rate: the correction switches itself off, and the record's axis stays to be looked at.
+// A corner above half the sample rate: the correction switches itself off, and the record's axis stays for the host to read.
 TEST(BesselThomsonNoise, SwitchesItselfOffWhereItDoesNotApply)
 {
     DeviceConfiguration config = Configuration(8, 128);
@@ -223,7 +223,7 @@ TEST(BesselThomsonLifecycle, FiltersWithAHostsKernelWithoutAConfiguration)
               (std::vector<double>{6, 8, 2, 4, 14, 16, 10, 12}));
 }
 
-// A Prepare that is refused leaves filter and parameters as they were, also where the configuration has moved on.
+// A refused Prepare leaves filter and parameters as they were, even after the configuration has changed.
 TEST(BesselThomsonErrors, NameTheValueAndChangeNothing)
 {
     const struct {

@@ -227,7 +227,7 @@ TEST(CTLEFilterTaps, PreserveTheNoiseOrSwitchThatOff)
     EXPECT_TRUE(p.preserveNoise && p.preserveNoiseApplied);
     EXPECT_EQ(p.frequencyGrid, nullptr);
 
-    // Nothing lies above the corner on this grid: the taps stay, the switch goes off, the grid stays behind.
+    // With no bin above the corner the taps stay, the switch goes off and the grid stays.
     p.noiseCornerFrequency = 500e9;
     EXPECT_TRUE(HaveSameBits(equaliser.Taps(), plain));
     EXPECT_FALSE(p.preserveNoise || p.preserveNoiseApplied);
@@ -278,7 +278,7 @@ TEST(CTLEFilterApply, OpensTheEyeBehindACable)
         DeviceConfiguration config = Repeated(16, 511);
         config.baudRateGBd = 5.94;
         Equaliser equaliser(config, Type(CTLE_HDMI_2_0, loss));
-        // The cable itself, without the end of band that its emulation by a negative gain would have.
+        // The cable itself: its emulation by a negative gain would be limited in band.
         const auto behind = ThroughResponse(sent, 5.94 * 16, [loss = loss](double f) {
             const double root = loss / 8.685890 * std::sqrt(f / (5.94 / 2.0));
             return std::polar(std::exp(-root), -root);

@@ -138,7 +138,7 @@ TEST(DeEmbeddingReader, RefusesWhatIsNoNumberAndShortLines)
         const std::string file = folder.Write(name, text).string();
         ExpectRefused([&, &file = file] { Load(file); }, message);
     }
-    // The first token of a pair counts first; what is not a number before what is out of range.
+    // The first token of a pair is checked first, and whether it is a number before its range.
     for (const char* text : {"1e400 1 2", "# Hz S RI\n1 1e-310 x", "# Hz S MA\n1 0 -1e999"}) {
         const std::string file = folder.Write("b.s1p", text).string();
         try {
@@ -225,7 +225,7 @@ TEST(DeEmbeddingFilter, TakesItsSizesFromTheConfiguration)
 TEST(DeEmbeddingFilter, ReadsTheFileAtEveryApply)
 {
     Deembedder deembedder;
-    // The sample behind the repetitions is zero.
+    // The sample past the last repetition is zero.
     const auto expected = [](double value) {
         std::vector<double> samples = Constant(value, 4064);  // two of 2032
         samples.push_back(0.0);

@@ -123,8 +123,8 @@ Eye EyeOf(const std::vector<double>& samples, const Line& line, int delay)
     return eye;
 }
 
-// A flat stretch of a UI serves a decision equally well, and noise picks the instant: with noise only taps and eyes are
-// looked at. The front end of 20 GHz adds up to 0.01 to a tap, noise of 2 % over 127 symbols 0.006 (three standard
+// Anywhere on the flat part of a UI is equally good for a decision, and noise picks the instant: with noise only taps and
+// eyes are checked. The front end of 20 GHz adds up to 0.01 to a tap, noise of 2 % over 127 symbols 0.006 (three standard
 // deviations); the eye loses six standard deviations of noise at most, of a spacing of 2 (NRZ) or 2/3 (PAM4).
 TEST(DfePrepare, OpensTheEyesOfKnownLines)
 {
@@ -153,7 +153,7 @@ TEST(DfePrepare, OpensTheEyesOfKnownLines)
         Line line = each.line;
         Line undisturbed = line;
         undisturbed.echoes.clear();
-        // Without echoes it is the front end's own that are taken away, without noise.
+        // Without echoes the taps remove the front end's own, and no noise is added.
         for (const bool isNoisy : {false, !line.echoes.empty()}) {
             line.noise = isNoisy ? 0.02 : 0.0;
             Equaliser equaliser(line.Configured(), static_cast<int>(each.taps.size()));
@@ -173,7 +173,7 @@ TEST(DfePrepare, OpensTheEyesOfKnownLines)
     }
 }
 
-// The same text is found whichever way it is numbered or handed over.
+// The same symbols, however they are numbered or handed over, give the same taps.
 TEST(DfePrepare, TakesTheSymbolsFromTextBufferOrCapture)
 {
     const Line line{SIGNAL_CODING_PAM4, RandomLevels(300, 4), {0.3}};
@@ -304,7 +304,7 @@ TEST(DfeApply, TakesFractionalSamples)
     }
 }
 
-// Where every repetition has a sample of its own more than the configuration says, repetitions begin where they lie.
+// Repetitions that are each half a sample longer than the configuration says begin where they lie in the record.
 TEST(DfeApply, CutsTheRecordIntoEqualSharesWhereTheSamplingIsFractional)
 {
     const Line line{SIGNAL_CODING_NRZ, RandomLevels(125, 2), {0.4}, 33};
@@ -353,7 +353,7 @@ TEST(DfeErrors, NameTheValueAndChangeNothing)
         EXPECT_TRUE(equaliser.parameters.IsDirty() && equaliser.filter->notPrepared);
         EXPECT_TRUE(HaveSameBits(equaliser.parameters.taps, taps));
     }
-    // A record upside down fits the symbols somewhere by chance.
+    // An inverted record fits the symbols somewhere by chance.
     auto inverted = capture;
     for (double& sample : inverted)
         sample = -sample;

@@ -180,7 +180,7 @@ TEST(FFEFilterQuantisedTaps, AreReportedButNeverApplied)
         EXPECT_EQ(p.appliedTaps, exact) << again;
         EXPECT_EQ(equaliser.filter->kernel[8], 0.8) << again;
     }
-    // Another size resizes what is applied; without quantising the exact taps come back.
+    // Another number of taps resizes the applied ones; without quantising the exact taps come back.
     p.numberOfTaps = 4;
     equaliser.Prepare(record);
     EXPECT_EQ(p.appliedTaps, (std::vector<double>{-0.1, 0.8, -0.1, 0.0}));
@@ -188,7 +188,7 @@ TEST(FFEFilterQuantisedTaps, AreReportedButNeverApplied)
     p.quantizeTaps = false;
     equaliser.Prepare(record);
     EXPECT_EQ(p.taps, (std::vector<double>{-0.1, 0.8, -0.1, 0.0}));
-    // What a user enters in their place counts again.
+    // Taps that a user enters in place of the steps count again.
     p.quantizeTaps = true;
     p.taps = {0.0, 2.0, -2.0, 0.0};
     equaliser.Prepare(record);
@@ -290,8 +290,8 @@ TEST(FFEFilterAutomaticTaps, OpenTheEyeOfEveryCoding)
     }
 }
 
-// Of PRBS13Q's first 511 symbols: the taps of least TDECQ for the capture behind 80 GHz, their largest where the main cursor
-// is to stand.
+// The first 511 symbols of PRBS13Q: the taps are those of least TDECQ for the capture behind 80 GHz, and the largest is at
+// the main cursor.
 TEST(FFEFilterTdecq, FindsItsTapsBehindTheLowPassAtTheMainCursor)
 {
     std::vector<int> levels = Prbs13qLevels();
@@ -318,8 +318,8 @@ TEST(FFEFilterTdecq, FindsItsTapsBehindTheLowPassAtTheMainCursor)
         std::vector<double> expected(4);
         DSP_Helpers::GenerateTdecqEqualizerCoefficients(behind.data(), taken, reference.data(), taken, 4, 8,
                                                         position - 1, expected.data(), 4);
-        // The same search from captures that differ by the rounding of two ways to filter. Without the low-pass the taps
-        // are off by more than 1e-4.
+        // The same search on captures that differ by the rounding of two ways to filter. Without the low-pass the taps
+        // differ by more than that.
         EXPECT_TRUE(AreNear(taps, expected, 1e-6));
         EXPECT_TRUE(std::isnan(equaliser.filter->residualError));
     }

@@ -165,7 +165,7 @@ TEST(MovingAverageLifecycle, UsesTheKernelOfTheRecordItWasPreparedFor)
                   "MovingAverageSmoothingFilter: number of kernel taps is 64; expected at least 65; call Prepare");
 }
 
-// A repetition without samples leaves the number of repetitions undefined: refused before anything is changed.
+// Without samples in a repetition their number is undefined: refused before anything changes.
 TEST(MovingAverageErrors, NameTheValueAndChangeNothing)
 {
     DeviceConfiguration config = Configuration(8, 16);

@@ -155,7 +155,7 @@ Quality Measure(const std::vector<double>& taps, const Response& channel, double
     quality.noiseGain /= NoiseRms(ideal);
     Transform(bins, true);
     double step = 0.0;
-    // From half a period before the impulse, where nothing is left of the last one.
+    // From half a period before the impulse, where the previous one has decayed.
     for (std::size_t k = 0; k < bins.size(); ++k) {
         step += bins[(k + bins.size() / 2) % bins.size()].real();
         quality.overshoot = std::max(quality.overshoot, step - 1.0);
@@ -368,7 +368,7 @@ TEST(SircLifecycle, HasNoKernelWithoutAMeasurement)
     SircFilter& filter = corrector.Filter();
     EXPECT_EQ(filter.ApplyA(&corrector.parameters), nullptr);
     EXPECT_EQ(filter.kernelLength, 0);
-    // Of other parameters: the taps are the caller's, the dirty state stays.
+    // For other parameters the taps are the caller's, and the dirty state stays.
     Corrector other({0.0, 1.0});
     other.Filter();
     const auto taps = Take(filter.ApplyA(&other.parameters), 2032);
