@@ -4,6 +4,9 @@
 
 namespace Tarnwick::App {
 
+using DSO::Workbench::Chain;
+using DSO::Workbench::Waveform;
+
 void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
 {
     command.add_option("capture", options.name, "Capture: text with one value a line, CSV, or .npy")->required();

@@ -12,8 +12,6 @@
 
 namespace Tarnwick::App {
 
-using namespace DSO::Workbench;
-
 struct CaptureOptions {
     std::string name;
     std::string minus;  ///< a second capture to subtract; empty: none
@@ -23,13 +21,15 @@ struct CaptureOptions {
 void AddCaptureOptions(CLI::App& command, CaptureOptions& options);
 void AddMinusOption(CLI::App& command, CaptureOptions& options);
 
-/// DSO::Workbench::ReadCapture of what the options name. The notes go to stderr.
-Waveform ReadCapture(const CaptureOptions& options);
+/// The capture that the options name; notes go to stderr.
+DSO::Workbench::Waveform ReadCapture(const CaptureOptions& options);
 
 /// DSO::Workbench::IntervalNote to stderr.
-void WarnOfInterval(const Waveform& capture, const Chain& chain, const CaptureOptions& options);
+void WarnOfInterval(const DSO::Workbench::Waveform& capture, const DSO::Workbench::Chain& chain,
+                    const CaptureOptions& options);
 
 /// DSO::Workbench::KeepWholeRepetitions; its note goes to stderr.
-void KeepWholeRepetitions(std::vector<double>& samples, const Chain& chain, const CaptureOptions& options);
+void KeepWholeRepetitions(std::vector<double>& samples, const DSO::Workbench::Chain& chain,
+                          const CaptureOptions& options);
 
 }  // namespace Tarnwick::App

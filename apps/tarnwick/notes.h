@@ -8,7 +8,7 @@
 namespace Tarnwick::App {
 
 void PrintNotes(const std::vector<std::string>& notes);
-/// Nothing when there is none.
+/// Prints nothing without a note.
 void PrintNote(const std::optional<std::string>& note);
 
 }  // namespace Tarnwick::App

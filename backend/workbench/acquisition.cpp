@@ -26,7 +26,7 @@ constexpr std::size_t kMostSamplesPerUi = 1024;
 // [bins] Symbols in the record, times the zero padding by 2 to 4: below 16 symbols the line drowns in the pattern's own.
 constexpr std::size_t kLowestLine = 64;
 constexpr std::size_t kLineReach = 2;  // [bins] a multiple of the clock strays from the multiple of its bin by rounding
-// The largest of n bins of white noise stands ln n above their mean; four times that comes up by chance once in n^3 records.
+// The largest of n bins of white noise is ln n times their mean; four times that occurs by chance once in n^3 records.
 constexpr double kLineOverNoise = 4.0;
 constexpr double kCertainLineOverNoise = 40.0;  // 10 dB more
 constexpr double kMultipleShare = 0.3;  // power of the clock's line over that of its strongest multiple, at least
@@ -38,7 +38,7 @@ constexpr double kCertainCorrelation = 0.95;  // 12.8 dB
 constexpr double kCorrelationSpread = 0.02;   // by which multiples of one period differ through noise and their overlap
 constexpr double kShortestPeriodUi = 1.5;
 constexpr double kShortestPeriod = 8.0;  // [samples] where the samples per UI are not known
-// [samples] Lags reach to half the record, or too little lies over itself; and a little further, for captures cut short.
+// [samples] Lags reach to half the record, so that enough of it overlaps, and a little further: captures may be cut short.
 constexpr std::size_t kMissingSamples = 2;
 
 constexpr double kLeastOpening = 0.02;  // height of an open eye over the distance between its levels
@@ -65,7 +65,7 @@ std::size_t StrongestBin(const Power& power, std::size_t first, std::size_t end)
                                     power.begin());
 }
 
-// Where the line around bin k stands between the bins: the peak of a parabola through the logarithms of three.
+// The position of the line around bin k, between the bins: the peak of a parabola through the logarithms of three.
 double LinePosition(const Power& power, std::size_t k)
 {
     const double floor = kEmptyBin * power[k];

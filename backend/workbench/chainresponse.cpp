@@ -30,7 +30,7 @@ constexpr std::int32_t kMostSamples = 1 << 26;  // half a gigabyte an array: no 
     throw UsageFailure(fmt::format("{}: device.{}: is {}; expected {}", name, key, device[key].dump(), expected));
 }
 
-// The first repetition with the impulse's instant, which lies in its middle, moved to sample 0.
+// The first repetition, rotated so that the impulse, which was sent in its middle, is at sample 0.
 std::vector<double> FirstRepetition(const std::vector<double>& samples, const ImpulseRecord& record)
 {
     std::vector<double> first(samples.begin(),

@@ -65,7 +65,7 @@ enum class FixtureKind {
 TARNWICK_WORKBENCH_API const char* QuantityOf(std::optional<FixtureKind> kind);
 
 struct OptionLine {
-    std::size_t line = 0;       ///< 0: there is none, and what follows are the format's defaults
+    std::size_t line = 0;       ///< 0: the file has none, and the rest are the format's defaults
     std::string frequencyUnit;  ///< Hz, kHz, MHz or GHz
     char parameter = 'S';       ///< S, Z, Y, H or G
     std::string numberFormat;   ///< DB, MA or RI
@@ -94,7 +94,7 @@ struct TransmissionCurve {
     enum class Role {
         Meant,
         OtherOrder,  ///< of the port order without the through path
-        AsRead,      ///< what the filter reads, where that is not what is meant
+        AsRead,      ///< what the filter reads, where that differs
     };
     std::string name;
     Role role = Role::Meant;
@@ -105,7 +105,7 @@ struct TransmissionCurve {
 
 TARNWICK_WORKBENCH_API TransmissionCurve CurveOf(std::string name, const FixtureTransmission& transmission);
 
-/// What is shown side by side: both port orders, or what is meant; and what the filter reads, should that differ.
+/// The curves to show together: both port orders, or the one that is meant; and what the filter reads, should that differ.
 TARNWICK_WORKBENCH_API std::vector<TransmissionCurve> CurvesOf(const FixtureFile& file);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -64,7 +64,7 @@ double EdgeAt(double sinceMiddleUi, double riseUi)
     return std::clamp(sinceMiddleUi / riseUi + 0.5, 0.0, 1.0);
 }
 
-// The pattern's levels joined by edges; edge i lies `shifts[i]` UI behind the start of symbol i. Circular.
+// The pattern's levels joined by edges; edge i comes `shifts[i]` UI after the start of symbol i. Circular.
 std::vector<double> DrawEdges(std::span<const double> volts, std::span<const double> shifts, int samplesPerUi,
                               double riseUi)
 {

@@ -10,7 +10,7 @@
 
 namespace Tarnwick::DSO::Workbench {
 
-/// What tells the axes apart in little room: their last keys, or the whole paths where those are the same.
+/// Short names by which the axes differ: their last keys, or the whole paths where those are the same.
 TARNWICK_WORKBENCH_API std::vector<std::string> ShortNamesOf(std::span<const SweepAxis> axes);
 
 /// "gain 4.5, order 2". Where the names are empty the values stand alone.

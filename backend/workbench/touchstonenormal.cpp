@@ -186,7 +186,7 @@ private:
         for (std::size_t k = 1; k < words_.size(); k += 2)
             values.push_back(Maths::FromPair(plain_.Settings().format, Maths::NumberAtStart(words_[k]).value,
                                              Maths::NumberAtStart(words_[k + 1]).value));
-        // A two-port's stand column by column.
+        // The file lists those of a two-port column by column.
         if (kind_ == FileKind::TwoPort)
             std::swap(values[1], values[2]);
         auto converted = Maths::ScatteringFrom(Parameter(), values);

@@ -11,14 +11,14 @@ namespace Tarnwick::DSO::Workbench {
 
 struct NormalisedFile {
     std::string text;
-    std::vector<std::string> notes;  ///< what is no longer data, or was calculated, for the user to read
+    std::vector<std::string> notes;  ///< which lines are no longer data, and what was calculated, for the user to read
 };
 
 /// The file with one option line in the filter's order before the data, a record on one line or, of four ports, four, and
 /// every comment on a line of its own. Numbers stay as they are written, unless other parameters than S are converted.
 /// Noise parameters become comments. Of a table only the rows remain.
 /// @param name  the file's, which says what it is, and for messages
-/// @throws DataFailure  what is open to more than one reading, naming file and line
+/// @throws DataFailure  something has more than one reading; the text names file and line
 TARNWICK_WORKBENCH_API NormalisedFile NormaliseTouchstone(std::string_view text, const std::string& name);
 
 /// The same for a file that is to be written: read again, the filter takes it as it is meant.

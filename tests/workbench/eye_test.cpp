@@ -19,7 +19,7 @@ std::vector<int> Symbols(int levelCount)
     return symbols;
 }
 
-// Between straight edges of half a UI every eye is as high as its two levels stand apart.
+// Between straight edges of half a UI every eye is as high as the distance of its two levels.
 TEST(EyeMeasure, FindsLevelsHeightsAndPhaseOfIdealSignals)
 {
     for (const int levelCount : {2, 3, 4}) {

@@ -131,9 +131,7 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
             EXPECT_EQ(samplesPerUi, 8.0);
         };
         const std::vector<SweepRun> runs = Sweep(input, observer);
-        std::size_t combinations = 1;
-        for (const SweepAxis& axis : input.axes)
-            combinations *= axis.values.size();
+        const std::size_t combinations = CombinationsOf(input.axes);
         ASSERT_EQ(runs.size(), combinations);
         ASSERT_EQ(behind.size(), combinations);
         for (std::size_t run = 0; run < combinations; ++run) {

@@ -53,7 +53,7 @@ TEST(TouchstoneNormal, IsReadAsTheOriginalIsMeant)
         {"four ports on a line", "A.S4P", "# Hz S RI R 50\n" + FourPorts("1", " "),
          "# Hz S RI R 50\n" + FourPorts("1", rows)},
         {"admittance in MA", "a.s1p", "# GHz Y R 50\n1 3 0\n", "# GHz S RI R 50\n1 -0.5 0\n", false},
-        // A matched input that drives a current source: S21 stands before S12.
+        // A matched input that drives a current source: S21 comes before S12.
         {"hybrid", "a.s2p", "# GHz H RI R 50\n1 1 0 1 0 0 0 0 0\n", "# GHz S RI R 50\n1 0 0 -1 0 0 0 1 0\n", false},
         {"table", "a.s21",
          "\xEF\xBB\xBF"

@@ -19,9 +19,9 @@
 
 namespace Tarnwick::App {
 
-using namespace DSO::Workbench;
-
 namespace {
+
+namespace Workbench = DSO::Workbench;
 
 struct Options {
     std::string chain;
@@ -44,15 +44,15 @@ std::string FindingText(const nlohmann::json& value)
     return text;
 }
 
-void PrintTable(const std::vector<StageReport>& reports)
+void PrintTable(const std::vector<Workbench::StageReport>& reports)
 {
     fmt::print("{:<16} {:>9} {:>5} {:>10} {:>10} {:>10}  {:<26} {:<22} {:>8} {:>9}\n", "stage", "samples", "reps",
                "mean V", "rms V", "p-p V", "eye heights V", "eye widths UI", "phase UI", "seconds");
-    for (const StageReport& report : reports)
+    for (const Workbench::StageReport& report : reports)
         fmt::print("{:<16} {:>9} {:>5} {:>10.4g} {:>10.4g} {:>10.4g}  {:<26} {:<22} {:>8.3f} {:>9.2g}\n", report.name,
                    report.samples, report.repetitions, report.mean, report.rms, report.peakToPeak,
                    HeightsText(report.eye), WidthsText(report.eye), report.eye.phaseUi, report.seconds);
-    for (const StageReport& report : reports)
+    for (const Workbench::StageReport& report : reports)
         if (!report.findings.empty())
             for (const auto& [name, value] : nlohmann::json::parse(report.findings).items())
                 fmt::print("{} {}: {}\n", report.name, name, FindingText(value));
@@ -60,26 +60,27 @@ void PrintTable(const std::vector<StageReport>& reports)
 
 void Apply(const Options& options)
 {
-    RequireWaveformName(options.output);
-    Waveform capture = ReadCapture(options.capture);
+    Workbench::RequireWaveformName(options.output);
+    Workbench::Waveform capture = ReadCapture(options.capture);
     std::vector<std::string> notes;
-    const ChainFile file = WithSymbols(ChainFile(options.chain), capture.samples, options.capture.name, notes);
+    const Workbench::ChainFile file =
+        WithSymbols(Workbench::ChainFile(options.chain), capture.samples, options.capture.name, notes);
     PrintNotes(notes);
-    Chain chain(file, capture.samples.size());
+    Workbench::Chain chain(file, capture.samples.size());
     if (!options.eyePrefix.empty())
         RequireEyes(chain, options.chain, "--eye");
     WarnOfInterval(capture, chain, options.capture);
     KeepWholeRepetitions(capture.samples, chain, options.capture);
-    for (const Stage& stage : chain.Stages())
+    for (const Workbench::Stage& stage : chain.Stages())
         PrintNotes(stage.notes);
 
-    ChainResult result;
+    Workbench::ChainResult result;
     {
         Progress progress(chain.Stages().size() + (options.eyePrefix.empty() ? 2 : 4));
         result = RunChain(chain, capture.samples, options.capture.name,
                           [&](const std::string& stage) { progress.Begin(stage); });
         progress.Begin("output");
-        WriteWaveform(options.output, result.samples, capture.interval, capture.start);
+        Workbench::WriteWaveform(options.output, result.samples, capture.interval, capture.start);
         if (!options.eyePrefix.empty()) {
             const VoltageRange range = RangeOf(capture.samples, result.samples);
             progress.Begin("eye before");

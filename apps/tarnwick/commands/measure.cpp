@@ -32,7 +32,7 @@ struct Options {
     bool json = false;
 };
 
-// What the options give, and where they give nothing, what is found in the capture.
+// As the options say; what they leave out is found in the capture.
 SignalDescription SignalOf(const Options& options, const std::vector<double>& samples)
 {
     SignalDescription signal{options.samplesPerUi, Workbench::CodingOf(options.coding), options.patternLengthUi};

@@ -213,7 +213,7 @@ void DrawChannel(const fs::path& path, const CorrectedChannel& channel, const st
 {
     const struct {
         const std::vector<double>& values;
-        const char* style;  // the target lies upon the corrected channel where all is well
+        const char* style;  // the target, thin and dashed, shows on top of the corrected channel
         const char* name;
     } lines[] = {
         {channel.measured, "linewidth 2 linecolor '#f9c74f'", "measured"},
