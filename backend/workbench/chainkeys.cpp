@@ -61,9 +61,8 @@ std::string WithoutQuotes(std::string text)
 std::vector<ChainKeyGroup> ChainKeys()
 {
     std::vector<ChainKeyGroup> groups;
-    groups.push_back({"device", "how the instrument was set; what is left out is found in the capture or not used",
-                      false, KeysOf(DeviceFields(), DeviceConfiguration())});
-    ChainKeyGroup common{"every filter", "beside the keys of its type", false, {}};
+    groups.push_back({"device", "how the instrument was set", false, KeysOf(DeviceFields(), DeviceConfiguration())});
+    ChainKeyGroup common{"every filter", "in addition to the keys of its type", false, {}};
     for (const auto& field : CommonFields()) {
         common.keys.push_back(KeyOf(field, BaseFilterParameters()));
         common.keys.back().defaultValue = DefaultOfAll(field);

@@ -71,11 +71,11 @@ TEST(ChainKeys, AreTakenByAChain)
                 settings[key.name] = value;
             for (const std::string& choice : key.choices) {
                 settings[key.name] = choice;
-                const json chain = {{"device", json::parse(device)}, {"filters", {settings}}};
+                const json chain = {{"device", json::parse(device)}, {"filters", json::array({settings})}};
                 EXPECT_NO_THROW(Chain(ChainFile::FromText(chain.dump(), "c.json"), 128)) << choice;
             }
         }
-        const json chain = {{"device", json::parse(device)}, {"filters", {settings}}};
+        const json chain = {{"device", json::parse(device)}, {"filters", json::array({settings})}};
         EXPECT_NO_THROW(Chain(ChainFile::FromText(chain.dump(), "c.json"), 128));
     }
     EXPECT_EQ(filters, KeyOf("every filter", "type").choices.size());

@@ -12,7 +12,8 @@ constexpr int kDefaultWindow = 3;  // [samples] the shortest that the filter use
 const std::vector<Field<P>>& Fields()
 {
     static const std::vector<Field<P>> fields = {
-        {"WindowLength", &P::WindowLength, "samples", "averaged; the odd length of at least 3 that follows is used"},
+        {"WindowLength", &P::WindowLength, "samples",
+         "length of the average; rounded up to an odd number of at least 3"},
     };
     return fields;
 }
