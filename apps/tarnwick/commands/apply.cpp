@@ -52,10 +52,13 @@ void PrintTable(const std::vector<Workbench::StageReport>& reports)
         fmt::print("{:<16} {:>9} {:>5} {:>10.4g} {:>10.4g} {:>10.4g}  {:<26} {:<22} {:>8.3f} {:>9.2g}\n", report.name,
                    report.samples, report.repetitions, report.mean, report.rms, report.peakToPeak,
                    HeightsText(report.eye), WidthsText(report.eye), report.eye.phaseUi, report.seconds);
-    for (const Workbench::StageReport& report : reports)
-        if (!report.findings.empty())
-            for (const auto& [name, value] : nlohmann::json::parse(report.findings).items())
-                fmt::print("{} {}: {}\n", report.name, name, FindingText(value));
+    for (const Workbench::StageReport& report : reports) {
+        if (report.findings.empty())
+            continue;
+        const auto findings = nlohmann::json::parse(report.findings);  // items() refers to it
+        for (const auto& [name, value] : findings.items())
+            fmt::print("{} {}: {}\n", report.name, name, FindingText(value));
+    }
 }
 
 void Apply(const Options& options)
