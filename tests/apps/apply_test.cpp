@@ -5,6 +5,10 @@ namespace Tarnwick::App {
 
 namespace {
 
+using DSO::Workbench::ReadWaveform;
+using DSO::Workbench::Waveform;
+using DSO::Workbench::WriteWaveform;
+
 constexpr const char* kChain = R"({
     "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternSymbols": {"prbs": 7}},
     "filters": [{"type": "moving-average", "WindowLength": 3}, {"type": "bessel-thomson"}, {"type": "copy"}]})";

@@ -9,6 +9,8 @@ namespace Tarnwick::App {
 
 namespace {
 
+using DSO::Workbench::DataFailure;
+
 TEST(Gnuplot, TakesTextsAsTheyAre)
 {
     EXPECT_EQ(Quoted("it's 5 % of \\n {x}_2"), R"('it''s 5 % of \n {x}_2')");

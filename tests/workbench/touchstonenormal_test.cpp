@@ -1,5 +1,7 @@
 #include "workbench/touchstonenormal.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "support/failures.h"
@@ -63,10 +65,12 @@ TEST(TouchstoneNormal, IsReadAsTheOriginalIsMeant)
         SCOPED_TRACE(row.label);
         const NormalisedFile normalised = NormaliseTouchstone(row.text, row.name);
         EXPECT_EQ(normalised.text, row.normalised);
-        const std::string output = std::string("out") + EndingOf(MeantKind(row.name).value());
+        std::string output = row.name;  // the filter knows endings in lower case alone
+        std::replace(output.begin(), output.end(), 'S', 's');
+        std::replace(output.begin(), output.end(), 'P', 'p');
         for (const PortOrderS4P order : {PORT_ORDER_12_34, PORT_ORDER_13_24}) {
             const auto after = CheckTouchstoneText(normalised.text, output, order);
-            Transmission read = after.read;
+            FixtureTransmission read = after.read;
             if (MadeAtZero(read))
                 read.erase(0.0);
             EXPECT_EQ(read, after.plain);
