@@ -55,7 +55,7 @@ void PrintTable(const std::vector<Workbench::StageReport>& reports)
     for (const Workbench::StageReport& report : reports) {
         if (report.findings.empty())
             continue;
-        const auto findings = nlohmann::json::parse(report.findings);  // items() refers to it
+        const nlohmann::json findings = nlohmann::json::parse(report.findings);
         for (const auto& [name, value] : findings.items())
             fmt::print("{} {}: {}\n", report.name, name, FindingText(value));
     }
