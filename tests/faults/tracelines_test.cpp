@@ -14,8 +14,6 @@
 #include "filters/filters/besselthomson.h"
 #include "framework/storagesinglton.h"
 
-SHARE_EASYLOGGINGPP(Tarnwick::DSO::SystemFramework::StorageSinglton::GetStorage())
-
 namespace {
 
 using namespace Tarnwick::DSO::Filters;
