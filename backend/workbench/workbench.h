@@ -26,6 +26,7 @@
 #include "workbench/sweep.h"
 #include "workbench/sweepreport.h"
 #include "workbench/symbols.h"
+#include "workbench/touchstonecheck.h"
 #include "workbench/touchstonenormal.h"
 #include "workbench/transferfunction.h"
 #include "workbench/units.h"
