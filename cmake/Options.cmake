@@ -17,13 +17,9 @@ function(tarnwick_options target)
                                $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>
                                $<$<BOOL:${TARNWICK_WARNINGS_AS_ERRORS}>:-Werror>)
     endif()
-    if(TARNWICK_TIDY)
-        find_program(TARNWICK_CLANG_TIDY clang-tidy REQUIRED)
-        set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY "${TARNWICK_CLANG_TIDY};--quiet;--warnings-as-errors=*")
-    endif()
 endfunction()
 
-# Headers that most sources of a target include, read once. Never in the clang preset, which shows that each source
+# Headers that most sources of a target include, read once. The tidy preset does without, and so shows that each source
 # includes what it uses.
 function(tarnwick_precompile target)
     if(PROJECT_IS_TOP_LEVEL AND NOT MSVC)

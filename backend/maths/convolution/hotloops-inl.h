@@ -10,7 +10,7 @@ namespace {
 
 namespace TARNWICK_LOOP_TARGET {
 
-constexpr std::size_t kLevelOneBlock = 1024;  // [outputs] 8 KiB: they stay in the first-level cache from tap to tap
+inline constexpr std::size_t kLevelOneBlock = 1024;  // [outputs] 8 KiB: they stay in the first-level cache from tap to tap
 
 TARNWICK_ALWAYS_INLINE constexpr std::size_t Lesser(std::size_t a, std::size_t b)
 {
@@ -177,9 +177,9 @@ struct Pack {
     friend Pack operator*(double a, Pack b) { return Pack{a, a, a, a} * b; }
 };
 #endif
-constexpr std::size_t kPack = 4;  // [doubles]
-constexpr std::size_t kLine = 8;  // [doubles] in a cache line of 64 bytes
-constexpr std::size_t kPacksPerLine = kLine / kPack;
+inline constexpr std::size_t kPack = 4;  // [doubles]
+inline constexpr std::size_t kLine = 8;  // [doubles] in a cache line of 64 bytes
+inline constexpr std::size_t kPacksPerLine = kLine / kPack;
 
 // Packs are passed by reference: how a vector is returned depends on the ABI.
 TARNWICK_ALWAYS_INLINE void Load(const double* from, Pack& to)
