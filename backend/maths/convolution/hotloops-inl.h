@@ -10,7 +10,8 @@ namespace {
 
 namespace TARNWICK_LOOP_TARGET {
 
-inline constexpr std::size_t kLevelOneBlock = 1024;  // [outputs] 8 KiB: they stay in the first-level cache from tap to tap
+inline constexpr std::size_t kLevelOneBlock =
+    1024;  // [outputs] 8 KiB: they stay in the first-level cache from tap to tap
 
 TARNWICK_ALWAYS_INLINE constexpr std::size_t Lesser(std::size_t a, std::size_t b)
 {
