@@ -17,6 +17,7 @@
 #include "faults/everyfilter.h"
 #include "filters/filters.h"
 #include "support/expectations.h"
+#include "support/signals.h"
 
 namespace {
 
@@ -69,7 +70,7 @@ std::string OutcomeOf(Rig& rig, Input& input)
 }
 
 struct Expected {
-    const char* who;   // a kind's name or its filter's; the first that fits counts, "*" fits all
+    const char* who;   // names of kinds or of their filters; the first that fits counts, "*" fits all
     const char* what;  // "@" stands for the filter's name
 };
 
@@ -104,11 +105,7 @@ Spoil Samples(std::size_t count)
 
 Spoil FractionalSampling(double uiDuration, double sampleSpacing)
 {
-    return [=](const Case& with) {
-        with.config.useFractionalSampling = true;
-        with.config.uiDuration = uiDuration;
-        with.config.sampleSpacing = sampleSpacing;
-    };
+    return [=](const Case& with) { with.config = FractionallySampled(with.config, uiDuration, sampleSpacing); };
 }
 
 // A TDECQ equaliser with these taps.
@@ -168,8 +165,7 @@ const std::vector<Row> kRows = {
     {"half a repetition",
      Samples(62),
      {{"Copy", kFiltered},
-      {"Sirc", kNull},
-      {"MovingAverage", kNull},
+      {"Sirc MovingAverage", kNull},
       {"BesselThomson", "@: sampleCount is 62; expected at least one pattern of 124 samples"},
       {"*", "@: sampleCount is 62; expected at least one repetition of 124 samples"}}},
     {"a repetition and a half",
@@ -182,9 +178,8 @@ const std::vector<Row> kRows = {
      {{"FfeManual", kNotFinite}, {"FFEFilter", "@: samples[5] is nan; expected a finite value"}, {"*", kNotFinite}}},
     {"an infinity",
      Sample(kInfinity),
-     {{"FfeManual", kNotFinite},
+     {{"FfeManual DfeManual", kNotFinite},
       {"FFEFilter", "@: samples[5] is inf; expected a finite value"},
-      {"DfeManual", kNotFinite},
       {"DFEFilter", "@: main cursor is not positive at any sampling delay" NO_CAPTURE},
       {"*", kNotFinite}}},
 
@@ -200,8 +195,7 @@ const std::vector<Row> kRows = {
       {"*", "@: samplesPerUi is 0; expected at least 1"}}},
     {"a negative number of samples per UI",  // for a moving average: fewer than no repetitions, none of them written
      Set(&Config::samplesPerUi, -4),
-     {{"Copy", kFiltered},
-      {"MovingAverage", kFiltered},
+     {{"Copy MovingAverage", kFiltered},
       {"BesselThomson", "@: samples per UI is -4; expected at least 1"},
       {"CTLEFilter", "@: patternLengthUi * samplesPerUi is -124; expected at least 1 sample"},
       {"Sirc", "@: uiSamples is -4; expected a finite positive number of samples"},
@@ -209,8 +203,7 @@ const std::vector<Row> kRows = {
       {"*", "@: samplesPerUi is -4; expected at least 1"}}},
     {"a negative pattern length",
      Set(&Config::patternLengthUi, -31),
-     {{"Copy", kFiltered},
-      {"MovingAverage", kFiltered},
+     {{"Copy MovingAverage", kFiltered},
       {"CTLEFilter", "@: patternLengthUi * samplesPerUi is -124; expected at least 1 sample"},
       {"Sirc", "@: patternLengthUi * uiSamples is -124; expected at least 1 sample"},
       {"DeEmbeddingFilter", "@: samplesPerUi * patternLengthUi is -124; expected at least 1 sample"},
@@ -218,16 +211,13 @@ const std::vector<Row> kRows = {
     {"a pattern of more than 2^31 samples",
      Set(&Config::patternLengthUi, kLargest),
      {{"Copy", kFiltered},
-      {"MovingAverage", "@: samplesPerUi * patternLengthUi is 8589934588; expected at most 2147483647"},
-      {"BesselThomson", "@: samplesPerUi * patternLengthUi is 8589934588; expected at most 2147483647"},
-      {"DeEmbeddingFilter", "@: samplesPerUi * patternLengthUi is 8589934588; expected at most 2147483647"},
+      {"MovingAverage BesselThomson DeEmbeddingFilter",
+       "@: samplesPerUi * patternLengthUi is 8589934588; expected at most 2147483647"},
       {"Sirc", "@: patternLengthUi * uiSamples is 8589934588" NO_COUNT},
       {"*", "@: sampleCount is 248; expected at least one repetition of 8589934588 samples"}}},
     {"a record of more than 2^31 samples",
      Set(&Config::patternRepeats, 17318417),
-     {{"BesselThomsonNoise",
-       "@: patternRepeats * patternLengthUi * samplesPerUi is 2147483708; expected at most 2147483647"},
-      {"DeEmbeddingNoise",
+     {{"BesselThomsonNoise DeEmbeddingNoise",
        "@: patternRepeats * patternLengthUi * samplesPerUi is 2147483708; expected at most 2147483647"},
       {"CTLEFilter", "@: patternRepeats * samplesPerUi * patternLengthUi is 2147483708; expected at most 2147483647"},
       {"*", kFiltered}}},
@@ -237,8 +227,8 @@ const std::vector<Row> kRows = {
     {"fewer than no repetitions",
      Set(&Config::patternRepeats, -1),
      {{"CtlePeakingNoise", "@: patternRepeats * samplesPerUi * patternLengthUi is -124; expected 0 or more samples"},
-      {"DeEmbeddingNoise", "@: patternRepeats * patternLengthUi * samplesPerUi is -124; expected 0 or more samples"},
-      {"BesselThomsonNoise", "@: patternRepeats * patternLengthUi * samplesPerUi is -124; expected 0 or more samples"},
+      {"DeEmbeddingNoise BesselThomsonNoise",
+       "@: patternRepeats * patternLengthUi * samplesPerUi is -124; expected 0 or more samples"},
       {"*", kFiltered}}},
     {"no samples in a pattern",
      Set(&Config::samplesPerPattern, 0),
@@ -247,45 +237,39 @@ const std::vector<Row> kRows = {
      FractionalSampling(kNan, 1.0),
      {{"Copy", kFiltered},
       {"MovingAverage", "@: patternLengthUi * (uiDuration / sampleSpacing) is nan; expected at least 1 sample"},
-      {"BesselThomson", "@: patternLengthUi * uiDuration / sampleSpacing is nan" NO_COUNT},
+      {"BesselThomson DeEmbeddingFilter", "@: patternLengthUi * uiDuration / sampleSpacing is nan" NO_COUNT},
       {"CTLEFilter", "@: patternLengthUi * samplesPerUi is nan; expected at least 1 sample"},
       {"Sirc", "@: uiSamples is nan; expected a finite positive number of samples"},
-      {"DeEmbeddingFilter", "@: patternLengthUi * uiDuration / sampleSpacing is nan" NO_COUNT},
       {"*", "@: uiDuration / sampleSpacing is nan" NO_COUNT}}},
     {"samples that are not spaced",
      FractionalSampling(4.0, 0.0),
      {{"Copy", kFiltered},
       {"MovingAverage", kNull},
-      {"BesselThomson", "@: patternLengthUi * uiDuration / sampleSpacing is inf" NO_COUNT},
+      {"BesselThomson DeEmbeddingFilter", "@: patternLengthUi * uiDuration / sampleSpacing is inf" NO_COUNT},
       {"CTLEFilter", "@: sampleCount is 248; expected at least one repetition of inf samples"},
       {"Sirc", "@: uiSamples is inf; expected a finite positive number of samples"},
-      {"DeEmbeddingFilter", "@: patternLengthUi * uiDuration / sampleSpacing is inf" NO_COUNT},
       {"*", "@: uiDuration / sampleSpacing is inf" NO_COUNT}}},
 
     // Rates and frequencies
     {"no symbol rate",
      Set(&Config::baudRateGBd, 0.0),
-     {{"Copy", kFiltered},
-      {"MovingAverage", kFiltered},
+     {{"Copy MovingAverage", kFiltered},
       {"DeEmbeddingFilter", "@: baudRateGBd is 0; expected a finite positive symbol rate in GBd"},
       {"*", "@: baudRateGBd is 0; expected a finite positive symbol rate"}}},
     {"a symbol rate of NaN",
      Set(&Config::baudRateGBd, -kNan),  // whatever its sign
-     {{"Copy", kFiltered},
-      {"MovingAverage", kFiltered},
+     {{"Copy MovingAverage", kFiltered},
       {"DeEmbeddingFilter", "@: baudRateGBd is nan; expected a finite positive symbol rate in GBd"},
       {"*", "@: baudRateGBd is nan; expected a finite positive symbol rate"}}},
     {"an infinite symbol rate",
      Set(&Config::baudRateGBd, kInfinity),
-     {{"Copy", kFiltered},
-      {"MovingAverage", kFiltered},
+     {{"Copy MovingAverage", kFiltered},
       {"DeEmbeddingFilter", "@: baudRateGBd is inf; expected a finite positive symbol rate in GBd"},
       {"*", "@: baudRateGBd is inf; expected a finite positive symbol rate"}}},
     {"a noise corner of NaN",
      Set(&BaseFilterParameters::noiseCornerFrequency, kNan),
-     {{"BesselThomson", "@: noiseCornerFrequency is nan; expected a finite frequency in hertz"},
-      {"CTLEFilter", "@: noiseCornerFrequency is nan; expected a finite frequency in hertz"},
-      {"DeEmbeddingNoise", "@: noiseCornerFrequency is nan; expected a finite frequency in hertz"},
+     {{"BesselThomson CTLEFilter DeEmbeddingNoise",
+       "@: noiseCornerFrequency is nan; expected a finite frequency in hertz"},
       {"*", kFiltered}}},
     {"an infinite end of the noise",
      Set(&BaseFilterParameters::noiseSecondParameter, kInfinity),
@@ -294,9 +278,7 @@ const std::vector<Row> kRows = {
     // Channels, enumerators, patterns
     {"a channel below all",
      Set(&BaseFilterParameters::channel, kSmallest),
-     {{"BesselThomson", "@: channel is -2147483648; expected 0 to 3"},
-      {"Sirc", "@: channel is -2147483648; expected 0 to 3"},
-      {"*", kFiltered}}},
+     {{"BesselThomson Sirc", "@: channel is -2147483648; expected 0 to 3"}, {"*", kFiltered}}},
     {"a coding without a name",
      Set(&Config::signalCoding, static_cast<E_SIGNAL_CODING>(99)),
      {{"DFEFilter", "@: signalCoding is 99; expected NRZ, PAM3, PAM4 or precoded PAM4"}, {"*", kFiltered}}},
@@ -317,13 +299,11 @@ const std::vector<Row> kRows = {
       {"*", kFiltered}}},
     {"a symbol too many",
      [](const Case& with) { with.config.patternSymbols += '0'; },
-     {{"FfeAutomatic", "@: sampleCount is 248; expected a whole number of repetitions of 128 samples"},
-      {"FfeTdecq", "@: sampleCount is 248; expected a whole number of repetitions of 128 samples"},
+     {{"FfeAutomatic FfeTdecq", "@: sampleCount is 248; expected a whole number of repetitions of 128 samples"},
       {"DfePam4", "@: length of patternSymbols is 32; expected patternLengthUi, 31"}}},
     {"a symbol of no level",
      [](const Case& with) { with.config.patternSymbols[7] = '9'; },
-     {{"FfeTdecq", "@: symbols[7] is '9'; expected '0' to '3'"},
-      {"DfePam4", "@: symbols[7] is '9'; expected '0' to '3'"}}},
+     {{"FfeTdecq DfePam4", "@: symbols[7] is '9'; expected '0' to '3'"}}},
     {"a constant in which symbols are to be detected",
      ConstantWithoutPattern(),
      {{"FfeTdecq", "@: samples is constant, 0.25; expected a capture of the pattern"},
@@ -333,8 +313,7 @@ const std::vector<Row> kRows = {
      {{"Copy", kFiltered}, {"*", "@: parameters is null; expected a parameters object"}}},
     {"no configuration",  // for a moving average: the whole record is one period
      [](const Case& with) { with.parameters = BaseFilterParameters(); },
-     {{"Copy", kFiltered},
-      {"MovingAverage", kFiltered},
+     {{"Copy MovingAverage", kFiltered},
       {"Sirc", "@: configuration is null; expected the device configuration, which holds the pattern length"},
       {"*", "@: configuration is null; expected the device configuration, which holds the symbol rate"}}},
     {"parameters of another filter",
@@ -355,9 +334,7 @@ const std::vector<Row> kRows = {
     {"an infinite gain",
      Set(&CTLEFilterParameters::gain, -kInfinity),
      {{"CtleHdmi20", "@: gain is -inf dB; expected -20 to 20 dB at half the symbol rate"},
-      {"CtlePeaking", "@: gain is -inf; expected a finite number"},
-      {"CtleHdmi", "@: gain is -inf; expected a finite number"},
-      {"CtleOif", "@: gain is -inf; expected a finite number"}}},
+      {"CtlePeaking CtleHdmi CtleOif", "@: gain is -inf; expected a finite number"}}},
     {"a pole of NaN",  // which the other variants write themselves
      Set(&CTLEFilterParameters::pole1, kNan),
      {{"CtleOif", "@: pole1 is nan; expected a finite number"}, {"CTLEFilter", kFiltered}}},
@@ -413,17 +390,16 @@ const std::vector<Row> kRows = {
          with.rig.Filter().kernel = nullptr;
          with.parameters.ResetDirty();
      },
-     {{"Copy", kFiltered},
-      {"CTLEFilter", kFiltered},
-      {"DFEFilter", kFiltered},
-      {"DeEmbeddingFilter", kFiltered},
+     {{"Copy CTLEFilter DFEFilter DeEmbeddingFilter", kFiltered},
       {"*", "@: kernel is null; expected a kernel made by Prepare or assigned by the host"}}},
 };
 
 std::optional<std::string> ExpectedOf(const Row& row, const FilterKind& kind)
 {
     for (const auto& [who, what] : row.outcomes) {
-        if (who == kind.name || who == kind.filter || who == std::string("*"))
+        const std::string names = std::string(" ") + who + " ";
+        const auto has = [&](const std::string& name) { return names.find(" " + name + " ") != std::string::npos; };
+        if (has(kind.name) || has(kind.filter) || has("*"))
             return *what == '@' ? kind.filter + (what + 1) : std::string(what);
     }
     return std::nullopt;

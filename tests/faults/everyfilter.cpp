@@ -2,13 +2,13 @@
 
 #include <cmath>
 #include <complex>
-#include <filesystem>
-#include <fstream>
 #include <optional>
-#include <random>
+#include <sstream>
 #include <utility>
 
 #include "filters/filters.h"
+#include "support/captures.h"
+#include "support/files.h"
 #include "support/signals.h"
 
 namespace Tarnwick::Testing {
@@ -29,12 +29,10 @@ constexpr std::size_t kChannels = 4;
 std::string Symbols(E_SIGNAL_CODING coding)
 {
     const std::vector<int> bits = PrbsLevels(5, 3);
-    std::string text;
-    for (std::size_t k = 0; k < bits.size(); ++k) {
-        const int pair = 2 * bits[2 * k % bits.size()] + bits[(2 * k + 1) % bits.size()];
-        text += static_cast<char>('0' + (coding == SIGNAL_CODING_PAM4 ? pair : bits[k]));
-    }
-    return text;
+    std::vector<int> levels = bits;
+    for (std::size_t k = 0; k < bits.size() && coding == SIGNAL_CODING_PAM4; ++k)
+        levels[k] = 2 * bits[2 * k % bits.size()] + bits[(2 * k + 1) % bits.size()];
+    return LevelText(levels);
 }
 
 // Two repetitions behind a line with an echo and slow edges, with noise of 1 %.
@@ -76,32 +74,17 @@ std::vector<double> MeasuredDecay(double rate)
     return table;
 }
 
-// A fixture of 0.1 dB a GHz and 50 ps, in a file that lasts as long as the process.
-class FixtureFile {
-public:
-    FixtureFile()
-        : path_(std::filesystem::temp_directory_path() /
-                ("tarnwick-fixture-" + std::to_string(std::random_device()()) + ".s2p"))
-    {
-        std::ofstream file(path_);
-        file << "# GHz S RI R 50\n";
-        for (int f = 1; f <= 60; ++f) {
-            const std::complex<double> s = std::polar(std::pow(10.0, -0.005 * f), -0.314159 * f);
-            file << f << " 0 0 " << s.real() << ' ' << s.imag() << ' ' << s.real() << ' ' << s.imag() << " 0 0\n";
-        }
+// A fixture of 0.1 dB a GHz and 50 ps.
+std::string FixtureText()
+{
+    std::ostringstream text;
+    text << "# GHz S RI R 50\n";
+    for (int f = 1; f <= 60; ++f) {
+        const std::complex<double> s = std::polar(std::pow(10.0, -0.005 * f), -0.314159 * f);
+        text << f << " 0 0 " << s.real() << ' ' << s.imag() << ' ' << s.real() << ' ' << s.imag() << " 0 0\n";
     }
-    FixtureFile(const FixtureFile&) = delete;
-    FixtureFile& operator=(const FixtureFile&) = delete;
-    ~FixtureFile()
-    {
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
-    }
-    std::string Path() const { return path_.string(); }
-
-private:
-    std::filesystem::path path_;
-};
+    return text.str();
+}
 
 template <typename F, typename P>
 struct Traits {
@@ -287,8 +270,9 @@ FilterKind DeEmbedding(std::string name, bool preserveNoise)
 {
     Traits<DeEmbeddingFilter, DeEmbeddingParameters> traits;
     traits.set = [preserveNoise](auto& p, bool other) {
-        static const FixtureFile kFixture;
-        p.sparamFileName = kFixture.Path();
+        static const TestFolder kFolder;  // lasts as long as the process
+        static const std::string kFixture = kFolder.Write("fixture.s2p", FixtureText()).string();
+        p.sparamFileName = kFixture;
         p.conversionFlag = !other;
         p.preserveNoise = preserveNoise;
     };
@@ -333,22 +317,6 @@ const std::vector<FilterKind>& EveryFilter()
         DeEmbedding("DeEmbeddingNoise", true),
     };
     return kinds;
-}
-
-std::vector<double> Applied(BaseFilter& filter, const std::vector<double>& samples)
-{
-    SystemFramework::SignalData signal;
-    signal.sampleCount = static_cast<std::int32_t>(samples.size());
-    // No filter writes to them.
-    signal.samples = const_cast<double*>(samples.data());  // NOLINT(cppcoreguidelines-pro-type-const-cast)
-    const std::unique_ptr<double, void (*)(void*)> output(filter.Apply(&signal),
-                                                          [](void* array) { ::operator delete(array); });
-    return output ? std::vector(output.get(), output.get() + samples.size()) : std::vector<double>{};
-}
-
-std::vector<double> Rig::Apply(const std::vector<double>& samples)
-{
-    return Applied(Filter(), samples);
 }
 
 }  // namespace Tarnwick::Testing

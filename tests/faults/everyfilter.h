@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "filters/apply.h"
 #include "framework/basefilter.h"
 #include "framework/basefilterparameters.h"
 #include "framework/deviceconfiguration.h"
@@ -40,7 +41,7 @@ public:
     /// Gives the parameters the values of others of their class.
     virtual void Restore(const DSO::SystemFramework::BaseFilterParameters& from) = 0;
 
-    std::vector<double> Apply(const std::vector<double>& samples);
+    std::vector<double> Apply(const std::vector<double>& samples) { return DSO::Filters::Filtered(Filter(), samples); }
 
     DSO::DeviceConfiguration config;
     std::vector<double> first, second;
@@ -58,7 +59,5 @@ struct FilterKind {
 const std::vector<FilterKind>& EveryFilter();
 
 constexpr int kSamplesPerUi = 4;
-
-std::vector<double> Applied(DSO::SystemFramework::BaseFilter& filter, const std::vector<double>& samples);
 
 }  // namespace Tarnwick::Testing

@@ -18,6 +18,7 @@ namespace {
 using namespace Tarnwick::DSO;
 using namespace Tarnwick::Testing;
 using Filters::FFEFilterParameters;
+using Filters::Filtered;
 using SystemFramework::BaseFilter;
 using SystemFramework::BaseFilterParameters;
 
@@ -73,7 +74,7 @@ TEST_P(FilterLifetime, LetsCopiesGoInAnyOrder)
                 holders[gone].reset();
                 rig->Restore(*parameters);
                 for (const auto& holder : holders)
-                    EXPECT_TRUE(!holder || HaveSameBits(Applied(*holder, rig->first), first));
+                    EXPECT_TRUE(!holder || HaveSameBits(Filtered(*holder, rig->first), first));
             }
         });
     } while (std::next_permutation(order.begin(), order.end()));

@@ -5,7 +5,6 @@
 #include <charconv>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <fstream>
 #include <memory>
@@ -18,10 +17,12 @@
 #endif
 
 #include "faults/everyfilter.h"
+#include "support/expectations.h"
 
 namespace {
 
 using namespace Tarnwick::Testing;
+using Tarnwick::DSO::Filters::Filtered;
 
 constexpr long kDefaultCycles = 10000;
 // Every setting has come up five times by then: plans, log and the heap's arenas have their size.
@@ -56,11 +57,6 @@ std::optional<long> ResidentKib()
     return std::nullopt;
 }
 
-bool AreSame(const std::vector<double>& a, const std::vector<double>& b)
-{
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
-}
-
 // One kind of filter at every length, and what each setting gave at first.
 class Subject {
 public:
@@ -79,11 +75,11 @@ public:
         const std::vector<double>& samples = other ? rig->second : rig->first;
         const std::vector<double> result = rig->Apply(samples);
         const auto copy = rig->CopyOf(rig->Filter());
-        const bool isCopied = AreSame(Applied(*copy, samples), result);
+        const bool isCopied = HaveSameBits(Filtered(*copy, samples), result);
         std::vector<double>& first = first_[static_cast<std::size_t>(setting)];
         if (first.empty())
             first = result;
-        return isCopied && result.size() == samples.size() && AreSame(result, first);
+        return isCopied && result.size() == samples.size() && HaveSameBits(result, first);
     }
     const char* Name() const { return kind_.name.c_str(); }
 

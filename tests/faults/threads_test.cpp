@@ -12,6 +12,7 @@
 namespace {
 
 using namespace Tarnwick::Testing;
+using Tarnwick::DSO::Filters::Filtered;
 
 // Every filter made, prepared, applied, changed, copied and destroyed, one after the other from the given one on.
 std::vector<std::vector<double>> Results(std::size_t from, int samplesPerUi)
@@ -25,7 +26,7 @@ std::vector<std::vector<double>> Results(std::size_t from, int samplesPerUi)
         const auto copy = rig->CopyOf(rig->Filter());
         rig->Change(true);
         results[3 * place + 1] = rig->Apply(rig->second);
-        results[3 * place + 2] = Applied(*copy, rig->first);
+        results[3 * place + 2] = Filtered(*copy, rig->first);
     }
     return results;
 }

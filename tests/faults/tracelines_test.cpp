@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <future>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -12,7 +11,7 @@
 
 #include "faults/allocations.h"
 #include "filters/filters/besselthomson.h"
-#include "framework/storagesinglton.h"
+#include "support/loglines.h"
 
 namespace {
 
@@ -20,19 +19,6 @@ using namespace Tarnwick::DSO::Filters;
 using namespace Tarnwick::Testing;
 
 using Texts = std::vector<std::string>;
-
-Texts messages;
-bool failing = false;
-
-class Collector : public el::LogDispatchCallback {
-protected:
-    void handle(const el::LogDispatchData* data) override
-    {
-        if (failing)
-            throw std::runtime_error("a host's failure");
-        messages.push_back(data->logMessage()->message());
-    }
-};
 
 void LogFourLines()
 {
@@ -43,26 +29,28 @@ void LogFourLines()
 const Texts kFourLines{"Initializing BesselThomson constructor...", "BesselThomson constructor finished",
                        "~BesselThomson()...", "~BesselThomson() finished"};
 
-// From another thread, which would wait for ever if the logger had stayed locked.
-Texts LinesOfAnotherThread()
-{
-    messages.clear();
-    std::promise<void> finished;
-    const std::future<void> isFinished = finished.get_future();
-    std::thread([finished = std::move(finished)]() mutable {
-        LogFourLines();
-        finished.set_value_at_thread_exit();
-    }).detach();
-    if (isFinished.wait_for(std::chrono::seconds(20)) != std::future_status::ready)
-        return {"the logger is locked"};
-    return messages;
-}
+class TraceLines : public LogLines {
+protected:
+    // From another thread, which would wait for ever if the logger had stayed locked.
+    static Texts LinesOfAnotherThread()
+    {
+        lines.clear();
+        std::promise<void> finished;
+        const std::future<void> isFinished = finished.get_future();
+        std::thread([finished = std::move(finished)]() mutable {
+            LogFourLines();
+            finished.set_value_at_thread_exit();
+        }).detach();
+        if (isFinished.wait_for(std::chrono::seconds(20)) != std::future_status::ready)
+            return {"the logger is locked"};
+        return Messages();
+    }
+};
 
-TEST(LogLines, GoOnAfterMemoryRanShort)
+TEST_F(TraceLines, GoOnAfterMemoryRanShort)
 {
-    ASSERT_TRUE(el::Helpers::installLogDispatchCallback<Collector>("collector"));
     LogFourLines();
-    ASSERT_EQ(messages, kFourLines);
+    ASSERT_EQ(Messages(), kFourLines);
     bool hasFailed = true;
     long n = 0;
     while (hasFailed && !HasFailure()) {
@@ -76,17 +64,14 @@ TEST(LogLines, GoOnAfterMemoryRanShort)
         EXPECT_EQ(LinesOfAnotherThread(), kFourLines);
     }
     EXPECT_GT(n, 4);
-    el::Helpers::uninstallLogDispatchCallback<Collector>("collector");
 }
 
-TEST(LogLines, GoOnAfterACallbackFailed)
+TEST_F(TraceLines, GoOnAfterACallbackFailed)
 {
-    ASSERT_TRUE(el::Helpers::installLogDispatchCallback<Collector>("collector"));
     failing = true;
     LogFourLines();
     failing = false;
     EXPECT_EQ(LinesOfAnotherThread(), kFourLines);
-    el::Helpers::uninstallLogDispatchCallback<Collector>("collector");
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iterator>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -13,6 +11,7 @@
 #include "filters/filters.h"
 #include "framework/storagesinglton.h"
 #include "support/expectations.h"
+#include "support/loglines.h"
 #include "support/signals.h"
 
 SHARE_EASYLOGGINGPP(Tarnwick::DSO::SystemFramework::StorageSinglton::GetStorage())
@@ -23,45 +22,7 @@ using namespace Tarnwick::DSO;
 using namespace Tarnwick::DSO::Filters;
 using namespace Tarnwick::Testing;
 
-struct Line {
-    std::string message, function, file, logger;
-    el::Level level;
-    unsigned long number;
-};
-
-std::mutex linesMutex;
-std::vector<Line> lines;
-
-class Collector : public el::LogDispatchCallback {
-protected:
-    void handle(const el::LogDispatchData* data) override
-    {
-        const el::LogMessage& message = *data->logMessage();
-        const std::lock_guard lock(linesMutex);
-        lines.push_back({message.message(), message.func(), message.file(), message.logger()->id(), message.level(),
-                         static_cast<unsigned long>(message.line())});
-    }
-};
-
-class Logging : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        lines.clear();
-        ASSERT_TRUE(el::Helpers::installLogDispatchCallback<Collector>("collector"));
-    }
-    void TearDown() override { el::Helpers::uninstallLogDispatchCallback<Collector>("collector"); }
-
-    static std::vector<std::string> Messages()
-    {
-        std::vector<std::string> messages;
-        std::transform(lines.begin(), lines.end(), std::back_inserter(messages),
-                       [](const Line& line) { return line.message; });
-        lines.clear();
-        return messages;
-    }
-};
-
+using Logging = LogLines;
 using Texts = std::vector<std::string>;
 const Texts kConstructor{"Initializing BesselThomson constructor...", "BesselThomson constructor finished"};
 const Texts kPrepare{"BesselThomson::Prepare...", "BesselThomson::Prepare finished"};
@@ -118,7 +79,7 @@ TEST_F(Logging, NamesLoggerLevelAndWhereTheLineComesFrom)
     const std::string functions[] = {"BesselThomson::BesselThomson(", "BesselThomson::Prepare(",
                                      "BesselThomson::~BesselThomson("};
     for (std::size_t k = 0; k < 6; ++k) {
-        const Line& line = lines[k];
+        const LogLine& line = lines[k];
         SCOPED_TRACE(line.message);
         EXPECT_EQ(line.logger, "default");
         EXPECT_EQ(line.level, el::Level::Trace);
@@ -141,7 +102,7 @@ TEST_F(Logging, SurroundsEachRepetitionThatSircCorrects)
     Record record(Constant(1.0, 33));
     Take(filter.Apply(&record), 33);
     ASSERT_EQ(lines.size(), 4U);
-    for (const Line& line : lines) {
+    for (const LogLine& line : lines) {
         EXPECT_NE(line.function.find("SircFilter::Apply("), std::string::npos) << line.function;
         EXPECT_EQ(line.function.find("lambda"), std::string::npos) << line.function;
         EXPECT_NE(line.file.find("sircfilter.cpp"), std::string::npos) << line.file;

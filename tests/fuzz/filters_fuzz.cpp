@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "filters/apply.h"
 #include "filters/filters.h"
 #include "fixtures.h"
 
@@ -25,25 +26,24 @@ using namespace Tarnwick::DSO;
 using namespace Tarnwick::DSO::Filters;
 using SystemFramework::BaseFilter;
 using SystemFramework::BaseFilterParameters;
-using SystemFramework::SignalData;
 
 constexpr int kLongest = 1024;          // samples of a record, for some hundred runs a second
 constexpr double kLongestGrid = 65536;  // samples that a configuration may claim for one
+using Limits = std::numeric_limits<double>;
+using WholeLimits = std::numeric_limits<std::int32_t>;
 constexpr double kReals[] = {0.0,
                              -0.0,
                              -1.0,
-                             std::numeric_limits<double>::quiet_NaN(),
-                             std::numeric_limits<double>::infinity(),
-                             -std::numeric_limits<double>::infinity(),
-                             std::numeric_limits<double>::max(),
-                             std::numeric_limits<double>::lowest(),
-                             std::numeric_limits<double>::min(),
-                             std::numeric_limits<double>::denorm_min(),
+                             Limits::quiet_NaN(),
+                             Limits::infinity(),
+                             -Limits::infinity(),
+                             Limits::max(),
+                             Limits::lowest(),
+                             Limits::min(),
+                             Limits::denorm_min(),
                              1e-300,
                              1e15};
-constexpr std::int32_t kWholes[] = {
-    -1, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max(), 46341, 65536, 1 << 24, 0,
-    3};
+constexpr std::int32_t kWholes[] = {-1, WholeLimits::min(), WholeLimits::max(), 46341, 65536, 1 << 24, 0, 3};
 
 // Settings out of the bytes: of the likely range, or now and then what no host should give.
 class Choices {
@@ -286,22 +286,6 @@ std::vector<double> ChosenRecord(Choices& choices, const DeviceConfiguration& co
     for (int touched = choices.Plain(0, 8); touched > 0 && count > 0; --touched)
         samples[choices.Plain<std::size_t>(0, samples.size() - 1)] = choices.Real(-1.0, 1.0);
     return samples;
-}
-
-struct Release {
-    void operator()(double* array) const { ::operator delete(array); }
-};
-
-// The filter's answer, or nothing when it has none.
-std::optional<std::vector<double>> Filtered(BaseFilter& filter, std::vector<double>& samples)
-{
-    SignalData signal;
-    signal.sampleCount = static_cast<std::int32_t>(samples.size());
-    signal.samples = samples.data();
-    const std::unique_ptr<double[], Release> result(filter.Apply(&signal));
-    if (!result)
-        return std::nullopt;
-    return std::vector<double>(result.get(), result.get() + samples.size());
 }
 
 bool AreSame(const std::vector<double>& a, const std::vector<double>& b)

@@ -35,6 +35,22 @@ std::string GraySymbols(const std::vector<int>& levels)
     return symbols;
 }
 
+std::string LevelText(const std::vector<int>& levels)
+{
+    std::string text;
+    for (const int level : levels)
+        text += static_cast<char>('0' + level);
+    return text;
+}
+
+std::vector<double> Held(const std::vector<double>& values, double samplesPerUi)
+{
+    std::vector<double> samples(static_cast<std::size_t>(static_cast<double>(values.size()) * samplesPerUi));
+    for (std::size_t m = 0; m < samples.size(); ++m)
+        samples[m] = values[static_cast<std::size_t>(static_cast<double>(m) / samplesPerUi)];
+    return samples;
+}
+
 std::vector<double> ThroughResponse(const std::vector<double>& samples, double sampleRate,
                                     const std::function<Complex(double)>& response)
 {

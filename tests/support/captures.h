@@ -17,6 +17,12 @@ std::vector<int> Prbs13qLevels();
 /// The Gray symbols of levels 0 to 3.
 std::string GraySymbols(const std::vector<int>& levels);
 
+/// The levels as digits.
+std::string LevelText(const std::vector<int>& levels);
+
+/// Each value held for a unit interval.
+std::vector<double> Held(const std::vector<double>& values, double samplesPerUi);
+
 /// One period of a repeated waveform behind a response H(f); f in the unit of the sample rate.
 std::vector<double> ThroughResponse(const std::vector<double>& samples, double sampleRate,
                                     const std::function<std::complex<double>(double)>& response);

@@ -1,4 +1,4 @@
-// Files for one test, in a folder of its own that goes with it.
+// Files for one test, or for a program without tests, in a folder of its own that goes with it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,8 +17,9 @@ public:
     TestFolder()
     {
         const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-        path_ = std::filesystem::temp_directory_path() / (std::string("tarnwick-") + test->test_suite_name() + "-" +
-                                                          test->name() + "-" + std::to_string(std::random_device()()));
+        const std::string name = test ? std::string(test->test_suite_name()) + "-" + test->name() : "process";
+        path_ = std::filesystem::temp_directory_path() /
+                ("tarnwick-" + name + "-" + std::to_string(std::random_device()()));
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
     }

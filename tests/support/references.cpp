@@ -89,11 +89,6 @@ Complex BesselThomsonAt(int order, double w)
     return ReverseBessel(order, 0.0) / ReverseBessel(order, {0.0, w});
 }
 
-double BesselThomsonDelayAt(int order, double w)
-{
-    return 1.0 - std::pow(w, 2 * order) / std::norm(ReverseBessel(order, {0.0, w}));
-}
-
 double NoiseRms(std::span<const Complex> response)
 {
     const double power = std::accumulate(response.begin(), response.end(), 0.0,

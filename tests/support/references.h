@@ -29,9 +29,6 @@ Complex ReverseBessel(int order, Complex s);
 /// B_n(0) / B_n(jw)
 Complex BesselThomsonAt(int order, double w);
 
-/// Group delay of that response over its delay at DC: 1 - w^2n / |B_n(jw)|^2 (Storch, as above).
-double BesselThomsonDelayAt(int order, double w);
-
 /// sqrt(mean |H|^2): the rms that white noise of variance 1 leaves a response with.
 double NoiseRms(std::span<const Complex> response);
 

@@ -65,4 +65,12 @@ DSO::DeviceConfiguration Configuration(int samplesPerUi, int patternLengthUi, do
     return config;
 }
 
+DSO::DeviceConfiguration FractionallySampled(DSO::DeviceConfiguration config, double uiDuration, double sampleSpacing)
+{
+    config.useFractionalSampling = true;
+    config.uiDuration = uiDuration;
+    config.sampleSpacing = sampleSpacing;
+    return config;
+}
+
 }  // namespace Tarnwick::Testing

@@ -46,11 +46,7 @@ DeviceConfiguration Repeated(int samplesPerUi, int patternLengthUi, int repeats 
 // A third of `uiDuration` samples per UI, three on the grid.
 DeviceConfiguration Fractional(double uiDuration)
 {
-    DeviceConfiguration config = Repeated(3, 511);
-    config.useFractionalSampling = true;
-    config.uiDuration = uiDuration;
-    config.sampleSpacing = 3.0;
-    return config;
+    return FractionallySampled(Repeated(3, 511), uiDuration, 3.0);
 }
 
 Set Type(CTLE_Type type, double gain)
@@ -130,6 +126,18 @@ TEST(CTLEFilterParameters, KeepTheOddOrderOfTheLastArguments)
     EXPECT_EQ(CTLEFilterParameters().noiseCornerFrequency, 35e9);
 }
 
+// Bins `spacing` apart, each against the formula at its frequency.
+void ExpectSpectrum(const std::vector<double>& taps, double spacing, const std::function<Complex(double f)>& at,
+                    double bound)
+{
+    std::vector<Complex> bins(taps.begin(), taps.end());
+    SystemFramework::FFTIFFT_Factory::GetInstance().FFT(bins.data(), static_cast<int>(bins.size()));
+    for (std::size_t k = 0; k <= bins.size() / 2; ++k) {
+        const Complex expected = at(spacing * static_cast<double>(k));
+        ASSERT_LT(std::abs(bins[k] - expected), bound * std::abs(expected)) << "bin " << k;
+    }
+}
+
 // The taps' spectrum is the standard's formula at every bin: even and odd N, several repetitions, fractional sampling.
 TEST(CTLEFilterTaps, HaveTheSpectrumOfTheirFormula)
 {
@@ -147,16 +155,11 @@ TEST(CTLEFilterTaps, HaveTheSpectrumOfTheirFormula)
             Equaliser equaliser(config, formula.set);
             const std::vector<double>& taps = equaliser.Taps();
             ASSERT_EQ(taps.size(), count);
-            std::vector<Complex> bins(taps.begin(), taps.end());
-            SystemFramework::FFTIFFT_Factory::GetInstance().FFT(bins.data(), static_cast<int>(count));
             const double spacing =
                 26.5625 * samplesPerUi / (config.patternRepeats * config.samplesPerUi * config.patternLengthUi);
-            const double bound =
-                equaliser.parameters.type == CTLE_PEAKING ? Maths::kCtlePeakingBinError : Maths::kCtleBinError;
-            for (std::size_t k = 0; k <= count / 2; ++k) {
-                const Complex expected = formula.at(spacing * static_cast<double>(k));
-                ASSERT_LT(std::abs(bins[k] - expected), bound * std::abs(expected)) << "bin " << k;
-            }
+            ExpectSpectrum(
+                taps, spacing, formula.at,
+                equaliser.parameters.type == CTLE_PEAKING ? Maths::kCtlePeakingBinError : Maths::kCtleBinError);
         }
 }
 
@@ -170,34 +173,21 @@ TEST(CTLEFilterTaps, FollowTheFormulaOfEveryPreset)
     };
     std::vector<Preset> presets;
     for (const Maths::Ieee802_3bsPreset& p : Maths::kIeee802_3bsPresets)
-        presets.push_back({CTLE_IEEE802_3bs, p.keyDb, 26.5625, [p](double f) {
-                               const double ghz = f / 1e9;
-                               return p.dcGain * Factor(ghz, p.zero1) * Factor(ghz, p.zero2) / Factor(ghz, p.pole1) /
-                                      Factor(ghz, p.pole2) / Factor(ghz, p.pole3);
-                           }});
+        presets.push_back({CTLE_IEEE802_3bs, p.keyDb, 26.5625, p.Response()});
     for (const auto& [level, ratio] : Maths::kHdmiLevels)
-        presets.push_back({CTLE_HDMI, static_cast<double>(level), 5.94, [ratio = ratio](double f) {
-                               return Factor(f, 3.5e9 / ratio) / Factor(f, 3.5e9) / Factor(f, 10e9);
-                           }});
+        presets.push_back(
+            {CTLE_HDMI, static_cast<double>(level), 5.94,
+             Maths::HdmiResponse(ratio, Maths::kHdmiPole1, Maths::kHdmiPole2, Maths::kHdmiPole1 / ratio)});
     for (const double rate : {10.0, 26.5625, 53.125})
         for (int gain = 0; gain <= 12; gain += 3)
-            presets.push_back({CTLE_PEAKING, static_cast<double>(gain), rate,
-                               [design = *Maths::DesignPeaking(rate * 1e9, gain)](double f) {
-                                   return design.dcGain * Factor(f, design.zero / kTwoPi) /
-                                          Factor(f, design.pole1 / kTwoPi) / Factor(f, design.pole2 / kTwoPi);
-                               }});
+            presets.push_back(
+                {CTLE_PEAKING, static_cast<double>(gain), rate, Maths::DesignPeaking(rate * 1e9, gain)->Response()});
     for (const Preset& preset : presets) {
         SCOPED_TRACE(std::to_string(preset.type) + ", " + std::to_string(preset.gain) + " dB");
         DeviceConfiguration config = Repeated(16, 511);
         config.baudRateGBd = preset.rateGBd;
         Equaliser equaliser(config, Type(preset.type, preset.gain));
-        const std::vector<double>& taps = equaliser.Taps();
-        std::vector<Complex> bins(taps.begin(), taps.end());
-        SystemFramework::FFTIFFT_Factory::GetInstance().FFT(bins.data(), static_cast<int>(bins.size()));
-        for (std::size_t k = 0; k <= bins.size() / 2; ++k) {
-            const Complex expected = preset.at(preset.rateGBd * 1e9 * static_cast<double>(k) / 511.0);
-            ASSERT_LT(std::abs(bins[k] - expected), Maths::kCtleBinError * std::abs(expected)) << "bin " << k;
-        }
+        ExpectSpectrum(equaliser.Taps(), preset.rateGBd * 1e9 / 511.0, preset.at, Maths::kCtleBinError);
     }
 }
 
@@ -268,12 +258,9 @@ TEST(CTLEFilterApply, EqualisesEachRepetitionAsAPeriod)
 // An NRZ eye at 5.94 GBd behind a cable: closed to 0.34 of the swing at 8 dB, to 0.12 at 12 dB; open behind its inverse.
 TEST(CTLEFilterApply, OpensTheEyeBehindACable)
 {
-    std::string symbols;
-    std::vector<double> sent;
-    for (const int bit : PrbsLevels(9, 5)) {
-        symbols += static_cast<char>('0' + bit);
-        sent.insert(sent.end(), 16, bit);
-    }
+    const auto bits = PrbsLevels(9, 5);
+    const std::string symbols = LevelText(bits);
+    const auto sent = Held({bits.begin(), bits.end()}, 16);
     for (const auto& [loss, closed] : {std::pair{8.0, 0.34}, {12.0, 0.12}}) {
         DeviceConfiguration config = Repeated(16, 511);
         config.baudRateGBd = 5.94;

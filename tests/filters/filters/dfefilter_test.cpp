@@ -48,24 +48,33 @@ struct Line {
     double Value(long long ui) const { return 2.0 * Level(ui) / (LevelCount() - 1) - 1.0; }
     std::vector<double> Capture() const
     {
-        std::vector<double> samples;
+        std::vector<double> values;
         for (long long i = 0; i < static_cast<long long>(levels.size()); ++i) {
-            double value = Value(i);
+            values.push_back(Value(i));
             for (std::size_t j = 0; j < echoes.size(); ++j)
-                value += echoes[j] * Value(i - 1 - static_cast<long long>(j));
-            samples.insert(samples.end(), static_cast<std::size_t>(samplesPerUi), value);
+                values.back() += echoes[j] * Value(i - 1 - static_cast<long long>(j));
         }
-        return WithNoise(ThroughFrontEnd(samples, samplesPerUi * baudRateGBd, bandwidthGHz), noise, 1);
+        const auto sent = Held(values, samplesPerUi);
+        return WithNoise(ThroughFrontEnd(sent, samplesPerUi * baudRateGBd, bandwidthGHz), noise, 1);
+    }
+    /// `count` of the capture's samples, each the tenth of the one before: a tenth as many samples per UI.
+    std::vector<double> Decimated(std::size_t count) const
+    {
+        const auto fine = Capture();
+        std::vector<double> samples(count);
+        for (std::size_t m = 0; m < count; ++m)
+            samples[m] = fine[10 * m % fine.size()];
+        return samples;
     }
     DeviceConfiguration Configured(int repetitions = 1) const
     {
         DeviceConfiguration config = Configuration(samplesPerUi, static_cast<int>(levels.size()), baudRateGBd);
         config.signalCoding = coding;
         config.patternRepeats = repetitions;
-        for (const int level : levels)
-            config.patternSymbols += static_cast<char>('0' + level);
+        config.patternSymbols = LevelText(levels);
         return config;
     }
+    DeviceConfiguration DecimatedConfigured() const { return FractionallySampled(Configured(), samplesPerUi / 10.0); }
 };
 
 struct Equaliser : FilterRig<DFEFilter, DFEFilterParameters> {
@@ -277,17 +286,10 @@ TEST(DfeApply, TakesTheDelayModuloAUi)
 TEST(DfeApply, TakesFractionalSamples)
 {
     const Line line{SIGNAL_CODING_NRZ, RandomLevels(125, 2), {0.4}, 33};
-    const auto fine = line.Capture();  // ten times as many samples, 4125 a repetition
     for (const int count : {412, 413, 8250, 8249}) {
         SCOPED_TRACE(std::to_string(count) + " samples");
-        std::vector<double> samples(static_cast<std::size_t>(count));
-        for (std::size_t m = 0; m < samples.size(); ++m)
-            samples[m] = fine[10 * m % fine.size()];
-        DeviceConfiguration config = line.Configured();
-        config.useFractionalSampling = true;
-        config.uiDuration = 3.3;
-        config.sampleSpacing = 1.0;
-        Equaliser equaliser(config, 1);
+        const auto samples = line.Decimated(static_cast<std::size_t>(count));
+        Equaliser equaliser(line.DecimatedConfigured(), 1);
         const auto result = equaliser.Apply(samples);
         EXPECT_NEAR(equaliser.parameters.taps[0], 0.4, 0.03);
         EXPECT_LT(equaliser.DelayInSamples(), 3);
@@ -308,15 +310,8 @@ TEST(DfeApply, TakesFractionalSamples)
 TEST(DfeApply, CutsTheRecordIntoEqualSharesWhereTheSamplingIsFractional)
 {
     const Line line{SIGNAL_CODING_NRZ, RandomLevels(125, 2), {0.4}, 33};
-    const auto fine = line.Capture();
-    std::vector<double> one(413);  // of 412.5
-    for (std::size_t m = 0; m < one.size(); ++m)
-        one[m] = fine[10 * m % fine.size()];
-    DeviceConfiguration config = line.Configured();
-    config.useFractionalSampling = true;
-    config.uiDuration = 3.3;
-    config.sampleSpacing = 1.0;
-    const auto result = Equaliser(config, {0.4}, 0.0).Apply(Tiled(one, 20));
+    const auto one = line.Decimated(413);  // of 412.5
+    const auto result = Equaliser(line.DecimatedConfigured(), {0.4}, 0.0).Apply(Tiled(one, 20));
     EXPECT_TRUE(HaveSameBits(result, Tiled({result.begin(), result.begin() + 413}, 20)));
 }
 

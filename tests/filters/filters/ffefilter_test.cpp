@@ -48,22 +48,6 @@ Set Automatic(int numberOfTaps, int mainCursorPosition = 0)
     };
 }
 
-std::vector<double> Held(const std::vector<double>& values, double samplesPerUi)
-{
-    std::vector<double> samples(static_cast<std::size_t>(static_cast<double>(values.size()) * samplesPerUi));
-    for (std::size_t m = 0; m < samples.size(); ++m)
-        samples[m] = values[static_cast<std::size_t>(static_cast<double>(m) / samplesPerUi)];
-    return samples;
-}
-
-std::string LevelText(const std::vector<int>& levels)
-{
-    std::string text;
-    for (const int level : levels)
-        text += static_cast<char>('0' + level);
-    return text;
-}
-
 // Evenly from -0.2 to 0.2.
 std::vector<double> Voltages(const std::string& levels)
 {
@@ -266,10 +250,7 @@ TEST(FFEFilterAutomaticTaps, OpenTheEyeOfEveryCoding)
         ternary += static_cast<char>('0' + (k * k / 3 + k / 5 + 2 * (k % 7)) % 3);
     DeviceConfiguration pam3 = Nrz(ternary, 16);
     pam3.signalCoding = SIGNAL_CODING_PAM3;
-    DeviceConfiguration fractional = Nrz(kBits, 3);
-    fractional.useFractionalSampling = true;
-    fractional.uiDuration = 10.0;
-    fractional.sampleSpacing = 3.0;
+    const DeviceConfiguration fractional = FractionallySampled(Nrz(kBits, 3), 10.0, 3.0);
     const struct {
         const char* label;
         DeviceConfiguration config;
@@ -396,9 +377,7 @@ TEST(FFEFilterErrors, NameWhatIsWrongAndChangeNothing)
          }},
         {"uiDuration / sampleSpacing is 7.5; expected a whole number for the TDECQ equaliser",
          [](auto& p) {
-             p.GetConfig()->useFractionalSampling = true;
-             p.GetConfig()->uiDuration = 7.5;
-             p.GetConfig()->sampleSpacing = 1.0;
+             *p.GetConfig() = FractionallySampled(*p.GetConfig(), 7.5);
              Manual({1.0})(p);
              p.useTdecqEqualizer = true;
          }},

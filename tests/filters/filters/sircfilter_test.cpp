@@ -14,6 +14,7 @@
 #include "framework/plumbing/ownedarray.h"
 #include "maths/responses/channelcorrection.h"
 #include "support/expectations.h"
+#include "support/failures.h"
 #include "support/filterrig.h"
 #include "support/references.h"
 #include "support/signals.h"
@@ -259,12 +260,7 @@ TEST(SircKernel, RefusesTablesThatHoldNoResponse)
         Corrector corrector(response, reference);
         SircFilter& filter = corrector.Filter();
         filter.channelBandwidth = 1.0;
-        try {
-            filter.Prepare(nullptr);
-            ADD_FAILURE() << "nothing was thrown";
-        } catch (const std::runtime_error& failure) {
-            EXPECT_STREQ(failure.what(), "SRC not configured properly.");
-        }
+        EXPECT_EQ(FailureOf<std::runtime_error>([&] { filter.Prepare(nullptr); }), "SRC not configured properly.");
         EXPECT_EQ(filter.channelBandwidth, 1.0);
         EXPECT_EQ(filter.kernel, nullptr);
         EXPECT_TRUE(corrector.parameters.IsDirty());
