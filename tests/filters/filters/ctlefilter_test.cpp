@@ -173,15 +173,22 @@ TEST(CTLEFilterTaps, FollowTheFormulaOfEveryPreset)
     };
     std::vector<Preset> presets;
     for (const Maths::Ieee802_3bsPreset& p : Maths::kIeee802_3bsPresets)
-        presets.push_back({CTLE_IEEE802_3bs, p.keyDb, 26.5625, p.Response()});
+        presets.push_back({CTLE_IEEE802_3bs, p.keyDb, 26.5625, [p](double f) {
+                               const double ghz = f / 1e9;
+                               return p.dcGain * Factor(ghz, p.zero1) * Factor(ghz, p.zero2) / Factor(ghz, p.pole1) /
+                                      Factor(ghz, p.pole2) / Factor(ghz, p.pole3);
+                           }});
     for (const auto& [level, ratio] : Maths::kHdmiLevels)
-        presets.push_back(
-            {CTLE_HDMI, static_cast<double>(level), 5.94,
-             Maths::HdmiResponse(ratio, Maths::kHdmiPole1, Maths::kHdmiPole2, Maths::kHdmiPole1 / ratio)});
+        presets.push_back({CTLE_HDMI, static_cast<double>(level), 5.94, [ratio = ratio](double f) {
+                               return Factor(f, 3.5e9 / ratio) / Factor(f, 3.5e9) / Factor(f, 10e9);
+                           }});
     for (const double rate : {10.0, 26.5625, 53.125})
         for (int gain = 0; gain <= 12; gain += 3)
-            presets.push_back(
-                {CTLE_PEAKING, static_cast<double>(gain), rate, Maths::DesignPeaking(rate * 1e9, gain)->Response()});
+            presets.push_back({CTLE_PEAKING, static_cast<double>(gain), rate,
+                               [design = *Maths::DesignPeaking(rate * 1e9, gain)](double f) {
+                                   return design.dcGain * Factor(f, design.zero / kTwoPi) /
+                                          Factor(f, design.pole1 / kTwoPi) / Factor(f, design.pole2 / kTwoPi);
+                               }});
     for (const Preset& preset : presets) {
         SCOPED_TRACE(std::to_string(preset.type) + ", " + std::to_string(preset.gain) + " dB");
         DeviceConfiguration config = Repeated(16, 511);
