@@ -139,6 +139,7 @@ template <typename Owner>
 std::vector<ChainKey> KeysOf(const std::vector<Field<Owner>>& fields, const Owner& record)
 {
     std::vector<ChainKey> keys;
+    keys.reserve(fields.size());
     for (const Field<Owner>& field : fields)
         keys.push_back(KeyOf(field, record));
     return keys;
