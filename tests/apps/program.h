@@ -8,11 +8,14 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "apps/files.h"
+#include "../support/failures.h"
+#include "../support/files.h"
 
 namespace Tarnwick::App {
 
 using nlohmann::json;
+using Testing::FailureOf;
+using Testing::TestFolder;
 
 /// Runs the program inside the folder; stdout and stderr go to the files "out" and "err" there.
 /// @return its exit status

@@ -96,7 +96,8 @@ TEST(PreserveNoise, GivesWhiteNoiseThePowerOfBandLimitedNoise)
                  {"BT 13.28 GHz, even", FourthOrder(13.28125 * kGHz), {850 * kGHz, 8192}, 35 * kGHz, 0.6291},
                  {"BT 39.84 GHz", FourthOrder(39.84375 * kGHz), {850 * kGHz, 8191}, 35 * kGHz, 0.9238},
                  {"BT 20 GHz, corner 60", FourthOrder(20 * kGHz), {850 * kGHz, 8191}, 60 * kGHz, 0.5902},
-                 {"peaking 6 dB", PeakingEqualiser, {800 * kGHz, 8191}, 35 * kGHz, 0.8242}};
+                 {"peaking 6 dB", PeakingEqualiser, {800 * kGHz, 8191}, 35 * kGHz, 0.8242},
+                 {"flat", [](double) { return 1.0; }, {850 * kGHz, 8192}, 35 * kGHz, 1.0}};
     for (const auto& [label, response, axis, corner, rms] : cases) {
         SCOPED_TRACE(label);
         const auto bins = Sampled(axis, response);
@@ -136,15 +137,6 @@ TEST(PreserveNoise, RampsUpOverOneOctaveToALevel)
             ASSERT_NEAR(std::abs(corrected[k] - expected), 0.0, 20 * DBL_EPSILON);  // a dozen roundings within 2
         }
     }
-}
-
-TEST(PreserveNoise, LeavesAFlatResponseFlat)
-{
-    const Axis axis{400 * kGHz, 1000};
-    const auto bins = Sampled(axis, [](double) { return 1.0; });
-    const auto [corrected, applied] = Correct(bins, axis.Frequencies(), 35 * kGHz, kUpper);
-    EXPECT_TRUE(applied);
-    EXPECT_TRUE(AreNear(corrected, bins, 1000.0 * DBL_EPSILON));  // a root of sums over 1000 bins
 }
 
 // Bins as good as zero have no phase of their own; a pure delay's goes on in a straight line through them.
@@ -204,61 +196,6 @@ TEST(PreserveNoise, IsNotAppliedWhereItCannotBe)
                     std::memcmp(result.data(), each.bins.data(), result.size() * sizeof(Complex)) == 0);
     }
     EXPECT_TRUE(Correct(bins, axis, 0.5, 3.0).applied);  // the table's own starting point does apply
-}
-
-TEST(PreserveNoiseErrors, NameTheNullResponse)
-{
-    bool applied = true;
-    double axis[2] = {0.0, 1.0};
-    ExpectRefused([&] { DSP_Helpers::preserve_noise_TF(nullptr, axis, 3, 0.5, 2.0, applied); },
-                  "DSP_Helpers::preserve_noise_TF: response is null; expected an array of count values");
-    EXPECT_TRUE(applied);  // untouched
-}
-
-TEST(Normalize, DividesByTheSumOrNamesIt)
-{
-    const double taps[] = {-0.5, 2.0, 0.5};
-    EXPECT_EQ(Take(DSP_Helpers::Normalize(taps, 3), 3), std::vector<double>({-0.25, 1.0, 0.25}));
-    const double cancelling[] = {1.0, -1.0};
-    const double broken[] = {1.0, kNan};
-    const struct {
-        const double* taps;
-        int count;
-        std::string text;
-    } cases[] = {{cancelling, 2, "sum is 0; expected a finite sum other than zero"},
-                 {broken, 2, "sum is nan; expected a finite sum other than zero"},
-                 {taps, 0, "n is 0; expected at least one value"},
-                 {nullptr, 2, "a is null; expected an array of n values"}};
-    for (const auto& row : cases)
-        ExpectRefused([&] { DSP_Helpers::Normalize(row.taps, row.count); }, "DSP_Helpers::Normalize: " + row.text);
-}
-
-TEST(Interp1q, JoinsItsPointsByStraightLines)
-{
-    const double infinity = std::numeric_limits<double>::infinity();
-    const double x[] = {-1.0, 0.0, 4.0, 5.0};
-    const double y[] = {2.0, 1.0, 3.0, infinity};
-    const double xi[] = {4.0, 3.0, -1.0, -0.25, 5.0, 4.5};
-    const std::vector<double> expected{3.0, 2.5, 2.0, 1.25, infinity, infinity};
-    EXPECT_EQ(Take(DSP_Helpers::interp1q(x, y, 4, xi, 6), 6), expected);
-    const double outside[] = {5.000001, -1.000001, kNan};
-    for (const double value : Take(DSP_Helpers::interp1q(x, y, 4, outside, 3), 3))
-        EXPECT_TRUE(std::isnan(value)) << value;
-    EXPECT_TRUE(std::isnan(Take(DSP_Helpers::interp1q(nullptr, nullptr, 0, x, 1), 1)[0]));
-}
-
-TEST(Interp1qErrors, NameTheArray)
-{
-    const double rising[] = {0.0, 1.0, 1.0};
-    const auto refuses = [](const double* x, const double* y, int n, const double* xi, int m, const char* text) {
-        ExpectRefused([&] { DSP_Helpers::interp1q(x, y, n, xi, m); }, std::string("DSP_Helpers::interp1q: ") + text);
-    };
-    refuses(rising, rising, 3, rising, 1, "x[2] is 1; expected ascending abscissae");
-    refuses(&kNan, rising, 1, rising, 1, "x[0] is nan; expected ascending abscissae");
-    refuses(rising, rising, -1, rising, 1, "n is -1; expected 0 or more values");
-    refuses(rising, nullptr, 1, rising, 1, "y is null; expected an array of n values");
-    refuses(rising, rising, 1, nullptr, 1, "xi is null; expected an array of m values");
-    refuses(rising, rising, 1, rising, -2, "m is -2; expected 0 or more values");
 }
 
 }  // namespace

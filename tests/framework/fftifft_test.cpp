@@ -65,18 +65,6 @@ TEST(FFTIFFT, GivesTheSameBitsWhereverTheArrayLies)
     }
 }
 
-TEST(FFTIFFTErrors, NameOperationAndValueButTakeNoValues)
-{
-    FFTIFFT& fft = FFTIFFT_Factory::GetInstance();
-    Complex value(1.0, 2.0);
-    ExpectRefused([&] { fft.FFT(&value, -1); }, "FFTIFFT::FFT: count is -1; expected 0 or more values");
-    ExpectRefused([&] { fft.IFFT(nullptr, 1, true); },
-                  "FFTIFFT::IFFT: data is null; expected an array of count values");
-    fft.FFT(&value, 0);
-    fft.IFFT(nullptr, 0, true);
-    EXPECT_EQ(value, Complex(1.0, 2.0));
-}
-
 // More lengths than the cache keeps, so that plans of both kinds are made, dropped and made again while other threads
 // use or look up theirs. Without the lock on the planner or the one on the cache this corrupts the heap or never ends.
 TEST(FFTIFFTThreads, PlanDifferentLengthsAtOnce)

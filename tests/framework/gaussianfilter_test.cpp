@@ -7,7 +7,6 @@
 #include <cmath>
 #include <numbers>
 #include <numeric>
-#include <string>
 #include <vector>
 
 #include "support/expectations.h"
@@ -77,20 +76,6 @@ TEST(GaussianFilterTaps, MeetTheDroopAsked)
     }
 }
 
-TEST(GaussianFilterApply, RoundsAStepAndMovesNothing)
-{
-    constexpr int kSamplesPerUi = 64;
-    constexpr int kCount = 641;
-    std::vector<double> step(kCount, 0.0);
-    std::fill(step.begin() + kCount / 2, step.end(), 1.0);
-    const auto rounded =
-        Take(GaussianFilter::ApplyGaussianFilter(step.data(), kCount, kRate, 40.0, kSamplesPerUi), step.size());
-    EXPECT_NEAR(Crossing(rounded, 300, 0.5), 319.5, 1e-9);
-    const double rise = Crossing(rounded, 300, 0.8) - Crossing(rounded, 300, 0.2);
-    EXPECT_NEAR(rise * 1000.0 / (kSamplesPerUi * kRate), 5.576, 0.01);  // lines between samples of 0.6 ps
-    EXPECT_NEAR(std::accumulate(rounded.begin(), rounded.end(), 0.0) / kCount, 321.0 / kCount, 1e-15);
-}
-
 TEST(GaussianFilterApply, IsTheCircularConvolutionWithTheTaps)
 {
     for (const int count : {216, 217, 1009}) {  // the last is prime
@@ -99,41 +84,6 @@ TEST(GaussianFilterApply, IsTheCircularConvolutionWithTheTaps)
             Take(GaussianFilter::ApplyGaussianFilter(samples.data(), count, kRate, 40.0, 7), samples.size());
         EXPECT_TRUE(AreNear(filtered, DirectConvolution(samples, Taps(kRate, 40.0, 7, count)), 32 * DBL_EPSILON));
     }
-}
-
-TEST(GaussianFilterErrors, NameTheValue)
-{
-    const struct {
-        double rate, bandwidth;
-        int samplesPerUi, count;
-        double droopDb, droopGHz;
-        const char* text;
-    } cases[] = {
-        {0.0, 80.0, 16, 64, 1, 1, "baudRateGBd is 0; expected a finite positive symbol rate in GBd"},
-        {kRate, -1.0, 16, 64, 1, 1, "bandwidth is -1; expected a finite positive bandwidth in GHz"},
-        {kRate, 80.0, 0, 64, 1, 1, "samplesPerUi is 0; expected at least 1 sample per UI"},
-        {kRate, 80.0, 16, 0, 1, 1, "workingLength is 0; expected at least 1 tap"},
-        {kRate, 80.0, 16, 64, 0, 1, "droopDb is 0; expected a finite positive loss in dB"},
-        {kRate, 80.0, 16, 64, 1, -2, "droopGHz is -2; expected a finite positive frequency in GHz"},
-    };
-    for (const auto& each : cases) {
-        int length = 77;
-        ExpectRefused(
-            [&] {
-                GaussianFilter::GetGaussianFilter_A(length, each.rate, each.bandwidth, each.samplesPerUi, each.count,
-                                                    true, each.droopDb, each.droopGHz);
-            },
-            std::string("GaussianFilter::GetGaussianFilter_A: ") + each.text);
-        EXPECT_EQ(length, 77);
-    }
-    const double samples[] = {1.0, 2.0, 3.0};
-    const auto apply = [](const double* x, int count, double rate) {
-        GaussianFilter::ApplyGaussianFilter(x, count, rate, 40.0, 16);
-    };
-    const std::string where = "GaussianFilter::ApplyGaussianFilter: ";
-    ExpectRefused([&] { apply(samples, 3, 0.0); }, where + cases[0].text);
-    ExpectRefused([&] { apply(samples, 0, kRate); }, where + "n is 0; expected at least 1 sample");
-    ExpectRefused([&] { apply(nullptr, 3, kRate); }, where + "x is null; expected an array of n samples");
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
-#include <climits>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -116,58 +115,6 @@ TEST(PrbsIdealSignal, SlopesAboutEachBoundary)
     const std::vector<double> first{-1.5, -2.5, -3, -3, -3, -3, -2.25, -0.75};
     EXPECT_TRUE(AreNear(std::span(signal).first(8), first, 8 * DBL_EPSILON));
     EXPECT_EQ(length, 32);
-}
-
-TEST(PrbsIdealSignalErrors, NameTheValue)
-{
-    constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-    const struct {
-        double low;
-        std::string symbols;
-        int samplesPerUi;
-        E_SIGNAL_CODING coding;
-        double edge;
-        std::string text;
-    } cases[] = {
-        {kNan, "01", 8, SIGNAL_CODING_NRZ, 0, "low is nan; expected a finite level"},
-        {0.0, "", 8, SIGNAL_CODING_NRZ, 0, "symbols is empty; expected at least one symbol"},
-        {0.0, "0324", 8, SIGNAL_CODING_PAM4, 0, "symbols[3] is '4'; expected '0' to '3'"},
-        {0.0, "1x", 8, SIGNAL_CODING_UNKNOWN, 0, "symbols[1] is 'x'; expected '0' to '1'"},
-        {0.0, "01", 0, SIGNAL_CODING_NRZ, 0, "samplesPerUi is 0; expected at least 1 sample per UI"},
-        {0.0, "01", 1 << 30, SIGNAL_CODING_NRZ, 0,
-         "samplesPerUi is 1073741824; expected at most 1073741823, so that the samples can be counted"},
-        {0.0, "01", 8, SIGNAL_CODING_NRZ, 1.5, "edge is 1.5; expected 0 to 1 UI"},
-    };
-    for (const auto& each : cases) {
-        int length = 77;
-        ExpectRefused(
-            [&] {
-                PRBS::GetIdealSignalFromPrbsSymbols_withoutGrayCodingD(length, each.low, 1.0, each.symbols,
-                                                                       each.samplesPerUi, each.coding, each.edge);
-            },
-            "PRBS::GetIdealSignalFromPrbsSymbols_withoutGrayCodingD: " + each.text);
-        EXPECT_EQ(length, 77);
-    }
-}
-
-TEST(PrbsCircularShift, RotatesEitherWayByAnyNumber)
-{
-    const struct {
-        int shift;
-        bool left;
-        std::vector<double> rotated;
-    } cases[] = {{2, false, {4, 5, 0, 1, 2, 3}},
-                 {8, true, {2, 3, 4, 5, 0, 1}},
-                 {0, false, {0, 1, 2, 3, 4, 5}},
-                 {INT_MIN, false, {2, 3, 4, 5, 0, 1}}};
-    for (const auto& [shift, left, rotated] : cases) {
-        std::vector<double> data{0, 1, 2, 3, 4, 5};
-        PRBS::CircularShiftOptim(shift, data.data(), 6, left);
-        EXPECT_EQ(data, rotated) << shift;
-    }
-    PRBS::CircularShiftOptim(3, nullptr, 0, false);
-    ExpectRefused([] { PRBS::CircularShiftOptim(1, nullptr, 6, false); },
-                  "PRBS::CircularShiftOptim: data is null; expected an array of length values");
 }
 
 }  // namespace

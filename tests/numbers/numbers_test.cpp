@@ -54,7 +54,6 @@ std::vector<double> Capture()
 DeviceConfiguration Device()
 {
     DeviceConfiguration config = Configuration(kUiSamples, kUi);
-    config.baudRateGBd = 26.5625;
     config.samplesPerPattern = kPeriod;
     config.patternRepeats = kRepetitions;
     config.multiplePatternRecord = true;

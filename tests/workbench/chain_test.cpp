@@ -1,12 +1,12 @@
-#include "workbench/chain.h"
-
 #include <nlohmann/json.hpp>
 
 #include "support/failures.h"
 #include "support/files.h"
+#include "workbench/chain.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/run.h"
+#include "workbench/sirctable.h"
 #include "workbench/symbols.h"
 #include "workbench/waveform.h"
 
@@ -22,13 +22,17 @@ using Testing::ExpectFailures;
 using Testing::FailureOf;
 using Testing::TestFolder;
 
+Chain ChainOf(const std::string& text, std::size_t samples = 100)
+{
+    return {ChainFile::FromText(text, "c.json"), samples};
+}
+
 TEST(ChainDevice, CompletesWhatIsLeftOut)
 {
-    const TestFolder folder;
-    const auto path = folder.Write("chain.json", R"({
+    const Chain chain = ChainOf(R"({
         "device": {"patternSymbols": {"prbs": 7}, "baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ"},
-        "filters": []})");
-    const Chain chain(path, std::size_t{3} * 127 * 8 + 5);
+        "filters": []})",
+                                std::size_t{3} * 127 * 8 + 5);
     const DeviceConfiguration& device = chain.Device();
     EXPECT_EQ(device.patternSymbols.size(), 127U);
     EXPECT_EQ(device.patternLengthUi, 127);
@@ -40,13 +44,12 @@ TEST(ChainDevice, CompletesWhatIsLeftOut)
 
 TEST(ChainDevice, KeepsWhatIsGiven)
 {
-    const TestFolder folder;
-    const auto path = folder.Write("chain.json", R"({
+    const Chain chain = ChainOf(R"({
         "device": {"patternLengthUi": 4, "samplesPerUi": 8, "samplesPerPattern": 33, "patternRepeats": 9,
                    "multiplePatternRecord": false, "uiDuration": 10, "sampleSpacing": 4,
                    "useFractionalSampling": true},
-        "filters": []})");
-    const Chain chain(path, 320);
+        "filters": []})",
+                                320);
     EXPECT_EQ(chain.Device().samplesPerPattern, 33);
     EXPECT_EQ(chain.Device().patternRepeats, 9);
     EXPECT_FALSE(chain.Device().multiplePatternRecord);
@@ -94,12 +97,11 @@ TEST(ChainFilters, SetsFieldsAndLeavesOutWhatIsOff)
 
 TEST(ChainFilters, TakeAsManyManualTapsAsAreGiven)
 {
-    Chain chain(ChainFile::FromText(R"({
+    Chain chain = ChainOf(R"({
         "device": {"patternLengthUi": 16, "samplesPerUi": 8, "baudRateGBd": 10, "signalCoding": "NRZ"},
         "filters": [{"type": "ffe", "useManualTaps": true, "taps": [-0.1, 1, -0.2]},
                     {"type": "dfe", "useManualTaps": true, "taps": [0.25, -0.1], "numberOfTaps": 1}]})",
-                                    "c.json"),
-                128);
+                          128);
     EXPECT_EQ(ParametersOf<Filters::FFEFilterParameters>(chain, 0).numberOfTaps, 3);
     EXPECT_EQ(ParametersOf<Filters::DFEFilterParameters>(chain, 1).numberOfTaps, 1);
 }
@@ -151,11 +153,6 @@ TEST(ChainFilters, RefuseAFixtureThatTheReaderRefuses)
               fixture + ": line 3: the file is refused: 2 tokens of at least 5");
 }
 
-Chain ChainOf(const std::string& text)
-{
-    return {ChainFile::FromText(text, "c.json"), 100};
-}
-
 TEST(ChainErrors, NameTheKey)
 {
     ExpectFailures<UsageFailure>(
@@ -195,7 +192,7 @@ TEST(ChainErrors, NameTheKey)
              "filters": [{"type": "bessel-thomson"}]})",
              "filters.0: No pattern lock"},
         },
-        ChainOf);
+        [](const std::string& text) { return ChainOf(text); });
 }
 
 TEST(ChainErrors, NameTheFileThatIsNoJson)
@@ -226,7 +223,7 @@ TEST(ChainErrors, RefuseSizesFarBeyondTheRecord)
              "filters": [{"type": "ffe", "useManualTaps": true, "taps": [1], "numberOfTaps": 60000000}]})",
              "filters.0: numberOfTaps * samplesPerUi is 480000000 samples; the record has 100"},
         },
-        ChainOf);
+        [](const std::string& text) { return ChainOf(text); });
 }
 
 #if !defined(_WIN32)
@@ -239,7 +236,7 @@ TEST(ChainErrors, RefuseFilesThatAreNone)
             {R"({"filters": [{"type": "deembedding", "sparamFileName": "/dev/zero"}]})", "cannot be read"},
             {R"({"filters": [{"type": "sirc", "channelResponse": "/dev/zero"}]})", "cannot be read"},
         },
-        ChainOf);
+        [](const std::string& text) { return ChainOf(text); });
     const TestFolder folder;
     const std::string pipe = (folder / "pipe.csv").string();
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -247,6 +244,43 @@ TEST(ChainErrors, RefuseFilesThatAreNone)
     EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(pipe, 1); }), pipe + ": cannot be read");
 }
 #endif
+
+// Two filters on one channel, each with its own tables, which lie beside the chain file; one is switched off.
+constexpr const char* kChain = R"({
+    "device": {"baudRateGBd": 26.5625, "samplesPerUi": 4, "patternLengthUi": 8, "channelBandwidths": [30e9],
+               "oeChannel": [false, true, false, false]},
+    "filters": [{"type": "sirc", "channelResponse": "a.csv", "channelReference": "c.csv", "referenceCutoffPercent": 50},
+                {"type": "sirc", "channelResponse": "b.csv", "referenceCutoffPercent": 75, "channel": 1},
+                {"type": "sirc", "channelResponse": "none.csv", "enabled": false}]})";
+
+// An interval comes first; behind one that the times give, the number of values is even.
+TEST(SircTable, BelongsToOneFilter)
+{
+    const TestFolder folder;
+    folder.Write("a.csv", "1e-12\n0\n1\n");
+    folder.Write("b.csv", "0,0\n1e-12,1\n2e-12,2\n");
+    folder.Write("c.csv", "0,1\n1e-12,2\n");
+    Chain chain(folder.Write("chain.json", kChain), 64);
+    ASSERT_EQ(chain.Stages().size(), 2U);
+    const auto parametersOf = [&](std::size_t k) {
+        return dynamic_cast<const Filters::SircFilterParameters&>(*chain.Stages()[k].parameters);
+    };
+    EXPECT_EQ(*parametersOf(0).channelResponse, (std::vector<double>{1e-12, 0, 1}));
+    EXPECT_EQ(*parametersOf(0).channelReference, (std::vector<double>{1e-12, 1, 2}));
+    EXPECT_EQ(*parametersOf(1).channelResponse, (std::vector<double>{1e-12, 0, 1, 2, 2}));
+    EXPECT_TRUE(parametersOf(1).channelReference->empty());
+    EXPECT_EQ(dynamic_cast<const Filters::SircFilter&>(*chain.Stages()[0].filter).channelBandwidth, 30e9);
+    EXPECT_EQ(dynamic_cast<const Filters::SircFilter&>(*chain.Stages()[1].filter).channelBandwidth, 3.98e10);
+
+    std::vector<double> capture(64);
+    for (std::size_t k = 0; k < capture.size(); ++k)
+        capture[k] = k % 32 < 16 ? 0.0 : 1.0;
+    const ChainResult result = RunChain(chain, capture, "capture");
+    EXPECT_EQ(nlohmann::json::parse(result.stages[1].findings), (nlohmann::json{{"kernelLength", 32}}));
+    EXPECT_NEAR(result.stages[2].mean, 0.5, 1e-12);  // unit area
+    ASSERT_EQ(chain.Stages()[0].notes.size(), 1U);
+    EXPECT_NE(chain.Stages()[0].notes[0].find("taken as the sample interval"), std::string::npos);
+}
 
 }  // namespace
 

@@ -161,6 +161,20 @@ void ExpectRowsOf(const ComplexValues& rows, const ColumnPlan& plan, const Compl
     }
 }
 
+// Result and tail, each with a guard behind it, hold `factor` times the samples.
+template <typename Value>
+void ExpectScaled(std::vector<Value> result, const std::vector<Value>& tail, std::vector<Value> samples,
+                  std::size_t factor, double bound)
+{
+    EXPECT_EQ(result.back(), kGuard);
+    EXPECT_EQ(tail.back(), kGuard);
+    result.pop_back();
+    result.insert(result.end(), tail.begin(), tail.end() - 1);
+    for (Value& sample : samples)
+        sample *= static_cast<double>(factor);
+    EXPECT_TRUE(AreNear(result, samples, bound * static_cast<double>(factor)));
+}
+
 TEST_P(HotLoopsOf, RealValuesToRowsAndBack)
 {
     constexpr std::size_t kRow = 16;
@@ -183,13 +197,7 @@ TEST_P(HotLoopsOf, RealValuesToRowsAndBack)
             Values result(count + 1, kGuard);
             Values tail(2 * points - count + 1, kGuard);
             loops_->realFromRows(tables.plan, rows.data(), count, result.data(), tail.data());
-            EXPECT_EQ(result.back(), kGuard);
-            EXPECT_EQ(tail.back(), kGuard);
-            result.pop_back();
-            result.insert(result.end(), tail.begin(), tail.end() - 1);
-            for (double& sample : samples)
-                sample *= static_cast<double>(q);
-            EXPECT_TRUE(AreNear(result, samples, TransformBound(weighted) * static_cast<double>(q)));
+            ExpectScaled(result, tail, samples, q, TransformBound(weighted));
         }
     }
 }
@@ -211,14 +219,7 @@ TEST_P(HotLoopsOf, ComplexValuesToRowsAndBack)
             ComplexValues result(count + 1, kGuard);
             ComplexValues tail(points - count + 1, kGuard);
             loops_->complexFromRows(tables.plan, rows.data(), count, result.data(), tail.data());
-            EXPECT_EQ(result.back(), kGuard);
-            EXPECT_EQ(tail.back(), kGuard);
-            result.pop_back();
-            result.insert(result.end(), tail.begin(), tail.end() - 1);
-            const double bound = TransformBound(samples) * static_cast<double>(q);
-            for (Complex& sample : samples)
-                sample *= static_cast<double>(q);
-            EXPECT_TRUE(AreNear(result, samples, bound));
+            ExpectScaled(result, tail, samples, q, TransformBound(samples));
         }
     }
 }

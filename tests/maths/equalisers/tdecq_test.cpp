@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <numeric>
-#include <string>
 
 #include "framework/dsp_helpers.h"
 #include "framework/prbs.h"
@@ -129,45 +127,6 @@ TEST(ReferenceSymbolsOf, PatternAndWaveformAgree)
     EXPECT_FALSE(LocatePattern(sent, std::vector<int>(11, 2), 3));
     EXPECT_FALSE(LocatePattern(sent, std::vector<int>{0, 1, 2, 3, 4, 0, 0, 0, 0, 0, 0}, 3));
     EXPECT_FALSE(LocateReference(RandomValues(64, 1), RandomValues(64, 1), 4));
-}
-
-TEST(ReferenceEqualizerErrors, NameTheValueAndWriteNothing)
-{
-    struct Call {
-        std::vector<double> capture, reference;
-        int referenceLength, numberOfTaps, samplesPerUi, cursor, room;
-    };
-    const Call good{RandomValues(32, 1), Tiled({1, 1, 1, 1, 0, 0, 0, 0}, 4), 32, 3, 4, -1, 3};
-    const struct {
-        std::string text;
-        std::function<void(Call&)> spoil;
-    } cases[] = {
-        {"captureLength is 31; expected a positive multiple of samplesPerUi, 4", [](Call& c) { c.capture.pop_back(); }},
-        {"referenceLength is 28; expected captureLength, 32", [](Call& c) { c.referenceLength = 28; }},
-        {"samplesPerUi is 0; expected at least 1", [](Call& c) { c.samplesPerUi = 0; }},
-        {"numberOfTaps is 0; expected at least 1", [](Call& c) { c.numberOfTaps = 0; }},
-        {"tapsLength is 2; expected at least numberOfTaps, 3", [](Call& c) { c.room = 2; }},
-        {"mainCursorIndex is 3; expected below numberOfTaps, 3, or negative", [](Call& c) { c.cursor = 3; }},
-        {"capture is constant; expected a waveform that is not constant", [](Call& c) { c.capture = Constant(1, 32); }},
-        {"number of levels in the reference is outside its range; expected 2 to 4",
-         [](Call& c) { c.reference = RandomValues(32, 2); }},
-        {"reference is not finite; expected finite values", [](Call& c) { c.reference[7] = NAN; }},
-    };
-    const auto generate = [](Call& c, double* capture, double* taps) {
-        DSP_Helpers::GenerateTdecqEqualizerCoefficients(capture, static_cast<int>(c.capture.size()), c.reference.data(),
-                                                        c.referenceLength, c.numberOfTaps, c.samplesPerUi, c.cursor,
-                                                        taps, c.room);
-    };
-    const std::string name = "DSP_Helpers::GenerateTdecqEqualizerCoefficients: ";
-    std::vector<double> taps(3, 7.0);
-    for (const auto& [text, spoil] : cases) {
-        Call call = good;
-        spoil(call);
-        ExpectRefused([&] { generate(call, call.capture.data(), taps.data()); }, name + text);
-    }
-    Call call = good;
-    ExpectRefused([&] { generate(call, nullptr, taps.data()); }, name + "capture is null; expected an array of values");
-    EXPECT_EQ(taps, Constant(7.0, 3));
 }
 
 }  // namespace

@@ -1,14 +1,15 @@
-#include "maths/responses/besselthomson.h"
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <numbers>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include <gtest/gtest.h>
+
+#include "maths/responses/besselthomson.h"
+#include "maths/responses/channelcorrection.h"
 #include "support/references.h"
 
 namespace {
@@ -79,6 +80,14 @@ TEST(SampledBesselThomson, IsTheResponseHermitianByPairs)
                 << "bin " << k << " of " << length;
         }
     }
+}
+
+// Of an even number of values the upper of the two in the middle is taken for the baseline: 5 here, the largest deviation
+// from which is that of 1.
+TEST(ChannelOnGrid, IsFreeOfItsMedianAndScaledByItsPeak)
+{
+    const std::vector<double> table = {4.0, 8.0, 2.0, 6.0, 1.0, 5.0, 7.0, 3.0};
+    EXPECT_EQ(OnGrid({table, 0.0}, {8, 1e-12}), (std::vector<double>{-0.25, 0.75, -0.75, 0.25, -1.0, 0.0, 0.5, -0.5}));
 }
 
 }  // namespace

@@ -1,0 +1,298 @@
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <string>
+
+#include "apps/program.h"
+#include "workbench/waveform.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+using DSO::Workbench::ReadWaveform;
+using DSO::Workbench::Waveform;
+using DSO::Workbench::WriteWaveform;
+
+constexpr const char* kChain = R"({
+    "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternSymbols": {"prbs": 7}},
+    "filters": [{"type": "moving-average", "WindowLength": 3}, {"type": "bessel-thomson"}, {"type": "copy"}]})";
+
+// Two repetitions of 127 UI of two levels, and their chain.
+void WriteCase(const TestFolder& folder)
+{
+    const char* const simulated = "--prbs 7 --coding NRZ --baud 10 --spu 8 --repetitions 2 --amplitude 0.5 --rise 0";
+    ASSERT_EQ(RunProgram(folder, std::string("simulate -o capture.csv ") + simulated), 0) << folder.Read("err");
+    folder.Write("chain.json", kChain);
+}
+
+TEST(ApplyProgram, WritesTheFilteredCaptureAndOneJsonDocument)
+{
+    const TestFolder folder;
+    WriteCase(folder);
+    const json stages = ReportOf(folder, "apply chain.json capture.csv -o filtered.csv")["stages"];
+    EXPECT_EQ(folder.Read("err").find("left out"), std::string::npos);
+    ASSERT_EQ(stages.size(), 4U);
+    const char* const names[] = {"capture", "moving-average", "bessel-thomson", "copy"};
+    for (std::size_t k = 0; k < 4; ++k) {
+        const json& stage = stages[k];
+        EXPECT_EQ(stage["name"], names[k]);
+        EXPECT_EQ(stage["samples"], 2 * 127 * 8);
+        EXPECT_EQ(stage["repetitions"], 2);
+        EXPECT_EQ(stage["levels"].size(), 2U);
+        EXPECT_EQ(stage["eyes"].size(), 1U);
+        // Every filter here has gain 1 at DC; the mean of the capture moves by rounding only.
+        EXPECT_NEAR(stage["mean"].get<double>(), stages[0]["mean"].get<double>(), 1e-12);
+    }
+    EXPECT_EQ(stages[0]["eyes"][0]["height"], 0.5);
+    EXPECT_LT(stages[2]["eyes"][0]["height"], 0.5);
+    EXPECT_EQ(stages[3]["rms"], stages[2]["rms"]);
+
+    const Waveform filtered = ReadWaveform(folder / "filtered.csv");
+    EXPECT_EQ(filtered.samples.size(), 2U * 127 * 8);
+    EXPECT_NEAR(filtered.interval, 1.25e-11, 1e-24);
+
+    // What stands behind the last repetition changes nothing.
+    std::vector<double> samples = ReadWaveform(folder / "capture.csv").samples;
+    samples.insert(samples.end(), {9.0, -9.0});
+    WriteWaveform(folder / "longer.csv", samples, 1.25e-11);
+    ASSERT_EQ(RunProgram(folder, "apply chain.json longer.csv -o cut.npy"), 0) << folder.Read("err");
+    EXPECT_NE(folder.Read("err").find("longer.csv: 2 samples after the last whole repetition are left out"),
+              std::string::npos);
+    EXPECT_EQ(ReadWaveform(folder / "cut.npy").samples, filtered.samples);
+}
+
+TEST(ApplyProgram, SubtractsASecondCapture)
+{
+    const TestFolder folder;
+    folder.Write("chain.json", R"({"filters": [{"type": "copy"}]})");
+    folder.Write("p.txt", "header\n1\n2\n3\n");
+    folder.Write("m.txt", "header\n-1\n0\n1\n");
+    ASSERT_EQ(RunProgram(folder, "apply chain.json p.txt --minus m.txt --skip-lines 1 -o d.npy"), 0)
+        << folder.Read("err");
+    EXPECT_EQ(ReadWaveform(folder / "d.npy").samples, (std::vector<double>{2, 2, 2}));
+    EXPECT_NE(folder.Read("out").find("copy"), std::string::npos);
+}
+
+TEST(ApplyProgram, SaysWhoseFaultAFailureIsAndWritesNothing)
+{
+    const TestFolder folder;
+    WriteCase(folder);
+    folder.Write("short.csv", "1\n2\n3\n");
+    folder.Write("flat.csv", "2\n2\n");
+    std::filesystem::create_directory(folder / "taken.csv");
+    const auto writeChain = [&](const char* name, const json& filter) {
+        json chain = json::parse(kChain);
+        chain["filters"] = json::array({filter});
+        folder.Write(name, chain.dump());
+    };
+    writeChain("flat.json", {{"type", "sirc"}, {"channelResponse", "flat.csv"}});
+    writeChain("order.json", {{"type", "bessel-thomson"}, {"order", 17}});
+    writeChain("poles.json", {{"type", "ctle"}, {"ctleType", "oif-cei-112g"}});
+    ExpectRefusals(
+        folder, "apply",
+        {
+            {"chain.json none.csv -o f.csv", 1, "none.csv: cannot be read"},
+            {"chain.json short.csv -o f.csv", 1, "short.csv: filters.1: BesselThomson: sampleCount is 3;"},
+            {"chain.json capture.csv --minus short.csv -o f.csv", 1, "short.csv: has 3 samples; expected 2032"},
+            {"chain.json capture.csv -o no/f.csv", 1, "no/f.csv: cannot be written"},
+            {"chain.json capture.csv -o taken.csv", 1, "taken.csv: "},
+            {"flat.json capture.csv -o f.csv", 1, "flat.json: filters.0: SRC not configured properly."},
+            {"order.json capture.csv -o f.csv", 2, "filters.0: BesselThomson: order is 17; expected 1 to 16"},
+            {"poles.json capture.csv -o f.csv", 2, "poles.json: filters.0: gives values that are not finite"},
+            {"chain.json capture.csv -o f.wav", 2, "f.wav: output format is \".wav\"; expected .csv, .txt or .npy"},
+            {"chain.json capture.csv", 2, "--output is required\nRun with --help"},
+        });
+}
+
+TEST(EqualiserProgram, FindsSymbolsAndTapsByItself)
+{
+    const TestFolder folder;
+    ASSERT_EQ(RunProgram(folder, "simulate -o capture.npy --loss 8 --noise 0.004 --prbs 11 --repetitions 2"), 0);
+    folder.Write("ffe.json", R"({
+        "device": {"baudRateGBd": 26.5625, "patternLengthUi": 2047, "samplesPerUi": 16, "signalCoding": "PAM4"},
+        "filters": [{"type": "ffe", "numberOfTaps": 7, "tapsPerUi": 1, "quantizeTaps": true, "tapResolution": 64}]})");
+    const json stages = ReportOf(folder, "apply ffe.json capture.npy -o out.npy")["stages"];
+    const std::string said = "ffe.json: device.patternSymbols is not given; found 2047 PAM4 symbols (certain, quality ";
+    EXPECT_NE(folder.Read("err").find(said), std::string::npos) << folder.Read("err");
+    const json& ffe = stages[1];
+    EXPECT_EQ(ffe["taps"].size(), 7U);
+    EXPECT_EQ(ffe["appliedTaps"].size(), 7U);
+    EXPECT_EQ(ffe["taps"][0].get<double>(), std::round(ffe["taps"][0].get<double>()));
+    EXPECT_LT(ffe["residualError"], 0.3);
+    EXPECT_GE(ffe["mainCursor"], 1);
+    EXPECT_LT(stages[0]["eyes"][1]["height"], 0.01);
+    EXPECT_GT(ffe["eyes"][1]["height"], 0.15);
+
+    const json swept = ReportOf(folder, "sweep ffe.json capture.npy --over filters.0.numberOfTaps=1,7");
+    EXPECT_EQ(swept["runs"][0]["values"]["filters.0.numberOfTaps"], 7);
+
+    const json measured = ReportOf(folder, "measure out.npy");
+    EXPECT_EQ(measured["coding"], "PAM4");
+    EXPECT_EQ(measured["samplesPerUi"], 16);
+    EXPECT_EQ(measured["patternLengthUi"], 2047);
+    EXPECT_EQ(measured["eyes"].size(), 3U);
+    EXPECT_TRUE(measured["tdecqDb"].is_number());
+    EXPECT_FALSE(measured["assumptions"].empty());
+    // The eye is closed: how many levels there are has to be said.
+    ExpectRefusals(folder, "measure", {{"capture.npy", 1, "the number of levels cannot be told (closed eyes?)"}});
+    EXPECT_EQ(RunProgram(folder, "measure capture.npy --coding PAM4"), 0);
+
+    folder.Write("none.json", R"({"device": {"samplesPerUi": 16, "signalCoding": "PAM4"},
+                                  "filters": [{"type": "ffe", "numberOfTaps": 3}]})");
+    ExpectRefusals(
+        folder, "apply",
+        {{"none.json capture.npy -o f.npy", 2, "device.patternLengthUi: is missing; filters.0 (ffe) needs it"}});
+}
+
+TEST(ResponseProgram, WritesFiguresColumnsAndAPicture)
+{
+    const TestFolder folder;
+    const json filters = {{{"type", "moving-average"}, {"WindowLength", 2}},
+                          {{"type", "copy"}, {"enabled", false}},
+                          {{"type", "bessel-thomson"}, {"cutoffPercent", 50}}};
+    const json device = {{"baudRateGBd", 10},
+                         {"samplesPerUi", 16},
+                         {"signalCoding", "NRZ"},
+                         {"patternSymbols", {{"prbs", 9}}},
+                         {"patternRepeats", 3}};  // the figures are those of one repetition
+    folder.Write("chain.json", json{{"device", device}, {"filters", filters}}.dump());
+    const json report = ReportOf(folder, "response chain.json -o r");
+    EXPECT_EQ(report["samples"], 511 * 16);
+    ASSERT_EQ(report["filters"].size(), 2U);
+    const json& receiver = report["filters"][1];
+    EXPECT_EQ(receiver["name"], "2 bessel-thomson");
+    // The normalised cutoff of order 4 is known to five digits, and the record is one sample longer than the taps.
+    EXPECT_NEAR(receiver["halfRateGainDb"].get<double>(), 10.0 * std::log10(0.5), 1e-3);
+    EXPECT_NEAR(receiver["cutoffFrequencyGHz"].get<double>(), 5.0, 2e-3);
+    EXPECT_NEAR(report["whole"]["dcGainDb"].get<double>(), 0.0, 1e-9);
+    EXPECT_LT(report["whole"]["noiseBandwidthGHz"], receiver["noiseBandwidthGHz"]);
+
+    const std::string frequency = folder.Read("r-frequency.csv");
+    EXPECT_EQ(frequency.rfind("frequencyHz,0 moving-average magnitude [dB],0 moving-average group delay [ps],"
+                              "2 bessel-thomson magnitude [dB],2 bessel-thomson group delay [ps],whole magnitude [dB],"
+                              "whole group delay [ps]\n0,",
+                              0),
+              0U);
+    EXPECT_EQ(std::count(frequency.begin(), frequency.end(), '\n'), 1 + 511 * 8 + 1);
+    EXPECT_NE(frequency.find("\n80000000000,"), std::string::npos);
+    EXPECT_EQ(frequency.substr(frequency.size() - 2), ",\n");  // far below -60 dB at half the sample rate: no delay
+
+    const Waveform impulse = ReadWaveform(folder / "r-impulse.csv");  // of the whole, the last column
+    ASSERT_EQ(impulse.samples.size(), 511U * 16);
+    EXPECT_NEAR(std::accumulate(impulse.samples.begin(), impulse.samples.end(), 0.0), 16.0, 1e-9);  // DC gain, per UI
+    const auto peak = std::max_element(impulse.samples.begin(), impulse.samples.end()) - impulse.samples.begin();
+    EXPECT_EQ(peak, (511 * 16 - 1) / 2);  // in the middle
+    EXPECT_NEAR((impulse.start + static_cast<double>(peak) * impulse.interval) * 1e12,
+                report["whole"]["peakDelayPs"].get<double>(), 1e-9);
+    EXPECT_TRUE(IsPng(folder.Read("r.png")));
+
+    ASSERT_EQ(RunProgram(folder, "response chain.json"), 0);
+    const std::string table = folder.Read("out");
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 4);
+    EXPECT_EQ(folder.Read("err"), "");
+    ExpectRefusals(folder, "response", {{"chain.json -o no/r", 1, "no/r-frequency.csv: cannot be written"}});
+}
+
+// A Gaussian channel of 8 ps, its peak at 3 ns.
+TEST(ResponseProgram, DrawsAndReportsACorrectedChannel)
+{
+    const TestFolder folder;
+    constexpr double kInterval = 1.2303e-12;  // [s]
+    std::vector<double> impulse(8128);
+    for (std::size_t k = 0; k < impulse.size(); ++k)
+        impulse[k] = 0.4 * std::exp(-0.5 * std::pow((static_cast<double>(k) * kInterval - 3e-9) / 8e-12, 2.0));
+    DSO::Workbench::WriteWaveform(folder / "table.csv", impulse, kInterval);
+    const json filters = {{{"type", "copy"}},
+                          {{"type", "sirc"}, {"channelResponse", "table.csv"}, {"referenceCutoffPercent", 75}}};
+    const json device = {{"baudRateGBd", 26.5625}, {"samplesPerUi", 16}, {"patternLengthUi", 511}};
+    folder.Write("chain.json", json{{"device", device}, {"filters", filters}}.dump());
+    const json report = ReportOf(folder, "response chain.json -o r")["filters"];
+    EXPECT_FALSE(report[0].contains("correctedChannel"));
+    const json& channel = report[1]["correctedChannel"];
+    EXPECT_NEAR(channel["cutoffGHz"].get<double>(), 19.921875, 1e-9);
+    EXPECT_NEAR(channel["comparedToGHz"].get<double>(), 1.5 * 19.921875, 0.06);  // a bin
+    // Linear interpolation of the kernel and of the table on the filter's grid: a hundredth of a dB.
+    EXPECT_LT(std::abs(channel["largestDifferenceDb"].get<double>()), 0.02);
+
+    EXPECT_TRUE(IsPng(folder.Read("r-sirc-1.png")));
+    const std::string table = folder.Read("r-sirc-1.csv");
+    EXPECT_EQ(table.rfind("frequencyHz,measured [dB],target [dB],correction [dB],corrected [dB]\n0,", 0), 0U);
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 1024);  // a head and bins 0 to 2 * 511
+    EXPECT_FALSE(std::filesystem::exists(folder / "r-sirc-0.png"));
+
+    ASSERT_EQ(RunProgram(folder, "response chain.json"), 0);
+    EXPECT_NE(folder.Read("out").find("\n1 sirc: corrected channel less target (Bessel-Thomson, 19.922 GHz): "),
+              std::string::npos);
+}
+
+TEST(SweepProgram, RanksTheBandwidthsOfANoisyCapture)
+{
+    const TestFolder folder;
+    ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 9 --noise 0.03 --loss 6 --spu 8 --chain chain.json"), 0);
+    const json report =
+        ReportOf(folder, "sweep chain.json c.npy --over filters.1.cutoffPercent=-1,20:1,30,50,70,90 -o s");
+    EXPECT_EQ(report["over"], json::array({"filters.1.cutoffPercent"}));
+    ASSERT_EQ(report["runs"].size(), 6U);
+    for (std::size_t k = 0; k < 4; ++k) {
+        const json& run = report["runs"][k];
+        EXPECT_EQ(run["rank"], k + 1);
+        EXPECT_EQ(run["eyes"].size(), 3U);
+        const auto smallest = [&](const char* figure) {
+            return std::min({run["eyes"][0][figure], run["eyes"][1][figure], run["eyes"][2][figure]});
+        };
+        EXPECT_EQ(run["smallestHeight"], smallest("height"));
+        EXPECT_EQ(run["smallestWidthUi"], smallest("widthUi"));
+        EXPECT_LE(run["smallestHeight"], report["runs"][k == 0 ? 0 : k - 1]["smallestHeight"]);
+    }
+    // 30 % of the symbol rate is too little for four levels, whatever the noise.
+    EXPECT_EQ(report["runs"][3]["values"]["filters.1.cutoffPercent"], 30);
+    EXPECT_EQ(report["runs"][4]["values"]["filters.1.cutoffPercent"], -1);
+    EXPECT_NE(report["runs"][4]["error"].get<std::string>().find("cutoffPercent is -1"), std::string::npos);
+    EXPECT_NE(report["runs"][5]["error"].get<std::string>().find("expected a number"), std::string::npos);
+    EXPECT_EQ(report["runs"][5].size(), 2U);
+    EXPECT_TRUE(IsPng(folder.Read("s.png")));
+}
+
+// The sheet takes 64 of them; the table all.
+TEST(SweepProgram, TellsOfMoreRunsThanASheetTakes)
+{
+    const TestFolder folder;
+    ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 7 --coding NRZ --spu 8 --chain chain.json"), 0);
+    ASSERT_EQ(RunProgram(folder, "sweep chain.json c.npy --over filters.1.cutoffPercent=31:100:1"), 0);
+    const std::string table = folder.Read("out");
+    EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 71);
+    EXPECT_NE(table.find("\n   70 "), std::string::npos) << table;
+    EXPECT_TRUE(IsPng(folder.Read("sweep.png")));
+}
+
+TEST(SweepProgram, SaysWhoseFaultAFailureIs)
+{
+    const TestFolder folder;
+    folder.Write("chain.json", R"({
+        "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternSymbols": {"prbs": 7}},
+        "filters": [{"type": "copy"}, {"type": "copy"}, {"type": "bessel-thomson", "cutoffPercent": 75},
+                    {"type": "copy"}, {"type": "copy"}]})");
+    folder.Write("none.json", R"({"device": {"samplesPerUi": 8}, "filters": [{"type": "copy"}]})");
+    ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 7 --coding NRZ --spu 8 --baud 10"), 0);
+    folder.Write("short.txt", "1\n2\n");
+    const std::string good = " --over filters.2.cutoffPercent=50,75";
+    ExpectRefusals(
+        folder, "sweep",
+        {
+            {"chain.json c.npy", 2, "--over is required"},
+            {"chain.json c.npy --over filters.2.cutofPercent=1,2", 2, "the nearest one is \"cutoffPercent\""},
+            {"chain.json c.npy --over filters.5.order=1", 2, "filters has no 5; it holds 5, counted from 0"},
+            {"chain.json c.npy --over filters.2.cutoffPercent.x=1", 2, "filters.2.cutoffPercent is 75, which holds no"},
+            {"chain.json c.npy --over filters.2.cutoffPercent=-1,-2", 1, "cutoffPercent is -1"},
+            {"chain.json c.npy" + good + good, 2, "is given twice"},
+            {"chain.json c.npy" + good + good + good, 2, "is given 3 times"},
+            {"chain.json c.npy --over a=1:200:1 --over b=1:200:1", 2, "gives 40000 combinations"},
+            {"none.json c.npy --over filters.0.channel=0", 2, "device.signalCoding: is missing; sweep needs it"},
+            {"chain.json c.npy --minus short.txt" + good, 1, "short.txt: has 2 samples"},
+        });
+}
+
+}  // namespace
+
+}  // namespace Tarnwick::App

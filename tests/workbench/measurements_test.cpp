@@ -1,0 +1,247 @@
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "support/failures.h"
+#include "workbench/decisions.h"
+#include "workbench/eye.h"
+#include "workbench/failure.h"
+#include "workbench/pattern.h"
+#include "workbench/run.h"
+#include "workbench/signalquality.h"
+#include "workbench/simulation.h"
+#include "workbench/symbols.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+using nlohmann::json;
+
+std::vector<int> Symbols(int levelCount)
+{
+    std::vector<int> symbols;
+    for (int k = 0; k < 400; ++k)
+        symbols.push_back((k * k / 3 + k / 5 + 2 * (k % 7)) % levelCount);
+    return symbols;
+}
+
+// Between straight edges of half a UI every eye is as high as the distance of its two levels.
+TEST(EyeMeasure, FindsLevelsHeightsAndPhaseOfIdealSignals)
+{
+    for (const int levelCount : {2, 3, 4}) {
+        SCOPED_TRACE(std::to_string(levelCount) + " levels");
+        const EyeReport report =
+            MeasureEyes(Simulate(Symbols(levelCount), levelCount, {.riseUi = 0.5}), 16.0, levelCount);
+        ASSERT_EQ(report.levels.size(), static_cast<std::size_t>(levelCount));
+        ASSERT_EQ(report.eyes.size(), static_cast<std::size_t>(levelCount - 1));
+        for (int k = 0; k < levelCount; ++k)
+            EXPECT_NEAR(report.levels[static_cast<std::size_t>(k)], -0.5 + 1.0 * k / (levelCount - 1), 1e-12);
+        for (const EyeOpening& eye : report.eyes)
+            EXPECT_NEAR(eye.height, 1.0 / (levelCount - 1), 1e-12);
+        // The middle of the flat part, which lies half a UI behind the edges; samples stand at (k + 1/2)/16 UI.
+        EXPECT_NEAR(report.phaseUi, 0.5, 1.0 / 16);
+    }
+}
+
+TEST(EyeMeasure, MeasuresTheWidthWhereTheOpeningCloses)
+{
+    // NRZ with straight edges over the whole UI: triangles. The opening falls from 1 in the middle to 0 at the boundary.
+    std::vector<double> samples = Simulate(Symbols(2), 2, {.samplesPerUi = 32, .riseUi = 1.0});
+    const EyeReport report = MeasureEyes(samples, 32.0, 2);
+    EXPECT_NEAR(report.eyes[0].widthUi, 1.0, 1.0 / 32);
+    // A wobble of 0.2 from UI to UI takes 0.4 off the opening everywhere.
+    for (std::size_t k = 0; k < samples.size(); ++k)
+        samples[k] += k / 32 % 2 == 0 ? 0.2 : -0.2;
+    const EyeReport narrowed = MeasureEyes(samples, 32.0, 2);
+    EXPECT_NEAR(narrowed.eyes[0].height, 0.6, 1.0 / 16);
+    EXPECT_NEAR(narrowed.eyes[0].widthUi, 0.6, 1.0 / 16);  // the opening falls by 2 a UI to either side
+}
+
+TEST(EyeMeasure, InterpolatesFractionalSampling)
+{
+    // A triangle of two UI, its peaks of 1 and -1 half a UI behind the boundaries, at 2.5 samples per UI: a straight line
+    // from 0.8 to 0.4 has 0.7 at the peak.
+    const double period[] = {0.0, 0.8, 0.4, -0.4, -0.8};
+    std::vector<double> samples;
+    for (std::size_t k = 0; k < 500; ++k)
+        samples.push_back(period[k % 5]);
+    const EyeReport report = MeasureEyes(samples, 2.5, 2);
+    ASSERT_EQ(report.eyes.size(), 1U);
+    EXPECT_NEAR(report.eyes[0].height, 1.4, 1e-12);
+}
+
+TEST(EyeMeasure, SaysNothingOfWhatHasNoEyes)
+{
+    std::vector<double> broken = Simulate(Symbols(2), 2, {});
+    broken[7] = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_TRUE(MeasureEyes(broken, 16.0, 2).levels.empty());
+    EXPECT_TRUE(MeasureEyes(std::vector<double>(160, 0.25), 16.0, 2).levels.empty());
+    EXPECT_TRUE(MeasureEyes(std::vector<double>(16, 0.25), 16.0, 4).levels.empty());
+    EXPECT_TRUE(MeasureEyes(std::vector<double>(), 16.0, 4).levels.empty());
+}
+
+bool IsRotation(const std::vector<int>& found, std::vector<int> sent)
+{
+    const bool isAsLong = found.size() == sent.size();
+    sent.insert(sent.end(), sent.begin(), sent.end());
+    return isAsLong && std::search(sent.begin(), sent.end(), found.begin(), found.end()) != sent.end();
+}
+
+TEST(SymbolSearch, FindsEveryCodingInAClosedEye)
+{
+    const struct {
+        E_SIGNAL_CODING coding;
+        std::vector<int> levels;
+    } cases[] = {
+        {SIGNAL_CODING_NRZ, LevelsOf(PrbsSymbols(9, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false)},
+        {SIGNAL_CODING_PAM3, Symbols(3)},
+        {SIGNAL_CODING_PAM4, LevelsOf(PrbsSymbols(11, SIGNAL_CODING_PAM4), SIGNAL_CODING_PAM4, false)},
+    };
+    for (const auto& [coding, levels] : cases) {
+        SCOPED_TRACE(NameOf(coding));
+        const int levelCount = LevelCount(coding);
+        const auto samples = Simulate(levels, levelCount, {.repetitions = 2, .lossDb = 12.0, .noiseRms = 0.002});
+        const FoundSymbols found = FindSymbols(samples, 16.0, static_cast<int>(levels.size()), coding, "capture");
+        EXPECT_TRUE(IsRotation(found.levels, levels));
+        EXPECT_TRUE(found.Certain()) << found.quality;
+        EXPECT_EQ(found.voltages.size(), static_cast<std::size_t>(levelCount));
+        EXPECT_EQ(LevelsOf(found.Text(coding, false), coding, false), found.levels);
+        EXPECT_EQ(LevelsOf(found.Text(coding, true), coding, true), found.levels);
+    }
+    const std::vector<double> flat(2032, 0.1);
+    const auto failureOver = [&](int patternLengthUi) {
+        return Testing::FailureOf<DataFailure>(
+            [&] { FindSymbols(flat, 16.0, patternLengthUi, SIGNAL_CODING_NRZ, "flat"); });
+    };
+    EXPECT_EQ(failureOver(127).rfind("flat: no NRZ pattern of 127 UI can be made out in it", 0), 0U);
+    EXPECT_EQ(failureOver(511), "flat: has 2032 samples; one period of 511 UI takes 8176");
+}
+
+TEST(SignalQualityMeasure, TellsTheLevelMismatch)
+{
+    using Levels = std::vector<double>;
+    EXPECT_NEAR(LevelMismatchRatio(Levels{0, 1, 2, 3}), 1.0, 1e-15);
+    // An inner level too near to the middle, or to the outer one.
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -0.9, 1, 3}), 0.9, 1e-15);
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -1, 0.9, 3}), 0.9, 1e-15);
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -1.2, 1, 3}), 0.8, 1e-15);
+    EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -1, 1.2, 3}), 0.8, 1e-15);
+}
+
+TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
+{
+    const auto levels = LevelsOf(PrbsSymbols(13, SIGNAL_CODING_PAM4), SIGNAL_CODING_PAM4, false);
+    double before = -1.0;
+    for (const double loss : {1.0, 4.0, 8.0}) {
+        const auto samples = Simulate(levels, 4, {.lossDb = loss});
+        const SignalQuality quality = MeasureSignalQuality(samples, {16.0, SIGNAL_CODING_PAM4, 8191}, 5, "capture");
+        ASSERT_TRUE(quality.equaliser) << quality.whyNoTdecq;
+        EXPECT_FALSE(quality.equaliser->leavesEyeClosed);
+        EXPECT_GT(quality.equaliser->tdecqDb, before);
+        EXPECT_LT(quality.equaliser->tdecqDb, 4.0);
+        EXPECT_NEAR(*quality.levelMismatchRatio, 1.0, 0.02);
+        before = quality.equaliser->tdecqDb;
+    }
+    const auto samples = Simulate(levels, 4, {});
+    const auto whyNot = [&](double samplesPerUi, int patternLengthUi, E_SIGNAL_CODING coding) {
+        const SignalQuality quality =
+            MeasureSignalQuality(samples, {samplesPerUi, coding, patternLengthUi}, 5, "capture");
+        EXPECT_FALSE(quality.equaliser);
+        return quality.whyNoTdecq;
+    };
+    EXPECT_EQ(whyNot(16.0, 8191, SIGNAL_CODING_NRZ), "it is defined for PAM4");
+    EXPECT_EQ(whyNot(16.0, 0, SIGNAL_CODING_PAM4), "the pattern's length is not known");
+    EXPECT_EQ(whyNot(15.998, 8191, SIGNAL_CODING_PAM4), "15.998 samples per UI are not a whole number");
+}
+
+// Each level held from half a UI before its decision to half a UI after, circular over the repetitions.
+std::vector<double> Held(const std::vector<int>& pattern, int repetitions, double samplesPerUi, double delay)
+{
+    const auto symbols = static_cast<long>(pattern.size());
+    std::vector<double> samples(static_cast<std::size_t>(samplesPerUi * static_cast<double>(symbols) * repetitions));
+    for (std::size_t k = 0; k < samples.size(); ++k) {
+        const double ui = (static_cast<double>(k) - delay) / samplesPerUi + 0.5;
+        samples[k] = 0.1 * pattern[static_cast<std::size_t>((static_cast<long>(ui + 1.0) - 1 + symbols) % symbols)];
+    }
+    return samples;
+}
+
+TEST(Decisions, AreCountedAgainstThePatternAtItsBestRotation)
+{
+    const struct {
+        const char* label;
+        E_SIGNAL_CODING coding;
+        double samplesPerUi;
+        double delay;
+        int repetitions;
+        int rotation;
+        std::vector<std::size_t> wrong;  // UIs of the pattern that are spoiled
+    } cases[] = {
+        {"all right", SIGNAL_CODING_NRZ, 8.0, 0.0, 1, 0, {}},
+        {"one wrong in each of three", SIGNAL_CODING_NRZ, 8.0, 7.0, 3, 126, {5}},
+        {"four levels, two wrong", SIGNAL_CODING_PAM4, 4.0, 2.0, 2, 77, {0, 126}},
+        {"fraction of a sample", SIGNAL_CODING_PAM4, 6.4, 3.0, 4, 11, {1}},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        const std::vector<int> sent = LevelsOf(PrbsSymbols(7, row.coding), row.coding, true);
+        const std::vector<double> samples = Held(sent, row.repetitions, row.samplesPerUi, row.delay);
+        std::vector<int> expected = sent;
+        for (const std::size_t ui : row.wrong)
+            expected[ui] = expected[ui] == 0 ? 1 : expected[ui] - 1;
+        std::rotate(expected.begin(), expected.begin() + row.rotation, expected.end());
+        const DecisionCount count =
+            CountDecisions(samples, expected, LevelCount(row.coding), row.samplesPerUi, row.delay);
+        EXPECT_EQ(count.decisions, 127U * static_cast<std::size_t>(row.repetitions));
+        EXPECT_EQ(count.errors, row.wrong.size() * static_cast<std::size_t>(row.repetitions));
+    }
+    EXPECT_EQ(CountDecisions(std::vector<double>(1015), std::vector<int>(127, 1), 2, 8.0, 0.0).decisions, 0U);
+}
+
+// A capture of two repetitions behind a line that leaves its eye open, and a pattern with a wrong symbol.
+TEST(Decisions, AreReportedOfADfeWhoseSymbolsAreKnown)
+{
+    const std::string right = PrbsSymbols(9, SIGNAL_CODING_NRZ);
+    const std::vector<double> capture =
+        Simulate(LevelsOf(right, SIGNAL_CODING_NRZ, false), 2, {.repetitions = 2, .lossDb = 6.0, .noiseRms = 0.02});
+    std::string spoiled = right;
+    spoiled[100] = spoiled[100] == '0' ? '1' : '0';
+    const struct {
+        const char* label;
+        json symbols;
+        json filter;
+        int errors;  // -1: none are reported
+    } cases[] = {
+        {"found", nullptr, {{"numberOfTaps", 3}}, 0},
+        {"spoiled", spoiled, {{"numberOfTaps", 3}}, 2},
+        {"manual, a UI earlier", right, {{"numberOfTaps", 0}, {"useManualTaps", true}, {"samplingDelayPs", -5}}, 0},
+        {"manual, unknown symbols", nullptr, {{"numberOfTaps", 0}, {"useManualTaps", true}}, -1},
+        {"no taps, no delay", right, {{"numberOfTaps", 0}}, -1},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        json device = {
+            {"baudRateGBd", 26.5625}, {"samplesPerUi", 16}, {"signalCoding", "NRZ"}, {"patternLengthUi", 511}};
+        if (!row.symbols.is_null())
+            device["patternSymbols"] = row.symbols;
+        json filter = row.filter;
+        filter["type"] = "dfe";
+        const json content = {{"device", device}, {"filters", json::array({filter})}};
+        std::vector<std::string> notes;
+        const ChainFile file = ChainFile::FromText(content.dump(), "chain.json");
+        Chain chain(WithSymbols(file, capture, "capture", notes), capture.size());
+        const json stage = json::parse(RunChain(chain, capture, "capture").stages[1].findings);
+        EXPECT_EQ(stage.value("errors", -1), row.errors);
+        EXPECT_EQ(stage.value("decisions", -1), row.errors < 0 ? -1 : 1022);
+    }
+}
+
+}  // namespace
+
+}  // namespace Tarnwick::DSO::Workbench
