@@ -1,6 +1,7 @@
 #include "workbench/ctlepresets.h"
 
 #include <cmath>
+#include <iterator>
 #include <utility>
 
 #include <fmt/format.h>
@@ -73,6 +74,7 @@ ordered_json ToJson(const std::vector<CtlePreset>& presets)
 std::vector<CtlePreset> Ieee802_3bsPresets()
 {
     std::vector<CtlePreset> presets;
+    presets.reserve(std::size(Maths::kIeee802_3bsPresets));
     for (const Maths::Ieee802_3bsPreset& preset : Maths::kIeee802_3bsPresets)
         presets.push_back(PresetOf(preset.keyDb, {preset.pole1, preset.pole2, preset.pole3},
                                    {preset.zero1, preset.zero2}, preset.Response()));

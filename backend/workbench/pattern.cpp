@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 #include <fmt/format.h>
 
@@ -47,6 +48,7 @@ int LevelCount(E_SIGNAL_CODING coding)
 std::vector<std::string> CodingNames()
 {
     std::vector<std::string> names;
+    names.reserve(std::size(Maths::kCodings));
     for (const Maths::Coding& row : Maths::kCodings)
         names.emplace_back(row.name);
     return names;
