@@ -55,6 +55,7 @@ template <typename Rows>
 std::vector<std::string> NamesOf(const Rows& rows)
 {
     std::vector<std::string> names;
+    names.reserve(std::size(rows));
     for (const auto& row : rows)
         names.emplace_back(row.name);
     return names;
