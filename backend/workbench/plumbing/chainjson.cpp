@@ -34,14 +34,11 @@ ChainFile ChainFileOf(json content, std::string name)
     return ChainFile(std::make_shared<const ChainJson>(ChainJson{std::move(content), std::move(name)}));
 }
 
-static constexpr std::size_t kLongestPipe = 16U << 20U;  // [bytes] a chain file has some hundred
-
 ChainFile::ChainFile(const std::filesystem::path& path)
 {
     std::string text;
     try {
-        std::error_code error;
-        text = std::filesystem::is_fifo(path, error) ? ReadWholePipe(path, kLongestPipe) : ReadWholeFile(path);
+        text = ReadWholeFile(path);
     } catch (const DataFailure& failure) {  // a chain file is a setting, not data
         throw UsageFailure(failure.what());
     }

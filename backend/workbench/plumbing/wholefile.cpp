@@ -30,17 +30,4 @@ std::string ReadWholeFile(const std::filesystem::path& path)
     return content;
 }
 
-std::string ReadWholePipe(const std::filesystem::path& path, std::size_t longest)
-{
-    std::ifstream pipe(path, std::ios::binary);
-    if (!pipe.is_open())
-        throw DataFailure(fmt::format("{}: cannot be read", path.string()));
-    std::string content(longest + 1, '\0');
-    pipe.read(content.data(), static_cast<std::streamsize>(content.size()));
-    content.resize(static_cast<std::size_t>(pipe.gcount()));
-    if (content.size() > longest)
-        throw DataFailure(fmt::format("{}: gives more than {} bytes", path.string(), longest));
-    return content;
-}
-
 }  // namespace Tarnwick::DSO::Workbench
