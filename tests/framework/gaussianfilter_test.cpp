@@ -53,8 +53,11 @@ TEST(GaussianFilterTaps, AreThoseOfTheBellSampledInFrequency)
     const auto taps = Taps(kRate, 80.0, 16, 131056);
     EXPECT_TRUE(AreNear(std::span(taps).first(3), std::vector{0.5514292, 0.2189584, 0.0026505}, 6e-8));
     EXPECT_NEAR(std::accumulate(taps.begin(), taps.end(), 0.0), 1.0, 64 * DBL_EPSILON);
-    for (std::size_t lag = 1; lag < 20; ++lag)
-        EXPECT_NEAR(taps[lag], taps[taps.size() - lag], 4 * DBL_EPSILON);
+    const auto odd = Taps(kRate, 40.0, 64, 641);
+    EXPECT_NEAR(LossDb(odd, 64 * kRate, 40.0), 3.0103, 5e-5);
+    for (const auto& each : {taps, odd})
+        for (std::size_t lag = 1; lag < 20; ++lag)
+            EXPECT_NEAR(each[lag], each[each.size() - lag], 4 * DBL_EPSILON);
     EXPECT_NEAR(LossDb(taps, 16 * kRate, 80.0), 3.0103, 5e-5);
     EXPECT_NEAR(LossDb(taps, 16 * kRate, 50.0), 1.1759, 5e-5);
     const auto narrow = Taps(12.7, 100.0, 64, 8128);
