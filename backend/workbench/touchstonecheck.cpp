@@ -4,6 +4,8 @@
 #include <sstream>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "framework/plumbing/linereader.h"
 #include "maths/touchstone/touchstone.h"
 #include "maths/touchstone/touchstoneplain.h"
@@ -219,7 +221,7 @@ private:
                  "pairs are read as " + NameOf(reader_.Format()) + ", not as " + NameOf(format) +
                      ": the format is looked for here alone");
         if (parameter != 'S')
-            Note(number_, 0, std::string("parameters ") + parameter + " are read as S-parameters");
+            Note(number_, 0, fmt::format("parameters {} are read as S-parameters", parameter));
     }
 
     void CompareData(std::string_view line, const PlainTouchstoneReader::Line& plain)
