@@ -64,15 +64,12 @@ void ReadSettings(Parameters& parameters, const std::vector<Field<Parameters>>& 
 template <typename Filter, typename Parameters>
 Filter& MakeFilter(Stage& stage, Parameters& parameters, const Place& place)
 {
-    std::unique_ptr<Filter> filter;
     try {
-        filter = std::make_unique<Filter>(&parameters);
+        stage.filter = std::make_unique<Filter>(&parameters);
     } catch (const std::exception& failure) {
         place.Fail(failure.what());
     }
-    Filter& made = *filter;
-    stage.filter = std::move(filter);
-    return made;
+    return static_cast<Filter&>(*stage.filter);
 }
 
 /// The plan of a filter that reads no files and finds nothing, on parameters that have read their settings.
