@@ -14,7 +14,6 @@ namespace Tarnwick::DSO::Workbench {
 namespace {
 
 using Testing::ExpectFailures;
-using Testing::FailureOf;
 using Testing::TestFolder;
 
 // A .npy file as NumPy writes it, values in the given order of bytes.

@@ -18,7 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 using DSO::Workbench::ChainResponse;
 using DSO::Workbench::CorrectedChannel;
-using DSO::Workbench::FilterResponse;
 using DSO::Workbench::kGiga;
 using DSO::Workbench::kPicoPerUnit;
 using DSO::Workbench::TransferFunction;
