@@ -20,20 +20,21 @@ struct Polynomial {
 };
 
 constexpr Polynomial kPolynomials[] = {
-    {7, {7, 6, 0, 0}}, {9, {9, 5, 0, 0}}, {11, {11, 9, 0, 0}}, {13, {13, 12, 2, 1}}, {15, {15, 14, 0, 0}},
+    {7, {7, 6, 0, 0}},    {9, {9, 5, 0, 0}},    {11, {11, 9, 0, 0}},  {13, {13, 12, 2, 1}},
+    {15, {15, 14, 0, 0}}, {23, {23, 18, 0, 0}}, {31, {31, 28, 0, 0}},
 };
 
-std::vector<int> Bits(const Polynomial& polynomial)
+// The first `count` bits of the sequence, at least as many as its order.
+std::vector<char> Bits(const Polynomial& polynomial, std::size_t count)
 {
-    const auto order = static_cast<std::size_t>(polynomial.order);
-    std::vector<int> bits(order, 1);
-    const std::size_t length = (std::size_t{1} << order) - 1;
-    while (bits.size() < length) {
+    std::vector<char> bits(static_cast<std::size_t>(polynomial.order), 1);
+    bits.reserve(count);
+    while (bits.size() < count) {
         int next = 0;
         for (const int tap : polynomial.taps)
             if (tap > 0)
                 next ^= bits[bits.size() - static_cast<std::size_t>(tap)];
-        bits.push_back(next);
+        bits.push_back(static_cast<char>(next));
     }
     return bits;
 }
@@ -60,21 +61,29 @@ E_SIGNAL_CODING CodingOf(std::string_view name)
     return row == nullptr ? SIGNAL_CODING_UNKNOWN : row->coding;
 }
 
-std::string PrbsSymbols(int order, E_SIGNAL_CODING coding)
+std::string PrbsSymbols(int order, E_SIGNAL_CODING coding, std::size_t count)
 {
     const auto* polynomial = std::find_if(std::begin(kPolynomials), std::end(kPolynomials),
                                           [order](const Polynomial& row) { return row.order == order; });
     if (polynomial == std::end(kPolynomials))
-        throw UsageFailure(fmt::format("PRBS order is {}; expected 7, 9, 11, 13 or 15", order));
+        throw UsageFailure(fmt::format("PRBS order is {}; expected 7, 9, 11, 13, 15, 23 or 31", order));
     const int levels = LevelCount(coding);
     if (levels != 2 && levels != 4)
         throw UsageFailure(
             fmt::format("a PRBS has no {} symbols; give them as a text", levels == 3 ? "PAM3" : "uncoded"));
-    const std::vector<int> bits = Bits(*polynomial);
+    constexpr std::size_t kLongest = std::size_t{1} << 30U;
+    const std::size_t period = (std::size_t{1} << static_cast<unsigned>(order)) - 1;
+    const std::size_t length = count > 0 ? std::min(count, period) : period;
+    if (length > kLongest)
+        throw UsageFailure(
+            fmt::format("PRBS{} has {} symbols; expected at most {}, a part of it", order, period, kLongest));
+    const std::size_t bitsPerSymbol = levels == 2 ? 1 : 2;
+    const std::vector<char> bits = Bits(*polynomial, std::min(bitsPerSymbol * length, period));
     std::string symbols;
-    for (std::size_t k = 0; k < bits.size(); ++k)
-        symbols += static_cast<char>(
-            '0' + (levels == 2 ? bits[k] : 2 * bits[2 * k % bits.size()] + bits[(2 * k + 1) % bits.size()]));
+    symbols.reserve(length);
+    for (std::size_t k = 0; k < length; ++k)
+        symbols +=
+            static_cast<char>('0' + (levels == 2 ? bits[k] : 2 * bits[2 * k % period] + bits[(2 * k + 1) % period]));
     return symbols;
 }
 

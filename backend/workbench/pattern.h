@@ -1,6 +1,7 @@
 // Pseudo-random test patterns and what their symbols stand for.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,11 +19,13 @@ TARNWICK_WORKBENCH_API std::vector<std::string> CodingNames();
 /// The coding of one of these names; SIGNAL_CODING_UNKNOWN for any other text.
 TARNWICK_WORKBENCH_API E_SIGNAL_CODING CodingOf(std::string_view name);
 
-/// One whole period of a pseudo-random binary sequence as the text of a pattern: 2^n - 1 characters. x^7+x^6+1, x^9+x^5+1,
-/// x^11+x^9+1, x^13+x^12+x^2+x+1, x^15+x^14+1, started from all ones. NRZ: the bits. PAM4: the bit pairs (first bit high)
-/// of the sequence taken twice; the pair's value is the Gray-coded character, without Gray coding the level.
-/// @throws UsageFailure  another order, or PAM3, which has no such pattern
-TARNWICK_WORKBENCH_API std::string PrbsSymbols(int order, E_SIGNAL_CODING coding);
+/// One whole period of a pseudo-random binary sequence as the text of a pattern: 2^n - 1 characters, or the first of them.
+/// x^7+x^6+1, x^9+x^5+1, x^11+x^9+1, x^13+x^12+x^2+x+1, x^15+x^14+1, x^23+x^18+1, x^31+x^28+1, started from all ones.
+/// NRZ: the bits. PAM4: the bit pairs (first bit high) of the sequence taken twice; the pair's value is the Gray-coded
+/// character, without Gray coding the level. Source: ITU-T O.150 section 5; IEEE 802.3 table 94-11 for n = 13.
+/// @param count  0: the whole period
+/// @throws UsageFailure  another order, more than 2^30 symbols, or PAM3, which has no such pattern
+TARNWICK_WORKBENCH_API std::string PrbsSymbols(int order, E_SIGNAL_CODING coding, std::size_t count = 0);
 
 /// Level indices (0 the lowest) of a pattern's text. PAM4 with Gray coding: '0', '1', '3', '2' from lowest to highest.
 /// @throws UsageFailure  a character that is no symbol of the coding, named with its position

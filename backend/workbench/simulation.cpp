@@ -4,12 +4,17 @@
 #include <cmath>
 #include <complex>
 #include <cstddef>
+#include <cstdint>
+#include <numbers>
 #include <random>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "maths/patterns/edgesignal.h"
+#include "maths/patterns/periodicrecord.h"
 #include "maths/transforms/arraytransform.h"
+#include "maths/transforms/factors.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/symbols.h"
@@ -64,7 +69,7 @@ double EdgeAt(double sinceMiddleUi, double riseUi)
     return std::clamp(sinceMiddleUi / riseUi + 0.5, 0.0, 1.0);
 }
 
-// The pattern's levels joined by edges; edge i comes `shifts[i]` UI after the start of symbol i. Circular.
+// The levels of the symbols joined by edges; edge i comes `shifts[i]` UI after the start of symbol i. Circular.
 std::vector<double> DrawEdges(std::span<const double> volts, std::span<const double> shifts, int samplesPerUi,
                               double riseUi)
 {
@@ -84,22 +89,75 @@ std::vector<double> DrawEdges(std::span<const double> volts, std::span<const dou
     return samples;
 }
 
+// Gain at a frequency [symbol rates]; at one half of the symbol rate the loss is what was asked for.
+Complex LineGain(double frequency, double lossDb)
+{
+    const double nepers = lossDb / kDbPerNeper / std::sqrt(0.5) * std::sqrt(frequency);
+    return std::exp(Complex(-nepers, -nepers));
+}
+
+// The spectrum of a real record, X[0] .. X[n/2], as its n samples.
+std::vector<double> SamplesOf(const std::vector<Complex>& half, std::size_t count)
+{
+    std::vector<Complex> bins(half.begin(), half.end());
+    bins.resize(count);
+    for (std::size_t bin = 1; 2 * bin < count; ++bin)
+        bins[count - bin] = std::conj(bins[bin]);
+    Maths::InverseTransform(bins, Maths::Scaling::ByLength);
+    std::vector<double> samples(count);
+    std::transform(bins.begin(), bins.end(), samples.begin(), [](Complex value) { return value.real(); });
+    return samples;
+}
+
 void ApplyLine(std::vector<double>& samples, const Simulation& settings)
 {
     if (settings.lossDb == 0.0)
         return;
     std::vector<Complex> bins(samples.begin(), samples.end());
-    const int count = static_cast<int>(bins.size());
     Maths::ForwardTransform(bins);
-    // Frequencies in units of the symbol rate; at one half of it the loss is what was asked for.
-    const double k = settings.lossDb / kDbPerNeper / std::sqrt(0.5);
-    for (int bin = 1; 2 * bin <= count; ++bin) {
-        const double root = std::sqrt(static_cast<double>(bin) * settings.samplesPerUi / count);
-        bins[static_cast<std::size_t>(bin)] *= std::exp(Complex(-k * root, -k * root));
-        bins[static_cast<std::size_t>(count - bin)] = std::conj(bins[static_cast<std::size_t>(bin)]);
+    bins.resize(samples.size() / 2 + 1);
+    const auto count = static_cast<double>(samples.size());
+    for (std::size_t k = 1; k < bins.size(); ++k)
+        bins[k] *= LineGain(static_cast<double>(k) * settings.samplesPerUi / count, settings.lossDb);
+    samples = SamplesOf(bins, samples.size());
+}
+
+// 1 up to 0.35 of the sample rate, 0 from 0.45 of it, half a period of a cosine between.
+double BandGain(double frequency)
+{
+    constexpr double kPass = 0.35;
+    constexpr double kStop = 0.45;
+    const double fall = std::clamp((frequency - kPass) / (kStop - kPass), 0.0, 1.0);
+    return 0.5 + 0.5 * std::cos(std::numbers::pi * fall);
+}
+
+// The band-limited waveform of symbols of a circle that they need not fill: the last symbol lasts until its end.
+// Symbol 0 starts `start` samples before the first sample; that of DrawEdges comes half an interval after it.
+std::vector<double> DrawBandLimited(std::span<const double> volts, std::span<const double> shifts, double start,
+                                    std::size_t count, const Simulation& settings)
+{
+    const double perUi = settings.SampledPerUi();
+    const auto length = static_cast<double>(count);
+    std::vector<Maths::SignalEdge> edges;
+    edges.reserve(volts.size());
+    double first = volts.back();
+    for (std::size_t i = 0; i < volts.size(); ++i) {
+        const double before = i > 0 ? volts[i - 1] : volts.back();
+        if (volts[i] == before)
+            continue;
+        const double middle = (static_cast<double>(i) + shifts[i]) * perUi - start;
+        if (middle < 0.0)  // the edge at the seam: the record begins behind it
+            first = volts[i];
+        edges.push_back({middle < 0.0 ? middle + length : middle, volts[i] - before});
     }
-    Maths::InverseTransform(bins, Maths::Scaling::ByLength);
-    std::transform(bins.begin(), bins.end(), samples.begin(), [](Complex value) { return value.real(); });
+    std::vector<Complex> bins = Maths::EdgeSpectrum(edges, first, settings.riseUi * perUi, count);
+    for (std::size_t k = 1; k < bins.size(); ++k) {
+        const double frequency = static_cast<double>(k) / length;  // [1/samples]
+        bins[k] *= BandGain(frequency);
+        if (settings.lossDb != 0.0)
+            bins[k] *= LineGain(frequency * perUi, settings.lossDb);
+    }
+    return SamplesOf(bins, count);
 }
 
 std::vector<double> Repeated(const std::vector<double>& period, int repetitions)
@@ -111,51 +169,119 @@ std::vector<double> Repeated(const std::vector<double>& period, int repetitions)
     return record;
 }
 
+// What precedes and follows a cut, so that nothing of the seam of the longer record shows in it: the line's answer to an
+// edge falls as the root of time to the third, below 1e-5 of the edge for 10 dB.
+constexpr int kGuardUi = 1024;
+
+struct Edges {
+    std::vector<double> volts;
+    std::vector<double> shifts;  // [UI]
+};
+
+// Symbols from `firstUi` of the pattern on, and the edges that lead to them.
+Edges EdgesOf(std::span<const int> levels, int levelCount, std::int64_t firstUi, std::size_t count,
+              const Simulation& settings, GaussianNoise& noise)
+{
+    const double largestShift = settings.LargestEdgeShiftUi();
+    const double radiansPerUi = 2.0 * std::numbers::pi * 1e-3 * settings.sinusoidalJitterMHz / settings.symbolRateGBd;
+    Edges edges;
+    edges.volts.reserve(count);
+    edges.shifts.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto ui = firstUi + static_cast<std::int64_t>(i);
+        const int level = levels[Maths::WrappedIndex(ui, levels.size())];
+        edges.volts.push_back(settings.amplitude * (static_cast<double>(level) / (levelCount - 1) - 0.5));
+        double shift = 0.0;
+        if (settings.jitterRms > 0.0)
+            shift = std::clamp(settings.jitterRms * noise(), -largestShift, largestShift);
+        if (settings.sinusoidalJitterUi > 0.0)
+            shift += settings.sinusoidalJitterUi * std::sin(radiansPerUi * static_cast<double>(ui));
+        edges.shifts.push_back(shift);
+    }
+    return edges;
+}
+
+// Whole repetitions of whole samples per UI.
+std::vector<double> SimulateSeamless(std::span<const int> levels, int levelCount, const Simulation& settings,
+                                     GaussianNoise& noise)
+{
+    // Jittered edges differ from repetition to repetition: then the whole record is the period.
+    const int periods = settings.jitterRms > 0.0 ? settings.repetitions : 1;
+    const std::size_t symbols = levels.size() * static_cast<std::size_t>(periods);
+    const Edges edges = EdgesOf(levels, levelCount, 0, symbols, settings, noise);
+    const int samplesPerUi = static_cast<int>(settings.samplesPerUi);
+    std::vector<double> samples;
+    if (settings.bandLimited) {
+        samples =
+            DrawBandLimited(edges.volts, edges.shifts, 0.5, symbols * static_cast<std::size_t>(samplesPerUi), settings);
+    } else {
+        samples = DrawEdges(edges.volts, edges.shifts, samplesPerUi, settings.riseUi);
+        ApplyLine(samples, settings);
+    }
+    return Repeated(samples, settings.repetitions / periods);
+}
+
+// A cut out of a longer record.
+std::vector<double> SimulateCut(std::span<const int> levels, int levelCount, std::size_t count,
+                                const Simulation& settings, GaussianNoise& noise)
+{
+    const double perUi = settings.SampledPerUi();
+    const auto guard = static_cast<std::size_t>(kGuardUi * perUi);
+    const double start = 0.5 + kGuardUi * perUi - static_cast<double>(guard);
+    std::size_t length = count + 2 * guard;
+    while (!Maths::HasOnlyFactors(length, {2, 3, 5}))
+        ++length;
+    const auto symbols = static_cast<std::size_t>(static_cast<double>(length) / perUi);
+    const Edges edges =
+        EdgesOf(levels, levelCount, std::int64_t{settings.firstUi} - kGuardUi, symbols, settings, noise);
+    std::vector<double> samples = DrawBandLimited(edges.volts, edges.shifts, start, length, settings);
+    const auto first = samples.begin() + static_cast<std::ptrdiff_t>(guard);
+    return {first, first + static_cast<std::ptrdiff_t>(count)};
+}
+
 }  // namespace
 
-std::vector<int> SimulatedPattern::Levels() const
+std::vector<int> SimulatedPattern::Levels(std::size_t count) const
 {
-    return LevelsOf(symbols.empty() ? PrbsSymbols(prbs, coding) : symbols, coding, withoutGrayCoding);
+    return LevelsOf(symbols.empty() ? PrbsSymbols(prbs, coding, count) : symbols, coding, withoutGrayCoding);
+}
+
+bool Simulation::IsSeamless() const
+{
+    return samplesPerUi == std::round(samplesPerUi) && clockOffsetPpm == 0.0 && sinusoidalJitterUi == 0.0 &&
+           firstUi == 0 && lengthUi == 0;
 }
 
 std::vector<double> Simulate(std::span<const int> levels, int levelCount, const Simulation& settings)
 {
-    const double count = static_cast<double>(levels.size()) * settings.samplesPerUi * settings.repetitions;
+    const double symbols =
+        settings.lengthUi > 0 ? settings.lengthUi : static_cast<double>(levels.size()) * settings.repetitions;
+    const double count = std::floor(symbols * settings.SampledPerUi());
     if (count > static_cast<double>(kMostSamples))
         throw UsageFailure(fmt::format("the capture has {} samples; expected at most {}", count, kMostSamples));
-    const double largestShift = settings.LargestEdgeShiftUi();
-    if (settings.jitterRms > largestShift)
+    if (settings.jitterRms > settings.LargestEdgeShiftUi())
         throw UsageFailure(
             fmt::format("jitter is {} UI rms; expected at most {:.6g} UI, half of what edges of {} UI leave of a UI",
-                        settings.jitterRms, largestShift, settings.riseUi));
+                        settings.jitterRms, settings.LargestEdgeShiftUi(), settings.riseUi));
     GaussianNoise noise(settings.seed);
-    // Jittered edges differ from repetition to repetition: then the whole record is the period.
-    const int periods = settings.jitterRms > 0.0 ? settings.repetitions : 1;
-    std::vector<double> volts;
-    for (int period = 0; period < periods; ++period)
-        for (const int level : levels)
-            volts.push_back(settings.amplitude * (static_cast<double>(level) / (levelCount - 1) - 0.5));
-    std::vector<double> shifts(volts.size(), 0.0);
-    if (settings.jitterRms > 0.0)
-        for (double& shift : shifts)
-            shift = std::clamp(settings.jitterRms * noise(), -largestShift, largestShift);
-    std::vector<double> samples = DrawEdges(volts, shifts, settings.samplesPerUi, settings.riseUi);
-    ApplyLine(samples, settings);
-    samples = Repeated(samples, settings.repetitions / periods);
-    if (settings.noiseRms > 0.0)
+    std::vector<double> samples =
+        settings.IsSeamless() ? SimulateSeamless(levels, levelCount, settings, noise)
+                              : SimulateCut(levels, levelCount, static_cast<std::size_t>(count), settings, noise);
+    const double noiseRms = settings.noiseRms / std::sqrt(static_cast<double>(settings.averages));
+    if (noiseRms > 0.0)
         for (double& sample : samples)
-            sample += settings.noiseRms * noise();
+            sample += noiseRms * noise();
     return samples;
 }
 
 std::string ChainFileFor(const SimulatedPattern& pattern, const Simulation& settings)
 {
-    nlohmann::ordered_json device = {{"baudRateGBd", settings.symbolRateGBd},
-                                     {"samplesPerUi", settings.samplesPerUi},
-                                     {"signalCoding", NameOf(pattern.coding)}};
-    if (pattern.symbols.empty())
+    nlohmann::ordered_json device = {{"baudRateGBd", settings.symbolRateGBd}, {"signalCoding", NameOf(pattern.coding)}};
+    if (settings.samplesPerUi == std::round(settings.samplesPerUi) && settings.clockOffsetPpm == 0.0)
+        device["samplesPerUi"] = static_cast<int>(settings.samplesPerUi);
+    if (settings.IsSeamless() && pattern.symbols.empty())
         device["patternSymbols"] = {{"prbs", pattern.prbs}};
-    else
+    else if (settings.IsSeamless())
         device["patternSymbols"] = pattern.symbols;
     if (pattern.withoutGrayCoding)
         device["withoutGrayCoding"] = true;

@@ -23,7 +23,7 @@ TEST(PatternPrbs, IsAMaximalSequenceOfItsPolynomial)
     const struct {
         int order;
         std::vector<std::size_t> taps;
-    } cases[] = {{7, {7, 6}}, {9, {9, 5}}, {11, {11, 9}}, {13, {13, 12, 2, 1}}, {15, {15, 14}}};
+    } cases[] = {{7, {7, 6}}, {9, {9, 5}}, {11, {11, 9}}, {13, {13, 12, 2, 1}}, {15, {15, 14}}, {23, {23, 18}}};
     for (const auto& row : cases) {
         SCOPED_TRACE("order " + std::to_string(row.order));
         const std::string bits = PrbsSymbols(row.order, SIGNAL_CODING_NRZ);
@@ -63,7 +63,7 @@ TEST(PatternLevels, AreGrayCodesOfPam4AndPlainDigitsElsewhere)
 TEST(PatternErrors, NameWhatIsWrong)
 {
     EXPECT_EQ(FailureOf<UsageFailure>([] { PrbsSymbols(8, SIGNAL_CODING_NRZ); }),
-              "PRBS order is 8; expected 7, 9, 11, 13 or 15");
+              "PRBS order is 8; expected 7, 9, 11, 13, 15, 23 or 31");
     EXPECT_EQ(FailureOf<UsageFailure>([] { PrbsSymbols(7, SIGNAL_CODING_PAM3); }),
               "a PRBS has no PAM3 symbols; give them as a text");
     EXPECT_EQ(FailureOf<UsageFailure>([] { LevelsOf("0102", SIGNAL_CODING_NRZ, false); }),
@@ -124,6 +124,28 @@ TEST(Simulate, AddsNoiseAndJitterThatItsSeedDecides)
     EXPECT_FALSE(std::equal(jittered.begin(), jittered.begin() + period, jittered.begin() + period));
     for (std::size_t k = 8; k < jittered.size(); k += 16)
         EXPECT_NEAR(jittered[k], clean[k], 1e-15) << "the middle of UI " << k / 16 << " is flat";
+}
+
+// A cut is the same analytic waveform as the record without a seam, wherever its samples fall.
+TEST(Simulate, CutsTheBandLimitedWaveformAtAnyRate)
+{
+    const auto levels = LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false);
+    const Simulation whole{.samplesPerUi = 10.0, .lossDb = 6.0, .bandLimited = true};
+    Simulation cut = whole;
+    cut.firstUi = 100;
+    cut.lengthUi = 300;
+    const std::vector<double> circle = Simulate(levels, 2, whole);
+    const std::vector<double> same = Simulate(levels, 2, cut);
+    ASSERT_EQ(same.size(), 3000U);
+    // The seam of the longer record is 1024 UI away: the line's answer to its edge has fallen to 4e-6 there.
+    for (std::size_t k = 0; k < same.size(); ++k)
+        ASSERT_NEAR(same[k], circle[(1000 + k) % circle.size()], 1e-5) << "sample " << k;
+    // 2000 ppm more samples in a UI: after 250 UI the clock is 5 samples, half a UI, behind. Edges are as far apart.
+    cut.clockOffsetPpm = 2000.0;
+    const std::vector<double> slower = Simulate(levels, 2, cut);
+    ASSERT_EQ(slower.size(), 3006U);
+    for (std::size_t k = 0; k < 40; ++k)
+        EXPECT_NEAR(slower[2505 + k], same[2500 + k], 0.03) << "sample " << k;
 }
 
 TEST(Acquisition, FindsTimingAndOpenLevelsOfSimulatedCaptures)

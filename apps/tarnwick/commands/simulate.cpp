@@ -59,7 +59,10 @@ void Run(Options& options)
             fmt::format("--chain: is {}, as the capture; expected another file", options.chain));
     const Workbench::Simulation& settings = options.settings;
     options.pattern.coding = Workbench::CodingOf(options.coding);
-    const std::vector<int> levels = options.pattern.Levels();
+    // Of a long pattern no more than the cut reaches into.
+    const bool isCut = settings.lengthUi > 0;
+    const std::vector<int> levels = options.pattern.Levels(
+        isCut ? static_cast<std::size_t>(settings.firstUi) + static_cast<std::size_t>(settings.lengthUi) : 0);
     const std::vector<double> capture =
         Workbench::Simulate(levels, Workbench::LevelCount(options.pattern.coding), settings);
     Workbench::WriteWaveform(options.output, capture, 1e-9 / (settings.symbolRateGBd * settings.samplesPerUi));
@@ -69,9 +72,11 @@ void Run(Options& options)
     if (3.0 * settings.jitterRms > settings.LargestEdgeShiftUi())
         fmt::print(stderr, "tarnwick: edges of {} UI hold the jitter within {:.6g} UI; its rms stays below {} UI\n",
                    settings.riseUi, settings.LargestEdgeShiftUi(), settings.jitterRms);
-    fmt::print("{}: {} samples, {} UI of {} at {} GBd, {} samples per UI, {} repetition{}\n", options.output,
-               capture.size(), levels.size(), options.coding, settings.symbolRateGBd, settings.samplesPerUi,
-               settings.repetitions, settings.repetitions == 1 ? "" : "s");
+    const std::string part = isCut ? fmt::format("{} UI", settings.lengthUi)
+                                   : fmt::format("{} UI, {} repetition{}", levels.size(), settings.repetitions,
+                                                 settings.repetitions == 1 ? "" : "s");
+    fmt::print("{}: {} samples, {} of {} at {} GBd, {:.10g} samples per UI\n", options.output, capture.size(), part,
+               options.coding, settings.symbolRateGBd, settings.SampledPerUi());
 }
 
 }  // namespace
@@ -82,7 +87,8 @@ void AddSimulate(CLI::App& command)
     Workbench::Simulation& settings = options->settings;
     Workbench::SimulatedPattern& pattern = options->pattern;
     command.add_option("-o,--output", options->output, "Capture: .csv, .txt or .npy")->required();
-    auto* prbs = command.add_option("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13 or 15")->capture_default_str();
+    auto* prbs =
+        command.add_option("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13, 15, 23 or 31")->capture_default_str();
     command.add_option("--symbols", pattern.symbols, "Pattern: one digit a symbol")->excludes(prbs);
     command.add_option("--coding", options->coding, "Line coding")
         ->check(CLI::IsMember(SimulatedCodings()))
@@ -91,8 +97,8 @@ void AddSimulate(CLI::App& command)
     command.add_option("--baud", settings.symbolRateGBd, "Symbol rate [GBd]")
         ->check(RealRange(1e-6, 1e6))
         ->capture_default_str();
-    command.add_option("--spu", settings.samplesPerUi, "Samples per UI")
-        ->check(CLI::Range(1, 4096))
+    command.add_option("--spu", settings.samplesPerUi, "Samples per UI, whole or not")
+        ->check(RealRange(1.0, 4096.0))
         ->capture_default_str();
     command.add_option("--repetitions", settings.repetitions, "Repetitions of the pattern")
         ->check(CLI::Range(1, 1000000))
@@ -112,6 +118,28 @@ void AddSimulate(CLI::App& command)
     command.add_option("--jitter", settings.jitterRms, "Random jitter of the edges, rms [UI]")
         ->check(RealRange(0.0, 1.0))
         ->capture_default_str();
+    auto* repetitions = command.get_option("--repetitions");
+    command
+        .add_option("--length", settings.lengthUi, "Cut so many UI out of the pattern in place of whole repetitions")
+        ->check(CLI::Range(1, 1 << 30))
+        ->excludes(repetitions);
+    command.add_option("--first", settings.firstUi, "The cut begins so many UI into the pattern")
+        ->check(CLI::Range(0, 1 << 30))
+        ->needs("--length");
+    command.add_option("--ppm", settings.clockOffsetPpm, "Offset of the clock: a UI takes so many samples more [ppm]")
+        ->check(RealRange(-1e5, 1e5));
+    command.add_option("--sinusoidal-jitter", settings.sinusoidalJitterUi, "Its peak deviation of the edges [UI]")
+        ->check(RealRange(0.0, 10.0));
+    command.add_option("--sinusoidal-jitter-frequency", settings.sinusoidalJitterMHz, "Its frequency [MHz]")
+        ->check(RealRange(1e-6, 1e6))
+        ->capture_default_str();
+    command.add_option("--averages", settings.averages, "Acquisitions averaged, which lowers the noise by their root")
+        ->check(CLI::Range(1, 1000000))
+        ->capture_default_str();
+    command.add_flag(
+        "--band-limited", settings.bandLimited,
+        "Nothing of the waveform folds at half the sample rate; so is every capture that is no whole number "
+        "of repetitions and of samples per UI");
     command.add_option("--seed", settings.seed, "Seed of noise and jitter")->capture_default_str();
     command.add_option("--chain", options->chain, "Also write a chain file that fits the capture");
     command.callback([options] { Run(*options); });

@@ -74,7 +74,7 @@ const std::vector<Field<DeviceConfiguration>>& DeviceFields()
         {"patternSymbols",
          // Read last: which symbols there are depends on the coding.
          Setter<D>{[](D&, const json&, const Place&) {}, "text or object"}, "",
-         "a digit a symbol, or `{\"prbs\": n}` with n = 7, 9, 11, 13 or 15",
+         "a digit a symbol, or `{\"prbs\": n}` with n = 7, 9, 11, 13, 15 or 23",
          "found in the capture where a filter needs them"},
         {"patternLengthUi", &D::patternLengthUi, "UI", "length of the pattern", "that of `patternSymbols`"},
         {"withoutGrayCoding", &D::withoutGrayCoding, "", "PAM4 symbols are level indices, not Gray codes"},
