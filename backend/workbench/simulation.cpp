@@ -169,8 +169,8 @@ std::vector<double> Repeated(const std::vector<double>& period, int repetitions)
     return record;
 }
 
-// What precedes and follows a cut, so that nothing of the seam of the longer record shows in it: the line's answer to an
-// edge falls as the root of time to the third, below 1e-5 of the edge for 10 dB.
+// What precedes and follows a cut, so that hardly anything of the seam of the longer record shows in it: a line of 6 dB
+// answers to what is so far away by 2e-5 of the amplitude.
 constexpr int kGuardUi = 1024;
 
 struct Edges {

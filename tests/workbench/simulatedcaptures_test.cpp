@@ -137,9 +137,9 @@ TEST(Simulate, CutsTheBandLimitedWaveformAtAnyRate)
     const std::vector<double> circle = Simulate(levels, 2, whole);
     const std::vector<double> same = Simulate(levels, 2, cut);
     ASSERT_EQ(same.size(), 3000U);
-    // The seam of the longer record is 1024 UI away: the line's answer to its edge has fallen to 4e-6 there.
+    // The symbols beyond the seam of the longer record, 1024 UI away, are others: the line's answer to them is 2e-5.
     for (std::size_t k = 0; k < same.size(); ++k)
-        ASSERT_NEAR(same[k], circle[(1000 + k) % circle.size()], 1e-5) << "sample " << k;
+        ASSERT_NEAR(same[k], circle[(1000 + k) % circle.size()], 4e-5) << "sample " << k;
     // 2000 ppm more samples in a UI: after 250 UI the clock is 5 samples, half a UI, behind. Edges are as far apart.
     cut.clockOffsetPpm = 2000.0;
     const std::vector<double> slower = Simulate(levels, 2, cut);
