@@ -47,9 +47,9 @@ double CircularDot(std::span<const double> x, std::span<const double> y, long lo
 {
     if (x.empty())
         return 0.0;
-    const std::size_t start = WrappedIndex(lag, x.size());
-    const std::size_t head = x.size() - start;
-    return Dot(x.data(), y.data() + start, head) + Dot(x.data() + head, y.data(), start);
+    const std::size_t start = WrappedIndex(lag, y.size());
+    const std::size_t head = std::min(x.size(), y.size() - start);
+    return Dot(x.data(), y.data() + start, head) + Dot(x.data() + head, y.data(), x.size() - head);
 }
 
 double CircularDotInOrder(std::span<const double> x, std::span<const double> y, long long lag)

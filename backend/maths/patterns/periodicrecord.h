@@ -42,6 +42,7 @@ TARNWICK_FRAMEWORK_API void AddRotated(std::span<double> sum, double factor, std
 
 /// sum_i x[i] y[(i + lag) mod n] for any lag, in a fixed order of 16 running sums for each of the two stretches of y: the
 /// rounding of a single running sum over a million samples would be just about too much. 0 for empty records.
+/// @param x  at most as many values as y, n
 TARNWICK_FRAMEWORK_API double CircularDot(std::span<const double> x, std::span<const double> y, long long lag);
 
 /// The same in one running sum in the order of x, for records of a sample a UI. The last bits differ from CircularDot's.

@@ -1,0 +1,88 @@
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "maths/equalisers/phasefit.h"
+#include "support/signals.h"
+
+namespace Tarnwick::DSO::Maths {
+
+namespace {
+
+using Testing::RandomValues;
+
+constexpr std::size_t kSamplesPerUi = 4;
+
+// Levels through a main cursor and two post-cursors that only one phase of the UI, 2, is free of other interference at.
+std::vector<double> Echoed(const std::vector<double>& levels)
+{
+    std::vector<double> record;
+    const std::size_t count = levels.size();
+    for (std::size_t i = 0; i < count; ++i)
+        for (std::size_t p = 0; p < kSamplesPerUi; ++p)
+            record.push_back(0.3 + 0.5 * levels[i] + 0.2 * levels[(i + count - 1) % count] -
+                             0.05 * levels[(i + count - 2) % count] + (p == 2 ? 0.0 : 0.1) * levels[(i + 1) % count]);
+    return record;
+}
+
+// What the feedback takes off is left to it exactly, wherever the symbols lie in the record.
+TEST(PhaseFit, LeavesThePostCursorsToTheFeedback)
+{
+    const std::vector<double> levels = RandomValues(300, 1);
+    const struct {
+        const char* label;
+        std::size_t rotation;   // [samples] of the record against the levels
+        std::size_t ignoredUi;  // then the ends are spoilt
+        double gain;
+    } cases[] = {{"circular", 0, 0, 1.0},
+                 {"circular, rotated", 501, 0, 1.0},
+                 {"inverted", 3, 0, -2.0},
+                 {"without its ends", 0, 4, 1.0},
+                 {"without its ends, rotated", 7, 4, 1.0}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        std::vector<double> record = Echoed(levels);
+        std::rotate(record.begin(), record.end() - static_cast<std::ptrdiff_t>(row.rotation), record.end());
+        for (double& value : record)
+            value *= row.gain;
+        for (std::size_t k = 0; k < row.ignoredUi * kSamplesPerUi; ++k)
+            record[k] = record[record.size() - 1 - k] = 5.0;
+        const auto fit = FitAtSamplingPhase({.samples = record,
+                                             .samplesPerUi = kSamplesPerUi,
+                                             .levels = levels,
+                                             .tapDelays = {0},
+                                             .feedbackTaps = 2,
+                                             .ignoredUi = row.ignoredUi});
+        ASSERT_TRUE(fit);
+        EXPECT_EQ(fit->phase, 2U);
+        // Rounding of sums of 300 products of order 1, times a condition below 10.
+        EXPECT_NEAR(fit->taps[0], 2.0 / row.gain, 1e-12);
+        EXPECT_NEAR(fit->feedback[0], -0.4, 1e-12);
+        EXPECT_NEAR(fit->feedback[1], 0.1, 1e-12);
+        EXPECT_NEAR(fit->constant, -0.6, 1e-12);
+        EXPECT_LT(fit->residual, 1e-20);
+    }
+}
+
+TEST(PhaseFit, FindsNothingThatTheRecordCannotTell)
+{
+    const std::vector<double> levels = RandomValues(40, 2);
+    std::vector<double> held;
+    for (const double level : levels)
+        held.insert(held.end(), kSamplesPerUi, level);
+    PhaseFitProblem problem{.samples = held, .samplesPerUi = kSamplesPerUi, .levels = levels, .tapDelays = {0, 1, 2}};
+    EXPECT_FALSE(FitAtSamplingPhase(problem)) << "three taps in a UI, of which at least two see the same sample";
+    problem.ridge = 1e-6;
+    EXPECT_TRUE(FitAtSamplingPhase(problem));
+    problem.ridge = 0.0;
+    problem.tapDelays = {0, 4};
+    EXPECT_TRUE(FitAtSamplingPhase(problem));
+    problem.ignoredUi = 18;
+    EXPECT_FALSE(FitAtSamplingPhase(problem)) << "4 UI are left";
+}
+
+}  // namespace
+
+}  // namespace Tarnwick::DSO::Maths
