@@ -30,25 +30,33 @@ constexpr std::size_t kMostBlock = 8192;
 constexpr std::size_t kGuard = 64;
 
 constexpr std::size_t kMostSearched = 262144;  // [samples] 30 ppm of resolution at 8 samples per UI
-constexpr std::size_t kBackgroundBins = 401;
+constexpr std::size_t kFewestSearched = 1024;  // [samples] where a repeated pattern is cut short
+constexpr std::size_t kMostBackgroundBins = 401;
+constexpr std::size_t kFewestBackgroundBins = 33;
+constexpr std::size_t kRecordPerBackground = 8;
 constexpr std::size_t kBackgroundStep = 32;  // [bins] that share one background
 // Between the lines of a repeated pattern there is nothing, and everything would stand out of it.
 constexpr double kMostScore = 1000.0;
-constexpr double kLineShare = 0.5;  // of the largest score, for a line to count
+constexpr double kLineShare = 0.5;     // of the largest score, for a line to count
+constexpr double kMeanOfLines = 2.0;   // over the median; 1.06 for the magnitudes of noise
+constexpr double kClusterEnd = 1.03;   // over the lowest line: a clock that moves has lines so near each other
+constexpr double kAlike = 0.8;         // of the strongest score, for a line to be its like
+constexpr std::size_t kLineWidth = 4;  // [bins] either side, of a Hann-windowed line
 
 constexpr std::size_t kMostSpacing = 16;     // [samples] of the demodulated line
 constexpr std::size_t kFewestValues = 1024;  // of the demodulated line, where the record has as many samples
 constexpr double kUiPerFineBlock = 16.0;     // below, the pattern moves the phase of a block
 constexpr std::size_t kBlocksOfPhase[] = {8, 16, 32};
-constexpr std::size_t kBlocksOfPicture = 256;
 constexpr std::size_t kStretchGrowth = 4;  // from one stretch that is refined to the next
 
 constexpr double kDefaultLoopDivisor = 1667.0;  // symbol rate over loop bandwidth
 constexpr double kLeastLoopDivisor = 100.0;
 constexpr double kStepsPerBandwidth = 64.0;  // steps of the loop in one period of its bandwidth
 constexpr double kFewestUiPerStep = 4.0;
-constexpr double kFaintestStep = 0.1;  // of the line's rms: without transitions there is no phase to follow
-constexpr double kLeastRise = 0.5;     // of the constant clock's, from knot to knot
+constexpr double kFaintestStep = 0.1;      // of the line's rms: without transitions there is no phase to follow
+constexpr double kMostCertainStep = 0.45;  // [UI] from one step to the next
+constexpr double kMovingClock = 0.1;       // [UI] rms of the phases; jitter and noise leave a tenth of that
+constexpr double kLeastRise = 0.5;         // of the constant clock's, from knot to knot
 
 void Check(bool holds, const std::string& field, double value, const char* expected)
 {
@@ -183,32 +191,68 @@ struct Line {
     double score = 0.0;
     double frequency = 0.0;
     double meanSquare = 0.0;  // of the derivative
+    bool ofPattern = false;   // the spectrum is one of separate lines
     Stretch searched{};
     std::optional<LineSpectrum> spectrum;
 };
 
-/// Magnitudes over the medians about them, in place: the scores of bins first .. last; the others are lost.
-void DivideByBackground(std::vector<double>& magnitude, std::size_t first, std::size_t last)
+/// The bins about one that its background is taken from: fewer in a short record, where the noise itself, whose derivative
+/// rises with frequency, is not even over so many.
+std::size_t BackgroundBins(std::size_t length)
 {
-    const double least = *std::max_element(magnitude.begin() + static_cast<std::ptrdiff_t>(first),
-                                           magnitude.begin() + static_cast<std::ptrdiff_t>(last) + 1) /
-                         kMostScore;
+    return std::clamp(length / kRecordPerBackground, kFewestBackgroundBins, kMostBackgroundBins);
+}
+
+/// Whether a spectrum is one of separate lines: in most neighbourhoods of so many bins the mean is far above the median.
+enum class Spectrum { Even, OfLines };
+
+/// Magnitudes over the medians about them, in place: the scores of bins first .. last; the others are lost.
+Spectrum DivideByBackground(std::vector<double>& magnitude, std::size_t first, std::size_t last)
+{
+    const auto at = [&](std::size_t k) { return magnitude.begin() + static_cast<std::ptrdiff_t>(k); };
+    const double least = *std::max_element(at(first), at(last + 1)) / kMostScore;
+    const std::size_t bins = BackgroundBins(2 * magnitude.size());
     std::vector<double> scores(last + 1 - first);
     std::vector<double> window;
+    std::size_t ofLines = 0;
+    std::size_t windows = 0;
     for (std::size_t begin = first; begin <= last; begin += kBackgroundStep) {
         const std::size_t end = std::min(begin + kBackgroundStep, last + 1);
         const std::size_t middle = (begin + end) / 2;
-        const std::size_t from = middle > kBackgroundBins / 2 ? middle - kBackgroundBins / 2 : 0;
-        const std::size_t to = std::min(from + kBackgroundBins, magnitude.size());
-        window.assign(magnitude.begin() + static_cast<std::ptrdiff_t>(from),
-                      magnitude.begin() + static_cast<std::ptrdiff_t>(to));
+        const std::size_t from = middle > bins / 2 ? middle - bins / 2 : 0;
+        window.assign(at(from), at(std::min(from + bins, magnitude.size())));
         const auto median = window.begin() + static_cast<std::ptrdiff_t>(window.size() / 2);
         std::nth_element(window.begin(), median, window.end());
+        ++windows;
+        ofLines += Mean(window) > kMeanOfLines * *median ? 1 : 0;
         const double background = std::max(*median, least);
         for (std::size_t k = begin; k < end; ++k)
             scores[k - first] = background > 0.0 ? magnitude[k] / background : 0.0;
     }
-    std::copy(scores.begin(), scores.end(), magnitude.begin() + static_cast<std::ptrdiff_t>(first));
+    std::copy(scores.begin(), scores.end(), at(first));
+    return 2 * ofLines > windows ? Spectrum::OfLines : Spectrum::Even;
+}
+
+/// The bin of the clock among lines of at least `least` from `lowest` on: the strongest of those within a few per cent, or
+/// the centre of several that are alike, as a clock that moves has them. [bins]
+double CentreOfLine(std::span<const double> scores, std::size_t lowest, std::size_t last, double least)
+{
+    const std::size_t end = std::min(last, static_cast<std::size_t>(kClusterEnd * static_cast<double>(lowest))) + 1;
+    const auto best = static_cast<std::size_t>(std::max_element(scores.begin() + static_cast<std::ptrdiff_t>(lowest),
+                                                                scores.begin() + static_cast<std::ptrdiff_t>(end)) -
+                                               scores.begin());
+    double weight = 0.0;
+    double moment = 0.0;
+    bool alone = true;
+    for (std::size_t k = lowest; k < end; ++k) {
+        const std::size_t away = k > best ? k - best : best - k;
+        alone = alone && (away <= kLineWidth || scores[k] < kAlike * scores[best]);
+        if (scores[k] < least)
+            continue;
+        weight += scores[k] * scores[k];
+        moment += scores[k] * scores[k] * static_cast<double>(k);
+    }
+    return alone ? static_cast<double>(best) : moment / weight;
 }
 
 Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch& search)
@@ -241,7 +285,7 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
     std::vector<double> scores(length / 2 + 1);
     std::transform(bins.Data(), bins.Data() + scores.size(), scores.begin(), [](Complex bin) { return std::abs(bin); });
     // A line at a limit needs its neighbour beyond it.
-    DivideByBackground(scores, first - 1, last + 1);
+    line.ofPattern = DivideByBackground(scores, first - 1, last + 1) == Spectrum::OfLines;
 
     const auto isPeak = [&](std::size_t k) { return scores[k] > scores[k - 1] && scores[k] >= scores[k + 1]; };
     double largest = 0.0;
@@ -253,16 +297,34 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
     std::size_t found = first;
     while (!isPeak(found) || scores[found] < kLineShare * largest)
         ++found;
-    line.score = scores[found];
-    line.frequency = static_cast<double>(found) / binsPerCycle;
+    const double centre = CentreOfLine(scores, found, last, kLineShare * largest);
+    const auto taken = static_cast<std::size_t>(std::round(centre));
+    // The score is that of the strongest bin of the line, which need not be the one at its centre.
+    line.score = std::max(scores[found], scores[taken]);
+    line.frequency = centre / binsPerCycle;
     if (search.keepSpectrum) {
-        const std::size_t from = std::max(first, found - std::min(found, kBackgroundBins / 2));
-        const std::size_t to = std::min(last, found + kBackgroundBins / 2);
+        const std::size_t from = std::max(first, taken - std::min(taken, kMostBackgroundBins / 2));
+        const std::size_t to = std::min(last, taken + kMostBackgroundBins / 2);
         line.spectrum = LineSpectrum{
             static_cast<double>(from) / binsPerCycle,
             1.0 / binsPerCycle,
             {scores.begin() + static_cast<std::ptrdiff_t>(from), scores.begin() + static_cast<std::ptrdiff_t>(to) + 1},
-            found - from};
+            taken - from};
+    }
+    return line;
+}
+
+/// The same where the pattern may be repeated many times: its own lines would stand out of the nothing between them like the
+/// clock's. Half the stretch has half as many repetitions in it.
+Line FindLineOfAnyPattern(SquaredDerivative& derivative, Stretch stretch, const ClockSearch& search)
+{
+    Line line = FindLine(derivative, stretch, search);
+    while (line.ofPattern && stretch.count / 2 >= kFewestSearched) {
+        stretch = {stretch.first + stretch.count / 4, stretch.count / 2};
+        Line shorter = FindLine(derivative, stretch, search);
+        if (shorter.score < kLeastClockScore)
+            break;
+        line = std::move(shorter);
     }
     return line;
 }
@@ -410,6 +472,43 @@ void Refine(Demodulated& line, Stretch searched)
 
 // ---- the clock that moves
 
+/// Phases [UI] of equal steps along the line, each within half a UI of the one before it.
+struct Steps {
+    PhaseOverTime phase;
+    std::vector<bool> faint;  // the phase is the one before
+    bool certain = true;      // no step comes near half a UI, where it could be either way round
+};
+
+/// @param atLeast  [samples] of a step, if there are as many
+Steps StepAlong(const Demodulated& line, double atLeast)
+{
+    const auto perStep = static_cast<std::size_t>(std::clamp(std::round(atLeast / static_cast<double>(line.spacing)),
+                                                             1.0, static_cast<double>(line.values.size())));
+    std::vector<Complex> sums(line.values.size() / perStep);
+    double power = 0.0;
+    for (std::size_t k = 0; k < sums.size(); ++k) {
+        for (std::size_t i = 0; i < perStep; ++i)
+            sums[k] += line.values[k * perStep + i];
+        power += std::norm(sums[k]);
+    }
+    const double faintest = kFaintestStep * std::sqrt(power / static_cast<double>(sums.size()));
+    Steps steps;
+    steps.phase.first = line.Middle(0.5 * static_cast<double>(perStep - 1));
+    steps.phase.spacing = static_cast<double>(perStep * line.spacing);
+    double before = std::arg(sums.front()) / kTurn;
+    for (const Complex sum : sums) {
+        steps.faint.push_back(std::abs(sum) < faintest);
+        if (!steps.faint.back()) {
+            const double ahead = std::arg(sum) / kTurn - before;
+            const double change = ahead - std::round(ahead);
+            steps.certain = steps.certain && std::abs(change) <= kMostCertainStep;
+            before += change;
+        }
+        steps.phase.ui.push_back(before);
+    }
+    return steps;
+}
+
 /// A second-order loop of damping 1/sqrt 2 over the phases of equal steps. Its transfer function
 ///     H(s) = (2 zeta w s + w^2) / (s^2 + 2 zeta w s + w^2)
 /// is 3 dB down at w sqrt(2 + sqrt 5). Source: F. M. Gardner, "Phaselock Techniques", 3rd edition, Wiley 2005, chapter 2.
@@ -428,46 +527,44 @@ struct Loop {
     {
         return kTurn * bandwidthPerStep / std::sqrt(2.0 + std::sqrt(5.0));
     }
-    void Step(Complex value, double faintest)
+    void Step(const Steps& steps, std::size_t k)
     {
         phase += perStep;
-        if (std::abs(value) < faintest)
+        if (steps.faint[k])
             return;
-        const double ahead = std::arg(value) / kTurn - phase;
-        const double error = ahead - std::round(ahead);
+        double error = steps.phase.ui[k] - phase;
+        // Where noise may have turned a step the wrong way round, what counts is where the loop stands.
+        if (!steps.certain)
+            error -= std::round(error);
         phase += proportional * error;
         perStep += integral * error;
     }
 };
 
+double StepLength(double loopBandwidth, double samplesPerUi)
+{
+    return std::max(1.0 / (kStepsPerBandwidth * loopBandwidth), kFewestUiPerStep * samplesPerUi);
+}
+
 void Track(const Demodulated& line, double loopBandwidth, SymbolClock& clock)
 {
-    const double wanted = std::max(1.0 / (kStepsPerBandwidth * loopBandwidth), kFewestUiPerStep * clock.samplesPerUi);
-    const auto perStep = static_cast<std::size_t>(std::clamp(std::round(wanted / static_cast<double>(line.spacing)),
-                                                             1.0, static_cast<double>(line.values.size())));
-    std::vector<Complex> steps(line.values.size() / perStep);
-    double power = 0.0;
-    for (std::size_t k = 0; k < steps.size(); ++k) {
-        for (std::size_t i = 0; i < perStep; ++i)
-            steps[k] += line.values[k * perStep + i];
-        power += std::norm(steps[k]);
-    }
-    const double faintest = kFaintestStep * std::sqrt(power / static_cast<double>(steps.size()));
-    clock.knotSpacing = static_cast<double>(perStep * line.spacing);
-    clock.firstKnot = line.Middle(0.5 * static_cast<double>(perStep - 1));
+    const Steps steps = StepAlong(line, StepLength(loopBandwidth, clock.samplesPerUi));
+    const std::size_t count = steps.phase.ui.size();
+    clock.knotSpacing = steps.phase.spacing;
+    clock.firstKnot = steps.phase.first;
 
     // Backwards first, so that the loop has settled where the record begins.
     Loop loop(loopBandwidth * clock.knotSpacing);
-    loop.phase = std::arg(steps.back()) / kTurn;
-    for (std::size_t k = steps.size(); k-- > 0;)
-        loop.Step(steps[k], faintest);
+    loop.phase = steps.phase.ui.back();
+    for (std::size_t k = count; k-- > 0;)
+        loop.Step(steps, k);
     loop.perStep = -loop.perStep;
     loop.phase -= loop.perStep;  // the first step forwards is at the place of the last one backwards
-    clock.deviationUi.resize(steps.size());
+    clock.deviationUi.resize(count);
     const double start = clock.boundary / clock.samplesPerUi;
     const double steepest = (1.0 - kLeastRise) * clock.knotSpacing / clock.samplesPerUi;
-    for (std::size_t k = 0; k < steps.size(); ++k) {
-        loop.Step(steps[k], faintest);
+    for (std::size_t k = 0; k < count; ++k) {
+        loop.Step(steps, k);
         clock.deviationUi[k] = loop.phase + start;
         if (k > 0)
             clock.deviationUi[k] = std::max(clock.deviationUi[k], clock.deviationUi[k - 1] - steepest);
@@ -478,28 +575,36 @@ void Track(const Demodulated& line, double loopBandwidth, SymbolClock& clock)
         deviation -= whole;
 }
 
-/// Phase, residual and, where asked for, the moving clock of a line at its final frequency.
-void Describe(const Demodulated& line, const ClockSearch& search, RecoveredClock& result)
+/// The phases from which the constant clock follows: those of the blocks, or of short steps where the blocks lose their way
+/// because the clock moves.
+PhaseOverTime ConstantPhases(const Demodulated& line)
 {
-    const Stretch whole{0, line.values.size()};
-    const double ui = static_cast<double>(whole.count * line.spacing) * line.frequency;
+    const double ui = static_cast<double>(line.values.size() * line.spacing) * line.frequency;
     std::size_t blocks = kBlocksOfPhase[0];
     for (const std::size_t more : kBlocksOfPhase)
         if (HoldsBlocks(ui, more))
             blocks = more;
-    const PhaseOverTime phase = BlockPhases(line, whole, 0.0, blocks);
-    const double constant = Mean(phase.ui);
+    PhaseOverTime phase = BlockPhases(line, {0, line.values.size()}, 0.0, blocks);
+    if (RootMeanSquareAboutMean(phase.ui) <= kMovingClock)
+        return phase;
+    const double samplesPerUi = 1.0 / line.frequency;
+    Steps steps = StepAlong(line, StepLength(line.frequency / kDefaultLoopDivisor, samplesPerUi));
+    return steps.certain && steps.phase.ui.size() >= blocks ? std::move(steps.phase) : phase;
+}
+
+/// Phase, residual and, where asked for, the moving clock of a line at its final frequency.
+void Describe(const Demodulated& line, PhaseOverTime phase, const ClockSearch& search, RecoveredClock& result)
+{
     SymbolClock& clock = result.clock;
     clock.samplesPerUi = 1.0 / line.frequency;
+    const double constant = Mean(phase.ui);
     clock.boundary = (std::ceil(constant) - constant) * clock.samplesPerUi;
     if (clock.boundary >= clock.samplesPerUi)
         clock.boundary = 0.0;
     result.phaseResidualUi = RootMeanSquareAboutMean(phase.ui);
-    const auto fine = static_cast<std::size_t>(ui / kUiPerFineBlock);
-    result.phase = BlockPhases(line, whole, 0.0, std::clamp(fine, blocks, std::max(blocks, kBlocksOfPicture)));
-    const double offset = std::round(Mean(result.phase.ui) - constant) + constant;
+    result.phase = std::move(phase);
     for (double& value : result.phase.ui)
-        value -= offset;
+        value -= constant;
     result.found = true;
     if (search.tracking == ClockTracking::Constant)
         return;
@@ -577,7 +682,7 @@ RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& 
     Line line;
     // A gap may be anywhere in a long record.
     for (const std::size_t first : {rest / 2, std::size_t{0}, rest}) {
-        Line other = FindLine(derivative, {first, count}, search);
+        Line other = FindLineOfAnyPattern(derivative, {first, count}, search);
         if (other.score >= line.score)
             line = std::move(other);
         if (rest == 0 || line.score >= kLeastClockScore)
@@ -589,7 +694,12 @@ RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& 
         return result;
     Demodulated demodulated = Demodulate(derivative, line.frequency, line.meanSquare);
     Refine(demodulated, line.searched);
-    Describe(demodulated, search, result);
+    PhaseOverTime phase = ConstantPhases(demodulated);
+    if (const double slope = SlopeOf(phase); RootMeanSquareAboutMean(phase.ui) > kMovingClock) {
+        Shift(demodulated, slope);
+        phase = ConstantPhases(demodulated);
+    }
+    Describe(demodulated, std::move(phase), search, result);
     return result;
 }
 
@@ -605,7 +715,8 @@ RecoveredClock ClockOfRate(std::span<const double> samples, double samplesPerUi,
         return result;
     const std::size_t count = std::min(samples.size(), kMostSearched);
     const double mean = MeanSquare(derivative, {(samples.size() - count) / 2, count});
-    Describe(Demodulate(derivative, 1.0 / samplesPerUi, mean), search, result);
+    const Demodulated line = Demodulate(derivative, 1.0 / samplesPerUi, mean);
+    Describe(line, ConstantPhases(line), search, result);
     return result;
 }
 
