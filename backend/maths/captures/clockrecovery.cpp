@@ -51,7 +51,7 @@ constexpr std::size_t kStretchGrowth = 4;  // from one stretch that is refined t
 
 constexpr double kDefaultLoopDivisor = 1667.0;  // symbol rate over loop bandwidth
 constexpr double kLeastLoopDivisor = 100.0;
-constexpr double kStepsPerBandwidth = 64.0;  // steps of the loop in one period of its bandwidth
+constexpr double kStepsPerBandwidth = 128.0;  // steps of the loop in one period of its bandwidth
 constexpr double kFewestUiPerStep = 4.0;
 constexpr double kFaintestStep = 0.1;      // of the line's rms: without transitions there is no phase to follow
 constexpr double kMostCertainStep = 0.45;  // [UI] from one step to the next
@@ -527,17 +527,19 @@ struct Loop {
     {
         return kTurn * bandwidthPerStep / std::sqrt(2.0 + std::sqrt(5.0));
     }
-    void Step(const Steps& steps, std::size_t k)
+    /// @return the phase in the middle of the step, which has seen half of it
+    double Step(const Steps& steps, std::size_t k)
     {
         phase += perStep;
         if (steps.faint[k])
-            return;
+            return phase;
         double error = steps.phase.ui[k] - phase;
         // Where noise may have turned a step the wrong way round, what counts is where the loop stands.
         if (!steps.certain)
             error -= std::round(error);
         phase += proportional * error;
         perStep += integral * error;
+        return phase - 0.5 * proportional * error;
     }
 };
 
@@ -564,8 +566,7 @@ void Track(const Demodulated& line, double loopBandwidth, SymbolClock& clock)
     const double start = clock.boundary / clock.samplesPerUi;
     const double steepest = (1.0 - kLeastRise) * clock.knotSpacing / clock.samplesPerUi;
     for (std::size_t k = 0; k < count; ++k) {
-        loop.Step(steps, k);
-        clock.deviationUi[k] = loop.phase + start;
+        clock.deviationUi[k] = loop.Step(steps, k) + start;
         if (k > 0)
             clock.deviationUi[k] = std::max(clock.deviationUi[k], clock.deviationUi[k - 1] - steepest);
     }
