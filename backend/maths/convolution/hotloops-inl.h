@@ -674,9 +674,45 @@ inline void JoinColumns(SplitRows rows, std::size_t q, std::size_t r, double* sa
     ForRowCount<Join, 2>(q, rows, r, samples);
 }
 
+// ---- samples between samples
+
+inline void Interpolate(const KernelRows& kernel, const double* x, const double* positions, double* y,
+                        std::size_t count)
+{
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto whole = static_cast<std::ptrdiff_t>(positions[i]);
+        const double place = (positions[i] - static_cast<double>(whole)) * static_cast<double>(kernel.phaseCount);
+        const auto row = static_cast<std::ptrdiff_t>(place);
+        const double fraction = place - static_cast<double>(row);
+        const double* here = kernel.rows + static_cast<std::size_t>(row) * kernel.tapCount;
+        const double* next = here + kernel.tapCount;
+        const double* from = x + whole - static_cast<std::ptrdiff_t>(kernel.tapCount / 2) + 1;
+        Pack before[kPacksPerLine] = {};
+        Pack after[kPacksPerLine] = {};
+        for (std::size_t j = 0; j < kernel.tapCount; j += kLine)
+            for (std::size_t half = 0; half < kPacksPerLine; ++half) {
+                Pack sample;
+                Pack tap;
+                Load(from + j + half * kPack, sample);
+                Load(here + j + half * kPack, tap);
+                before[half] = before[half] + sample * tap;
+                Load(next + j + half * kPack, tap);
+                after[half] = after[half] + sample * tap;
+            }
+        const Pack low = before[0] + before[1];
+        const Pack high = after[0] + after[1];
+        double sums[2][kPack];
+        Store(low, sums[0]);
+        Store(high, sums[1]);
+        const double a = (sums[0][0] + sums[0][1]) + (sums[0][2] + sums[0][3]);
+        const double b = (sums[1][0] + sums[1][1]) + (sums[1][2] + sums[1][3]);
+        y[i] = a + fraction * (b - a);
+    }
+}
+
 inline constexpr HotLoops kLoops = {SumTaps,          SumWindow,    Multiply,      AddScaled,
                                     AddScaledComplex, RealToRows,   ComplexToRows, RealFromRows,
-                                    ComplexFromRows,  SplitColumns, JoinColumns};
+                                    ComplexFromRows,  SplitColumns, JoinColumns,   Interpolate};
 
 }  // namespace TARNWICK_LOOP_TARGET
 

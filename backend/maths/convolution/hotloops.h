@@ -44,6 +44,14 @@ struct ColumnPlan {
     const double *inputReal, *inputImag;            // q: factors of the input rows
 };
 
+/// A kernel at fractions p / phaseCount of a sample, p = 0 .. phaseCount, a row each. Tap j of a row meets the sample
+/// tapCount/2 - 1 - j before the whole part of the position.
+struct KernelRows {
+    const double* rows;    // (phaseCount + 1) tapCount values
+    std::size_t tapCount;  // a multiple of 8
+    std::size_t phaseCount;
+};
+
 struct HotLoops {
     /// y[i] = sum_t taps[t].value x[i - taps[t].lag], i = 0 .. count - 1, taps in the order given; at least one.
     void (*sumTaps)(const double* x, const Tap* taps, std::size_t tapCount, double* y, std::size_t count);
@@ -67,6 +75,10 @@ struct HotLoops {
     /// q-point transforms down the columns of q rows of r samples, q from 2, and back, times q.
     void (*splitColumns)(const double* samples, std::size_t q, std::size_t r, SplitRows rows);
     void (*joinColumns)(SplitRows rows, std::size_t q, std::size_t r, double* samples);
+    /// y[i] = the sum of the taps at positions[i], on the straight line between the two rows about its fraction.
+    /// @param positions  at least tapCount/2 - 1, and as far from the last sample as tapCount/2
+    void (*interpolate)(const KernelRows& kernel, const double* x, const double* positions, double* y,
+                        std::size_t count);
 };
 
 enum class LoopTarget { Plain, Avx2 };

@@ -1,0 +1,739 @@
+#include "maths/captures/clockrecovery.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <complex>
+#include <memory>
+#include <numbers>
+#include <numeric>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "maths/patterns/periodicrecord.h"
+#include "maths/transforms/factors.h"
+#include "maths/transforms/fft.h"
+
+namespace Tarnwick::DSO::Maths {
+
+namespace {
+
+constexpr double kTurn = 2.0 * std::numbers::pi;
+
+constexpr std::size_t kFewestSamples = 128;
+constexpr double kFewestUi = 16.0;
+
+// [samples] A block with its guards: spectrum and squared derivative of one lie in the second-level cache.
+constexpr std::size_t kMostBlock = 8192;
+// [samples] at either end of a block, over which it is faded in: its seam reaches no further.
+constexpr std::size_t kGuard = 64;
+
+constexpr std::size_t kMostSearched = 262144;  // [samples] 30 ppm of resolution at 8 samples per UI
+constexpr std::size_t kFewestSearched = 1024;  // [samples] where a repeated pattern is cut short
+constexpr std::size_t kMostBackgroundBins = 401;
+constexpr std::size_t kFewestBackgroundBins = 33;
+constexpr std::size_t kRecordPerBackground = 8;
+constexpr std::size_t kBackgroundStep = 32;  // [bins] that share one background
+// Between the lines of a repeated pattern there is nothing, and everything would stand out of it.
+constexpr double kMostScore = 1000.0;
+constexpr double kLineShare = 0.5;     // of the largest score, for a line to count
+constexpr double kMeanOfLines = 2.0;   // over the median; 1.06 for the magnitudes of noise
+constexpr double kClusterEnd = 1.03;   // over the lowest line: a clock that moves has lines so near each other
+constexpr double kAlike = 0.8;         // of the strongest score, for a line to be its like
+constexpr std::size_t kLineWidth = 4;  // [bins] either side, of a Hann-windowed line
+
+constexpr std::size_t kMostSpacing = 16;     // [samples] of the demodulated line
+constexpr std::size_t kFewestValues = 1024;  // of the demodulated line, where the record has as many samples
+constexpr double kUiPerFineBlock = 16.0;     // below, the pattern moves the phase of a block
+constexpr std::size_t kBlocksOfPhase[] = {8, 16, 32};
+constexpr std::size_t kStretchGrowth = 4;  // from one stretch that is refined to the next
+
+constexpr double kDefaultLoopDivisor = 1667.0;  // symbol rate over loop bandwidth
+constexpr double kLeastLoopDivisor = 100.0;
+constexpr double kStepsPerBandwidth = 128.0;  // steps of the loop in one period of its bandwidth
+constexpr double kFewestUiPerStep = 4.0;
+constexpr double kFaintestStep = 0.1;      // of the line's rms: without transitions there is no phase to follow
+constexpr double kMostCertainStep = 0.45;  // [UI] from one step to the next
+constexpr double kMovingClock = 0.1;       // [UI] rms of the phases; jitter and noise leave a tenth of that
+constexpr double kLeastRise = 0.5;         // of the constant clock's, from knot to knot
+
+void Check(bool holds, const std::string& field, double value, const char* expected)
+{
+    if (!holds)
+        throw std::invalid_argument("ClockRecovery: " + field + " is " + std::to_string(value) + "; expected " +
+                                    expected);
+}
+
+double Hann(std::size_t i, std::size_t count)
+{
+    return 0.5 - 0.5 * std::cos(kTurn * (static_cast<double>(i) + 0.5) / static_cast<double>(count));
+}
+
+Complex Phasor(double turns)
+{
+    return std::polar(1.0, kTurn * (turns - std::floor(turns)));
+}
+
+/// The squared derivative of a record less its mean and over its largest value, block by block.
+class SquaredDerivative {
+public:
+    explicit SquaredDerivative(std::span<const double> samples)
+        : samples_(samples),
+          mean_(Mean(samples)),
+          blockLength_(std::min(kMostBlock, std::bit_ceil(samples.size() + 2 * kGuard))),
+          forward_(RealTransform::Of(blockLength_)),
+          inverse_(RealTransform::Of(2 * blockLength_)),
+          bins_(blockLength_ + 1),
+          values_(2 * blockLength_)
+    {
+        double largest = 0.0;
+        for (const double sample : samples)
+            largest = std::max(largest, std::abs(sample - mean_));
+        scale_ = largest > 0.0 && std::isfinite(mean_) && std::isfinite(largest) ? 1.0 / largest : 0.0;
+        if (!std::isfinite(scale_))
+            scale_ = 0.0;
+        for (std::size_t i = 0; i < kGuard; ++i)
+            fade_[i] = 0.5 - 0.5 * std::cos(std::numbers::pi * (static_cast<double>(i) + 0.5) / kGuard);
+    }
+
+    /// Whether there is anything to differentiate.
+    bool IsFlat() const { return scale_ == 0.0; }
+    std::size_t BlockLength() const { return blockLength_ - 2 * kGuard; }
+    std::size_t SampleCount() const { return samples_.size(); }
+
+    /// The values at first, first + 1/2, first + 1, ...: two for each of `count` samples, which the next call replaces.
+    std::span<const double> Block(std::size_t first, std::size_t count)
+    {
+        double* const values = values_.Data();
+        const auto begin = static_cast<std::ptrdiff_t>(first) - static_cast<std::ptrdiff_t>(kGuard);
+        const std::size_t used = count + 2 * kGuard;
+        for (std::size_t i = 0; i < used; ++i)
+            values[i] = scale_ * (Reflected(begin + static_cast<std::ptrdiff_t>(i)) - mean_);
+        for (std::size_t i = 0; i < kGuard; ++i) {
+            values[i] *= fade_[i];
+            values[used - 1 - i] *= fade_[i];
+        }
+        std::fill(values + used, values + blockLength_, 0.0);
+
+        Complex* const bins = bins_.Data();
+        forward_->Forward(values, bins);
+        const double scale = 1.0 / static_cast<double>(blockLength_);
+        for (std::size_t k = 0; k < blockLength_ / 2; ++k) {
+            const double factor =
+                scale * std::numbers::pi * static_cast<double>(2 * k) / static_cast<double>(blockLength_);
+            bins[k] = {-factor * bins[k].imag(), factor * bins[k].real()};
+        }
+        std::fill(bins + blockLength_ / 2, bins + blockLength_ + 1, Complex{});
+        inverse_->Inverse(bins, values);
+        const std::span<double> squared(values + 2 * kGuard, 2 * count);
+        for (double& value : squared)
+            value *= value;
+        return squared;
+    }
+
+private:
+    double Reflected(std::ptrdiff_t index) const
+    {
+        const auto last = static_cast<std::ptrdiff_t>(samples_.size()) - 1;
+        if (index < 0)
+            index = -index;
+        return samples_[static_cast<std::size_t>(index > last ? 2 * last - index : index)];
+    }
+
+    std::span<const double> samples_;
+    double mean_;
+    double scale_ = 0.0;
+    std::size_t blockLength_;
+    std::shared_ptr<const RealTransform> forward_;
+    std::shared_ptr<const RealTransform> inverse_;
+    AlignedBuffer<Complex> bins_;
+    AlignedBuffer<double> values_;
+    double fade_[kGuard];
+};
+
+struct Stretch {
+    std::size_t first;
+    std::size_t count;
+};
+
+/// Calls visit(values, stretch) with the squared derivative of each block of a stretch of the record.
+template <typename Visit>
+void ForBlocks(SquaredDerivative& derivative, Stretch stretch, Visit visit)
+{
+    for (std::size_t done = 0; done < stretch.count;) {
+        const std::size_t count = std::min(derivative.BlockLength(), stretch.count - done);
+        visit(derivative.Block(stretch.first + done, count), Stretch{stretch.first + done, count});
+        done += count;
+    }
+}
+
+double MeanSquare(SquaredDerivative& derivative, Stretch stretch)
+{
+    double sum = 0.0;
+    ForBlocks(derivative, stretch, [&](std::span<const double> squared, Stretch) {
+        sum = std::accumulate(squared.begin(), squared.end(), sum);
+    });
+    return sum / static_cast<double>(2 * stretch.count);
+}
+
+// ---- the line
+
+std::size_t FastEvenLength(std::size_t atLeast)
+{
+    std::size_t length = atLeast + atLeast % 2;
+    while (!HasOnlyFactors(length, {2, 3, 5}))
+        length += 2;
+    return length;
+}
+
+struct Line {
+    double score = 0.0;
+    double frequency = 0.0;
+    double meanSquare = 0.0;  // of the derivative
+    bool ofPattern = false;   // the spectrum is one of separate lines
+    Stretch searched{};
+    std::optional<LineSpectrum> spectrum;
+};
+
+/// The bins about one that its background is taken from: fewer in a short record, where the noise itself, whose derivative
+/// rises with frequency, is not even over so many.
+std::size_t BackgroundBins(std::size_t length)
+{
+    return std::clamp(length / kRecordPerBackground, kFewestBackgroundBins, kMostBackgroundBins);
+}
+
+/// Whether a spectrum is one of separate lines: in most neighbourhoods of so many bins the mean is far above the median.
+enum class Spectrum { Even, OfLines };
+
+/// Magnitudes over the medians about them, in place: the scores of bins first .. last; the others are lost.
+Spectrum DivideByBackground(std::vector<double>& magnitude, std::size_t first, std::size_t last)
+{
+    const auto at = [&](std::size_t k) { return magnitude.begin() + static_cast<std::ptrdiff_t>(k); };
+    const double least = *std::max_element(at(first), at(last + 1)) / kMostScore;
+    const std::size_t bins = BackgroundBins(2 * magnitude.size());
+    std::vector<double> scores(last + 1 - first);
+    std::vector<double> window;
+    std::size_t ofLines = 0;
+    std::size_t windows = 0;
+    for (std::size_t begin = first; begin <= last; begin += kBackgroundStep) {
+        const std::size_t end = std::min(begin + kBackgroundStep, last + 1);
+        const std::size_t middle = (begin + end) / 2;
+        const std::size_t from = middle > bins / 2 ? middle - bins / 2 : 0;
+        window.assign(at(from), at(std::min(from + bins, magnitude.size())));
+        const auto median = window.begin() + static_cast<std::ptrdiff_t>(window.size() / 2);
+        std::nth_element(window.begin(), median, window.end());
+        ++windows;
+        ofLines += Mean(window) > kMeanOfLines * *median ? 1 : 0;
+        const double background = std::max(*median, least);
+        for (std::size_t k = begin; k < end; ++k)
+            scores[k - first] = background > 0.0 ? magnitude[k] / background : 0.0;
+    }
+    std::copy(scores.begin(), scores.end(), at(first));
+    return 2 * ofLines > windows ? Spectrum::OfLines : Spectrum::Even;
+}
+
+/// The bin of the clock among lines of at least `least` from `lowest` on: the strongest of those within a few per cent, or
+/// the centre of several that are alike, as a clock that moves has them. [bins]
+double CentreOfLine(std::span<const double> scores, std::size_t lowest, std::size_t last, double least)
+{
+    const std::size_t end = std::min(last, static_cast<std::size_t>(kClusterEnd * static_cast<double>(lowest))) + 1;
+    const auto best = static_cast<std::size_t>(std::max_element(scores.begin() + static_cast<std::ptrdiff_t>(lowest),
+                                                                scores.begin() + static_cast<std::ptrdiff_t>(end)) -
+                                               scores.begin());
+    double weight = 0.0;
+    double moment = 0.0;
+    bool alone = true;
+    for (std::size_t k = lowest; k < end; ++k) {
+        const std::size_t away = k > best ? k - best : best - k;
+        alone = alone && (away <= kLineWidth || scores[k] < kAlike * scores[best]);
+        if (scores[k] < least)
+            continue;
+        weight += scores[k] * scores[k];
+        moment += scores[k] * scores[k] * static_cast<double>(k);
+    }
+    return alone ? static_cast<double>(best) : moment / weight;
+}
+
+Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch& search)
+{
+    const std::size_t count = 2 * stretch.count;
+    const std::size_t length = FastEvenLength(count);
+    AlignedBuffer<double> values(length);
+    Line line;
+    line.searched = stretch;
+    double sum = 0.0;
+    ForBlocks(derivative, stretch, [&](std::span<const double> squared, Stretch block) {
+        std::copy(squared.begin(), squared.end(), values.Data() + 2 * (block.first - stretch.first));
+        sum = std::accumulate(squared.begin(), squared.end(), sum);
+    });
+    line.meanSquare = sum / static_cast<double>(count);
+    for (std::size_t i = 0; i < count; ++i)
+        values.Data()[i] = (values.Data()[i] - line.meanSquare) * Hann(i, count);
+    std::fill(values.Data() + count, values.Data() + length, 0.0);
+    AlignedBuffer<Complex> bins(length / 2 + 1);
+    RealTransform::Of(length)->Forward(values.Data(), bins.Data());
+
+    // Bin k is k cycles in length / 2 samples.
+    const double binsPerCycle = static_cast<double>(length) / 2.0;
+    const double padding = static_cast<double>(length) / static_cast<double>(count);
+    const double lowest = std::max(binsPerCycle / search.mostSamplesPerUi, kFewestUi * padding);
+    const auto first = static_cast<std::size_t>(std::ceil(lowest));
+    const auto last = static_cast<std::size_t>(binsPerCycle / search.fewestSamplesPerUi);
+    if (first > last)
+        return line;
+    std::vector<double> scores(length / 2 + 1);
+    std::transform(bins.Data(), bins.Data() + scores.size(), scores.begin(), [](Complex bin) { return std::abs(bin); });
+    // A line at a limit needs its neighbour beyond it.
+    line.ofPattern = DivideByBackground(scores, first - 1, last + 1) == Spectrum::OfLines;
+
+    const auto isPeak = [&](std::size_t k) { return scores[k] > scores[k - 1] && scores[k] >= scores[k + 1]; };
+    double largest = 0.0;
+    for (std::size_t k = first; k <= last; ++k)
+        if (isPeak(k))
+            largest = std::max(largest, scores[k]);
+    if (!(largest > 0.0))
+        return line;
+    std::size_t found = first;
+    while (!isPeak(found) || scores[found] < kLineShare * largest)
+        ++found;
+    const double centre = CentreOfLine(scores, found, last, kLineShare * largest);
+    const auto taken = static_cast<std::size_t>(std::round(centre));
+    // The score is that of the strongest bin of the line, which need not be the one at its centre.
+    line.score = std::max(scores[found], scores[taken]);
+    line.frequency = centre / binsPerCycle;
+    if (search.keepSpectrum) {
+        const std::size_t from = std::max(first, taken - std::min(taken, kMostBackgroundBins / 2));
+        const std::size_t to = std::min(last, taken + kMostBackgroundBins / 2);
+        line.spectrum = LineSpectrum{
+            static_cast<double>(from) / binsPerCycle,
+            1.0 / binsPerCycle,
+            {scores.begin() + static_cast<std::ptrdiff_t>(from), scores.begin() + static_cast<std::ptrdiff_t>(to) + 1},
+            taken - from};
+    }
+    return line;
+}
+
+/// The same where the pattern may be repeated many times: its own lines would stand out of the nothing between them like the
+/// clock's. Half the stretch has half as many repetitions in it.
+Line FindLineOfAnyPattern(SquaredDerivative& derivative, Stretch stretch, const ClockSearch& search)
+{
+    Line line = FindLine(derivative, stretch, search);
+    while (line.ofPattern && stretch.count / 2 >= kFewestSearched) {
+        stretch = {stretch.first + stretch.count / 4, stretch.count / 2};
+        Line shorter = FindLine(derivative, stretch, search);
+        if (shorter.score < kLeastClockScore)
+            break;
+        line = std::move(shorter);
+    }
+    return line;
+}
+
+// ---- the line demodulated
+
+/// sum_t (s(t) - mean) exp(-2 pi i frequency t) over stretches of `spacing` samples.
+struct Demodulated {
+    double frequency;  // [cycles a sample]
+    std::size_t spacing;
+    std::vector<Complex> values;
+
+    double Middle(double index) const { return (index + 0.5) * static_cast<double>(spacing) - 0.25; }
+};
+
+Demodulated Demodulate(SquaredDerivative& derivative, double frequency, double mean)
+{
+    const std::size_t spacing =
+        std::clamp<std::size_t>(std::bit_floor(derivative.SampleCount() / kFewestValues), 1, kMostSpacing);
+    Demodulated line{frequency, spacing, {}};
+    line.values.reserve(derivative.SampleCount() / spacing);
+    std::vector<double> cosine(2 * spacing);
+    std::vector<double> sine(2 * spacing);
+    for (std::size_t i = 0; i < 2 * spacing; ++i) {
+        const Complex phasor = Phasor(-frequency * 0.5 * static_cast<double>(i));
+        cosine[i] = phasor.real();
+        sine[i] = phasor.imag();
+    }
+    const Stretch whole{0, derivative.SampleCount() / spacing * spacing};
+    ForBlocks(derivative, whole, [&](std::span<const double> squared, Stretch) {
+        for (std::size_t begin = 0; begin < squared.size(); begin += 2 * spacing) {
+            // Two running sums each: the values come in pairs.
+            double real[2] = {};
+            double imag[2] = {};
+            for (std::size_t i = 0; i < 2 * spacing; i += 2)
+                for (std::size_t j = 0; j < 2; ++j) {
+                    const double value = squared[begin + i + j] - mean;
+                    real[j] += value * cosine[i + j];
+                    imag[j] += value * sine[i + j];
+                }
+            const auto position = static_cast<double>(line.values.size() * spacing);
+            const Complex turn = Phasor(-frequency * position);
+            const double re = real[0] + real[1];
+            const double im = imag[0] + imag[1];
+            line.values.emplace_back(re * turn.real() - im * turn.imag(), re * turn.imag() + im * turn.real());
+        }
+    });
+    return line;
+}
+
+/// Demodulates what is left: by `offset` [cycles a sample].
+void Shift(Demodulated& line, double offset)
+{
+    const double turnsPerValue = offset * static_cast<double>(line.spacing);
+    const double first = offset * line.Middle(0.0);
+    for (std::size_t d = 0; d < line.values.size(); ++d)
+        line.values[d] *= Phasor(-(first + turnsPerValue * static_cast<double>(d)));
+    line.frequency += offset;
+}
+
+/// The phases [UI] of `blocks` Hann-windowed blocks of values first .. first + count - 1 after a shift by `offset`, unwrapped.
+PhaseOverTime BlockPhases(const Demodulated& line, Stretch stretch, double offset, std::size_t blocks)
+{
+    const double spacing = static_cast<double>(stretch.count) / static_cast<double>(blocks);
+    PhaseOverTime phase{line.Middle(static_cast<double>(stretch.first) + 0.5 * spacing - 0.5),
+                        spacing * static_cast<double>(line.spacing), std::vector<double>(blocks)};
+    const double turnsPerValue = offset * static_cast<double>(line.spacing);
+    const Complex step = Phasor(-turnsPerValue);
+    double before = 0.0;
+    for (std::size_t b = 0; b < blocks; ++b) {
+        const std::size_t begin = stretch.count * b / blocks;
+        const std::size_t count = stretch.count * (b + 1) / blocks - begin;
+        Complex turn = Phasor(-offset * line.Middle(static_cast<double>(stretch.first + begin)));
+        const Complex windowStep = std::polar(1.0, kTurn / static_cast<double>(count));
+        Complex window = std::polar(1.0, std::numbers::pi / static_cast<double>(count));
+        Complex sum{};
+        for (std::size_t i = 0; i < count; ++i) {
+            const Complex value = line.values[stretch.first + begin + i];
+            const double weight = 0.5 - 0.5 * window.real();
+            sum += weight * Complex{value.real() * turn.real() - value.imag() * turn.imag(),
+                                    value.real() * turn.imag() + value.imag() * turn.real()};
+            turn = {turn.real() * step.real() - turn.imag() * step.imag(),
+                    turn.real() * step.imag() + turn.imag() * step.real()};
+            window = {window.real() * windowStep.real() - window.imag() * windowStep.imag(),
+                      window.real() * windowStep.imag() + window.imag() * windowStep.real()};
+        }
+        const double ui = std::arg(sum) / kTurn;
+        phase.ui[b] = b == 0 ? ui : ui + std::round(before - ui);
+        before = phase.ui[b];
+    }
+    return phase;
+}
+
+/// The slope of the least-squares line through the phases [UI a sample].
+double SlopeOf(const PhaseOverTime& phase)
+{
+    const double middle = 0.5 * static_cast<double>(phase.ui.size() - 1);
+    double product = 0.0;
+    double square = 0.0;
+    for (std::size_t b = 0; b < phase.ui.size(); ++b) {
+        const double x = static_cast<double>(b) - middle;
+        product += x * phase.ui[b];
+        square += x * x;
+    }
+    return product / square / phase.spacing;
+}
+
+double RootMeanSquareAboutMean(std::span<const double> values)
+{
+    const double mean = Mean(values);
+    double sum = 0.0;
+    for (const double value : values)
+        sum += (value - mean) * (value - mean);
+    return std::sqrt(sum / static_cast<double>(values.size()));
+}
+
+/// Whether each of so many blocks would hold enough UI. The fewest blocks are taken in any case.
+bool HoldsBlocks(double ui, std::size_t blocks)
+{
+    return blocks == kBlocksOfPhase[0] || ui >= kUiPerFineBlock * static_cast<double>(blocks);
+}
+
+/// Moves the line's frequency onto the capture's: first over the stretch in which it was found, then over longer ones about
+/// it, up to the whole record.
+void Refine(Demodulated& line, Stretch searched)
+{
+    Stretch stretch{searched.first / line.spacing, searched.count / line.spacing};
+    stretch.count = std::min(stretch.count, line.values.size() - stretch.first);
+    double offset = 0.0;
+    while (true) {
+        for (const std::size_t blocks : kBlocksOfPhase) {
+            const double ui = static_cast<double>(stretch.count * line.spacing) * (line.frequency + offset);
+            if (HoldsBlocks(ui, blocks))
+                offset += SlopeOf(BlockPhases(line, stretch, offset, blocks));
+        }
+        if (stretch.count == line.values.size())
+            break;
+        const std::size_t count = std::min(kStretchGrowth * stretch.count, line.values.size());
+        const std::size_t middle = stretch.first + stretch.count / 2;
+        const std::size_t first = middle > count / 2 ? middle - count / 2 : 0;
+        stretch = {std::min(first, line.values.size() - count), count};
+    }
+    Shift(line, offset);
+}
+
+// ---- the clock that moves
+
+/// Phases [UI] of equal steps along the line, each within half a UI of the one before it.
+struct Steps {
+    PhaseOverTime phase;
+    std::vector<bool> faint;  // the phase is the one before
+    bool certain = true;      // no step comes near half a UI, where it could be either way round
+};
+
+/// @param atLeast  [samples] of a step, if there are as many
+Steps StepAlong(const Demodulated& line, double atLeast)
+{
+    const auto perStep = static_cast<std::size_t>(std::clamp(std::round(atLeast / static_cast<double>(line.spacing)),
+                                                             1.0, static_cast<double>(line.values.size())));
+    std::vector<Complex> sums(line.values.size() / perStep);
+    double power = 0.0;
+    for (std::size_t k = 0; k < sums.size(); ++k) {
+        for (std::size_t i = 0; i < perStep; ++i)
+            sums[k] += line.values[k * perStep + i];
+        power += std::norm(sums[k]);
+    }
+    const double faintest = kFaintestStep * std::sqrt(power / static_cast<double>(sums.size()));
+    Steps steps;
+    steps.phase.first = line.Middle(0.5 * static_cast<double>(perStep - 1));
+    steps.phase.spacing = static_cast<double>(perStep * line.spacing);
+    double before = std::arg(sums.front()) / kTurn;
+    for (const Complex sum : sums) {
+        steps.faint.push_back(std::abs(sum) < faintest);
+        if (!steps.faint.back()) {
+            const double ahead = std::arg(sum) / kTurn - before;
+            const double change = ahead - std::round(ahead);
+            steps.certain = steps.certain && std::abs(change) <= kMostCertainStep;
+            before += change;
+        }
+        steps.phase.ui.push_back(before);
+    }
+    return steps;
+}
+
+/// A second-order loop of damping 1/sqrt 2 over the phases of equal steps. Its transfer function
+///     H(s) = (2 zeta w s + w^2) / (s^2 + 2 zeta w s + w^2)
+/// is 3 dB down at w sqrt(2 + sqrt 5). Source: F. M. Gardner, "Phaselock Techniques", 3rd edition, Wiley 2005, chapter 2.
+struct Loop {
+    double proportional;
+    double integral;
+    double phase = 0.0;
+    double perStep = 0.0;
+
+    explicit Loop(double bandwidthPerStep)
+        : proportional(std::numbers::sqrt2 * NaturalAngle(bandwidthPerStep)),
+          integral(NaturalAngle(bandwidthPerStep) * NaturalAngle(bandwidthPerStep))
+    {
+    }
+    static double NaturalAngle(double bandwidthPerStep)
+    {
+        return kTurn * bandwidthPerStep / std::sqrt(2.0 + std::sqrt(5.0));
+    }
+    /// @return the phase in the middle of the step, which has seen half of it
+    double Step(const Steps& steps, std::size_t k)
+    {
+        phase += perStep;
+        if (steps.faint[k])
+            return phase;
+        double error = steps.phase.ui[k] - phase;
+        // Where noise may have turned a step the wrong way round, what counts is where the loop stands.
+        if (!steps.certain)
+            error -= std::round(error);
+        phase += proportional * error;
+        perStep += integral * error;
+        return phase - 0.5 * proportional * error;
+    }
+};
+
+double StepLength(double loopBandwidth, double samplesPerUi)
+{
+    return std::max(1.0 / (kStepsPerBandwidth * loopBandwidth), kFewestUiPerStep * samplesPerUi);
+}
+
+void Track(const Demodulated& line, double loopBandwidth, SymbolClock& clock)
+{
+    const Steps steps = StepAlong(line, StepLength(loopBandwidth, clock.samplesPerUi));
+    const std::size_t count = steps.phase.ui.size();
+    clock.knotSpacing = steps.phase.spacing;
+    clock.firstKnot = steps.phase.first;
+
+    // Backwards first, so that the loop has settled where the record begins.
+    Loop loop(loopBandwidth * clock.knotSpacing);
+    loop.phase = steps.phase.ui.back();
+    for (std::size_t k = count; k-- > 0;)
+        loop.Step(steps, k);
+    loop.perStep = -loop.perStep;
+    loop.phase -= loop.perStep;  // the first step forwards is at the place of the last one backwards
+    clock.deviationUi.resize(count);
+    const double start = clock.boundary / clock.samplesPerUi;
+    const double steepest = (1.0 - kLeastRise) * clock.knotSpacing / clock.samplesPerUi;
+    for (std::size_t k = 0; k < count; ++k) {
+        clock.deviationUi[k] = loop.Step(steps, k) + start;
+        if (k > 0)
+            clock.deviationUi[k] = std::max(clock.deviationUi[k], clock.deviationUi[k - 1] - steepest);
+    }
+    // The loop's phase may be any whole number of UI away.
+    const double whole = std::round(Mean(clock.deviationUi));
+    for (double& deviation : clock.deviationUi)
+        deviation -= whole;
+}
+
+/// The phases from which the constant clock follows: those of the blocks, or of short steps where the blocks lose their way
+/// because the clock moves.
+PhaseOverTime ConstantPhases(const Demodulated& line)
+{
+    const double ui = static_cast<double>(line.values.size() * line.spacing) * line.frequency;
+    std::size_t blocks = kBlocksOfPhase[0];
+    for (const std::size_t more : kBlocksOfPhase)
+        if (HoldsBlocks(ui, more))
+            blocks = more;
+    PhaseOverTime phase = BlockPhases(line, {0, line.values.size()}, 0.0, blocks);
+    if (RootMeanSquareAboutMean(phase.ui) <= kMovingClock)
+        return phase;
+    const double samplesPerUi = 1.0 / line.frequency;
+    Steps steps = StepAlong(line, StepLength(line.frequency / kDefaultLoopDivisor, samplesPerUi));
+    return steps.certain && steps.phase.ui.size() >= blocks ? std::move(steps.phase) : phase;
+}
+
+/// Phase, residual and, where asked for, the moving clock of a line at its final frequency.
+void Describe(const Demodulated& line, PhaseOverTime phase, const ClockSearch& search, RecoveredClock& result)
+{
+    SymbolClock& clock = result.clock;
+    clock.samplesPerUi = 1.0 / line.frequency;
+    const double constant = Mean(phase.ui);
+    clock.boundary = (std::ceil(constant) - constant) * clock.samplesPerUi;
+    if (clock.boundary >= clock.samplesPerUi)
+        clock.boundary = 0.0;
+    result.phaseResidualUi = RootMeanSquareAboutMean(phase.ui);
+    result.phase = std::move(phase);
+    for (double& value : result.phase.ui)
+        value -= constant;
+    result.found = true;
+    if (search.tracking == ClockTracking::Constant)
+        return;
+    const double bandwidth = search.loopBandwidth.value_or(line.frequency / kDefaultLoopDivisor);
+    Check(bandwidth <= line.frequency / kLeastLoopDivisor, "loop bandwidth over symbol rate",
+          bandwidth / line.frequency, "at most 0.01");
+    Track(line, bandwidth, clock);
+    result.trackedUi = RootMeanSquareAboutMean(clock.deviationUi);
+}
+
+void CheckSearch(const ClockSearch& search)
+{
+    Check(search.fewestSamplesPerUi >= 2.0, "fewest samples per UI", search.fewestSamplesPerUi, "at least 2");
+    Check(search.mostSamplesPerUi >= search.fewestSamplesPerUi, "most samples per UI", search.mostSamplesPerUi,
+          "at least the fewest");
+    if (search.loopBandwidth)
+        Check(*search.loopBandwidth > 0.0, "loop bandwidth", *search.loopBandwidth, "more than 0 cycles a sample");
+}
+
+}  // namespace
+
+double SymbolClock::UiAt(double position) const
+{
+    const double constant = (position - boundary) / samplesPerUi;
+    if (deviationUi.empty())
+        return constant;
+    const double place =
+        std::clamp((position - firstKnot) / knotSpacing, 0.0, static_cast<double>(deviationUi.size() - 1));
+    const auto knot = static_cast<std::size_t>(place);
+    const double here = deviationUi[knot];
+    const double next = deviationUi[std::min(knot + 1, deviationUi.size() - 1)];
+    return constant + here + (place - static_cast<double>(knot)) * (next - here);
+}
+
+void SymbolClock::PositionsOf(double firstUi, double step, double parts, std::span<double> positions) const
+{
+    const auto uiOf = [&](std::size_t i) { return firstUi + static_cast<double>(i) * step / parts; };
+    if (deviationUi.empty()) {
+        for (std::size_t i = 0; i < positions.size(); ++i)
+            positions[i] = boundary + samplesPerUi * uiOf(i);
+        return;
+    }
+    const auto positionOf = [&](std::size_t knot) { return firstKnot + knotSpacing * static_cast<double>(knot); };
+    const auto uiAtKnot = [&](std::size_t knot) {
+        return (positionOf(knot) - boundary) / samplesPerUi + deviationUi[knot];
+    };
+    // The last knot at or before the first instant, then along with the instants.
+    std::size_t knot = 0;
+    for (std::size_t above = deviationUi.size(); above - knot > 1;) {
+        const std::size_t middle = knot + (above - knot) / 2;
+        (uiAtKnot(middle) <= firstUi ? knot : above) = middle;
+    }
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+        const double ui = uiOf(i);
+        while (knot + 1 < deviationUi.size() && uiAtKnot(knot + 1) <= ui)
+            ++knot;
+        double samplesPerUiHere = samplesPerUi;
+        if (knot + 1 < deviationUi.size() && uiAtKnot(knot) <= ui)
+            samplesPerUiHere = knotSpacing / (uiAtKnot(knot + 1) - uiAtKnot(knot));
+        positions[i] = positionOf(knot) + samplesPerUiHere * (ui - uiAtKnot(knot));
+    }
+}
+
+RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search)
+{
+    CheckSearch(search);
+    RecoveredClock result;
+    if (samples.size() < kFewestSamples)
+        return result;
+    SquaredDerivative derivative(samples);
+    if (derivative.IsFlat())
+        return result;
+    const std::size_t count = std::min(samples.size(), kMostSearched);
+    const std::size_t rest = samples.size() - count;
+    Line line;
+    // A gap may be anywhere in a long record.
+    for (const std::size_t first : {rest / 2, std::size_t{0}, rest}) {
+        Line other = FindLineOfAnyPattern(derivative, {first, count}, search);
+        if (other.score >= line.score)
+            line = std::move(other);
+        if (rest == 0 || line.score >= kLeastClockScore)
+            break;
+    }
+    result.score = line.score;
+    result.spectrum = std::move(line.spectrum);
+    if (!(line.score >= kLeastClockScore))
+        return result;
+    Demodulated demodulated = Demodulate(derivative, line.frequency, line.meanSquare);
+    Refine(demodulated, line.searched);
+    PhaseOverTime phase = ConstantPhases(demodulated);
+    if (const double slope = SlopeOf(phase); RootMeanSquareAboutMean(phase.ui) > kMovingClock) {
+        Shift(demodulated, slope);
+        phase = ConstantPhases(demodulated);
+    }
+    Describe(demodulated, std::move(phase), search, result);
+    return result;
+}
+
+RecoveredClock ClockOfRate(std::span<const double> samples, double samplesPerUi, const ClockSearch& search)
+{
+    CheckSearch(search);
+    Check(samplesPerUi >= 2.0 && std::isfinite(samplesPerUi), "samples per UI", samplesPerUi, "at least 2");
+    RecoveredClock result;
+    if (samples.size() < kFewestSamples || static_cast<double>(samples.size()) < kFewestUi * samplesPerUi)
+        return result;
+    SquaredDerivative derivative(samples);
+    if (derivative.IsFlat())
+        return result;
+    const std::size_t count = std::min(samples.size(), kMostSearched);
+    const double mean = MeanSquare(derivative, {(samples.size() - count) / 2, count});
+    const Demodulated line = Demodulate(derivative, 1.0 / samplesPerUi, mean);
+    Describe(line, ConstantPhases(line), search, result);
+    return result;
+}
+
+std::optional<std::size_t> WholeSamplesPerUi(double samplesPerUi, std::size_t sampleCount)
+{
+    constexpr double kMostDrift = 0.02;       // [UI]
+    constexpr double kMostDriftShort = 0.05;  // [UI]
+    constexpr double kShort = 500.0;          // [UI]
+    const double whole = std::round(samplesPerUi);
+    if (!(whole >= 1.0) || !std::isfinite(samplesPerUi))
+        return std::nullopt;
+    const auto count = static_cast<double>(sampleCount);
+    const double ui = count / samplesPerUi;
+    if (!(std::abs(ui - count / whole) <= (ui < kShort ? kMostDriftShort : kMostDrift)))
+        return std::nullopt;
+    return static_cast<std::size_t>(whole);
+}
+
+}  // namespace Tarnwick::DSO::Maths

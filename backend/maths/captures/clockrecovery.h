@@ -1,0 +1,102 @@
+// The symbol clock of a capture, from the capture alone. Transitions happen at the boundaries of unit intervals, so the
+// squared derivative of the waveform has a line at the symbol rate, whatever the symbols are:
+//     s(t) = (dx/dt)^2,   S(f0) = sum_t s(t) exp(-2 pi i f0 t),   boundaries where f0 t + arg S(f0)/(2 pi) is whole
+// The square doubles the band, so s is taken at two values a sample. Source: M. Oerder, H. Meyr, "Digital filter and
+// square timing recovery", IEEE Trans. Communications 36 (1988) 605-612, with the derivative in place of the matched
+// filter's output: it needs no excess bandwidth of its own, and no symbol rate to begin with.
+//
+// Positions are in samples of the capture from its first one, frequencies in cycles a sample, phases in UI. The samples
+// are finite: what is not a number or beyond 1e150 is for the caller to refuse, and gives "no clock" here.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "framework/export.h"
+
+namespace Tarnwick::DSO::Maths {
+
+/// Lines that stand out less are no clock: white noise and random walks reach 3.
+inline constexpr double kLeastClockScore = 10.0;
+
+/// Where the unit intervals lie: at position t there have been
+///     u(t) = (t - boundary) / samplesPerUi + d(t)
+/// of them, with d on straight lines between knots and level beyond the outer ones. A constant clock has no knots.
+struct TARNWICK_FRAMEWORK_API SymbolClock {
+    double samplesPerUi = 0.0;
+    double boundary = 0.0;  // position at which a UI of the constant clock begins, 0 to below samplesPerUi
+    double firstKnot = 0.0;
+    double knotSpacing = 0.0;
+    std::vector<double> deviationUi;  // d at the knots; u rises from each to the next
+
+    /// u(t); whole where a UI begins.
+    double UiAt(double position) const;
+    /// The positions at which u = firstUi + i step / parts, i = 0, 1, ...
+    /// @param step, parts  above 0: two whole numbers keep the instants of a long record exact
+    void PositionsOf(double firstUi, double step, double parts, std::span<double> positions) const;
+};
+
+/// Phase of the clock in blocks of the record.
+struct PhaseOverTime {
+    double first = 0.0;    // position of the middle of the first block
+    double spacing = 0.0;  // [samples]
+    std::vector<double> ui;
+};
+
+/// A stretch of the squared derivative's spectrum, each bin over the median of its neighbourhood.
+struct LineSpectrum {
+    double first = 0.0;    // [cycles a sample]
+    double spacing = 0.0;  // [cycles a sample]
+    std::vector<double> score;
+    std::size_t line = 0;  // the bin that was taken
+};
+
+enum class ClockTracking {
+    Constant,  ///< one rate for the whole record
+    Tracked,   ///< the phase behind a second-order loop
+};
+
+struct ClockSearch {
+    double fewestSamplesPerUi = 2.0;  // the line is looked for between these two; nearer ones where facts are known
+    double mostSamplesPerUi = 200.0;
+    ClockTracking tracking = ClockTracking::Constant;
+    /// Frequency at which the tracked clock follows the capture's by half the power [cycles a sample]; none: symbol
+    /// rate / 1667. At most symbol rate / 100.
+    std::optional<double> loopBandwidth;
+    bool keepSpectrum = false;  // for a picture
+};
+
+struct RecoveredClock {
+    bool found = false;  // score of at least kLeastClockScore; otherwise only score and spectrum hold something
+    double score = 0.0;  // the line over the median of the 401 bins about it; at most 1000
+    SymbolClock clock;
+    double phaseResidualUi = 0.0;  // rms of the phases of up to 32 blocks about the constant clock
+    double trackedUi = 0.0;        // rms of what the tracked clock follows, about the constant one
+    PhaseOverTime phase;           // about the constant clock, not tracked
+    std::optional<LineSpectrum> spectrum;
+};
+
+/// The clock without a guess: of the lines of at least half the largest score the lowest, since short edges score alike at
+/// every multiple of the symbol rate. It is looked for in up to 262 144 samples (in the middle, else at the start, else at
+/// the end) and refined over all of the record by demodulation: slopes of the phases of 8, 16 and 32 Hann-windowed
+/// blocks, of at least 16 UI where there are more than 8.
+/// @param samples  of any number; fewer than 128, fewer than 16 UI and constant ones have no clock
+/// @throws std::invalid_argument  limits out of order or below 2 samples a UI; a loop bandwidth of 0 or less, or above a
+///                                hundredth of the symbol rate found
+/// Rate to 1e-3 UI over the record for a clean one, 0.02 UI for 127 UI behind 8 dB of loss. O(n log n) with blocks that fit
+/// the cache; an eighth of the record's memory.
+TARNWICK_FRAMEWORK_API RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search = {});
+
+/// The clock of a rate that is given: its phase, and how far the capture's moves against it (phaseResidualUi, about a
+/// constant phase). Found where the record is long enough for RecoverClock; the score is 0, as nothing is searched.
+/// @param samplesPerUi  at least 2
+TARNWICK_FRAMEWORK_API RecoveredClock ClockOfRate(std::span<const double> samples, double samplesPerUi,
+                                                  const ClockSearch& search = {});
+
+/// The whole number of samples per UI, of at least 1, from which a clock departs by at most 0.02 UI over the record; by 0.05
+/// UI in records of fewer than 500 UI, where the pattern itself moves the line.
+TARNWICK_FRAMEWORK_API std::optional<std::size_t> WholeSamplesPerUi(double samplesPerUi, std::size_t sampleCount);
+
+}  // namespace Tarnwick::DSO::Maths
