@@ -1,8 +1,6 @@
 // The symbols of a repeated pattern of any number of levels, from its samples alone. At each of several sampling phases
-// the samples, one a UI, are partitioned into levels (levels.h). For closed eyes a short linear equaliser is then fitted to
-// the decisions, and new decisions are made behind it, until none of them changes. The phase with the tightest levels wins.
-// One phase is not enough: from the one that looks best, a closed eye may settle with half of its symbols wrong.
-// Source: J. G. Proakis, M. Salehi, "Digital Communications", 5th ed., section 10.1 (decision-directed equalisation).
+// the levels of the samples, one a UI, are decided (leveldecisions.h). The phase with the tightest levels wins. One phase is
+// not enough: from the one that looks best, a closed eye may settle with half of its symbols wrong.
 #pragma once
 
 #include <cstddef>
@@ -11,14 +9,9 @@
 #include <vector>
 
 #include "framework/export.h"
+#include "maths/patterns/leveldecisions.h"
 
 namespace Tarnwick::DSO::Maths {
-
-/// Above this quality the samples hold no pattern of that many levels; white noise has about 0.14 for four.
-inline constexpr double kWorstQuality = 0.05;
-
-/// Whether symbols are decided from the samples themselves or behind a linear equaliser.
-enum class Decisions { AsSampled, Equalised };
 
 struct SymbolDetection {
     /// Of each UI, 0 the lowest; empty when no phase shows as many levels.
