@@ -37,11 +37,14 @@ constexpr std::size_t kRecordPerBackground = 8;
 constexpr std::size_t kBackgroundStep = 32;  // [bins] that share one background
 // Between the lines of a repeated pattern there is nothing, and everything would stand out of it.
 constexpr double kMostScore = 1000.0;
-constexpr double kLineShare = 0.5;     // of the largest score, for a line to count
-constexpr double kMeanOfLines = 2.0;   // over the median; 1.06 for the magnitudes of noise
-constexpr double kClusterEnd = 1.03;   // over the lowest line: a clock that moves has lines so near each other
-constexpr double kAlike = 0.8;         // of the strongest score, for a line to be its like
-constexpr std::size_t kLineWidth = 4;  // [bins] either side, of a Hann-windowed line
+constexpr double kFaintestBackground =
+    1e-5;                                   // of the squared derivative's mean; what is fainter is rounding and fading
+constexpr double kLeastMeanSquare = 1e-24;  // of the derivative of a record of range 1; below is rounding
+constexpr double kLineShare = 0.5;          // of the largest score, for a line to count
+constexpr double kMeanOfLines = 2.0;        // over the median; 1.06 for the magnitudes of noise
+constexpr double kClusterEnd = 1.03;        // over the lowest line: a clock that moves has lines so near each other
+constexpr double kAlike = 0.8;              // of the strongest score, for a line to be its like
+constexpr std::size_t kLineWidth = 4;       // [bins] either side, of a Hann-windowed line
 
 constexpr std::size_t kMostSpacing = 16;     // [samples] of the demodulated line
 constexpr std::size_t kFewestValues = 1024;  // of the demodulated line, where the record has as many samples
@@ -53,10 +56,10 @@ constexpr double kDefaultLoopDivisor = 1667.0;  // symbol rate over loop bandwid
 constexpr double kLeastLoopDivisor = 100.0;
 constexpr double kStepsPerBandwidth = 128.0;  // steps of the loop in one period of its bandwidth
 constexpr double kFewestUiPerStep = 4.0;
-constexpr double kFaintestStep = 0.1;      // of the line's rms: without transitions there is no phase to follow
-constexpr double kMostCertainStep = 0.45;  // [UI] from one step to the next
-constexpr double kMovingClock = 0.1;       // [UI] rms of the phases; jitter and noise leave a tenth of that
-constexpr double kLeastRise = 0.5;         // of the constant clock's, from knot to knot
+constexpr double kFaintest = 0.1;            // of the line's rms
+constexpr double kMostCertainChange = 0.45;  // [UI] from one phase to the next
+constexpr double kMovingClock = 0.1;         // [UI] rms of the phases; jitter and noise leave a tenth of that
+constexpr double kLeastRise = 0.5;           // of the constant clock's, from knot to knot
 
 void Check(bool holds, const std::string& field, double value, const char* expected)
 {
@@ -87,12 +90,11 @@ public:
           bins_(blockLength_ + 1),
           values_(2 * blockLength_)
     {
-        double largest = 0.0;
-        for (const double sample : samples)
-            largest = std::max(largest, std::abs(sample - mean_));
-        scale_ = largest > 0.0 && std::isfinite(mean_) && std::isfinite(largest) ? 1.0 / largest : 0.0;
-        if (!std::isfinite(scale_))
-            scale_ = 0.0;
+        const auto [lowest, highest] = std::minmax_element(samples.begin(), samples.end());
+        const double scale = 1.0 / (*highest - *lowest);
+        // What is not a number may hide from the comparisons, but not from the mean.
+        if (std::isfinite(scale) && std::isfinite(mean_))
+            scale_ = scale;
         for (std::size_t i = 0; i < kGuard; ++i)
             fade_[i] = 0.5 - 0.5 * std::cos(std::numbers::pi * (static_cast<double>(i) + 0.5) / kGuard);
     }
@@ -109,7 +111,14 @@ public:
         const auto begin = static_cast<std::ptrdiff_t>(first) - static_cast<std::ptrdiff_t>(kGuard);
         const std::size_t used = count + 2 * kGuard;
         for (std::size_t i = 0; i < used; ++i)
-            values[i] = scale_ * (Reflected(begin + static_cast<std::ptrdiff_t>(i)) - mean_);
+            values[i] = scale_ * (Continued(begin + static_cast<std::ptrdiff_t>(i)) - mean_);
+        // A trend is taken out and its slope added again: fading it in would drown what is small beside it.
+        const double left = Mean({values, kGuard});
+        const double right = Mean({values + used - kGuard, kGuard});
+        const double slope = (right - left) / static_cast<double>(used - kGuard);
+        const double middle = 0.5 * static_cast<double>(kGuard - 1);
+        for (std::size_t i = 0; i < used; ++i)
+            values[i] -= left + slope * (static_cast<double>(i) - middle);
         for (std::size_t i = 0; i < kGuard; ++i) {
             values[i] *= fade_[i];
             values[used - 1 - i] *= fade_[i];
@@ -128,17 +137,20 @@ public:
         inverse_->Inverse(bins, values);
         const std::span<double> squared(values + 2 * kGuard, 2 * count);
         for (double& value : squared)
-            value *= value;
+            value = (value + slope) * (value + slope);
         return squared;
     }
 
 private:
-    double Reflected(std::ptrdiff_t index) const
+    /// Beyond an end the record goes on turned about it, so that its slope does.
+    double Continued(std::ptrdiff_t index) const
     {
         const auto last = static_cast<std::ptrdiff_t>(samples_.size()) - 1;
         if (index < 0)
-            index = -index;
-        return samples_[static_cast<std::size_t>(index > last ? 2 * last - index : index)];
+            return 2.0 * samples_.front() - samples_[static_cast<std::size_t>(-index)];
+        if (index > last)
+            return 2.0 * samples_.back() - samples_[static_cast<std::size_t>(2 * last - index)];
+        return samples_[static_cast<std::size_t>(index)];
     }
 
     std::span<const double> samples_;
@@ -207,10 +219,11 @@ std::size_t BackgroundBins(std::size_t length)
 enum class Spectrum { Even, OfLines };
 
 /// Magnitudes over the medians about them, in place: the scores of bins first .. last; the others are lost.
-Spectrum DivideByBackground(std::vector<double>& magnitude, std::size_t first, std::size_t last)
+/// @param faintest  magnitudes below are nothing
+Spectrum DivideByBackground(std::vector<double>& magnitude, std::size_t first, std::size_t last, double faintest)
 {
     const auto at = [&](std::size_t k) { return magnitude.begin() + static_cast<std::ptrdiff_t>(k); };
-    const double least = *std::max_element(at(first), at(last + 1)) / kMostScore;
+    const double least = std::max(*std::max_element(at(first), at(last + 1)) / kMostScore, faintest);
     const std::size_t bins = BackgroundBins(2 * magnitude.size());
     std::vector<double> scores(last + 1 - first);
     std::vector<double> window;
@@ -268,6 +281,8 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
         sum = std::accumulate(squared.begin(), squared.end(), sum);
     });
     line.meanSquare = sum / static_cast<double>(count);
+    if (line.meanSquare < kLeastMeanSquare)
+        return line;
     for (std::size_t i = 0; i < count; ++i)
         values.Data()[i] = (values.Data()[i] - line.meanSquare) * Hann(i, count);
     std::fill(values.Data() + count, values.Data() + length, 0.0);
@@ -285,7 +300,8 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
     std::vector<double> scores(length / 2 + 1);
     std::transform(bins.Data(), bins.Data() + scores.size(), scores.begin(), [](Complex bin) { return std::abs(bin); });
     // A line at a limit needs its neighbour beyond it.
-    line.ofPattern = DivideByBackground(scores, first - 1, last + 1) == Spectrum::OfLines;
+    const double dc = 0.5 * static_cast<double>(count) * line.meanSquare;  // a Hann window's mean is 1/2
+    line.ofPattern = DivideByBackground(scores, first - 1, last + 1, kFaintestBackground * dc) == Spectrum::OfLines;
 
     const auto isPeak = [&](std::size_t k) { return scores[k] > scores[k - 1] && scores[k] >= scores[k + 1]; };
     double largest = 0.0;
@@ -385,60 +401,112 @@ void Shift(Demodulated& line, double offset)
     line.frequency += offset;
 }
 
-/// The phases [UI] of `blocks` Hann-windowed blocks of values first .. first + count - 1 after a shift by `offset`, unwrapped.
-PhaseOverTime BlockPhases(const Demodulated& line, Stretch stretch, double offset, std::size_t blocks)
+/// Phases of the line over equal parts of the record, each within half a UI of the one before it.
+struct Phases {
+    PhaseOverTime series;
+    std::vector<bool> faint;  // without transitions there is no phase: the one before is kept, and counts for nothing
+    bool certain = true;      // none comes near half a UI from the one before, where it could be either way round
+};
+
+Phases Unwrapped(std::span<const Complex> sums, double first, double spacing)
 {
-    const double spacing = static_cast<double>(stretch.count) / static_cast<double>(blocks);
-    PhaseOverTime phase{line.Middle(static_cast<double>(stretch.first) + 0.5 * spacing - 0.5),
-                        spacing * static_cast<double>(line.spacing), std::vector<double>(blocks)};
-    const double turnsPerValue = offset * static_cast<double>(line.spacing);
-    const Complex step = Phasor(-turnsPerValue);
-    double before = 0.0;
+    double power = 0.0;
+    for (const Complex sum : sums)
+        power += std::norm(sum);
+    const double faintest = kFaintest * std::sqrt(power / static_cast<double>(sums.size()));
+    Phases phases{{first, spacing, {}}, {}, true};
+    const auto start = std::find_if(sums.begin(), sums.end(), [&](Complex sum) { return std::abs(sum) >= faintest; });
+    double before = start == sums.end() ? 0.0 : std::arg(*start) / kTurn;
+    for (const Complex sum : sums) {
+        phases.faint.push_back(std::abs(sum) < faintest);
+        if (!phases.faint.back()) {
+            const double ahead = std::arg(sum) / kTurn - before;
+            const double change = ahead - std::round(ahead);
+            phases.certain = phases.certain && std::abs(change) <= kMostCertainChange;
+            before += change;
+        }
+        phases.series.ui.push_back(before);
+    }
+    return phases;
+}
+
+Complex Product(Complex a, Complex b)
+{
+    // Without the checks for infinities that the operator makes.
+    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
+}
+
+/// The phases of `blocks` Hann-windowed blocks of a stretch of values, shifted by `offset` [cycles a sample].
+Phases BlockPhases(const Demodulated& line, Stretch stretch, double offset, std::size_t blocks)
+{
+    const Complex step = Phasor(-offset * static_cast<double>(line.spacing));
+    std::vector<Complex> sums(blocks);
     for (std::size_t b = 0; b < blocks; ++b) {
         const std::size_t begin = stretch.count * b / blocks;
         const std::size_t count = stretch.count * (b + 1) / blocks - begin;
         Complex turn = Phasor(-offset * line.Middle(static_cast<double>(stretch.first + begin)));
         const Complex windowStep = std::polar(1.0, kTurn / static_cast<double>(count));
         Complex window = std::polar(1.0, std::numbers::pi / static_cast<double>(count));
-        Complex sum{};
         for (std::size_t i = 0; i < count; ++i) {
-            const Complex value = line.values[stretch.first + begin + i];
-            const double weight = 0.5 - 0.5 * window.real();
-            sum += weight * Complex{value.real() * turn.real() - value.imag() * turn.imag(),
-                                    value.real() * turn.imag() + value.imag() * turn.real()};
-            turn = {turn.real() * step.real() - turn.imag() * step.imag(),
-                    turn.real() * step.imag() + turn.imag() * step.real()};
-            window = {window.real() * windowStep.real() - window.imag() * windowStep.imag(),
-                      window.real() * windowStep.imag() + window.imag() * windowStep.real()};
+            sums[b] += (0.5 - 0.5 * window.real()) * Product(line.values[stretch.first + begin + i], turn);
+            turn = Product(turn, step);
+            window = Product(window, windowStep);
         }
-        const double ui = std::arg(sum) / kTurn;
-        phase.ui[b] = b == 0 ? ui : ui + std::round(before - ui);
-        before = phase.ui[b];
     }
-    return phase;
+    const double valuesPerBlock = static_cast<double>(stretch.count) / static_cast<double>(blocks);
+    return Unwrapped(sums, line.Middle(static_cast<double>(stretch.first) + 0.5 * valuesPerBlock - 0.5),
+                     valuesPerBlock * static_cast<double>(line.spacing));
 }
 
-/// The slope of the least-squares line through the phases [UI a sample].
-double SlopeOf(const PhaseOverTime& phase)
+/// The phases of steps of about `length` [samples] each, as many as there are.
+Phases StepPhases(const Demodulated& line, double length)
 {
-    const double middle = 0.5 * static_cast<double>(phase.ui.size() - 1);
-    double product = 0.0;
-    double square = 0.0;
-    for (std::size_t b = 0; b < phase.ui.size(); ++b) {
-        const double x = static_cast<double>(b) - middle;
-        product += x * phase.ui[b];
-        square += x * x;
-    }
-    return product / square / phase.spacing;
+    const auto perStep = static_cast<std::size_t>(std::clamp(std::round(length / static_cast<double>(line.spacing)),
+                                                             1.0, static_cast<double>(line.values.size())));
+    std::vector<Complex> sums(line.values.size() / perStep);
+    for (std::size_t k = 0; k < sums.size(); ++k)
+        for (std::size_t i = 0; i < perStep; ++i)
+            sums[k] += line.values[k * perStep + i];
+    return Unwrapped(sums, line.Middle(0.5 * static_cast<double>(perStep - 1)),
+                     static_cast<double>(perStep * line.spacing));
 }
 
-double RootMeanSquareAboutMean(std::span<const double> values)
+struct Trend {
+    double mean = 0.0;   // [UI]
+    double rms = 0.0;    // [UI] about the mean
+    double slope = 0.0;  // [UI a sample] of the least-squares line
+};
+
+Trend TrendOf(const Phases& phases)
 {
-    const double mean = Mean(values);
-    double sum = 0.0;
-    for (const double value : values)
-        sum += (value - mean) * (value - mean);
-    return std::sqrt(sum / static_cast<double>(values.size()));
+    const std::vector<double>& ui = phases.series.ui;
+    double count = 0.0;
+    double centre = 0.0;
+    Trend trend;
+    for (std::size_t b = 0; b < ui.size(); ++b)
+        if (!phases.faint[b]) {
+            count += 1.0;
+            centre += static_cast<double>(b);
+            trend.mean += ui[b];
+        }
+    if (count == 0.0)
+        return trend;
+    centre /= count;
+    trend.mean /= count;
+    double products = 0.0;
+    double squares = 0.0;
+    for (std::size_t b = 0; b < ui.size(); ++b)
+        if (!phases.faint[b]) {
+            const double x = static_cast<double>(b) - centre;
+            const double y = ui[b] - trend.mean;
+            products += x * y;
+            squares += x * x;
+            trend.rms += y * y;
+        }
+    trend.rms = std::sqrt(trend.rms / count);
+    if (squares > 0.0)
+        trend.slope = products / squares / phases.series.spacing;
+    return trend;
 }
 
 /// Whether each of so many blocks would hold enough UI. The fewest blocks are taken in any case.
@@ -458,7 +526,7 @@ void Refine(Demodulated& line, Stretch searched)
         for (const std::size_t blocks : kBlocksOfPhase) {
             const double ui = static_cast<double>(stretch.count * line.spacing) * (line.frequency + offset);
             if (HoldsBlocks(ui, blocks))
-                offset += SlopeOf(BlockPhases(line, stretch, offset, blocks));
+                offset += TrendOf(BlockPhases(line, stretch, offset, blocks)).slope;
         }
         if (stretch.count == line.values.size())
             break;
@@ -471,43 +539,6 @@ void Refine(Demodulated& line, Stretch searched)
 }
 
 // ---- the clock that moves
-
-/// Phases [UI] of equal steps along the line, each within half a UI of the one before it.
-struct Steps {
-    PhaseOverTime phase;
-    std::vector<bool> faint;  // the phase is the one before
-    bool certain = true;      // no step comes near half a UI, where it could be either way round
-};
-
-/// @param atLeast  [samples] of a step, if there are as many
-Steps StepAlong(const Demodulated& line, double atLeast)
-{
-    const auto perStep = static_cast<std::size_t>(std::clamp(std::round(atLeast / static_cast<double>(line.spacing)),
-                                                             1.0, static_cast<double>(line.values.size())));
-    std::vector<Complex> sums(line.values.size() / perStep);
-    double power = 0.0;
-    for (std::size_t k = 0; k < sums.size(); ++k) {
-        for (std::size_t i = 0; i < perStep; ++i)
-            sums[k] += line.values[k * perStep + i];
-        power += std::norm(sums[k]);
-    }
-    const double faintest = kFaintestStep * std::sqrt(power / static_cast<double>(sums.size()));
-    Steps steps;
-    steps.phase.first = line.Middle(0.5 * static_cast<double>(perStep - 1));
-    steps.phase.spacing = static_cast<double>(perStep * line.spacing);
-    double before = std::arg(sums.front()) / kTurn;
-    for (const Complex sum : sums) {
-        steps.faint.push_back(std::abs(sum) < faintest);
-        if (!steps.faint.back()) {
-            const double ahead = std::arg(sum) / kTurn - before;
-            const double change = ahead - std::round(ahead);
-            steps.certain = steps.certain && std::abs(change) <= kMostCertainStep;
-            before += change;
-        }
-        steps.phase.ui.push_back(before);
-    }
-    return steps;
-}
 
 /// A second-order loop of damping 1/sqrt 2 over the phases of equal steps. Its transfer function
 ///     H(s) = (2 zeta w s + w^2) / (s^2 + 2 zeta w s + w^2)
@@ -528,12 +559,12 @@ struct Loop {
         return kTurn * bandwidthPerStep / std::sqrt(2.0 + std::sqrt(5.0));
     }
     /// @return the phase in the middle of the step, which has seen half of it
-    double Step(const Steps& steps, std::size_t k)
+    double Step(const Phases& steps, std::size_t k)
     {
         phase += perStep;
         if (steps.faint[k])
             return phase;
-        double error = steps.phase.ui[k] - phase;
+        double error = steps.series.ui[k] - phase;
         // Where noise may have turned a step the wrong way round, what counts is where the loop stands.
         if (!steps.certain)
             error -= std::round(error);
@@ -550,14 +581,14 @@ double StepLength(double loopBandwidth, double samplesPerUi)
 
 void Track(const Demodulated& line, double loopBandwidth, SymbolClock& clock)
 {
-    const Steps steps = StepAlong(line, StepLength(loopBandwidth, clock.samplesPerUi));
-    const std::size_t count = steps.phase.ui.size();
-    clock.knotSpacing = steps.phase.spacing;
-    clock.firstKnot = steps.phase.first;
+    const Phases steps = StepPhases(line, StepLength(loopBandwidth, clock.samplesPerUi));
+    const std::size_t count = steps.series.ui.size();
+    clock.knotSpacing = steps.series.spacing;
+    clock.firstKnot = steps.series.first;
 
     // Backwards first, so that the loop has settled where the record begins.
     Loop loop(loopBandwidth * clock.knotSpacing);
-    loop.phase = steps.phase.ui.back();
+    loop.phase = steps.series.ui.back();
     for (std::size_t k = count; k-- > 0;)
         loop.Step(steps, k);
     loop.perStep = -loop.perStep;
@@ -578,42 +609,52 @@ void Track(const Demodulated& line, double loopBandwidth, SymbolClock& clock)
 
 /// The phases from which the constant clock follows: those of the blocks, or of short steps where the blocks lose their way
 /// because the clock moves.
-PhaseOverTime ConstantPhases(const Demodulated& line)
+Phases ConstantPhases(const Demodulated& line)
 {
     const double ui = static_cast<double>(line.values.size() * line.spacing) * line.frequency;
     std::size_t blocks = kBlocksOfPhase[0];
     for (const std::size_t more : kBlocksOfPhase)
         if (HoldsBlocks(ui, more))
             blocks = more;
-    PhaseOverTime phase = BlockPhases(line, {0, line.values.size()}, 0.0, blocks);
-    if (RootMeanSquareAboutMean(phase.ui) <= kMovingClock)
-        return phase;
-    const double samplesPerUi = 1.0 / line.frequency;
-    Steps steps = StepAlong(line, StepLength(line.frequency / kDefaultLoopDivisor, samplesPerUi));
-    return steps.certain && steps.phase.ui.size() >= blocks ? std::move(steps.phase) : phase;
+    Phases phases = BlockPhases(line, {0, line.values.size()}, 0.0, blocks);
+    if (TrendOf(phases).rms <= kMovingClock)
+        return phases;
+    Phases steps = StepPhases(line, StepLength(line.frequency / kDefaultLoopDivisor, 1.0 / line.frequency));
+    return steps.certain && steps.series.ui.size() >= blocks ? steps : phases;
+}
+
+double RootMeanSquareAboutMean(std::span<const double> values)
+{
+    const double mean = Mean(values);
+    double sum = 0.0;
+    for (const double value : values)
+        sum += (value - mean) * (value - mean);
+    return std::sqrt(sum / static_cast<double>(values.size()));
 }
 
 /// Phase, residual and, where asked for, the moving clock of a line at its final frequency.
-void Describe(const Demodulated& line, PhaseOverTime phase, const ClockSearch& search, RecoveredClock& result)
+RecoveredClock Described(const Demodulated& line, Phases phases, const ClockSearch& search)
 {
+    RecoveredClock result;
+    result.found = true;
     SymbolClock& clock = result.clock;
     clock.samplesPerUi = 1.0 / line.frequency;
-    const double constant = Mean(phase.ui);
-    clock.boundary = (std::ceil(constant) - constant) * clock.samplesPerUi;
+    const Trend trend = TrendOf(phases);
+    clock.boundary = (std::ceil(trend.mean) - trend.mean) * clock.samplesPerUi;
     if (clock.boundary >= clock.samplesPerUi)
         clock.boundary = 0.0;
-    result.phaseResidualUi = RootMeanSquareAboutMean(phase.ui);
-    result.phase = std::move(phase);
-    for (double& value : result.phase.ui)
-        value -= constant;
-    result.found = true;
+    result.phaseResidualUi = trend.rms;
+    result.phase = std::move(phases.series);
+    for (double& ui : result.phase.ui)
+        ui -= trend.mean;
     if (search.tracking == ClockTracking::Constant)
-        return;
+        return result;
     const double bandwidth = search.loopBandwidth.value_or(line.frequency / kDefaultLoopDivisor);
     Check(bandwidth <= line.frequency / kLeastLoopDivisor, "loop bandwidth over symbol rate",
           bandwidth / line.frequency, "at most 0.01");
     Track(line, bandwidth, clock);
     result.trackedUi = RootMeanSquareAboutMean(clock.deviationUi);
+    return result;
 }
 
 void CheckSearch(const ClockSearch& search)
@@ -695,30 +736,30 @@ RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& 
         return result;
     Demodulated demodulated = Demodulate(derivative, line.frequency, line.meanSquare);
     Refine(demodulated, line.searched);
-    PhaseOverTime phase = ConstantPhases(demodulated);
-    if (const double slope = SlopeOf(phase); RootMeanSquareAboutMean(phase.ui) > kMovingClock) {
-        Shift(demodulated, slope);
-        phase = ConstantPhases(demodulated);
+    Phases phases = ConstantPhases(demodulated);
+    if (const Trend trend = TrendOf(phases); trend.rms > kMovingClock) {
+        Shift(demodulated, trend.slope);
+        phases = ConstantPhases(demodulated);
     }
-    Describe(demodulated, std::move(phase), search, result);
-    return result;
+    RecoveredClock found = Described(demodulated, std::move(phases), search);
+    found.score = result.score;
+    found.spectrum = std::move(result.spectrum);
+    return found;
 }
 
 RecoveredClock ClockOfRate(std::span<const double> samples, double samplesPerUi, const ClockSearch& search)
 {
     CheckSearch(search);
     Check(samplesPerUi >= 2.0 && std::isfinite(samplesPerUi), "samples per UI", samplesPerUi, "at least 2");
-    RecoveredClock result;
     if (samples.size() < kFewestSamples || static_cast<double>(samples.size()) < kFewestUi * samplesPerUi)
-        return result;
+        return {};
     SquaredDerivative derivative(samples);
     if (derivative.IsFlat())
-        return result;
+        return {};
     const std::size_t count = std::min(samples.size(), kMostSearched);
     const double mean = MeanSquare(derivative, {(samples.size() - count) / 2, count});
     const Demodulated line = Demodulate(derivative, 1.0 / samplesPerUi, mean);
-    Describe(line, ConstantPhases(line), search, result);
-    return result;
+    return Described(line, ConstantPhases(line), search);
 }
 
 std::optional<std::size_t> WholeSamplesPerUi(double samplesPerUi, std::size_t sampleCount)

@@ -83,6 +83,32 @@ TEST_P(HotLoopsOf, SumWindow)
             }
 }
 
+TEST_P(HotLoopsOf, SamplesBetweenSamples)
+{
+    constexpr std::size_t kTaps = 24;
+    constexpr std::size_t kPhases = 5;
+    const Values rows = RandomValues((kPhases + 1) * kTaps, 1);
+    const Values samples = RandomValues(100, 2);
+    const Values positions = {11.0, 11.1, 30.75, 50.9999, 40.4, 87.0};
+    Values expected(positions.size() + 1, kGuard);
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+        const auto whole = static_cast<std::size_t>(positions[i]);
+        const long double place = (positions[i] - static_cast<double>(whole)) * static_cast<double>(kPhases);
+        const auto row = static_cast<std::size_t>(place);
+        const long double fraction = place - static_cast<long double>(row);
+        long double sum = 0.0L;
+        for (std::size_t j = 0; j < kTaps; ++j)
+            sum += samples[whole + 1 + j - kTaps / 2] *
+                   ((1.0L - fraction) * rows[row * kTaps + j] + fraction * rows[(row + 1) * kTaps + j]);
+        expected[i] = static_cast<double>(sum);
+    }
+    Values result(positions.size() + 1, kGuard);
+    loops_->interpolate({rows.data(), kTaps, kPhases}, samples.data(), positions.data(), result.data(),
+                        positions.size());
+    // Two roundings a tap, of sums below the number of taps.
+    EXPECT_TRUE(AreNear(result, expected, kTaps * kTaps * DBL_EPSILON));
+}
+
 TEST_P(HotLoopsOf, ProductsOfValues)
 {
     for (std::size_t count = 1; count <= 17; ++count) {
