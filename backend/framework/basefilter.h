@@ -37,7 +37,7 @@ public:
     virtual double* Apply(SignalData* signal) = 0;
 
     BaseFilterParameters* parameters = nullptr;  ///< not owned, must outlive the filter
-    bool notPrepared = false;                    ///< set by construction, cleared by Prepare
+    bool notPrepared = true;                     ///< set by construction, cleared by Prepare
     bool flag2 = false;                          ///< carried
     bool flag3 = false;                          ///< cleared by Prepare
     bool flag4 = false;                          ///< carried

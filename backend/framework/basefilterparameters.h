@@ -34,7 +34,7 @@ public:
     bool preserveNoise = false;  ///< pass the response through DSP_Helpers::preserve_noise_TF
     /// [Hz] where that correction starts: at or above the bandwidth of the signal's own content (the instrument's noise
     /// bandwidth). A corner inside the signal band lifts signal.
-    double noiseCornerFrequency = 0.0;
+    double noiseCornerFrequency = 3.5e10;
     double noiseSecondParameter = 0.0;  ///< [Hz] upper end of the correction; read by the de-embedding filter alone
     std::int32_t channel = 0;           ///< 0 to 3
     double* frequencyGrid = nullptr;    ///< [Hz] the record's frequency axis while Prepare runs; owned by this object

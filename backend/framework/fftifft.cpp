@@ -2,6 +2,7 @@
 
 #include "framework/plumbing/error.h"
 #include "maths/transforms/arraytransform.h"
+#include "maths/transforms/lifetimes.h"
 
 namespace Tarnwick::DSO::SystemFramework {
 
@@ -32,8 +33,8 @@ public:
 
 FFTIFFT& FFTIFFT_Factory::GetInstance()
 {
-    static AnyLength instance;
-    return instance;
+    static Maths::NeverDestroyed<AnyLength> instance;
+    return *instance;
 }
 
 }  // namespace Tarnwick::DSO::SystemFramework

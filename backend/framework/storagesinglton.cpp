@@ -2,7 +2,37 @@
 
 #include <easylogging++.h>
 
+#include <atomic>
+#include <memory>
+
+#include "maths/transforms/lifetimes.h"
+
+namespace {
+
+// Destroyed after the logging library's own pointer to the storage, because it is defined before it: puts the pointer
+// back for the lines of objects that go later still, and writes out what a host's files still buffer.
+struct StorageKeeper {
+    ~StorageKeeper();
+};
+const StorageKeeper kStorageKeeper;
+std::atomic<bool> isStorageMade = false;
+
+}  // namespace
+
 INITIALIZE_NULL_EASYLOGGINGPP
+
+namespace {
+
+StorageKeeper::~StorageKeeper()
+{
+    std::construct_at(&el::base::elStorage);
+    if (!isStorageMade)
+        return;
+    el::base::elStorage = Tarnwick::DSO::SystemFramework::StorageSinglton::GetStorage();
+    el::Loggers::flushAll();
+}
+
+}  // namespace
 
 namespace Tarnwick::DSO::SystemFramework {
 
@@ -17,6 +47,7 @@ el::base::type::StoragePointer MakeStorage()
     quiet.setGlobally(ConfigurationType::ToStandardOutput, "false");
     quiet.setGlobally(ConfigurationType::ToFile, "false");
     el::Loggers::reconfigureLogger(el::base::consts::kDefaultLoggerId, quiet);
+    isStorageMade = true;
     return el::base::elStorage;
 }
 
@@ -24,8 +55,8 @@ el::base::type::StoragePointer MakeStorage()
 
 std::shared_ptr<el::base::Storage> StorageSinglton::GetStorage()
 {
-    static const el::base::type::StoragePointer storage = MakeStorage();
-    return storage;
+    static Maths::NeverDestroyed<el::base::type::StoragePointer> storage(MakeStorage());
+    return *storage;
 }
 
 }  // namespace Tarnwick::DSO::SystemFramework

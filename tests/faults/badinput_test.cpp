@@ -149,6 +149,15 @@ const std::vector<Row> kRows = {
          with.parameters.ResetDirty();
      },
      {{"Sirc", kNull}, {"*", "@: signal is null; expected a captured waveform"}}},
+    {"neither signal nor configuration",
+     [](const Case& with) {
+         with.input.hasSignal = false;
+         with.parameters = BaseFilterParameters();
+     },
+     {{"FFEFilter", "Cannot Prepare FFE Filter Without a signal"},
+      {"DFEFilter", "Cannot Prepare DFE Filter Without a signal"},
+      {"Sirc", kNull},
+      {"*", "@: signal is null; expected a captured waveform"}}},
     {"samples that are null",
      [](const Case& with) { with.input.hasSamples = false; },
      {{"*", "@: samples is null; expected an array of sampleCount values"}}},

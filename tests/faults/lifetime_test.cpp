@@ -121,6 +121,13 @@ TEST_P(FilterLifetime, SharesTheGridAmongCopiesOfTheParameters)
     });
 }
 
+TEST_P(FilterLifetime, BeginsUnpreparedAtTheNoiseCornerOfTheInstrument)
+{
+    const std::unique_ptr<Rig> rig = GetParam().make(kSamplesPerUi);
+    EXPECT_TRUE(rig->Filter().notPrepared);
+    EXPECT_EQ(rig->Parameters().noiseCornerFrequency, 3.5e10);
+}
+
 INSTANTIATE_TEST_SUITE_P(Every, FilterLifetime, testing::ValuesIn(EveryFilter()),
                          [](const auto& kind) { return kind.param.name; });
 

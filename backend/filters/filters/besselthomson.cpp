@@ -31,7 +31,6 @@ namespace {
 
 constexpr const char* kFilter = "BesselThomson";
 constexpr const char* kFourthOrder = "BesselThomson::BesselThomson4th";
-constexpr double kNoiseCorner = 3.5e10;  // [Hz]
 constexpr double kPercent = 100.0;
 
 struct Sizes {
@@ -42,16 +41,18 @@ struct Sizes {
 Sizes SizesFrom(const DeviceConfiguration& config)
 {
     const int samplesPerPattern = SamplesPerPattern(kFilter, config);
-    return {samplesPerPattern, SampleInterval(kFilter, config, samplesPerPattern)};
+    return {samplesPerPattern, SampleInterval(config, samplesPerPattern)};
 }
 
 // The sizes that the filter works with: those of the configuration while the parameters are dirty, else as they stand.
 Sizes SizesOf(const BesselThomsonParameters& parameters)
 {
     const DeviceConfiguration* config = parameters.GetConfig();
-    if (config != nullptr && parameters.IsDirty())
-        return SizesFrom(*config);
-    return {parameters.samplesPerPattern, parameters.sampleInterval};
+    if (config == nullptr || !parameters.IsDirty())
+        return {parameters.samplesPerPattern, parameters.sampleInterval};
+    const Sizes sizes = SizesFrom(*config);
+    RequireSampleInterval(kFilter, *config, sizes.samplesPerPattern);
+    return sizes;
 }
 
 void Store(Sizes sizes, BesselThomsonParameters& parameters)
@@ -112,10 +113,7 @@ std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
 
 }  // namespace
 
-BesselThomsonParameters::BesselThomsonParameters()
-{
-    noiseCornerFrequency = kNoiseCorner;
-}
+BesselThomsonParameters::BesselThomsonParameters() = default;
 
 BesselThomsonParameters::BesselThomsonParameters(double cutoffFrequency, int order, double cutoffPercent,
                                                  int samplesPerPattern, bool preserveNoise, double noiseCornerFrequency,
@@ -126,10 +124,7 @@ BesselThomsonParameters::BesselThomsonParameters(double cutoffFrequency, int ord
     this->noiseCornerFrequency = noiseCornerFrequency;
 }
 
-BesselThomsonParameters::BesselThomsonParameters(DeviceConfiguration* config) : BaseFilterParameters(config)
-{
-    noiseCornerFrequency = kNoiseCorner;
-}
+BesselThomsonParameters::BesselThomsonParameters(DeviceConfiguration* config) : BaseFilterParameters(config) {}
 
 BesselThomson::BesselThomson(BesselThomsonParameters* parameters)
 {
@@ -138,7 +133,6 @@ BesselThomson::BesselThomson(BesselThomsonParameters* parameters)
     this->parameters = parameters;
     if (const DeviceConfiguration* config = parameters->GetConfig())
         Store(SizesFrom(*config), *parameters);
-    notPrepared = true;
     TARNWICK_TRACE("BesselThomson constructor finished");
 }
 
@@ -177,9 +171,9 @@ Complex BesselThomson::BesselThomson4thPolyomial(Complex s)
 
 Complex* BesselThomson::BesselThomson4th(double* frequencies, int count, double cutoff)
 {
-    RequirePositive(kFourthOrder, "cutoff", cutoff, "a finite positive frequency in hertz");
     if (count < 1)
         return NewArray<Complex>(0).release();
+    RequirePositive(kFourthOrder, "cutoff", cutoff, "a finite positive frequency in hertz");
     if (frequencies == nullptr)
         Refuse(kFourthOrder, "frequencies", "null", "an array of count values");
     const std::span<double> axis(frequencies, static_cast<std::size_t>(count));
@@ -198,10 +192,11 @@ Complex* BesselThomson::BesselThomson4th(std::vector<double> frequencies, double
 void BesselThomson::BesselThomson4th(std::vector<double>* impulseResponse, std::vector<double> frequencies,
                                      double cutoff)
 {
-    RequirePositive(kFourthOrder, "cutoff", cutoff, "a finite positive frequency in hertz");
+    const std::size_t length = frequencies.size();
+    if (length > 0)
+        RequirePositive(kFourthOrder, "cutoff", cutoff, "a finite positive frequency in hertz");
     if (impulseResponse == nullptr)
         Refuse(kFourthOrder, "impulseResponse", "null", "a vector to write to");
-    const std::size_t length = frequencies.size();
     std::vector<Complex> bins(length);
     if (length > 0) {
         const std::vector<Complex> half =
@@ -237,14 +232,19 @@ double* BesselThomson::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
     const auto& settings = ParametersOf<BesselThomsonParameters>(kFilter, parameters);
-    const int period = SizesOf(settings).samplesPerPattern;
-    if (period < 2)
-        Refuse(kFilter, "samplesPerPattern", period, "at least 2 samples");
-    if (signal->sampleCount < period)
-        Refuse(kFilter, "sampleCount", signal->sampleCount,
-               "at least one pattern of " + std::to_string(period) + " samples");
+    const auto requireRecord = [signal](int period) {
+        if (period < 2)
+            Refuse(kFilter, "samplesPerPattern", period, "at least 2 samples");
+        if (signal->sampleCount < period)
+            Refuse(kFilter, "sampleCount", signal->sampleCount,
+                   "at least one pattern of " + std::to_string(period) + " samples");
+    };
+    if (!IsDerivedByHost(*this))
+        requireRecord(SizesOf(settings).samplesPerPattern);
     if (settings.IsDirty())
         Prepare(signal);
+    const int period = settings.samplesPerPattern;
+    requireRecord(period);
     const Repetitions cut(signal->sampleCount, signal->sampleCount / period);
     const auto taps = static_cast<std::size_t>(period - 1);
     return ConvolveRepetitions(record, cut, KernelTaps(kFilter, taps), Convolver()).release();

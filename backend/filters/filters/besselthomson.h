@@ -40,8 +40,8 @@ public:
     /// Checks pattern lock and takes the sizes from the configuration; builds no kernel yet.
     /// @param parameters  not owned, must outlive the filter
     /// @throws PatternLockFailed      the configuration reports no lock on parameters->channel
-    /// @throws std::invalid_argument  parameters is null, its channel is outside 0 to 3, or the configuration's sizes
-    ///                                give no sample interval
+    /// @throws std::invalid_argument  parameters is null, its channel is outside 0 to 3, or the samples per pattern do not
+    ///                                fit 32 bits. Sizes that give no sample interval are refused by Prepare.
     BesselThomson(BesselThomsonParameters* parameters);
     BesselThomson(const BesselThomson&) = default;
     BesselThomson& operator=(const BesselThomson&) = default;
@@ -70,8 +70,7 @@ public:
     /// The fourth-order response, 3 dB down at `cutoff`: 105 / B_4(j 2 pi 0.33644 f / cutoff).
     /// @param frequencies  count values [Hz]; each is replaced by f 0.33644 / cutoff. Deliberate.
     /// @return new array of count values; the caller releases it with ::operator delete. Empty when count is below 1.
-    /// @throws std::invalid_argument  frequencies is null though count is positive, or cutoff is not finite and
-    /// positive
+    /// @throws std::invalid_argument  count is positive, and frequencies is null or cutoff not finite and positive
     static std::complex<double>* BesselThomson4th(double* frequencies, int count, double cutoff);
 
     /// The same for a copy of the frequencies [Hz].

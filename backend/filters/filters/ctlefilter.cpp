@@ -30,7 +30,6 @@ using Complex = std::complex<double>;
 namespace {
 
 constexpr const char* kFilter = "CTLEFilter";
-constexpr double kNoiseCorner = 3.5e10;     // [Hz]
 constexpr double kLargestCableGain = 20.0;  // [dB]
 
 double SymbolRate(const DeviceConfiguration& config)
@@ -155,10 +154,7 @@ const CTLEFilter::Variant& CTLEFilter::VariantOf(CTLE_Type type)
     return kVariants[CTLE_PEAKING];
 }
 
-CTLEFilterParameters::CTLEFilterParameters()
-{
-    noiseCornerFrequency = kNoiseCorner;
-}
+CTLEFilterParameters::CTLEFilterParameters() = default;
 
 CTLEFilterParameters::CTLEFilterParameters(CTLE_Type type, double samplesPerUI, double gain, bool preserveNoise,
                                            double noiseFrequency, double pole1, double pole2, double pole3,
@@ -180,10 +176,7 @@ CTLEFilterParameters::CTLEFilterParameters(CTLE_Type type, double samplesPerUI, 
     noiseCornerFrequency = noiseFrequency;
 }
 
-CTLEFilterParameters::CTLEFilterParameters(DeviceConfiguration* config) : BaseFilterParameters(config)
-{
-    noiseCornerFrequency = kNoiseCorner;
-}
+CTLEFilterParameters::CTLEFilterParameters(DeviceConfiguration* config) : BaseFilterParameters(config) {}
 
 CTLEFilter::CTLEFilter() = default;
 
@@ -193,7 +186,6 @@ CTLEFilter::CTLEFilter(CTLEFilterParameters* parameters)
     this->parameters = parameters;
     if (const DeviceConfiguration* config = parameters->GetConfig())
         parameters->samplesPerUi = RealSamplesPerUi(*config);
-    notPrepared = true;
 }
 
 CTLEFilter& CTLEFilter::operator=(const CTLEFilter& other)
@@ -360,13 +352,19 @@ double* CTLEFilter::Apply(SignalData* signal)
 {
     const std::span<const double> record = SamplesOf(kFilter, signal);
     auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const double period = ConfigurationOf(kFilter, settings).patternLengthUi * RefreshedSamplesPerUi(settings);
-    if (!(period >= 1.0))
-        Refuse(kFilter, "patternLengthUi * samplesPerUi", period, "at least 1 sample");
-    const int repetitions = Truncated(kFilter, "repetitions", signal->sampleCount / period);
-    if (repetitions < 1)
-        Refuse(kFilter, "sampleCount", signal->sampleCount,
-               "at least one repetition of " + TextOf(period) + " samples");
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
+    const auto repetitions = [&](double samplesPerUi) {
+        const double period = config.patternLengthUi * samplesPerUi;
+        if (!(period >= 1.0))
+            Refuse(kFilter, "patternLengthUi * samplesPerUi", period, "at least 1 sample");
+        const int count = Truncated(kFilter, "repetitions", signal->sampleCount / period);
+        if (count < 1)
+            Refuse(kFilter, "sampleCount", signal->sampleCount,
+                   "at least one repetition of " + TextOf(period) + " samples");
+        return count;
+    };
+    if (!IsDerivedByHost(*this))
+        (void)repetitions(RefreshedSamplesPerUi(settings));
     const bool scaled = settings.type == CTLE_OIF_CEI_112G_LINEAR_PAM4;
     if (scaled)
         RequireFinite(kFilter, "outputScale", settings.outputScale, "a finite number");
@@ -376,7 +374,7 @@ double* CTLEFilter::Apply(SignalData* signal)
     } else if (notPrepared && filterTaps.empty()) {
         Refuse(kFilter, "filterTaps", "empty", "the taps that Prepare makes; mark the parameters dirty");
     }
-    const Repetitions cut(signal->sampleCount, repetitions);
+    const Repetitions cut(signal->sampleCount, repetitions(settings.samplesPerUi));
     OwnedArray output = ConvolveRepetitions(record, cut, filterTaps, Convolver());
     if (scaled) {
         for (double& sample : std::span(output.get(), record.size()))

@@ -25,7 +25,6 @@ using Complex = std::complex<double>;
 namespace {
 
 constexpr const char* kFilter = "DeEmbeddingFilter";
-constexpr double kNoiseCorner = 3.5e10;  // [Hz]
 
 [[noreturn]] void RefuseLine(const Maths::LineFailure& failure, const std::string& fileName, std::size_t line)
 {
@@ -53,7 +52,6 @@ DeEmbeddingParameters::DeEmbeddingParameters() : DeEmbeddingParameters(nullptr) 
 DeEmbeddingParameters::DeEmbeddingParameters(DeviceConfiguration* config) : BaseFilterParameters(config)
 {
     preserveNoise = true;
-    noiseCornerFrequency = kNoiseCorner;
 }
 
 DeEmbeddingParameters::DeEmbeddingParameters(double, int samplesPerPattern, int, bool conversionFlag,
@@ -123,6 +121,8 @@ void DeEmbeddingFilter::Prepare()
     SetKernel(made.taps);
     kernelLength = sizes.samplesPerPattern;
     sizes.Store(settings);
+    if (settings.preserveNoise)
+        settings.SetFrequencyGrid(nullptr);
     settings.preserveNoiseApplied = made.noisePreserved;
     settings.preserveNoise = settings.preserveNoise && made.noisePreserved;
 }

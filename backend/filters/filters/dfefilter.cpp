@@ -201,7 +201,6 @@ DFEFilter::DFEFilter(DFEFilterParameters* parameters)
     if (const DeviceConfiguration* config = parameters->GetConfig())
         Refresh(*parameters, *config);
     this->parameters = parameters;
-    notPrepared = true;
     TARNWICK_TRACE("DFEFilter constructor finished");
 }
 
@@ -264,7 +263,7 @@ double* DFEFilter::Apply(SignalData* signal)
 {
     auto& settings = ParametersOf<DFEFilterParameters>(kFilter, parameters);
     if (settings.IsDirty()) {
-        if (signal != nullptr) {
+        if (signal != nullptr && !IsDerivedByHost(*this)) {
             const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
             const auto count = static_cast<int>(SamplesOf(kFilter, signal).size());
             (void)Cut(Refreshed(settings, config), config, count);

@@ -42,9 +42,12 @@ void Refresh(FFEFilterParameters& parameters, const DeviceConfiguration& config)
     parameters.samplesPerUi = samplesPerUi;
 }
 
-TapGrid GridOf(const FFEFilterParameters& parameters)
+// The TDECQ equaliser is symbol-spaced, whatever tapsPerUi says; where that is no spacing at all, so is what Apply reads.
+TapGrid GridOf(const FFEFilterParameters& parameters, int samplesPerUi)
 {
-    return {parameters.samplesPerUi, parameters.tapsPerUi, parameters.numberOfTaps};
+    const bool isSpacing = parameters.tapsPerUi >= 1 && parameters.tapsPerUi <= samplesPerUi;
+    return {samplesPerUi, parameters.useTdecqEqualizer && !isSpacing ? 1 : parameters.tapsPerUi,
+            parameters.numberOfTaps};
 }
 
 TapGrid SymbolSpaced(int samplesPerUi, int numberOfTaps)
@@ -83,15 +86,14 @@ double MagnitudeSum(std::span<const double> taps)
 void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfiguration& config, int length)
 {
     RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
-    GridOf(parameters).Require(kFilter);
-    if (parameters.quantizeTaps && parameters.tapResolution < 1)
-        Refuse(kFilter, "tapResolution", parameters.tapResolution, "at least 1 step");
+    const TapGrid grid = GridOf(parameters, parameters.samplesPerUi);
+    grid.Require(kFilter);
     if (parameters.useManualTaps) {
         RequireFiniteTaps(kFilter, parameters.taps);
         if (parameters.quantizeTaps && parameters.numberOfTaps > 0)
             MagnitudeSum(parameters.taps);
     } else {
-        GridOf(parameters).RequireFit(kFilter, config.patternLengthUi, parameters.mainCursorPosition);
+        grid.RequireFit(kFilter, config.patternLengthUi, parameters.mainCursorPosition);
     }
     if (!parameters.useTdecqEqualizer)
         return;
@@ -100,9 +102,7 @@ void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfig
     const double gain = std::accumulate(parameters.taps.begin(), parameters.taps.end(), 0.0);
     if (parameters.useManualTaps && (!std::isfinite(gain) || gain == 0.0))
         Refuse(kFilter, "sum of the taps", gain, "a finite number other than 0 for the TDECQ equaliser");
-    const double samplesPerUi = config.useFractionalSampling ? RealSamplesPerUi(config) : parameters.samplesPerUi;
-    if (samplesPerUi != parameters.samplesPerUi)
-        Refuse(kFilter, "uiDuration / sampleSpacing", samplesPerUi, "a whole number for the TDECQ equaliser");
+    RequireWholeSampling(kFilter, config, parameters.samplesPerUi);
     if (parameters.numberOfTaps * parameters.samplesPerUi > length)
         Refuse(kFilter, "numberOfTaps * samplesPerUi", parameters.numberOfTaps * parameters.samplesPerUi,
                "at most the record's " + std::to_string(length) + " samples");
@@ -168,14 +168,12 @@ FFEFilter::FFEFilter(FFEFilterParameters* parameters)
         parameters->withoutGrayCoding = config->withoutGrayCoding;
     }
     this->parameters = parameters;
-    notPrepared = true;
     flag2 = true;
     TARNWICK_TRACE("FFEFilter constructor finished");
 }
 
 FFEFilter::FFEFilter(DeviceConfiguration*)
 {
-    notPrepared = true;
     flag2 = true;
 }
 
@@ -213,6 +211,7 @@ void FFEFilter::ApplyTaps(FFEFilterParameters& settings, std::vector<double> tap
     if (!settings.quantizeTaps || settings.taps.empty())
         return;
     settings.reportedTaps_ = NormalisedTaps(settings);
+    settings.reportedTaps_.resize(static_cast<std::size_t>(std::max(settings.numberOfTaps, 0)), 0.0);
     settings.taps = settings.reportedTaps_;
 }
 
@@ -227,7 +226,7 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
                                                            const SignalData* signal)
 {
     TARNWICK_TRACE("GetFFEAutomaticCoefficients...");
-    const TapGrid grid = GridOf(settings);
+    const TapGrid grid{settings.samplesPerUi, settings.tapsPerUi, settings.numberOfTaps};
     grid.Require(kFilter);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
@@ -375,16 +374,17 @@ void FFEFilter::Prepare(SignalData* signal)
     working.samples = signal->samples;
     RequirePreparable(next, config, working.sampleCount);
 
-    const int repetitions =
-        PatternPeriod(kFilter, config, next.samplesPerUi, config.patternLengthUi).RoundedCountIn(working.sampleCount);
+    const PatternPeriod pattern(kFilter, config, next.samplesPerUi, config.patternLengthUi);
+    // Taps by hand go with part of a repetition behind the last whole one; a search refuses it.
+    const int repetitions = next.useManualTaps ? std::max(pattern.CountIn(working.sampleCount), 1)
+                                               : pattern.RoundedCountIn(working.sampleCount);
     // Only a text much shorter than the pattern leaves less than half a repetition.
     if (repetitions < 1)
         Refuse(kFilter, "length of patternSymbols", static_cast<int>(next.patternSymbols.size()),
                "patternLengthUi, " + std::to_string(config.patternLengthUi));
-    const int samplesPerUi = working.sampleCount / CheckedProduct(kFilter, "patternRepeats * patternLengthUi",
-                                                                  repetitions, config.patternLengthUi);
-    if (samplesPerUi < 1)
-        Refuse(kFilter, "samplesPerUi", samplesPerUi, "at least 1 sample per UI");
+    const int samplesPerUi = std::max(working.sampleCount / CheckedProduct(kFilter, "patternRepeats * patternLengthUi",
+                                                                           repetitions, config.patternLengthUi),
+                                      1);
     auto lowPass = NewArrayFrom<double>(Maths::GaussianTaps(static_cast<std::size_t>(working.sampleCount),
                                                             config.baudRateGBd * samplesPerUi, kCaptureBandwidth));
     next.SetGaussianFilter(lowPass.release(), working.sampleCount);
@@ -400,24 +400,30 @@ void FFEFilter::Prepare(SignalData* signal)
 double* FFEFilter::Apply(SignalData* signal)
 {
     auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     if (signal == nullptr && settings.IsDirty())
         Prepare(signal);
     const std::span<const double> record = SamplesOf(kFilter, signal);
+    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const auto sampleCount = static_cast<int>(record.size());
-    const int samplesPerUi = settings.IsDirty() ? WholeSamplesPerUi(kFilter, config) : settings.samplesPerUi;
-    TapGrid{samplesPerUi, settings.tapsPerUi, settings.numberOfTaps}.Require(kFilter);
-    const PatternPeriod pattern(kFilter, config, samplesPerUi, config.patternLengthUi);
-    const int repetitions = pattern.CountIn(sampleCount);
-    if (repetitions < 1)
-        pattern.RefuseShort(sampleCount);
+    const auto repetitions = [&](int samplesPerUi) {
+        GridOf(settings, samplesPerUi).Require(kFilter);
+        const PatternPeriod pattern(kFilter, config, samplesPerUi, config.patternLengthUi);
+        const int count = pattern.CountIn(sampleCount);
+        if (count < 1)
+            pattern.RefuseShort(sampleCount);
+        return count;
+    };
+    if (!IsDerivedByHost(*this))
+        (void)repetitions(settings.IsDirty() ? WholeSamplesPerUi(kFilter, config) : settings.samplesPerUi);
     if (settings.IsDirty()) {
         Prepare(signal);
         settings.ResetDirty();
     }
-    const auto taps = static_cast<std::size_t>(settings.samplesPerUi / settings.tapsPerUi) *
-                      static_cast<std::size_t>(settings.numberOfTaps);
-    return ConvolveRepetitions(record, {sampleCount, repetitions}, KernelTaps(kFilter, taps), Convolver()).release();
+    const Repetitions cut(sampleCount, repetitions(settings.samplesPerUi));
+    const TapGrid grid = GridOf(settings, settings.samplesPerUi);
+    const auto taps =
+        static_cast<std::size_t>(grid.samplesPerUi / grid.tapsPerUi) * static_cast<std::size_t>(grid.numberOfTaps);
+    return ConvolveRepetitions(record, cut, KernelTaps(kFilter, taps), Convolver()).release();
 }
 
 }  // namespace Tarnwick::DSO::Filters

@@ -3,8 +3,10 @@
 // The taps are given by hand, found from the captured pattern by least squares against its ideal copy, or those of the
 // TDECQ reference equaliser of IEEE 802.3 clause 121.8.5 (symbol-spaced, DC gain 1, least TDECQ).
 // Automatic taps need the pattern's symbols: the text for NRZ and PAM3, the text or detection for PAM4. The capture must
-// hold whole periods of the pattern. Error below 1e-12 of taps against the matrices of samples. Where the capture cannot tell the taps apart (a constant record, more taps than the
-// pattern has places for, equal delays) there is no answer and the call is refused.
+// hold whole periods of the pattern. Error below 1e-12 of taps against the matrices of samples. Where the capture cannot tell
+// the taps apart (a constant record, more taps than the pattern has places for, equal delays) there is no answer and the
+// call is refused; so are NaN and infinity among the samples that taps are to be found from, while taps by hand let them
+// through, and quantising taps that are all zero, which have no weight to be counted in steps.
 #pragma once
 
 #include <cstdint>
@@ -39,14 +41,15 @@ public:
     std::vector<double> taps;
     std::vector<double> appliedTaps;  ///< written by Prepare: the exact taps in use
     std::int32_t numberOfTaps = 0;
-    std::int32_t tapsPerUi = 0;           ///< 1 to samplesPerUi
+    std::int32_t tapsPerUi = 0;           ///< 1 to samplesPerUi; with useTdecqEqualizer any other stands for 1
     std::int32_t mainCursorPosition = 0;  ///< 1-based place of the main cursor among the taps; below 1: searched
     bool spareFlag = false;               ///< carried
     E_SIGNAL_CODING signalCoding = SIGNAL_CODING_UNKNOWN;  ///< written by the filter from the configuration
     bool useManualTaps = false;
     bool withoutGrayCoding = false;  ///< PAM4 symbols are level indices; written by the filter from the configuration
     bool quantizeTaps = false;       ///< report taps as steps: round(tap / sum|taps| x tapResolution)
-    std::int32_t tapResolution = 1;  ///< steps per unit of normalised tap weight
+    /// Steps per unit of normalised tap weight; 0 reports zeros, a negative number the steps with their signs turned.
+    std::int32_t tapResolution = 1;
     bool useTdecqEqualizer = false;  ///< the TDECQ reference equaliser instead of the least-squares taps
     std::string patternSymbols;      ///< one character per symbol; written by the filter from the configuration
     bool useUserPattern = false;     ///< patternSymbols is taken as given; written by the filter from the configuration
@@ -94,7 +97,8 @@ public:
     /// @throws std::invalid_argument  as Prepare, or no kernel
     double* Apply(SystemFramework::SignalData* signal) override;
 
-    /// The kernel for ordinary taps: (samplesPerUi / tapsPerUi) numberOfTaps values. Writes taps and appliedTaps.
+    /// The kernel for ordinary taps: (samplesPerUi / tapsPerUi) numberOfTaps values. Writes taps and appliedTaps; steps are
+    /// reported for numberOfTaps taps, missing ones as zeros.
     /// @param signal  whole repetitions of the pattern; not read with manual taps
     /// @return new array; the caller releases it with ::operator delete
     double* GetFFEAutomaticCoefficients(FFEFilterParameters* parameters, SystemFramework::SignalData* signal);
@@ -123,9 +127,11 @@ public:
     /// @return new array of sampleCount values; the caller releases it with ::operator delete
     double* GenerateTdecqEqualizer(FFEFilterParameters* parameters, SystemFramework::SignalData* signal);
 
-    /// Taps of least TDECQ for a capture behind the given low-pass.
+    /// Taps of least TDECQ for a capture behind the given low-pass, samplesPerUi apart. A signalCoding without a name
+    /// counts as PAM4.
     /// @param mainCursorIndex  0-based place of the largest tap; -1: the first three are tried
     /// @return new array of numberOfTaps taps with sum 1; the caller releases it with ::operator delete
+    /// @throws std::invalid_argument  as Prepare; fractional sampling other than samplesPerUi
     double* GenerateTDECQAutomaticCoefficients(double* samples, int sampleCount, double* gaussianFilter,
                                                int gaussianFilterLength, std::string patternSymbols,
                                                int patternLengthUi, int samplesPerUi, int numberOfTaps,

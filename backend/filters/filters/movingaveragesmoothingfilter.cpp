@@ -39,7 +39,6 @@ MovingAverageSmoothingFilter::MovingAverageSmoothingFilter(MovingAverageWindowSm
 {
     RequirePatternLock(kFilter, parameters);
     this->parameters = parameters;
-    notPrepared = true;
     flag2 = true;
 }
 
@@ -62,11 +61,16 @@ double* MovingAverageSmoothingFilter::Apply(SignalData* signal)
     const std::span<const double> record = SamplesOf(kFilter, signal);
     const DeviceConfiguration* config =
         ParametersOf<MovingAverageWindowSmoothingParameters>(kFilter, parameters).GetConfig();
-    const int count = config != nullptr ? WholeRepetitions(kFilter, *config, signal->sampleCount) : 1;
+    const auto repetitions = [&] {
+        return config != nullptr ? WholeRepetitions(kFilter, *config, signal->sampleCount) : 1;
+    };
+    if (!IsDerivedByHost(*this))
+        (void)repetitions();
     if (parameters->IsDirty()) {
         Prepare(signal);
         parameters->ResetDirty();
     }
+    const int count = repetitions();
     if (count == 0)
         return nullptr;
     // The kernel is as long as the record. Of several repetitions each meets only its first `length` taps, so the lags

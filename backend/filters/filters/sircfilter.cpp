@@ -114,7 +114,6 @@ SircFilter::SircFilter(SircFilterParameters* parameters)
 {
     RequirePatternLock(kFilter, parameters);
     this->parameters = parameters;
-    notPrepared = true;
     DeviceConfiguration* const config = parameters->GetConfig();
     if (config == nullptr)
         return;
@@ -278,10 +277,10 @@ Complex* SircFilter::BesselThomson4th_corrected(double* frequencies, int count, 
                                                 double referenceCutoff)
 {
     constexpr const char* kOperation = "SircFilter::BesselThomson4th_corrected";
-    RequirePositive(kOperation, "channelCutoff", channelCutoff, "a finite positive frequency in hertz");
-    RequirePositive(kOperation, "referenceCutoff", referenceCutoff, "a finite positive frequency in hertz");
     if (count < 1)
         return NewArray<Complex>(0).release();
+    RequirePositive(kOperation, "channelCutoff", channelCutoff, "a finite positive frequency in hertz");
+    RequirePositive(kOperation, "referenceCutoff", referenceCutoff, "a finite positive frequency in hertz");
     if (frequencies == nullptr)
         Refuse(kOperation, "frequencies", "null", "an array of count values");
     OwnedArrayOf<Complex> result = NewArray<Complex>(static_cast<std::size_t>(count));

@@ -54,7 +54,8 @@ public:
     ~SircFilter() override;
 
     /// Rebuilds the kernel and resets the dirty state; the signal is not read. Dirty parameters get their tables and
-    /// uiSamples from the configuration anew. A failure leaves kernel, parameters and dirty state as they were.
+    /// uiSamples from the configuration anew. A failure leaves kernel, parameters and dirty state as they were:
+    /// the kernel from before is not released, and filters again as soon as the host calls ResetDirty.
     /// @throws std::exception  what GenerateSircFilter_BasedOnDCA throws: std::bad_alloc itself, a new
     ///                         std::invalid_argument or, for anything else, a new exception with the same text
     void Prepare(SystemFramework::SignalData* signal) override;
@@ -85,8 +86,7 @@ public:
     /// the fourth-order Bessel-Thomson response of referenceCutoff over that of channelCutoff.
     /// @param frequencies  count values [Hz], read only
     /// @return new array of count values; the caller releases it with ::operator delete. Empty when count is below 1.
-    /// @throws std::invalid_argument  frequencies is null though count is positive, or a cutoff is not finite and
-    ///                                positive
+    /// @throws std::invalid_argument  count is positive, and frequencies is null or a cutoff not finite and positive
     std::complex<double>* BesselThomson4th_corrected(double* frequencies, int count, double channelCutoff,
                                                      double referenceCutoff);
 

@@ -1,6 +1,8 @@
 // What a filter asks of its parameters before anything else.
 #pragma once
 
+#include <typeinfo>
+
 #include "framework/basefilterparameters.h"
 #include "framework/deviceconfiguration.h"
 #include "framework/plumbing/error.h"
@@ -29,6 +31,14 @@ inline const DeviceConfiguration& ConfigurationOf(const char* filter,
         SystemFramework::Refuse(filter, "configuration", "null",
                                 "the device configuration, which holds the symbol rate");
     return *config;
+}
+
+/// Whether the filter is of a class that a host has derived. Its Prepare may fill in sizes on its own, so that a record can
+/// be held against them only after it; before the filter's own Prepare the record is checked first.
+template <typename Filter>
+bool IsDerivedByHost(const Filter& filter)
+{
+    return typeid(filter) != typeid(Filter);
 }
 
 }  // namespace Tarnwick::DSO::Filters

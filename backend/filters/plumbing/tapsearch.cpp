@@ -1,6 +1,7 @@
 #include "filters/plumbing/tapsearch.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include "framework/plumbing/patternsymbols.h"
 #include "maths/convolution/circularconvolver.h"
 #include "maths/equalisers/tdecq.h"
+#include "maths/patterns/codings.h"
 #include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Filters {
@@ -96,6 +98,7 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
     const auto sampleCount = static_cast<int>(record.size());
     search.grid.Require(filter);
     search.grid.RequireFit(filter, search.patternLengthUi, std::min(search.mainCursorIndex, numberOfTaps) + 1);
+    RequireWholeSampling(filter, search.config, samplesPerUi);
     const PatternPeriod period(filter, search.config, samplesPerUi, search.patternLengthUi);
     period.RequireWholeRepetitions(sampleCount);
     if (sampleCount % samplesPerUi != 0)
@@ -114,7 +117,10 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
 
     const std::string symbols =
         search.useUserPattern ? search.patternSymbols : DetectedSymbols(filter, search, filtered, period);
-    const auto levels = LevelsOf(filter, search, symbols, search.signalCoding, search.withoutGrayCoding).levels;
+    // The equaliser is one for PAM4: where the coding is not told, the symbols are still numbered as those of PAM4 are.
+    const E_SIGNAL_CODING coding =
+        Maths::FindCoding(search.signalCoding) == nullptr ? SIGNAL_CODING_PAM4 : search.signalCoding;
+    const auto levels = LevelsOf(filter, search, symbols, coding, search.withoutGrayCoding).levels;
     const std::vector<double> capture = Maths::WithoutMean(filtered);
     const auto spacing = static_cast<std::size_t>(samplesPerUi);
     const auto located = Maths::LocatePattern(capture, levels, spacing);
@@ -129,6 +135,15 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
     if (!equaliser)
         Refuse(filter, "mainCursorIndex", cursor, "a place at which the capture lets the largest tap stand");
     return std::move(equaliser->taps);
+}
+
+void RequireWholeSampling(const char* filter, const DeviceConfiguration& config, int samplesPerUi)
+{
+    const double sampling = config.useFractionalSampling ? RealSamplesPerUi(config) : samplesPerUi;
+    if (sampling != std::trunc(sampling))
+        Refuse(filter, "uiDuration / sampleSpacing", sampling, "a whole number for the TDECQ equaliser");
+    if (sampling != samplesPerUi)
+        Refuse(filter, "uiDuration / sampleSpacing", sampling, "samplesPerUi, " + std::to_string(samplesPerUi));
 }
 
 }  // namespace Tarnwick::DSO::Filters

@@ -44,4 +44,8 @@ struct TdecqSearch : TapSearch {
 /// @throws std::invalid_argument  as FFEFilter::Prepare
 std::vector<double> FindTaps(const char* filter, const TdecqSearch& search);
 
+/// What taps a UI apart ask for.
+/// @throws std::invalid_argument  sampling is fractional, and uiDuration / sampleSpacing other than samplesPerUi
+void RequireWholeSampling(const char* filter, const DeviceConfiguration& config, int samplesPerUi);
+
 }  // namespace Tarnwick::DSO::Filters

@@ -95,7 +95,7 @@ void PatternPeriod::RefuseShort(int sampleCount) const
            "at least one repetition of " + SystemFramework::TextOf(length_) + " samples");
 }
 
-double SampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern)
+void RequireSampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern)
 {
     if (!std::isfinite(config.baudRateGBd) || config.baudRateGBd <= 0.0)
         Refuse(filter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
@@ -104,7 +104,12 @@ double SampleInterval(const char* filter, const DeviceConfiguration& config, int
     const int samplesPerUi = samplesPerPattern / config.patternLengthUi;
     if (samplesPerUi <= 0)
         Refuse(filter, "samples per UI", samplesPerUi, "at least 1");
-    return (1.0 / (config.baudRateGBd * 1e9)) / samplesPerUi;
+}
+
+double SampleInterval(const DeviceConfiguration& config, int samplesPerPattern)
+{
+    const int samplesPerUi = config.patternLengthUi > 0 ? samplesPerPattern / config.patternLengthUi : 0;
+    return samplesPerUi > 0 ? (1.0 / (config.baudRateGBd * 1e9)) / samplesPerUi : 0.0;
 }
 
 int WholeRepetitions(const char* filter, const DeviceConfiguration& config, int sampleCount)

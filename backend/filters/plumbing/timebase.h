@@ -54,9 +54,10 @@ private:
     double slack_;  // [samples] by which a repetition may be longer or shorter: 1 with a fraction, else 0
 };
 
-/// Sample interval [s]: one UI over the whole samples per UI of a pattern of `samplesPerPattern`.
+/// Sample interval [s]: one UI over the whole samples per UI of a pattern of `samplesPerPattern`; 0 when it has none.
+double SampleInterval(const DeviceConfiguration& config, int samplesPerPattern);
 /// @throws std::invalid_argument  the symbol rate is not finite and positive, or a UI has no whole sample
-double SampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern);
+void RequireSampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern);
 
 /// Whole pattern repetitions in a record of `sampleCount` samples, formed as
 /// sampleCount / (patternLengthUi (uiDuration / sampleSpacing)) or sampleCount / (samplesPerUi patternLengthUi),

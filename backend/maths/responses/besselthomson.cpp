@@ -50,6 +50,8 @@ void BesselResponse::Denominator(double x, double& real, double& imag) const
 
 std::complex<double> BesselResponse::At(double x) const
 {
+    if (x == 0.0)
+        return 1.0;  // the quotient of a_0 by itself may miss it by a rounding
     double real = 0.0;
     double imag = 0.0;
     Denominator(x, real, imag);

@@ -20,7 +20,7 @@ TARNWICK_FRAMEWORK_API int WrappingFactorial(int n);
 TARNWICK_FRAMEWORK_API double BesselCoefficient(int order, int k);
 
 /// H(jx) = a_0 / B_n(jx) at a normalised angular frequency x, in real arithmetic: the even powers of jx are real, the
-/// odd ones imaginary.
+/// odd ones imaginary. H(0) is exactly 1.
 class TARNWICK_FRAMEWORK_API BesselResponse {
 public:
     explicit BesselResponse(int order);

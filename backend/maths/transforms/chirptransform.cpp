@@ -8,6 +8,7 @@
 
 #include "maths/convolution/hotloops.h"
 #include "maths/transforms/factors.h"
+#include "maths/transforms/lifetimes.h"
 #include "maths/transforms/plancache.h"
 
 namespace Tarnwick::DSO::Maths {
@@ -51,8 +52,8 @@ std::vector<Complex> Chirp(std::size_t length)
 
 std::shared_ptr<const ChirpTransform> ChirpTransform::Of(std::size_t length, std::size_t inputs)
 {
-    static PlanCache<ChirpTransform, std::pair<std::size_t, std::size_t>> cache;
-    return cache.Get({length, inputs}, [=] { return std::make_shared<ChirpTransform>(length, inputs); });
+    static NeverDestroyed<PlanCache<ChirpTransform, std::pair<std::size_t, std::size_t>>> cache;
+    return cache->Get({length, inputs}, [=] { return std::make_shared<ChirpTransform>(length, inputs); });
 }
 
 // n k = (n^2 + k^2 - (k - n)^2) / 2: the transform is a convolution with the conjugate chirp between two products.

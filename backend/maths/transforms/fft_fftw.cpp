@@ -11,16 +11,16 @@
 #include <fftw3.h>
 
 #include "maths/transforms/fft.h"
+#include "maths/transforms/lifetimes.h"
 #include "maths/transforms/plancache.h"
 
 namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// Never destroyed: plans that are released while the process ends still need it. Deliberate.
 std::mutex& PlannerMutex()
 {
-    static auto* mutex = new std::mutex;  // NOLINT(cppcoreguidelines-owning-memory)
+    static NeverDestroyed<std::mutex> mutex;
     return *mutex;
 }
 
@@ -118,8 +118,8 @@ std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
     if (length == 0 || length % 2 != 0)
         throw std::invalid_argument("RealTransform: length is " + std::to_string(length) +
                                     "; expected an even number of values");
-    static PlanCache<RealTransform> cache;
-    return cache.Get(length, [length] {
+    static NeverDestroyed<PlanCache<RealTransform>> cache;
+    return cache->Get(length, [length] {
         // With FFTW_ESTIMATE the planner looks at the arrays' alignment and does not write to them.
         AlignedBuffer<double> values(length);
         AlignedBuffer<Complex> bins(length / 2 + 1);
@@ -132,8 +132,8 @@ std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
     if (length == 0)
         throw std::invalid_argument("ComplexTransform: length is " + std::to_string(length) +
                                     "; expected at least one value");
-    static PlanCache<ComplexTransform> cache;
-    return cache.Get(length, [length] {
+    static NeverDestroyed<PlanCache<ComplexTransform>> cache;
+    return cache->Get(length, [length] {
         AlignedBuffer<Complex> data(length);
         return std::make_shared<FftwComplex>(PlanLength(length), data.Data());
     });
@@ -144,8 +144,8 @@ std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)
     if (length == 0)
         throw std::invalid_argument("RowTransform: length is " + std::to_string(length) +
                                     "; expected at least one value");
-    static PlanCache<RowTransform> cache;
-    return cache.Get(length, [length] {
+    static NeverDestroyed<PlanCache<RowTransform>> cache;
+    return cache->Get(length, [length] {
         AlignedBuffer<Complex> from(length);
         AlignedBuffer<Complex> to(length);
         return std::make_shared<FftwRow>(PlanLength(length), from.Data(), to.Data());

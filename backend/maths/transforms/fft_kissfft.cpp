@@ -10,6 +10,7 @@
 #include "maths/transforms/chirptransform.h"
 #include "maths/transforms/factors.h"
 #include "maths/transforms/fft.h"
+#include "maths/transforms/lifetimes.h"
 #include "maths/transforms/plancache.h"
 #include "maths/transforms/roots.h"
 
@@ -30,8 +31,10 @@ Complex Product(Complex a, Complex b)
 
 Complex* Scratch(std::size_t slot, std::size_t length)
 {
-    thread_local AlignedBuffer<Complex> buffers[3];
-    return buffers[slot].Reserve(length);
+    struct Buffers {
+        AlignedBuffer<Complex> slots[3];
+    };
+    return OfThisThread<Buffers>().slots[slot].Reserve(length);
 }
 
 class SmoothTransform final : public ComplexTransform {
@@ -157,8 +160,8 @@ std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
     if (length == 0 || length % 2 != 0)
         throw std::invalid_argument("RealTransform: length is " + std::to_string(length) +
                                     "; expected an even number of values");
-    static PlanCache<RealTransform> cache;
-    return cache.Get(length, [length] { return std::make_shared<PairedReal>(length); });
+    static NeverDestroyed<PlanCache<RealTransform>> cache;
+    return cache->Get(length, [length] { return std::make_shared<PairedReal>(length); });
 }
 
 std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
@@ -166,12 +169,12 @@ std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
     if (length == 0)
         throw std::invalid_argument("ComplexTransform: length is " + std::to_string(length) +
                                     "; expected at least one value");
-    static PlanCache<ComplexTransform> smooth;
+    static NeverDestroyed<PlanCache<ComplexTransform>> smooth;
     if (IsFiveSmooth(length))
-        return smooth.Get(length, [length] { return std::make_shared<SmoothTransform>(length); });
+        return smooth->Get(length, [length] { return std::make_shared<SmoothTransform>(length); });
     // In a cache of its own: making one asks the first cache for a smooth transform, and a cache is locked meanwhile.
-    static PlanCache<ComplexTransform> chirped;
-    return chirped.Get(length, [length] { return std::make_shared<Chirped>(length); });
+    static NeverDestroyed<PlanCache<ComplexTransform>> chirped;
+    return chirped->Get(length, [length] { return std::make_shared<Chirped>(length); });
 }
 
 std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)
@@ -179,8 +182,8 @@ std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)
     if (length == 0)
         throw std::invalid_argument("RowTransform: length is " + std::to_string(length) +
                                     "; expected at least one value");
-    static PlanCache<RowTransform> cache;
-    return cache.Get(length, [length]() -> std::shared_ptr<const RowTransform> {
+    static NeverDestroyed<PlanCache<RowTransform>> cache;
+    return cache->Get(length, [length]() -> std::shared_ptr<const RowTransform> {
         if (IsFiveSmooth(length))
             return std::make_shared<SmoothRow>(length);
         return std::make_shared<ChirpedRow>(length);

@@ -1,5 +1,5 @@
 // Keeps transform plans once they are made: for powers of two, which are few, for good; for other lengths the eight
-// that were asked for last.
+// that were asked for last. A cache is declared NeverDestroyed.
 #pragma once
 
 #include <algorithm>

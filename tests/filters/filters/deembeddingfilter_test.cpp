@@ -255,7 +255,10 @@ TEST(DeEmbeddingFilter, PreservesTheNoiseOrSwitchesThatOff)
     };
     const double plain = rms();
     deembedder.parameters.preserveNoise = true;
+    double hosts = 1.0;
+    deembedder.parameters.frequencyGrid = &hosts;  // not released, but not left behind either
     EXPECT_GT(rms(), 2.0 * plain);
+    EXPECT_EQ(deembedder.parameters.frequencyGrid, nullptr);
     EXPECT_TRUE(deembedder.parameters.preserveNoise && deembedder.parameters.preserveNoiseApplied);
     // Nothing lies above the corner.
     deembedder.parameters.noiseCornerFrequency = 400e9;

@@ -149,6 +149,23 @@ TEST(FFEFilterManualTaps, StandAtTheirSpacing)
     }
 }
 
+// Behind the last whole repetition, however much of one that is.
+TEST(FFEFilterManualTaps, GoWithPartOfARepetition)
+{
+    for (const int count : {14, 15, 16, 19, 26}) {
+        SCOPED_TRACE(count);
+        Equaliser equaliser(Nrz(kBits.substr(0, 10), 1), Manual({2.0}));
+        const auto record = RandomValues(static_cast<std::size_t>(count), 9);
+        const auto output = equaliser.Apply(record);
+        const std::size_t whole = count / 10 * (count / (count / 10));  // equal shares of the record
+        for (std::size_t k = 0; k < record.size(); ++k)
+            EXPECT_EQ(output[k], k < whole ? 2.0 * record[k] : 0.0) << k;
+        ExpectRefused([&] { Equaliser(Nrz(kBits.substr(0, 10), 1), Automatic(1)).Apply(record); },
+                      "FFEFilter: sampleCount is " + std::to_string(count) +
+                          "; expected a whole number of repetitions of 10 samples");
+    }
+}
+
 TEST(FFEFilterQuantisedTaps, AreReportedButNeverApplied)
 {
     const std::vector<double> exact = {-0.1, 0.8, -0.1};
@@ -178,6 +195,24 @@ TEST(FFEFilterQuantisedTaps, AreReportedButNeverApplied)
     equaliser.Prepare(record);
     EXPECT_EQ(p.taps, (std::vector<double>{0.0, 32.0, -32.0, 0.0}));
     EXPECT_EQ(p.appliedTaps, (std::vector<double>{0.0, 2.0, -2.0, 0.0}));
+
+    // The public generator takes them as they are, and reports numberOfTaps of them.
+    const struct {
+        std::vector<double> taps;
+        int tapResolution;
+        std::vector<double> reported;
+    } reports[] = {{{1.0, -1.0, 2.0, 4.0}, 8, {1.0, -1.0}},
+                   {{2.0}, 8, {8.0, 0.0}},
+                   {{1.0, -3.0}, 0, {0.0, 0.0}},
+                   {{1.0, -3.0}, -4, {-1.0, 3.0}}};
+    for (const auto& [taps, tapResolution, reported] : reports) {
+        p.numberOfTaps = 2;
+        p.tapResolution = tapResolution;
+        p.taps = taps;
+        Take(equaliser.filter->GetFFEAutomaticCoefficients(&p, nullptr), 16);
+        EXPECT_EQ(p.taps, reported);
+        EXPECT_EQ(p.appliedTaps, taps);
+    }
 
     FFEFilterParameters plain(8, {0.5, -1.5}, 2, 4, SIGNAL_CODING_NRZ, true, false, false);
     EXPECT_EQ(plain.mainCursorPosition, 4);  // the taps per UI
@@ -306,7 +341,7 @@ TEST(FFEFilterTdecq, FindsItsTapsBehindTheLowPassAtTheMainCursor)
     }
 }
 
-// The same with and without Gray coding and text.
+// The same with and without Gray coding and text, and where the coding is not told.
 TEST(FFEFilterTdecq, PublishesItsSymbolSpacedTaps)
 {
     const auto capture = Pam4Capture(10.0, 0.0);
@@ -316,10 +351,14 @@ TEST(FFEFilterTdecq, PublishesItsSymbolSpacedTaps)
     gray.useUserPattern = levels.useUserPattern = levels.withoutGrayCoding = true;
     levels.patternSymbols = LevelText(Prbs13qLevels());
     std::vector<double> first;
-    for (const DeviceConfiguration& config : {gray, detected, levels}) {
+    DeviceConfiguration unknown = gray;
+    unknown.signalCoding = SIGNAL_CODING_UNKNOWN;
+    int tapsPerUi = 0;
+    for (const DeviceConfiguration& config : {gray, detected, levels, unknown}) {
         Equaliser equaliser(config, Automatic(5));
         equaliser.parameters.useTdecqEqualizer = true;
-        equaliser.parameters.tapsPerUi = 2;
+        equaliser.parameters.tapsPerUi = tapsPerUi;  // whatever it says
+        tapsPerUi += 4;
         equaliser.Prepare(capture);
         const auto& taps = equaliser.parameters.appliedTaps;
         if (first.empty())
@@ -339,7 +378,7 @@ TEST(FFEFilterTdecq, PublishesItsSymbolSpacedTaps)
 
 TEST(FFEFilterTdecq, TakesManualTapsWithGainOne)
 {
-    Equaliser equaliser(Nrz(kBits, 8), Manual({0.0, 2.0, 0.0}));
+    Equaliser equaliser(Nrz(kBits, 8), Manual({0.0, 2.0, 0.0}, 0));
     equaliser.parameters.useTdecqEqualizer = true;
     const auto record = RandomValues(512, 2);
     EXPECT_NEAR(equaliser.Apply(record)[8], record[0], 1e-15);
@@ -359,14 +398,12 @@ TEST(FFEFilterErrors, NameWhatIsWrongAndChangeNothing)
         {"numberOfTaps is -1; expected 0 or more taps", [](auto& p) { p.numberOfTaps = -1; }},
         {"numberOfTaps is 65; expected 1 to 64, the places in one repetition", [](auto& p) { p.numberOfTaps = 65; }},
         {"mainCursorPosition is 4; expected at most numberOfTaps, 3", [](auto& p) { p.mainCursorPosition = 4; }},
-        {"tapResolution is 0; expected at least 1 step", [](auto& p) { p.tapResolution = 0; }},
         {"taps[1] is nan; expected a finite number", Manual({1.0, kNan, 0.0})},
         {"sum of the taps' magnitudes is 0; expected a finite positive number", Manual({0.0, 0.0})},
         {"patternSymbols is empty; expected the pattern's symbols",
          [](auto& p) { p.GetConfig()->patternSymbols.clear(); }},
         {"length of patternSymbols is 8; expected patternLengthUi, 64",
          [](auto& p) {
-             Manual({1.0})(p);
              p.GetConfig()->patternSymbols.resize(8);
              p.GetConfig()->multiplePatternRecord = true;
          }},
@@ -400,6 +437,16 @@ TEST(FFEFilterErrors, NameWhatIsWrongAndChangeNothing)
     ExpectRefused([] { Equaliser(Nrz(kBits, 8), Automatic(3)).Apply(Constant(0.5, 512)); },
                   "FFEFilter: numberOfTaps is 3; expected as many taps as the capture can tell apart: it is constant, "
                   "not finite, or its pattern too simple");
+    Equaliser fractional(FractionallySampled(Nrz(kBits, 8), 7.5), Automatic(3));
+    auto samples = record;
+    const auto generate = [&](int samplesPerUi) {
+        fractional.filter->GenerateTDECQAutomaticCoefficients(samples.data(), 512, nullptr, 0, kBits, 64, samplesPerUi,
+                                                              2, true, false, SIGNAL_CODING_PAM4, -1);
+    };
+    ExpectRefused([&] { generate(7); },
+                  "FFEFilter: uiDuration / sampleSpacing is 7.5; expected a whole number for the TDECQ equaliser");
+    fractional.config = FractionallySampled(fractional.config, 8.0);
+    ExpectRefused([&] { generate(4); }, "FFEFilter: uiDuration / sampleSpacing is 8; expected samplesPerUi, 4");
 }
 
 }  // namespace

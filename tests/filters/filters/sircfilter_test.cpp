@@ -454,7 +454,7 @@ TEST(SircRetargeting, IsTheRatioOfTwoBesselThomsonResponses)
         const Complex expected = BesselThomsonAt(4, w / 20e9) / BesselThomsonAt(4, w / 39.8e9);
         EXPECT_LT(std::abs(ratio[k] - expected), 1e-13 * std::abs(expected));
     }
-    Take(filter.BesselThomson4th_corrected(nullptr, -1, 1.0, 1.0), 0);
+    Take(filter.BesselThomson4th_corrected(nullptr, -1, 0.0, kNan), 0);
 }
 
 TEST(SircErrors, NameTheArgument)
