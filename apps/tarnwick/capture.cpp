@@ -1,6 +1,8 @@
 #include "capture.h"
 
 #include "notes.h"
+#include "options.h"
+#include "workbench/units.h"
 
 namespace Tarnwick::App {
 
@@ -9,20 +11,31 @@ using DSO::Workbench::Waveform;
 
 void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
 {
-    command.add_option("capture", options.name, "Capture: text with one value a line, CSV, or .npy")->required();
-    command.add_option("--skip-lines", options.skipLines, "Lines to drop at the head of a text capture")
-        ->check(CLI::Range(0, 1000000000));
-}
-
-void AddMinusOption(CLI::App& command, CaptureOptions& options)
-{
+    constexpr double kMost = 1e12;
+    command
+        .add_option("capture", options.name,
+                    "Capture: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not")
+        ->required();
     command.add_option("--minus", options.minus, "Second capture to subtract (differential pairs)");
+    command
+        .add_option("--skip-lines", options.reading.skipLines,
+                    "Lines to drop at the head of a text capture; 0: numbers at its head are samples")
+        ->check(CLI::Range(0, 1000000000));
+    command.add_option("--column", options.reading.column, "Which column of a text capture holds the values")
+        ->type_name("NAME|NUMBER");
+    command
+        .add_option("--sample-rate", options.sampleRateGsps, "Sample rate, where the capture does not tell it [GS/s]")
+        ->check(RealRange(1.0 / kMost, kMost))
+        ->type_name("GSPS");
+    command.add_option("--scale", options.reading.scale, "Factor of every sample: for raw counts the volts of one")
+        ->check(RealRange(-kMost, kMost));
 }
 
 Waveform ReadCapture(const CaptureOptions& options)
 {
-    Waveform capture =
-        DSO::Workbench::ReadCapture({options.name, options.minus, static_cast<std::size_t>(options.skipLines)});
+    DSO::Workbench::CaptureSource source{options.name, options.minus, options.reading};
+    source.options.sampleRate = options.sampleRateGsps * DSO::Workbench::kGiga;
+    Waveform capture = DSO::Workbench::ReadCapture(source);
     PrintNotes(capture.notes);
     return capture;
 }

@@ -15,11 +15,12 @@ namespace Tarnwick::App {
 struct CaptureOptions {
     std::string name;
     std::string minus;  ///< a second capture to subtract; empty: none
-    int skipLines = 0;
+    DSO::Workbench::WaveformOptions reading;
+    double sampleRateGsps = 0.0;  ///< 0: as the file's times say
 };
 
+/// The capture and how to read it: the same for every command that reads one.
 void AddCaptureOptions(CLI::App& command, CaptureOptions& options);
-void AddMinusOption(CLI::App& command, CaptureOptions& options);
 
 /// The capture that the options name; notes go to stderr.
 DSO::Workbench::Waveform ReadCapture(const CaptureOptions& options);

@@ -1,7 +1,6 @@
 // A capture as a chain takes it: read from its file, a second one subtracted, cut to whole repetitions of the pattern.
 #pragma once
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,9 +13,9 @@ namespace Tarnwick::DSO::Workbench {
 
 /// Where a capture comes from.
 struct CaptureSource {
-    std::string name;           ///< the file
-    std::string minus;          ///< a second file, whose samples are subtracted (differential pairs); empty: none
-    std::size_t skipLines = 0;  ///< lines to drop at the head of text files
+    std::string name;         ///< the file
+    std::string minus;        ///< a second file, whose samples are subtracted (differential pairs); empty: none
+    WaveformOptions options;  ///< of both files
 };
 
 /// Reads the capture and subtracts the second one. The notes are those of both files.

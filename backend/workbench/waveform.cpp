@@ -9,14 +9,15 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
-#include <limits>
-#include <optional>
 #include <random>
 #include <string_view>
+#include <utility>
 
 #include <fmt/format.h>
 
 #include "workbench/failure.h"
+#include "workbench/plumbing/gunzip.h"
+#include "workbench/plumbing/textcapture.h"
 #include "workbench/plumbing/wholefile.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -26,50 +27,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view kNpyMagic = "\x93NUMPY";
-constexpr double kEvenSpacing = 0.01;  // [intervals] by which times may be off: printed ones are rounded
-
-// The whole token as a number, in the C locale whatever the process uses.
-std::optional<double> Number(std::string_view token)
-{
-    if (token.size() > 1 && token.front() == '+' && token[1] != '-')
-        token.remove_prefix(1);
-    double value = 0.0;
-    const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), value);
-    if (end != token.data() + token.size() || token.empty())
-        return std::nullopt;
-    if (error ==
-        std::errc::result_out_of_range)  // too small is zero; too large is infinity, which a waveform must not hold
-        return token.find("e-") != std::string_view::npos || token.find("E-") != std::string_view::npos
-                   ? 0.0
-                   : std::numeric_limits<double>::infinity();
-    return error == std::errc() ? std::optional(value) : std::nullopt;
-}
-
-std::string_view Trimmed(std::string_view text)
-{
-    const std::size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
-    const std::size_t end = text.find_last_not_of(" \t");
-    return text.substr(begin, end == std::string_view::npos ? 0 : end + 1 - begin);
-}
-
-// Between commas or semicolons, where an empty column is one, or, without those, between blanks.
-std::vector<std::string_view> Columns(std::string_view line)
-{
-    line = Trimmed(line);
-    std::vector<std::string_view> columns;
-    if (line.empty())
-        return columns;
-    const std::string_view separators = line.find_first_of(",;") != std::string_view::npos ? ",;" : " \t";
-    while (true) {
-        const std::size_t end = line.find_first_of(separators);
-        columns.push_back(Trimmed(line.substr(0, end)));
-        if (end == std::string_view::npos)
-            return columns;
-        line.remove_prefix(end + 1);
-        if (separators.front() == ' ')
-            line = Trimmed(line);
-    }
-}
 
 std::string Ending(const fs::path& path)
 {
@@ -78,96 +35,6 @@ std::string Ending(const fs::path& path)
                    [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
     return ending;
 }
-
-class TextReader {
-public:
-    TextReader(std::string name, std::size_t skipLines) : name_(std::move(name)), skipLines_(skipLines) {}
-
-    Waveform Read(std::string_view content)
-    {
-        if (content.substr(0, 3) == "\xEF\xBB\xBF")
-            content.remove_prefix(3);
-        for (std::size_t begin = 0; begin < content.size();) {
-            const std::size_t end = std::min(content.find('\n', begin), content.size());
-            std::string_view line = content.substr(begin, end - begin);
-            if (!line.empty() && line.back() == '\r')
-                line.remove_suffix(1);
-            ++line_;
-            if (line_ > skipLines_)
-                Take(line);
-            begin = end + 1;
-        }
-        if (waveform_.samples.empty())
-            throw DataFailure(fmt::format("{}: holds no number", name_));
-        if (headerLines_ > 0)
-            waveform_.notes.push_back(fmt::format("{}: {} header line{} passed over, the first is \"{}\"", name_,
-                                                  headerLines_, headerLines_ == 1 ? "" : "s", firstHeader_));
-        FindInterval();
-        return std::move(waveform_);
-    }
-
-private:
-    void Take(std::string_view line)
-    {
-        const auto columns = Columns(line);
-        if (columns.empty())
-            return;
-        const auto value = Number(columns.back());
-        const auto first = columns.size() > 1 ? Number(columns.front()) : value;
-        if (waveform_.samples.empty() && (!value || !first)) {
-            if (headerLines_++ == 0)
-                firstHeader_ = std::string(line.substr(0, 60));
-            return;
-        }
-        if (!value || !first)
-            Fail(fmt::format("\"{}\" is no number", !value ? columns.back() : columns.front()));
-        if (!std::isfinite(*value) || !std::isfinite(*first))
-            Fail(fmt::format("value is {}; expected a finite number", columns.back()));
-        if (waveform_.samples.empty())
-            columnCount_ = columns.size();
-        else if (columns.size() != columnCount_)
-            Fail(fmt::format("has {} columns; expected {}", columns.size(), columnCount_));
-        waveform_.samples.push_back(*value);
-        if (columnCount_ > 1)
-            times_.push_back(*first);
-    }
-
-    void FindInterval()
-    {
-        if (times_.size() < 2)
-            return;
-        const double interval = (times_.back() - times_.front()) / static_cast<double>(times_.size() - 1);
-        if (!std::isfinite(interval) || interval <= 0.0) {
-            waveform_.notes.push_back(
-                fmt::format("{}: the first column does not rise; it is not read as times", name_));
-            return;
-        }
-        for (std::size_t k = 0; k < times_.size(); ++k) {
-            const double expected = times_.front() + interval * static_cast<double>(k);
-            if (std::abs(times_[k] - expected) > std::max(kEvenSpacing * interval, 1e-9 * std::abs(expected))) {
-                waveform_.notes.push_back(
-                    fmt::format("{}: the times are not evenly spaced (sample {}); their mean is used", name_, k));
-                break;
-            }
-        }
-        waveform_.interval = interval;
-        waveform_.start = times_.front();
-    }
-
-    [[noreturn]] void Fail(const std::string& what) const
-    {
-        throw DataFailure(fmt::format("{}:{}: {}", name_, line_, what));
-    }
-
-    std::string name_;
-    std::size_t skipLines_;
-    std::size_t line_ = 0;
-    std::size_t headerLines_ = 0;
-    std::size_t columnCount_ = 0;
-    std::string firstHeader_;
-    std::vector<double> times_;
-    Waveform waveform_;
-};
 
 // The text after a key of the header's Python dictionary, up to where the value ends.
 std::string_view NpyField(std::string_view header, std::string_view key)
@@ -238,6 +105,64 @@ Waveform ReadNpy(const std::string& name, std::string_view content)
     return waveform;
 }
 
+// Numbers and nothing else.
+template <typename Word>
+Waveform ReadRaw(const std::string& name, std::string_view content)
+{
+    if (content.empty() || content.size() % sizeof(Word) != 0)
+        throw DataFailure(fmt::format("{}: holds {} bytes; expected values of {}", name, content.size(), sizeof(Word)));
+    Waveform waveform;
+    waveform.samples.resize(content.size() / sizeof(Word));
+    for (std::size_t k = 0; k < waveform.samples.size(); ++k) {
+        waveform.samples[k] =
+            FromBytes<Word>(content.data() + k * sizeof(Word), std::endian::native != std::endian::little);
+        if (!std::isfinite(waveform.samples[k]))
+            throw DataFailure(
+                fmt::format("{}: sample {} is {}; expected a finite number", name, k, waveform.samples[k]));
+    }
+    return waveform;
+}
+
+Waveform ReadUnpacked(std::string_view content, const std::string& name, const std::string& ending,
+                      const WaveformOptions& options)
+{
+    using Reader = Waveform (*)(const std::string&, std::string_view);
+    constexpr std::pair<std::string_view, Reader> kReaders[] = {
+        {".npy", &ReadNpy}, {".f32", &ReadRaw<float>}, {".f64", &ReadRaw<double>}, {".i16", &ReadRaw<std::int16_t>}};
+    for (const auto& [of, read] : kReaders) {
+        if (ending != of)
+            continue;
+        Waveform waveform = read(name, content);
+        if (options.skipLines.value_or(0) > 0)
+            waveform.notes.push_back(fmt::format("{}: holds no lines to skip", name));
+        if (!options.column.empty())
+            waveform.notes.push_back(fmt::format("{}: holds no columns to choose from", name));
+        return waveform;
+    }
+    return ReadTextCapture(content, name, options);
+}
+
+// What the options say goes before what the file says.
+void TakeRateAndScale(Waveform& waveform, const std::string& name, const WaveformOptions& options)
+{
+    constexpr double kTolerance = 0.01;  // times in a text file are rounded
+    if (options.sampleRate > 0.0) {
+        const double interval = 1.0 / options.sampleRate;
+        if (waveform.interval > 0.0 && std::abs(waveform.interval - interval) > kTolerance * interval)
+            waveform.notes.push_back(fmt::format("{}: its times give {:.6g} GS/s; {:.6g} GS/s, as given, is used", name,
+                                                 1e-9 / waveform.interval, 1e-9 * options.sampleRate));
+        waveform.interval = interval;
+    }
+    if (options.scale == 1.0)
+        return;
+    for (double& sample : waveform.samples) {
+        sample *= options.scale;
+        if (!std::isfinite(sample))
+            throw DataFailure(fmt::format("{}: sample {} times {} is too large", name,
+                                          &sample - waveform.samples.data(), options.scale));
+    }
+}
+
 std::string Text(std::span<const double> samples, double interval, double start)
 {
     fmt::memory_buffer text;
@@ -268,20 +193,26 @@ std::string Npy(std::span<const double> samples)
 
 }  // namespace
 
-Waveform ReadWaveform(const fs::path& path, std::size_t skipLines)
+Waveform ReadWaveform(const fs::path& path, const WaveformOptions& options)
 {
-    return WaveformFrom(ReadWholeFile(path), path, skipLines);
+    return WaveformFrom(ReadWholeFile(path), path, options);
 }
 
-Waveform WaveformFrom(std::string_view content, const fs::path& path, std::size_t skipLines)
+Waveform WaveformFrom(std::string_view content, const fs::path& path, const WaveformOptions& options)
 {
-    if (Ending(path) == ".npy") {
-        Waveform waveform = ReadNpy(path.string(), content);
-        if (skipLines > 0)
-            waveform.notes.push_back(fmt::format("{}: holds no lines to skip", path.string()));
-        return waveform;
-    }
-    return TextReader(path.string(), skipLines).Read(content);
+    const auto require = [](bool holds, const char* option, double value, const char* expected) {
+        if (!holds)
+            throw UsageFailure(fmt::format("{} is {}; expected {}", option, value, expected));
+    };
+    require(std::isfinite(options.sampleRate) && options.sampleRate >= 0.0, "sample rate", options.sampleRate,
+            "a number above 0 Hz");
+    require(std::isfinite(options.scale) && options.scale != 0.0, "scale", options.scale, "a number other than 0");
+    const std::string name = path.string();
+    Waveform waveform = Ending(path) == ".gz"
+                            ? ReadUnpacked(Unzipped(content, name), name, Ending(path.stem()), options)
+                            : ReadUnpacked(content, name, Ending(path), options);
+    TakeRateAndScale(waveform, name, options);
+    return waveform;
 }
 
 void WriteWhole(const fs::path& path, std::span<const char> content)

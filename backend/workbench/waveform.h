@@ -1,8 +1,9 @@
-// Waveform files: text with one value a line, CSV whose last column is the value, and NumPy's .npy.
+// Waveform files: text with one value a line, CSV, NumPy's .npy and raw numbers, packed by gzip or not.
 #pragma once
 
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,20 +15,32 @@ namespace Tarnwick::DSO::Workbench {
 
 struct Waveform {
     std::vector<double> samples;     ///< [V]
-    double interval = 0.0;           ///< [s] from a first column of times; 0: the file does not say
+    double interval = 0.0;           ///< [s] from a column of times or as given; 0: not known
     double start = 0.0;              ///< [s] the first of those times
     std::vector<std::string> notes;  ///< what was passed over or assumed, for the user to read
 };
 
-/// Reads a capture; a name that ends in ".npy" is NumPy's, any other text. Header lines before the first number are passed over.
-/// @param skipLines  lines of a text file to drop first
-/// @throws DataFailure  naming the file and the line or sample
-TARNWICK_WORKBENCH_API Waveform ReadWaveform(const std::filesystem::path& path, std::size_t skipLines = 0);
+/// How to read what a file leaves open.
+struct WaveformOptions {
+    std::optional<std::size_t>
+        skipLines;       ///< lines of a text file to drop first; 0 says that numbers at its head are samples
+    std::string column;  ///< of a text file: the values' title in its header, with or without unit, or number, from 1
+    double sampleRate = 0.0;  ///< [Hz] goes before the file's times; 0: as those say
+    double scale = 1.0;       ///< factor of every sample: for raw counts the volts of one
+};
+
+/// Reads a capture. Its name's ending says what it is: ".npy" NumPy's; ".f32", ".f64" and ".i16" raw little-endian numbers;
+/// any other is text. ".gz" behind that is unpacked first. Of a text, header and trailer lines are passed over, units in the
+/// header are honoured.
+/// @throws DataFailure   naming the file and the line or sample; also where a file leaves open which of its numbers are the
+///                       samples: several columns of values, numbers at its head that look like a header
+/// @throws UsageFailure  a column that the file has not, a sample rate or scale that is none
+TARNWICK_WORKBENCH_API Waveform ReadWaveform(const std::filesystem::path& path, const WaveformOptions& options = {});
 
 /// The same of a file's content; `path` stands for the file in messages and says by its ending what it is. Takes memory
-/// and time in proportion to the content, whatever that says of itself.
+/// and time in proportion to the content, whatever that says of itself; a packed one may expand to 100 times its size.
 TARNWICK_WORKBENCH_API Waveform WaveformFrom(std::string_view content, const std::filesystem::path& path,
-                                             std::size_t skipLines = 0);
+                                             const WaveformOptions& options = {});
 
 /// @throws UsageFailure  a name that ends in none of .npy, .csv and .txt
 TARNWICK_WORKBENCH_API void RequireWaveformName(const std::filesystem::path& path);

@@ -178,7 +178,7 @@ TEST(ResponseProgram, WritesFiguresColumnsAndAPicture)
     EXPECT_NE(frequency.find("\n80000000000,"), std::string::npos);
     EXPECT_EQ(frequency.substr(frequency.size() - 2), ",\n");  // far below -60 dB at half the sample rate: no delay
 
-    const Waveform impulse = ReadWaveform(folder / "r-impulse.csv");  // of the whole, the last column
+    const Waveform impulse = ReadWaveform(folder / "r-impulse.csv", {{}, "whole"});
     ASSERT_EQ(impulse.samples.size(), 511U * 16);
     EXPECT_NEAR(std::accumulate(impulse.samples.begin(), impulse.samples.end(), 0.0), 16.0, 1e-9);  // DC gain, per UI
     const auto peak = std::max_element(impulse.samples.begin(), impulse.samples.end()) - impulse.samples.begin();

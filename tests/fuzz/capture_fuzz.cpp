@@ -1,9 +1,10 @@
-// The host program's readers of captures and of measured impulse responses on any bytes. The first byte chooses text or
-// .npy and the lines to skip.
+// The host program's readers of captures and of measured impulse responses on any bytes. The first byte chooses what the
+// file is, the lines to skip and a column.
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -27,18 +28,28 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     if (size == 0)
         return 0;
-    const bool isNpy = data[0] % 2 == 1;
-    const std::size_t skipLines = data[0] / 2 % 4;
+    const unsigned kind = data[0] / 64;
+    const char* const names[][4] = {{"c.csv", "c.npy", "c.csv", "c.npy"},
+                                    {"c.csv", "c.txt", "c.csv", "c.txt"},
+                                    {"c.csv.gz", "c.npy.gz", "c.f32.gz", "c.gz"},
+                                    {"c.f32", "c.f64", "c.i16", "c.i16"}};
+    const std::string name = names[kind][data[0] % 4];
+    WaveformOptions options;
+    if (data[0] / 2 % 4 > 0)
+        options.skipLines = data[0] / 2 % 4;
+    options.column = kind == 1 ? "2" : "";
     const std::string_view content(reinterpret_cast<const char*>(data + 1), size - 1);
     try {
-        Waveform read = WaveformFrom(content, isNpy ? "capture.npy" : "capture.csv", skipLines);
-        // The shortest samples are a digit and a newline, or four bytes.
-        Require(!read.samples.empty() && read.samples.size() <= (content.size() + 1) / 2);
+        Waveform read = WaveformFrom(content, name, options);
+        // The shortest samples are a digit and a newline, or two bytes.
+        Require(!read.samples.empty());
+        Require(kind == 2 || read.samples.size() <= (content.size() + 1) / 2);
         for (const double sample : read.samples)
             Require(std::isfinite(sample));
         Require(std::isfinite(read.interval) && read.interval >= 0.0 && std::isfinite(read.start));
         Require(!TableOf(std::move(read), "capture").values.empty());
-    } catch (const DataFailure&) {  // NOLINT(bugprone-empty-catch): a refusal is an answer
+    } catch (const DataFailure&) {   // NOLINT(bugprone-empty-catch): a refusal is an answer
+    } catch (const UsageFailure&) {  // NOLINT(bugprone-empty-catch): of a column that there is not
     }
     return 0;
 }

@@ -108,7 +108,6 @@ void AddApply(CLI::App& command)
     command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
     AddCaptureOptions(command, options->capture);
     command.add_option("-o,--output", options->output, "Filtered capture: .csv, .txt or .npy")->required();
-    AddMinusOption(command, options->capture);
     command.add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png and PREFIX-after.png")->type_name("PREFIX");
     command.add_flag("--json", options->json, "Print the stages as JSON");
     command.callback([options] { Apply(*options); });

@@ -74,7 +74,6 @@ void AddMeasure(CLI::App& command)
 {
     auto options = std::make_shared<Options>();
     AddCaptureOptions(command, options->capture);
-    AddMinusOption(command, options->capture);
     command.add_option("--coding", options->coding, "Line coding; found from open eyes when left out")
         ->check(CLI::IsMember(Workbench::CodingNames()));
     command.add_option("--samples-per-ui", options->samplesPerUi, "Samples per UI; found when left out")

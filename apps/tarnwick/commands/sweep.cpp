@@ -89,7 +89,6 @@ void AddSweep(CLI::App& command)
     auto options = std::make_shared<Options>();
     command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
     AddCaptureOptions(command, options->capture);
-    AddMinusOption(command, options->capture);
     command
         .add_option("--over", options->over,
                     "Key of the chain file with dots between, lists counted from 0, and its values: from, to "

@@ -34,7 +34,7 @@ std::vector<double> Pattern()
 bool Run()
 {
     WriteWaveform("capture.npy", Pattern());
-    Waveform capture = ReadCapture({"capture.npy", "", 0});
+    Waveform capture = ReadCapture({"capture.npy", "", {}});
     const ChainFile file = ChainFile::FromText(R"({
         "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternLengthUi": 127},
         "filters": [{"type": "bessel-thomson"}, {"type": "ffe", "numberOfTaps": 3}]})",

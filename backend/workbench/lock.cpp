@@ -1,0 +1,342 @@
+#include "workbench/lock.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <span>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "maths/captures/clockrecovery.h"
+#include "maths/captures/codingdecision.h"
+#include "maths/captures/patternperiod.h"
+#include "maths/captures/recordseam.h"
+#include "maths/captures/resampling.h"
+#include "maths/patterns/periodicrecord.h"
+#include "workbench/failure.h"
+#include "workbench/pattern.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+constexpr int kSamplesPerUiOut = 16;         // of a record that has to be resampled
+constexpr std::size_t kFewestUi = 200;       // for a clock that is to be found
+constexpr double kRateToleranceUi = 0.1;     // over the record
+constexpr double kLargestSeamRatio = 2.5;    // of a pattern-locked record; a cut one shows 4 and more
+constexpr std::size_t kFewestSeamUi = 64;    // for the seam of a given period to say anything
+
+// What the steps of the acquisition hand on.
+struct State {
+    const CaptureFacts& facts;
+    const std::string& name;
+    LockedCapture locked;
+    std::size_t samplesPerUi = 0;  // of the record
+    Maths::CodingDecision decision;
+
+    LockReport& Report() { return locked.report; }
+    void Warn(std::string warning) { locked.report.warnings.push_back(std::move(warning)); }
+    std::size_t UiCount() const { return locked.samples.size() / samplesPerUi; }
+};
+
+void RequireUsable(std::span<const double> samples, const std::string& name)
+{
+    const auto broken = std::find_if(samples.begin(), samples.end(), [](double value) { return !std::isfinite(value); });
+    if (broken != samples.end())
+        throw DataFailure(fmt::format("{}: sample {} is {}; expected finite values", name, broken - samples.begin() + 1,
+                                      *broken));
+    const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
+    if (*low == *high)
+        throw DataFailure(fmt::format("{}: is constant, {} V; expected a data signal", name, *low));
+}
+
+// Samples that pile up at the ends of the range, as a converter's that is overdriven. Held levels do too, but then they are
+// most of the record.
+void WarnOfClipping(std::span<const double> samples, State& state)
+{
+    constexpr double kNear = 0.02;       // of the range
+    constexpr double kLeastShare = 5e-4;
+    constexpr double kHeldShare = 0.3;
+    const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
+    const double near = kNear * (*high - *low);
+    std::size_t clipped = 0;
+    for (const double limit : {*low, *high}) {
+        const auto at = static_cast<std::size_t>(std::count(samples.begin(), samples.end(), limit));
+        const auto about = static_cast<std::size_t>(std::count_if(
+            samples.begin(), samples.end(), [&](double value) { return std::abs(value - limit) < near; }));
+        if (2 * at > about)
+            clipped += at;
+    }
+    const double share = static_cast<double>(clipped) / static_cast<double>(samples.size());
+    if (share > kLeastShare && share < kHeldShare)
+        state.Warn(fmt::format("{}: {:.2g} % of the samples lie exactly at {} or {} V, the ends of the range: clipped?",
+                               state.name, 100.0 * share, *low, *high));
+}
+
+Maths::ClockSearch SearchOf(const CaptureFacts& facts, double interval)
+{
+    Maths::ClockSearch search;
+    if (facts.clock == ClockKind::Tracked)
+        search.tracking = Maths::ClockTracking::Tracked;
+    if (facts.loopBandwidthMHz > 0.0 && interval > 0.0)
+        search.loopBandwidth = 1e6 * facts.loopBandwidthMHz * interval;
+    return search;
+}
+
+void TakePhase(const Maths::RecoveredClock& clock, LockReport& report)
+{
+    report.phaseResidualUi = clock.phaseResidualUi;
+    report.trackedUi = clock.trackedUi;
+    report.phaseFirst = clock.phase.first;
+    report.phaseSpacing = clock.phase.spacing;
+    report.phaseUi = clock.phase.ui;
+}
+
+// A given rate stays, and is compared with what the capture shows near it, or elsewhere.
+void CheckRate(std::span<const double> samples, double given, State& state)
+{
+    constexpr double kNearby = 1.25;
+    Maths::ClockSearch search;
+    search.fewestSamplesPerUi = std::max(2.0, given / kNearby);
+    search.mostSamplesPerUi = std::max(given * kNearby, search.fewestSamplesPerUi * kNearby);
+    Maths::RecoveredClock found = Maths::RecoverClock(samples, search);
+    if (!found.found)
+        found = Maths::RecoverClock(samples);
+    state.Report().clockScore = found.score;
+    if (!found.found)
+        return;
+    const double ui = static_cast<double>(samples.size()) / given;
+    const double slip = std::abs(static_cast<double>(samples.size()) / found.clock.samplesPerUi - ui);
+    // What a short record cannot tell from the whole number that it was told.
+    const auto whole = Maths::WholeSamplesPerUi(found.clock.samplesPerUi, samples.size());
+    if (slip > kRateToleranceUi && !(whole && static_cast<double>(*whole) == given))
+        state.Warn(fmt::format("{}: is said to have {:.8g} samples per UI; its clock has {:.8g}, {:.3g} UI away over the record",
+                               state.name, given, found.clock.samplesPerUi, slip));
+}
+
+// Samples per UI, the clock along which to resample, and the record.
+void LockClock(const Waveform& capture, State& state)
+{
+    const CaptureFacts& facts = state.facts;
+    LockReport& report = state.Report();
+    const std::span<const double> samples = capture.samples;
+    const Maths::ClockSearch search = SearchOf(facts, capture.interval);
+    const bool tracked = facts.clock == ClockKind::Tracked;
+
+    double given = facts.samplesPerUi;
+    if (given <= 0.0 && facts.symbolRateGBd > 0.0 && capture.interval > 0.0)
+        given = 1e-9 / (facts.symbolRateGBd * capture.interval);
+    Maths::RecoveredClock clock;
+    std::optional<std::size_t> whole;
+    if (given > 0.0) {
+        report.samplesPerUi = given;
+        report.samplesPerUiGiven = true;
+        CheckRate(samples, given, state);
+        whole = facts.samplesPerUi > 0.0 && given == std::round(given)
+                    ? std::optional(static_cast<std::size_t>(given))
+                    : Maths::WholeSamplesPerUi(given, samples.size());
+        if (given >= 2.0)
+            clock = Maths::ClockOfRate(samples, given, search);
+    } else {
+        clock = Maths::RecoverClock(samples, search);
+        report.clockScore = clock.score;
+        if (!clock.found)
+            throw DataFailure(fmt::format(
+                "{}: no clock found: the line at the symbol rate stands {:.2g} times above its neighbourhood, expected {} or "
+                "more; give the samples per UI",
+                state.name, clock.score, Maths::kLeastClockScore));
+        report.samplesPerUi = clock.clock.samplesPerUi;
+        const double ui = static_cast<double>(samples.size()) / report.samplesPerUi;
+        if (ui < static_cast<double>(kFewestUi))
+            throw DataFailure(fmt::format("{}: holds {:.4g} UI; expected at least {} to find its clock; give the samples per UI",
+                                          state.name, ui, kFewestUi));
+        whole = Maths::WholeSamplesPerUi(report.samplesPerUi, samples.size());
+        if (whole)
+            report.samplesPerUi = static_cast<double>(*whole);
+    }
+    TakePhase(clock, report);
+    report.symbolRateGBd = facts.symbolRateGBd > 0.0 ? facts.symbolRateGBd
+                           : capture.interval > 0.0  ? 1e-9 / (capture.interval * report.samplesPerUi)
+                                                     : 0.0;
+
+    const auto wanted = facts.samplesPerUiOut > 0 ? static_cast<std::size_t>(facts.samplesPerUiOut)
+                                                  : whole.value_or(static_cast<std::size_t>(kSamplesPerUiOut));
+    state.samplesPerUi = wanted;
+    report.samplesPerUiOut = static_cast<int>(wanted);
+    if (whole == wanted && !tracked) {
+        state.locked.samples.assign(samples.begin(), samples.end());
+        state.locked.interval = capture.interval;
+        state.locked.start = capture.start;
+        return;
+    }
+    if (!clock.found)
+        throw DataFailure(fmt::format("{}: is too short to be resampled: no clock phase can be made out", state.name));
+    Maths::AlignedRecord aligned = Maths::ResampledAlong(clock.clock, samples, wanted);
+    report.resampled = true;
+    report.firstSample = static_cast<std::size_t>(std::max(0.0, std::round(aligned.firstPosition)));
+    state.locked.samples = std::move(aligned.samples);
+    state.locked.interval = capture.interval * report.samplesPerUi / static_cast<double>(wanted);
+    state.locked.start = capture.start + capture.interval * aligned.firstPosition;
+}
+
+void DecideSymbols(State& state)
+{
+    LockReport& report = state.Report();
+    const CaptureFacts& facts = state.facts;
+    const E_SIGNAL_CODING known =
+        facts.coding == SIGNAL_CODING_PAM4_PRECODED ? SIGNAL_CODING_PAM4 : facts.coding;  // looks like it
+    state.decision = Maths::DecideCoding(state.locked.samples, state.samplesPerUi, Maths::Wrapping::None, known);
+    report.codingGiven = facts.coding != SIGNAL_CODING_UNKNOWN;
+    report.coding = report.codingGiven ? facts.coding : state.decision.coding;
+    if (state.decision.symbols.empty())
+        return;
+    report.symbolQuality = state.decision.quality;
+    if (!report.codingGiven && state.decision.lacksPairs)
+        state.Warn(fmt::format("{}: some symbols never follow each other, so that its coding may be another than {}",
+                               state.name, NameOf(report.coding)));
+    const int levels = LevelCount(report.coding);
+    if (const auto known_ = Maths::RecognisePattern(state.decision.symbols, levels))
+        report.pattern = known_->Name();
+    if (facts.pattern.empty())
+        return;
+    const Maths::SymbolAgreement agreement = Maths::CompareSymbols(state.decision.symbols, facts.pattern, levels);
+    if (agreement.share < Maths::kLeastAgreement)
+        state.Warn(fmt::format("{}: {:.3g} % of its symbols are those of the given pattern; expected at least {:.3g} %",
+                               state.name, 100.0 * agreement.share, 100.0 * Maths::kLeastAgreement));
+}
+
+Maths::CapturedSymbols SymbolsOf(const State& state)
+{
+    const std::size_t count = state.decision.symbols.size();
+    const std::size_t ends = std::min(state.decision.uncertainEnds, count / 2);
+    return {state.locked.samples, state.samplesPerUi, state.decision.symbols, {ends, count - 2 * ends}};
+}
+
+std::vector<double> LevelsOfSymbols(const Maths::CodingDecision& decision)
+{
+    std::vector<double> levels;
+    levels.reserve(decision.symbols.size());
+    for (const int symbol : decision.symbols)
+        levels.push_back(decision.levels[static_cast<std::size_t>(symbol)]);
+    return levels;
+}
+
+// Whether the record repeats after a period that was given.
+bool GivenPeriodHolds(std::size_t period, State& state)
+{
+    if (state.decision.symbols.empty())
+        return true;  // nothing speaks against it
+    if (state.UiCount() >= 2 * period) {
+        const double agreement = Maths::CheckPeriod(SymbolsOf(state), period).agreement;
+        if (agreement >= Maths::kLeastAgreement)
+            return true;
+        state.Warn(fmt::format("{}: is said to repeat after {} UI; {:.3g} % of its symbols do, expected at least {:.3g} %",
+                               state.name, period, 100.0 * agreement, 100.0 * Maths::kLeastAgreement));
+        return false;
+    }
+    if (period < kFewestSeamUi)
+        return true;
+    const std::vector<double> levels = LevelsOfSymbols(state.decision);
+    const double ratio =
+        Maths::SeamRatio(std::span(state.locked.samples).first(period * state.samplesPerUi), state.samplesPerUi,
+                         std::span(levels).first(period));
+    state.Report().seamRatio = ratio;
+    if (ratio <= kLargestSeamRatio)
+        return true;
+    state.Warn(fmt::format("{}: is said to repeat after {} UI; where its end meets its beginning the symbols explain it {:.3g} "
+                           "times worse than elsewhere, expected at most {}",
+                           state.name, period, ratio, kLargestSeamRatio));
+    return false;
+}
+
+void DecidePeriod(State& state)
+{
+    const CaptureFacts& facts = state.facts;
+    LockReport& report = state.Report();
+    auto given = static_cast<std::size_t>(std::max(facts.patternLengthUi, 0));
+    if (given == 0)
+        given = facts.pattern.size();
+    report.periodGiven = given > 0;
+    std::size_t period = 0;
+    bool holds = false;
+    if (given > 0) {
+        period = given;
+        if (given > state.UiCount()) {
+            if (facts.record != RecordKind::SingleShot)
+                state.Warn(fmt::format("{}: holds {} UI, less than the pattern's {}", state.name, state.UiCount(), given));
+        } else {
+            holds = GivenPeriodHolds(given, state);
+        }
+    } else if (!state.decision.symbols.empty()) {
+        period = Maths::FindPeriod(SymbolsOf(state)).symbols;
+        holds = period > 0;
+    }
+    const bool periodic = period > 0 && period <= state.UiCount() &&
+                          (facts.record == RecordKind::Periodic || (holds && facts.record == RecordKind::Auto));
+    if (facts.record == RecordKind::Periodic && !periodic) {
+        // Said to be one, and nothing says how long: the record is.
+        period = period > 0 && period <= state.UiCount() ? period : state.UiCount();
+    }
+    const bool isPeriodic = periodic || facts.record == RecordKind::Periodic;
+    report.mode = isPeriodic ? RecordKind::Periodic : RecordKind::SingleShot;
+    report.periodUi = isPeriodic ? static_cast<int>(period) : 0;
+    report.repetitions = isPeriodic ? static_cast<int>(state.UiCount() / period) : 1;
+}
+
+// Whole periods, or whole UI.
+void Cut(State& state)
+{
+    LockReport& report = state.Report();
+    std::vector<double>& samples = state.locked.samples;
+    const std::size_t unit = report.mode == RecordKind::Periodic
+                                 ? static_cast<std::size_t>(report.periodUi) * state.samplesPerUi
+                                 : state.samplesPerUi;
+    report.leftOut = samples.size() % unit;
+    samples.resize(samples.size() - report.leftOut);
+    state.locked.symbols = std::move(state.decision.symbols);
+    if (report.mode == RecordKind::Periodic && !state.locked.symbols.empty())
+        state.locked.symbols.resize(
+            std::min(state.locked.symbols.size(), static_cast<std::size_t>(report.periodUi)));
+}
+
+// The mean of the repetitions in place of them.
+void Average(State& state)
+{
+    LockReport& report = state.Report();
+    const auto count = static_cast<std::size_t>(report.repetitions);
+    if (report.mode != RecordKind::Periodic || count < 2)
+        return;
+    std::vector<double>& samples = state.locked.samples;
+    const std::size_t period = samples.size() / count;
+    std::vector<double> mean(period, 0.0);
+    for (std::size_t k = 0; k < samples.size(); ++k)
+        mean[k % period] += samples[k] / static_cast<double>(count);
+    double power = 0.0;
+    for (std::size_t k = 0; k < samples.size(); ++k)
+        power += (samples[k] - mean[k % period]) * (samples[k] - mean[k % period]);
+    report.removedNoiseRms = std::sqrt(power / static_cast<double>(samples.size()));
+    samples = std::move(mean);
+}
+
+}  // namespace
+
+LockedCapture Lock(const Waveform& capture, const CaptureFacts& facts, const std::string& name)
+{
+    RequireUsable(capture.samples, name);
+    State state{facts, name, {}, 0, {}};
+    WarnOfClipping(capture.samples, state);
+    LockClock(capture, state);
+    if (state.UiCount() < 1)
+        throw DataFailure(fmt::format("{}: has {} samples, less than one UI of {:.6g}", name, capture.samples.size(),
+                                      state.Report().samplesPerUi));
+    DecideSymbols(state);
+    DecidePeriod(state);
+    Cut(state);
+    if (facts.average)
+        Average(state);
+    state.Report().samples = state.locked.samples.size();
+    return std::move(state.locked);
+}
+
+}  // namespace Tarnwick::DSO::Workbench

@@ -1,0 +1,96 @@
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "workbench/lock.h"
+#include "workbench/pattern.h"
+#include "workbench/symbols.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr int kNameWidth = 16;
+
+std::string Row(const char* name, const std::string& value)
+{
+    return fmt::format("{:<{}} {}\n", name, kNameWidth, value);
+}
+
+const char* HowKnown(bool given)
+{
+    return given ? "given" : "found";
+}
+
+ordered_json PositiveOrNull(double figure)
+{
+    return figure > 0.0 ? ordered_json(figure) : ordered_json();
+}
+
+std::string ClockText(const LockReport& report)
+{
+    std::string text = fmt::format("{:.8g} ({}", report.samplesPerUi, HowKnown(report.samplesPerUiGiven));
+    if (report.clockScore > 0.0)
+        text += fmt::format(", clock's line {:.3g} times above its neighbourhood", report.clockScore);
+    return text + ")";
+}
+
+std::string ModeText(const LockReport& report)
+{
+    if (report.mode == RecordKind::SingleShot)
+        return "single shot: what the filters make of its ends is left out";
+    std::string text = fmt::format("periodic: {} whole period{} of {} UI ({})", report.repetitions,
+                                   report.repetitions == 1 ? "" : "s", report.periodUi, HowKnown(report.periodGiven));
+    if (report.seamRatio > 0.0)
+        text += fmt::format(", seam {:.2g} times the interior", report.seamRatio);
+    return text;
+}
+
+}  // namespace
+
+std::string LockAsText(const LockReport& report)
+{
+    std::string text = Row("samples per UI", ClockText(report));
+    text += Row("symbol rate", report.symbolRateGBd > 0.0 ? fmt::format("{:.8g} GBd", report.symbolRateGBd)
+                                                          : "not known: the file has no times");
+    if (!report.phaseUi.empty())
+        text += Row("clock phase", fmt::format("{:.2g} UI rms about a constant clock", report.phaseResidualUi));
+    if (report.trackedUi > 0.0)
+        text += Row("tracked", fmt::format("{:.2g} UI rms taken off", report.trackedUi));
+    text += Row("record", fmt::format("{} samples from sample {} on, {} per UI{}", report.samples, report.firstSample,
+                                      report.samplesPerUiOut, report.resampled ? ", resampled" : ", as they were read"));
+    text += Row("coding", report.coding == SIGNAL_CODING_UNKNOWN
+                              ? "not found: no levels can be made out"
+                              : fmt::format("{} ({})", NameOf(report.coding), HowKnown(report.codingGiven)));
+    text += Row("pattern", report.pattern.empty() ? "not recognised" : report.pattern);
+    text += Row("kind", ModeText(report));
+    if (report.leftOut > 0)
+        text += Row("left out", fmt::format("{} samples at the end", report.leftOut));
+    if (report.removedNoiseRms > 0.0)
+        text += Row("averaging", fmt::format("took off {:.4g} V rms of noise", report.removedNoiseRms));
+    return text;
+}
+
+std::string LockAsJson(const LockReport& report)
+{
+    const bool isPeriodic = report.mode == RecordKind::Periodic;
+    const ordered_json content = {
+        {"symbolRateGBd", PositiveOrNull(report.symbolRateGBd)},
+        {"samplesPerUi", report.samplesPerUi},
+        {"clockScore", PositiveOrNull(report.clockScore)},
+        {"phaseResidualUi", report.phaseUi.empty() ? ordered_json() : ordered_json(report.phaseResidualUi)},
+        {"resampled", report.resampled},
+        {"samplesPerUiOut", report.samplesPerUiOut},
+        {"coding", report.coding == SIGNAL_CODING_UNKNOWN ? ordered_json() : ordered_json(NameOf(report.coding))},
+        {"pattern", report.pattern.empty() ? ordered_json() : ordered_json(report.pattern)},
+        {"periodUi", report.periodUi > 0 ? ordered_json(report.periodUi) : ordered_json()},
+        {"mode", isPeriodic ? "periodic" : "single-shot"},
+        {"repetitions", report.repetitions},
+        {"firstSample", report.firstSample},
+        {"samples", report.samples},
+        {"warnings", report.warnings}};
+    return content.dump(2);
+}
+
+}  // namespace Tarnwick::DSO::Workbench
