@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
+#include <optional>
 #include <span>
 #include <utility>
 
@@ -13,19 +13,17 @@
 #include "maths/captures/patternperiod.h"
 #include "maths/captures/recordseam.h"
 #include "maths/captures/resampling.h"
-#include "maths/patterns/periodicrecord.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
+#include "workbench/symbols.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-constexpr int kSamplesPerUiOut = 16;         // of a record that has to be resampled
-constexpr std::size_t kFewestUi = 200;       // for a clock that is to be found
-constexpr double kRateToleranceUi = 0.1;     // over the record
-constexpr double kLargestSeamRatio = 2.5;    // of a pattern-locked record; a cut one shows 4 and more
-constexpr std::size_t kFewestSeamUi = 64;    // for the seam of a given period to say anything
+constexpr int kSamplesPerUiOut = 16;      // of a record that has to be resampled
+constexpr std::size_t kFewestUi = 200;    // for a clock that is to be found
+constexpr double kRateToleranceUi = 0.1;  // over the record
 
 // What the steps of the acquisition hand on.
 struct State {
@@ -42,10 +40,11 @@ struct State {
 
 void RequireUsable(std::span<const double> samples, const std::string& name)
 {
-    const auto broken = std::find_if(samples.begin(), samples.end(), [](double value) { return !std::isfinite(value); });
+    const auto broken =
+        std::find_if(samples.begin(), samples.end(), [](double value) { return !std::isfinite(value); });
     if (broken != samples.end())
-        throw DataFailure(fmt::format("{}: sample {} is {}; expected finite values", name, broken - samples.begin() + 1,
-                                      *broken));
+        throw DataFailure(
+            fmt::format("{}: sample {} is {}; expected finite values", name, broken - samples.begin() + 1, *broken));
     const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
     if (*low == *high)
         throw DataFailure(fmt::format("{}: is constant, {} V; expected a data signal", name, *low));
@@ -55,7 +54,7 @@ void RequireUsable(std::span<const double> samples, const std::string& name)
 // most of the record.
 void WarnOfClipping(std::span<const double> samples, State& state)
 {
-    constexpr double kNear = 0.02;       // of the range
+    constexpr double kNear = 0.02;  // of the range
     constexpr double kLeastShare = 5e-4;
     constexpr double kHeldShare = 0.3;
     const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
@@ -111,8 +110,9 @@ void CheckRate(std::span<const double> samples, double given, State& state)
     // What a short record cannot tell from the whole number that it was told.
     const auto whole = Maths::WholeSamplesPerUi(found.clock.samplesPerUi, samples.size());
     if (slip > kRateToleranceUi && !(whole && static_cast<double>(*whole) == given))
-        state.Warn(fmt::format("{}: is said to have {:.8g} samples per UI; its clock has {:.8g}, {:.3g} UI away over the record",
-                               state.name, given, found.clock.samplesPerUi, slip));
+        state.Warn(fmt::format(
+            "{}: is said to have {:.8g} samples per UI; its clock has {:.8g}, {:.3g} UI away over the record",
+            state.name, given, found.clock.samplesPerUi, slip));
 }
 
 // Samples per UI, the clock along which to resample, and the record.
@@ -142,15 +142,17 @@ void LockClock(const Waveform& capture, State& state)
         clock = Maths::RecoverClock(samples, search);
         report.clockScore = clock.score;
         if (!clock.found)
-            throw DataFailure(fmt::format(
-                "{}: no clock found: the line at the symbol rate stands {:.2g} times above its neighbourhood, expected {} or "
-                "more; give the samples per UI",
-                state.name, clock.score, Maths::kLeastClockScore));
+            throw DataFailure(
+                fmt::format("{}: no clock found: the line at the symbol rate stands {:.2g} times above its "
+                            "neighbourhood, expected {} or "
+                            "more; give the samples per UI",
+                            state.name, clock.score, Maths::kLeastClockScore));
         report.samplesPerUi = clock.clock.samplesPerUi;
         const double ui = static_cast<double>(samples.size()) / report.samplesPerUi;
         if (ui < static_cast<double>(kFewestUi))
-            throw DataFailure(fmt::format("{}: holds {:.4g} UI; expected at least {} to find its clock; give the samples per UI",
-                                          state.name, ui, kFewestUi));
+            throw DataFailure(
+                fmt::format("{}: holds {:.4g} UI; expected at least {} to find its clock; give the samples per UI",
+                            state.name, ui, kFewestUi));
         whole = Maths::WholeSamplesPerUi(report.samplesPerUi, samples.size());
         if (whole)
             report.samplesPerUi = static_cast<double>(*whole);
@@ -196,8 +198,8 @@ void DecideSymbols(State& state)
         state.Warn(fmt::format("{}: some symbols never follow each other, so that its coding may be another than {}",
                                state.name, NameOf(report.coding)));
     const int levels = LevelCount(report.coding);
-    if (const auto known_ = Maths::RecognisePattern(state.decision.symbols, levels))
-        report.pattern = known_->Name();
+    if (const auto recognised = Maths::RecognisePattern(state.decision.symbols, levels))
+        report.pattern = recognised->Name();
     if (facts.pattern.empty())
         return;
     const Maths::SymbolAgreement agreement = Maths::CompareSymbols(state.decision.symbols, facts.pattern, levels);
@@ -231,22 +233,27 @@ bool GivenPeriodHolds(std::size_t period, State& state)
         const double agreement = Maths::CheckPeriod(SymbolsOf(state), period).agreement;
         if (agreement >= Maths::kLeastAgreement)
             return true;
-        state.Warn(fmt::format("{}: is said to repeat after {} UI; {:.3g} % of its symbols do, expected at least {:.3g} %",
-                               state.name, period, 100.0 * agreement, 100.0 * Maths::kLeastAgreement));
+        state.Warn(
+            fmt::format("{}: is said to repeat after {} UI; {:.3g} % of its symbols do, expected at least {:.3g} %",
+                        state.name, period, 100.0 * agreement, 100.0 * Maths::kLeastAgreement));
         return false;
     }
-    if (period < kFewestSeamUi)
+    // Decided anew as one period, whose ends are neighbours.
+    const auto record = std::span<const double>(state.locked.samples).first(period * state.samplesPerUi);
+    const Maths::CodingDecision circular =
+        Maths::DecideCoding(record, state.samplesPerUi, Maths::Wrapping::Circular, state.decision.coding);
+    if (circular.symbols.size() != period)
         return true;
-    const std::vector<double> levels = LevelsOfSymbols(state.decision);
-    const double ratio =
-        Maths::SeamRatio(std::span(state.locked.samples).first(period * state.samplesPerUi), state.samplesPerUi,
-                         std::span(levels).first(period));
-    state.Report().seamRatio = ratio;
-    if (ratio <= kLargestSeamRatio)
+    const auto seam = Maths::TestSeam(record, state.samplesPerUi, LevelsOfSymbols(circular));
+    if (!seam)
         return true;
-    state.Warn(fmt::format("{}: is said to repeat after {} UI; where its end meets its beginning the symbols explain it {:.3g} "
-                           "times worse than elsewhere, expected at most {}",
-                           state.name, period, ratio, kLargestSeamRatio));
+    state.Report().seamRatio = seam->Ratio();
+    if (seam->Joins())
+        return true;
+    state.Warn(fmt::format(
+        "{}: is said to repeat after {} UI; where its end meets its beginning the symbols explain it {:.3g} "
+        "times worse than elsewhere, expected at most 2.5",
+        state.name, period, seam->Ratio()));
     return false;
 }
 
@@ -264,7 +271,8 @@ void DecidePeriod(State& state)
         period = given;
         if (given > state.UiCount()) {
             if (facts.record != RecordKind::SingleShot)
-                state.Warn(fmt::format("{}: holds {} UI, less than the pattern's {}", state.name, state.UiCount(), given));
+                state.Warn(
+                    fmt::format("{}: holds {} UI, less than the pattern's {}", state.name, state.UiCount(), given));
         } else {
             holds = GivenPeriodHolds(given, state);
         }
@@ -296,8 +304,7 @@ void Cut(State& state)
     samples.resize(samples.size() - report.leftOut);
     state.locked.symbols = std::move(state.decision.symbols);
     if (report.mode == RecordKind::Periodic && !state.locked.symbols.empty())
-        state.locked.symbols.resize(
-            std::min(state.locked.symbols.size(), static_cast<std::size_t>(report.periodUi)));
+        state.locked.symbols.resize(std::min(state.locked.symbols.size(), static_cast<std::size_t>(report.periodUi)));
 }
 
 // The mean of the repetitions in place of them.

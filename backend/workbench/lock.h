@@ -45,7 +45,7 @@ struct LockReport {
     double symbolRateGBd = 0.0;  ///< 0: neither given nor to be had from the file's times
     double samplesPerUi = 0.0;
     bool samplesPerUiGiven = false;
-    double clockScore = 0.0;       ///< the clock's line over the median of its neighbourhood; 0: too short to look for it
+    double clockScore = 0.0;  ///< the clock's line over the median of its neighbourhood; 0: too short to look for it
     double phaseResidualUi = 0.0;  ///< [UI] rms of the clock's phase about a constant one
     double trackedUi = 0.0;        ///< [UI] rms that the tracked clock took off
     bool resampled = false;
@@ -59,10 +59,10 @@ struct LockReport {
     double seamRatio = 0.0;  ///< rms at the seam of a given period over that of the interior; 0: not tried
     RecordKind mode = RecordKind::SingleShot;
     int repetitions = 1;
-    std::size_t firstSample = 0;  ///< of the capture, at which the record begins
-    std::size_t samples = 0;      ///< of the record
-    std::size_t leftOut = 0;      ///< [samples] of the record after its last whole UI or period
-    double removedNoiseRms = 0.0;  ///< [V] that averaging took off
+    std::size_t firstSample = 0;        ///< of the capture, at which the record begins
+    std::size_t samples = 0;            ///< of the record
+    std::size_t leftOut = 0;            ///< [samples] of the record after its last whole UI or period
+    double removedNoiseRms = 0.0;       ///< [V] that averaging took off
     std::vector<std::string> warnings;  ///< facts that contradict the capture, and what spoils its figures
     double phaseFirst = 0.0;            ///< [samples] of the capture, of the first of phaseUi
     double phaseSpacing = 0.0;          ///< [samples]

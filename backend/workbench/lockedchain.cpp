@@ -48,9 +48,9 @@ json DeviceOf(const LockedCapture& capture)
         device["baudRateGBd"] = report.symbolRateGBd;
     if (report.coding != SIGNAL_CODING_UNKNOWN)
         device["signalCoding"] = NameOf(report.coding);
-    device["patternLengthUi"] =
-        report.mode == RecordKind::Periodic ? static_cast<std::size_t>(report.periodUi)
-                                            : capture.samples.size() / static_cast<std::size_t>(report.samplesPerUiOut);
+    device["patternLengthUi"] = report.mode == RecordKind::Periodic
+                                    ? static_cast<std::size_t>(report.periodUi)
+                                    : capture.samples.size() / static_cast<std::size_t>(report.samplesPerUiOut);
     return device;
 }
 
@@ -68,7 +68,7 @@ CaptureFacts FactsOf(const ChainFile& file)
     facts.patternLengthUi = std::max(config.patternLengthUi, 0);
     if (!config.patternSymbols.empty())
         facts.pattern = LevelsOf(config.patternSymbols, config.signalCoding, config.withoutGrayCoding);
-    const AcquisitionKeys keys = AcquisitionKeysOf(device);
+    const AcquisitionKeys keys = AcquisitionKeysOf(device, {file.Name(), "device"});
     facts.record = keys.record;
     facts.clock = keys.clock;
     facts.loopBandwidthMHz = keys.loopBandwidthMHz;
@@ -80,7 +80,8 @@ bool KeepsFractionalSampling(const ChainFile& file)
     bool oeChannels[4] = {};
     const DeviceConfiguration config = GivenDevice(file, oeChannels);
     const double samplesPerUi = SamplesPerUiOf(config);
-    return !AcquisitionKeysOf(DeviceOf(file)).resample && samplesPerUi != std::round(samplesPerUi);
+    return !AcquisitionKeysOf(DeviceOf(file), {file.Name(), "device"}).resample &&
+           samplesPerUi != std::round(samplesPerUi);
 }
 
 bool NeedsTiming(const ChainFile& file)

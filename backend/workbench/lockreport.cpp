@@ -58,8 +58,9 @@ std::string LockAsText(const LockReport& report)
         text += Row("clock phase", fmt::format("{:.2g} UI rms about a constant clock", report.phaseResidualUi));
     if (report.trackedUi > 0.0)
         text += Row("tracked", fmt::format("{:.2g} UI rms taken off", report.trackedUi));
-    text += Row("record", fmt::format("{} samples from sample {} on, {} per UI{}", report.samples, report.firstSample,
-                                      report.samplesPerUiOut, report.resampled ? ", resampled" : ", as they were read"));
+    text +=
+        Row("record", fmt::format("{} samples from sample {} on, {} per UI{}", report.samples, report.firstSample,
+                                  report.samplesPerUiOut, report.resampled ? ", resampled" : ", as they were read"));
     text += Row("coding", report.coding == SIGNAL_CODING_UNKNOWN
                               ? "not found: no levels can be made out"
                               : fmt::format("{} ({})", NameOf(report.coding), HowKnown(report.codingGiven)));

@@ -6,6 +6,8 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"apply", "Run a capture through a chain of filters", "chain.json capture.csv -o filtered.csv --eye eye", AddApply},
+    {"lock", "Find clock, coding and pattern of a capture, and cut or resample it for the filters",
+     "capture.csv -o locked.npy --chain chain.json", AddLock},
     {"simulate", "Write a synthetic capture", "-o capture.csv --loss 6 --noise 0.01 --repetitions 4 --chain chain.json",
      AddSimulate},
     {"info", "Tell what a capture holds", "capture.csv", AddInfo},

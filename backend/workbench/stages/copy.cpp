@@ -11,7 +11,9 @@ StageType CopyStage()
             [](const nlohmann::json& settings, const Place& place, DeviceConfiguration& config) {
                 auto parameters = std::make_unique<P>(&config);
                 ReadSettings(*parameters, {}, settings, place);
-                return PlanOf<Filters::Copy>(std::move(parameters), place);
+                StagePlan plan = PlanOf<Filters::Copy>(std::move(parameters), place);
+                plan.stage.needsTiming = false;
+                return plan;
             }};
 }
 

@@ -34,7 +34,9 @@ StageType MovingAverageStage()
             [](const nlohmann::json& settings, const Place& place, DeviceConfiguration&) {
                 auto parameters = NewParameters();
                 ReadSettings(*parameters, Fields(), settings, place);
-                return PlanOf<Filters::MovingAverageSmoothingFilter>(std::move(parameters), place);
+                StagePlan plan = PlanOf<Filters::MovingAverageSmoothingFilter>(std::move(parameters), place);
+                plan.stage.needsTiming = false;
+                return plan;
             }};
 }
 

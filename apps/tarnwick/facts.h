@@ -1,0 +1,24 @@
+// What the user knows of a capture: the same options for every command that reads one.
+#pragma once
+
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "workbench/lock.h"
+
+namespace Tarnwick::App {
+
+struct FactOptions {
+    std::string coding;  ///< empty: found
+    double symbolRateGBd = 0.0;
+    double samplesPerUi = 0.0;
+    int patternLengthUi = 0;
+};
+
+void AddFactOptions(CLI::App& command, FactOptions& options);
+
+/// What the options say goes before what `facts` holds.
+DSO::Workbench::CaptureFacts With(const FactOptions& options, DSO::Workbench::CaptureFacts facts = {});
+
+}  // namespace Tarnwick::App
