@@ -268,9 +268,7 @@ Repetition CheckPeriod(const CapturedSymbols& capture, std::size_t period)
 std::string KnownPattern::Name() const
 {
     std::string name = "PRBS" + std::to_string(polynomial.order);
-    const auto first = std::find_if(kPrbsPolynomials.begin(), kPrbsPolynomials.end(),
-                                    [this](const PrbsPolynomial& row) { return row.order == polynomial.order; });
-    const bool isFirst = first->text == polynomial.text;
+    const bool isFirst = FindPrbs(polynomial.order)->text == polynomial.text;
     const bool isQ = isOfBitPairs && isFirst && map == SymbolMap::Gray && highBitFirst;
     if (isQ)
         name += "Q";
