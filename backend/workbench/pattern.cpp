@@ -1,45 +1,16 @@
 #include "workbench/pattern.h"
 
 #include <algorithm>
-#include <array>
+#include <cstdint>
 #include <iterator>
 
 #include <fmt/format.h>
 
 #include "maths/patterns/codings.h"
+#include "maths/patterns/prbs.h"
 #include "workbench/failure.h"
 
 namespace Tarnwick::DSO::Workbench {
-
-namespace {
-
-// Taps of the generator polynomials: bit = XOR of the bits that many places back.
-struct Polynomial {
-    int order;
-    std::array<int, 4> taps;  // 0: none
-};
-
-constexpr Polynomial kPolynomials[] = {
-    {7, {7, 6, 0, 0}},    {9, {9, 5, 0, 0}},    {11, {11, 9, 0, 0}},  {13, {13, 12, 2, 1}},
-    {15, {15, 14, 0, 0}}, {23, {23, 18, 0, 0}}, {31, {31, 28, 0, 0}},
-};
-
-// The first `count` bits of the sequence, at least as many as its order.
-std::vector<char> Bits(const Polynomial& polynomial, std::size_t count)
-{
-    std::vector<char> bits(static_cast<std::size_t>(polynomial.order), 1);
-    bits.reserve(count);
-    while (bits.size() < count) {
-        int next = 0;
-        for (const int tap : polynomial.taps)
-            if (tap > 0)
-                next ^= bits[bits.size() - static_cast<std::size_t>(tap)];
-        bits.push_back(static_cast<char>(next));
-    }
-    return bits;
-}
-
-}  // namespace
 
 int LevelCount(E_SIGNAL_CODING coding)
 {
@@ -63,22 +34,21 @@ E_SIGNAL_CODING CodingOf(std::string_view name)
 
 std::string PrbsSymbols(int order, E_SIGNAL_CODING coding, std::size_t count)
 {
-    const auto* polynomial = std::find_if(std::begin(kPolynomials), std::end(kPolynomials),
-                                          [order](const Polynomial& row) { return row.order == order; });
-    if (polynomial == std::end(kPolynomials))
+    const Maths::PrbsPolynomial* const polynomial = Maths::FindPrbs(order);
+    if (polynomial == nullptr)
         throw UsageFailure(fmt::format("PRBS order is {}; expected 7, 9, 11, 13, 15, 23 or 31", order));
     const int levels = LevelCount(coding);
     if (levels != 2 && levels != 4)
         throw UsageFailure(
             fmt::format("a PRBS has no {} symbols; give them as a text", levels == 3 ? "PAM3" : "uncoded"));
     constexpr std::size_t kLongest = std::size_t{1} << 30U;
-    const std::size_t period = (std::size_t{1} << static_cast<unsigned>(order)) - 1;
+    const std::size_t period = polynomial->Period();
     const std::size_t length = count > 0 ? std::min(count, period) : period;
     if (length > kLongest)
         throw UsageFailure(
             fmt::format("PRBS{} has {} symbols; expected at most {}, a part of it", order, period, kLongest));
     const std::size_t bitsPerSymbol = levels == 2 ? 1 : 2;
-    const std::vector<char> bits = Bits(*polynomial, std::min(bitsPerSymbol * length, period));
+    const std::vector<std::uint8_t> bits = Maths::PrbsBits(*polynomial, std::min(bitsPerSymbol * length, period));
     std::string symbols;
     symbols.reserve(length);
     for (std::size_t k = 0; k < length; ++k)

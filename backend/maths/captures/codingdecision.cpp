@@ -76,7 +76,7 @@ private:
     std::vector<Stretch> stretches_;  // as they lie behind one another
 };
 
-// Counts of pairs of neighbouring symbols, and of the symbols.
+// As in CodingFit.
 double ScarcestPair(std::span<const int> symbols, std::span<const NeighbourColumns::Stretch> stretches, int levelCount)
 {
     const auto levels = static_cast<std::size_t>(levelCount);
@@ -124,15 +124,19 @@ long long LagOf(const NeighbourColumns& columns, const LevelDecisions& decisions
     mean /= static_cast<double>(columns.Rows());
     long long lag = 0;
     double largest = 0.0;
-    for (const std::size_t tap : {3U, 4U, 2U, 5U, 1U, 6U, 0U}) {  // from the middle outwards
+    const auto consider = [&](long long candidate) {
+        const std::span<const double> column = columns.Column(static_cast<std::size_t>(kReach + candidate));
         double sum = 0.0;
-        const std::span<const double> column = columns.Column(tap);
         for (std::size_t i = 0; i < column.size(); ++i)
             sum += column[i] * (decisions.levels[i] - mean);
         if (sum > kClearlyLarger * largest) {
             largest = sum;
-            lag = static_cast<long long>(tap) - kReach;
+            lag = candidate;
         }
+    };
+    for (long long distance = 0; distance <= kReach; ++distance) {
+        consider(distance);
+        consider(-distance);
     }
     return lag;
 }

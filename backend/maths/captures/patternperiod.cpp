@@ -9,6 +9,7 @@
 
 #include "maths/captures/codingdecision.h"
 #include "maths/transforms/alignedbuffer.h"
+#include "maths/transforms/factors.h"
 #include "maths/transforms/fft.h"
 
 namespace Tarnwick::DSO::Maths {
@@ -31,20 +32,11 @@ constexpr std::size_t kScreenedSymbols = 8192;
 constexpr double kMostFailing = 0.01;
 constexpr double kMostFailingOfChance = 0.02;
 
-std::size_t TransformLength(std::size_t least)
-{
-    std::size_t length = 2;
-    while (length < least)
-        length *= 2;
-    // Three quarters of a power of two transform as quickly.
-    return length >= 4 && length / 4 * 3 >= least ? length / 4 * 3 : length;
-}
-
 // sum_i d_i d_(i+t) for t = 0 .. most, d the steps from symbol to symbol.
 std::vector<double> StepCorrelation(std::span<const int> symbols, std::size_t most)
 {
     const std::size_t steps = symbols.size() - 1;
-    const std::size_t length = TransformLength(steps + most);
+    const std::size_t length = QuickEvenLength(steps + most);
     AlignedBuffer<double> values(length);
     AlignedBuffer<Complex> bins(length / 2 + 1);
     for (std::size_t i = 0; i < steps; ++i)
@@ -268,9 +260,7 @@ Repetition CheckPeriod(const CapturedSymbols& capture, std::size_t period)
 std::string KnownPattern::Name() const
 {
     std::string name = "PRBS" + std::to_string(polynomial.order);
-    const auto first = std::find_if(kPrbsPolynomials.begin(), kPrbsPolynomials.end(),
-                                    [this](const PrbsPolynomial& row) { return row.order == polynomial.order; });
-    const bool isFirst = first->text == polynomial.text;
+    const bool isFirst = FindPrbs(polynomial.order)->text == polynomial.text;
     const bool isQ = isOfBitPairs && isFirst && map == SymbolMap::Gray && highBitFirst;
     if (isQ)
         name += "Q";

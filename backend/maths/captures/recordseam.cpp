@@ -19,14 +19,6 @@ constexpr double kSmallestShare = 1e-3;  // of the span of the samples
 constexpr std::size_t kFewestSymbols = 64;
 constexpr double kLargestChange = 1e-3;  // of the rms
 
-std::size_t PaddedLength(std::size_t least)
-{
-    std::size_t length = std::max<std::size_t>(2, least + least % 2);
-    while (!HasOnlyFactors(length, {2, 3, 5}))
-        length += 2;
-    return length;
-}
-
 }  // namespace
 
 double SeamTest::Ratio() const
@@ -65,7 +57,7 @@ std::size_t ReachUi(std::span<const double> record, std::span<const double> kern
 {
     const std::size_t count = record.size();
     const std::size_t whole = (count + 2 * samplesPerUi - 1) / (2 * samplesPerUi);  // [UI] nothing is farther away
-    const std::size_t length = PaddedLength(count);
+    const std::size_t length = QuickEvenLength(count);
     const auto transform = RealTransform::Of(length);
     AlignedBuffer<double> values(length);
     AlignedBuffer<Complex> bins(length / 2 + 1);

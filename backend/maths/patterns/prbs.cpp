@@ -6,18 +6,23 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// In the place of a missing tap: always 0.
-constexpr std::uint8_t kNoBit = 0;
-
 std::uint8_t NextBit(const PrbsPolynomial& polynomial, const std::uint8_t* here)
 {
     unsigned next = 0;
     for (const int tap : polynomial.taps)
-        next ^= tap > 0 ? *(here - tap) : kNoBit;
+        next ^= tap > 0 ? *(here - tap) : 0U;
     return static_cast<std::uint8_t>(next);
 }
 
 }  // namespace
+
+const PrbsPolynomial* FindPrbs(int order)
+{
+    for (const PrbsPolynomial& polynomial : kPrbsPolynomials)
+        if (polynomial.order == order)
+            return &polynomial;
+    return nullptr;
+}
 
 std::vector<std::uint8_t> PrbsBits(const PrbsPolynomial& polynomial, std::size_t count)
 {

@@ -1,5 +1,5 @@
 // Pseudo-random binary sequences of maximum length: b_i = XOR of the bits so many places back, 2^order - 1 of them.
-// Source: ITU-T O.150, section 5; x^13 + x^12 + x^2 + x + 1: IEEE 802.3, clause 94.3.10.8.
+// Source: ITU-T O.150, section 5; x^13 + x^12 + x^2 + x + 1: IEEE 802.3, table 94-11.
 #pragma once
 
 #include <array>
@@ -21,7 +21,6 @@ struct PrbsPolynomial {
     constexpr std::size_t Period() const { return (std::size_t{1} << static_cast<unsigned>(order)) - 1; }
 };
 
-/// The first one of an order is the one that its number alone stands for.
 inline constexpr std::array<PrbsPolynomial, 8> kPrbsPolynomials = {{
     {7, {7, 6, 0, 0}, "x^7+x^6+1"},
     {9, {9, 5, 0, 0}, "x^9+x^5+1"},
@@ -32,6 +31,9 @@ inline constexpr std::array<PrbsPolynomial, 8> kPrbsPolynomials = {{
     {23, {23, 18, 0, 0}, "x^23+x^18+1"},
     {31, {31, 28, 0, 0}, "x^31+x^28+1"},
 }};
+
+/// The polynomial that its order alone stands for, the first in the table; null for an order that is not in it.
+TARNWICK_FRAMEWORK_API const PrbsPolynomial* FindPrbs(int order);
 
 /// The first `count` bits, started from `order` ones.
 TARNWICK_FRAMEWORK_API std::vector<std::uint8_t> PrbsBits(const PrbsPolynomial& polynomial, std::size_t count);

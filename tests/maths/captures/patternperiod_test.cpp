@@ -71,6 +71,8 @@ TEST(PeriodFound, IsTheShortestOfAtLeastTwo)
         {"step", step, 0},
         {"all equal", Repeated({1}, 3000), 0},
         {"two symbols", {0, 1}, 0},
+        {"three symbols", {0, 1, 0}, 0},
+        {"too few to tell the noise", {0, 1, 0, 1}, 0},
         {"none", {}, 0},
     };
     for (const auto& [label, symbols, period] : cases) {
