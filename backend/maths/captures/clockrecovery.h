@@ -70,23 +70,26 @@ struct ClockSearch {
 
 struct RecoveredClock {
     bool found = false;  // score of at least kLeastClockScore; otherwise only score and spectrum hold something
-    double score = 0.0;  // the line over the median of the 401 bins about it; at most 1000
+    double score = 0.0;  // the line over the median of the 401 bins about it (fewer in short records); at most 1000
     SymbolClock clock;
-    double phaseResidualUi = 0.0;  // rms of the phases of up to 32 blocks about the constant clock
+    double phaseResidualUi = 0.0;  // rms of the blocks' phases about the constant clock
     double trackedUi = 0.0;        // rms of what the tracked clock follows, about the constant one
     PhaseOverTime phase;           // about the constant clock, not tracked
     std::optional<LineSpectrum> spectrum;
 };
 
 /// The clock without a guess: of the lines of at least half the largest score the lowest, since short edges score alike at
-/// every multiple of the symbol rate. It is looked for in up to 262 144 samples (in the middle, else at the start, else at
-/// the end) and refined over all of the record by demodulation: slopes of the phases of 8, 16 and 32 Hann-windowed
-/// blocks, of at least 16 UI where there are more than 8.
-/// @param samples  of any number; fewer than 128, fewer than 16 UI and constant ones have no clock
+/// every multiple of the symbol rate. Of lines within 3 % of it the strongest counts, or the centre of several that are
+/// alike, as a clock that moves has them. The line is looked for in up to 262 144 samples (in the middle, else at the start,
+/// else at the end; in fewer where a pattern repeats so often that its own lines stand apart) and refined over all of the
+/// record by demodulation: slopes of the phases of 8, 16 and 32 Hann-windowed blocks, of at least 16 UI where there are more
+/// than 8. Where the clock moves by more than 0.1 UI rms, phases of short steps take the blocks' place.
+/// @param samples  of any number; fewer than 128 and constant ones have no clock, and no line of fewer than 16 UI in the
+///                 part that is searched is looked at
 /// @throws std::invalid_argument  limits out of order or below 2 samples a UI; a loop bandwidth of 0 or less, or above a
 ///                                hundredth of the symbol rate found
 /// Rate to 1e-3 UI over the record for a clean one, 0.02 UI for 127 UI behind 8 dB of loss. O(n log n) with blocks that fit
-/// the cache; an eighth of the record's memory.
+/// the cache; for long records an eighth of their memory.
 TARNWICK_FRAMEWORK_API RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search = {});
 
 /// The clock of a rate that is given: its phase, and how far the capture's moves against it (phaseResidualUi, about a

@@ -69,7 +69,7 @@ Resampler::Resampler(double rate)
         for (std::size_t j = 0; j < 2 * half_; ++j) {
             const double time = static_cast<double>(p) / static_cast<double>(phases_) +
                                 (static_cast<double>(half_) - 1.0 - static_cast<double>(j));
-            rows_[p * 2 * half_ + j] = lower * WindowedSinc(lower * time);
+            rows_.Data()[p * 2 * half_ + j] = lower * WindowedSinc(lower * time);
         }
 }
 
@@ -81,7 +81,7 @@ void Resampler::At(std::span<const double> samples, std::span<const double> posi
         if (!(position >= first && position <= last))
             throw std::invalid_argument("Resampler: position is " + std::to_string(position) + "; expected " +
                                         std::to_string(half_) + " to " + std::to_string(last));
-    Loops().interpolate({rows_.data(), 2 * half_, phases_}, samples.data(), positions.data(), values.data(),
+    Loops().interpolate({rows_.Data(), 2 * half_, phases_}, samples.data(), positions.data(), values.data(),
                         positions.size());
 }
 

@@ -15,6 +15,7 @@
 
 #include "framework/export.h"
 #include "maths/captures/clockrecovery.h"
+#include "maths/transforms/alignedbuffer.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -37,7 +38,7 @@ public:
 private:
     std::size_t half_;
     std::size_t phases_;
-    std::vector<double> rows_;  // phases_ + 1 rows of 2 half_ taps
+    AlignedBuffer<double> rows_;  // phases_ + 1 rows of 2 half_ taps
 };
 
 /// Fills in the positions of outputs first, first + 1, ...

@@ -701,12 +701,9 @@ inline void Interpolate(const KernelRows& kernel, const double* x, const double*
             }
         const Pack low = before[0] + before[1];
         const Pack high = after[0] + after[1];
-        double sums[2][kPack];
-        Store(low, sums[0]);
-        Store(high, sums[1]);
-        const double a = (sums[0][0] + sums[0][1]) + (sums[0][2] + sums[0][3]);
-        const double b = (sums[1][0] + sums[1][1]) + (sums[1][2] + sums[1][3]);
-        y[i] = a + fraction * (b - a);
+        double sums[kPack];
+        Store(low + fraction * (high - low), sums);
+        y[i] = (sums[0] + sums[1]) + (sums[2] + sums[3]);
     }
 }
 

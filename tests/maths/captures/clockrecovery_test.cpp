@@ -235,8 +235,8 @@ TEST(WholeSamplesPerUi, AreThoseThatHoldOverTheRecord)
         std::size_t samples;
         std::size_t expected;  // 0: none
     } cases[] = {
-        {8.0000001, 200000, 8}, {8.0004, 8 * 390, 8},   {8.0004, 8 * 1010, 0}, {16.00012, 8128, 16},
-        {3.7123, 60000, 0},     {16.005, 127 * 16, 16}, {16.01, 127 * 16, 0},  {0.3, 100, 0},
+        {8.0000001, 200000, 8}, {8.0004, 3120, 8},  {8.0004, 8080, 0}, {16.00012, 8128, 16},
+        {3.7123, 60000, 0},     {16.005, 2032, 16}, {16.01, 2032, 0},  {0.3, 100, 0},
     };
     for (const auto& [samplesPerUi, samples, expected] : cases)
         EXPECT_EQ(WholeSamplesPerUi(samplesPerUi, samples).value_or(0), expected) << samplesPerUi << ", " << samples;
