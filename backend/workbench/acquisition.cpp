@@ -195,8 +195,8 @@ std::vector<double> FindLevels(std::span<const double> samples, double samplesPe
         if (report.eyes.empty())
             continue;
         double opening = 1.0;  // as far open as the levels lie apart
-        for (std::size_t eye = 0; eye < report.eyes.size(); ++eye)
-            opening = std::min(opening, report.eyes[eye].height / (report.levels[eye + 1] - report.levels[eye]));
+        for (const EyeOpening& eye : report.eyes)
+            opening = std::min(opening, eye.openingPercent / 100.0);
         if (opening > bestOpening) {
             bestOpening = opening;
             best = report.levels;

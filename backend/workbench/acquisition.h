@@ -26,7 +26,8 @@ TARNWICK_WORKBENCH_API SampleStatistics StatisticsOf(std::span<const double> sam
 struct SignalDescription {
     double samplesPerUi = 0.0;  ///< 0: not known
     E_SIGNAL_CODING coding = SIGNAL_CODING_UNKNOWN;
-    int patternLengthUi = 0;  ///< [UI] 0: not known
+    int patternLengthUi = 0;     ///< [UI] 0: not known
+    double symbolRateGBd = 0.0;  ///< 0: not known
 };
 
 enum class Confidence { Likely, Certain };

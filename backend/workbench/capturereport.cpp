@@ -1,5 +1,7 @@
 #include "workbench/capturereport.h"
 
+#include <algorithm>
+#include <cmath>
 #include <optional>
 #include <utility>
 
@@ -26,7 +28,7 @@ constexpr const char* kAssumptions[] = {
 };
 
 constexpr int kContentNameWidth = 18;
-constexpr int kQualityNameWidth = 16;
+constexpr int kQualityNameWidth = 17;
 
 std::string Row(int nameWidth, const char* name, const std::string& value)
 {
@@ -56,6 +58,51 @@ std::string PeriodText(const CaptureContent& content)
         text += fmt::format(" = {:.6g} UI", period / content.samplesPerUi->value);
     return text + fmt::format(" ({}), {:.6g} repetitions", NameOf(content.period->confidence),
                               static_cast<double>(content.sampleCount) / period);
+}
+
+// One figure of each eye, lowest first.
+template <typename Figure>
+std::string EachEye(const EyeReport& report, const char* format, Figure figure)
+{
+    std::string text;
+    for (const EyeOpening& eye : report.eyes)
+        text += (text.empty() ? "" : " ") + fmt::format(fmt::runtime(format), figure(eye));
+    return text;
+}
+
+std::string ExtinctionText(const EyeReport& report)
+{
+    const auto ratio = ExtinctionRatioDb(report);
+    return ratio ? fmt::format("{:.2f} dB", *ratio) : "none: the lowest level is not above 0 V";
+}
+
+// At every tenth of a UI; the JSON report has all phases.
+std::string BathtubText(const EyeReport& report)
+{
+    constexpr int kTenths = 4;  // to either side
+    std::string text;
+    for (int tenth = -kTenths; tenth <= kTenths; ++tenth) {
+        const double offset = 0.1 * tenth;
+        const auto nearest = std::min_element(report.bathtub.begin(), report.bathtub.end(),
+                                              [&](const BathtubPoint& a, const BathtubPoint& b) {
+                                                  return std::abs(a.offsetUi - offset) < std::abs(b.offsetUi - offset);
+                                              });
+        if (nearest != report.bathtub.end())
+            text += fmt::format("{}{:+.2f} {:.1e}", text.empty() ? "" : ", ", nearest->offsetUi, nearest->ber);
+    }
+    return text;
+}
+
+ordered_json BathtubToJson(const EyeReport& report)
+{
+    ordered_json list = ordered_json::array();
+    for (const BathtubPoint& point : report.bathtub) {
+        ordered_json openings = ordered_json::array();
+        for (const BathtubPoint::Opening& opening : point.openings)
+            openings.push_back({{"low", opening.low}, {"high", opening.high}});
+        list.push_back({{"offsetUi", point.offsetUi}, {"ber", point.ber}, {"openings", openings}});
+    }
+    return list;
 }
 
 }  // namespace
@@ -95,17 +142,39 @@ std::string ContentAsJson(const CaptureContent& content)
     return report.dump(2);
 }
 
-std::string QualityAsText(const SignalQuality& quality, const SignalDescription& signal)
+std::string QualityAsText(const SignalQuality& quality, const SignalDescription& signal, ZeroVolts zero)
 {
     const auto row = [](const char* name, const std::string& value) { return Row(kQualityNameWidth, name, value); };
+    const EyeReport& eye = quality.eye;
     std::string text =
         row("coding", NameOf(signal.coding)) + row("samples per UI", fmt::format("{:.6g}", signal.samplesPerUi)) +
         row("pattern", signal.patternLengthUi > 0 ? fmt::format("{} UI", signal.patternLengthUi) : "length not known") +
         row("symbols", quality.symbols ? quality.symbols->Description(signal.coding) : "not found") +
-        row("levels V", quality.eye.levels.empty() ? "-" : fmt::format("{:.4g}", fmt::join(quality.eye.levels, " "))) +
-        row("eye heights V", HeightsText(quality.eye)) + row("eye widths UI", WidthsText(quality.eye));
+        row("levels V", eye.levels.empty() ? "-" : fmt::format("{:.4g}", fmt::join(eye.levels, " ")));
     if (quality.levelMismatchRatio)
         text += row("RLM", fmt::format("{:.4f}", *quality.levelMismatchRatio));
+    if (!eye.levels.empty())
+        text += row("OMA V", fmt::format("{:.4g}", OuterModulationAmplitude(eye)));
+    if (zero == ZeroVolts::Dark)
+        text += row("extinction ratio", ExtinctionText(eye));
+    text += row("eye openings %", OpeningsText(eye)) + row("eye widths UI", WidthsText(eye));
+    if (!eye.eyes.empty() && eye.eyes.front().widthPs)
+        text += row("eye widths ps", EachEye(eye, "{:.4g}", [](const EyeOpening& one) { return *one.widthPs; }));
+    text += row("eye heights V", HeightsText(eye));
+    if (!eye.eyes.empty()) {
+        text += row("thresholds V", EachEye(eye, "{:.4g}", [](const EyeOpening& one) { return one.threshold; })) +
+                row("phase UI",
+                    fmt::format("{:.3f}, symbols {}", eye.phaseUi,
+                                eye.symbolsKnown ? "found"
+                                                 : "decided from the samples, which flatters an eye that is closed")) +
+                row("Q", EachEye(eye, "{:.3g}", [](const EyeOpening& one) { return one.q; }));
+    }
+    if (eye.ber) {
+        text += row("noise rms V", fmt::format("{:.4g}", *eye.noiseRms)) + row("BER", BerText(eye)) +
+                row(fmt::format("heights at {:g}", eye.targetBer).c_str(),
+                    EachEye(eye, "{:.4g}", [](const EyeOpening& one) { return *one.heightAtBer; })) +
+                row("bathtub UI, BER", BathtubText(eye));
+    }
     if (!quality.equaliser)
         return text + row("TDECQ", "not measured: " + quality.whyNoTdecq);
     const ReferenceEqualiser& equaliser = *quality.equaliser;
@@ -121,17 +190,20 @@ std::string QualityAsText(const SignalQuality& quality, const SignalDescription&
     return text;
 }
 
-std::string QualityAsJson(const SignalQuality& quality, const SignalDescription& signal)
+std::string QualityAsJson(const SignalQuality& quality, const SignalDescription& signal, ZeroVolts zero)
 {
-    ordered_json report = {{"coding", NameOf(signal.coding)},
-                           {"samplesPerUi", signal.samplesPerUi},
-                           {"patternLengthUi", signal.patternLengthUi},
-                           {"levels", quality.eye.levels},
-                           {"eyes", EyesToJson(quality.eye)},
-                           {"phaseUi", quality.eye.phaseUi},
-                           {"symbolQuality", nullptr},
-                           {"rlm", nullptr},
-                           {"tdecqDb", nullptr}};
+    ordered_json report = {{"coding", NameOf(signal.coding)},           {"samplesPerUi", signal.samplesPerUi},
+                           {"patternLengthUi", signal.patternLengthUi}, {"levels", quality.eye.levels},
+                           {"eyes", EyesToJson(quality.eye)},           {"phaseUi", quality.eye.phaseUi}};
+    AddErrorRatio(report, quality.eye);
+    report["oma"] = FoundOrNull(OuterModulationAmplitude(quality.eye));
+    const auto extinctionRatio = ExtinctionRatioDb(quality.eye);
+    report["extinctionRatioDb"] =
+        zero == ZeroVolts::Dark && extinctionRatio ? ordered_json(*extinctionRatio) : ordered_json();
+    report["targetBer"] = quality.eye.targetBer;
+    report["bathtub"] = BathtubToJson(quality.eye);
+    for (const char* const key : {"symbolQuality", "rlm", "tdecqDb"})
+        report[key] = nullptr;
     if (quality.symbols)
         report["symbolQuality"] = quality.symbols->quality;
     if (quality.levelMismatchRatio)
@@ -142,8 +214,8 @@ std::string QualityAsJson(const SignalQuality& quality, const SignalDescription&
             report["tdecqDb"] = equaliser->tdecqDb;
         report["taps"] = equaliser->taps;
         report["mainCursor"] = equaliser->mainCursor + 1;
-        report["oma"] = equaliser->oma;
-        report["noiseRms"] = equaliser->noiseRms;
+        report["equalisedOma"] = equaliser->oma;
+        report["tolerableNoiseRms"] = equaliser->noiseRms;
         report["noiseGain"] = equaliser->noiseGain;
         report["assumptions"] = kAssumptions;
     } else {

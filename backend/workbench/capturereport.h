@@ -16,12 +16,19 @@ TARNWICK_WORKBENCH_API std::string ContentAsText(const CaptureContent& content);
 /// two; null where nothing was found. "samplesPerUi" and "period" are {"value", "confidence"}.
 TARNWICK_WORKBENCH_API std::string ContentAsJson(const CaptureContent& content);
 
-/// A line a figure; with a TDECQ also what it assumes.
-TARNWICK_WORKBENCH_API std::string QualityAsText(const SignalQuality& quality, const SignalDescription& signal);
+/// Whether 0 V is a dark line, so that levels have a ratio.
+enum class ZeroVolts { Unknown, Dark };
 
-/// {"coding", "samplesPerUi", "patternLengthUi", "levels", "eyes", "phaseUi", "symbolQuality", "rlm", "tdecqDb", ...},
-/// indented by two; null where there is no figure. With an equaliser its "taps", "mainCursor" (from 1), "oma",
-/// "noiseRms", "noiseGain" and the "assumptions", otherwise "whyNoTdecq".
-TARNWICK_WORKBENCH_API std::string QualityAsJson(const SignalQuality& quality, const SignalDescription& signal);
+/// A line a figure; with a TDECQ also what it assumes.
+TARNWICK_WORKBENCH_API std::string QualityAsText(const SignalQuality& quality, const SignalDescription& signal,
+                                                 ZeroVolts zero = ZeroVolts::Unknown);
+
+/// {"coding", "samplesPerUi", "patternLengthUi", "levels", "eyes", "phaseUi", "ber", "noiseRms", "symbolsKnown", "valid",
+/// "oma", "extinctionRatioDb", "targetBer", "bathtub", "symbolQuality", "rlm", "tdecqDb", ...}, indented by two; null where
+/// there is no figure. "bathtub" is a list of {"offsetUi", "ber", "openings": [{"low", "high"}]}. With an equaliser its
+/// "taps", "mainCursor" (from 1), "equalisedOma", "tolerableNoiseRms", "noiseGain" and the "assumptions", otherwise
+/// "whyNoTdecq".
+TARNWICK_WORKBENCH_API std::string QualityAsJson(const SignalQuality& quality, const SignalDescription& signal,
+                                                 ZeroVolts zero = ZeroVolts::Unknown);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -2,144 +2,136 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
-#include <optional>
-#include <utility>
 
-#include "maths/patterns/levels.h"
-#include "maths/patterns/periodicrecord.h"
+#include "maths/captures/errorratio.h"
+#include "maths/captures/eyes.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-constexpr double kEqualHeight = 1e-9;  // heights that differ by less than this part are one flat top
+constexpr double kPercent = 100.0;
+constexpr double kPsPerNs = 1e3;
 
-// The sampling phases of a waveform: at each, one value a UI.
-class Phases {
-public:
-    Phases(std::span<const double> samples, double samplesPerUi)
-        : samples_(samples),
-          samplesPerUi_(samplesPerUi),
-          count_(static_cast<int>(samplesPerUi)),
-          symbols_(static_cast<std::size_t>(static_cast<double>(samples.size()) / samplesPerUi))
-    {
-    }
-    int Count() const { return count_; }
-    std::size_t Symbols() const { return symbols_; }
-    /// Values at phase p of the UI; p below 0 and from Count() on lie in the UIs before and behind.
-    std::vector<double> At(int p) const
-    {
-        std::vector<double> values(symbols_);
-        const double offset = static_cast<double>(p) / count_ * samplesPerUi_;
-        const bool whole = samplesPerUi_ == count_;
-        for (std::size_t i = 0; i < symbols_; ++i) {
-            const double at = static_cast<double>(i) * samplesPerUi_ + offset;
-            values[i] = Maths::SampleAt(samples_, whole ? std::floor(at) : at);
-        }
-        return values;
-    }
-
-private:
-    std::span<const double> samples_;
-    double samplesPerUi_;
-    int count_;
-    std::size_t symbols_;
-};
-
-struct Decision {
-    std::vector<double> levels;
-    std::vector<double> thresholds;
-    std::vector<double> heights;
-};
-
-std::optional<Decision> Decide(std::vector<double> values, int levelCount)
+// Whether the symbols of the range take every level: otherwise an eye has no upper or no lower side.
+bool HasAllLevels(std::span<const int> levels, Maths::SymbolRange range, int levelCount)
 {
-    std::sort(values.begin(), values.end());
-    std::optional<Maths::LevelPartition> partition = Maths::PartitionIntoLevels(values, levelCount);
-    if (!partition || partition->IsOfOneLevel())
+    const std::span<const int> part = levels.subspan(range.first, range.count);
+    for (int level = 0; level < levelCount; ++level)
+        if (std::find(part.begin(), part.end(), level) == part.end())
+            return false;
+    return true;
+}
+
+std::optional<Maths::ErrorRatios> RatiosAt(const Maths::EyeRecord& record, const Maths::AlignedSymbols& symbols,
+                                           const Maths::NoiseSplit& split)
+{
+    if (!HasAllLevels(symbols.levels, split.range, record.levelCount))
         return std::nullopt;
-    const std::vector<std::size_t>& bounds = partition->bounds;
-    Decision decision{std::move(partition->means), std::move(partition->thresholds), {}};
-    for (std::size_t k = 1; k + 1 < bounds.size(); ++k)
-        decision.heights.push_back(values[bounds[k]] - values[bounds[k] - 1]);
-    return decision;
+    return Maths::ErrorRatios(split, symbols.levels, record.levelCount);
 }
 
-// Opening of each eye among values whose symbols are known.
-std::vector<double> Openings(const std::vector<double>& values, const std::vector<int>& symbols, int levelCount)
+std::vector<BathtubPoint> Bathtub(const Maths::EyeRecord& record, const Maths::AlignedSymbols& symbols,
+                                  const Maths::EyeFigures& figures, std::span<const double> thresholds,
+                                  const EyeSettings& settings)
 {
-    const auto eyes = static_cast<std::size_t>(levelCount - 1);
-    std::vector<double> lowest(eyes + 1, std::numeric_limits<double>::infinity());
-    std::vector<double> highest(eyes + 1, -std::numeric_limits<double>::infinity());
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const auto symbol = static_cast<std::size_t>(symbols[i]);
-        lowest[symbol] = std::min(lowest[symbol], values[i]);
-        highest[symbol] = std::max(highest[symbol], values[i]);
-    }
-    std::vector<double> openings(eyes);
-    for (std::size_t eye = 0; eye < eyes; ++eye)
-        openings[eye] = *std::min_element(lowest.begin() + static_cast<std::ptrdiff_t>(eye) + 1, lowest.end()) -
-                        *std::max_element(highest.begin(), highest.begin() + static_cast<std::ptrdiff_t>(eye) + 1);
-    return openings;
-}
-
-// How far, in phases, the eyes stay open on one side of the best phase, up to half a UI.
-std::vector<double> OpenSpan(const Phases& phases, int best, int direction, const std::vector<int>& symbols,
-                             std::vector<double> openings, int levelCount)
-{
-    const int reach = phases.Count() / 2;
-    std::vector<double> span(openings.size(), 0.0);
-    std::vector<bool> open(openings.size(), true);
-    for (int step = 1; step <= reach && std::find(open.begin(), open.end(), true) != open.end(); ++step) {
-        const std::vector<double> next = Openings(phases.At(best + direction * step), symbols, levelCount);
-        for (std::size_t eye = 0; eye < span.size(); ++eye) {
-            if (!open[eye])
-                continue;
-            open[eye] = next[eye] > 0.0;
-            span[eye] = open[eye] ? step : step - 1 + openings[eye] / (openings[eye] - next[eye]);
+    std::vector<BathtubPoint> points;
+    constexpr int kHalf = Maths::kEyePhases / 2;
+    for (int step = -kHalf; step <= kHalf; ++step) {
+        BathtubPoint point{static_cast<double>(step) / static_cast<double>(Maths::kEyePhases), 0.0, {}};
+        const Maths::PhaseValues values =
+            ValuesAt(record, symbols, figures.position + point.offsetUi * settings.samplesPerUi);
+        const auto ratios =
+            RatiosAt(record, symbols, SplitNoise(values, symbols.levels, record.wrapping, settings.periodUi));
+        if (!ratios)
+            continue;
+        point.ber = ratios->OfBits(thresholds);
+        for (std::size_t eye = 0; eye < thresholds.size(); ++eye) {
+            const Maths::ErrorRatios::Opening opening = ratios->At(eye, settings.targetBer);
+            point.openings.push_back({opening.low, opening.high});
         }
-        openings = next;
+        points.push_back(std::move(point));
     }
-    return span;
+    return points;
 }
 
 }  // namespace
 
-EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int levelCount)
+double OuterModulationAmplitude(const EyeReport& report)
 {
-    const Phases phases(samples, samplesPerUi);
+    return report.levels.empty() ? 0.0 : report.levels.back() - report.levels.front();
+}
+
+std::optional<double> ExtinctionRatioDb(const EyeReport& report)
+{
+    if (report.levels.empty() || !(report.levels.front() > 0.0))
+        return std::nullopt;
+    return 10.0 * std::log10(report.levels.back() / report.levels.front());
+}
+
+EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settings)
+{
     EyeReport report;
-    if (phases.Symbols() < static_cast<std::size_t>(levelCount) ||
+    report.valid =
+        settings.circular ? ValidPart{0, samples.size()} : settings.valid.value_or(ValidPart{0, samples.size()});
+    report.targetBer = settings.targetBer;
+    report.symbolRateGBd = settings.symbolRateGBd;
+    const Maths::EyeRecord record{samples,
+                                  settings.samplesPerUi,
+                                  settings.levelCount,
+                                  report.valid.first,
+                                  report.valid.count,
+                                  settings.circular ? Maths::Wrapping::Circular : Maths::Wrapping::None};
+    if (samples.empty() || record.UiCount() < static_cast<std::size_t>(settings.levelCount) ||
         !std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); }))
         return report;
 
-    // The smallest height at each phase; the best phase is the highest, or the middle of a flat top.
-    std::vector<double> smallest(static_cast<std::size_t>(phases.Count()), -1.0);
-    for (int p = 0; p < phases.Count(); ++p)
-        if (const auto decision = Decide(phases.At(p), levelCount))
-            smallest[static_cast<std::size_t>(p)] =
-                *std::min_element(decision->heights.begin(), decision->heights.end());
-    const auto top = std::max_element(smallest.begin(), smallest.end());
-    if (*top < 0.0)
+    std::optional<Maths::AlignedSymbols> symbols = LocateSymbols(record, settings.pattern);
+    report.symbolsKnown = symbols.has_value();
+    if (!symbols)
+        symbols = DecideSymbols(record);
+    const auto figures = symbols ? Maths::MeasureEyes(record, *symbols) : std::nullopt;
+    if (!figures)
         return report;
-    auto topEnd = top;
-    while (topEnd + 1 != smallest.end() && *(topEnd + 1) >= *top * (1.0 - kEqualHeight))
-        ++topEnd;
-    const int best = static_cast<int>((top - smallest.begin()) + (topEnd - top) / 2);
 
-    const std::vector<double> values = phases.At(best);
-    const Decision decision = *Decide(values, levelCount);
-    std::vector<int> symbols(values.size());
-    std::transform(values.begin(), values.end(), symbols.begin(),
-                   [&](double value) { return Maths::LevelOf(value, decision.thresholds); });
-    const auto left = OpenSpan(phases, best, -1, symbols, decision.heights, levelCount);
-    const auto right = OpenSpan(phases, best, 1, symbols, decision.heights, levelCount);
-    report.levels = decision.levels;
-    report.phaseUi = static_cast<double>(best) / phases.Count();
-    for (std::size_t eye = 0; eye < decision.heights.size(); ++eye)
-        report.eyes.push_back({decision.heights[eye], std::min(1.0, (left[eye] + right[eye]) / phases.Count())});
+    const Maths::PhaseValues values = ValuesAt(record, *symbols, figures->position);
+    const Maths::NoiseSplit split = SplitNoise(values, symbols->levels, record.wrapping, settings.periodUi);
+    const auto ratios = RatiosAt(record, *symbols, split);
+    const std::vector<double> factors = QFactors(values, symbols->levels, settings.levelCount);
+    report.levels = figures->levels;
+    report.phaseUi = figures->position / settings.samplesPerUi;
+    report.phaseUi -= std::floor(report.phaseUi);
+    std::vector<double> thresholds;
+    for (std::size_t k = 0; k < figures->eyes.size(); ++k) {
+        const Maths::Eye& eye = figures->eyes[k];
+        EyeOpening opening{.height = eye.height,
+                           .widthUi = eye.widthUi,
+                           .openingPercent = kPercent * eye.opening,
+                           .widthPs = std::nullopt,
+                           .threshold = eye.threshold,
+                           .heightAtBer = std::nullopt,
+                           .q = factors[k]};
+        if (settings.symbolRateGBd > 0.0)
+            opening.widthPs = eye.widthUi / settings.symbolRateGBd * kPsPerNs;
+        if (ratios) {
+            const Maths::ErrorRatios::Opening left = ratios->At(k, settings.targetBer);
+            opening.heightAtBer = left.high - left.low;
+        }
+        report.eyes.push_back(opening);
+        thresholds.push_back(eye.threshold);
+    }
+    if (ratios) {
+        report.ber = ratios->OfBits(thresholds);
+        report.noiseRms = split.noiseRms;
+        if (settings.withBathtub)
+            report.bathtub = Bathtub(record, *symbols, *figures, thresholds, settings);
+    }
     return report;
+}
+
+EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int levelCount)
+{
+    return MeasureEyes(samples, EyeSettings{.samplesPerUi = samplesPerUi, .levelCount = levelCount});
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -1,6 +1,10 @@
-// Eye measurements of a waveform that repeats with the symbol period.
+// The eyes of a waveform, the error ratio of a slicer in them, and what noise leaves of them. A waveform is read between its
+// samples as the band-limited one that they stand for, at 64 phases a UI. Symbols say on which side of an eye a sample
+// belongs: known ones where the pattern is known and found in the waveform, decided ones otherwise.
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -8,21 +12,72 @@
 
 namespace Tarnwick::DSO::Workbench {
 
+/// The samples of a record that figures may come from.
+struct ValidPart {
+    std::size_t first = 0;
+    std::size_t count = 0;
+};
+
+/// What is known of a waveform whose eyes are measured.
+struct EyeSettings {
+    double samplesPerUi = 0.0;      ///< real, at least 1
+    int levelCount = 2;             ///< 2 to 4
+    double symbolRateGBd = 0.0;     ///< 0: not known, and no width in ps
+    std::vector<int> pattern = {};  ///< level of each UI of one period, any rotation; empty: the symbols are decided
+    std::size_t periodUi = 0;       ///< [UI] after which the record is known to repeat; 0: it is not
+    std::optional<ValidPart> valid = {};  ///< none: all of the record
+    bool circular = true;                 ///< the record is whole periods, all of it valid; false: its ends are ends
+    double targetBer = 1e-6;              ///< bit error ratio at which heights and contours are measured
+    bool withBathtub = false;             ///< measure the error ratio at every phase too
+};
+
 struct EyeOpening {
-    double height;   ///< [V] smallest sample decided above it minus the largest decided below, at the common phase
-    double widthUi;  ///< [UI] span of phases around that phase in which it is open
+    double height = 0.0;          ///< [V] smallest sample above it minus the largest below; negative: it is closed
+    double widthUi = 0.0;         ///< [UI] phases around the measuring one at which no sample crosses the threshold
+    double openingPercent = 0.0;  ///< height over the distance of its two levels
+    std::optional<double> widthPs = {};
+    double threshold = 0.0;                  ///< [V] fixed: the middle of the opening at the measuring phase
+    std::optional<double> heightAtBer = {};  ///< [V] at the target error ratio; none: too few symbols to tell noise
+    double q = 0.0;  ///< distance of its levels over the sum of their rms; infinite without any spread
+};
+
+/// The eyes at one phase, in the order of the report.
+struct BathtubPoint {
+    double offsetUi;  ///< [UI] -0.5 to 0.5, from the measuring phase
+    double ber;       ///< bit error ratio at the fixed thresholds
+    struct Opening {
+        double low;   ///< [V]
+        double high;  ///< [V] below low: closed
+    };
+    std::vector<Opening> openings;  ///< what lies between the thresholds of the target error ratio
 };
 
 struct EyeReport {
-    std::vector<double> levels;    ///< [V] means of the decided samples at the phase, lowest first
-    std::vector<EyeOpening> eyes;  ///< one fewer, lowest first
-    double phaseUi = 0.0;          ///< [UI] 0 to 1: where the smallest height over the eyes is largest
+    std::vector<double> levels;         ///< [V] means of the levels' samples at the measuring phase, lowest first
+    std::vector<EyeOpening> eyes;       ///< one fewer, lowest first
+    double phaseUi = 0.0;               ///< [UI] 0 to below 1: where the smallest opening over the eyes is largest
+    ValidPart valid;                    ///< [samples] what was measured
+    bool symbolsKnown = false;          ///< false: they were decided, and a closed eye looks more open than it is
+    std::optional<double> ber;          ///< bit error ratio of a slicer at the thresholds; none: too few symbols
+    std::optional<double> noiseRms;     ///< [V] at the measuring phase: what the symbols do not explain
+    double targetBer = 0.0;             ///< as set
+    double symbolRateGBd = 0.0;         ///< as set
+    std::vector<BathtubPoint> bathtub;  ///< 65 phases, when asked for
 };
 
-/// @param samples       [V] read as periodic
-/// @param samplesPerUi  real, at least 1
-/// @param levelCount    2 to 4
-/// @return a report without levels and eyes when at no phase the samples fall into that many levels
+/// Distance of the outermost levels [V], the outer modulation amplitude; 0 without levels.
+TARNWICK_WORKBENCH_API double OuterModulationAmplitude(const EyeReport& report);
+
+/// Highest over lowest level [dB], 10 log10, where 0 V is dark; nothing when the lowest is not above 0 V. Source: IEEE 802.3
+/// clause 52.9.4.
+TARNWICK_WORKBENCH_API std::optional<double> ExtinctionRatioDb(const EyeReport& report);
+
+/// @param samples  [V]
+/// @return a report without levels and eyes when a sample of the valid part is not finite, or at no phase the samples fall
+///         into that many levels
+TARNWICK_WORKBENCH_API EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settings);
+
+/// The same of whole periods of unknown symbols.
 TARNWICK_WORKBENCH_API EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int levelCount);
 
 }  // namespace Tarnwick::DSO::Workbench

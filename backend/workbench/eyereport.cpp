@@ -1,5 +1,6 @@
 #include "workbench/eyereport.h"
 
+#include <optional>
 #include <vector>
 
 #include <fmt/format.h>
@@ -13,13 +14,23 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-std::string Joined(const EyeReport& report, double EyeOpening::*value)
+std::vector<double> ValuesOf(const EyeReport& report, double EyeOpening::*value)
 {
     std::vector<double> values;
     values.reserve(report.eyes.size());
     for (const EyeOpening& eye : report.eyes)
         values.push_back(eye.*value);
-    return values.empty() ? "-" : fmt::format("{:.4g}", fmt::join(values, " "));
+    return values;
+}
+
+std::string Joined(const EyeReport& report, double EyeOpening::*value)
+{
+    return report.eyes.empty() ? "-" : fmt::format("{:.4g}", fmt::join(ValuesOf(report, value), " "));
+}
+
+nlohmann::ordered_json OrNull(const std::optional<double>& value)
+{
+    return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
 }
 
 }  // namespace
@@ -28,8 +39,22 @@ nlohmann::ordered_json EyesToJson(const EyeReport& report)
 {
     nlohmann::ordered_json eyes = nlohmann::ordered_json::array();
     for (const EyeOpening& eye : report.eyes)
-        eyes.push_back({{"height", eye.height}, {"widthUi", eye.widthUi}});
+        eyes.push_back({{"height", eye.height},
+                        {"openingPercent", eye.openingPercent},
+                        {"widthUi", eye.widthUi},
+                        {"widthPs", OrNull(eye.widthPs)},
+                        {"threshold", eye.threshold},
+                        {"heightAtBer", OrNull(eye.heightAtBer)},
+                        {"q", eye.q}});
     return eyes;
+}
+
+void AddErrorRatio(nlohmann::ordered_json& target, const EyeReport& report)
+{
+    target["ber"] = OrNull(report.ber);
+    target["noiseRms"] = OrNull(report.noiseRms);
+    target["symbolsKnown"] = report.symbolsKnown;
+    target["valid"] = {{"first", report.valid.first}, {"count", report.valid.count}};
 }
 
 std::string HeightsText(const EyeReport& report)
@@ -40,6 +65,34 @@ std::string HeightsText(const EyeReport& report)
 std::string WidthsText(const EyeReport& report)
 {
     return Joined(report, &EyeOpening::widthUi);
+}
+
+std::string OpeningsText(const EyeReport& report)
+{
+    return report.eyes.empty() ? "-"
+                               : fmt::format("{:.1f}", fmt::join(ValuesOf(report, &EyeOpening::openingPercent), " "));
+}
+
+std::string BerText(const EyeReport& report)
+{
+    constexpr double kSmallest = 1e-30;  // smaller ones stand for nothing that could ever be counted
+    if (!report.ber)
+        return "-";
+    if (*report.ber > 0.0 && *report.ber < kSmallest)
+        return fmt::format("below {:g}", kSmallest);
+    return fmt::format("{:.2g}", *report.ber);
+}
+
+EyeSettings EyeSettingsOf(const Chain& chain)
+{
+    const DeviceConfiguration& device = chain.Device();
+    EyeSettings settings{.samplesPerUi = chain.SamplesPerUi(),
+                         .levelCount = LevelCount(device.signalCoding),
+                         .symbolRateGBd = device.baudRateGBd};
+    settings.pattern = LevelsOf(device.patternSymbols, device.signalCoding, device.withoutGrayCoding);
+    if (device.patternRepeats > 1 && device.patternLengthUi > 0)
+        settings.periodUi = static_cast<std::size_t>(device.patternLengthUi);
+    return settings;
 }
 
 void RequireEyes(const Chain& chain, const std::string& name, const std::string& user)

@@ -9,9 +9,18 @@
 
 namespace Tarnwick::DSO::Workbench {
 
-/// Four digits each, with blanks between; "-" when there are no eyes.
+/// A figure of each eye, lowest first, with blanks between: heights in V and widths in UI to four digits, openings to a
+/// tenth of a per cent. "-" when there are no eyes.
 TARNWICK_WORKBENCH_API std::string HeightsText(const EyeReport& report);
 TARNWICK_WORKBENCH_API std::string WidthsText(const EyeReport& report);
+TARNWICK_WORKBENCH_API std::string OpeningsText(const EyeReport& report);
+
+/// "2.3e-12", "below 1e-30", "0"; "-" when there is none.
+TARNWICK_WORKBENCH_API std::string BerText(const EyeReport& report);
+
+/// What the eyes of a chain's waveforms are measured with: of whole periods, with the pattern when the chain holds it.
+/// @param chain  knows the line coding and the samples per UI
+TARNWICK_WORKBENCH_API EyeSettings EyeSettingsOf(const Chain& chain);
 
 /// @param name  the chain file's, for messages
 /// @param user  what needs the eyes, for messages

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "workbench/acquisition.h"
+#include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/eyejson.h"
@@ -75,7 +76,7 @@ StageReport Describe(const std::string& name, std::span<const double> samples, c
     report.peakToPeak = statistics.high - statistics.low;
     const int levels = LevelCount(chain.Device().signalCoding);
     if (levels > 1 && chain.SamplesPerUi() >= 1.0)
-        report.eye = MeasureEyes(samples, chain.SamplesPerUi(), levels);
+        report.eye = MeasureEyes(samples, EyeSettingsOf(chain));
     report.seconds = seconds;
     return report;
 }
@@ -117,6 +118,7 @@ std::string ReportAsJson(std::span<const StageReport> stages)
                         {"eyes", EyesToJson(stage.eye)},
                         {"phaseUi", stage.eye.phaseUi},
                         {"seconds", stage.seconds}});
+        AddErrorRatio(list.back(), stage.eye);
         if (!stage.findings.empty())
             list.back().update(nlohmann::ordered_json::parse(stage.findings));
     }

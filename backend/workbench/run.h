@@ -56,7 +56,9 @@ TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double
                                             const std::function<void(const std::string& stage)>& begin = {});
 
 /// {"stages": [{"name", "samples", "repetitions", "mean", "rms", "peakToPeak", "levels", "eyes", "phaseUi", "seconds",
-/// ...}]} as JSON text, indented by two; what a filter has found follows under its own keys. Not a number is null.
+/// "ber", "noiseRms", "symbolsKnown", "valid", ...}]} as JSON text, indented by two; an eye is {"height", "openingPercent",
+/// "widthUi", "widthPs", "threshold", "heightAtBer", "q"}. What a filter has found follows under its own keys. Not a number
+/// and infinity are null.
 TARNWICK_WORKBENCH_API std::string ReportAsJson(std::span<const StageReport> stages);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -1,6 +1,7 @@
 #include "workbench/signalquality.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include <fmt/format.h>
 
@@ -13,6 +14,7 @@ namespace Tarnwick::DSO::Workbench {
 namespace {
 
 constexpr int kTdecqLevels = 4;
+constexpr double kSlack = 1e-9;  // periods, samples: rounding of a number of samples per UI that is not whole
 
 std::optional<ReferenceEqualiser> FindEqualiser(std::span<const double> samples, std::size_t samplesPerUi,
                                                 const std::vector<int>& pattern, int numberOfTaps)
@@ -42,22 +44,35 @@ double LevelMismatchRatio(std::span<const double> levels)
 SignalQuality MeasureSignalQuality(std::span<const double> samples, const SignalDescription& signal, int numberOfTaps,
                                    const std::string& name)
 {
-    const auto& [samplesPerUi, coding, patternLengthUi] = signal;
+    const double samplesPerUi = signal.samplesPerUi;
+    const int patternLengthUi = signal.patternLengthUi;
     SignalQuality quality;
-    const int levelCount = LevelCount(coding);
-    quality.eye = MeasureEyes(samples, samplesPerUi, levelCount);
-    std::vector<double> levels = quality.eye.levels;
+    const int levelCount = LevelCount(signal.coding);
+    EyeSettings settings{.samplesPerUi = samplesPerUi,
+                         .levelCount = levelCount,
+                         .symbolRateGBd = signal.symbolRateGBd,
+                         .withBathtub = true};
     if (patternLengthUi > 0) {
         try {
-            quality.symbols = FindSymbols(samples, samplesPerUi, patternLengthUi, coding, name);
-            if (levels.empty())
-                levels = quality.symbols->voltages;
+            quality.symbols = FindSymbols(samples, samplesPerUi, patternLengthUi, signal.coding, name);
+            settings.pattern = quality.symbols->levels;
+            settings.periodUi = static_cast<std::size_t>(patternLengthUi);
         } catch (const DataFailure& failure) {
             quality.whyNoTdecq = failure.what();
         }
     } else {
         quality.whyNoTdecq = "the pattern's length is not known";
     }
+    // Whole periods of what is known to repeat; the ends of any other record are ends.
+    const double patternSamples = samplesPerUi * patternLengthUi;
+    const double periods =
+        patternLengthUi > 0 ? std::floor(static_cast<double>(samples.size()) / patternSamples + kSlack) : 0.0;
+    settings.circular = periods > 0.0;
+    const auto whole = static_cast<std::size_t>(std::floor(periods * patternSamples + kSlack));
+    quality.eye = MeasureEyes(settings.circular ? samples.first(std::min(whole, samples.size())) : samples, settings);
+    std::vector<double> levels = quality.eye.levels;
+    if (levels.empty() && quality.symbols)
+        levels = quality.symbols->voltages;
     if (levelCount != kTdecqLevels) {
         quality.whyNoTdecq = "it is defined for PAM4";
         return quality;

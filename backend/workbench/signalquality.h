@@ -31,7 +31,7 @@ struct ReferenceEqualiser {
 };
 
 struct SignalQuality {
-    EyeReport eye;                             ///< of the samples as they are; without eyes when they are closed
+    EyeReport eye;                             ///< of the samples as they are, with the bathtub
     std::optional<FoundSymbols> symbols;       ///< none when the pattern's length is not known, or they are not found
     std::optional<double> levelMismatchRatio;  ///< of PAM4
     std::optional<ReferenceEqualiser> equaliser;  ///< of PAM4

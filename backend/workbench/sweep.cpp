@@ -15,7 +15,6 @@
 
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
-#include "workbench/pattern.h"
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/plumbing/text.h"
 #include "workbench/run.h"
@@ -236,7 +235,7 @@ private:
             Chain chain(ChainFileOf(chain_, chainName_), samples.size());
             RequireEyes(chain, chainName_, "sweep");
             const std::vector<double> filtered = RunFrom(chain, samples, from);
-            run.eye = MeasureEyes(filtered, chain.SamplesPerUi(), LevelCount(chain.Device().signalCoding));
+            run.eye = MeasureEyes(filtered, EyeSettingsOf(chain));
             observer_.end(index, run, filtered, chain.SamplesPerUi());
         } catch (const std::runtime_error& failure) {
             if (!IsRefusal(failure))

@@ -66,7 +66,8 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
         widths.push_back(width);
         text += fmt::format("  {:>{}}", axis.path, width);
     }
-    text += fmt::format("  {:>10}  {:>8}  {}\n", "smallest V", "width UI", "eye heights V");
+    text += fmt::format("  {:>10}  {:>8}  {:>11}  {:<16}  {}\n", "smallest V", "width UI", "BER", "openings %",
+                        "eye heights V");
     const auto columns = [&](const SweepRun& run) {
         std::string values;
         for (std::size_t k = 0; k < widths.size(); ++k)
@@ -77,9 +78,10 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
     for (const std::size_t index : Ranking(runs)) {
         const SweepRun& run = runs[index];
         const bool hasEyes = !run.eye.eyes.empty();
-        text += fmt::format("{:>5}{}  {:>10}  {:>8}  {}\n", ++rank, columns(run),
+        text += fmt::format("{:>5}{}  {:>10}  {:>8}  {:>11}  {:<16}  {}\n", ++rank, columns(run),
                             hasEyes ? fmt::format("{:.4g}", run.SmallestHeight()) : "-",
-                            hasEyes ? fmt::format("{:.4g}", run.SmallestWidth()) : "-", HeightsText(run.eye));
+                            hasEyes ? fmt::format("{:.4g}", run.SmallestWidth()) : "-", BerText(run.eye),
+                            OpeningsText(run.eye), HeightsText(run.eye));
     }
     for (const SweepRun& run : runs)
         if (!run.error.empty())
@@ -100,6 +102,7 @@ std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRu
                               {"phaseUi", run.eye.phaseUi},
                               {"smallestHeight", nullptr},
                               {"smallestWidthUi", nullptr}};
+        AddErrorRatio(entry, run.eye);
         if (!run.eye.eyes.empty()) {
             entry["smallestHeight"] = run.SmallestHeight();
             entry["smallestWidthUi"] = run.SmallestWidth();

@@ -30,7 +30,7 @@ TEST(Gnuplot, WritesUnderAnyName)
         EXPECT_TRUE(IsPng(folder.Read(name + "-before.png")));
         EXPECT_TRUE(IsPng(folder.Read(name + "-after.png")));
     }
-    EXPECT_EQ(folder.Count(), 5U + 2 * 4);  // the pictures, chain, capture, f.csv, out and err
+    EXPECT_EQ(folder.Count(), 5U + 3 * 4);  // the pictures, chain, capture, f.csv, out and err
 }
 
 TEST(Gnuplot, LeavesNothingBehindAFailure)

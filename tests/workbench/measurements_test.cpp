@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numbers>
 #include <string>
 #include <vector>
 
@@ -65,15 +66,53 @@ TEST(EyeMeasure, MeasuresTheWidthWhereTheOpeningCloses)
 
 TEST(EyeMeasure, InterpolatesFractionalSampling)
 {
-    // A triangle of two UI, its peaks of 1 and -1 half a UI behind the boundaries, at 2.5 samples per UI: a straight line
-    // from 0.8 to 0.4 has 0.7 at the peak.
-    const double period[] = {0.0, 0.8, 0.4, -0.4, -0.8};
+    // Ones and zeros in turn, their peaks of 1 and -1 between the samples, 2.5 of them a UI.
     std::vector<double> samples;
     for (std::size_t k = 0; k < 500; ++k)
-        samples.push_back(period[k % 5]);
+        samples.push_back(std::sin(0.4 * std::numbers::pi * static_cast<double>(k)));
     const EyeReport report = MeasureEyes(samples, 2.5, 2);
     ASSERT_EQ(report.eyes.size(), 1U);
-    EXPECT_NEAR(report.eyes[0].height, 1.4, 1e-12);
+    EXPECT_NEAR(report.eyes[0].height, 2.0, 1e-4);  // the phase to 1/512 UI, and the interpolation
+    EXPECT_NEAR(report.eyes[0].widthUi, 1.0, 1e-3);
+    EXPECT_NEAR(report.phaseUi, 0.5, 1.0 / 512);
+}
+
+TEST(EyeMeasure, TellsWhatIsKnownAndWhatNoiseLeaves)
+{
+    const std::vector<int> levels = LevelsOf(PrbsSymbols(9, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false);
+    std::vector<double> samples = Simulate(levels, 2, {.repetitions = 4, .riseUi = 0.5, .noiseRms = 0.05});
+    for (double& sample : samples)
+        sample += 0.6;  // levels of 0.1 and 1.1 V
+    EyeSettings settings{.samplesPerUi = 16.0, .levelCount = 2, .symbolRateGBd = 10.0, .withBathtub = true};
+    EXPECT_FALSE(MeasureEyes(samples, settings).symbolsKnown);
+    settings.pattern = levels;
+    settings.periodUi = levels.size();
+    const EyeReport report = MeasureEyes(samples, settings);
+    ASSERT_EQ(report.eyes.size(), 1U);
+    const EyeOpening& eye = report.eyes[0];
+    EXPECT_TRUE(report.symbolsKnown);
+    EXPECT_NEAR(*eye.widthPs, 100.0 * eye.widthUi, 1e-9);
+    EXPECT_NEAR(eye.threshold, 0.6, 0.05);
+    EXPECT_NEAR(*report.noiseRms, 0.05, 0.005);
+    EXPECT_NEAR(eye.q, 10.0, 1.0);
+    EXPECT_LT(*report.ber, 1e-15);  // more than 8 sigma to the threshold
+    EXPECT_NEAR(*eye.heightAtBer, 1.0 - 2.0 * 4.6 * 0.05,
+                0.06);  // see ErrorRatio; the mean of four keeps half the noise
+    EXPECT_NEAR(*ExtinctionRatioDb(report), 10.0 * std::log10(11.0), 0.5);  // 0.01 V of the lower level
+    EXPECT_NEAR(OuterModulationAmplitude(report), 1.0, 0.03);
+    ASSERT_EQ(report.bathtub.size(), 65U);
+    EXPECT_EQ(report.bathtub[32].ber, *report.ber);
+    EXPECT_GT(std::max(report.bathtub.front().ber, report.bathtub.back().ber), 1e-2);  // one of them lies on an edge
+
+    // A part of it; what lies outside may be anything.
+    std::fill(samples.begin(), samples.begin() + 1000, 7.0);
+    settings.circular = false;
+    settings.valid = ValidPart{1100, samples.size() - 1100};
+    const EyeReport part = MeasureEyes(samples, settings);
+    EXPECT_EQ(part.valid.first, 1100U);
+    EXPECT_TRUE(part.symbolsKnown);
+    EXPECT_NEAR(part.eyes.at(0).height, eye.height, 0.05);
+    EXPECT_LT(*part.ber, 1e-15);
 }
 
 TEST(EyeMeasure, SaysNothingOfWhatHasNoEyes)

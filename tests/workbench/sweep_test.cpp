@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/failures.h"
+#include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/run.h"
@@ -146,7 +147,7 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
             for (Stage& stage : chain.Stages())
                 samples = RunStage(stage, samples, "chain.json", "capture.csv");
             EXPECT_EQ(behind[run], samples) << "run " << run;
-            EXPECT_EQ(runs[run].SmallestHeight(), MeasureEyes(samples, 8.0, 2).eyes[0].height);
+            EXPECT_EQ(runs[run].SmallestHeight(), MeasureEyes(samples, EyeSettingsOf(chain)).eyes[0].height);
         }
     }
 }

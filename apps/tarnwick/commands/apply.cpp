@@ -1,4 +1,5 @@
 // tarnwick apply: a capture through a chain of filters.
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,9 +10,11 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "notes.h"
+#include "pictures/bathtubplot.h"
 #include "pictures/eyeplot.h"
 #include "progress.h"
 #include "workbench/chain.h"
+#include "workbench/eye.h"
 #include "workbench/eyereport.h"
 #include "workbench/run.h"
 #include "workbench/symbols.h"
@@ -46,12 +49,21 @@ std::string FindingText(const nlohmann::json& value)
 
 void PrintTable(const std::vector<Workbench::StageReport>& reports)
 {
-    fmt::print("{:<16} {:>9} {:>5} {:>10} {:>10} {:>10}  {:<26} {:<22} {:>8} {:>9}\n", "stage", "samples", "reps",
-               "mean V", "rms V", "p-p V", "eye heights V", "eye widths UI", "phase UI", "seconds");
+    fmt::print("{:<16} {:<16} {:<22} {:<26} {:>11} {:>8} {:>9} {:>5} {:>10} {:>10} {:>10} {:>9}\n", "stage",
+               "eye open %", "eye widths UI", "eye heights V", "BER", "phase UI", "samples", "reps", "mean V", "rms V",
+               "p-p V", "seconds");
     for (const Workbench::StageReport& report : reports)
-        fmt::print("{:<16} {:>9} {:>5} {:>10.4g} {:>10.4g} {:>10.4g}  {:<26} {:<22} {:>8.3f} {:>9.2g}\n", report.name,
-                   report.samples, report.repetitions, report.mean, report.rms, report.peakToPeak,
-                   HeightsText(report.eye), WidthsText(report.eye), report.eye.phaseUi, report.seconds);
+        fmt::print("{:<16} {:<16} {:<22} {:<26} {:>11} {:>8.3f} {:>9} {:>5} {:>10.4g} {:>10.4g} {:>10.4g} {:>9.2g}\n",
+                   report.name, OpeningsText(report.eye), WidthsText(report.eye), HeightsText(report.eye),
+                   BerText(report.eye), report.eye.phaseUi, report.samples, report.repetitions, report.mean, report.rms,
+                   report.peakToPeak, report.seconds);
+    std::vector<std::string> decided;
+    for (const Workbench::StageReport& report : reports)
+        if (!report.eye.eyes.empty() && !report.eye.symbolsKnown)
+            decided.push_back(report.name);
+    if (!decided.empty())
+        fmt::print("eyes of {}: symbols decided from the samples, which flatters an eye that is closed\n",
+                   fmt::join(decided, ", "));
     for (const Workbench::StageReport& report : reports) {
         if (report.findings.empty())
             continue;
@@ -86,12 +98,19 @@ void Apply(const Options& options)
         Workbench::WriteWaveform(options.output, result.samples, capture.interval, capture.start);
         if (!options.eyePrefix.empty()) {
             const VoltageRange range = RangeOf(capture.samples, result.samples);
+            Workbench::EyeSettings settings = EyeSettingsOf(chain);
+            settings.withBathtub = true;
+            const std::string name = std::filesystem::path(options.capture.name).filename().string();
             progress.Begin("eye before");
-            DrawEye(options.eyePrefix + "-before.png", capture.samples, chain.SamplesPerUi(), result.stages.front().eye,
-                    range, "Capture as read");
+            const BathtubCurve before{"as read", MeasureEyes(capture.samples, settings)};
+            DrawEye(options.eyePrefix + "-before.png", capture.samples, chain.SamplesPerUi(), before.eye, range,
+                    name + " as read");
             progress.Begin("eye after");
-            DrawEye(options.eyePrefix + "-after.png", result.samples, chain.SamplesPerUi(), result.stages.back().eye,
-                    range, "Behind " + result.stages.back().name);
+            const BathtubCurve after{"behind " + result.stages.back().name, MeasureEyes(result.samples, settings)};
+            DrawEye(options.eyePrefix + "-after.png", result.samples, chain.SamplesPerUi(), after.eye, range,
+                    name + " " + after.name);
+            const BathtubCurve curves[] = {before, after};
+            DrawBathtub(options.eyePrefix + "-bathtub.png", curves, name);
         }
     }
     if (options.json)
@@ -108,7 +127,8 @@ void AddApply(CLI::App& command)
     command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
     AddCaptureOptions(command, options->capture);
     command.add_option("-o,--output", options->output, "Filtered capture: .csv, .txt or .npy")->required();
-    command.add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png and PREFIX-after.png")->type_name("PREFIX");
+    command.add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png, PREFIX-after.png and PREFIX-bathtub.png")
+        ->type_name("PREFIX");
     command.add_flag("--json", options->json, "Print the stages as JSON");
     command.callback([options] { Apply(*options); });
 }

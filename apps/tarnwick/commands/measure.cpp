@@ -29,13 +29,17 @@ struct Options {
     double samplesPerUi = 0.0;
     int patternLengthUi = 0;
     int numberOfTaps = 5;
+    bool zeroIsDark = false;
     bool json = false;
 };
 
 // As the options say; what they leave out is found in the capture.
-SignalDescription SignalOf(const Options& options, const std::vector<double>& samples)
+SignalDescription SignalOf(const Options& options, const Workbench::Waveform& capture)
 {
-    SignalDescription signal{options.samplesPerUi, Workbench::CodingOf(options.coding), options.patternLengthUi};
+    const std::vector<double>& samples = capture.samples;
+    SignalDescription signal{.samplesPerUi = options.samplesPerUi,
+                             .coding = Workbench::CodingOf(options.coding),
+                             .patternLengthUi = options.patternLengthUi};
     if (signal.samplesPerUi <= 0.0) {
         const auto found = Workbench::FindSamplesPerUi(samples);
         if (!found)
@@ -43,6 +47,8 @@ SignalDescription SignalOf(const Options& options, const std::vector<double>& sa
                 fmt::format("{}: the samples per UI cannot be told; give --samples-per-ui", options.capture.name));
         signal.samplesPerUi = found->value;
     }
+    if (capture.interval > 0.0)
+        signal.symbolRateGBd = 1e-9 / (capture.interval * signal.samplesPerUi);
     if (signal.coding == SIGNAL_CODING_UNKNOWN) {
         const auto found = Workbench::FindCoding(samples, signal.samplesPerUi);
         if (!found)
@@ -58,14 +64,15 @@ SignalDescription SignalOf(const Options& options, const std::vector<double>& sa
 void Run(const Options& options)
 {
     const Workbench::Waveform capture = ReadCapture(options.capture);
-    const SignalDescription signal = SignalOf(options, capture.samples);
+    const SignalDescription signal = SignalOf(options, capture);
     Workbench::SignalQuality quality;
     {
         Progress progress(1);
         progress.Begin("measure");
         quality = Workbench::MeasureSignalQuality(capture.samples, signal, options.numberOfTaps, options.capture.name);
     }
-    fmt::print("{}", options.json ? QualityAsJson(quality, signal) + "\n" : QualityAsText(quality, signal));
+    const auto zero = options.zeroIsDark ? Workbench::ZeroVolts::Dark : Workbench::ZeroVolts::Unknown;
+    fmt::print("{}", options.json ? QualityAsJson(quality, signal, zero) + "\n" : QualityAsText(quality, signal, zero));
 }
 
 }  // namespace
@@ -83,6 +90,7 @@ void AddMeasure(CLI::App& command)
     command.add_option("--taps", options->numberOfTaps, "Taps of the reference equaliser")
         ->check(CLI::Range(1, 64))
         ->capture_default_str();
+    command.add_flag("--extinction-ratio", options->zeroIsDark, "Tell the extinction ratio too: 0 V is a dark line");
     command.add_flag("--json", options->json, "Print as JSON; null where nothing was found");
     command.callback([options] { Run(*options); });
 }

@@ -70,6 +70,37 @@ std::string PlotOf(const EyeImage& image, double perVolt)
     return plot + "\n";
 }
 
+// The symbol rate and what a slicer has of it in time; empty without a symbol rate.
+std::string FiguresOf(const EyeReport& report)
+{
+    if (!(report.symbolRateGBd > 0.0))
+        return "";
+    std::string text = fmt::format(", {:.6g} GBd", report.symbolRateGBd);
+    for (const DSO::Workbench::EyeOpening& eye : report.eyes)
+        text += fmt::format("{} {:.3g}", &eye == &report.eyes.front() ? ", eye widths" : "", eye.widthPs.value_or(0.0));
+    return report.eyes.empty() ? text : text + " ps";
+}
+
+// What is left of an eye at the target error ratio, from the earliest phase that leaves any to the latest.
+std::string ContourOf(const EyeReport& report, std::size_t eye, double perVolt)
+{
+    std::string upper;
+    std::string lower;  // from right to left
+    for (const DSO::Workbench::BathtubPoint& point : report.bathtub) {
+        const auto [low, high] = point.openings[eye];
+        if (!(high > low))
+            continue;
+        upper += fmt::format("{}{},{}", upper.empty() ? "from " : " to ", point.offsetUi, high * perVolt);
+        lower = fmt::format(" to {},{}", point.offsetUi, low * perVolt) + lower;
+    }
+    if (upper.empty())
+        return "";
+    const std::size_t firstEnd = upper.find(" to ");
+    const std::string first = upper.substr(5, firstEnd == std::string::npos ? firstEnd : firstEnd - 5);
+    return fmt::format("set object polygon {}{} to {} front fillstyle empty border linecolor '#ff9040' linewidth 1.5\n",
+                       upper, lower, first);
+}
+
 }  // namespace
 
 VoltageRange RangeOf(std::span<const double> samples, std::span<const double> others)
@@ -126,18 +157,21 @@ void DrawEye(const fs::path& path, std::span<const double> samples, double sampl
              VoltageRange range, const std::string& title)
 {
     const Unit unit = UnitFor(range);
-    std::string script = EyeTheme() + "set title " + Quoted(title) + "\n";
+    std::string script = EyeTheme() + "set title " + Quoted(title + FiguresOf(report)) + "\n";
     script += "set xlabel 'time from the measuring phase [UI]'\n";
     script += fmt::format("set ylabel 'voltage [{}]'\nset yrange [{}:{}]\n", unit.name, range.low * unit.perVolt,
                           range.high * unit.perVolt);
     for (std::size_t eye = 0; eye < report.eyes.size(); ++eye) {
-        const double middle = 0.5 * (report.levels[eye] + report.levels[eye + 1]);
+        const double middle = report.eyes[eye].threshold;
         const double height = report.eyes[eye].height;
-        script +=
-            fmt::format("set arrow from 0,{} to 0,{} heads size 0.015,25 front linecolor '#ff6060' linewidth 1.5\n",
-                        (middle - 0.5 * height) * unit.perVolt, (middle + 0.5 * height) * unit.perVolt);
-        script += fmt::format("set label '{:.4g} {}' at 0.04,{} front left boxed textcolor '#ffb0b0'\n",
-                              height * unit.perVolt, unit.name, middle * unit.perVolt);
+        if (height > 0.0)
+            script +=
+                fmt::format("set arrow from 0,{} to 0,{} heads size 0.015,25 front linecolor '#ff6060' linewidth 1.5\n",
+                            (middle - 0.5 * height) * unit.perVolt, (middle + 0.5 * height) * unit.perVolt);
+        script += fmt::format("set label '{}{:.4g} {} ({:.1f} %)' at 0.04,{} front left boxed textcolor '#ffb0b0'\n",
+                              height > 0.0 ? "" : "closed ", height * unit.perVolt, unit.name,
+                              report.eyes[eye].openingPercent, middle * unit.perVolt);
+        script += ContourOf(report, eye, unit.perVolt);
     }
     const EyeImage image = ShadeEye(samples, samplesPerUi, report.phaseUi, range, kColumns, kRows);
     if (image.shades.empty())

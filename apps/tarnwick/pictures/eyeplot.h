@@ -36,7 +36,9 @@ struct EyeImage {
 EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
                   std::size_t columns, std::size_t rows);
 
-/// Draws a density eye diagram, two UI wide, axes in UI and volts, the eye heights written in, as a PNG file.
+/// Draws a density eye diagram, two UI wide, axes in UI and volts, as a PNG file: an arrow in each opening with its height,
+/// and around it, when the report has the bathtub, what is left of it at the target error ratio. The symbol rate and the
+/// widths in ps follow the title.
 /// @param range  holds all samples
 /// @throws DataFailure  as for DrawPng; a sample is not finite
 void DrawEye(const std::filesystem::path& path, std::span<const double> samples, double samplesPerUi,

@@ -1,0 +1,57 @@
+#include "pictures/bathtubplot.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "pictures/gnuplot.h"
+#include "workbench/failure.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+using DSO::Workbench::BathtubPoint;
+using DSO::Workbench::DataFailure;
+
+constexpr int kWidth = 960;  // [pixels]
+constexpr int kHeight = 640;
+constexpr double kLowest = 1e-15;  // shown; below, a curve leaves the picture
+constexpr const char* kColours[] = {"#8890a8", "#ffe650", "#1e96c8", "#50dc78"};
+
+}  // namespace
+
+void DrawBathtub(const std::filesystem::path& path, std::span<const BathtubCurve> curves, const std::string& title)
+{
+    std::string data;
+    std::string plot;
+    double target = 0.0;
+    for (std::size_t k = 0; k < curves.size(); ++k) {
+        if (curves[k].eye.bathtub.empty())
+            continue;
+        target = curves[k].eye.targetBer;
+        data += fmt::format("$curve{} << END\n", k);
+        for (const BathtubPoint& point : curves[k].eye.bathtub)
+            data += fmt::format("{} {}\n", point.offsetUi, std::max(point.ber, kLowest * kLowest));
+        data += "END\n";
+        plot +=
+            fmt::format("{}$curve{} using 1:2 with lines linewidth 2.5 linecolor '{}' title {}",
+                        plot.empty() ? "plot " : ", ", k, kColours[k % std::size(kColours)], Quoted(curves[k].name));
+    }
+    if (plot.empty())
+        throw DataFailure(fmt::format("{}: \"{}\" has no eyes; there is no bathtub to draw", path.string(), title));
+    const std::string script =
+        Theme() + data +
+        fmt::format(
+            "set title {}\nset key above horizontal samplen 3 width 2\nset xlabel 'time from the measuring phase "
+            "[UI]'\n"
+            "set ylabel 'bit error ratio'\nset xrange [-0.5:0.5]\nset logscale y\nset yrange [{}:1]\n"
+            "set format y '%.0e'\nset ytics 1e3\n"
+            "set arrow from -0.5,{} to 0.5,{} nohead front linecolor '#ff6060' linewidth 1 dashtype 2\n"
+            "set label '{:g}' at -0.48,{} offset 0,0.6 front left textcolor '#ffb0b0'\n",
+            Quoted(title), kLowest, target, target, target, target) +
+        plot + "\n";
+    DrawPng(path, kWidth, kHeight, script);
+}
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,110 @@
+#include "maths/captures/bandlimited.h"
+
+#include <cmath>
+#include <numbers>
+#include <vector>
+
+#include "maths/patterns/periodicrecord.h"
+
+namespace Tarnwick::DSO::Maths {
+
+namespace {
+
+constexpr double kKaiserBeta = 9.0;
+constexpr std::size_t kWeights = 2 * kInterpolationReach;
+constexpr std::size_t kExactRows = 64;   // a sample interval
+constexpr std::size_t kFineRows = 1024;  // a sample interval
+
+// I0(x), by its power series.
+double ModifiedBessel(double x)
+{
+    constexpr double kNegligible = 1e-17;  // of the sum
+    double term = 1.0;
+    double sum = 1.0;
+    for (double k = 1.0; term > kNegligible * sum; k += 1.0) {
+        term *= (0.5 * x / k) * (0.5 * x / k);
+        sum += term;
+    }
+    return sum;
+}
+
+// Row r: the weights of the samples from 23 before to 24 after a position r/rows behind a sample.
+std::vector<double> RowsOfWeights(std::size_t rows)
+{
+    constexpr auto kReach = static_cast<double>(kInterpolationReach);
+    std::vector<double> weights((rows + 1) * kWeights);
+    for (std::size_t r = 0; r <= rows; ++r) {
+        double* const row = weights.data() + r * kWeights;
+        double sum = 0.0;
+        for (std::size_t j = 0; j < kWeights; ++j) {
+            const double u = static_cast<double>(r) / static_cast<double>(rows) + kReach - 1.0 - static_cast<double>(j);
+            const double place = u / kReach;
+            const double window =
+                std::abs(place) < 1.0 ? ModifiedBessel(kKaiserBeta * std::sqrt(1.0 - place * place)) : 0.0;
+            const double angle = std::numbers::pi * u;
+            row[j] = window * (u == 0.0 ? 1.0 : std::sin(angle) / angle);
+            sum += row[j];
+        }
+        for (std::size_t j = 0; j < kWeights; ++j)
+            row[j] /= sum;
+    }
+    return weights;
+}
+
+double Weighted(const double* samples, const double* row)
+{
+    return CircularDot({row, kWeights}, {samples, kWeights}, 0);
+}
+
+// @param samples  the one at the position's floor; kInterpolationReach more on either side
+double ValueAt(const double* samples, double fraction)
+{
+    static const std::vector<double> kExact = RowsOfWeights(kExactRows);
+    if (fraction == 0.0)
+        return *samples;
+    const double* const from = samples - (kInterpolationReach - 1);
+    const double exact = fraction * static_cast<double>(kExactRows);
+    if (exact == std::floor(exact))
+        return Weighted(from, kExact.data() + static_cast<std::size_t>(exact) * kWeights);
+    static const std::vector<double> kFine = RowsOfWeights(kFineRows);
+    const double fine = fraction * static_cast<double>(kFineRows);
+    const double whole = std::floor(fine);
+    const double* const row = kFine.data() + static_cast<std::size_t>(whole) * kWeights;
+    const double here = Weighted(from, row);
+    return here + (fine - whole) * (Weighted(from, row + kWeights) - here);
+}
+
+}  // namespace
+
+bool BandLimitedRecord::Covers(double low, double high) const
+{
+    return wrapping_ == Wrapping::Circular ||
+           (low >= static_cast<double>(kInterpolationReach - 1) &&
+            high + static_cast<double>(kInterpolationReach) < static_cast<double>(samples_.size()));
+}
+
+void BandLimitedRecord::Read(double position, double step, std::span<double> values) const
+{
+    if (values.empty())
+        return;
+    const auto lowest = static_cast<std::ptrdiff_t>(std::floor(position)) - (kInterpolationReach - 1);
+    const double last = position + step * static_cast<double>(values.size() - 1);
+    const auto highest = static_cast<std::ptrdiff_t>(std::floor(last)) + kInterpolationReach;
+    const double* samples = samples_.data();
+    std::ptrdiff_t start = 0;  // position of samples[0]
+    std::vector<double> stretch;
+    if (lowest < 0 || highest >= static_cast<std::ptrdiff_t>(samples_.size())) {
+        stretch.resize(static_cast<std::size_t>(highest - lowest) + 1);
+        for (std::size_t k = 0; k < stretch.size(); ++k)
+            stretch[k] = samples_[WrappedIndex(lowest + static_cast<std::ptrdiff_t>(k), samples_.size())];
+        samples = stretch.data();
+        start = lowest;
+    }
+    for (std::size_t k = 0; k < values.size(); ++k) {
+        const double at = position + step * static_cast<double>(k);
+        const double whole = std::floor(at);
+        values[k] = ValueAt(samples + (static_cast<std::ptrdiff_t>(whole) - start), at - whole);
+    }
+}
+
+}  // namespace Tarnwick::DSO::Maths
