@@ -60,39 +60,6 @@ std::string PeriodText(const CaptureContent& content)
                               static_cast<double>(content.sampleCount) / period);
 }
 
-// One figure of each eye, lowest first.
-template <typename Figure>
-std::string EachEye(const EyeReport& report, const char* format, Figure figure)
-{
-    std::string text;
-    for (const EyeOpening& eye : report.eyes)
-        text += (text.empty() ? "" : " ") + fmt::format(fmt::runtime(format), figure(eye));
-    return text;
-}
-
-std::string ExtinctionText(const EyeReport& report)
-{
-    const auto ratio = ExtinctionRatioDb(report);
-    return ratio ? fmt::format("{:.2f} dB", *ratio) : "none: the lowest level is not above 0 V";
-}
-
-// At every tenth of a UI; the JSON report has all phases.
-std::string BathtubText(const EyeReport& report)
-{
-    constexpr int kTenths = 4;  // to either side
-    std::string text;
-    for (int tenth = -kTenths; tenth <= kTenths; ++tenth) {
-        const double offset = 0.1 * tenth;
-        const auto nearest = std::min_element(report.bathtub.begin(), report.bathtub.end(),
-                                              [&](const BathtubPoint& a, const BathtubPoint& b) {
-                                                  return std::abs(a.offsetUi - offset) < std::abs(b.offsetUi - offset);
-                                              });
-        if (nearest != report.bathtub.end())
-            text += fmt::format("{}{:+.2f} {:.1e}", text.empty() ? "" : ", ", nearest->offsetUi, nearest->ber);
-    }
-    return text;
-}
-
 ordered_json BathtubToJson(const EyeReport& report)
 {
     ordered_json list = ordered_json::array();
@@ -149,32 +116,10 @@ std::string QualityAsText(const SignalQuality& quality, const SignalDescription&
     std::string text =
         row("coding", NameOf(signal.coding)) + row("samples per UI", fmt::format("{:.6g}", signal.samplesPerUi)) +
         row("pattern", signal.patternLengthUi > 0 ? fmt::format("{} UI", signal.patternLengthUi) : "length not known") +
-        row("symbols", quality.symbols ? quality.symbols->Description(signal.coding) : "not found") +
-        row("levels V", eye.levels.empty() ? "-" : fmt::format("{:.4g}", fmt::join(eye.levels, " ")));
+        row("symbols", quality.symbols ? quality.symbols->Description(signal.coding) : "not found");
     if (quality.levelMismatchRatio)
         text += row("RLM", fmt::format("{:.4f}", *quality.levelMismatchRatio));
-    if (!eye.levels.empty())
-        text += row("OMA V", fmt::format("{:.4g}", OuterModulationAmplitude(eye)));
-    if (zero == ZeroVolts::Dark)
-        text += row("extinction ratio", ExtinctionText(eye));
-    text += row("eye openings %", OpeningsText(eye)) + row("eye widths UI", WidthsText(eye));
-    if (!eye.eyes.empty() && eye.eyes.front().widthPs)
-        text += row("eye widths ps", EachEye(eye, "{:.4g}", [](const EyeOpening& one) { return *one.widthPs; }));
-    text += row("eye heights V", HeightsText(eye));
-    if (!eye.eyes.empty()) {
-        text += row("thresholds V", EachEye(eye, "{:.4g}", [](const EyeOpening& one) { return one.threshold; })) +
-                row("phase UI",
-                    fmt::format("{:.3f}, symbols {}", eye.phaseUi,
-                                eye.symbolsKnown ? "found"
-                                                 : "decided from the samples, which flatters an eye that is closed")) +
-                row("Q", EachEye(eye, "{:.3g}", [](const EyeOpening& one) { return one.q; }));
-    }
-    if (eye.ber) {
-        text += row("noise rms V", fmt::format("{:.4g}", *eye.noiseRms)) + row("BER", BerText(eye)) +
-                row(fmt::format("heights at {:g}", eye.targetBer).c_str(),
-                    EachEye(eye, "{:.4g}", [](const EyeOpening& one) { return *one.heightAtBer; })) +
-                row("bathtub UI, BER", BathtubText(eye));
-    }
+    text += EyeAsText(eye, zero);
     if (!quality.equaliser)
         return text + row("TDECQ", "not measured: " + quality.whyNoTdecq);
     const ReferenceEqualiser& equaliser = *quality.equaliser;

@@ -5,6 +5,7 @@
 
 #include "framework/export.h"
 #include "workbench/acquisition.h"
+#include "workbench/eyereport.h"
 #include "workbench/signalquality.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -15,9 +16,6 @@ TARNWICK_WORKBENCH_API std::string ContentAsText(const CaptureContent& content);
 /// {"samples", "interval", "min", "max", "mean", "rms", "samplesPerUi", "symbolRateGBd", "period", "levels"}, indented by
 /// two; null where nothing was found. "samplesPerUi" and "period" are {"value", "confidence"}.
 TARNWICK_WORKBENCH_API std::string ContentAsJson(const CaptureContent& content);
-
-/// Whether 0 V is a dark line, so that levels have a ratio.
-enum class ZeroVolts { Unknown, Dark };
 
 /// A line a figure; with a TDECQ also what it assumes.
 TARNWICK_WORKBENCH_API std::string QualityAsText(const SignalQuality& quality, const SignalDescription& signal,

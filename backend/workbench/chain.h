@@ -49,7 +49,6 @@ struct Stage {
     std::vector<std::string> notes;  ///< what was assumed about the files it reads, for the user to read
     bool adaptive = false;           ///< it fits itself to the capture; an impulse cannot stand in for that
     bool needsSymbols = false;       ///< it needs the pattern's symbols, given or found in the capture
-    bool needsTiming = true;         ///< it needs to know the UI, or the length of the pattern
     /// What the filter has found, for reports: a JSON object as text, from the samples that the stage made [V]. Empty for
     /// a filter that finds nothing. To be called after the stage has run.
     std::function<std::string(std::span<const double> filtered)> findings;

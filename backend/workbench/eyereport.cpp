@@ -1,5 +1,7 @@
 #include "workbench/eyereport.h"
 
+#include <algorithm>
+#include <cmath>
 #include <optional>
 #include <vector>
 
@@ -31,6 +33,46 @@ std::string Joined(const EyeReport& report, double EyeOpening::*value)
 nlohmann::ordered_json OrNull(const std::optional<double>& value)
 {
     return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
+}
+
+constexpr int kNameWidth = 16;
+
+std::string Row(const std::string& name, const std::string& value)
+{
+    return fmt::format("{:<{}} {}\n", name, kNameWidth, value);
+}
+
+// One figure of each eye, lowest first.
+template <typename Figure>
+std::string EachEye(const EyeReport& report, const char* format, Figure figure)
+{
+    std::string text;
+    for (const EyeOpening& eye : report.eyes)
+        text += fmt::format("{}{}", text.empty() ? "" : " ", fmt::format(fmt::runtime(format), figure(eye)));
+    return text;
+}
+
+std::string ExtinctionText(const EyeReport& report)
+{
+    const auto ratio = ExtinctionRatioDb(report);
+    return ratio ? fmt::format("{:.2f} dB", *ratio) : "none: the lowest level is not above 0 V";
+}
+
+// At every tenth of a UI; the JSON report has all phases.
+std::string BathtubText(const EyeReport& report)
+{
+    constexpr int kTenths = 4;  // to either side
+    std::string text;
+    for (int tenth = -kTenths; tenth <= kTenths; ++tenth) {
+        const double offset = 0.1 * tenth;
+        const auto nearest = std::min_element(report.bathtub.begin(), report.bathtub.end(),
+                                              [&](const BathtubPoint& a, const BathtubPoint& b) {
+                                                  return std::abs(a.offsetUi - offset) < std::abs(b.offsetUi - offset);
+                                              });
+        if (nearest != report.bathtub.end())
+            text += fmt::format("{}{:+.2f} {:.1e}", text.empty() ? "" : ", ", nearest->offsetUi, nearest->ber);
+    }
+    return text;
 }
 
 }  // namespace
@@ -81,6 +123,60 @@ std::string BerText(const EyeReport& report)
     if (*report.ber > 0.0 && *report.ber < kSmallest)
         return fmt::format("below {:g}", kSmallest);
     return fmt::format("{:.2g}", *report.ber);
+}
+
+std::string EyeAsText(const EyeReport& report, ZeroVolts zero)
+{
+    std::string text =
+        Row("levels V", report.levels.empty() ? "-" : fmt::format("{:.4g}", fmt::join(report.levels, " ")));
+    if (!report.levels.empty())
+        text += Row("OMA V", fmt::format("{:.4g}", OuterModulationAmplitude(report)));
+    if (zero == ZeroVolts::Dark)
+        text += Row("extinction ratio", ExtinctionText(report));
+    text += Row("eye openings %", OpeningsText(report)) + Row("eye widths UI", WidthsText(report));
+    if (!report.eyes.empty() && report.eyes.front().widthPs)
+        text += Row("eye widths ps", EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.widthPs; }));
+    text += Row("eye heights V", HeightsText(report));
+    if (!report.eyes.empty()) {
+        text += Row("thresholds V", EachEye(report, "{:.4g}", [](const EyeOpening& one) { return one.threshold; })) +
+                Row("phase UI", fmt::format("{:.3f}, symbols {}", report.phaseUi,
+                                            report.symbolsKnown
+                                                ? "found"
+                                                : "decided from the samples, which flatters an eye that is closed")) +
+                Row("Q", EachEye(report, "{:.3g}", [](const EyeOpening& one) { return one.q; }));
+    }
+    if (report.ber) {
+        text += Row("noise rms V", fmt::format("{:.4g}", *report.noiseRms)) + Row("BER", BerText(report)) +
+                Row(fmt::format("heights at {:g}", report.targetBer),
+                    EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.heightAtBer; })) +
+                Row("bathtub UI, BER", BathtubText(report));
+    }
+    return text;
+}
+
+EyeSettings EyeSettingsOf(const LockedCapture& capture)
+{
+    const LockReport& report = capture.report;
+    EyeSettings settings{.samplesPerUi = static_cast<double>(report.samplesPerUiOut),
+                         .levelCount = LevelCount(report.coding),
+                         .symbolRateGBd = report.symbolRateGBd};
+    settings.pattern = capture.symbols;
+    settings.circular = report.mode == RecordKind::Periodic;
+    if (settings.circular && report.repetitions > 1 && report.removedNoiseRms == 0.0)
+        settings.periodUi = static_cast<std::size_t>(report.periodUi);
+    return settings;
+}
+
+std::string EyeAsJson(const LockedCapture& capture, const EyeReport& report)
+{
+    nlohmann::ordered_json stage = {
+        {"name", "capture"},       {"samples", capture.samples.size()}, {"repetitions", capture.report.repetitions},
+        {"levels", report.levels}, {"eyes", EyesToJson(report)},        {"phaseUi", report.phaseUi}};
+    AddErrorRatio(stage, report);
+    nlohmann::ordered_json content;
+    content["acquisition"] = nlohmann::ordered_json::parse(LockAsJson(capture.report));
+    content["stages"] = nlohmann::ordered_json::array({stage});
+    return content.dump(2);
 }
 
 EyeSettings EyeSettingsOf(const Chain& chain)

@@ -6,6 +6,7 @@
 #include "framework/export.h"
 #include "workbench/chain.h"
 #include "workbench/eye.h"
+#include "workbench/lock.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -17,6 +18,18 @@ TARNWICK_WORKBENCH_API std::string OpeningsText(const EyeReport& report);
 
 /// "2.3e-12", "below 1e-30", "0"; "-" when there is none.
 TARNWICK_WORKBENCH_API std::string BerText(const EyeReport& report);
+
+/// Whether 0 V is a dark line, so that levels have a ratio.
+enum class ZeroVolts { Unknown, Dark };
+
+/// Levels, modulation, openings, noise and error ratio: a line a figure.
+TARNWICK_WORKBENCH_API std::string EyeAsText(const EyeReport& report, ZeroVolts zero = ZeroVolts::Unknown);
+
+/// What the eyes of a record are measured with: as periods or as a single shot, with the symbols that were found.
+TARNWICK_WORKBENCH_API EyeSettings EyeSettingsOf(const LockedCapture& capture);
+
+/// {"acquisition": as LockAsJson, "stages": [{"name": "capture", "samples", "repetitions", "levels", "eyes", "phaseUi", ...}]}
+TARNWICK_WORKBENCH_API std::string EyeAsJson(const LockedCapture& capture, const EyeReport& report);
 
 /// What the eyes of a chain's waveforms are measured with: of whole periods, with the pattern when the chain holds it.
 /// @param chain  knows the line coding and the samples per UI

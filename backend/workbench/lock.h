@@ -18,7 +18,7 @@ namespace Tarnwick::DSO::Workbench {
 enum class RecordKind {
     Auto,        ///< of facts: to be found
     Periodic,    ///< whole periods of a pattern
-    SingleShot,  ///< anything else: what lies near its ends is not valid behind a filter
+    SingleShot,  ///< anything else: its ends do not join
 };
 
 enum class ClockKind {
@@ -90,7 +90,7 @@ TARNWICK_WORKBENCH_API std::string LockAsText(const LockReport& report);
 /// "periodUi", "mode", "repetitions", "firstSample", "samples", "warnings"}, indented by two; null where nothing was found.
 TARNWICK_WORKBENCH_API std::string LockAsJson(const LockReport& report);
 
-/// A chain file for the record: its device, and no filters.
+/// A chain file for the record: its device, of a single shot with the whole record as its pattern, and no filters.
 TARNWICK_WORKBENCH_API std::string ChainFileFor(const LockedCapture& capture);
 
 }  // namespace Tarnwick::DSO::Workbench

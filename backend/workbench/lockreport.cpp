@@ -1,6 +1,11 @@
+#include <cstddef>
+#include <string>
+#include <utility>
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "maths/patterns/codings.h"
 #include "workbench/lock.h"
 #include "workbench/pattern.h"
 #include "workbench/symbols.h"
@@ -39,7 +44,7 @@ std::string ClockText(const LockReport& report)
 std::string ModeText(const LockReport& report)
 {
     if (report.mode == RecordKind::SingleShot)
-        return "single shot: what the filters make of its ends is left out";
+        return "single shot: no period is proven, and its ends do not join";
     std::string text = fmt::format("periodic: {} whole period{} of {} UI ({})", report.repetitions,
                                    report.repetitions == 1 ? "" : "s", report.periodUi, HowKnown(report.periodGiven));
     if (report.seamRatio > 0.0)
@@ -92,6 +97,24 @@ std::string LockAsJson(const LockReport& report)
         {"samples", report.samples},
         {"warnings", report.warnings}};
     return content.dump(2);
+}
+
+std::string ChainFileFor(const LockedCapture& capture)
+{
+    const LockReport& report = capture.report;
+    ordered_json device;
+    if (report.symbolRateGBd > 0.0)
+        device["baudRateGBd"] = report.symbolRateGBd;
+    device["samplesPerUi"] = report.samplesPerUiOut;
+    if (report.coding != SIGNAL_CODING_UNKNOWN)
+        device["signalCoding"] = NameOf(report.coding);
+    device["patternLengthUi"] = report.mode == RecordKind::Periodic
+                                    ? static_cast<std::size_t>(report.periodUi)
+                                    : capture.samples.size() / static_cast<std::size_t>(report.samplesPerUiOut);
+    if (!capture.symbols.empty())
+        device["patternSymbols"] =
+            Maths::SymbolsOf(capture.symbols, Maths::Alphabet(report.coding, Maths::SymbolMap::Gray, {}));
+    return ordered_json{{"device", std::move(device)}, {"filters", ordered_json::array()}}.dump(4) + "\n";
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -6,6 +6,7 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"apply", "Run a capture through a chain of filters", "chain.json capture.csv -o filtered.csv --eye eye", AddApply},
+    {"eye", "Show the eye of a capture, without a chain and without facts", "capture.csv -o eye", AddEye},
     {"lock", "Find clock, coding and pattern of a capture, and cut or resample it for the filters",
      "capture.csv -o locked.npy --chain chain.json", AddLock},
     {"simulate", "Write a synthetic capture", "-o capture.csv --loss 6 --noise 0.01 --repetitions 4 --chain chain.json",

@@ -19,6 +19,7 @@ std::span<const Command> Commands();
 
 void AddApply(CLI::App& command);
 void AddChainKeys(CLI::App& command);
+void AddEye(CLI::App& command);
 void AddInfo(CLI::App& command);
 void AddLock(CLI::App& command);
 void AddMeasure(CLI::App& command);

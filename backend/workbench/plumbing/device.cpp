@@ -103,56 +103,6 @@ const std::vector<Field<DeviceConfiguration>>& DeviceFields()
     return fields;
 }
 
-namespace {
-
-struct NamedRecordKind {
-    const char* name;
-    RecordKind kind;
-};
-constexpr NamedRecordKind kRecordKinds[] = {
-    {"auto", RecordKind::Auto}, {"periodic", RecordKind::Periodic}, {"single-shot", RecordKind::SingleShot}};
-
-struct NamedClockKind {
-    const char* name;
-    ClockKind kind;
-};
-constexpr NamedClockKind kClockKinds[] = {{"constant", ClockKind::Constant}, {"tracked", ClockKind::Tracked}};
-
-}  // namespace
-
-const std::vector<Field<AcquisitionKeys>>& AcquisitionFields()
-{
-    using A = AcquisitionKeys;
-    static const std::vector<Field<A>> fields = {
-        {"record",
-         Setter<A>{
-             [](A& a, const json& value, const Place& place) { a.record = RowFrom(kRecordKinds, value, place).kind; },
-             "text"},
-         "", "whole periods of the pattern, or a single shot whose ends are left out behind the filters", "auto",
-         NamesOf(kRecordKinds)},
-        {"clock",
-         Setter<A>{
-             [](A& a, const json& value, const Place& place) { a.clock = RowFrom(kClockKinds, value, place).kind; },
-             "text"},
-         "", "symbol clock along which the capture is resampled", "constant", NamesOf(kClockKinds)},
-        {"loopBandwidthMHz", &A::loopBandwidthMHz, "MHz", "of the tracked clock", "symbol rate / 1667"},
-        {"resample", &A::resample, "",
-         "a capture without a whole number of samples per UI is resampled; otherwise the filters' rules for it hold"},
-    };
-    return fields;
-}
-
-AcquisitionKeys AcquisitionKeysOf(const json& device, const Place& place)
-{
-    AcquisitionKeys keys;
-    for (const auto& field : AcquisitionFields())
-        if (device.contains(field.name))
-            SetField(keys, field, device[field.name], place.Below(field.name));
-    if (!(keys.loopBandwidthMHz >= 0.0))
-        place.Below("loopBandwidthMHz").Fail(fmt::format("is {}; expected 0 or more", keys.loopBandwidthMHz));
-    return keys;
-}
-
 void ReadDevice(const json& chain, const Place& top, std::size_t sampleCount, DeviceConfiguration& config)
 {
     std::fill(std::begin(config.patternLocked), std::end(config.patternLocked), true);
@@ -160,17 +110,13 @@ void ReadDevice(const json& chain, const Place& top, std::size_t sampleCount, De
     const json device = chain.contains("device") ? chain["device"] : json::object();
     for (const auto& [name, value] : ObjectFrom(device, place).items()) {
         const auto* const field = FindField(DeviceFields(), name);
-        if (field == nullptr && FindField(AcquisitionFields(), name) != nullptr)
-            continue;  // of the capture's acquisition, checked with the others below
         if (field == nullptr) {
             std::vector<std::string> known;
             AppendNames(DeviceFields(), known);
-            AppendNames(AcquisitionFields(), known);
             RefuseUnknownKey(name, known, place);
         }
         SetField(config, *field, value, place.Below(name));
     }
-    (void)AcquisitionKeysOf(device, place);
     if (device.contains("patternSymbols")) {
         ReadPatternSymbols(device["patternSymbols"], place.Below("patternSymbols"), config);
         if (!device.contains("patternLengthUi"))

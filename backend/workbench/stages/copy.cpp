@@ -11,9 +11,7 @@ StageType CopyStage()
             [](const nlohmann::json& settings, const Place& place, DeviceConfiguration& config) {
                 auto parameters = std::make_unique<P>(&config);
                 ReadSettings(*parameters, {}, settings, place);
-                StagePlan plan = PlanOf<Filters::Copy>(std::move(parameters), place);
-                plan.stage.needsTiming = false;
-                return plan;
+                return PlanOf<Filters::Copy>(std::move(parameters), place);
             }};
 }
 

@@ -34,9 +34,7 @@ StageType MovingAverageStage()
             [](const nlohmann::json& settings, const Place& place, DeviceConfiguration&) {
                 auto parameters = NewParameters();
                 ReadSettings(*parameters, Fields(), settings, place);
-                StagePlan plan = PlanOf<Filters::MovingAverageSmoothingFilter>(std::move(parameters), place);
-                plan.stage.needsTiming = false;
-                return plan;
+                return PlanOf<Filters::MovingAverageSmoothingFilter>(std::move(parameters), place);
             }};
 }
 

@@ -1,0 +1,84 @@
+// tarnwick eye: the eye of a capture of which nothing needs to be known.
+#include "workbench/eye.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <fmt/format.h>
+
+#include "capture.h"
+#include "commands/commands.h"
+#include "facts.h"
+#include "notes.h"
+#include "pictures/bathtubplot.h"
+#include "pictures/eyeplot.h"
+#include "progress.h"
+#include "workbench/eyereport.h"
+#include "workbench/failure.h"
+#include "workbench/lock.h"
+#include "workbench/waveform.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+namespace Workbench = DSO::Workbench;
+
+struct Options {
+    CaptureOptions capture;
+    FactOptions facts;
+    std::string prefix;
+    bool json = false;
+};
+
+void Draw(const Options& options, const Workbench::LockedCapture& locked, const Workbench::EyeReport& report)
+{
+    const std::string name = std::filesystem::path(options.capture.name).filename().string();
+    DrawEye(options.prefix + ".png", locked.samples, locked.report.samplesPerUiOut, report, RangeOf(locked.samples),
+            name);
+    if (!report.bathtub.empty()) {
+        const BathtubCurve curve{name, report};
+        DrawBathtub(options.prefix + "-bathtub.png", {&curve, 1}, name);
+    }
+}
+
+void Run(const Options& options)
+{
+    Workbench::LockedCapture locked;
+    Workbench::EyeReport report;
+    {
+        Progress progress(options.prefix.empty() ? 3 : 4);
+        progress.Begin("read");
+        const Workbench::Waveform capture = ReadCapture(options.capture);
+        progress.Begin("lock");
+        locked = Lock(capture, With(options.facts), options.capture.name);
+        if (locked.report.coding == SIGNAL_CODING_UNKNOWN)
+            throw Workbench::DataFailure(
+                fmt::format("{}: no levels can be made out in it; give --coding", options.capture.name));
+        progress.Begin("eyes");
+        Workbench::EyeSettings settings = EyeSettingsOf(locked);
+        settings.withBathtub = true;
+        report = MeasureEyes(locked.samples, settings);
+        if (!options.prefix.empty()) {
+            progress.Begin("pictures");
+            Draw(options, locked, report);
+        }
+    }
+    PrintNotes(locked.report.warnings);
+    fmt::print("{}", options.json ? EyeAsJson(locked, report) + "\n" : LockAsText(locked.report) + EyeAsText(report));
+}
+
+}  // namespace
+
+void AddEye(CLI::App& command)
+{
+    auto options = std::make_shared<Options>();
+    AddCaptureOptions(command, options->capture);
+    AddFactOptions(command, options->facts);
+    command.add_option("-o,--output", options->prefix, "Draw PREFIX.png and PREFIX-bathtub.png")->type_name("PREFIX");
+    command.add_flag("--json", options->json, "Print as JSON; null where nothing was found");
+    command.callback([options] { Run(*options); });
+}
+
+}  // namespace Tarnwick::App
