@@ -89,7 +89,7 @@ struct RecoveredClock {
 /// @throws std::invalid_argument  limits out of order or below 2 samples a UI; a loop bandwidth of 0 or less, or above a
 ///                                hundredth of the symbol rate found
 /// Rate to 1e-3 UI over the record for a clean one, 0.02 UI for 127 UI behind 8 dB of loss. O(n log n) with blocks that fit
-/// the cache; for long records an eighth of their memory.
+/// the cache; of long records an eighth of their memory, and some 16 MiB.
 TARNWICK_FRAMEWORK_API RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search = {});
 
 /// The clock of a rate that is given: its phase, and how far the capture's moves against it (phaseResidualUi, about a
