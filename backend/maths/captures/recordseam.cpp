@@ -56,13 +56,15 @@ std::size_t ReachUi(std::span<const double> record, std::span<const double> kern
                     long long delay)
 {
     const std::size_t count = record.size();
+    if (count == 0)
+        return 1;
     const std::size_t whole = (count + 2 * samplesPerUi - 1) / (2 * samplesPerUi);  // [UI] nothing is farther away
     const std::size_t length = QuickEvenLength(count);
     const auto transform = RealTransform::Of(length);
     AlignedBuffer<double> values(length);
     AlignedBuffer<Complex> bins(length / 2 + 1);
 
-    const double mean = count > 0 ? Mean(record) : 0.0;
+    const double mean = Mean(record);
     double power = 0.0;
     for (std::size_t m = 0; m < count; ++m) {
         values.Data()[m] = record[m] - mean;
