@@ -228,9 +228,7 @@ std::vector<double> SimulateCut(std::span<const int> levels, int levelCount, std
     const double perUi = settings.SampledPerUi();
     const auto guard = static_cast<std::size_t>(kGuardUi * perUi);
     const double start = 0.5 + kGuardUi * perUi - static_cast<double>(guard);
-    std::size_t length = count + 2 * guard;
-    while (!Maths::HasOnlyFactors(length, {2, 3, 5}))
-        ++length;
+    const std::size_t length = Maths::QuickEvenLength(count + 2 * guard);
     const auto symbols = static_cast<std::size_t>(static_cast<double>(length) / perUi);
     const Edges edges =
         EdgesOf(levels, levelCount, std::int64_t{settings.firstUi} - kGuardUi, symbols, settings, noise);
