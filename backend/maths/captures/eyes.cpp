@@ -4,7 +4,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <numeric>
+#include <utility>
 
 #include "maths/captures/bandlimited.h"
 #include "maths/patterns/alignment.h"
