@@ -21,7 +21,7 @@ double ModifiedBessel(double x)
     constexpr double kNegligible = 1e-17;  // of the sum
     double term = 1.0;
     double sum = 1.0;
-    for (double k = 1.0; term > kNegligible * sum; k += 1.0) {
+    for (int k = 1; term > kNegligible * sum; ++k) {
         term *= (0.5 * x / k) * (0.5 * x / k);
         sum += term;
     }

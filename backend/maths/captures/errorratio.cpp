@@ -93,8 +93,11 @@ WrongSide::WrongSide(std::vector<double> values, double sigma, std::size_t total
             const double first = *from;
             double sum = 0.0;
             double count = 0.0;
-            for (; from != values.end() && *from <= first + width; ++from, count += 1.0)
+            while (from != values.end() && *from <= first + width) {
                 sum += *from - first;
+                count += 1.0;
+                ++from;
+            }
             Append(first + sum / count, count);
         }
     }

@@ -160,7 +160,8 @@ Sides SidesOf(const std::vector<LevelExtent>& extents, std::size_t eye)
 double OpenSpan(const Sides& sides, std::size_t from, int direction, double threshold)
 {
     const auto margins = [&](int step) {
-        const auto q = static_cast<std::size_t>(static_cast<int>(from) + direction * step);
+        const int place = static_cast<int>(from) + direction * step;
+        const auto q = static_cast<std::size_t>(place);
         return std::array{sides.above[q] - threshold, threshold - sides.below[q]};
     };
     const int reach = direction < 0 ? static_cast<int>(from) : static_cast<int>(kOffsets - 1 - from);
@@ -436,7 +437,8 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
     constexpr auto kUi = static_cast<double>(kEyePhases);
     double position = symbols.centre + (static_cast<double>(at) / kUi - 1.0) * record.samplesPerUi;
     Slice slice = SliceAt(record, symbols, position);
-    for (double step = 0.5; step >= kFinestStep; step *= 0.5) {
+    double step = 0.5;
+    while (step >= kFinestStep) {
         for (const double direction : {-1.0, 1.0}) {
             const double tried = position + direction * step / kUi * record.samplesPerUi;
             Slice there = SliceAt(record, symbols, tried);
@@ -446,6 +448,7 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
                 break;
             }
         }
+        step *= 0.5;
     }
 
     EyeFigures figures{slice.levels, {}, position};
