@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "maths/captures/errorratio.h"
 #include "maths/captures/eyes.h"

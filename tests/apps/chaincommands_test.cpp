@@ -41,6 +41,12 @@ TEST(ApplyProgram, WritesTheFilteredCaptureAndOneJsonDocument)
         EXPECT_EQ(stage["repetitions"], 2);
         EXPECT_EQ(stage["levels"].size(), 2U);
         EXPECT_EQ(stage["eyes"].size(), 1U);
+        EXPECT_TRUE(stage["symbolsKnown"]);
+        EXPECT_EQ(stage["valid"], json({{"first", 0}, {"count", 2 * 127 * 8}}));
+        EXPECT_NEAR(stage["eyes"][0]["widthPs"].get<double>(), 100.0 * stage["eyes"][0]["widthUi"].get<double>(), 1e-9);
+        for (const char* const figure : {"openingPercent", "threshold", "heightAtBer"})
+            EXPECT_TRUE(stage["eyes"][0][figure].is_number()) << figure;
+        EXPECT_LT(stage["ber"].get<double>(), 1e-12);
         // Every filter here has gain 1 at DC; the mean of the capture moves by rounding only.
         EXPECT_NEAR(stage["mean"].get<double>(), stages[0]["mean"].get<double>(), 1e-12);
     }

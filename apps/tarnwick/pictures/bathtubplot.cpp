@@ -1,6 +1,7 @@
 #include "pictures/bathtubplot.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include <fmt/format.h>
 

@@ -168,7 +168,7 @@ void DrawEye(const fs::path& path, std::span<const double> samples, double sampl
             script +=
                 fmt::format("set arrow from 0,{} to 0,{} heads size 0.015,25 front linecolor '#ff6060' linewidth 1.5\n",
                             (middle - 0.5 * height) * unit.perVolt, (middle + 0.5 * height) * unit.perVolt);
-        script += fmt::format("set label '{}{:.4g} {} ({:.1f} %)' at 0.04,{} front left boxed textcolor '#ffb0b0'\n",
+        script += fmt::format("set label '{}{:.4g} {} ({:.1f} %)' at -0.97,{} front left boxed textcolor '#ffb0b0'\n",
                               height > 0.0 ? "" : "closed ", height * unit.perVolt, unit.name,
                               report.eyes[eye].openingPercent, middle * unit.perVolt);
         script += ContourOf(report, eye, unit.perVolt);

@@ -21,7 +21,7 @@ double ModifiedBessel(double x)
     constexpr double kNegligible = 1e-17;  // of the sum
     double term = 1.0;
     double sum = 1.0;
-    for (double k = 1.0; term > kNegligible * sum; k += 1.0) {
+    for (int k = 1; term > kNegligible * sum; ++k) {
         term *= (0.5 * x / k) * (0.5 * x / k);
         sum += term;
     }
@@ -51,30 +51,24 @@ std::vector<double> RowsOfWeights(std::size_t rows)
     return weights;
 }
 
-double Weighted(const double* samples, const double* row)
-{
-    return CircularDot({row, kWeights}, {samples, kWeights}, 0);
-}
+}  // namespace
 
-// @param samples  the one at the position's floor; kInterpolationReach more on either side
-double ValueAt(const double* samples, double fraction)
+BandLimitedReading ReadingAt(double position)
 {
     static const std::vector<double> kExact = RowsOfWeights(kExactRows);
+    const double whole = std::floor(position);
+    const double fraction = position - whole;
+    const auto sample = static_cast<std::ptrdiff_t>(whole);
     if (fraction == 0.0)
-        return *samples;
-    const double* const from = samples - (kInterpolationReach - 1);
+        return {sample, nullptr, 0.0};
     const double exact = fraction * static_cast<double>(kExactRows);
     if (exact == std::floor(exact))
-        return Weighted(from, kExact.data() + static_cast<std::size_t>(exact) * kWeights);
+        return {sample, kExact.data() + static_cast<std::size_t>(exact) * kWeights, 0.0};
     static const std::vector<double> kFine = RowsOfWeights(kFineRows);
     const double fine = fraction * static_cast<double>(kFineRows);
-    const double whole = std::floor(fine);
-    const double* const row = kFine.data() + static_cast<std::size_t>(whole) * kWeights;
-    const double here = Weighted(from, row);
-    return here + (fine - whole) * (Weighted(from, row + kWeights) - here);
+    const double row = std::floor(fine);
+    return {sample, kFine.data() + static_cast<std::size_t>(row) * kWeights, fine - row};
 }
-
-}  // namespace
 
 bool BandLimitedRecord::Covers(double low, double high) const
 {
@@ -83,27 +77,32 @@ bool BandLimitedRecord::Covers(double low, double high) const
             high + static_cast<double>(kInterpolationReach) < static_cast<double>(samples_.size()));
 }
 
-void BandLimitedRecord::Read(double position, double step, std::span<double> values) const
+void BandLimitedRecord::Read(std::span<const BandLimitedReading> readings, std::ptrdiff_t shift,
+                             std::span<double> values) const
 {
-    if (values.empty())
+    if (readings.empty())
         return;
-    const auto lowest = static_cast<std::ptrdiff_t>(std::floor(position)) - (kInterpolationReach - 1);
-    const double last = position + step * static_cast<double>(values.size() - 1);
-    const auto highest = static_cast<std::ptrdiff_t>(std::floor(last)) + kInterpolationReach;
-    const double* samples = samples_.data();
-    std::ptrdiff_t start = 0;  // position of samples[0]
+    const std::ptrdiff_t lowest = readings.front().sample + shift - (kInterpolationReach - 1);
+    const std::ptrdiff_t highest = readings.back().sample + shift + kInterpolationReach;
+    const double* samples = samples_.data() + shift;
     std::vector<double> stretch;
     if (lowest < 0 || highest >= static_cast<std::ptrdiff_t>(samples_.size())) {
         stretch.resize(static_cast<std::size_t>(highest - lowest) + 1);
         for (std::size_t k = 0; k < stretch.size(); ++k)
             stretch[k] = samples_[WrappedIndex(lowest + static_cast<std::ptrdiff_t>(k), samples_.size())];
-        samples = stretch.data();
-        start = lowest;
+        samples = stretch.data() + (shift - lowest);
     }
-    for (std::size_t k = 0; k < values.size(); ++k) {
-        const double at = position + step * static_cast<double>(k);
-        const double whole = std::floor(at);
-        values[k] = ValueAt(samples + (static_cast<std::ptrdiff_t>(whole) - start), at - whole);
+    for (std::size_t k = 0; k < readings.size(); ++k) {
+        const BandLimitedReading& reading = readings[k];
+        const double* const at = samples + reading.sample;
+        if (reading.weights == nullptr) {
+            values[k] = *at;
+            continue;
+        }
+        const double* const from = at - (kInterpolationReach - 1);
+        values[k] = Dot(reading.weights, from, kWeights);
+        if (reading.towardsNext != 0.0)
+            values[k] += reading.towardsNext * (Dot(reading.weights + kWeights, from, kWeights) - values[k]);
     }
 }
 

@@ -15,17 +15,28 @@ namespace Tarnwick::DSO::Maths {
 /// Samples on either side of a position that its value is made of.
 inline constexpr std::ptrdiff_t kInterpolationReach = 24;
 
+/// How the value at one position is made of samples: for positions that are whole samples apart it is made alike, so that one
+/// reading serves a phase of every UI.
+struct BandLimitedReading {
+    std::ptrdiff_t sample;  ///< floor of the position
+    const double* weights;  ///< of the samples from 23 before to 24 behind that one; null: the sample itself
+    double towardsNext;     ///< share of the next row of weights, 0 at 64ths of a sample interval
+};
+
+/// Positions at 64ths of a sample interval have weights made for them; between those, weights are interpolated linearly in
+/// steps of 1/1024, which leaves 2e-6.
+TARNWICK_FRAMEWORK_API BandLimitedReading ReadingAt(double position);
+
 class TARNWICK_FRAMEWORK_API BandLimitedRecord {
 public:
     /// @param samples  at least one; read, not copied
     BandLimitedRecord(std::span<const double> samples, Wrapping wrapping) : samples_(samples), wrapping_(wrapping) {}
     /// Whether the record holds, or wraps round to, all samples that positions from `low` to `high` are made of.
     bool Covers(double low, double high) const;
-    /// values[k] = y(position + k step). Positions at 64ths of a sample interval are read from weights made for them; between
-    /// those, weights are interpolated linearly in steps of 1/1024, which leaves 2e-6.
-    /// @param position  [samples] all positions are covered
-    /// @param step      [samples] at least 0
-    void Read(double position, double step, std::span<double> values) const;
+    /// values[k] = y(position of readings[k] + shift)
+    /// @param readings  at ascending positions, as many as values; all positions are covered
+    /// @param shift     [samples]
+    void Read(std::span<const BandLimitedReading> readings, std::ptrdiff_t shift, std::span<double> values) const;
 
 private:
     std::span<const double> samples_;

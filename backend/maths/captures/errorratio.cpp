@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace Tarnwick::DSO::Maths {
 
@@ -10,8 +11,9 @@ namespace {
 
 constexpr double kBinsPerSigma = 16.0;
 constexpr double kMostBins = 0x1p18;  // beyond, sorting is faster than bins that are mostly empty
-constexpr double kFarAway = 9.0;      // sigma: Q is 1e-19 there, below the rounding of the sums
-constexpr int kHalvings = 48;         // of a stretch of 20 sigma and the values' range
+constexpr double kFarAway = 9.0;      // sigma: Q is 1e-19 there, below the rounding of larger sums
+constexpr double kNeverThere = 37.0;  // sigma: Q is 6e-300 there
+constexpr int kHalvings = 40;         // of a stretch of 18 sigma and the values' range
 
 double UpperTail(double z)
 {
@@ -91,8 +93,11 @@ WrongSide::WrongSide(std::vector<double> values, double sigma, std::size_t total
             const double first = *from;
             double sum = 0.0;
             double count = 0.0;
-            for (; from != values.end() && *from <= first + width; ++from, count += 1.0)
+            while (from != values.end() && *from <= first + width) {
                 sum += *from - first;
+                count += 1.0;
+                ++from;
+            }
             Append(first + sum / count, count);
         }
     }
@@ -107,9 +112,13 @@ void WrongSide::Append(double mean, double count)
 
 double WrongSide::Beyond(double threshold) const
 {
-    const double reach = kFarAway * sigma_;
-    const auto from = std::lower_bound(means_.begin(), means_.end(), threshold - reach);
-    const auto to = std::lower_bound(from, means_.end(), threshold + reach);
+    return Beyond(threshold, kNeverThere);
+}
+
+double WrongSide::Beyond(double threshold, double reach) const
+{
+    const auto from = std::lower_bound(means_.begin(), means_.end(), threshold - kFarAway * sigma_);
+    const auto to = std::lower_bound(from, means_.end(), threshold + reach * sigma_);
     auto bin = static_cast<std::size_t>(from - means_.begin());
     double sum = before_[bin];
     for (; bin < static_cast<std::size_t>(to - means_.begin()); ++bin)
@@ -125,7 +134,7 @@ double WrongSide::ThresholdAt(double ratio) const
         return means_.front();
     for (int halving = 0; halving < kHalvings; ++halving) {
         const double middle = 0.5 * (low + high);
-        (Beyond(middle) < ratio ? low : high) = middle;
+        (Beyond(middle, kFarAway) < ratio ? low : high) = middle;
     }
     return 0.5 * (low + high);
 }

@@ -51,6 +51,7 @@ public:
     double ThresholdAt(double ratio) const;
 
 private:
+    double Beyond(double threshold, double reach) const;  // reach [sigma]: values farther above count nothing
     void Append(double mean, double count);
     std::vector<double> means_;           // of the bins that hold values, ascending
     std::vector<double> counts_;          // as many

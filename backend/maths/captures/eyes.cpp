@@ -4,7 +4,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <numeric>
+#include <utility>
 
 #include "maths/captures/bandlimited.h"
 #include "maths/patterns/alignment.h"
@@ -48,6 +48,46 @@ SymbolRange ValidUi(const EyeRecord& record, double position, double span)
     return {first, end - first};
 }
 
+// Reads the same phases of one UI after the other.
+class PhaseReader {
+public:
+    /// @param position  [samples] of the first phase in UI 0
+    /// @param step      [samples] from phase to phase
+    PhaseReader(const EyeRecord& record, double position, double step, std::size_t count)
+        : waveform_(record.samples, record.wrapping),
+          position_(position),
+          step_(step),
+          samplesPerUi_(record.samplesPerUi),
+          isWhole_(record.samplesPerUi == std::floor(record.samplesPerUi)),
+          readings_(count)
+    {
+        Place(position);
+    }
+    void Read(std::size_t ui, std::span<double> values)
+    {
+        if (isWhole_) {
+            waveform_.Read(readings_, static_cast<std::ptrdiff_t>(samplesPerUi_) * static_cast<std::ptrdiff_t>(ui),
+                           values);
+            return;
+        }
+        Place(position_ + static_cast<double>(ui) * samplesPerUi_);
+        waveform_.Read(readings_, 0, values);
+    }
+
+private:
+    void Place(double position)
+    {
+        for (std::size_t k = 0; k < readings_.size(); ++k)
+            readings_[k] = ReadingAt(position + step_ * static_cast<double>(k));
+    }
+    BandLimitedRecord waveform_;
+    double position_;
+    double step_;
+    double samplesPerUi_;
+    bool isWhole_;
+    std::vector<BandLimitedReading> readings_;
+};
+
 // What the symbols of one level reach at each offset from the centre.
 struct LevelExtent {
     std::array<double, kOffsets> low;
@@ -81,10 +121,10 @@ std::vector<LevelExtent> ExtentsOf(const EyeRecord& record, const AlignedSymbols
     std::vector<LevelExtent> extents(static_cast<std::size_t>(record.levelCount));
     const double step = record.samplesPerUi / static_cast<double>(kEyePhases);
     const SymbolRange range = ValidUi(record, symbols.centre, step * static_cast<double>(kEyePhases - 1));
-    const BandLimitedRecord waveform(record.samples, record.wrapping);
+    PhaseReader reader(record, symbols.centre, step, kEyePhases);
     std::array<double, kEyePhases> values{};
     for (std::size_t i = range.first; i < range.first + range.count; ++i) {
-        waveform.Read(symbols.centre + static_cast<double>(i) * record.samplesPerUi, step, values);
+        reader.Read(i, values);
         extents[static_cast<std::size_t>(symbols.levels[i])].Take(values, 1);
         // The same values lie before the centre of the next symbol.
         const bool isLast = i + 1 == range.first + range.count;
@@ -120,7 +160,8 @@ Sides SidesOf(const std::vector<LevelExtent>& extents, std::size_t eye)
 double OpenSpan(const Sides& sides, std::size_t from, int direction, double threshold)
 {
     const auto margins = [&](int step) {
-        const auto q = static_cast<std::size_t>(static_cast<int>(from) + direction * step);
+        const int place = static_cast<int>(from) + direction * step;
+        const auto q = static_cast<std::size_t>(place);
         return std::array{sides.above[q] - threshold, threshold - sides.below[q]};
     };
     const int reach = direction < 0 ? static_cast<int>(from) : static_cast<int>(kOffsets - 1 - from);
@@ -272,9 +313,9 @@ EyeRecord WholePeriods(std::span<const double> samples, double samplesPerUi, int
 PhaseValues ValuesAt(const EyeRecord& record, double position)
 {
     PhaseValues phase{std::vector<double>(record.UiCount(), 0.0), ValidUi(record, position, 0.0)};
-    const BandLimitedRecord waveform(record.samples, record.wrapping);
+    PhaseReader reader(record, position, 0.0, 1);
     for (std::size_t i = phase.range.first; i < phase.range.first + phase.range.count; ++i)
-        waveform.Read(position + static_cast<double>(i) * record.samplesPerUi, 0.0, {&phase.values[i], 1});
+        reader.Read(i, {&phase.values[i], 1});
     return phase;
 }
 
@@ -396,7 +437,8 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
     constexpr auto kUi = static_cast<double>(kEyePhases);
     double position = symbols.centre + (static_cast<double>(at) / kUi - 1.0) * record.samplesPerUi;
     Slice slice = SliceAt(record, symbols, position);
-    for (double step = 0.5; step >= kFinestStep; step *= 0.5) {
+    double step = 0.5;
+    while (step >= kFinestStep) {
         for (const double direction : {-1.0, 1.0}) {
             const double tried = position + direction * step / kUi * record.samplesPerUi;
             Slice there = SliceAt(record, symbols, tried);
@@ -406,6 +448,7 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
                 break;
             }
         }
+        step *= 0.5;
     }
 
     EyeFigures figures{slice.levels, {}, position};

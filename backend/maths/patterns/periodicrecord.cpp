@@ -7,8 +7,6 @@
 
 namespace Tarnwick::DSO::Maths {
 
-namespace {
-
 double Dot(const double* x, const double* y, std::size_t count)
 {
     constexpr std::size_t kSums = 16;
@@ -24,8 +22,6 @@ double Dot(const double* x, const double* y, std::size_t count)
             sums[s] += sums[s + half];
     return sums[0];
 }
-
-}  // namespace
 
 double SampleAt(std::span<const double> samples, double position)
 {

@@ -40,6 +40,9 @@ TARNWICK_FRAMEWORK_API double SampleAt(std::span<const double> samples, double p
 /// @param sum  n values, as many as x
 TARNWICK_FRAMEWORK_API void AddRotated(std::span<double> sum, double factor, std::span<const double> x, long long lag);
 
+/// sum_i x[i] y[i] in a fixed order of 16 running sums.
+TARNWICK_FRAMEWORK_API double Dot(const double* x, const double* y, std::size_t count);
+
 /// sum_i x[i] y[(i + lag) mod n] for any lag, in a fixed order of 16 running sums for each of the two stretches of y: the
 /// rounding of a single running sum over a million samples would be just about too much. 0 for empty records.
 /// @param x  at most as many values as y, n

@@ -52,14 +52,17 @@ TEST(BandLimitedRecord, ReadsTonesBetweenTheSamples)
         const BandLimitedRecord record(samples, Wrapping::Circular);
         double worst = 0.0;
         std::vector<double> values(64);
+        std::vector<BandLimitedReading> readings(64);
         for (const double start : {-3.0, 200.25, 596.1}) {
-            record.Read(start, 0.109375, values);
+            for (std::size_t k = 0; k < readings.size(); ++k)
+                readings[k] = ReadingAt(start - 7.0 + 0.109375 * static_cast<double>(k));
+            record.Read(readings, 7, values);
             for (std::size_t k = 0; k < values.size(); ++k)
                 worst = std::max(worst, std::abs(values[k] - tone(start + 0.109375 * static_cast<double>(k))));
         }
         EXPECT_LT(worst, 5e-5) << cycles;  // 1.1e-5 rms of all tones up to there, the highest ones the worst
         std::vector<double> exact(3);
-        record.Read(599.0, 1.0, exact);
+        record.Read(std::vector{ReadingAt(599.0), ReadingAt(600.0), ReadingAt(601.0)}, 0, exact);
         EXPECT_EQ(exact, (std::vector<double>{samples[599], samples[0], samples[1]}));
         EXPECT_FALSE(BandLimitedRecord(samples, Wrapping::None).Covers(22.5, 30.0));
         EXPECT_FALSE(BandLimitedRecord(samples, Wrapping::None).Covers(30.0, 576.0));
