@@ -85,7 +85,9 @@ public:
     double uiDuration = 0.0;                               ///< one unit interval, in the unit of sampleSpacing
     double sampleSpacing = 0.0;                            ///< time between two samples
     double setting10 = 0.0, setting11 = 0.0;
-    bool useFractionalSampling = false;  ///< samples per UI is uiDuration / sampleSpacing instead of samplesPerUi
+    /// Samples per UI is uiDuration / sampleSpacing instead of samplesPerUi. Where that has a fraction some filters work with
+    /// the whole samples per UI (see theirs): a host had better hand over whole ones.
+    bool useFractionalSampling = false;
     std::int64_t setting12 = 0, setting13 = 0, setting14 = 0, setting15 = 0, setting16 = 0, setting17 = 0;
     std::vector<double> table22;
     std::map<std::int32_t, double> settingMap;

@@ -435,6 +435,9 @@ TEST_P(BadInput, EndsAsItsRowSaysAndSpoilsNothing)
         row.spoil({*rig, rig->config, rig->Parameters(), input, other});
         const std::string outcome = OutcomeOf(*rig, input);
         EXPECT_EQ(outcome, *expected);
+        // Every text names the filter; that of a bad SiRC table is one that hosts know word by word.
+        EXPECT_TRUE(outcome.find(": ") == std::string::npos || outcome.rfind(GetParam().filter + ": ", 0) == 0 ||
+                    outcome == "no invalid argument: SRC not configured properly.");
         // Refused before anything was prepared.
         const bool isAsBefore = rig->Parameters().IsDirty() && outcome.find(": ") != std::string::npos;
 

@@ -154,18 +154,31 @@ def dfe(x, taps=2):
     first = x[:PERIOD]
     held = np.repeat(v, SPU)
     lag = int(np.argmax([np.dot(first, np.roll(held, k)) for k in range(PERIOD)]))
-    best = None
+    fits = []
     for k in range(SPU):
         s = first[k::SPU]
         middle = round((k - SPU / 2 - lag) / SPU)
+        best = (np.inf, -np.inf, None, 0.0)
         for q in range(middle - 1, middle + 2):
             a = np.array([np.roll(v, j - q) for j in range(taps + 1)] + [np.ones(UI)]).T
             h = np.linalg.lstsq(a, s, rcond=None)[0]
-            if h[0] > 0:
-                score = np.sqrt(np.mean((s - a @ h)**2)) / h[0]
-                if best is None or score < best[0]:
-                    best = (score, k, h[1:taps + 1] / h[0])
-    _, delay, weights = best
+            score = np.sqrt(np.mean((s - a @ h)**2)) / h[0]
+            if h[0] > 0 and np.all(abs(h[1:taps + 1]) <= h[0]) and score < best[0]:
+                y = s - a[:, 1:taps + 1] @ h[1:taps + 1]
+                opening = (y[a[:, 0] > 0].min() - y[a[:, 0] < 0].max()) / 2
+                best = (score, opening, h[1:taps + 1] / h[0], h[0])
+        fits.append(best)
+    opening = np.array([fit[1] for fit in fits]) / max(fit[3] for fit in fits)
+    # The middle of the longest run of delays with an open eye. The eye is not open all round.
+    is_open = opening >= opening.max() - 0.05
+    runs = [(next(n for n in range(SPU) if not is_open[(k + n) % SPU]), k)
+            for k in range(SPU) if is_open[k] and not is_open[k - 1]]
+    length, start = max(runs, key=lambda run: (run[0], -run[1]))
+    delay = (start + length // 2) % SPU
+    earlier = (start + (length - 1) // 2) % SPU
+    if opening[earlier] > opening[delay] + 0.01:
+        delay = earlier
+    weights = fits[delay][2]
     return np.concatenate([feed_back(part, delay, weights) for part in x.reshape(-1, PERIOD)])
 
 

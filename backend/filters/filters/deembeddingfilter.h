@@ -51,7 +51,8 @@ public:
     std::int32_t conversionParameterB = 45;             ///< [GHz] -6 dB point of the taper; 0: as far as the data go
     std::string sparamFileName;                         ///< path of the S-parameter file
     PortOrderS4P portOrder = PORT_ORDER_12_34;          ///< of a four-port file
-    std::int32_t samplesPerUi = 0;                      ///< without the fraction; written by the filter
+    /// Whole ones, with which repetitions are counted also where the sampling is fractional; written by the filter. Deliberate.
+    std::int32_t samplesPerUi = 0;
 };
 
 class TARNWICK_FILTERS_API DeEmbeddingFilter : public SystemFramework::BaseFilter {

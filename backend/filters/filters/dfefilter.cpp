@@ -158,6 +158,9 @@ void Search(DFEFilterParameters& parameters, const DeviceConfiguration& config, 
     if (search.outcome == Outcome::NoMainCursor)
         Refuse(kFilter, "main cursor", "not positive at any sampling delay",
                "a record that follows the pattern's symbols");
+    if (search.outcome == Outcome::TapsAboveCursor)
+        Refuse(kFilter, "largest tap over main cursor", search.largestTap,
+               "at most 1 at some sampling delay, of a record that follows the pattern's symbols");
     if (!(search.residual <= kWorstResidual))
         Refuse(kFilter, "residual over main cursor", search.residual,
                "at most " + TextOf(kWorstResidual) + ", of a record that follows the pattern's symbols");

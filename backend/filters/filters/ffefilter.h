@@ -2,6 +2,7 @@
 //     y[k] = sum_j w_j x[k - j D]
 // The taps are given by hand, found from the captured pattern by least squares against its ideal copy, or those of the
 // TDECQ reference equaliser of IEEE 802.3 clause 121.8.5 (symbol-spaced, DC gain 1, least TDECQ).
+// With fractional sampling D comes from the whole samples per UI; the TDECQ equaliser takes whole ones only.
 // Automatic taps need the pattern's symbols: the text for NRZ and PAM3, the text or detection for PAM4. The capture must
 // hold whole periods of the pattern. Error below 1e-12 of taps against the matrices of samples. Where the capture cannot tell
 // the taps apart (a constant record, more taps than the pattern has places for, equal delays) there is no answer and the

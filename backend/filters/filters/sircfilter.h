@@ -4,8 +4,9 @@
 //     K(f) = R(f)/C(f) taper(f) BT4(f; cutoff) / BT4(f; channelBandwidth)
 // C and R are the transforms of the measured impulse responses of the channel and of a reference receiver, smoothed
 // alike, aligned by their peaks and of unit area. Index 0 of the kernel is zero delay. Gain at DC is not corrected, nor
-// are reflections later than 5 ns. The correction ends at twice the channel bandwidth; half the sample rate has to lie
-// above it, or what the kernel holds there folds back.
+// are reflections later than 5 ns. The correction ends at twice the channel bandwidth. Where half the sample rate lies below
+// that it ends there and fades from 0.8 of it or from the channel bandwidth, whichever is lower: within 0.15 dB of the target
+// up to both 0.4 of the sample rate and the channel bandwidth, at 2 samples per UI and more.
 #pragma once
 
 #include <complex>

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
+#include <utility>
 
 #include <Eigen/Cholesky>
 #include <Eigen/Core>
@@ -31,15 +32,22 @@ double Rms(std::span<const double> values)
                      static_cast<double>(values.size()));
 }
 
+// The instant may leave this much of the largest opening for the middle of the eye.
+constexpr double kOpenEnough = 0.05;
+// By so much the earlier of two middles has to be more open than the later one.
+constexpr double kClearlyMoreOpen = 0.01;
+
 // By how many samples the record lags behind the held symbols.
-std::size_t LagBehind(std::span<const double> samples, std::span<const double> symbols, double samplesPerUi)
+Alignment AlignmentBehind(std::span<const double> samples, std::span<const double> symbols, double samplesPerUi)
 {
     std::vector<double> held(samples.size());
     for (std::size_t m = 0; m < held.size(); ++m)
         held[m] = symbols[static_cast<std::size_t>(static_cast<double>(m) / samplesPerUi) % symbols.size()];
     // A sample early: of equal peaks, which a pattern with a shorter period has, the lowest lag is to win, not lag 1.
     std::rotate(held.begin(), held.begin() + 1, held.end());
-    return (LargestCorrelation(WithoutMean(samples), held).lag + samples.size() - 1) % samples.size();
+    Alignment alignment = AlignmentOf(WithoutMean(samples), held);
+    alignment.lag = (alignment.lag + samples.size() - 1) % samples.size();
+    return alignment;
 }
 
 // One sample of each UI, the first at the delay.
@@ -49,14 +57,88 @@ void SampleUis(std::span<const double> samples, double delay, double samplesPerU
         result[i] = SampleAt(samples, delay + static_cast<double>(i) * samplesPerUi);
 }
 
-// rms of s_i - sum_j h_j v_(i+q-j), both without their means.
-double ResidualRms(std::span<const double> sampled, std::span<const double> symbols, long long shift,
-                   const Eigen::VectorXd& response)
+// s_i - sum_j h_j v_(i+q-j), both without their means.
+std::vector<double> Residual(std::span<const double> sampled, std::span<const double> symbols, long long shift,
+                             const Eigen::VectorXd& response)
 {
     std::vector<double> residual(sampled.begin(), sampled.end());
     for (Eigen::Index j = 0; j < response.size(); ++j)
         AddRotated(residual, -response[j], symbols, shift - j);
-    return Rms(residual);
+    return residual;
+}
+
+// The smallest of the openings between neighbouring levels behind the feedback of the known symbols, over the levels'
+// spacing in the symbols. Behind the feedback a sample is h_0 v_(i+q) and the residual.
+class Opening {
+public:
+    explicit Opening(std::span<const double> symbols) : values_(symbols.begin(), symbols.end())
+    {
+        std::sort(values_.begin(), values_.end());
+        values_.erase(std::unique(values_.begin(), values_.end()), values_.end());
+        for (const double symbol : symbols)
+            levels_.push_back(
+                static_cast<std::size_t>(std::lower_bound(values_.begin(), values_.end(), symbol) - values_.begin()));
+    }
+    double Of(std::span<const double> residual, long long shift, double cursor) const
+    {
+        constexpr double kInfinity = std::numeric_limits<double>::infinity();
+        std::vector<double> lowest(values_.size(), kInfinity);
+        std::vector<double> highest(values_.size(), -kInfinity);
+        std::size_t place = WrappedIndex(shift, levels_.size());
+        for (const double rest : residual) {
+            const std::size_t level = levels_[place];
+            lowest[level] = std::min(lowest[level], rest);
+            highest[level] = std::max(highest[level], rest);
+            place = place + 1 < levels_.size() ? place + 1 : 0;
+        }
+        double smallest = kInfinity;
+        for (std::size_t level = 1; level < values_.size(); ++level)
+            smallest = std::min(smallest,
+                                cursor + (lowest[level] - highest[level - 1]) / (values_[level] - values_[level - 1]));
+        return smallest;
+    }
+
+private:
+    std::vector<double> values_;       // the symbols' values, ascending
+    std::vector<std::size_t> levels_;  // of each symbol, the place of its value among them
+};
+
+// The fit at one delay, over its main cursor.
+struct Fit {
+    std::vector<double> taps;
+    double cursor = 0.0;
+    double residual = std::numeric_limits<double>::infinity();
+    double opening = -std::numeric_limits<double>::infinity();
+};
+
+// The middle of the longest circular run of delays at which the eye is as good as open as anywhere.
+// @param boundary  the delay with which a UI begins, and so a run of all
+std::size_t MiddleOfEye(std::span<const Fit> fits, std::size_t boundary)
+{
+    const std::size_t count = fits.size();
+    double largest = fits.front().opening;
+    for (const Fit& fit : fits)
+        largest = std::max(largest, fit.opening);
+    const auto isOpen = [&](std::size_t k) { return fits[k % count].opening >= largest - kOpenEnough; };
+
+    std::size_t start = boundary;
+    std::size_t length = 0;
+    for (std::size_t k = 0; k < count; ++k) {
+        if (!isOpen(k) || isOpen(k + count - 1))
+            continue;
+        std::size_t run = 1;
+        while (isOpen(k + run))
+            ++run;
+        if (run > length) {
+            start = k;
+            length = run;
+        }
+    }
+    if (length == 0)
+        length = count;
+    const std::size_t later = (start + length / 2) % count;
+    const std::size_t earlier = (start + (length - 1) / 2) % count;
+    return fits[earlier].opening > fits[later].opening + kClearlyMoreOpen ? earlier : later;
 }
 
 }  // namespace
@@ -82,7 +164,7 @@ FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const dou
 {
     const std::size_t count = symbols.size();
     const Eigen::Index terms = static_cast<Eigen::Index>(tapCount) + 1;
-    const std::vector<double> centred = WithoutMean(symbols);
+    std::vector<double> centred = WithoutMean(symbols);
 
     // The columns of every fit are rotations of one pattern, so one matrix serves all of them.
     std::vector<double> correlation(static_cast<std::size_t>(terms));
@@ -104,13 +186,20 @@ FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const dou
 
     const auto [lowest, highest] = std::minmax_element(samples.begin(), samples.end());
     const double smallestCursor = kSmallestMainCursor * std::max(std::abs(*lowest), std::abs(*highest));
-    const auto lag = static_cast<double>(LagBehind(samples, symbols, samplesPerUi));
-    double smallest = std::numeric_limits<double>::infinity();
+    const Alignment alignment = AlignmentBehind(samples, symbols, samplesPerUi);
+    const auto lag = static_cast<double>(alignment.lag);
+    if (alignment.isInverted)
+        for (double& symbol : centred)
+            symbol = -symbol;
+    const Opening opening(centred);
+    std::vector<Fit> fits(static_cast<std::size_t>(samplesPerUi));
     std::vector<double> uis(count);
-    for (int k = 0; k < static_cast<int>(samplesPerUi); ++k) {
-        SampleUis(samples, k, samplesPerUi, uis);
+    best.largestTap = std::numeric_limits<double>::infinity();
+    for (std::size_t k = 0; k < fits.size(); ++k) {
+        const auto delay = static_cast<double>(k);
+        SampleUis(samples, delay, samplesPerUi, uis);
         const std::vector<double> sampled = WithoutMean(uis);
-        const long long middle = std::llround((k - samplesPerUi / 2.0 - lag) / samplesPerUi);
+        const long long middle = std::llround((delay - samplesPerUi / 2.0 - lag) / samplesPerUi);
         for (const long long q : {middle - 1, middle, middle + 1}) {
             Eigen::VectorXd right(terms);
             for (Eigen::Index j = 0; j < terms; ++j)
@@ -119,18 +208,38 @@ FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const dou
             const double cursor = response[0];
             if (!(cursor > smallestCursor))
                 continue;
-            const double residual = ResidualRms(sampled, centred, q, response) / cursor;
-            if (!(residual < smallest - kEqualResiduals))
+            // A main cursor that is smaller than what comes behind it is a pre-cursor.
+            const double largestTap = tapCount > 0 ? response.tail(tapCount).cwiseAbs().maxCoeff() / cursor : 0.0;
+            best.largestTap = std::min(best.largestTap, largestTap);
+            if (!(largestTap <= 1.0))
                 continue;
-            smallest = residual;
-            best.outcome = FeedbackSearch::Outcome::Found;
-            best.delay = k;
-            best.taps.assign(response.begin() + 1, response.end());
-            for (double& tap : best.taps)
+            const std::vector<double> residual = Residual(sampled, centred, q, response);
+            const double relative = Rms(residual) / cursor;
+            if (!(relative < fits[k].residual - kEqualResiduals))
+                continue;
+            fits[k] = {{response.begin() + 1, response.end()}, cursor, relative, opening.Of(residual, q, cursor)};
+            for (double& tap : fits[k].taps)
                 tap /= cursor;
-            best.residual = residual;
         }
     }
+    if (std::none_of(fits.begin(), fits.end(), [](const Fit& fit) { return std::isfinite(fit.residual); })) {
+        if (best.largestTap > 1.0 && std::isfinite(best.largestTap))
+            best.outcome = FeedbackSearch::Outcome::TapsAboveCursor;
+        return best;
+    }
+    // An ideal eye is as open as the largest main cursor is high.
+    const double ideal = std::max_element(fits.begin(), fits.end(), [](const Fit& a, const Fit& b) {
+                             return a.cursor < b.cursor;
+                         })->cursor;
+    for (Fit& fit : fits)
+        fit.opening /= ideal;
+    const auto boundary = static_cast<std::size_t>(std::fmod(lag, samplesPerUi)) % fits.size();
+    const std::size_t delay = MiddleOfEye(fits, boundary);
+    best.outcome = FeedbackSearch::Outcome::Found;
+    best.delay = static_cast<int>(delay);
+    best.taps = std::move(fits[delay].taps);
+    best.residual = fits[delay].residual;
+    best.opening = fits[delay].opening;
     return best;
 }
 

@@ -31,20 +31,26 @@ struct UiGrid {
 struct FeedbackSearch {
     enum class Outcome {
         Found,
-        SymbolsAlike,  ///< the pattern cannot tell so many taps apart
-        NoMainCursor,  ///< at no delay do the samples follow the symbols
+        SymbolsAlike,     ///< the pattern cannot tell so many taps apart
+        NoMainCursor,     ///< at no delay do the samples follow the symbols
+        TapsAboveCursor,  ///< they do, but everywhere a tap is larger than the main cursor
     };
     Outcome outcome = Outcome::NoMainCursor;
     int delay = 0;             ///< [samples] from the start of the record to the first decision, below s
     std::vector<double> taps;  ///< over the main cursor
     double residual = 0.0;     ///< rms of what the fit leaves, over the main cursor
+    double opening = 0.0;      ///< of the smallest eye behind the feedback of the known symbols, over an ideal one
+    double largestTap = 0.0;   ///< the largest |t_j| of the alignment where it is smallest
 };
 
-/// The delay at which feedback leaves the smallest residual, and its taps. For each whole delay within a UI the samples are
+/// The delay in the middle of the eye that feedback opens, and its taps. For each whole delay within a UI the samples are
 /// fitted by
 ///     s_i = h_0 v_(i+q) + h_1 v_(i+q-1) + .. + h_n v_(i+q-n) + offset,  t_j = h_j / h_0
-/// with the rotation q from the correlation with the held symbols and with its two neighbours. Of residuals that are equal
-/// to 1e-9 the lowest delay wins, then the lowest q.
+/// with the rotation q from the correlation with the held symbols and with its two neighbours; that of the smallest residual
+/// over h_0 is taken, the lowest one of those equal to 1e-9, among those with every |t_j| <= 1 (a pre-cursor is no main
+/// cursor). v changes its sign where the record is inverted. The feedback is held for half a UI to either side of the
+/// decision, so the delay is the middle of the longest circular run of delays whose opening is within 0.05 of the largest;
+/// of two middles the later one, unless the earlier is more open by 0.01.
 /// @param samples       one repetition of finite values
 /// @param symbols       v, a value for each UI, evenly spaced from -1 to 1
 /// @param samplesPerUi  s, at least 1
@@ -91,7 +97,8 @@ private:
     int passes_ = 0;
 };
 
-/// Error of the taps on lines of known echoes without noise.
-inline constexpr double kDfeTapError = 0.0015;
+/// Error of the taps on lines of known echoes without noise, behind a front end of three quarters of the symbol rate, whose
+/// own echoes at the instant are most of it.
+inline constexpr double kDfeTapError = 0.01;
 
 }  // namespace Tarnwick::DSO::Maths

@@ -350,6 +350,15 @@ std::optional<ReferenceSymbols> SymbolsOfReference(std::span<const double> refer
     return symbols;
 }
 
+// Moves the symbols to where the capture has them; in an inverted one the lowest level is the highest.
+void Align(ReferenceSymbols& symbols, const Alignment& alignment)
+{
+    symbols.firstCentre += alignment.lag;
+    if (alignment.isInverted)
+        for (int& level : symbols.levels)
+            level = symbols.levelCount - 1 - level;
+}
+
 }  // namespace
 
 std::optional<ReferenceSymbols> SymbolsOfPattern(std::span<const int> pattern, std::size_t uiCount,
@@ -376,7 +385,7 @@ std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture, s
     if (symbols) {
         const std::vector<double> held = IdealSignal(symbols->levels, {-1.0, 1.0, symbols->levelCount},
                                                      static_cast<double>(samplesPerUi), capture.size());
-        symbols->firstCentre += LargestCorrelation(capture, held).lag;
+        Align(*symbols, AlignmentOf(capture, held));
     }
     return symbols;
 }
@@ -386,7 +395,7 @@ std::optional<ReferenceSymbols> LocateReference(std::span<const double> capture,
 {
     std::optional<ReferenceSymbols> symbols = SymbolsOfReference(reference, samplesPerUi);
     if (symbols)
-        symbols->firstCentre += LargestCorrelation(capture, reference).lag;
+        Align(*symbols, AlignmentOf(capture, reference));
     return symbols;
 }
 

@@ -28,7 +28,8 @@ struct ReferenceSymbols {
 TARNWICK_FRAMEWORK_API std::optional<ReferenceSymbols> SymbolsOfPattern(std::span<const int> pattern,
                                                                         std::size_t uiCount, std::size_t samplesPerUi);
 
-/// The symbols of a capture of a pattern, where the pattern correlates best with it.
+/// The symbols of a capture of a pattern, where the pattern correlates best with it, as they are on the line: the levels of
+/// an inverted capture (P and N exchanged) are turned over.
 /// @param capture  a whole number of UI of samplesPerUi samples
 /// @param pattern  level of each UI, any rotation
 /// @return nothing when the pattern uses fewer than 2 or more than 4 levels

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "maths/convolution/circularconvolver.h"
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -45,6 +46,18 @@ CorrelationPeak LargestCorrelationOfEitherSign(std::span<const double> capture, 
     const auto smallest = std::min_element(correlation.begin(), correlation.end());
     const auto largest = std::max_element(correlation.begin(), correlation.end());
     return PeakAt(correlation, std::abs(*largest) > std::abs(*smallest) ? largest : smallest);
+}
+
+Alignment AlignmentOf(std::span<const double> capture, std::span<const double> reference)
+{
+    constexpr double kRounding = 1e-9;  // of a peak, and more than any transform's
+    const std::vector<double> correlation = CorrelationFromLagOne(capture, reference);
+    const auto smallest = std::min_element(correlation.begin(), correlation.end());
+    const auto largest = std::max_element(correlation.begin(), correlation.end());
+    // Offsets of the two records stand at every lag.
+    const double offset = Mean(correlation);
+    const bool isInverted = offset - *smallest > (1.0 + kRounding) * (*largest - offset);
+    return {PeakAt(correlation, isInverted ? smallest : largest).lag, isInverted};
 }
 
 }  // namespace Tarnwick::DSO::Maths

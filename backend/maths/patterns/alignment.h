@@ -32,4 +32,14 @@ TARNWICK_FRAMEWORK_API CorrelationPeak LargestCorrelation(std::span<const double
 TARNWICK_FRAMEWORK_API CorrelationPeak LargestCorrelationOfEitherSign(std::span<const double> capture,
                                                                       std::span<const double> reference);
 
+/// How a capture lies against a reference, upright or inverted.
+struct Alignment {
+    std::size_t lag;
+    bool isInverted;
+};
+
+/// Where c, less its mean, is of the largest magnitude: at the smallest c the capture is inverted. Of magnitudes that are equal
+/// but for rounding, as of a pattern whose second half is the first inverted, the largest c.
+TARNWICK_FRAMEWORK_API Alignment AlignmentOf(std::span<const double> capture, std::span<const double> reference);
+
 }  // namespace Tarnwick::DSO::Maths

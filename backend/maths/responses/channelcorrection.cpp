@@ -189,17 +189,26 @@ std::vector<Complex> ChannelQuotient(std::span<const double> channel, std::span<
     return result;
 }
 
-std::vector<Complex> CorrectionSpectrum(std::span<const Complex> quotient, const CorrectionSettings& settings)
+CorrectionTaper TaperOf(const CorrectionSettings& settings, double sampleInterval)
+{
+    constexpr double kShareBeforeTaper = 0.8;  // of half the sample rate
+    const double highest = 0.5 / sampleInterval;
+    if (settings.end <= highest)
+        return {settings.channelBandwidth, settings.end};
+    return {std::min(settings.channelBandwidth, kShareBeforeTaper * highest), highest};
+}
+
+std::vector<Complex> CorrectionSpectrum(std::span<const Complex> quotient, const CorrectionSettings& settings,
+                                        const CorrectionTaper& taper)
 {
     std::vector<Complex> spectrum(quotient.size());
     // The highest bin stays zero: it has no conjugate partner.
-    for (std::size_t k = 0; k + 1 < spectrum.size() && settings.grid.Frequency(k) < settings.end; ++k) {
+    for (std::size_t k = 0; k + 1 < spectrum.size() && settings.grid.Frequency(k) < taper.end; ++k) {
         const double frequency = settings.grid.Frequency(k);
-        const double beyond = std::max(0.0, frequency - settings.channelBandwidth);
-        const double taper =
-            beyond > 0.0 ? 0.5 + 0.5 * std::cos(std::numbers::pi * beyond / (settings.end - settings.channelBandwidth))
-                         : 1.0;
-        spectrum[k] = quotient[k] * taper * RetargetingRatio(frequency, settings.channelBandwidth, settings.cutoff);
+        const double beyond = std::max(0.0, frequency - taper.start);
+        const double share =
+            beyond > 0.0 ? 0.5 + 0.5 * std::cos(std::numbers::pi * beyond / (taper.end - taper.start)) : 1.0;
+        spectrum[k] = quotient[k] * share * RetargetingRatio(frequency, settings.channelBandwidth, settings.cutoff);
     }
     return spectrum;
 }
@@ -247,7 +256,8 @@ std::vector<double> CorrectionTaps(const MeasuredResponse& channel, const Measur
                                                              : OnGrid(reference, grid)),
                             smoothing, settings);
     }
-    return SampledCorrection(CorrectionSpectrum(quotient, settings), grid, sampleInterval, taps);
+    const std::vector<Complex> spectrum = CorrectionSpectrum(quotient, settings, TaperOf(settings, sampleInterval));
+    return SampledCorrection(spectrum, grid, sampleInterval, taps);
 }
 
 }  // namespace Tarnwick::DSO::Maths

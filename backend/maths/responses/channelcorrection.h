@@ -61,7 +61,7 @@ struct CorrectionSettings {
     double smoothingBandwidth;    // [Hz] of the Gaussian
     double channelBandwidth;      // [Hz] of the reference
     double cutoff;                // [Hz] that the reference is brought to
-    double end;                   // [Hz] at or above the channel bandwidth: the taper's zero
+    double end;                   // [Hz] at or above the channel bandwidth: the taper's zero, unless sampling ends it
     std::size_t baselineCount;    // leading points whose mean is the baseline, at most grid.length
     double largestGain = 10.0;    // of Q: 20 dB, so that a notch in the channel does not become a peak of noise
     double smallestShare = 0.01;  // of the smoothing Gaussian, 40 dB: what lies below counts as noise
@@ -79,10 +79,20 @@ TARNWICK_FRAMEWORK_API std::vector<std::complex<double>> ChannelQuotient(std::sp
 /// The impulse response of a fourth-order Bessel-Thomson receiver on the grid.
 TARNWICK_FRAMEWORK_API std::vector<double> BesselThomsonImpulse(double cutoff, const CorrectionGrid& grid);
 
+/// Where the correction fades out: 1 up to `start`, a raised cosine to 0 at `end`.
+struct CorrectionTaper {
+    double start;  // [Hz]
+    double end;    // [Hz]
+};
+
+/// From the channel bandwidth to the settings' end. Where that lies above half the sample rate the taper ends there, or what
+/// stands above would fold back, and starts at 0.8 of it or at the channel bandwidth, whichever is lower.
+TARNWICK_FRAMEWORK_API CorrectionTaper TaperOf(const CorrectionSettings& settings, double sampleInterval);
+
 /// Bins 0 .. grid.length/2 of K.
 /// @param quotient  bins 0 .. grid.length/2 of Q
 TARNWICK_FRAMEWORK_API std::vector<std::complex<double>> CorrectionSpectrum(
-    std::span<const std::complex<double>> quotient, const CorrectionSettings& settings);
+    std::span<const std::complex<double>> quotient, const CorrectionSettings& settings, const CorrectionTaper& taper);
 
 /// The impulse response of K at whole multiples of the capture's sample interval within half a window, each added to
 /// tap m mod `taps`, so that a pattern shorter than the window is convolved exactly. The sum is 1. Linear between points

@@ -237,6 +237,27 @@ TEST(SircKernel, TurnsAMeasuredChannelIntoItsTarget)
     }
 }
 
+// Where half the sample rate lies below twice the channel bandwidth the correction ends there, and what it would hold above
+// does not fold back.
+TEST(SircKernel, TakesFewSamplesPerUi)
+{
+    const auto measured = Measured(kChannel);
+    const auto reference = Measured(BesselThomsonOf(kBandwidth));
+    for (const double samplesPerUi : {2.0, 3.0, 3.3, 4.0}) {
+        const auto taps = Corrector(measured, reference, samplesPerUi, 511).Taps();
+        std::vector<Complex> bins(taps.begin(), taps.end());
+        Transform(bins);
+        const double spacing = samplesPerUi * kRate / static_cast<double>(bins.size());
+        double largestDb = 0.0;
+        for (std::size_t k = 1; k <= 2 * bins.size() / 5 && static_cast<double>(k) * spacing < kBandwidth; ++k) {
+            const double f = static_cast<double>(k) * spacing;
+            const Complex ratio = bins[k] * kChannel(f) / kChannel(0.0) / BesselThomsonOf(0.75 * kRate)(f);
+            largestDb = std::max(largestDb, std::abs(20.0 * std::log10(std::abs(ratio))));
+        }
+        EXPECT_LT(largestDb, 0.15) << samplesPerUi << " samples per UI";
+    }
+}
+
 // Nothing but an interval: the correction is what brings a receiver of the channel's bandwidth to the cutoff.
 TEST(SircKernel, NeedsNoMeasurementToRetarget)
 {

@@ -53,8 +53,8 @@ std::vector<double> Held(const std::vector<double>& symbols, const std::vector<d
     return samples;
 }
 
-// Nothing but the taps stands between the samples and the symbols: every delay leaves only rounding, and the first is
-// taken. The record is rotated by a third of the pattern and three samples.
+// Nothing but the taps stands between the samples and the symbols: every delay leaves only rounding, and the middle of the
+// UI is taken. The record is rotated by a third of the pattern and three samples, so that a UI begins at sample 5.
 TEST(FeedbackSearch, FindsTheEchoesOfANoiseFreeRecordExactly)
 {
     const std::vector<double> echoes{0.25, 0.12, -0.05};
@@ -64,7 +64,8 @@ TEST(FeedbackSearch, FindsTheEchoesOfANoiseFreeRecordExactly)
         std::rotate(samples.begin(), samples.begin() + 803, samples.end());
         const FeedbackSearch found = FindFeedback(samples, symbols, 8.0, 3);
         ASSERT_EQ(found.outcome, FeedbackSearch::Outcome::Found) << levels;
-        EXPECT_EQ(found.delay, 0) << levels;
+        EXPECT_EQ(found.delay, 5 + 4 - 8) << levels;
+        EXPECT_NEAR(found.opening, 1.0, 1e-12) << levels;
         EXPECT_TRUE(AreNear(found.taps, echoes, 1e-12)) << levels;  // rounding of sums over 301 symbols
         EXPECT_LT(found.residual, 1e-12) << levels;
     }
@@ -78,6 +79,9 @@ TEST(FeedbackSearch, SaysWhyThereIsNothingToFind)
     EXPECT_EQ(FindFeedback(Held(symbols, {}, 4), alternating, 4.0, 1).outcome, Outcome::SymbolsAlike);
     EXPECT_EQ(FindFeedback(Held(symbols, {}, 4), Constant(1.0, 64), 4.0, 0).outcome, Outcome::SymbolsAlike);
     EXPECT_EQ(FindFeedback(Constant(0.7, 256), symbols, 4.0, 1).outcome, Outcome::NoMainCursor);
+    const FeedbackSearch noise = FindFeedback(RandomValues(256, 2), symbols, 4.0, 50);
+    EXPECT_EQ(noise.outcome, Outcome::TapsAboveCursor);
+    EXPECT_GT(noise.largestTap, 1.0);
     EXPECT_EQ(FindFeedback(Constant(std::nan(""), 256), symbols, 4.0, 1).outcome, Outcome::NoMainCursor);
 }
 

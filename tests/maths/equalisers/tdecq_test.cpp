@@ -120,6 +120,13 @@ TEST(ReferenceSymbolsOf, PatternAndWaveformAgree)
         EXPECT_EQ(ofWaveform->levels, ranks);
         EXPECT_EQ(ofWaveform->levelCount, 3);
         EXPECT_EQ(ofWaveform->firstCentre, ofPattern->firstCentre);
+        // P and N exchanged, with whatever offset.
+        for (double& sample : capture)
+            sample = -9.0 - sample;
+        for (const auto& inverted : {LocatePattern(capture, pattern, 3), LocateReference(capture, sent, 3)}) {
+            EXPECT_EQ(inverted->levels, (std::vector<int>{2, 0, 1, 1, 0, 2, 2, 0, 1, 0, 2}));
+            EXPECT_EQ(inverted->firstCentre, ofPattern->firstCentre);
+        }
     }
     // The pattern starts anew until the capture ends.
     EXPECT_EQ(LocatePattern(Tiled({0, 0, 1, 1}, 3), std::vector<int>{0, 1}, 2)->levels,
