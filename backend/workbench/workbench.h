@@ -17,6 +17,7 @@
 #include "workbench/failure.h"
 #include "workbench/fixturefile.h"
 #include "workbench/fixturereport.h"
+#include "workbench/network.h"
 #include "workbench/pattern.h"
 #include "workbench/responsereport.h"
 #include "workbench/run.h"

@@ -1,6 +1,8 @@
 // tarnwick apply: a capture through a chain of filters.
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <fmt/format.h>
@@ -9,6 +11,7 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "notes.h"
+#include "outputs.h"
 #include "pictures/eyeplot.h"
 #include "progress.h"
 #include "workbench/chain.h"
@@ -44,21 +47,44 @@ std::string FindingText(const nlohmann::json& value)
     return text;
 }
 
-void PrintTable(const std::vector<Workbench::StageReport>& reports)
+std::string TableOf(const std::vector<Workbench::StageReport>& reports)
 {
-    fmt::print("{:<16} {:>9} {:>5} {:>10} {:>10} {:>10}  {:<26} {:<22} {:>8} {:>9}\n", "stage", "samples", "reps",
-               "mean V", "rms V", "p-p V", "eye heights V", "eye widths UI", "phase UI", "seconds");
+    // Three eyes are three numbers: their columns are as wide as the longest, or one would run into the next.
+    std::size_t heights = std::string_view("eye heights V").size();
+    std::size_t widths = std::string_view("eye widths UI").size();
+    for (const Workbench::StageReport& report : reports) {
+        heights = std::max(heights, HeightsText(report.eye).size());
+        widths = std::max(widths, WidthsText(report.eye).size());
+    }
+    std::string text = fmt::format("{:<16} {:>9} {:>5} {:>10} {:>10} {:>10}  {:<{}}  {:<{}}  {:>8} {:>9}\n", "stage",
+                                   "samples", "reps", "mean V", "rms V", "p-p V", "eye heights V", heights,
+                                   "eye widths UI", widths, "phase UI", "seconds");
     for (const Workbench::StageReport& report : reports)
-        fmt::print("{:<16} {:>9} {:>5} {:>10.4g} {:>10.4g} {:>10.4g}  {:<26} {:<22} {:>8.3f} {:>9.2g}\n", report.name,
-                   report.samples, report.repetitions, report.mean, report.rms, report.peakToPeak,
-                   HeightsText(report.eye), WidthsText(report.eye), report.eye.phaseUi, report.seconds);
+        text += fmt::format("{:<16} {:>9} {:>5} {:>10.4g} {:>10.4g} {:>10.4g}  {:<{}}  {:<{}}  {:>8.3f} {:>9.2g}\n",
+                            report.name, report.samples, report.repetitions, report.mean, report.rms, report.peakToPeak,
+                            HeightsText(report.eye), heights, WidthsText(report.eye), widths, report.eye.phaseUi,
+                            report.seconds);
     for (const Workbench::StageReport& report : reports) {
         if (report.findings.empty())
             continue;
         const nlohmann::json findings = nlohmann::json::parse(report.findings);
         for (const auto& [name, value] : findings.items())
-            fmt::print("{} {}: {}\n", report.name, name, FindingText(value));
+            if (name != "appliedTaps" || value != findings.value("taps", nlohmann::json()))
+                text += fmt::format("{} {}: {}\n", report.name, name, FindingText(value));
     }
+    return text;
+}
+
+// A chain that is run again must find what it read the first time.
+void RequireOutputsApart(Workbench::Chain& chain, const Options& options)
+{
+    std::vector<std::string> inputs = {options.chain, options.capture.name, options.capture.minus};
+    for (const Workbench::Stage& stage : chain.Stages())
+        inputs.insert(inputs.end(), stage.files.begin(), stage.files.end());
+    RequireApart("--output", options.output, inputs);
+    if (!options.eyePrefix.empty())
+        for (const char* const end : {"-before.png", "-after.png"})
+            RequireApart("--eye", options.eyePrefix + end, inputs);
 }
 
 void Apply(const Options& options)
@@ -74,30 +100,31 @@ void Apply(const Options& options)
         RequireEyes(chain, options.chain, "--eye");
     WarnOfInterval(capture, chain, options.capture);
     KeepWholeRepetitions(capture.samples, chain, options.capture);
-    for (const Workbench::Stage& stage : chain.Stages())
-        PrintNotes(stage.notes);
+    StageNotes stageNotes;
+    stageNotes.Print(chain);
+    RequireOutputsApart(chain, options);
 
     Workbench::ChainResult result;
     {
-        Progress progress(chain.Stages().size() + (options.eyePrefix.empty() ? 2 : 4));
+        Progress progress(chain.Stages().size() + 2);
         result = RunChain(chain, capture.samples, options.capture.name,
                           [&](const std::string& stage) { progress.Begin(stage); });
         progress.Begin("output");
         Workbench::WriteWaveform(options.output, result.samples, capture.interval, capture.start);
-        if (!options.eyePrefix.empty()) {
-            const VoltageRange range = RangeOf(capture.samples, result.samples);
-            progress.Begin("eye before");
-            DrawEye(options.eyePrefix + "-before.png", capture.samples, chain.SamplesPerUi(), result.stages.front().eye,
-                    range, "Capture as read");
-            progress.Begin("eye after");
-            DrawEye(options.eyePrefix + "-after.png", result.samples, chain.SamplesPerUi(), result.stages.back().eye,
-                    range, "Behind " + result.stages.back().name);
-        }
     }
-    if (options.json)
-        fmt::print("{}\n", ReportAsJson(result.stages));
-    else
-        PrintTable(result.stages);
+    stageNotes.Print(chain);
+    PrintReport(options.json ? ReportAsJson(result.stages) + "\n" : TableOf(result.stages));
+    if (options.eyePrefix.empty())
+        return;
+    // Behind the table, which does not need gnuplot.
+    const VoltageRange range = RangeOf(capture.samples, result.samples);
+    Progress progress(2);
+    progress.Begin("eye before");
+    DrawEye(options.eyePrefix + "-before.png", capture.samples, chain.SamplesPerUi(), result.stages.front().eye, range,
+            "Capture as read");
+    progress.Begin("eye after");
+    DrawEye(options.eyePrefix + "-after.png", result.samples, chain.SamplesPerUi(), result.stages.back().eye, range,
+            "Behind " + result.stages.back().name);
 }
 
 }  // namespace

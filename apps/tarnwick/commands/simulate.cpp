@@ -2,8 +2,7 @@
 #include "workbench/simulation.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,7 +10,9 @@
 #include <fmt/format.h>
 
 #include "commands/commands.h"
+#include "notes.h"
 #include "options.h"
+#include "outputs.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/symbols.h"
@@ -21,7 +22,6 @@ namespace Tarnwick::App {
 
 namespace {
 
-namespace fs = std::filesystem;
 namespace Workbench = DSO::Workbench;
 
 struct Options {
@@ -31,17 +31,6 @@ struct Options {
     std::string output;
     std::string chain;
 };
-
-// Files that do not exist yet are compared by their names.
-bool IsSameFile(const fs::path& one, const fs::path& other)
-{
-    std::error_code error;
-    if (fs::equivalent(one, other, error))
-        return true;
-    const fs::path first = fs::weakly_canonical(fs::absolute(one, error), error);
-    const fs::path second = fs::weakly_canonical(fs::absolute(other, error), error);
-    return !first.empty() && first == second;
-}
 
 // A precoded signal looks like PAM4.
 std::vector<std::string> SimulatedCodings()
@@ -67,11 +56,11 @@ void Run(Options& options)
         Workbench::WriteWhole(options.chain, Workbench::ChainFileFor(options.pattern, settings));
     // Beyond three standard deviations clipping hardly shows.
     if (3.0 * settings.jitterRms > settings.LargestEdgeShiftUi())
-        fmt::print(stderr, "tarnwick: edges of {} UI hold the jitter within {:.6g} UI; its rms stays below {} UI\n",
-                   settings.riseUi, settings.LargestEdgeShiftUi(), settings.jitterRms);
-    fmt::print("{}: {} samples, {} UI of {} at {} GBd, {} samples per UI, {} repetition{}\n", options.output,
-               capture.size(), levels.size(), options.coding, settings.symbolRateGBd, settings.samplesPerUi,
-               settings.repetitions, settings.repetitions == 1 ? "" : "s");
+        PrintNote(fmt::format("edges of {} UI hold the jitter within {:.6g} UI; its rms stays below {} UI",
+                              settings.riseUi, settings.LargestEdgeShiftUi(), settings.jitterRms));
+    PrintReport(fmt::format("{}: {} samples, {} UI of {} at {} GBd, {} samples per UI, {} repetition{}\n",
+                            options.output, capture.size(), levels.size(), options.coding, settings.symbolRateGBd,
+                            settings.samplesPerUi, settings.repetitions, settings.repetitions == 1 ? "" : "s"));
 }
 
 }  // namespace
@@ -82,20 +71,22 @@ void AddSimulate(CLI::App& command)
     Workbench::Simulation& settings = options->settings;
     Workbench::SimulatedPattern& pattern = options->pattern;
     command.add_option("-o,--output", options->output, "Capture: .csv, .txt or .npy")->required();
-    auto* prbs = command.add_option("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13 or 15")->capture_default_str();
+    auto* prbs = command.add_option("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13 or 15")
+                     ->check(OneOf({"7", "9", "11", "13", "15"}))
+                     ->capture_default_str();
     command.add_option("--symbols", pattern.symbols, "Pattern: one digit a symbol")->excludes(prbs);
     command.add_option("--coding", options->coding, "Line coding")
-        ->check(CLI::IsMember(SimulatedCodings()))
+        ->check(OneOf(SimulatedCodings()))
         ->capture_default_str();
     command.add_flag("--without-gray", pattern.withoutGrayCoding, "PAM4 symbols are level indices");
     command.add_option("--baud", settings.symbolRateGBd, "Symbol rate [GBd]")
         ->check(RealRange(1e-6, 1e6))
         ->capture_default_str();
     command.add_option("--spu", settings.samplesPerUi, "Samples per UI")
-        ->check(CLI::Range(1, 4096))
+        ->check(WholeRange(1, 4096))
         ->capture_default_str();
     command.add_option("--repetitions", settings.repetitions, "Repetitions of the pattern")
-        ->check(CLI::Range(1, 1000000))
+        ->check(WholeRange(1, 1000000))
         ->capture_default_str();
     command.add_option("--amplitude", settings.amplitude, "Lowest to highest level [V]")
         ->check(RealRange(0.0, 1e6))
@@ -112,7 +103,9 @@ void AddSimulate(CLI::App& command)
     command.add_option("--jitter", settings.jitterRms, "Random jitter of the edges, rms [UI]")
         ->check(RealRange(0.0, 1.0))
         ->capture_default_str();
-    command.add_option("--seed", settings.seed, "Seed of noise and jitter")->capture_default_str();
+    command.add_option("--seed", settings.seed, "Seed of noise and jitter")
+        ->check(WholeRange(0, std::numeric_limits<long long>::max()))
+        ->capture_default_str();
     command.add_option("--chain", options->chain, "Also write a chain file that fits the capture");
     command.callback([options] { Run(*options); });
 }
