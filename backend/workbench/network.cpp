@@ -154,7 +154,7 @@ NetworkQuality JudgeNetwork(const Network& network)
     };
     if (ports > 1)
         quality.asymmetry = NetworkFigure{0.0, network.frequency.front()};
-    if (network.frequency.size() > 1)
+    if (ports > 1 && network.frequency.size() > 1)
         quality.phaseStep = NetworkFigure{0.0, network.frequency.front()};
     for (std::size_t k = 0; k < network.frequency.size(); ++k) {
         const double frequency = network.frequency[k];
