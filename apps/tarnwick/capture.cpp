@@ -20,7 +20,7 @@ void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
     command
         .add_option("--skip-lines", options.reading.skipLines,
                     "Lines to drop at the head of a text capture; 0: numbers at its head are samples")
-        ->check(CLI::Range(0, 1000000000));
+        ->check(WholeRange(0, 1000000000));
     command.add_option("--column", options.reading.column, "Which column of a text capture holds the values")
         ->type_name("NAME|NUMBER");
     command

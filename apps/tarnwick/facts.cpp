@@ -9,13 +9,13 @@ void AddFactOptions(CLI::App& command, FactOptions& options)
 {
     constexpr int kMostUi = 2147483647;
     command.add_option("--coding", options.coding, "Line coding; found when left out")
-        ->check(CLI::IsMember(DSO::Workbench::CodingNames()));
+        ->check(OneOf(DSO::Workbench::CodingNames()));
     command.add_option("--baud", options.symbolRateGBd, "Symbol rate [GBd]; found when left out")
         ->check(RealRange(1e-6, 1e6));
     command.add_option("--samples-per-ui", options.samplesPerUi, "Samples per UI, whole or not; found when left out")
         ->check(RealRange(1.0, 1e6));
     command.add_option("--pattern-length", options.patternLengthUi, "UI in the pattern; found when left out")
-        ->check(CLI::Range(1, kMostUi));
+        ->check(WholeRange(1, kMostUi));
 }
 
 DSO::Workbench::CaptureFacts With(const FactOptions& options, DSO::Workbench::CaptureFacts facts)

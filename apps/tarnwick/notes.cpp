@@ -2,8 +2,6 @@
 
 #include <cstdio>
 
-#include <fmt/format.h>
-
 namespace Tarnwick::App {
 
 void PrintNotes(const std::vector<std::string>& notes)
@@ -15,7 +13,16 @@ void PrintNotes(const std::vector<std::string>& notes)
 void PrintNote(const std::optional<std::string>& note)
 {
     if (note)
-        fmt::print(stderr, "tarnwick: {}\n", *note);
+        (void)std::fputs(("tarnwick: " + *note + "\n").c_str(), stderr);
+}
+
+void StageNotes::Print(DSO::Workbench::Chain& chain)
+{
+    const auto& stages = chain.Stages();
+    told_.resize(stages.size(), 0);
+    for (std::size_t k = 0; k < stages.size(); ++k)
+        for (; told_[k] < stages[k].notes.size(); ++told_[k])
+            PrintNote(stages[k].notes[told_[k]]);
 }
 
 }  // namespace Tarnwick::App

@@ -20,6 +20,8 @@ using nlohmann::json;
 
 namespace {
 
+constexpr const char* kNoEffect = "no effect";  // in the meaning of keys that are read and not used
+
 // Kernels are as long as the sizes say, whatever the record: a short chain file must not make filters take memory for
 // which the record gives no reason. The first of the limits is for records that are short by mistake, which filters name.
 void RequireBounded(double claimed, std::size_t sampleCount, const Place& place, const char* claimedBy)
@@ -97,6 +99,9 @@ std::vector<StagePlan> PlanStages(const ChainFile& file, DeviceConfiguration& co
         plan.stage.name = type.name;
         plan.stage.place = here.key;
         plan.stage.index = k;
+        for (const ChainKey& key : type.keys())
+            if (settings.contains(key.name) && key.meaning.find(kNoEffect) != std::string::npos)
+                plan.stage.notes.push_back(fmt::format("{}: {}.{}: has no effect", file.Name(), here.key, key.name));
         plans.push_back(std::move(plan));
     }
     return plans;

@@ -46,7 +46,8 @@ struct Stage {
     std::string place;               ///< where it stands in the file: filters.1
     std::size_t index = 0;           ///< among all filters of the file
     bool linear = true;              ///< false: it makes decisions, so that an impulse response does not describe it
-    std::vector<std::string> notes;  ///< what was assumed about the files it reads, for the user to read
+    std::vector<std::string> files;  ///< that it reads
+    std::vector<std::string> notes;  ///< what was assumed about them, and what has no effect, for the user to read
     bool adaptive = false;           ///< it fits itself to the capture; an impulse cannot stand in for that
     bool needsSymbols = false;       ///< it needs the pattern's symbols, given or found in the capture
     /// What the filter has found, for reports: a JSON object as text, from the samples that the stage made [V]. Empty for

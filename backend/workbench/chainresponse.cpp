@@ -108,6 +108,7 @@ ChainResponse MeasureResponse(Chain& chain, const ImpulseRecord& record, double 
     ChainResponse response;
     response.symbolRate = symbolRate;
     response.samplesPerUi = record.sampleRate / symbolRate;
+    response.bandEnd = kSymbolRatesShown * symbolRate;
     std::vector<double> whole = impulse;
     for (Stage& stage : chain.Stages()) {
         if (begin)
@@ -122,6 +123,8 @@ ChainResponse MeasureResponse(Chain& chain, const ImpulseRecord& record, double 
         FilterResponse& filter = response.filters.emplace_back();
         filter.label = std::move(label);
         filter.index = stage.index;
+        if (stage.name == "deembedding")
+            response.bandEnd = 0.5 * record.sampleRate;
         filter.function = Transform(FirstRepetition(alone, record), record.sampleRate);
         if (stage.channel)
             filter.channel = CorrectChannel(*stage.channel, filter.function, symbolRate);

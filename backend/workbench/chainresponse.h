@@ -37,6 +37,9 @@ struct FilterResponse {
 struct TARNWICK_WORKBENCH_API ChainResponse {
     double symbolRate = 0.0;  ///< [Hz]
     double samplesPerUi = 0.0;
+    /// [Hz] Where figures and pictures end: kSymbolRatesShown; where a fixture is removed or added, half the sample rate,
+    /// because a boost may lie anywhere.
+    double bandEnd = 0.0;
     std::vector<FilterResponse> filters;
     TransferFunction whole;            ///< of all filters in a row
     std::vector<std::string> leftOut;  ///< labels of the filters that decide or adapt; the whole is without them

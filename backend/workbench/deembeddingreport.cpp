@@ -4,6 +4,7 @@
 #include <cmath>
 #include <iterator>
 #include <numeric>
+#include <vector>
 
 #include "maths/responses/fixtureresponse.h"
 #include "workbench/fixturefile.h"
@@ -39,13 +40,19 @@ DeEmbeddingFigures FiguresOfDeEmbedding(std::span<const double> kernel, double s
 {
     DeEmbeddingFigures figures;
     const TransferFunction function = Transform({kernel.begin(), kernel.end()}, sampleRate);
-    const ResponseFigures response = FiguresOf(function, sampleRate / 2.0);
+    const ResponseFigures response = FiguresOf(function, sampleRate / 2.0, sampleRate / 2.0);
     figures.largestBoostDb = response.peakGainDb;
     figures.largestBoostAt = response.peakFrequency;
     figures.noiseAmplificationDb = Decibels(response.noiseGain);
     figures.peakDelay = response.peakDelay;
-    // The second half of the circular response lies before the impulse.
-    figures.energyBeforeZero = Energy(kernel.subspan(kernel.size() / 2 + 1)) / Energy(kernel);
+    // The second half of the circular response lies before the impulse. A fixture that is removed takes its delay with it,
+    // and with that all of the response would lie there: it is counted from its peak.
+    std::vector<double> counted(kernel.begin(), kernel.end());
+    if (settings.remove)
+        std::rotate(counted.begin(), counted.begin() + (function.peak < 0 ? function.peak + std::ssize(counted) : 0),
+                    counted.end());
+    figures.energyBeforeZero =
+        Energy(std::span<const double>(counted).subspan(counted.size() / 2 + 1)) / Energy(kernel);
     figures.bandEnd =
         BandEnd(Maths::FixtureResponse(fixture), settings.remove ? Maths::FixtureUse::Remove : Maths::FixtureUse::Add,
                 {settings.boostDb, settings.bandwidth}, sampleRate, kernel.size());

@@ -13,10 +13,11 @@ struct DeEmbeddingFigures {
     double largestBoostDb = 0.0;        ///< [dB] the largest gain
     double largestBoostAt = 0.0;        ///< [Hz] where that is
     double noiseAmplificationDb = 0.0;  ///< [dB] rms of white noise, output over input
-    double energyBeforeZero = 0.0;      ///< 0 to 1: share of the impulse response's energy before the impulse
-    double peakDelay = 0.0;             ///< [s] of the impulse response's largest value; negative: before the impulse
-    double bandEnd = 0.0;               ///< [Hz] the fixture's data are used from 0 Hz to here
-    double extrapolatedTo = 0.0;        ///< [Hz] within that band there are no data from 0 Hz to here
+    double energyBeforeZero =
+        0.0;  ///< 0 to 1: share of the impulse response's energy before the impulse, after a delay that is removed
+    double peakDelay = 0.0;       ///< [s] of the impulse response's largest value; negative: before the impulse
+    double bandEnd = 0.0;         ///< [Hz] the fixture's data are used from 0 Hz to here
+    double extrapolatedTo = 0.0;  ///< [Hz] within that band there are no data from 0 Hz to here
 };
 
 /// How the filter is set.

@@ -83,6 +83,21 @@ FixtureKind PublicKind(FileKind kind)
     return FixtureKind::FourPort;
 }
 
+// In place of a reading that takes other parameters for S.
+void TakeConverted(const Network& network, std::vector<TouchstoneReport>& reports)
+{
+    if (network.converted.empty())
+        return;
+    const std::size_t size = network.ports * network.ports;
+    for (std::size_t order = 0; order < reports.size(); ++order) {
+        FixtureTransmission& plain = reports[order].plain;
+        plain.clear();
+        for (std::size_t k = 0; k < network.frequency.size(); ++k)
+            plain[network.frequency[k]] = Maths::TransmissionOf(std::span(network.s).subspan(k * size, size),
+                                                                Maths::PairsOf(static_cast<int>(order)));
+    }
+}
+
 }  // namespace
 
 std::string ReadFixtureText(const std::filesystem::path& path)
@@ -182,9 +197,14 @@ FixtureFile DescribeFixture(std::string_view text, const std::string& name)
     if (kind != FileKind::Table)
         file.options = FindOptionLine(text, kind.value_or(FileKind::TwoPort));
     file.reports.push_back(CheckTouchstoneText(text, name, PORT_ORDER_12_34));
+    file.network = ReadNetwork(text, name);
     if (kind == FileKind::FourPort) {
         file.reports.push_back(CheckTouchstoneText(text, name, PORT_ORDER_13_24));
-        file.through = FindThroughPath({file.reports[0].plain, file.reports[1].plain});
+        TakeConverted(file.network, file.reports);
+        if (file.network.mixedModeLine == 0)
+            file.through = FindThroughPath({file.reports[0].plain, file.reports[1].plain});
+    } else {
+        TakeConverted(file.network, file.reports);
     }
     const TouchstoneReport& report = file.Report();
     file.differences = report.differences;
@@ -209,6 +229,13 @@ TransmissionCurve CurveOf(std::string name, const FixtureTransmission& transmiss
         curve.frequency.push_back(frequency);
         curve.magnitudeDb.push_back(Decibels(std::abs(value)));
         curve.phaseDeg.push_back(phase * 360.0 / kFullTurn);
+    }
+    const std::size_t last = curve.frequency.size() - 1;
+    for (std::size_t k = 0; k < curve.frequency.size(); ++k) {
+        const std::size_t before = k == 0 ? 0 : k - 1;
+        const std::size_t after = std::min(k + 1, last);
+        curve.delay.push_back((curve.phaseDeg[before] - curve.phaseDeg[after]) / 360.0 /
+                              (curve.frequency[after] - curve.frequency[before]));
     }
     return curve;
 }

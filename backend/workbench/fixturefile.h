@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "framework/export.h"
+#include "workbench/network.h"
 #include "workbench/touchstonecheck.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -79,7 +80,10 @@ struct TARNWICK_WORKBENCH_API FixtureFile {
     std::vector<TouchstoneReport> reports;          ///< of a four-port file by port order, else one
     std::vector<TouchstoneDifference> differences;  ///< without the value made at 0 Hz
     std::optional<double> madeAtZero;
-    std::optional<ThroughPath> through;  ///< of a four-port file
+    std::optional<ThroughPath> through;  ///< of a four-port file of single-ended ports
+    /// Of a Touchstone file. Where that has other parameters than S, the plain readings above are made of these, as
+    /// NormaliseFixture writes them.
+    Network network;
 
     /// The report that counts: of a four-port file that with the through path.
     const TouchstoneReport& Report() const;
@@ -101,6 +105,7 @@ struct TransmissionCurve {
     std::vector<double> frequency;    ///< [Hz]
     std::vector<double> magnitudeDb;  ///< minus infinity for a value of 0
     std::vector<double> phaseDeg;     ///< unwrapped
+    std::vector<double> delay;        ///< [s] group delay between the neighbours; NaN of a single point
 };
 
 TARNWICK_WORKBENCH_API TransmissionCurve CurveOf(std::string name, const FixtureTransmission& transmission);

@@ -44,9 +44,9 @@ ordered_json PortCount(std::optional<FixtureKind> kind)
     return *kind == FixtureKind::OnePort ? 1 : *kind == FixtureKind::TwoPort ? 2 : 4;
 }
 
-const char* PairsText(int portOrder)
+const char* PathText(int portOrder)
 {
-    return portOrder == 0 ? "pairs 1, 2 and 3, 4" : "pairs 1, 3 and 2, 4";
+    return portOrder == 0 ? "port 1 to port 3, port 2 to port 4" : "port 1 to port 2, port 3 to port 4";
 }
 
 struct FrequencySteps {
@@ -108,21 +108,40 @@ std::string ThroughText(const ThroughPath& through)
 {
     if (!through.order)
         return fmt::format("through path: not clear; port order 1 carries {:.2f} dB more than 0", through.leadDb);
-    return fmt::format("through path: port order {} ({}), {:.1f} dB above the other", static_cast<int>(*through.order),
-                       PairsText(*through.order), std::abs(through.leadDb));
+    return fmt::format("through path: {} (port order {}), {:.1f} dB above the other", PathText(*through.order),
+                       static_cast<int>(*through.order), std::abs(through.leadDb));
 }
 
-// Evenly spread over the first curve's frequencies, its first and last among them.
-std::vector<double> TableFrequencies(std::span<const TransmissionCurve> curves)
+// Those asked for, or some evenly spread over the first curve's frequencies, its first and last among them.
+std::vector<double> TableFrequencies(std::span<const TransmissionCurve> curves, std::span<const double> asked)
 {
-    if (curves.empty())
-        return {};
+    if (curves.empty() || !asked.empty())
+        return {asked.begin(), asked.end()};
     const std::vector<double>& all = curves.front().frequency;
     const std::size_t count = std::min(kTableRows, all.size());
     std::vector<double> chosen;
     for (std::size_t k = 0; k < count; ++k)
         chosen.push_back(all[count == 1 ? 0 : k * (all.size() - 1) / (count - 1)]);
     return chosen;
+}
+
+struct CurveValue {
+    double magnitudeDb;
+    double phaseDeg;
+};
+
+// Straight between the neighbours, in dB and degrees; nothing beyond the data.
+std::optional<CurveValue> ValueAt(const TransmissionCurve& curve, double frequency)
+{
+    const auto next = std::lower_bound(curve.frequency.begin(), curve.frequency.end(), frequency);
+    if (next == curve.frequency.end() || (next == curve.frequency.begin() && *next != frequency))
+        return std::nullopt;
+    const auto k = static_cast<std::size_t>(next - curve.frequency.begin());
+    if (*next == frequency)
+        return CurveValue{curve.magnitudeDb[k], curve.phaseDeg[k]};
+    const double part = (frequency - curve.frequency[k - 1]) / (*next - curve.frequency[k - 1]);
+    return CurveValue{std::lerp(curve.magnitudeDb[k - 1], curve.magnitudeDb[k], part),
+                      std::lerp(curve.phaseDeg[k - 1], curve.phaseDeg[k], part)};
 }
 
 // Where a curve has a value at exactly this frequency.
@@ -140,22 +159,23 @@ double Wrapped(double degrees)
     return WithoutNegativeZero(std::remainder(degrees, 360.0));
 }
 
-std::string ValueTable(std::span<const TransmissionCurve> curves)
+std::string ValueTable(std::span<const TransmissionCurve> curves, std::span<const double> asked)
 {
+    constexpr std::size_t kNarrowest = 23;  // characters of a curve's two columns
     if (curves.empty())
         return "";
     std::string text = fmt::format("\n{:>10}", "");
     for (const TransmissionCurve& curve : curves)
-        text += fmt::format("  {:>23}", curve.name);
+        text += fmt::format("  {:>{}}", curve.name, kNarrowest);
     text += fmt::format("\n{:>10}", "GHz");
     for (std::size_t k = 0; k < curves.size(); ++k)
         text += fmt::format("  {:>12} {:>10}", "dB", "deg");
     text += "\n";
-    for (const double frequency : TableFrequencies(curves)) {
+    for (const double frequency : TableFrequencies(curves, asked)) {
         text += fmt::format("{:>10.5g}", frequency / kGiga);
         for (const TransmissionCurve& curve : curves) {
-            if (const auto k = IndexOf(curve, frequency))
-                text += fmt::format("  {:>12.4f} {:>10.3f}", curve.magnitudeDb[*k], Wrapped(curve.phaseDeg[*k]));
+            if (const auto value = ValueAt(curve, frequency))
+                text += fmt::format("  {:>12.4f} {:>10.3f}", value->magnitudeDb, Wrapped(value->phaseDeg));
             else
                 text += fmt::format("  {:>12} {:>10}", "-", "-");
         }
@@ -184,27 +204,74 @@ ordered_json KindsToJson(const std::vector<TouchstoneDifference>& differences)
     return list;
 }
 
-ordered_json ValuesToJson(std::span<const TransmissionCurve> curves)
+ordered_json ValuesToJson(std::span<const TransmissionCurve> curves, std::span<const double> asked)
 {
     ordered_json list = ordered_json::array();
-    for (const double frequency : TableFrequencies(curves)) {
+    for (const double frequency : TableFrequencies(curves, asked)) {
         ordered_json row = {{"frequencyHz", frequency}};
         for (const TransmissionCurve& curve : curves)
-            if (const auto k = IndexOf(curve, frequency))
-                row[curve.name] = {{"magnitudeDb", curve.magnitudeDb[*k]}, {"phaseDeg", Wrapped(curve.phaseDeg[*k])}};
+            if (const auto value = ValueAt(curve, frequency))
+                row[curve.name] = {{"magnitudeDb", value->magnitudeDb}, {"phaseDeg", Wrapped(value->phaseDeg)}};
         list.push_back(std::move(row));
     }
     return list;
 }
 
+std::string QualityText(const NetworkQuality& quality)
+{
+    const auto row = [](const char* property, bool holds, const std::string& figure) {
+        return fmt::format("{}{}: {}\n", holds ? "" : "NOT ", property, figure);
+    };
+    const auto at = [](const NetworkFigure& figure) { return fmt::format("at {:.5g} GHz", figure.frequency / kGiga); };
+    std::string text = row("passive", quality.IsPassive(),
+                           fmt::format("largest singular value {:.5f} {}", quality.largestSingularValue.value,
+                                       at(quality.largestSingularValue)));
+    if (quality.asymmetry)
+        text += row("reciprocal", quality.IsReciprocal(),
+                    fmt::format("largest |Sij - Sji| {:.2g} {}", quality.asymmetry->value, at(*quality.asymmetry)));
+    if (quality.earlyEnergy)
+        text +=
+            row("causal", quality.IsCausal(),
+                fmt::format("{:.2g} % of the through path's energy before time zero", 100.0 * *quality.earlyEnergy));
+    if (quality.phaseStep)
+        text +=
+            row("smooth enough for its delay", quality.IsSmooth(),
+                fmt::format("largest phase step {:.1f} degrees {}", quality.phaseStep->value, at(*quality.phaseStep)));
+    return text;
+}
+
+ordered_json QualityToJson(const NetworkQuality& quality)
+{
+    const auto figure = [](const std::optional<NetworkFigure>& found, bool holds) -> ordered_json {
+        if (!found)
+            return nullptr;
+        return {{"value", found->value}, {"frequencyHz", found->frequency}, {"holds", holds}};
+    };
+    ordered_json json = {{"passive", figure(quality.largestSingularValue, quality.IsPassive())},
+                         {"reciprocal", figure(quality.asymmetry, quality.IsReciprocal())},
+                         {"causal", nullptr},
+                         {"smooth", figure(quality.phaseStep, quality.IsSmooth())}};
+    if (quality.earlyEnergy)
+        json["causal"] = {{"value", *quality.earlyEnergy}, {"holds", quality.IsCausal()}};
+    return json;
+}
+
 }  // namespace
 
-std::string FixtureAsText(const FixtureFile& file, const std::string& name)
+std::string FixtureAsText(const FixtureFile& file, const std::string& name, std::span<const double> frequencies)
 {
     const TouchstoneReport& report = file.Report();
     std::string text = fmt::format("{}: {}, {}\n", name, PortsText(file.kind), RangeText(report.plain));
     if (file.options)
         text += Printable(OptionText(*file.options)) + "\n";
+    if (!file.network.converted.empty())
+        text += fmt::format("shown below: the S-parameters that --normalise writes, converted from {}\n",
+                            file.network.converted);
+    if (file.network.mixedModeLine > 0)
+        text += fmt::format(
+            "mixed-mode parameters, as line {} says; the filter takes single-ended ones, so nothing is "
+            "advised on its paths\n",
+            file.network.mixedModeLine);
     if (report.plain.size() > 1)
         text += AtZeroText(report.plain) + "\n";
     if (file.IsReadAsMeant()) {
@@ -222,10 +289,13 @@ std::string FixtureAsText(const FixtureFile& file, const std::string& name)
     }
     if (file.through)
         text += ThroughText(*file.through) + "\n";
-    return text + ValueTable(CurvesOf(file));
+    if (!file.network.frequency.empty())
+        text += QualityText(JudgeNetwork(file.network));
+    return text + ValueTable(CurvesOf(file), frequencies);
 }
 
-std::string FixtureAsJson(const FixtureFile& file, const std::string& name, const std::string& normalised)
+std::string FixtureAsJson(const FixtureFile& file, const std::string& name, const std::string& normalised,
+                          std::span<const double> frequencies)
 {
     const TouchstoneReport& report = file.Report();
     ordered_json json = {{"file", name}, {"ports", PortCount(file.kind)}, {"quantity", QuantityOf(file.kind)}};
@@ -255,8 +325,12 @@ std::string FixtureAsJson(const FixtureFile& file, const std::string& name, cons
     if (file.through)
         json["throughPath"] = {
             {"portOrder", file.through->order ? ordered_json(static_cast<int>(*file.through->order)) : ordered_json()},
+            {"path", file.through->order ? ordered_json(PathText(*file.through->order)) : ordered_json()},
             {"leadDb", file.through->leadDb}};
-    json["values"] = ValuesToJson(CurvesOf(file));
+    json["convertedFrom"] = file.network.converted.empty() ? ordered_json() : ordered_json(file.network.converted);
+    json["mixedModeLine"] = file.network.mixedModeLine > 0 ? ordered_json(file.network.mixedModeLine) : ordered_json();
+    json["quality"] = file.network.frequency.empty() ? ordered_json() : QualityToJson(JudgeNetwork(file.network));
+    json["values"] = ValuesToJson(CurvesOf(file), frequencies);
     if (!normalised.empty())
         json["normalised"] = normalised;
     return json.dump(2, ' ', false, ordered_json::error_handler_t::replace);
@@ -266,9 +340,10 @@ std::string TransmissionColumns(std::span<const TransmissionCurve> curves)
 {
     std::set<double> frequencies;
     fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text), "frequencyHz");
+    fmt::format_to(std::back_inserter(text), "frequency [Hz]");
     for (const TransmissionCurve& curve : curves) {
-        fmt::format_to(std::back_inserter(text), ",\"{0} magnitude [dB]\",\"{0} phase [deg]\"", curve.name);
+        fmt::format_to(std::back_inserter(text), ",\"{0} magnitude [dB]\",\"{0} phase [deg]\",\"{0} delay [s]\"",
+                       curve.name);
         frequencies.insert(curve.frequency.begin(), curve.frequency.end());
     }
     for (const double frequency : frequencies) {
@@ -276,8 +351,10 @@ std::string TransmissionColumns(std::span<const TransmissionCurve> curves)
         for (const TransmissionCurve& curve : curves) {
             const auto k = IndexOf(curve, frequency);
             const bool isFinite = k && std::isfinite(curve.magnitudeDb[*k]);
-            fmt::format_to(std::back_inserter(text), ",{},{}", isFinite ? fmt::to_string(curve.magnitudeDb[*k]) : "",
-                           isFinite ? fmt::to_string(curve.phaseDeg[*k]) : "");
+            const auto field = [](bool isKnown, double value) { return isKnown ? fmt::to_string(value) : ""; };
+            fmt::format_to(std::back_inserter(text), ",{},{},{}", field(isFinite, k ? curve.magnitudeDb[*k] : 0.0),
+                           field(isFinite, k ? curve.phaseDeg[*k] : 0.0),
+                           field(isFinite && std::isfinite(curve.delay[*k]), k ? curve.delay[*k] : 0.0));
         }
     }
     text.push_back('\n');

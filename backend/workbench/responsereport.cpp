@@ -67,7 +67,7 @@ std::string ResponseAsText(const ChainResponse& response)
         fmt::format("{:<18} {:>9} {:>9} {:>9} {:>9} {:>10} {:>10} {:>12} {:>9}\n", "filter", "DC dB", "fb/2 dB",
                     "peak dB", "at GHz", "-3 dB GHz", "noise gain", "noise BW GHz", "delay ps");
     response.ForEach([&](const std::string& label, const TransferFunction& function) {
-        const ResponseFigures figures = FiguresOf(function, response.symbolRate);
+        const ResponseFigures figures = FiguresOf(function, response.symbolRate, response.bandEnd);
         text += fmt::format("{:<18} {:>9} {:>9} {:>9} {:>9.3f} {:>10} {:>10.4f} {:>12} {:>9.2f}\n", label,
                             Fixed(figures.dcGainDb), Fixed(figures.halfRateGainDb), Fixed(figures.peakGainDb),
                             figures.peakFrequency / kGiga, GigaText(figures.cutoffFrequency), figures.noiseGain,
@@ -88,7 +88,7 @@ std::string ResponseAsJson(const ChainResponse& response)
     ordered_json filters = ordered_json::array();
     for (const FilterResponse& filter : response.filters) {
         ordered_json row = {{"name", filter.label}};
-        row.update(ToJson(FiguresOf(filter.function, response.symbolRate)));
+        row.update(ToJson(FiguresOf(filter.function, response.symbolRate, response.bandEnd)));
         if (filter.channel)
             row["correctedChannel"] = ToJson(*filter.channel);
         filters.push_back(std::move(row));
@@ -97,7 +97,7 @@ std::string ResponseAsJson(const ChainResponse& response)
                                  {"samplesPerUi", response.samplesPerUi},
                                  {"samples", response.whole.impulse.size()},
                                  {"filters", filters},
-                                 {"whole", ToJson(FiguresOf(response.whole, response.symbolRate))},
+                                 {"whole", ToJson(FiguresOf(response.whole, response.symbolRate, response.bandEnd))},
                                  {"leftOut", response.leftOut}};
     return report.dump(2);
 }
@@ -105,7 +105,7 @@ std::string ResponseAsJson(const ChainResponse& response)
 std::string FrequencyColumns(const ChainResponse& response)
 {
     fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text), "frequencyHz");
+    fmt::format_to(std::back_inserter(text), "frequency [Hz]");
     response.ForEach([&](const std::string& label, const TransferFunction&) {
         fmt::format_to(std::back_inserter(text), ",{0} magnitude [dB],{0} group delay [ps]", label);
     });
@@ -124,7 +124,7 @@ std::string ImpulseColumns(const ChainResponse& response)
 {
     const auto count = static_cast<std::ptrdiff_t>(response.whole.impulse.size());
     fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text), "timeS");
+    fmt::format_to(std::back_inserter(text), "time [s]");
     response.ForEach([&](const std::string& label, const TransferFunction&) {
         fmt::format_to(std::back_inserter(text), ",{} [1/UI]", label);
     });
@@ -143,7 +143,8 @@ std::string ImpulseColumns(const ChainResponse& response)
 std::string ChannelColumns(const CorrectedChannel& channel)
 {
     fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text), "frequencyHz,measured [dB],target [dB],correction [dB],corrected [dB]\n");
+    fmt::format_to(std::back_inserter(text),
+                   "frequency [Hz],measured [dB],target [dB],correction [dB],corrected [dB]\n");
     for (std::size_t k = 0; k < channel.frequency.size(); ++k) {
         fmt::format_to(std::back_inserter(text), "{}", channel.frequency[k]);
         for (const auto* column : {&channel.measured, &channel.target, &channel.correction, &channel.corrected})

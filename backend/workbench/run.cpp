@@ -7,6 +7,8 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -28,11 +30,29 @@ bool AreFinite(const std::vector<double>& values)
     return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
 }
 
+bool KeepsNoise(const std::string& stage)
+{
+    return stage == "bessel-thomson" || stage == "ctle" || stage == "deembedding";
+}
+
+// A stage may run more than once.
+void NoteOnce(std::vector<std::string>& notes, std::string note)
+{
+    if (std::find(notes.begin(), notes.end(), note) == notes.end())
+        notes.push_back(std::move(note));
+}
+
+bool AreZero(const std::vector<double>& values)
+{
+    return std::all_of(values.begin(), values.end(), [](double value) { return value == 0.0; });
+}
+
 }  // namespace
 
 std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
                              const std::string& capture)
 {
+    const bool isNoiseToBeKept = stage.parameters->preserveNoise;
     SignalData signal;
     signal.sampleCount = static_cast<std::int32_t>(samples.size());
     signal.samples = samples.data();
@@ -51,6 +71,9 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
     try {
         result.reset(stage.filter->Apply(&signal));
     } catch (const std::invalid_argument& failure) {
+        // A filter names what it refuses: the record's length, or a size that the device gives.
+        if (std::string_view(failure.what()).find("sampleCount") == std::string_view::npos)
+            throw UsageFailure(fmt::format("{}: {}: {}", chain, stage.place, failure.what()));
         throw DataFailure(fmt::format("{}: {}: {}", capture, stage.place, failure.what()));
     }
     if (!result)
@@ -61,6 +84,15 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
     if (AreFinite(samples) && !AreFinite(filtered))
         throw UsageFailure(fmt::format("{}: {}: gives values that are not finite; is one of its settings missing?",
                                        chain, stage.place));
+    if (AreZero(filtered) && !AreZero(samples))
+        throw UsageFailure(fmt::format(
+            "{}: {}: gives nothing but zeros; is one of its settings or of the device's missing?", chain, stage.place));
+    if (isNoiseToBeKept && !(stage.parameters->preserveNoise && stage.parameters->preserveNoiseApplied))
+        NoteOnce(stage.notes, fmt::format("{}: {}.preserveNoise: could not be applied; {}", chain, stage.place,
+                                          KeepsNoise(stage.name)
+                                              ? "a corner below half the sample rate may help, or a response that "
+                                                "takes less noise away"
+                                              : "a " + stage.name + " keeps no noise"));
     return filtered;
 }
 

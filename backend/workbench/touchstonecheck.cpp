@@ -1,14 +1,13 @@
 #include "workbench/touchstonecheck.h"
 
 #include <optional>
-#include <sstream>
 #include <utility>
 
 #include <fmt/format.h>
 
-#include "framework/plumbing/linereader.h"
 #include "maths/touchstone/touchstone.h"
 #include "maths/touchstone/touchstoneplain.h"
+#include "workbench/plumbing/text.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -70,7 +69,9 @@ std::string TokenText(std::string_view line, FileKind kind, std::size_t token)
 {
     const Maths::Tokens tokens = Maths::Split(line, kind == FileKind::Table ? "," : " \t");
     const std::string_view text = tokens.stored[token];
-    return text.empty() ? "the empty token behind a blank at the end" : std::string("\"").append(text).append("\"");
+    constexpr std::size_t kLongest = 60;  // a word may be as long as the file
+    return text.empty() ? "the empty token behind a blank at the end"
+                        : fmt::format("\"{}{}\"", text.substr(0, kLongest), text.size() > kLongest ? "..." : "");
 }
 
 class Comparison {
@@ -291,8 +292,7 @@ private:
 
 TouchstoneReport CheckTouchstoneText(std::string_view text, const std::string& fileName, PortOrderS4P portOrder)
 {
-    std::istringstream source{std::string(text)};
-    SystemFramework::LineReader lines(source);
+    LineCursor lines(text);
     Comparison comparison(fileName, portOrder);
     while (const auto line = lines.Next())
         comparison.Take(*line, lines.Number());

@@ -93,13 +93,16 @@ Complex ResponseAt(const TransferFunction& function, double frequency)
     return sum * std::polar(1.0, step * static_cast<double>(function.peak));
 }
 
-ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate)
+ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate, double bandEnd)
 {
     const std::vector<double>& db = function.magnitudeDb;
     ResponseFigures figures{};
     figures.dcGainDb = db.front();
     figures.halfRateGainDb = Decibels(std::abs(ResponseAt(function, 0.5 * symbolRate)));
-    figures.peakGainDb = *std::max_element(db.begin(), db.end());
+    const double end = bandEnd > 0.0 ? bandEnd : kSymbolRatesShown * symbolRate;
+    const auto bins = static_cast<std::ptrdiff_t>(LastBinUpTo(function, end));
+    const auto last = db.begin() + (static_cast<double>(bins) * function.Spacing() > end && bins > 0 ? bins - 1 : bins);
+    figures.peakGainDb = *std::max_element(db.begin(), last + 1);
     const auto peak =
         std::find_if(db.begin(), db.end(), [&](double value) { return value >= figures.peakGainDb - kFlatDb; });
     figures.peakFrequency = static_cast<double>(peak - db.begin()) * function.Spacing();
@@ -110,8 +113,13 @@ ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate)
     figures.noiseGain = std::sqrt(energy);
     if (!std::isfinite(figures.dcGainDb))
         return figures;
-    const double dc = std::accumulate(function.impulse.begin(), function.impulse.end(), 0.0);
-    figures.noiseBandwidth = 0.5 * function.sampleRate * energy / (dc * dc);
+    // The trapezoidal rule. Of an odd count the last bin lies half a bin below half the sample rate and counts whole.
+    const auto power = [&](double value) { return std::pow(10.0, 0.1 * (value - figures.dcGainDb)); };
+    const bool isOddsLast = last + 1 == db.end() && function.impulse.size() % 2 == 1;
+    double sum = 0.5;
+    for (auto bin = db.begin() + 1; bin <= last; ++bin)
+        sum += (bin == last && !isOddsLast ? 0.5 : 1.0) * power(*bin);
+    figures.noiseBandwidth = sum * function.Spacing();
 
     const double halfPower = figures.dcGainDb + 10.0 * std::log10(0.5);
     const auto below = std::find_if(db.begin(), db.end(), [=](double value) { return value <= halfPower; });

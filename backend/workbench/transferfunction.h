@@ -40,16 +40,19 @@ TARNWICK_WORKBENCH_API std::complex<double> ResponseAt(const TransferFunction& f
 struct ResponseFigures {
     double dcGainDb;
     double halfRateGainDb;                  ///< at half the symbol rate
-    double peakGainDb;                      ///< the largest of all bins
+    double peakGainDb;                      ///< the largest of the bins up to the band's end
     double peakFrequency;                   ///< [Hz] lowest bin that reaches it, to within rounding
     std::optional<double> cutoffFrequency;  ///< [Hz] where |H|^2 first falls to half its value at DC
     double noiseGain;                       ///< rms of white noise, output over input: sqrt(mean |H|^2)
     std::optional<double>
-        noiseBandwidth;  ///< [Hz] of an ideal low-pass with the same DC gain that passes as much noise
+        noiseBandwidth;  ///< [Hz] of an ideal low-pass with the same DC gain that passes as much noise of the band
     double peakDelay;    ///< [s] of the impulse response's largest value, to one sample
 };
 
 /// @param symbolRate  [Hz]
-TARNWICK_WORKBENCH_API ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate);
+/// @param bandEnd     [Hz] up to which peak and noise bandwidth are looked for, if the record reaches that far: beyond the
+///                    signal's band a filter's response is what the sampling makes of it; 0: kSymbolRatesShown
+TARNWICK_WORKBENCH_API ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate,
+                                                 double bandEnd = 0.0);
 
 }  // namespace Tarnwick::DSO::Workbench

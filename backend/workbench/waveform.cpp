@@ -166,6 +166,7 @@ void TakeRateAndScale(Waveform& waveform, const std::string& name, const Wavefor
 std::string Text(std::span<const double> samples, double interval, double start)
 {
     fmt::memory_buffer text;
+    fmt::format_to(std::back_inserter(text), "{}voltage [V]\n", interval > 0.0 ? "time [s]," : "");
     for (std::size_t k = 0; k < samples.size(); ++k) {
         if (interval > 0.0)
             fmt::format_to(std::back_inserter(text), "{},", start + interval * static_cast<double>(k));

@@ -46,6 +46,7 @@ TARNWICK_WORKBENCH_API Waveform WaveformFrom(std::string_view content, const std
 TARNWICK_WORKBENCH_API void RequireWaveformName(const std::filesystem::path& path);
 
 /// Writes a waveform as ".npy", ".csv" (time and value when the interval is known, else values) or ".txt" (values).
+/// Text begins with a line that names the columns and their units.
 /// The file appears when it is complete, or not at all.
 /// @throws UsageFailure  a name with another ending
 /// @throws DataFailure   the file cannot be written

@@ -18,6 +18,7 @@
 #include "workbench/fixturefile.h"
 #include "workbench/fixturereport.h"
 #include "workbench/lock.h"
+#include "workbench/network.h"
 #include "workbench/pattern.h"
 #include "workbench/responsereport.h"
 #include "workbench/run.h"

@@ -95,9 +95,29 @@ TEST(ApplyProgram, SaysWhoseFaultAFailureIsAndWritesNothing)
     writeChain("flat.json", {{"type", "sirc"}, {"channelResponse", "flat.csv"}});
     writeChain("order.json", {{"type", "bessel-thomson"}, {"order", 17}});
     writeChain("poles.json", {{"type", "ctle"}, {"ctleType", "oif-cei-112g"}});
+    writeChain("level.json", {{"type", "ctle"}, {"ctleType", "hdmi"}, {"gain", 9}});
+    writeChain("zeros.json", {{"type", "ffe"}, {"useManualTaps", true}, {"taps", {0, 0}}});
+    writeChain("idle.json", {{"type", "dfe"}});
+    writeChain("scale.json", {{"type", "ctle"}, {"ctleType", "oif-cei-112g"}, {"outputScale", 0}});
+    json repeats = json::parse(kChain);
+    repeats["device"]["patternRepeats"] = 0;
+    folder.Write("repeats.json", repeats.dump());
+    repeats["device"] = {{"baudRateGBd", 10}};
+    repeats["filters"] = {{{"type", "ctle"}, {"ctleType", "ieee802.3bs"}, {"gain", 3}}};
+    folder.Write("device.json", repeats.dump());
+    folder.Write("broken.json", "{\n  \"filters\": [x]}");
     ExpectRefusals(
         folder, "apply",
         {
+            {"level.json capture.csv -o f.csv", 2, "filters.0.gain: is 9; expected a level from 1 to 8"},
+            {"zeros.json capture.csv -o f.csv", 2, "filters.0.taps: hold no number other than 0"},
+            {"idle.json capture.csv -o f.csv", 2, "filters.0.numberOfTaps: is missing; expected at least 1"},
+            {"scale.json capture.csv -o f.csv", 2, "filters.0.outputScale: is 0"},
+            {"repeats.json capture.csv -o f.csv", 2, "device.patternRepeats: is 0; expected at least 1"},
+            {"device.json capture.csv -o f.csv", 2, "device.json: filters.0: CTLEFilter: samplesPerUi is 0"},
+            {"broken.json capture.csv -o f.csv", 2, "broken.json: line 2, column 15: is no JSON"},
+            {"chain.json capture.csv -o ./capture.csv", 2, "--output: is ./capture.csv, which this command reads"},
+            {"flat.json capture.csv -o flat.csv", 2, "--output: is flat.csv, which this command reads"},
             {"chain.json none.csv -o f.csv", 1, "none.csv: cannot be read"},
             {"chain.json short.csv -o f.csv", 1, "short.csv: filters.1: BesselThomson: sampleCount is 3;"},
             {"chain.json capture.csv --minus short.csv -o f.csv", 1, "short.csv: has 3 samples; expected 2032"},
@@ -110,6 +130,45 @@ TEST(ApplyProgram, SaysWhoseFaultAFailureIsAndWritesNothing)
             {"chain.json capture.csv", 2, "--output is required\nRun with --help"},
         });
 }
+
+#if !defined(_WIN32)
+// Whatever does not fit is named and leaves nothing behind, not even a part; the report goes before the pictures.
+TEST(Outputs, AreWholeOrAbsent)
+{
+    const TestFolder folder;
+    WriteCase(folder);
+    const struct {
+        const char* limit;  // blocks of 512 or 1024 bytes, by the shell
+        const char* arguments;
+        const char* message;
+        std::size_t written;
+    } cases[] = {
+        {"1", "apply chain.json capture.csv -o f.npy", "f.npy: cannot be written", 0},
+        {"36", "apply chain.json capture.csv -o f.npy --eye e", ".png: cannot be written as a whole", 1},
+        {"1", "simulate --prbs 9 -o s.csv", "s.csv: cannot be written", 0},
+        {"1", "response chain.json -o r", "r-frequency.csv: cannot be written", 0},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.arguments);
+        EXPECT_EQ(RunProgram(folder, row.arguments, fmt::format("ulimit -f {} && ", row.limit)), 1);
+        EXPECT_NE(folder.Read("err").find(row.message), std::string::npos) << folder.Read("err");
+        std::size_t pictures = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(folder / ".")) {
+            EXPECT_EQ(entry.path().string().find(".part"), std::string::npos) << entry.path();
+            const bool isPicture = entry.path().extension() == ".png";
+            pictures += isPicture ? 1 : 0;
+            EXPECT_TRUE(!isPicture || IsPng(folder.Read(entry.path().filename().string())));
+        }
+        EXPECT_LE(pictures, row.written);
+        EXPECT_EQ(std::filesystem::exists(folder / "f.npy"), row.written > 0);
+        std::filesystem::remove(folder / "f.npy");
+    }
+    EXPECT_EQ(RunProgram(folder, "info capture.csv > /dev/full; test $? -eq 1"), 0) << folder.Read("err");
+    // Without gnuplot the picture is lost, not the table.
+    EXPECT_EQ(RunProgram(folder, "apply chain.json capture.csv -o f.npy --eye e", "PATH=/none "), 1);
+    EXPECT_NE(folder.Read("out").find("bessel-thomson "), std::string::npos);
+}
+#endif
 
 TEST(EqualiserProgram, FindsSymbolsAndTapsByItself)
 {
@@ -175,7 +234,7 @@ TEST(ResponseProgram, WritesFiguresColumnsAndAPicture)
     EXPECT_LT(report["whole"]["noiseBandwidthGHz"], receiver["noiseBandwidthGHz"]);
 
     const std::string frequency = folder.Read("r-frequency.csv");
-    EXPECT_EQ(frequency.rfind("frequencyHz,0 moving-average magnitude [dB],0 moving-average group delay [ps],"
+    EXPECT_EQ(frequency.rfind("frequency [Hz],0 moving-average magnitude [dB],0 moving-average group delay [ps],"
                               "2 bessel-thomson magnitude [dB],2 bessel-thomson group delay [ps],whole magnitude [dB],"
                               "whole group delay [ps]\n0,",
                               0),
@@ -223,7 +282,7 @@ TEST(ResponseProgram, DrawsAndReportsACorrectedChannel)
 
     EXPECT_TRUE(IsPng(folder.Read("r-sirc-1.png")));
     const std::string table = folder.Read("r-sirc-1.csv");
-    EXPECT_EQ(table.rfind("frequencyHz,measured [dB],target [dB],correction [dB],corrected [dB]\n0,", 0), 0U);
+    EXPECT_EQ(table.rfind("frequency [Hz],measured [dB],target [dB],correction [dB],corrected [dB]\n0,", 0), 0U);
     EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 1024);  // a head and bins 0 to 2 * 511
     EXPECT_FALSE(std::filesystem::exists(folder / "r-sirc-0.png"));
 

@@ -17,7 +17,15 @@ TEST(Commands, AreAllInTheHelpWithTheirExamples)
         const std::string example = fmt::format("Example: tarnwick {} {}\n", command.name, command.example);
         EXPECT_NE(folder.Read("out").find(example), std::string::npos) << folder.Read("out");
     }
-    ExpectRefusals(folder, "", {{"", 2, "A subcommand is required"}, {"aply", 2, "A subcommand is required"}});
+    ExpectRefusals(folder, "",
+                   {
+                       {"", 2, "a command is missing; expected one of apply, "},
+                       {"aply", 2, "\"aply\" is no command; the nearest one is \"apply\""},
+                       {"presets --jsn", 2, "--jsn is no option of presets; the nearest one is --json"},
+                       {"presets x", 2, "presets takes no further argument: \"x\""},
+                       {"simulate --baud", 2, "--baud: needs one value"},
+                       {"simulate --prbs 8", 2, "--prbs: is 8; expected one of 7, 9, 11, 13, 15"},
+                   });
 }
 
 TEST(PresetsProgram, PrintsBothLists)

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 
 #include "apps/program.h"
 #include "support/touchstonetext.h"
@@ -49,10 +50,37 @@ TEST(TouchstoneCommand, ShowsBothPortOrders)
     (void)folder.Write("F.S4P", kRealOptions + FourPorts("1", " "));
     ASSERT_EQ(RunProgram(folder, "touchstone F.S4P"), 0) << folder.Read("err");
     const std::string text = folder.Read("out");
-    EXPECT_NE(text.find("through path: port order 1 (pairs 1, 3 and 2, 4), 19.1 dB above the other\n"),
+    EXPECT_NE(text.find("through path: port 1 to port 2, port 3 to port 4 (port order 1), 19.1 dB above the other\n"),
               std::string::npos)
         << text;
     EXPECT_NE(text.find("-20.0000      0.000       -0.9151      0.000"), std::string::npos) << text;
+}
+
+// Admittances of a series resistor of 100 Ohm at 50: Y = ((.5, -.5), (-.5, .5)), so S21 = 1/2.
+TEST(TouchstoneCommand, ShowsWhatItWouldWrite)
+{
+    const TestFolder folder;
+    const std::string row = " .5 0 -.5 0 -.5 0 .5 0\n";
+    (void)folder.Write("y.s2p", "# GHz Y RI R 50\n1" + row + "2" + row);
+    const json report = ReportOf(folder, "touchstone y.s2p --at 1.5 --normalise s.s2p");
+    EXPECT_EQ(report["convertedFrom"], "Y");
+    ASSERT_EQ(report["values"].size(), 1U);
+    EXPECT_EQ(report["values"][0]["frequencyHz"], 1.5e9);
+    EXPECT_NEAR(report["values"][0]["S21"]["magnitudeDb"].get<double>(), 20.0 * std::log10(0.5), 1e-12);
+    EXPECT_TRUE(report["quality"]["passive"]["holds"]);
+    const json written = ReportOf(folder, "touchstone s.s2p --at 1.5");
+    EXPECT_EQ(written["values"][0]["S21"], report["values"][0]["S21"]);
+
+    (void)folder.Write("m.s4p", "! Sdd11 Sdd12 ...\n" + kRealOptions + FourPorts("1", "\n"));
+    ASSERT_EQ(RunProgram(folder, "touchstone m.s4p"), 0) << folder.Read("err");
+    EXPECT_NE(folder.Read("out").find("mixed-mode parameters, as line 1 says"), std::string::npos);
+    EXPECT_EQ(folder.Read("out").find("through path"), std::string::npos);
+    ExpectRefusals(folder, "touchstone", {{"m.s4p --at 3", 2, "--at: is 3 GHz; expected a frequency within"}});
+
+    (void)folder.Write("short.s2p", kMagnitudeOptions + "1 .1 0 .5 -90\n.5 -90 .1 0\n");
+    EXPECT_EQ(RunProgram(folder, "touchstone short.s2p"), 1);
+    EXPECT_NE(folder.Read("err").find("refuses it in line 3; --normalise OUT writes it anew"), std::string::npos)
+        << folder.Read("err");
 }
 
 TEST(TouchstoneCommand, LeavesNothingHalfDone)

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -10,6 +11,7 @@
 #include "workbench/deembeddingreport.h"
 #include "workbench/failure.h"
 #include "workbench/fixturefile.h"
+#include "workbench/network.h"
 #include "workbench/run.h"
 #include "workbench/touchstonenormal.h"
 
@@ -107,6 +109,54 @@ TEST(DeEmbeddingReport, TellsTimeBeforeZeroAndMadeValues)
     measured[0.0] = 0.51;
     figures = FiguresOfDeEmbedding(kernel, 64e9, measured, {false, 30.0, 0.0});
     EXPECT_EQ(figures.extrapolatedTo, 0.0);
+    // Removed, the fixture takes its delay along: what counts lies before the peak.
+    EXPECT_EQ(FiguresOfDeEmbedding(kernel, 64e9, fixture, {true, 30.0, 0.0}).energyBeforeZero, 0.0);
+}
+
+TEST(DeEmbeddingStage, KeepsNoiseUnlessItAdds)
+{
+    const TestFolder folder;
+    (void)folder.Write("pad.s2p", kMagnitudeOptions + "1 0 0 .1 0 .1 0 0 0\n2 0 0 .1 0 .1 0 0 0\n");
+    const auto path = folder.Write("chain.json", R"({"filters": [
+        {"type": "deembedding", "sparamFileName": "pad.s2p"},
+        {"type": "deembedding", "sparamFileName": "pad.s2p", "conversionFlag": false},
+        {"type": "deembedding", "sparamFileName": "pad.s2p", "conversionFlag": false, "preserveNoise": true}]})");
+    Chain chain(path, 100);
+    EXPECT_TRUE(chain.Stages()[0].parameters->preserveNoise);
+    EXPECT_FALSE(chain.Stages()[1].parameters->preserveNoise);
+    EXPECT_TRUE(chain.Stages()[2].parameters->preserveNoise);
+    EXPECT_EQ(chain.Stages()[0].files, std::vector<std::string>{(folder / "pad.s2p").string()});
+}
+
+// Of two ports; in the second the wave that comes back is 0.1 stronger, in the third the path has a step of 120 degrees and
+// gain.
+TEST(NetworkQuality, TellsWhatAFixtureCannotBe)
+{
+    const struct {
+        const char* label;
+        std::string row;
+        bool isPassive;
+        bool isReciprocal;
+        bool isSmooth;
+    } cases[] = {
+        {"pad", "2 0 0 .5 0 .5 0 0 0\n", true, true, true},
+        {"isolator", "2 0 0 .5 0 .6 0 0 0\n", true, false, true},
+        {"amplifier", "2 0 0 1.5 120 1.5 120 0 0\n", false, true, false},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        const Network network = ReadNetwork(kMagnitudeOptions + "1 0 0 .5 0 .5 0 0 0\n" + row.row, "a.s2p");
+        ASSERT_EQ(network.frequency, (std::vector<double>{1e9, 2e9}));
+        const NetworkQuality quality = JudgeNetwork(network);
+        EXPECT_EQ(quality.IsPassive(), row.isPassive) << quality.largestSingularValue.value;
+        EXPECT_EQ(quality.IsReciprocal(), row.isReciprocal) << quality.asymmetry->value;
+        EXPECT_EQ(quality.IsSmooth(), row.isSmooth) << quality.phaseStep->value;
+    }
+    // A path that answers before it is asked: its phase rises.
+    std::string early = kMagnitudeOptions;
+    for (int k = 1; k <= 100; ++k)
+        early += fmt::format("{0} 0 0 .5 {1} .5 {1} 0 0\n", k, 30 * k);
+    EXPECT_FALSE(JudgeNetwork(ReadNetwork(early, "a.s2p")).IsCausal());
 }
 
 TEST(DeEmbeddingReport, WarnsBeforeAWaveformIsSpoilt)

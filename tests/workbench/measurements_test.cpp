@@ -259,9 +259,8 @@ TEST(Decisions, AreReportedOfADfeWhoseSymbolsAreKnown)
     } cases[] = {
         {"found", nullptr, {{"numberOfTaps", 3}}, 0},
         {"spoiled", spoiled, {{"numberOfTaps", 3}}, 2},
-        {"manual, a UI earlier", right, {{"numberOfTaps", 0}, {"useManualTaps", true}, {"samplingDelayPs", -5}}, 0},
-        {"manual, unknown symbols", nullptr, {{"numberOfTaps", 0}, {"useManualTaps", true}}, -1},
-        {"no taps, no delay", right, {{"numberOfTaps", 0}}, -1},
+        {"manual, a UI earlier", right, {{"taps", {1e-9}}, {"useManualTaps", true}, {"samplingDelayPs", -5}}, 0},
+        {"manual, unknown symbols", nullptr, {{"taps", {1e-9}}, {"useManualTaps", true}}, -1},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.label);

@@ -207,6 +207,22 @@ TEST(TransferFunction, OfTwoTapsHasTheFiguresOfACosine)
     EXPECT_NEAR(*figures.noiseBandwidth, 2e9, 1e-3);
 }
 
+// h = (1, -1/2): |H|^2 = 5/4 - cos(2 pi f/fs), which rises up to half the sample rate. At 8 samples per UI the band ends
+// at half of that.
+TEST(TransferFunction, IsJudgedInTheSignalsBand)
+{
+    std::vector<double> impulse(1024, 0.0);
+    impulse[0] = 1.0;
+    impulse[1] = -0.5;
+    const TransferFunction function = Transform(impulse, 8e9);
+    const ResponseFigures figures = FiguresOf(function, 1e9);
+    EXPECT_EQ(figures.peakFrequency, 2e9);
+    EXPECT_NEAR(figures.peakGainDb, 10.0 * std::log10(1.25), 1e-12);
+    // Four times the integral of |H|^2 to 2 GHz, by the trapezoidal rule in 256 steps: (pi / 512)^2 / 3 of the cosine's.
+    EXPECT_NEAR(*figures.noiseBandwidth, 4.0 * (1.25 * 2e9 - 8e9 / (2.0 * std::numbers::pi)), 8e4);
+    EXPECT_EQ(FiguresOf(function, 1e9, 4e9).peakFrequency, 4e9);
+}
+
 }  // namespace
 
 }  // namespace Tarnwick::DSO::Workbench

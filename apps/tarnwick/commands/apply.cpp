@@ -1,4 +1,6 @@
 // tarnwick apply: a capture through a chain of filters.
+#include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -10,6 +12,7 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "notes.h"
+#include "outputs.h"
 #include "pictures/bathtubplot.h"
 #include "pictures/eyeplot.h"
 #include "progress.h"
@@ -47,30 +50,64 @@ std::string FindingText(const nlohmann::json& value)
     return text;
 }
 
-void PrintTable(const std::vector<Workbench::StageReport>& reports)
+// Columns two blanks apart: the first to the left, the others to the right.
+std::string ColumnsOf(const std::vector<std::vector<std::string>>& rows)
 {
-    fmt::print("{:<16} {:<16} {:<22} {:<26} {:>11} {:>8} {:>9} {:>5} {:>10} {:>10} {:>10} {:>9}\n", "stage",
-               "eye open %", "eye widths UI", "eye heights V", "BER", "phase UI", "samples", "reps", "mean V", "rms V",
-               "p-p V", "seconds");
+    std::vector<std::size_t> widths(rows.front().size(), 0);
+    for (const auto& row : rows)
+        for (std::size_t k = 0; k < row.size(); ++k)
+            widths[k] = std::max(widths[k], row[k].size());
+    std::string text;
+    for (const auto& row : rows) {
+        text += fmt::format("{:<{}}", row.front(), widths.front());
+        for (std::size_t k = 1; k < row.size(); ++k)
+            text += fmt::format("  {:>{}}", row[k], widths[k]);
+        text += '\n';
+    }
+    return text;
+}
+
+std::string TableOf(const std::vector<Workbench::StageReport>& reports)
+{
+    // Three eyes are three numbers: a column is as wide as its longest text, or one would run into the next.
+    std::vector<std::vector<std::string>> rows = {{"stage", "eye open %", "eye widths UI", "eye heights V", "BER",
+                                                   "phase UI", "samples", "reps", "mean V", "rms V", "p-p V",
+                                                   "seconds"}};
     for (const Workbench::StageReport& report : reports)
-        fmt::print("{:<16} {:<16} {:<22} {:<26} {:>11} {:>8.3f} {:>9} {:>5} {:>10.4g} {:>10.4g} {:>10.4g} {:>9.2g}\n",
-                   report.name, OpeningsText(report.eye), WidthsText(report.eye), HeightsText(report.eye),
-                   BerText(report.eye), report.eye.phaseUi, report.samples, report.repetitions, report.mean, report.rms,
-                   report.peakToPeak, report.seconds);
+        rows.push_back({report.name, OpeningsText(report.eye), WidthsText(report.eye), HeightsText(report.eye),
+                        BerText(report.eye), fmt::format("{:.3f}", report.eye.phaseUi),
+                        fmt::format("{}", report.samples), fmt::format("{}", report.repetitions),
+                        fmt::format("{:.4g}", report.mean), fmt::format("{:.4g}", report.rms),
+                        fmt::format("{:.4g}", report.peakToPeak), fmt::format("{:.2g}", report.seconds)});
+    std::string text = ColumnsOf(rows);
     std::vector<std::string> decided;
     for (const Workbench::StageReport& report : reports)
         if (!report.eye.eyes.empty() && !report.eye.symbolsKnown)
             decided.push_back(report.name);
     if (!decided.empty())
-        fmt::print("eyes of {}: symbols decided from the samples, which flatters an eye that is closed\n",
-                   fmt::join(decided, ", "));
+        text += fmt::format("eyes of {}: symbols decided from the samples, which flatters an eye that is closed\n",
+                            fmt::join(decided, ", "));
     for (const Workbench::StageReport& report : reports) {
         if (report.findings.empty())
             continue;
         const nlohmann::json findings = nlohmann::json::parse(report.findings);
         for (const auto& [name, value] : findings.items())
-            fmt::print("{} {}: {}\n", report.name, name, FindingText(value));
+            if (name != "appliedTaps" || value != findings.value("taps", nlohmann::json()))
+                text += fmt::format("{} {}: {}\n", report.name, name, FindingText(value));
     }
+    return text;
+}
+
+// A chain that is run again must find what it read the first time.
+void RequireOutputsApart(Workbench::Chain& chain, const Options& options)
+{
+    std::vector<std::string> inputs = {options.chain, options.capture.name, options.capture.minus};
+    for (const Workbench::Stage& stage : chain.Stages())
+        inputs.insert(inputs.end(), stage.files.begin(), stage.files.end());
+    RequireApart("--output", options.output, inputs);
+    if (!options.eyePrefix.empty())
+        for (const char* const end : {"-before.png", "-after.png", "-bathtub.png"})
+            RequireApart("--eye", options.eyePrefix + end, inputs);
 }
 
 void Apply(const Options& options)
@@ -86,37 +123,38 @@ void Apply(const Options& options)
         RequireEyes(chain, options.chain, "--eye");
     WarnOfInterval(capture, chain, options.capture);
     KeepWholeRepetitions(capture.samples, chain, options.capture);
-    for (const Workbench::Stage& stage : chain.Stages())
-        PrintNotes(stage.notes);
+    StageNotes stageNotes;
+    stageNotes.Print(chain);
+    RequireOutputsApart(chain, options);
 
     Workbench::ChainResult result;
     {
-        Progress progress(chain.Stages().size() + (options.eyePrefix.empty() ? 2 : 4));
+        Progress progress(chain.Stages().size() + 2);
         result = RunChain(chain, capture.samples, options.capture.name,
                           [&](const std::string& stage) { progress.Begin(stage); });
         progress.Begin("output");
         Workbench::WriteWaveform(options.output, result.samples, capture.interval, capture.start);
-        if (!options.eyePrefix.empty()) {
-            const VoltageRange range = RangeOf(capture.samples, result.samples);
-            Workbench::EyeSettings settings = EyeSettingsOf(chain);
-            settings.withBathtub = true;
-            const std::string name = std::filesystem::path(options.capture.name).filename().string();
-            progress.Begin("eye before");
-            const BathtubCurve before{"as read", MeasureEyes(capture.samples, settings)};
-            DrawEye(options.eyePrefix + "-before.png", capture.samples, chain.SamplesPerUi(), before.eye, range,
-                    name + " as read");
-            progress.Begin("eye after");
-            const BathtubCurve after{"behind " + result.stages.back().name, MeasureEyes(result.samples, settings)};
-            DrawEye(options.eyePrefix + "-after.png", result.samples, chain.SamplesPerUi(), after.eye, range,
-                    name + " " + after.name);
-            const BathtubCurve curves[] = {before, after};
-            DrawBathtub(options.eyePrefix + "-bathtub.png", curves, name);
-        }
     }
-    if (options.json)
-        fmt::print("{}\n", ReportAsJson(result.stages));
-    else
-        PrintTable(result.stages);
+    stageNotes.Print(chain);
+    PrintReport(options.json ? ReportAsJson(result.stages) + "\n" : TableOf(result.stages));
+    if (options.eyePrefix.empty())
+        return;
+    // Behind the table, which does not need gnuplot.
+    const VoltageRange range = RangeOf(capture.samples, result.samples);
+    Workbench::EyeSettings settings = EyeSettingsOf(chain);
+    settings.withBathtub = true;
+    const std::string name = std::filesystem::path(options.capture.name).filename().string();
+    Progress progress(2);
+    progress.Begin("eye before");
+    const BathtubCurve before{"as read", MeasureEyes(capture.samples, settings)};
+    DrawEye(options.eyePrefix + "-before.png", capture.samples, chain.SamplesPerUi(), before.eye, range,
+            name + " as read");
+    progress.Begin("eye after");
+    const BathtubCurve after{"behind " + result.stages.back().name, MeasureEyes(result.samples, settings)};
+    DrawEye(options.eyePrefix + "-after.png", result.samples, chain.SamplesPerUi(), after.eye, range,
+            name + " " + after.name);
+    const BathtubCurve curves[] = {before, after};
+    DrawBathtub(options.eyePrefix + "-bathtub.png", curves, name);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "commands/commands.h"
+#include "outputs.h"
 
 namespace Tarnwick::App {
 
@@ -24,7 +25,7 @@ void AddChainKeys(CLI::App& command)
     CLI::Option* dictionary = add("--dictionary", "As a fuzzer's dictionary", &DSO::Workbench::ChainKeysAsDictionary);
     markdown->excludes(json)->excludes(dictionary);
     json->excludes(dictionary);
-    command.callback([print] { fmt::print("{}", (*print)()); });
+    command.callback([print] { PrintReport((*print)()); });
 }
 
 }  // namespace Tarnwick::App

@@ -11,6 +11,7 @@
 #include "commands/commands.h"
 #include "facts.h"
 #include "notes.h"
+#include "outputs.h"
 #include "pictures/bathtubplot.h"
 #include "pictures/eyeplot.h"
 #include "progress.h"
@@ -45,10 +46,13 @@ void Draw(const Options& options, const Workbench::LockedCapture& locked, const 
 
 void Run(const Options& options)
 {
+    for (const char* const end : {".png", "-bathtub.png"})
+        if (!options.prefix.empty())
+            RequireApart("--output", options.prefix + end, {options.capture.name, options.capture.minus});
     Workbench::LockedCapture locked;
     Workbench::EyeReport report;
     {
-        Progress progress(options.prefix.empty() ? 3 : 4);
+        Progress progress(3);
         progress.Begin("read");
         const Workbench::Waveform capture = ReadCapture(options.capture);
         progress.Begin("lock");
@@ -60,13 +64,12 @@ void Run(const Options& options)
         Workbench::EyeSettings settings = EyeSettingsOf(locked);
         settings.withBathtub = true;
         report = MeasureEyes(locked.samples, settings);
-        if (!options.prefix.empty()) {
-            progress.Begin("pictures");
-            Draw(options, locked, report);
-        }
     }
     PrintNotes(locked.report.warnings);
-    fmt::print("{}", options.json ? EyeAsJson(locked, report) + "\n" : LockAsText(locked.report) + EyeAsText(report));
+    PrintReport(options.json ? EyeAsJson(locked, report) + "\n" : LockAsText(locked.report) + EyeAsText(report));
+    // Behind the table, which does not need gnuplot.
+    if (!options.prefix.empty())
+        Draw(options, locked, report);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "capture.h"
 #include "commands/commands.h"
+#include "outputs.h"
 #include "workbench/capturereport.h"
 
 namespace Tarnwick::App {
@@ -19,7 +20,7 @@ struct Options {
 void Run(const Options& options)
 {
     const DSO::Workbench::CaptureContent content = DSO::Workbench::FindContent(ReadCapture(options.capture));
-    fmt::print("{}", options.json ? ContentAsJson(content) + "\n" : ContentAsText(content));
+    PrintReport(options.json ? ContentAsJson(content) + "\n" : ContentAsText(content));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -11,6 +12,7 @@
 #include "facts.h"
 #include "notes.h"
 #include "options.h"
+#include "outputs.h"
 #include "progress.h"
 #include "workbench/failure.h"
 #include "workbench/waveform.h"
@@ -37,6 +39,12 @@ void Run(const Options& options)
 {
     if (!options.output.empty())
         Workbench::RequireWaveformName(options.output);
+    const std::vector<std::string> inputs = {options.capture.name, options.capture.minus};
+    RequireApart("--output", options.output, inputs);
+    RequireApart("--chain", options.chain, inputs);
+    if (!options.chain.empty() && IsSameFile(options.output, options.chain))
+        throw Workbench::UsageFailure(
+            fmt::format("--chain: is {}, as the record; expected another file", options.chain));
     Workbench::CaptureFacts facts = With(options.facts);
     facts.clock = options.clock == "tracked" ? Workbench::ClockKind::Tracked : Workbench::ClockKind::Constant;
     facts.loopBandwidthMHz = options.loopBandwidthMHz;
@@ -58,7 +66,7 @@ void Run(const Options& options)
         Workbench::WriteWaveform(options.output, locked.samples, locked.interval, locked.start);
     if (!options.chain.empty())
         Workbench::WriteWhole(options.chain, ChainFileFor(locked));
-    fmt::print("{}", options.json ? LockAsJson(locked.report) + "\n" : LockAsText(locked.report));
+    PrintReport(options.json ? LockAsJson(locked.report) + "\n" : LockAsText(locked.report));
 }
 
 }  // namespace
@@ -74,9 +82,9 @@ void AddLock(CLI::App& command)
         .add_option("--spu", options->samplesPerUi,
                     "Samples per UI of the record; left out: its own where they are a "
                     "whole number, otherwise 16")
-        ->check(CLI::Range(1, 4096));
+        ->check(WholeRange(1, 4096));
     command.add_option("--clock", options->clock, "Clock along which the capture is resampled")
-        ->check(CLI::IsMember({"constant", "tracked"}))
+        ->check(OneOf({"constant", "tracked"}))
         ->capture_default_str();
     command
         .add_option("--loop-bandwidth", options->loopBandwidthMHz,

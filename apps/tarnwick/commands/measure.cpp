@@ -8,6 +8,7 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "options.h"
+#include "outputs.h"
 #include "progress.h"
 #include "workbench/acquisition.h"
 #include "workbench/capturereport.h"
@@ -72,7 +73,7 @@ void Run(const Options& options)
         quality = Workbench::MeasureSignalQuality(capture.samples, signal, options.numberOfTaps, options.capture.name);
     }
     const auto zero = options.zeroIsDark ? Workbench::ZeroVolts::Dark : Workbench::ZeroVolts::Unknown;
-    fmt::print("{}", options.json ? QualityAsJson(quality, signal, zero) + "\n" : QualityAsText(quality, signal, zero));
+    PrintReport(options.json ? QualityAsJson(quality, signal, zero) + "\n" : QualityAsText(quality, signal, zero));
 }
 
 }  // namespace
@@ -82,13 +83,13 @@ void AddMeasure(CLI::App& command)
     auto options = std::make_shared<Options>();
     AddCaptureOptions(command, options->capture);
     command.add_option("--coding", options->coding, "Line coding; found from open eyes when left out")
-        ->check(CLI::IsMember(Workbench::CodingNames()));
+        ->check(OneOf(Workbench::CodingNames()));
     command.add_option("--samples-per-ui", options->samplesPerUi, "Samples per UI; found when left out")
         ->check(RealRange(1.0, 1e6));
     command.add_option("--pattern-length", options->patternLengthUi, "UI in the pattern; found when left out")
-        ->check(CLI::Range(1, 2147483647));
+        ->check(WholeRange(1, 2147483647));
     command.add_option("--taps", options->numberOfTaps, "Taps of the reference equaliser")
-        ->check(CLI::Range(1, 64))
+        ->check(WholeRange(1, 64))
         ->capture_default_str();
     command.add_flag("--extinction-ratio", options->zeroIsDark, "Tell the extinction ratio too: 0 V is a dark line");
     command.add_flag("--json", options->json, "Print as JSON; null where nothing was found");

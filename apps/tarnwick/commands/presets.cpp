@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "commands/commands.h"
+#include "outputs.h"
 #include "workbench/ctlepresets.h"
 
 namespace Tarnwick::App {
@@ -15,9 +16,8 @@ void AddPresets(CLI::App& command)
     command.footer(
         "The first column is the filter's \"gain\" in a chain file:\n"
         "  {\"type\": \"ctle\", \"ctleType\": \"ieee802.3bs\", \"gain\": 4.5}\n");
-    command.callback([asJson] {
-        fmt::print("{}", *asJson ? DSO::Workbench::PresetsAsJson() + "\n" : DSO::Workbench::PresetsAsText());
-    });
+    command.callback(
+        [asJson] { PrintReport(*asJson ? DSO::Workbench::PresetsAsJson() + "\n" : DSO::Workbench::PresetsAsText()); });
 }
 
 }  // namespace Tarnwick::App

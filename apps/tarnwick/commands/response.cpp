@@ -1,5 +1,4 @@
 // tarnwick response: what the filters of a chain do to a spectrum.
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -8,6 +7,7 @@
 
 #include "commands/commands.h"
 #include "notes.h"
+#include "outputs.h"
 #include "pictures/responseplot.h"
 #include "progress.h"
 #include "workbench/chainresponse.h"
@@ -32,41 +32,56 @@ Workbench::ChainResponse Measure(const Options& options)
     const Workbench::ChainFile file(options.chain);
     const Workbench::ImpulseRecord record = Workbench::ImpulseRecordFor(file);
     Workbench::Chain chain(file, record.sampleCount);
-    for (const Workbench::Stage& stage : chain.Stages())
-        PrintNotes(stage.notes);
-    Progress progress(chain.Stages().size() + 1);
-    return Workbench::MeasureResponse(chain, record, chain.Device().baudRateGBd * Workbench::kGiga,
-                                      [&](const std::string& what) { progress.Begin(what); });
+    StageNotes notes;
+    notes.Print(chain);
+    Workbench::ChainResponse response;
+    {
+        Progress progress(chain.Stages().size() + 1);
+        response = Workbench::MeasureResponse(chain, record, chain.Device().baudRateGBd * Workbench::kGiga,
+                                              [&](const std::string& what) { progress.Begin(what); });
+    }
+    notes.Print(chain);
+    return response;
 }
 
-void WriteFiles(const Options& options, const Workbench::ChainResponse& response)
+std::string ChannelName(const Options& options, const Workbench::FilterResponse& filter)
 {
-    const std::string chain = std::filesystem::path(options.chain).filename().string();
+    return fmt::format("{}-sirc-{}", options.prefix, filter.index);
+}
+
+void WriteColumns(const Options& options, const Workbench::ChainResponse& response)
+{
     Workbench::WriteWhole(options.prefix + "-frequency.csv", Workbench::FrequencyColumns(response));
     Workbench::WriteWhole(options.prefix + "-impulse.csv", Workbench::ImpulseColumns(response));
+    for (const Workbench::FilterResponse& filter : response.filters)
+        if (filter.channel)
+            Workbench::WriteWhole(ChannelName(options, filter) + ".csv", Workbench::ChannelColumns(*filter.channel));
+}
+
+void Draw(const Options& options, const Workbench::ChainResponse& response)
+{
+    const std::string chain = std::filesystem::path(options.chain).filename().string();
     DrawResponse(options.prefix + ".png", response, "Response of " + chain);
-    for (const Workbench::FilterResponse& filter : response.filters) {
-        if (!filter.channel)
-            continue;
-        const std::string name = fmt::format("{}-sirc-{}", options.prefix, filter.index);
-        Workbench::WriteWhole(name + ".csv", Workbench::ChannelColumns(*filter.channel));
-        DrawChannel(name + ".png", *filter.channel,
-                    fmt::format("Channel corrected to a Bessel-Thomson response of {:.4g} GHz: filter {} of {}",
-                                filter.channel->cutoff / Workbench::kGiga, filter.index, chain));
-    }
+    for (const Workbench::FilterResponse& filter : response.filters)
+        if (filter.channel)
+            DrawChannel(ChannelName(options, filter) + ".png", *filter.channel,
+                        fmt::format("Channel corrected to a Bessel-Thomson response of {:.4g} GHz: filter {} of {}",
+                                    filter.channel->cutoff / Workbench::kGiga, filter.index, chain));
 }
 
 void Run(const Options& options)
 {
     const Workbench::ChainResponse response = Measure(options);
     for (const std::string& label : response.leftOut)
-        fmt::print(stderr,
-                   "tarnwick: {}: filter {} has no response of its own: it decides, or fits itself to a capture; the "
-                   "whole is without it\n",
-                   options.chain, label);
+        PrintNote(
+            fmt::format("{}: filter {} has no response of its own: it decides, or fits itself to a capture; the "
+                        "whole is without it",
+                        options.chain, label));
     if (!options.prefix.empty())
-        WriteFiles(options, response);
-    fmt::print("{}", options.json ? Workbench::ResponseAsJson(response) + "\n" : Workbench::ResponseAsText(response));
+        WriteColumns(options, response);
+    PrintReport(options.json ? Workbench::ResponseAsJson(response) + "\n" : Workbench::ResponseAsText(response));
+    if (!options.prefix.empty())
+        Draw(options, response);  // behind the table, which does not need gnuplot
 }
 
 }  // namespace

@@ -2,8 +2,7 @@
 #include "workbench/simulation.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,7 +10,9 @@
 #include <fmt/format.h>
 
 #include "commands/commands.h"
+#include "notes.h"
 #include "options.h"
+#include "outputs.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/symbols.h"
@@ -21,7 +22,6 @@ namespace Tarnwick::App {
 
 namespace {
 
-namespace fs = std::filesystem;
 namespace Workbench = DSO::Workbench;
 
 struct Options {
@@ -31,17 +31,6 @@ struct Options {
     std::string output;
     std::string chain;
 };
-
-// Files that do not exist yet are compared by their names.
-bool IsSameFile(const fs::path& one, const fs::path& other)
-{
-    std::error_code error;
-    if (fs::equivalent(one, other, error))
-        return true;
-    const fs::path first = fs::weakly_canonical(fs::absolute(one, error), error);
-    const fs::path second = fs::weakly_canonical(fs::absolute(other, error), error);
-    return !first.empty() && first == second;
-}
 
 // A precoded signal looks like PAM4.
 std::vector<std::string> SimulatedCodings()
@@ -70,13 +59,13 @@ void Run(Options& options)
         Workbench::WriteWhole(options.chain, Workbench::ChainFileFor(options.pattern, settings));
     // Beyond three standard deviations clipping hardly shows.
     if (3.0 * settings.jitterRms > settings.LargestEdgeShiftUi())
-        fmt::print(stderr, "tarnwick: edges of {} UI hold the jitter within {:.6g} UI; its rms stays below {} UI\n",
-                   settings.riseUi, settings.LargestEdgeShiftUi(), settings.jitterRms);
+        PrintNote(fmt::format("edges of {} UI hold the jitter within {:.6g} UI; its rms stays below {} UI",
+                              settings.riseUi, settings.LargestEdgeShiftUi(), settings.jitterRms));
     const std::string part = isCut ? fmt::format("{} UI", settings.lengthUi)
                                    : fmt::format("{} UI, {} repetition{}", levels.size(), settings.repetitions,
                                                  settings.repetitions == 1 ? "" : "s");
-    fmt::print("{}: {} samples, {} of {} at {} GBd, {:.10g} samples per UI\n", options.output, capture.size(), part,
-               options.coding, settings.symbolRateGBd, settings.SampledPerUi());
+    PrintReport(fmt::format("{}: {} samples, {} of {} at {} GBd, {:.10g} samples per UI\n", options.output,
+                            capture.size(), part, options.coding, settings.symbolRateGBd, settings.SampledPerUi()));
 }
 
 }  // namespace
@@ -87,11 +76,12 @@ void AddSimulate(CLI::App& command)
     Workbench::Simulation& settings = options->settings;
     Workbench::SimulatedPattern& pattern = options->pattern;
     command.add_option("-o,--output", options->output, "Capture: .csv, .txt or .npy")->required();
-    auto* prbs =
-        command.add_option("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13, 15, 23 or 31")->capture_default_str();
+    auto* prbs = command.add_option("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13, 15, 23 or 31")
+                     ->check(OneOf({"7", "9", "11", "13", "15", "23", "31"}))
+                     ->capture_default_str();
     command.add_option("--symbols", pattern.symbols, "Pattern: one digit a symbol")->excludes(prbs);
     command.add_option("--coding", options->coding, "Line coding")
-        ->check(CLI::IsMember(SimulatedCodings()))
+        ->check(OneOf(SimulatedCodings()))
         ->capture_default_str();
     command.add_flag("--without-gray", pattern.withoutGrayCoding, "PAM4 symbols are level indices");
     command.add_option("--baud", settings.symbolRateGBd, "Symbol rate [GBd]")
@@ -101,7 +91,7 @@ void AddSimulate(CLI::App& command)
         ->check(RealRange(1.0, 4096.0))
         ->capture_default_str();
     command.add_option("--repetitions", settings.repetitions, "Repetitions of the pattern")
-        ->check(CLI::Range(1, 1000000))
+        ->check(WholeRange(1, 1000000))
         ->capture_default_str();
     command.add_option("--amplitude", settings.amplitude, "Lowest to highest level [V]")
         ->check(RealRange(0.0, 1e6))
@@ -121,10 +111,10 @@ void AddSimulate(CLI::App& command)
     auto* repetitions = command.get_option("--repetitions");
     command
         .add_option("--length", settings.lengthUi, "Cut so many UI out of the pattern in place of whole repetitions")
-        ->check(CLI::Range(1, 1 << 30))
+        ->check(WholeRange(1, 1 << 30))
         ->excludes(repetitions);
     command.add_option("--first", settings.firstUi, "The cut begins so many UI into the pattern")
-        ->check(CLI::Range(0, 1 << 30))
+        ->check(WholeRange(0, 1 << 30))
         ->needs("--length");
     command.add_option("--ppm", settings.clockOffsetPpm, "Offset of the clock: a UI takes so many samples more [ppm]")
         ->check(RealRange(-1e5, 1e5));
@@ -134,13 +124,15 @@ void AddSimulate(CLI::App& command)
         ->check(RealRange(1e-6, 1e6))
         ->capture_default_str();
     command.add_option("--averages", settings.averages, "Acquisitions averaged, which lowers the noise by their root")
-        ->check(CLI::Range(1, 1000000))
+        ->check(WholeRange(1, 1000000))
         ->capture_default_str();
     command.add_flag(
         "--band-limited", settings.bandLimited,
         "Nothing of the waveform folds at half the sample rate; so is every capture that is no whole number "
         "of repetitions and of samples per UI");
-    command.add_option("--seed", settings.seed, "Seed of noise and jitter")->capture_default_str();
+    command.add_option("--seed", settings.seed, "Seed of noise and jitter")
+        ->check(WholeRange(0, std::numeric_limits<long long>::max()))
+        ->capture_default_str();
     command.add_option("--chain", options->chain, "Also write a chain file that fits the capture");
     command.callback([options] { Run(*options); });
 }

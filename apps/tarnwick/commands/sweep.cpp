@@ -11,6 +11,7 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "notes.h"
+#include "outputs.h"
 #include "pictures/contactsheet.h"
 #include "progress.h"
 #include "workbench/eyereport.h"
@@ -77,8 +78,7 @@ void Run(const Options& options)
             throw Workbench::UnknownKeyFailure(runs.front().error);
         throw Workbench::DataFailure(runs.front().error);
     }
-    fmt::print("{}", options.json ? SweepAsJson(input.axes, runs) + "\n" : SweepAsText(input.axes, runs));
-    (void)std::fflush(stdout);  // before the picture, which can fail
+    PrintReport(options.json ? SweepAsJson(input.axes, runs) + "\n" : SweepAsText(input.axes, runs));
     sheet.Draw(options.prefix + ".png", runs, input.captureName);
 }
 

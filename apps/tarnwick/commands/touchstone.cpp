@@ -8,11 +8,14 @@
 
 #include "commands/commands.h"
 #include "notes.h"
+#include "options.h"
+#include "outputs.h"
 #include "pictures/touchstoneplot.h"
 #include "workbench/failure.h"
 #include "workbench/fixturefile.h"
 #include "workbench/fixturereport.h"
 #include "workbench/touchstonenormal.h"
+#include "workbench/units.h"
 #include "workbench/waveform.h"
 
 namespace Tarnwick::App {
@@ -25,6 +28,7 @@ struct Options {
     std::string file;
     std::string normalised;
     std::string prefix;
+    std::vector<double> at;  ///< [GHz]
     bool json = false;
 };
 
@@ -35,14 +39,27 @@ void Normalise(std::string_view text, const Options& options)
     PrintNotes(normalised.notes);
 }
 
-void Draw(const Workbench::FixtureFile& file, const Options& options)
+std::vector<Workbench::TransmissionCurve> Curves(const Workbench::FixtureFile& file, const Options& options)
 {
-    const std::vector<Workbench::TransmissionCurve> curves = CurvesOf(file);
+    std::vector<Workbench::TransmissionCurve> curves = CurvesOf(file);
     if (curves.empty())
         throw Workbench::DataFailure(fmt::format("{}: holds nothing to draw; {}", options.file,
                                                  Workbench::Printable(file.Report().plainFailure)));
-    Workbench::WriteWhole(options.prefix + ".csv", Workbench::TransmissionColumns(curves));
-    DrawTransmission(options.prefix + ".png", curves, std::filesystem::path(options.file).filename().string());
+    return curves;
+}
+
+// [Hz] Those at which values are asked for.
+std::vector<double> Frequencies(const Workbench::FixtureFile& file, const Options& options)
+{
+    const Workbench::FixtureTransmission& data = file.Report().plain;
+    std::vector<double> frequencies;
+    for (const double frequencyGHz : options.at) {
+        frequencies.push_back(frequencyGHz * Workbench::kGiga);
+        if (data.empty() || frequencies.back() < data.begin()->first || frequencies.back() > data.rbegin()->first)
+            throw Workbench::UsageFailure(
+                fmt::format("--at: is {} GHz; expected a frequency within the data of {}", frequencyGHz, options.file));
+    }
+    return frequencies;
 }
 
 void Run(const Options& options)
@@ -51,10 +68,22 @@ void Run(const Options& options)
     const Workbench::FixtureFile file = Workbench::DescribeFixture(text, options.file);
     if (!options.normalised.empty())
         Normalise(text, options);
-    if (!options.prefix.empty())
-        Draw(file, options);
-    fmt::print("{}", options.json ? FixtureAsJson(file, options.file, options.normalised) + "\n"
-                                  : FixtureAsText(file, options.file));
+    const std::vector<double> frequencies = Frequencies(file, options);
+    std::vector<Workbench::TransmissionCurve> curves;
+    if (!options.prefix.empty()) {
+        curves = Curves(file, options);
+        Workbench::WriteWhole(options.prefix + ".csv", Workbench::TransmissionColumns(curves));
+    }
+    PrintReport(options.json ? FixtureAsJson(file, options.file, options.normalised, frequencies) + "\n"
+                             : FixtureAsText(file, options.file, frequencies));
+    if (!options.prefix.empty())  // behind the table, which does not need gnuplot
+        DrawTransmission(options.prefix + ".png", curves, std::filesystem::path(options.file).filename().string());
+    const Workbench::TouchstoneReport& report = file.Report();
+    if (!report.readFailure.empty() && options.normalised.empty())
+        throw Workbench::DataFailure(fmt::format(
+            "{}: the filter refuses it in line {}; {}", options.file, report.readFailureLine,
+            report.plainFailure.empty() ? "--normalise OUT writes it anew, so that it is read"
+                                        : "--normalise cannot mend it: " + Workbench::Printable(report.plainFailure)));
 }
 
 }  // namespace
@@ -68,8 +97,12 @@ void AddTouchstone(CLI::App& command)
         .add_option("--normalise", options->normalised,
                     "Write the file anew, so that the filter reads it as it is meant")
         ->type_name("OUT");
-    command.add_option("-o,--output", options->prefix, "Draw magnitude and phase in PREFIX.png, write PREFIX.csv")
+    command.add_option("-o,--output", options->prefix, "Draw magnitude and delay in PREFIX.png, write PREFIX.csv")
         ->type_name("PREFIX");
+    command.add_option("--at", options->at, "Print the values at these frequencies [GHz]")
+        ->check(RealRange(0.0, 1e6))
+        ->delimiter(',')
+        ->type_name("GHZ,...");
     command.add_flag("--json", options->json, "Print the report as JSON");
     command.callback([options] { Run(*options); });
 }

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <random>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -70,6 +72,17 @@ bool RunGnuplot(const std::string& script)
 #endif
 }
 
+// From the signature to the chunk that ends every PNG file.
+bool IsWholePng(const fs::path& path)
+{
+    constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
+    constexpr std::string_view kEnd("\0\0\0\0IEND\xae\x42\x60\x82", 12);
+    std::ifstream file(path, std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(file), {}};
+    return content.size() > kSignature.size() + kEnd.size() && content.compare(0, kSignature.size(), kSignature) == 0 &&
+           content.compare(content.size() - kEnd.size(), kEnd.size(), kEnd) == 0;
+}
+
 // The file that gnuplot writes. Its name is absolute because gnuplot would run what follows a leading '|' as a command and
 // expand a leading '~'.
 fs::path TemporaryBeside(const fs::path& path)
@@ -96,11 +109,17 @@ void DrawPng(const fs::path& path, int width, int height, const std::string& scr
                     width, height, Quoted(temporary.string())) +
         script + "\nunset output\n";
     std::error_code error;
-    if (!RunGnuplot(whole) || fs::file_size(temporary, error) == 0) {
+    const auto discard = [&](const char* why) {
         fs::remove(temporary, error);
-        throw DataFailure(fmt::format(
-            "{}: gnuplot, which draws the pictures, is missing or failed (Debian: gnuplot-nox)", path.string()));
-    }
+        throw DataFailure(fmt::format("{}: {}", path.string(), why));
+    };
+    // On a full disk gnuplot ends as if all were well.
+    const bool isRun = RunGnuplot(whole);
+    const bool isBegun = fs::file_size(temporary, error) > 0;
+    if (isBegun && !IsWholePng(temporary))
+        discard("cannot be written as a whole; is the disk full?");
+    if (!isRun || !isBegun)
+        discard("gnuplot, which draws the pictures, is missing or failed, or the disk is full (Debian: gnuplot-nox)");
     fs::rename(temporary, path, error);
     if (error) {
         const std::string reason = error.message();

@@ -105,8 +105,7 @@ double DelayPs(const TransferFunction& function, std::ptrdiff_t k)
 // The last bin that is shown.
 std::ptrdiff_t LastBin(const ChainResponse& response)
 {
-    return static_cast<std::ptrdiff_t>(
-        LastBinUpTo(response.whole, DSO::Workbench::kSymbolRatesShown * response.symbolRate));
+    return static_cast<std::ptrdiff_t>(LastBinUpTo(response.whole, response.bandEnd));
 }
 
 // Arrow 1 and label 1.

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <iterator>
 #include <limits>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -18,6 +19,7 @@ namespace fs = std::filesystem;
 using DSO::Workbench::kGiga;
 using DSO::Workbench::TransmissionCurve;
 
+constexpr double kNano = 1e9;          // nanoseconds in a second
 constexpr int kWidth = 1100;           // [pixels]
 constexpr int kHeight = 850;           // [pixels]
 constexpr double kShownDb = 80.0;      // magnitudes are shown down to this far below the largest
@@ -36,7 +38,7 @@ std::string Data(std::span<const TransmissionCurve> curves)
         for (std::size_t i = 0; i < curve.frequency.size(); i += stride)
             if (std::isfinite(curve.magnitudeDb[i]))
                 fmt::format_to(std::back_inserter(data), "{:.8g} {:.8g} {:.8g}\n", curve.frequency[i] / kGiga,
-                               curve.magnitudeDb[i], curve.phaseDeg[i]);
+                               curve.magnitudeDb[i], curve.delay[i] * kNano);
         fmt::format_to(std::back_inserter(data), "EOD\n");
     }
     return fmt::to_string(data);
@@ -65,6 +67,26 @@ std::string Plot(std::span<const TransmissionCurve> curves, int column)
                 command += fmt::format("{}$line{} using 1:{} with {} title {}", command.empty() ? "plot " : ", ", k,
                                        column, StyleOf(curves[k], k), Quoted(curves[k].name));
     return command + "\n";
+}
+
+// Without the extreme values at either end, which stand where the magnitude has a notch.
+std::string DelayRange(std::span<const TransmissionCurve> curves, double lowestDb)
+{
+    constexpr std::size_t kOutlierShare = 50;  // one in so many at either end
+    constexpr double kRoom = 0.25;
+    std::vector<double> delays;
+    for (const TransmissionCurve& curve : curves)
+        for (std::size_t k = 0; k < curve.delay.size(); ++k)
+            if (curve.role == TransmissionCurve::Role::Meant && std::isfinite(curve.delay[k]) &&
+                curve.magnitudeDb[k] >= lowestDb)
+                delays.push_back(curve.delay[k] * kNano);
+    if (delays.empty())
+        return "set autoscale y\n";
+    std::sort(delays.begin(), delays.end());
+    const double low = delays[delays.size() / kOutlierShare];
+    const double high = delays[delays.size() - 1 - delays.size() / kOutlierShare];
+    const double room = std::max(kRoom * (high - low), 0.01);
+    return fmt::format("set yrange [{}:{}]\n", low - room, high + room);
 }
 
 }  // namespace
@@ -98,8 +120,8 @@ void DrawTransmission(const fs::path& path, std::span<const TransmissionCurve> c
                                    "set xlabel 'frequency [GHz]'\nset xrange [{}:{}]\n"
                                    "set ylabel 'magnitude [dB]'\nset yrange [{}:{}]\n",
                                    Quoted(title), begin, end, lowest - room, highest + room) +
-                               Plot(curves, 2) + "unset key\nset ylabel 'phase, unwrapped [deg]'\nset autoscale y\n" +
-                               Plot(curves, 3) + "unset multiplot\n";
+                               Plot(curves, 2) + "unset key\nset ylabel 'group delay [ns]'\n" +
+                               DelayRange(curves, lowest) + Plot(curves, 3) + "unset multiplot\n";
     DrawPng(path, kWidth, kHeight, script);
 }
 

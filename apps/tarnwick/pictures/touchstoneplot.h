@@ -9,7 +9,7 @@
 
 namespace Tarnwick::App {
 
-/// Magnitude and unwrapped phase one above the other, as a PNG file.
+/// Magnitude and group delay one above the other, as a PNG file.
 /// @param curves  at least one, each of one value or more
 /// @throws DataFailure  gnuplot is missing or fails; the file is complete or absent
 void DrawTransmission(const std::filesystem::path& path, std::span<const DSO::Workbench::TransmissionCurve> curves,

@@ -3,19 +3,32 @@
 #include <cmath>
 
 #include <Eigen/LU>
+#include <Eigen/SVD>
 
 namespace Tarnwick::DSO::Maths {
 
 namespace {
 
 using Complex = std::complex<double>;
+using Matrix = Eigen::Matrix<Complex, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+
+Eigen::Index PortsOf(std::span<const Complex> values)
+{
+    return static_cast<Eigen::Index>(std::lround(std::sqrt(static_cast<double>(values.size()))));
+}
 
 }  // namespace
 
+double LargestSingularValue(std::span<const Complex> values)
+{
+    const Eigen::Index ports = PortsOf(values);
+    const Matrix matrix = Eigen::Map<const Matrix>(values.data(), ports, ports);
+    return Eigen::JacobiSVD<Matrix>(matrix).singularValues()(0);
+}
+
 std::optional<std::vector<Complex>> ScatteringFrom(char kind, std::span<const Complex> values)
 {
-    using Matrix = Eigen::Matrix<Complex, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
-    const auto ports = static_cast<Eigen::Index>(std::lround(std::sqrt(static_cast<double>(values.size()))));
+    const Eigen::Index ports = PortsOf(values);
     const bool isHybrid = kind == 'H' || kind == 'G';
     if (isHybrid && ports != 2)
         return std::nullopt;

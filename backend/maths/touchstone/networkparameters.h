@@ -21,4 +21,7 @@ namespace Tarnwick::DSO::Maths {
 TARNWICK_FRAMEWORK_API std::optional<std::vector<std::complex<double>>> ScatteringFrom(
     char kind, std::span<const std::complex<double>> values);
 
+/// The largest singular value of an n x n matrix, given row by row.
+TARNWICK_FRAMEWORK_API double LargestSingularValue(std::span<const std::complex<double>> values);
+
 }  // namespace Tarnwick::DSO::Maths

@@ -23,9 +23,12 @@ std::vector<std::string_view> WordsOf(std::string_view text)
     return words;
 }
 
+// Of a word that may be as long as the file, its beginning.
 std::string Quoted(std::string_view word)
 {
-    return std::string("\"").append(word).append("\"");
+    constexpr std::size_t kLongest = 60;
+    const char* const end = word.size() > kLongest ? "...\"" : "\"";
+    return std::string("\"").append(word.substr(0, kLongest)).append(end);
 }
 
 // A word that is a decimal number as a whole.
@@ -45,12 +48,24 @@ std::size_t PortsOf(FileKind kind)
 
 }  // namespace
 
+Complex TransmissionOf(std::span<const Complex> matrix, PortPairs pairs)
+{
+    constexpr std::size_t kFourPorts = 16;
+    if (matrix.size() < kFourPorts)
+        return matrix.size() == 1 ? matrix[0] : matrix[2];
+    std::array<Complex, kFourPorts> renumbered;
+    std::copy_n(matrix.begin(), kFourPorts, renumbered.begin());
+    for (std::size_t row = 0; row < kFourPorts && pairs == PortPairs::Alternate; row += 4)
+        std::swap(renumbered[row + 1], renumbered[row + 2]);
+    return DifferentialTransmission(renumbered, pairs);
+}
+
 PlainTouchstoneReader::PlainTouchstoneReader(FileKind kind, PortPairs pairs)
     : kind_(kind), pairs_(pairs), recordSize_(1 + 2 * PortsOf(kind) * PortsOf(kind))
 {
 }
 
-PlainTouchstoneReader::Line PlainTouchstoneReader::Take(std::string_view line)
+PlainTouchstoneReader::Line PlainTouchstoneReader::Take(std::string_view line, const TakeRecord& takeRecord)
 {
     Line taken;
     const std::size_t comment = line.find('!');
@@ -68,7 +83,7 @@ PlainTouchstoneReader::Line PlainTouchstoneReader::Take(std::string_view line)
         taken.kind = Line::Kind::Keyword;
         taken.problem = Problem{1, Quoted(WordsOf(text).front()) + " is a keyword of version 2"};
     } else {
-        TakeData(text, taken);
+        TakeData(text, taken, takeRecord);
     }
     return taken;
 }
@@ -92,7 +107,7 @@ std::optional<PlainTouchstoneReader::Problem> PlainTouchstoneReader::TakeOptions
     return std::nullopt;
 }
 
-void PlainTouchstoneReader::TakeData(std::string_view line, Line& taken)
+void PlainTouchstoneReader::TakeData(std::string_view line, Line& taken, const TakeRecord& takeRecord)
 {
     const std::vector<std::string_view> words = WordsOf(line);
     taken.kind = Line::Kind::Data;
@@ -115,11 +130,11 @@ void PlainTouchstoneReader::TakeData(std::string_view line, Line& taken)
         }
         record_.push_back(*number);
         if (record_.size() == recordSize_)
-            CloseRecord();
+            CloseRecord(takeRecord);
     }
 }
 
-void PlainTouchstoneReader::CloseRecord()
+void PlainTouchstoneReader::CloseRecord(const TakeRecord& takeRecord)
 {
     const auto pairAt = [this](std::size_t number) {
         return FromPair(options_.format, record_[number], record_[number + 1]);
@@ -129,11 +144,15 @@ void PlainTouchstoneReader::CloseRecord()
         std::array<Complex, 16> matrix;
         for (std::size_t k = 0; k < matrix.size(); ++k)
             matrix[k] = pairAt(1 + 2 * k);
-        for (std::size_t row = 0; row < matrix.size() && pairs_ == PortPairs::Alternate; row += 4)
-            std::swap(matrix[row + 1], matrix[row + 2]);
-        transmission_.insert_or_assign(frequency, DifferentialTransmission(matrix, pairs_));
+        transmission_.insert_or_assign(frequency, TransmissionOf(matrix, pairs_));
     } else {
         transmission_.insert_or_assign(frequency, pairAt(kind_ == FileKind::OnePort ? 1 : 3));
+    }
+    if (takeRecord) {
+        std::vector<Complex> values;
+        for (std::size_t k = 1; k < record_.size(); k += 2)
+            values.push_back(pairAt(k));
+        takeRecord(frequency, std::move(values));
     }
     lastFrequency_ = frequency;
     record_.clear();

@@ -4,7 +4,9 @@
 
 #include <complex>
 #include <cstddef>
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +15,11 @@
 #include "maths/touchstone/touchstone.h"
 
 namespace Tarnwick::DSO::Maths {
+
+/// S11 of one port, S21 of two, Sdd21 of four.
+/// @param matrix  1, 4 or 16 values row by row
+TARNWICK_FRAMEWORK_API std::complex<double> TransmissionOf(std::span<const std::complex<double>> matrix,
+                                                           PortPairs pairs);
 
 class TARNWICK_FRAMEWORK_API PlainTouchstoneReader {
 public:
@@ -40,7 +47,10 @@ public:
         bool repeatsFrequency = false;  ///< data: a record starts whose frequency is not above the one before
         std::optional<Problem> problem;
     };
-    Line Take(std::string_view line);
+    /// What is told of each record that closes: its frequency [Hz] and its values as they stand in the file, of any
+    /// parameter.
+    using TakeRecord = std::function<void(double frequency, std::vector<std::complex<double>> values)>;
+    Line Take(std::string_view line, const TakeRecord& takeRecord = {});
 
     const Options& Settings() const { return options_; }
     bool HasSettings() const { return hasOptions_; }
@@ -51,8 +61,8 @@ public:
 
 private:
     std::optional<Problem> TakeOptions(std::string_view line);
-    void TakeData(std::string_view line, Line& taken);
-    void CloseRecord();
+    void TakeData(std::string_view line, Line& taken, const TakeRecord& takeRecord);
+    void CloseRecord(const TakeRecord& takeRecord);
 
     FileKind kind_;
     PortPairs pairs_;

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <utility>
 
@@ -24,8 +26,13 @@ json ParsedJson(std::string_view text, const std::string& name)
     };
     try {
         return json::parse(text, check);
-    } catch (const json::exception& failure) {
-        throw UsageFailure(fmt::format("{}: {}", name, failure.what()));
+    } catch (const json::parse_error& failure) {
+        const std::string_view before = text.substr(0, failure.byte > 0 ? failure.byte - 1 : 0);
+        const std::size_t line = static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n')) + 1;
+        const std::size_t column = before.size() - (line > 1 ? before.rfind('\n') : std::size_t(-1));
+        throw UsageFailure(fmt::format("{}: line {}, column {}: is no JSON", name, line, column));
+    } catch (const json::exception&) {
+        throw UsageFailure(fmt::format("{}: holds a number that is too large", name));
     }
 }
 

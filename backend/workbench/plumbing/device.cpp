@@ -128,6 +128,8 @@ void ReadDevice(const json& chain, const Place& top, std::size_t sampleCount, De
     const double product = static_cast<double>(config.samplesPerUi) * config.patternLengthUi;
     if (!device.contains("samplesPerPattern") && std::abs(product) <= std::numeric_limits<std::int32_t>::max())
         config.samplesPerPattern = static_cast<std::int32_t>(product);
+    if (device.contains("patternRepeats") && config.patternRepeats < 1)
+        place.Below("patternRepeats").Fail(fmt::format("is {}; expected at least 1", config.patternRepeats));
     if (!device.contains("patternRepeats") && period >= 1.0)
         config.patternRepeats = static_cast<int>(static_cast<double>(sampleCount) / period);
     if (!device.contains("multiplePatternRecord"))

@@ -1,6 +1,9 @@
 // What a type of stage consists of, and what the files of stages/ have in common.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -95,6 +98,31 @@ void CountManualTaps(Parameters& parameters, const nlohmann::json& settings)
 {
     if (parameters.useManualTaps && !settings.contains("numberOfTaps"))
         parameters.numberOfTaps = static_cast<std::int32_t>(parameters.taps.size());
+}
+
+/// An equaliser that is switched on needs taps: without them it would write zeros or change nothing.
+/// @throws UsageFailure  naming the key
+template <typename Parameters>
+void RequireTaps(const Parameters& parameters, const nlohmann::json& settings, const Place& place,
+                 const DeviceConfiguration& config)
+{
+    if (!settings.value("enabled", true))
+        return;
+    const std::int32_t count = parameters.numberOfTaps;
+    const bool isCounted = settings.contains("numberOfTaps");
+    if (count < 1 && (isCounted || !parameters.useManualTaps))
+        place.Below("numberOfTaps")
+            .Fail(fmt::format(
+                "is {}; expected at least 1{}", isCounted ? std::to_string(count) : "missing",
+                settings.contains("taps") && !parameters.useManualTaps ? " (taps count with useManualTaps)" : ""));
+    const auto& taps = parameters.taps;
+    const auto used = taps.begin() + std::min<std::ptrdiff_t>(count, static_cast<std::ptrdiff_t>(taps.size()));
+    if (parameters.useManualTaps && std::all_of(taps.begin(), used, [](double tap) { return tap == 0.0; }))
+        place.Below("taps").Fail("hold no number other than 0; expected at least one");
+    const std::string& symbols = config.patternSymbols;
+    if (!parameters.useManualTaps && !symbols.empty() && symbols.find_first_not_of(symbols[0]) == std::string::npos)
+        Place{place.file, "device.patternSymbols"}.Fail(
+            fmt::format("hold \"{}\" alone; {} finds its taps by different ones", symbols[0], place.key));
 }
 
 }  // namespace Tarnwick::DSO::Workbench

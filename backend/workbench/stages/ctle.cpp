@@ -48,6 +48,18 @@ const std::vector<Field<P>>& Fields()
     return fields;
 }
 
+// Settings with which the filter answers zeros.
+void RefuseZeros(const P& parameters, const nlohmann::json& settings, const Place& place)
+{
+    constexpr double kHdmiLevels = 8.0;
+    if (!settings.value("enabled", true))
+        return;
+    if (parameters.type == CTLE_HDMI && !(parameters.gain >= 1.0 && parameters.gain <= kHdmiLevels))
+        place.Below("gain").Fail(fmt::format("is {}; expected a level from 1 to {}", parameters.gain, kHdmiLevels));
+    if (parameters.type == CTLE_OIF_CEI_112G_LINEAR_PAM4 && parameters.outputScale == 0.0)
+        place.Below("outputScale").Fail("is 0; expected another number, as the output would be zeros");
+}
+
 }  // namespace
 
 StageType CtleStage()
@@ -57,6 +69,7 @@ StageType CtleStage()
             [](const nlohmann::json& settings, const Place& place, DeviceConfiguration& config) {
                 auto parameters = std::make_unique<P>(&config);
                 ReadSettings(*parameters, Fields(), settings, place);
+                RefuseZeros(*parameters, settings, place);
                 return PlanOf<Filters::CTLEFilter>(std::move(parameters), place);
             }};
 }

@@ -114,6 +114,9 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
 {
     auto owned = std::make_unique<P>(&config);
     ReadSettings(*owned, Fields(), settings, place);
+    // The noise of a record to which a fixture is added went through none: lifted, it would be too much.
+    if (!owned->conversionFlag && !settings.contains("preserveNoise"))
+        owned->preserveNoise = false;
     P& parameters = *owned;
     StagePlan plan;
     plan.stage.parameters = std::move(owned);
@@ -121,6 +124,7 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
         auto& filter = MakeFilter<FilterOfReadFixture>(stage, parameters, place);
         if (parameters.sparamFileName.empty())
             place.Below("sparamFileName").Fail("is missing; expected the fixture's S-parameter file");
+        stage.files = {parameters.sparamFileName};
         filter.fixture = ReadFixture(parameters, stage.notes);
         stage.findings = [&](std::span<const double>) { return Findings(filter, parameters, config); };
     };

@@ -17,8 +17,8 @@ const std::vector<Field<P>>& Fields()
 {
     constexpr const char* kFromDevice = "taken from the device; no effect here";
     static const std::vector<Field<P>> fields = {
-        {"numberOfTaps", &P::numberOfTaps, "", "how many taps; 0 leaves the samples as they are",
-         "0; with `useManualTaps` as many as `taps` has"},
+        {"numberOfTaps", &P::numberOfTaps, "", "how many taps, at least 1",
+         "with `useManualTaps` as many as `taps` has"},
         {"useManualTaps", &P::useManualTaps, "", "`taps` and `samplingDelayPs` are used; otherwise they are found"},
         {"taps", Setter<P>{&SetTaps<P>, "list of numbers"}, "main cursors",
          "what a symbol leaves in the symbols 1, 2, ... UI later", "none"},
@@ -59,6 +59,7 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
     auto owned = std::make_unique<P>(&config);
     ReadSettings(*owned, Fields(), settings, place);
     CountManualTaps(*owned, settings);
+    RequireTaps(*owned, settings, place, config);
     const P& parameters = *owned;
     StagePlan plan = PlanOf<Filters::DFEFilter>(std::move(owned), place);
     plan.stage.linear = false;

@@ -15,7 +15,8 @@ const std::vector<Field<P>>& Fields()
 {
     constexpr const char* kFromDevice = "taken from the device; no effect here";
     static const std::vector<Field<P>> fields = {
-        {"numberOfTaps", &P::numberOfTaps, "", "how many taps", "0; with `useManualTaps` as many as `taps` has"},
+        {"numberOfTaps", &P::numberOfTaps, "", "how many taps, at least 1",
+         "with `useManualTaps` as many as `taps` has"},
         {"tapsPerUi", &P::tapsPerUi, "", "taps in a UI, 1 to `samplesPerUi`"},
         {"mainCursorPosition", &P::mainCursorPosition, "",
          "place of the main cursor among the taps, from 1; 0: searched"},
@@ -57,6 +58,7 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
     auto owned = NewParameters(&config);
     ReadSettings(*owned, Fields(), settings, place);
     CountManualTaps(*owned, settings);
+    RequireTaps(*owned, settings, place, config);
     P& parameters = *owned;
     StagePlan plan;
     plan.stage.parameters = std::move(owned);

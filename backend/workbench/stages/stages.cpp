@@ -22,7 +22,9 @@ const std::vector<Field<SystemFramework::BaseFilterParameters>>& CommonFields()
          "", "false leaves the filter out", "true"},
         {"channel", &P::channel, "", "channel of the instrument, 0 to 3"},
         {"preserveNoise", &P::preserveNoise, "",
-         "keep the noise above a corner frequency at its level before the filter"},
+         "keep the noise above a corner frequency at its level before the filter; a `deembedding` that adds does so "
+         "only "
+         "when told"},
         {"noiseCornerFrequency", &P::noiseCornerFrequency, "Hz", "where that begins: above the signal's own content"},
         {"noiseSecondParameter", &P::noiseSecondParameter, "Hz", "`deembedding`: where it ends"},
     };
