@@ -115,7 +115,7 @@ struct Fit {
 // @param boundary  the delay with which a UI begins, and so a run of all
 std::size_t MiddleOfEye(std::span<const Fit> fits, std::size_t boundary)
 {
-    const std::size_t count = fits.size();
+    const std::size_t count = std::max<std::size_t>(fits.size(), 1);  // a UI has one sample at least
     double largest = fits.front().opening;
     for (const Fit& fit : fits)
         largest = std::max(largest, fit.opening);
