@@ -63,7 +63,7 @@ std::string UsageText(const CLI::App& program, const CLI::ParseError& wrong, con
                            Tarnwick::DSO::Workbench::Nearest(first, names));
     }
     const CLI::App& command = *commands.front();
-    const std::string text = wrong.what();
+    std::string text = wrong.what();
     const std::vector<std::string> extras = program.remaining(true);
     if (dynamic_cast<const CLI::ExtrasError*>(&wrong) != nullptr && !extras.empty())
         return ExtraText(command, extras.front());

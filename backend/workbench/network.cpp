@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <map>
 #include <numbers>
 #include <numeric>
@@ -35,10 +36,9 @@ bool SaysMixedMode(std::string_view line)
     if (begin == std::string_view::npos)
         return false;
     const std::string text = Maths::UpperCase(line.substr(begin));
-    for (const char* const word : {"MIXED-MODE", "MIXED MODE", "SDD21", "SDD11", "SDD(1,1)", "SDD[1,1]"})
-        if (text.find(word) != std::string::npos)
-            return true;
-    return false;
+    constexpr std::string_view kWords[] = {"MIXED-MODE", "MIXED MODE", "SDD21", "SDD11", "SDD(1,1)", "SDD[1,1]"};
+    return std::any_of(std::begin(kWords), std::end(kWords),
+                       [&](std::string_view word) { return text.find(word) != std::string::npos; });
 }
 
 void TakeMatrix(Network& network, double frequency, std::vector<Complex> values)

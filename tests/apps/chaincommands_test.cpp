@@ -105,6 +105,12 @@ TEST(ApplyProgram, SaysWhoseFaultAFailureIsAndWritesNothing)
     repeats["device"] = {{"baudRateGBd", 10}};
     repeats["filters"] = {{{"type", "ctle"}, {"ctleType", "ieee802.3bs"}, {"gain", 3}}};
     folder.Write("device.json", repeats.dump());
+    repeats["device"] = {{"baudRateGBd", 10},
+                         {"patternLengthUi", 127},
+                         {"useFractionalSampling", true},
+                         {"uiDuration", 100.0},
+                         {"sampleSpacing", 12.5}};
+    folder.Write("fractional.json", repeats.dump());
     folder.Write("broken.json", "{\n  \"filters\": [x]}");
     ExpectRefusals(
         folder, "apply",
@@ -115,6 +121,7 @@ TEST(ApplyProgram, SaysWhoseFaultAFailureIsAndWritesNothing)
             {"scale.json capture.csv -o f.csv", 2, "filters.0.outputScale: is 0"},
             {"repeats.json capture.csv -o f.csv", 2, "device.patternRepeats: is 0; expected at least 1"},
             {"device.json capture.csv -o f.csv", 2, "device.json: filters.0: CTLEFilter: samplesPerUi is 0"},
+            {"fractional.json capture.csv -o f.csv", 2, "device.samplesPerUi: is 0; expected at least 1: filters.0"},
             {"broken.json capture.csv -o f.csv", 2, "broken.json: line 2, column 15: is no JSON"},
             {"chain.json capture.csv -o ./capture.csv", 2, "--output: is ./capture.csv, which this command reads"},
             {"flat.json capture.csv -o flat.csv", 2, "--output: is flat.csv, which this command reads"},

@@ -26,6 +26,8 @@ constexpr double kShownDb = 80.0;      // magnitudes are shown down to this far 
 constexpr std::size_t kPoints = 4000;  // of a line: more than the picture has columns
 constexpr std::size_t kMarked = 200;   // up to so many values are marked one by one
 constexpr double kFarAbove = 0.3;      // of the last frequency: data that begin above leave 0 Hz out of the picture
+constexpr int kMagnitude = 2;          // columns of the data
+constexpr int kDelay = 3;
 constexpr const char* kColours[] = {"#4cc9f0", "#f9c74f"};
 
 std::string Data(std::span<const TransmissionCurve> curves)
@@ -57,13 +59,14 @@ std::string StyleOf(const TransmissionCurve& curve, std::size_t k)
                        kColours[k % std::size(kColours)]);
 }
 
-// The weaker port order first, so that nothing hides behind it.
+// The weaker port order first, so that nothing hides behind it; it carries coupling, whose delay means nothing.
 std::string Plot(std::span<const TransmissionCurve> curves, int column)
 {
     std::string command;
     for (const bool isBehind : {true, false})
         for (std::size_t k = 0; k < curves.size(); ++k)
-            if ((curves[k].role == TransmissionCurve::Role::OtherOrder) == isBehind)
+            if ((curves[k].role == TransmissionCurve::Role::OtherOrder) == isBehind &&
+                (column == kMagnitude || !isBehind))
                 command += fmt::format("{}$line{} using 1:{} with {} title {}", command.empty() ? "plot " : ", ", k,
                                        column, StyleOf(curves[k], k), Quoted(curves[k].name));
     return command + "\n";
@@ -120,8 +123,8 @@ void DrawTransmission(const fs::path& path, std::span<const TransmissionCurve> c
                                    "set xlabel 'frequency [GHz]'\nset xrange [{}:{}]\n"
                                    "set ylabel 'magnitude [dB]'\nset yrange [{}:{}]\n",
                                    Quoted(title), begin, end, lowest - room, highest + room) +
-                               Plot(curves, 2) + "unset key\nset ylabel 'group delay [ns]'\n" +
-                               DelayRange(curves, lowest) + Plot(curves, 3) + "unset multiplot\n";
+                               Plot(curves, kMagnitude) + "unset key\nset ylabel 'group delay [ns]'\n" +
+                               DelayRange(curves, lowest) + Plot(curves, kDelay) + "unset multiplot\n";
     DrawPng(path, kWidth, kHeight, script);
 }
 

@@ -49,11 +49,16 @@ const std::vector<Field<P>>& Fields()
 }
 
 // Settings with which the filter answers zeros.
-void RefuseZeros(const P& parameters, const nlohmann::json& settings, const Place& place)
+void RefuseZeros(const P& parameters, const nlohmann::json& settings, const Place& place,
+                 const DeviceConfiguration& config)
 {
     constexpr double kHdmiLevels = 8.0;
     if (!settings.value("enabled", true))
         return;
+    if (config.useFractionalSampling && config.samplesPerUi < 1)
+        Place{place.file, "device.samplesPerUi"}.Fail(
+            fmt::format("is {}; expected at least 1: {} counts by it, with fractional sampling too",
+                        config.samplesPerUi, place.key));
     if (parameters.type == CTLE_HDMI && !(parameters.gain >= 1.0 && parameters.gain <= kHdmiLevels))
         place.Below("gain").Fail(fmt::format("is {}; expected a level from 1 to {}", parameters.gain, kHdmiLevels));
     if (parameters.type == CTLE_OIF_CEI_112G_LINEAR_PAM4 && parameters.outputScale == 0.0)
@@ -69,7 +74,7 @@ StageType CtleStage()
             [](const nlohmann::json& settings, const Place& place, DeviceConfiguration& config) {
                 auto parameters = std::make_unique<P>(&config);
                 ReadSettings(*parameters, Fields(), settings, place);
-                RefuseZeros(*parameters, settings, place);
+                RefuseZeros(*parameters, settings, place, config);
                 return PlanOf<Filters::CTLEFilter>(std::move(parameters), place);
             }};
 }
