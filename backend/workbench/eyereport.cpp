@@ -58,6 +58,14 @@ std::string ExtinctionText(const EyeReport& report)
     return ratio ? fmt::format("{:.2f} dB", *ratio) : "none: the lowest level is not above 0 V";
 }
 
+// The error ratio in so many digits; smaller ones than 1e-30 stand for nothing that could ever be counted.
+std::string RatioText(double ratio, int digits)
+{
+    constexpr double kSmallest = 1e-30;
+    return ratio > 0.0 && ratio < kSmallest ? fmt::format("below {:g}", kSmallest)
+                                            : fmt::format("{:.{}g}", ratio, digits);
+}
+
 // At every tenth of a UI; the JSON report has all phases.
 std::string BathtubText(const EyeReport& report)
 {
@@ -70,7 +78,8 @@ std::string BathtubText(const EyeReport& report)
                                                   return std::abs(a.offsetUi - offset) < std::abs(b.offsetUi - offset);
                                               });
         if (nearest != report.bathtub.end())
-            text += fmt::format("{}{:+.2f} {:.1e}", text.empty() ? "" : ", ", nearest->offsetUi, nearest->ber);
+            text +=
+                fmt::format("{}{:+.2f} {}", text.empty() ? "" : ", ", nearest->offsetUi, RatioText(nearest->ber, 2));
     }
     return text;
 }
@@ -117,12 +126,7 @@ std::string OpeningsText(const EyeReport& report)
 
 std::string BerText(const EyeReport& report)
 {
-    constexpr double kSmallest = 1e-30;  // smaller ones stand for nothing that could ever be counted
-    if (!report.ber)
-        return "-";
-    if (*report.ber > 0.0 && *report.ber < kSmallest)
-        return fmt::format("below {:g}", kSmallest);
-    return fmt::format("{:.2g}", *report.ber);
+    return report.ber ? RatioText(*report.ber, 2) : "-";
 }
 
 std::string EyeAsText(const EyeReport& report, ZeroVolts zero)

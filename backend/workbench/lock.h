@@ -32,7 +32,7 @@ struct CaptureFacts {
     double samplesPerUi = 0.0;  ///< real; goes before the symbol rate
     E_SIGNAL_CODING coding = SIGNAL_CODING_UNKNOWN;
     int patternLengthUi = 0;
-    std::vector<int> pattern;  ///< level of each UI of one period, 0 the lowest
+    std::vector<int> pattern = {};  ///< level of each UI of one period, 0 the lowest
     RecordKind record = RecordKind::Auto;
     ClockKind clock = ClockKind::Constant;
     double loopBandwidthMHz = 0.0;  ///< of the tracked clock; 0: symbol rate / 1667

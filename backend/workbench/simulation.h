@@ -15,8 +15,8 @@ namespace Tarnwick::DSO::Workbench {
 /// What is sent.
 struct SimulatedPattern {
     E_SIGNAL_CODING coding = SIGNAL_CODING_PAM4;
-    int prbs = 13;        ///< order of the PRBS: 7, 9, 11, 13, 15, 23 or 31
-    std::string symbols;  ///< one character a symbol, in place of the PRBS; empty: the PRBS
+    int prbs = 13;             ///< order of the PRBS: 7, 9, 11, 13, 15, 23 or 31
+    std::string symbols = {};  ///< one character a symbol, in place of the PRBS; empty: the PRBS
     bool withoutGrayCoding = false;
 
     /// Level index of each symbol, 0 the lowest: of one period, or of its first `count` symbols where it has more.

@@ -39,7 +39,7 @@ void Draw(const Options& options, const Workbench::LockedCapture& locked, const 
     DrawEye(options.prefix + ".png", locked.samples, locked.report.samplesPerUiOut, report, RangeOf(locked.samples),
             name);
     if (!report.bathtub.empty()) {
-        const BathtubCurve curve{name, report};
+        const BathtubCurve curve{"as read", report};
         DrawBathtub(options.prefix + "-bathtub.png", {&curve, 1}, name);
     }
 }

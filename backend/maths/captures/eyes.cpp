@@ -230,6 +230,8 @@ Slice SliceAt(const EyeRecord& record, const AlignedSymbols& symbols, double pos
 std::size_t MiddleOfLongestRun(std::span<const double> values, double least, Wrapping wrapping)
 {
     const std::size_t count = values.size();
+    if (count == 0)
+        return 0;
     std::size_t best = 0;
     std::size_t longest = 0;
     for (std::size_t start = 0; start < count; ++start) {
@@ -290,7 +292,7 @@ std::vector<double> Folded(const EyeRecord& record, int phase, std::size_t perio
 {
     const PhaseValues at = ValuesAt(record, record.samplesPerUi * phase / kSearchPhases);
     std::vector<double> folded(period, 0.0);
-    if (at.range.count == 0)
+    if (at.range.count == 0 || period == 0)
         return folded;
     const double mean = Mean(std::span(at.values).subspan(at.range.first, at.range.count));
     for (std::size_t i = at.range.first; i < at.range.first + at.range.count; ++i)
@@ -385,10 +387,12 @@ std::optional<AlignedSymbols> LocateSymbols(const EyeRecord& record, std::span<c
     std::array<double, kSearchPhases + 1> correlations{};
     constexpr int kHalf = kSearchPhases / 2;
     const auto carryOf = [&](int phase) { return phase < 0 ? -1LL : phase >= kSearchPhases ? 1LL : 0LL; };
-    for (int s = -kHalf; s <= kHalf; ++s) {
-        const long long carry = carryOf(start + s);
-        const int phase = start + s - static_cast<int>(carry) * kSearchPhases;
-        correlations[static_cast<std::size_t>(s + kHalf)] = correlation(Folded(record, phase, period), lag + carry);
+    int step = -kHalf;
+    for (auto& value : correlations) {
+        const long long carry = carryOf(start + step);
+        const int phase = start + step - static_cast<int>(carry) * kSearchPhases;
+        value = correlation(Folded(record, phase, period), lag + carry);
+        ++step;
     }
     largest = *std::max_element(correlations.begin(), correlations.end());
     if (!(largest >= kSmallestCorrelation))
@@ -421,7 +425,8 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
         for (std::size_t eye = 0; eye < eyes; ++eye) {
             const double distance = extents[eye + 1].MeanAt(q) - extents[eye].MeanAt(q);
             const double height = sides[eye].above[q] - sides[eye].below[q];
-            smallest[q] = std::min(smallest[q], distance > 0.0 ? height / distance : -kInfinity);
+            const double opening = distance > 0.0 ? height / distance : -kInfinity;
+            smallest[q] = std::min(smallest[q], opening);
         }
     }
     // Of phases that are equally good the one in the middle.
