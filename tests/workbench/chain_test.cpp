@@ -1,3 +1,7 @@
+#include <cstddef>
+#include <fstream>
+#include <thread>
+
 #include <nlohmann/json.hpp>
 
 #include "support/failures.h"
@@ -227,7 +231,7 @@ TEST(ChainErrors, RefuseSizesFarBeyondTheRecord)
 }
 
 #if !defined(_WIN32)
-// Neither is opened: a pipe waits for a writer, a device gives bytes for ever.
+// A device gives bytes for ever, and is not opened. A pipe ends when its writer closes it; one without a writer is empty.
 TEST(ChainErrors, RefuseFilesThatAreNone)
 {
     ExpectFailures<DataFailure>(
@@ -240,8 +244,17 @@ TEST(ChainErrors, RefuseFilesThatAreNone)
     const TestFolder folder;
     const std::string pipe = (folder / "pipe.csv").string();
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    EXPECT_EQ(FailureOf<DataFailure>([&] { ReadWaveform(pipe); }), pipe + ": cannot be read");
-    EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(pipe, 1); }), pipe + ": cannot be read");
+    EXPECT_EQ(FailureOf<UsageFailure>([&] { Chain(pipe, 1); }),
+              pipe + ": cannot be read: a pipe that nothing is written to");
+    // More than the pipe holds at once.
+    const std::size_t count = 100'000;
+    std::thread writer([&] {
+        std::ofstream file(pipe);
+        for (std::size_t k = 0; k < count; ++k)
+            file << k % 7 << '\n';
+    });
+    EXPECT_EQ(ReadWaveform(pipe).samples.size(), count);
+    writer.join();
 }
 #endif
 

@@ -1,9 +1,18 @@
 #include "workbench/plumbing/wholefile.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <system_error>
+
+#ifndef _WIN32
+#include <array>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+#endif
 
 #include <fmt/format.h>
 
@@ -11,9 +20,70 @@
 
 namespace Tarnwick::DSO::Workbench {
 
+#ifndef _WIN32
+namespace {
+
+constexpr int kWriterWaitMs = 500;                           // for somebody to open the other end of a named pipe
+constexpr std::size_t kLongestPipe = std::size_t{1} << 30U;  // [bytes] one that gives more may never end
+
+class Descriptor {
+public:
+    // Without waiting for a writer, who may never come.
+    explicit Descriptor(const std::filesystem::path& path)
+        : number_(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))
+    {
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor()
+    {
+        if (number_ >= 0)
+            ::close(number_);
+    }
+    int Number() const { return number_; }
+
+private:
+    int number_;
+};
+
+// All that comes until the last writer closes the pipe.
+std::string ReadPipe(const std::filesystem::path& path)
+{
+    const Descriptor pipe(path);
+    std::string content;
+    if (pipe.Number() < 0)
+        throw DataFailure(fmt::format("{}: cannot be read", path.string()));
+    pollfd waited{pipe.Number(), POLLIN, 0};
+    (void)::poll(&waited, 1, kWriterWaitMs);
+    std::array<char, std::size_t{1} << 16U> block{};
+    for (;;) {
+        const ssize_t count = ::read(pipe.Number(), block.data(), block.size());
+        if (count > 0) {
+            content.append(block.data(), static_cast<std::size_t>(count));
+            if (content.size() > kLongestPipe)
+                throw DataFailure(
+                    fmt::format("{}: is a pipe that gives more than {} bytes", path.string(), kLongestPipe));
+        } else if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+            (void)::poll(&waited, 1, -1);  // somebody holds the other end open
+        } else {
+            break;
+        }
+    }
+    if (content.empty())
+        throw DataFailure(fmt::format("{}: cannot be read: a pipe that nothing is written to", path.string()));
+    return content;
+}
+
+}  // namespace
+#endif
+
 std::string ReadWholeFile(const std::filesystem::path& path)
 {
     std::error_code error;
+#ifndef _WIN32
+    if (std::filesystem::is_fifo(path, error))
+        return ReadPipe(path);
+#endif
     std::ifstream file;
     std::uintmax_t size = 0;
     if (std::filesystem::is_regular_file(path, error)) {

@@ -6,8 +6,8 @@
 
 namespace Tarnwick::DSO::Workbench {
 
-/// Every byte of a regular file. Directories, devices and pipes are refused unopened: a pipe waits for a writer, and a
-/// device may never end.
+/// Every byte of a regular file, or of a pipe that somebody writes to and closes, up to 1 GiB. Directories and devices are
+/// refused unopened: a device may never end.
 /// @throws DataFailure  naming the file
 std::string ReadWholeFile(const std::filesystem::path& path);
 
