@@ -26,6 +26,33 @@ void WriteCase(const TestFolder& folder)
     folder.Write("chain.json", kChain);
 }
 
+// A capture of which nothing is said, at no whole number of samples per UI: its eye, and a record that filters take.
+TEST(LockProgram, MakesAnyCaptureFitForTheFilters)
+{
+    const TestFolder folder;
+    ASSERT_EQ(RunProgram(folder, "simulate -o c.npy --prbs 31 --coding NRZ --spu 5.3 --length 1500 --loss 3"), 0);
+    const json report = ReportOf(folder, "eye c.npy -o eye");
+    EXPECT_EQ(report["acquisition"]["mode"], "single-shot");
+    EXPECT_EQ(report["acquisition"]["pattern"], "PRBS31");
+    EXPECT_GT(report["stages"][0]["eyes"][0]["openingPercent"], 50.0);
+    EXPECT_TRUE(std::filesystem::exists(folder / "eye.png") && std::filesystem::exists(folder / "eye-bathtub.png"));
+    json expected = report["acquisition"];
+    expected["samplesPerUiOut"] = 8;
+    const json lock = ReportOf(folder, "lock c.npy -o locked.npy --chain chain.json --spu 8");
+    expected["samples"] = ReadWaveform(folder / "locked.npy").samples.size();
+    EXPECT_EQ(lock, expected);
+    const json stage = ReportOf(folder, "apply chain.json locked.npy -o filtered.npy")["stages"][0];
+    EXPECT_NEAR(stage["eyes"][0]["openingPercent"].get<double>(),
+                report["stages"][0]["eyes"][0]["openingPercent"].get<double>(), 1.0);  // other phases are looked at
+    ExpectRefusals(folder, "lock c.npy",
+                   {{"-o c.npy", 2, "--output: is c.npy, which this command reads"},
+                    {"-o x.wav", 2, "x.wav"},
+                    {"--samples-per-ui 0.5", 2, "--samples-per-ui"},
+                    {"--clock wandering", 2, "--clock"}});
+    folder.Write("flat.txt", "1\n1\n1\n");
+    ExpectRefusals(folder, "eye flat.txt", {{"-o eye2", 1, "flat.txt: is constant, 1 V; expected a data signal"}});
+}
+
 TEST(ApplyProgram, WritesTheFilteredCaptureAndOneJsonDocument)
 {
     const TestFolder folder;
