@@ -91,7 +91,7 @@ std::string ContourOf(const EyeReport& report, std::size_t eye, double perVolt)
         if (!(high > low))
             continue;
         upper += fmt::format("{}{},{}", upper.empty() ? "from " : " to ", point.offsetUi, high * perVolt);
-        lower = fmt::format(" to {},{}", point.offsetUi, low * perVolt) + lower;
+        lower.insert(0, fmt::format(" to {},{}", point.offsetUi, low * perVolt));
     }
     if (upper.empty())
         return "";

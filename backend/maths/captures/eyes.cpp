@@ -357,7 +357,7 @@ std::optional<AlignedSymbols> DecideSymbols(const EyeRecord& record)
 std::optional<AlignedSymbols> LocateSymbols(const EyeRecord& record, std::span<const int> pattern)
 {
     const std::size_t count = record.UiCount();
-    if (pattern.empty() || count < pattern.size())
+    if (count == 0 || pattern.empty() || count < pattern.size())
         return std::nullopt;
     const bool isWhole = record.wrapping == Wrapping::Circular && count % pattern.size() == 0;
     const std::size_t period = isWhole ? pattern.size() : count;

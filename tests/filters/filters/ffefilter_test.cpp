@@ -157,9 +157,9 @@ TEST(FFEFilterManualTaps, GoWithPartOfARepetition)
         Equaliser equaliser(Nrz(kBits.substr(0, 10), 1), Manual({2.0}));
         const auto record = RandomValues(static_cast<std::size_t>(count), 9);
         const auto output = equaliser.Apply(record);
-        const std::size_t whole = count / 10 * (count / (count / 10));  // equal shares of the record
+        const int whole = count / 10 * (count / (count / 10));  // equal shares of the record
         for (std::size_t k = 0; k < record.size(); ++k)
-            EXPECT_EQ(output[k], k < whole ? 2.0 * record[k] : 0.0) << k;
+            EXPECT_EQ(output[k], k < static_cast<std::size_t>(whole) ? 2.0 * record[k] : 0.0) << k;
         ExpectRefused([&] { Equaliser(Nrz(kBits.substr(0, 10), 1), Automatic(1)).Apply(record); },
                       "FFEFilter: sampleCount is " + std::to_string(count) +
                           "; expected a whole number of repetitions of 10 samples");
