@@ -357,10 +357,12 @@ std::optional<AlignedSymbols> DecideSymbols(const EyeRecord& record)
 std::optional<AlignedSymbols> LocateSymbols(const EyeRecord& record, std::span<const int> pattern)
 {
     const std::size_t count = record.UiCount();
-    if (count == 0 || pattern.empty() || count < pattern.size())
+    if (pattern.empty() || count < pattern.size())
         return std::nullopt;
     const bool isWhole = record.wrapping == Wrapping::Circular && count % pattern.size() == 0;
     const std::size_t period = isWhole ? pattern.size() : count;
+    if (period == 0)
+        return std::nullopt;
     std::vector<double> sent(period);
     for (std::size_t i = 0; i < period; ++i)
         sent[i] = pattern[i % pattern.size()];
