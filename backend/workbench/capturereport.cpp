@@ -10,6 +10,7 @@
 
 #include "workbench/eyereport.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/plumbing/reportrows.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -30,22 +31,11 @@ constexpr const char* kAssumptions[] = {
 constexpr int kContentNameWidth = 18;
 constexpr int kQualityNameWidth = 17;
 
-std::string Row(int nameWidth, const char* name, const std::string& value)
-{
-    return fmt::format("{:<{}} {}\n", name, nameWidth, value);
-}
-
 ordered_json ToJson(const std::optional<Estimate>& estimate)
 {
     if (!estimate)
         return nullptr;
     return {{"value", estimate->value}, {"confidence", NameOf(estimate->confidence)}};
-}
-
-// Null for 0, which stands for a figure that was not found.
-ordered_json FoundOrNull(double figure)
-{
-    return figure > 0.0 ? ordered_json(figure) : ordered_json();
 }
 
 std::string PeriodText(const CaptureContent& content)
@@ -76,7 +66,9 @@ ordered_json BathtubToJson(const EyeReport& report)
 
 std::string ContentAsText(const CaptureContent& content)
 {
-    const auto row = [](const char* name, const std::string& value) { return Row(kContentNameWidth, name, value); };
+    const auto row = [](const char* name, const std::string& value) {
+        return ReportRow(name, value, kContentNameWidth);
+    };
     const SampleStatistics& statistics = content.statistics;
     return row("samples", fmt::format("{}", content.sampleCount)) +
            row("sample interval",
@@ -111,7 +103,7 @@ std::string ContentAsJson(const CaptureContent& content)
 
 std::string QualityAsText(const SignalQuality& quality, const SignalDescription& signal, ZeroVolts zero)
 {
-    const auto row = [](const char* name, const std::string& value) { return Row(kQualityNameWidth, name, value); };
+    const auto row = [](const char* name, const std::string& value) { return ReportRow(name, value); };
     const EyeReport& eye = quality.eye;
     std::string text =
         row("coding", NameOf(signal.coding)) + row("samples per UI", fmt::format("{:.6g}", signal.samplesPerUi)) +

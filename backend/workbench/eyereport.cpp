@@ -11,6 +11,7 @@
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/plumbing/reportrows.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -33,13 +34,6 @@ std::string Joined(const EyeReport& report, double EyeOpening::*value)
 nlohmann::ordered_json OrNull(const std::optional<double>& value)
 {
     return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
-}
-
-constexpr int kNameWidth = 16;
-
-std::string Row(const std::string& name, const std::string& value)
-{
-    return fmt::format("{:<{}} {}\n", name, kNameWidth, value);
 }
 
 // One figure of each eye, lowest first.
@@ -132,28 +126,30 @@ std::string BerText(const EyeReport& report)
 std::string EyeAsText(const EyeReport& report, ZeroVolts zero)
 {
     std::string text =
-        Row("levels V", report.levels.empty() ? "-" : fmt::format("{:.4g}", fmt::join(report.levels, " ")));
+        ReportRow("levels V", report.levels.empty() ? "-" : fmt::format("{:.4g}", fmt::join(report.levels, " ")));
     if (!report.levels.empty())
-        text += Row("OMA V", fmt::format("{:.4g}", OuterModulationAmplitude(report)));
+        text += ReportRow("OMA V", fmt::format("{:.4g}", OuterModulationAmplitude(report)));
     if (zero == ZeroVolts::Dark)
-        text += Row("extinction ratio", ExtinctionText(report));
-    text += Row("eye openings %", OpeningsText(report)) + Row("eye widths UI", WidthsText(report));
+        text += ReportRow("extinction ratio", ExtinctionText(report));
+    text += ReportRow("eye openings %", OpeningsText(report)) + ReportRow("eye widths UI", WidthsText(report));
     if (!report.eyes.empty() && report.eyes.front().widthPs)
-        text += Row("eye widths ps", EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.widthPs; }));
-    text += Row("eye heights V", HeightsText(report));
+        text +=
+            ReportRow("eye widths ps", EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.widthPs; }));
+    text += ReportRow("eye heights V", HeightsText(report));
     if (!report.eyes.empty()) {
-        text += Row("thresholds V", EachEye(report, "{:.4g}", [](const EyeOpening& one) { return one.threshold; })) +
-                Row("phase UI", fmt::format("{:.3f}, symbols {}", report.phaseUi,
-                                            report.symbolsKnown
-                                                ? "found"
-                                                : "decided from the samples, which flatters an eye that is closed")) +
-                Row("Q", EachEye(report, "{:.3g}", [](const EyeOpening& one) { return one.q; }));
+        text +=
+            ReportRow("thresholds V", EachEye(report, "{:.4g}", [](const EyeOpening& one) { return one.threshold; })) +
+            ReportRow("phase UI", fmt::format("{:.3f}, symbols {}", report.phaseUi,
+                                              report.symbolsKnown
+                                                  ? "found"
+                                                  : "decided from the samples, which flatters an eye that is closed")) +
+            ReportRow("Q", EachEye(report, "{:.3g}", [](const EyeOpening& one) { return one.q; }));
     }
     if (report.ber) {
-        text += Row("noise rms V", fmt::format("{:.4g}", *report.noiseRms)) + Row("BER", BerText(report)) +
-                Row(fmt::format("heights at {:g}", report.targetBer),
-                    EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.heightAtBer; })) +
-                Row("bathtub UI, BER", BathtubText(report));
+        text += ReportRow("noise rms V", fmt::format("{:.4g}", *report.noiseRms)) + ReportRow("BER", BerText(report)) +
+                ReportRow(fmt::format("heights at {:g}", report.targetBer),
+                          EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.heightAtBer; })) +
+                ReportRow("bathtub UI, BER", BathtubText(report));
     }
     return text;
 }

@@ -8,6 +8,7 @@
 #include "maths/patterns/codings.h"
 #include "workbench/lock.h"
 #include "workbench/pattern.h"
+#include "workbench/plumbing/reportrows.h"
 #include "workbench/symbols.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -16,21 +17,9 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr int kNameWidth = 16;
-
-std::string Row(const char* name, const std::string& value)
-{
-    return fmt::format("{:<{}} {}\n", name, kNameWidth, value);
-}
-
 const char* HowKnown(bool given)
 {
     return given ? "given" : "found";
-}
-
-ordered_json PositiveOrNull(double figure)
-{
-    return figure > 0.0 ? ordered_json(figure) : ordered_json();
 }
 
 std::string ClockText(const LockReport& report)
@@ -56,25 +45,25 @@ std::string ModeText(const LockReport& report)
 
 std::string LockAsText(const LockReport& report)
 {
-    std::string text = Row("samples per UI", ClockText(report));
-    text += Row("symbol rate", report.symbolRateGBd > 0.0 ? fmt::format("{:.8g} GBd", report.symbolRateGBd)
-                                                          : "not known: the file has no times");
+    std::string text = ReportRow("samples per UI", ClockText(report));
+    text += ReportRow("symbol rate", report.symbolRateGBd > 0.0 ? fmt::format("{:.8g} GBd", report.symbolRateGBd)
+                                                                : "not known: the file has no times");
     if (!report.phaseUi.empty())
-        text += Row("clock phase", fmt::format("{:.2g} UI rms about a constant clock", report.phaseResidualUi));
+        text += ReportRow("clock phase", fmt::format("{:.2g} UI rms about a constant clock", report.phaseResidualUi));
     if (report.trackedUi > 0.0)
-        text += Row("tracked", fmt::format("{:.2g} UI rms taken off", report.trackedUi));
-    text +=
-        Row("record", fmt::format("{} samples from sample {} on, {} per UI{}", report.samples, report.firstSample,
+        text += ReportRow("tracked", fmt::format("{:.2g} UI rms taken off", report.trackedUi));
+    text += ReportRow("record",
+                      fmt::format("{} samples from sample {} on, {} per UI{}", report.samples, report.firstSample,
                                   report.samplesPerUiOut, report.resampled ? ", resampled" : ", as they were read"));
-    text += Row("coding", report.coding == SIGNAL_CODING_UNKNOWN
-                              ? "not found: no levels can be made out"
-                              : fmt::format("{} ({})", NameOf(report.coding), HowKnown(report.codingGiven)));
-    text += Row("pattern", report.pattern.empty() ? "not recognised" : report.pattern);
-    text += Row("kind", ModeText(report));
+    text += ReportRow("coding", report.coding == SIGNAL_CODING_UNKNOWN
+                                    ? "not found: no levels can be made out"
+                                    : fmt::format("{} ({})", NameOf(report.coding), HowKnown(report.codingGiven)));
+    text += ReportRow("pattern", report.pattern.empty() ? "not recognised" : report.pattern);
+    text += ReportRow("kind", ModeText(report));
     if (report.leftOut > 0)
-        text += Row("left out", fmt::format("{} samples at the end", report.leftOut));
+        text += ReportRow("left out", fmt::format("{} samples at the end", report.leftOut));
     if (report.removedNoiseRms > 0.0)
-        text += Row("averaging", fmt::format("took off {:.4g} V rms of noise", report.removedNoiseRms));
+        text += ReportRow("averaging", fmt::format("took off {:.4g} V rms of noise", report.removedNoiseRms));
     return text;
 }
 
@@ -82,9 +71,9 @@ std::string LockAsJson(const LockReport& report)
 {
     const bool isPeriodic = report.mode == RecordKind::Periodic;
     const ordered_json content = {
-        {"symbolRateGBd", PositiveOrNull(report.symbolRateGBd)},
+        {"symbolRateGBd", FoundOrNull(report.symbolRateGBd)},
         {"samplesPerUi", report.samplesPerUi},
-        {"clockScore", PositiveOrNull(report.clockScore)},
+        {"clockScore", FoundOrNull(report.clockScore)},
         {"phaseResidualUi", report.phaseUi.empty() ? ordered_json() : ordered_json(report.phaseResidualUi)},
         {"resampled", report.resampled},
         {"samplesPerUiOut", report.samplesPerUiOut},

@@ -1,10 +1,10 @@
 #include "maths/captures/bandlimited.h"
 
 #include <cmath>
-#include <numbers>
 #include <vector>
 
 #include "maths/patterns/periodicrecord.h"
+#include "maths/responses/kaiser.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -14,19 +14,6 @@ constexpr double kKaiserBeta = 9.0;
 constexpr std::size_t kWeights = 2 * kInterpolationReach;
 constexpr std::size_t kExactRows = 64;   // a sample interval
 constexpr std::size_t kFineRows = 1024;  // a sample interval
-
-// I0(x), by its power series.
-double ModifiedBessel(double x)
-{
-    constexpr double kNegligible = 1e-17;  // of the sum
-    double term = 1.0;
-    double sum = 1.0;
-    for (int k = 1; term > kNegligible * sum; ++k) {
-        term *= (0.5 * x / k) * (0.5 * x / k);
-        sum += term;
-    }
-    return sum;
-}
 
 // Row r: the weights of the samples from 23 before to 24 after a position r/rows behind a sample.
 std::vector<double> RowsOfWeights(std::size_t rows)
@@ -38,11 +25,7 @@ std::vector<double> RowsOfWeights(std::size_t rows)
         double sum = 0.0;
         for (std::size_t j = 0; j < kWeights; ++j) {
             const double u = static_cast<double>(r) / static_cast<double>(rows) + kReach - 1.0 - static_cast<double>(j);
-            const double place = u / kReach;
-            const double window =
-                std::abs(place) < 1.0 ? ModifiedBessel(kKaiserBeta * std::sqrt(1.0 - place * place)) : 0.0;
-            const double angle = std::numbers::pi * u;
-            row[j] = window * (u == 0.0 ? 1.0 : std::sin(angle) / angle);
+            row[j] = KaiserSinc(u, kReach, kKaiserBeta);
             sum += row[j];
         }
         for (std::size_t j = 0; j < kWeights; ++j)

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 #include <stdexcept>
 #include <string>
 
 #include "maths/convolution/hotloops.h"
+#include "maths/responses/kaiser.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -19,30 +19,6 @@ constexpr std::size_t kFewestPhases = 16;
 constexpr double kLowestRate = 1.0 / 4096.0;
 constexpr std::size_t kHalfStep = 4;  // [taps] the loop takes eight at a time
 constexpr std::size_t kBlock = 4096;  // [outputs] whose positions are held at a time
-
-/// I0(x) by its power series, sum of ((x/2)^k / k!)^2: 30 terms are exact to rounding up to x = 9.
-double BesselI0(double x)
-{
-    constexpr int kTerms = 30;
-    double term = 1.0;
-    double sum = 1.0;
-    for (int k = 1; k <= kTerms; ++k) {
-        term *= x / (2.0 * k);
-        sum += term * term;
-    }
-    return sum;
-}
-
-/// g at a time [samples of the lower rate], for rates of 1.
-double WindowedSinc(double time)
-{
-    const double share = time / kHalfWidth;
-    if (std::abs(share) >= 1.0)
-        return 0.0;
-    const double angle = std::numbers::pi * time;
-    const double sinc = angle == 0.0 ? 1.0 : std::sin(angle) / angle;
-    return sinc * BesselI0(kKaiserBeta * std::sqrt(1.0 - share * share)) / BesselI0(kKaiserBeta);
-}
 
 double LowerRate(double rate)
 {
@@ -69,7 +45,7 @@ Resampler::Resampler(double rate)
         for (std::size_t j = 0; j < 2 * half_; ++j) {
             const double time = static_cast<double>(p) / static_cast<double>(phases_) +
                                 (static_cast<double>(half_) - 1.0 - static_cast<double>(j));
-            rows_.Data()[p * 2 * half_ + j] = lower * WindowedSinc(lower * time);
+            rows_.Data()[p * 2 * half_ + j] = lower * KaiserSinc(lower * time, kHalfWidth, kKaiserBeta);
         }
 }
 

@@ -4,6 +4,7 @@
 #include <numbers>
 
 #include "maths/patterns/periodicrecord.h"
+#include "maths/responses/kaiser.h"
 #include "maths/transforms/arraytransform.h"
 
 namespace Tarnwick::DSO::Maths {
@@ -14,17 +15,6 @@ namespace {
 constexpr std::size_t kOversampling = 2;
 constexpr int kWidth = 12;
 constexpr double kShape = 2.34 * kWidth;  // Fessler and Sutton, section IV.C, for twofold oversampling
-
-double BesselI0(double x)
-{
-    double term = 1.0;
-    double sum = 1.0;
-    for (int k = 1; term > 1e-17 * sum; ++k) {
-        term *= (x / (2.0 * k)) * (x / (2.0 * k));
-        sum += term;
-    }
-    return sum;
-}
 
 double Kernel(double offset)
 {
@@ -38,11 +28,6 @@ double KernelSpectrum(double frequency)
     const double z = std::numbers::pi * kWidth * frequency;
     const double root = std::sqrt(kShape * kShape - z * z);
     return kWidth * std::sinh(root) / root;
-}
-
-double Sinc(double x)
-{
-    return x == 0.0 ? 1.0 : std::sin(std::numbers::pi * x) / (std::numbers::pi * x);
 }
 
 }  // namespace
