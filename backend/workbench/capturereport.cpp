@@ -29,7 +29,6 @@ constexpr const char* kAssumptions[] = {
 };
 
 constexpr int kContentNameWidth = 18;
-constexpr int kQualityNameWidth = 17;
 
 ordered_json ToJson(const std::optional<Estimate>& estimate)
 {
