@@ -33,6 +33,10 @@ def load(path):
         ("bench_taps_run", ctypes.c_int, [ctypes.c_void_p]),
         ("bench_taps_naive", ctypes.c_int, [ctypes.c_void_p]),
         ("bench_taps_destroy", None, [ctypes.c_void_p]),
+        ("bench_capture", ctypes.c_void_p, [ctypes.c_int, ctypes.c_double]),
+        ("bench_capture_count", ctypes.c_int, [ctypes.c_void_p]),
+        ("bench_lock", ctypes.c_double, [ctypes.c_void_p]),
+        ("bench_capture_destroy", None, [ctypes.c_void_p]),
         ("bench_moving_average", ctypes.c_void_p, [ctypes.c_int] * 4),
         ("bench_prepare", None, [ctypes.c_void_p, DOUBLES, ctypes.c_int]),
         ("bench_kernel", DOUBLES, [ctypes.c_void_p]),
@@ -95,6 +99,25 @@ def scipy_ways(kernel, period, repetitions):
         return fold(scipy.fft.irfft(scipy.fft.rfft(rows, padded_length) * padded, padded_length)).ravel()
 
     return [exact_loop, exact_batch, padded_loop, padded_batch]
+
+
+def acquisition(shim, ui, spu, rounds):
+    """The whole acquisition of a capture of which nothing is said, against one real transform and one inverse."""
+    capture = shim.bench_capture(ui, spu)
+    count = shim.bench_capture_count(capture)
+    values = np.random.default_rng(1).standard_normal(count)
+    ratios, times = [], []
+    found = []
+    grown = peak_growth(lambda: found.append(shim.bench_lock(capture)))
+    found = found[0]
+    added = None if grown is None else 1.0 + grown * 2**20 / (8 * count)
+    if abs(found - spu) * ui > 0.1 * spu:
+        sys.exit(f"acquisition: found {found} samples per UI instead of {spu}")
+    for _ in range(rounds):
+        times.append(once(lambda: shim.bench_lock(capture)))
+        ratios.append(times[-1] / once(lambda: scipy.fft.irfft(scipy.fft.rfft(values), count)))
+    shim.bench_capture_destroy(capture)
+    return count, spu, 1e3 * statistics.median(times), statistics.median(ratios), added
 
 
 def once(call):
@@ -310,6 +333,16 @@ def main():
             missed += row[3] > 11
             rows.append([row[0], str(row[1]), f"{row[2]:.2f}", f"{row[3]:.1f}{' !' if row[3] > 11 else ''}"])
     text += "\n\nMoving average, `Apply`, one repetition:\n\n" + table(["period", "window", "/ SciPy", "/ copy"], rows)
+
+    rows = []
+    for ui, spu in ((20_000, 8.0), (20_000, 7.3)) if options.quick else ((20_000, 7.3), (1_048_576, 8.0), (1_048_576, 8.003)):
+        row = acquisition(shim, ui, spu, max(3, rounds // 3))
+        late = row[0] > 1_000_000 and (row[3] > 6 or (row[4] or 0) > 3)
+        missed += late
+        rows.append([str(row[0]), f"{row[1]:g}", f"{row[2]:.0f}", f"{row[3]:.2f}{' !' if late else ''}", "-" if row[4] is None else f"{row[4]:.1f}"])
+        print("Acquisition", *rows[-1], file=sys.stderr, flush=True)
+    text += ("\n\nAcquisition of a capture of which nothing is said, against one real transform and its inverse:\n\n"
+             + table(["samples", "per UI", "ms", "/ SciPy's rfft + irfft", "peak memory / capture"], rows))
 
     one = dense(shim, shim.bench_bessel_thomson(511, 8, 1), 511, 8, 1, rounds)[2]
     many = dense(shim, shim.bench_bessel_thomson(511, 8, 64), 511, 8, 64, rounds)[2]

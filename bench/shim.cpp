@@ -8,6 +8,8 @@
 #include "captures.h"
 #include "maths/equalisers/ffetaps.h"
 #include "maths/transforms/fft.h"
+#include "workbench/lock.h"
+#include "workbench/simulation.h"
 
 using namespace Tarnwick;
 namespace Maths = DSO::Maths;
@@ -139,6 +141,33 @@ TARNWICK_EXPORT int bench_taps_naive(const TapSearch* job)
 TARNWICK_EXPORT void bench_taps_destroy(TapSearch* job)
 {
     delete job;  // NOLINT(cppcoreguidelines-owning-memory)
+}
+
+/// A stretch of PRBS31 at any number of samples per UI, as a capture of which nothing is said.
+TARNWICK_EXPORT DSO::Workbench::Waveform* bench_capture(int lengthUi, double samplesPerUi)
+{
+    const DSO::Workbench::SimulatedPattern pattern{.coding = SIGNAL_CODING_NRZ, .prbs = 31};
+    const std::vector<int> levels = pattern.Levels(static_cast<std::size_t>(lengthUi));
+    auto capture = std::make_unique<DSO::Workbench::Waveform>();
+    capture->samples = DSO::Workbench::Simulate(
+        levels, 2, {.samplesPerUi = samplesPerUi, .lossDb = 3.0, .noiseRms = 0.01, .lengthUi = lengthUi});
+    return capture.release();
+}
+
+TARNWICK_EXPORT int bench_capture_count(const DSO::Workbench::Waveform* capture)
+{
+    return static_cast<int>(capture->samples.size());
+}
+
+/// The whole acquisition; the samples per UI that it finds.
+TARNWICK_EXPORT double bench_lock(const DSO::Workbench::Waveform* capture)
+{
+    return DSO::Workbench::Lock(*capture, {}, "capture").report.samplesPerUi;
+}
+
+TARNWICK_EXPORT void bench_capture_destroy(DSO::Workbench::Waveform* capture)
+{
+    delete capture;  // NOLINT(cppcoreguidelines-owning-memory)
 }
 
 TARNWICK_EXPORT Job* bench_bessel_thomson(int patternLengthUi, int samplesPerUi, int repetitions)

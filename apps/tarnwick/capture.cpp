@@ -6,7 +6,6 @@
 
 namespace Tarnwick::App {
 
-using DSO::Workbench::Chain;
 using DSO::Workbench::Waveform;
 
 void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
@@ -38,16 +37,6 @@ Waveform ReadCapture(const CaptureOptions& options)
     Waveform capture = DSO::Workbench::ReadCapture(source);
     PrintNotes(capture.notes);
     return capture;
-}
-
-void WarnOfInterval(const Waveform& capture, const Chain& chain, const CaptureOptions& options)
-{
-    PrintNote(IntervalNote(capture, chain, options.name));
-}
-
-void KeepWholeRepetitions(std::vector<double>& samples, const Chain& chain, const CaptureOptions& options)
-{
-    PrintNote(DSO::Workbench::KeepWholeRepetitions(samples, chain, options.name));
 }
 
 }  // namespace Tarnwick::App

@@ -2,12 +2,10 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "workbench/captures.h"
-#include "workbench/chain.h"
 #include "workbench/waveform.h"
 
 namespace Tarnwick::App {
@@ -24,13 +22,5 @@ void AddCaptureOptions(CLI::App& command, CaptureOptions& options);
 
 /// The capture that the options name; notes go to stderr.
 DSO::Workbench::Waveform ReadCapture(const CaptureOptions& options);
-
-/// DSO::Workbench::IntervalNote to stderr.
-void WarnOfInterval(const DSO::Workbench::Waveform& capture, const DSO::Workbench::Chain& chain,
-                    const CaptureOptions& options);
-
-/// DSO::Workbench::KeepWholeRepetitions; its note goes to stderr.
-void KeepWholeRepetitions(std::vector<double>& samples, const DSO::Workbench::Chain& chain,
-                          const CaptureOptions& options);
 
 }  // namespace Tarnwick::App

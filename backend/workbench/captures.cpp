@@ -31,17 +31,6 @@ Waveform ReadCapture(const CaptureSource& source)
     return capture;
 }
 
-std::optional<std::string> IntervalNote(const Waveform& capture, const Chain& chain, const std::string& name)
-{
-    constexpr double kTolerance = 0.01;  // times in a text file are rounded
-    const double symbolRateGBd = chain.Device().baudRateGBd;
-    const double ofTimes = 1e-9 / (symbolRateGBd * capture.interval);
-    if (!std::isfinite(ofTimes) || std::abs(ofTimes - chain.SamplesPerUi()) <= kTolerance * ofTimes)
-        return std::nullopt;
-    return fmt::format("{}: its times give {:.4g} samples per UI at {} GBd; {} says {:.4g}", name, ofTimes,
-                       symbolRateGBd, chain.Name(), chain.SamplesPerUi());
-}
-
 std::optional<std::string> KeepWholeRepetitions(std::vector<double>& samples, const Chain& chain,
                                                 const std::string& name)
 {

@@ -22,12 +22,6 @@ struct CaptureSource {
 /// @throws DataFailure  naming the file; also for two lengths, and for more samples than a filter can take (2^31 - 1)
 TARNWICK_WORKBENCH_API Waveform ReadCapture(const CaptureSource& source);
 
-/// A note when the capture's times give other samples per UI than the chain, by more than 1 %: most likely the chain file
-/// was made for another capture.
-/// @param name  the capture's, for the note
-TARNWICK_WORKBENCH_API std::optional<std::string> IntervalNote(const Waveform& capture, const Chain& chain,
-                                                               const std::string& name);
-
 /// Drops what follows the last whole repetition of the chain's pattern, which filters leave out. A capture without a whole
 /// repetition stays as it is, and so does one with a fractional number of samples per UI.
 /// @param samples  [V]

@@ -79,6 +79,24 @@ void ReadChainDevice(const ChainFile& file, std::size_t sampleCount, DeviceConfi
     ReadDevice(content, top, sampleCount, config);
 }
 
+bool NeedsTiming(const ChainFile& file)
+{
+    const json& content = JsonOf(file);
+    if (!content.is_object() || !content.contains("filters") || !content["filters"].is_array())
+        return true;
+    const auto needsTiming = [](const json& settings) {
+        if (!settings.is_object() || !settings.contains("type"))
+            return true;
+        if (settings.contains("enabled") && settings["enabled"] == false)
+            return false;
+        const auto types = StageTypes();
+        const auto type = std::find_if(types.begin(), types.end(),
+                                       [&](const StageType& one) { return settings["type"] == one.name; });
+        return type == types.end() || type->needsTiming;
+    };
+    return std::any_of(content["filters"].begin(), content["filters"].end(), needsTiming);
+}
+
 std::vector<StagePlan> PlanStages(const ChainFile& file, DeviceConfiguration& config)
 {
     const Place place{file.Name(), "filters"};

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "filters/filters.h"
 #include "framework/export.h"
 #include "workbench/correctedchannel.h"
+#include "workbench/validpart.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -50,9 +52,13 @@ struct Stage {
     std::vector<std::string> notes;  ///< what was assumed about them, and what has no effect, for the user to read
     bool adaptive = false;           ///< it fits itself to the capture; an impulse cannot stand in for that
     bool needsSymbols = false;       ///< it needs the pattern's symbols, given or found in the capture
-    /// What the filter has found, for reports: a JSON object as text, from the samples that the stage made [V]. Empty for
-    /// a filter that finds nothing. To be called after the stage has run.
-    std::function<std::string(std::span<const double> filtered)> findings;
+    /// [UI] from the first tap to the last of an equaliser; 0: how far the stage reaches is seen by its response to an impulse
+    std::size_t spanUi = 0;
+    /// Of its parameters, where it has such: the UI at both ends of the record that a fit leaves out.
+    std::int32_t* ignoredUi = nullptr;
+    /// What the filter has found, for reports: a JSON object as text, from the samples that the stage made [V] and the part of
+    /// them that is valid. Empty for a filter that finds nothing. To be called after the stage has run.
+    std::function<std::string(std::span<const double> filtered, ValidPart valid)> findings;
     std::optional<ChannelMeasurement> channel;  ///< the measured channel that it corrects
     std::unique_ptr<SystemFramework::BaseFilterParameters> parameters;
     std::unique_ptr<SystemFramework::BaseFilter> filter;

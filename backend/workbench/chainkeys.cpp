@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -62,6 +63,8 @@ std::vector<ChainKeyGroup> ChainKeys()
 {
     std::vector<ChainKeyGroup> groups;
     groups.push_back({"device", "how the instrument was set", false, KeysOf(DeviceFields(), DeviceConfiguration())});
+    for (ChainKey& key : KeysOf(AcquisitionFields(), AcquisitionKeys()))
+        groups.back().keys.push_back(std::move(key));
     ChainKeyGroup common{"every filter", "in addition to the keys of its type", false, {}};
     for (const auto& field : CommonFields()) {
         common.keys.push_back(KeyOf(field, BaseFilterParameters()));

@@ -34,7 +34,7 @@ std::size_t MostAgreements(const Tally& tally, std::span<const int> pattern)
 }  // namespace
 
 DecisionCount CountDecisions(std::span<const double> samples, std::span<const int> pattern, int levelCount,
-                             double samplesPerUi, double delay)
+                             double samplesPerUi, double delay, std::size_t ignoredUi)
 {
     const double period = samplesPerUi * static_cast<double>(pattern.size());
     // A period with a fraction of a sample may be cut one sample short.
@@ -43,6 +43,7 @@ DecisionCount CountDecisions(std::span<const double> samples, std::span<const in
 
     // Without taps the equaliser is a slicer, whose passes find the levels.
     DSO::Maths::DecisionFeedback slicer({}, levelCount, {pattern.size(), samplesPerUi});
+    std::size_t decisions = 0;
     Tally tally(static_cast<std::size_t>(levelCount), std::vector<double>(pattern.size(), 0.0));
     std::vector<double> unchanged(static_cast<std::size_t>(period) + 1);
     for (std::size_t r = 0; r < repetitions; ++r) {
@@ -51,10 +52,14 @@ DecisionCount CountDecisions(std::span<const double> samples, std::span<const in
         const auto end = std::min(samples.size(), static_cast<std::size_t>(position + period));
         slicer.Equalise(samples.subspan(begin, end - begin), delay + position - static_cast<double>(begin),
                         std::span(unchanged).first(end - begin));
-        for (std::size_t i = 0; i < pattern.size(); ++i)
+        const std::size_t first = r * pattern.size();
+        for (std::size_t i = 0; i < pattern.size(); ++i) {
+            if (first + i < ignoredUi || first + i + ignoredUi >= repetitions * pattern.size())
+                continue;
             tally[static_cast<std::size_t>(slicer.Decisions()[i])][i] += 1.0;
+            ++decisions;
+        }
     }
-    const std::size_t decisions = repetitions * pattern.size();
     return {decisions, decisions == 0 ? 0 : decisions - MostAgreements(tally, pattern)};
 }
 

@@ -9,14 +9,9 @@
 #include <vector>
 
 #include "framework/export.h"
+#include "workbench/validpart.h"
 
 namespace Tarnwick::DSO::Workbench {
-
-/// The samples of a record that figures may come from.
-struct ValidPart {
-    std::size_t first = 0;
-    std::size_t count = 0;
-};
 
 /// What is known of a waveform whose eyes are measured.
 struct EyeSettings {

@@ -191,12 +191,4 @@ EyeSettings EyeSettingsOf(const Chain& chain)
     return settings;
 }
 
-void RequireEyes(const Chain& chain, const std::string& name, const std::string& user)
-{
-    if (LevelCount(chain.Device().signalCoding) < 2)
-        throw UsageFailure(fmt::format("{}: device.signalCoding: is missing; {} needs it", name, user));
-    if (chain.SamplesPerUi() < 1.0)
-        throw UsageFailure(fmt::format("{}: device.samplesPerUi: is missing; {} needs it", name, user));
-}
-
 }  // namespace Tarnwick::DSO::Workbench

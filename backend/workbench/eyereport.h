@@ -35,9 +35,4 @@ TARNWICK_WORKBENCH_API std::string EyeAsJson(const LockedCapture& capture, const
 /// @param chain  knows the line coding and the samples per UI
 TARNWICK_WORKBENCH_API EyeSettings EyeSettingsOf(const Chain& chain);
 
-/// @param name  the chain file's, for messages
-/// @param user  what needs the eyes, for messages
-/// @throws UsageFailure  the line coding or the samples per UI are not known
-TARNWICK_WORKBENCH_API void RequireEyes(const Chain& chain, const std::string& name, const std::string& user);
-
 }  // namespace Tarnwick::DSO::Workbench

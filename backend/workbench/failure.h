@@ -12,6 +12,11 @@ struct TARNWICK_WORKBENCH_API DataFailure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// No symbol clock can be found in a capture, or be followed.
+struct TARNWICK_WORKBENCH_API NoClockFailure : DataFailure {
+    using DataFailure::DataFailure;
+};
+
 /// A wrong setting: the command line or the chain file. The program ends with status 2.
 struct TARNWICK_WORKBENCH_API UsageFailure : std::runtime_error {
     using std::runtime_error::runtime_error;

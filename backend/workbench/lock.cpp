@@ -24,6 +24,7 @@ namespace {
 constexpr int kSamplesPerUiOut = 16;      // of a record that has to be resampled
 constexpr std::size_t kFewestUi = 200;    // for a clock that is to be found
 constexpr double kRateToleranceUi = 0.1;  // over the record
+constexpr double kTimeTolerance = 0.01;   // times in a text file are rounded
 
 // What the steps of the acquisition hand on.
 struct State {
@@ -125,8 +126,14 @@ void LockClock(const Waveform& capture, State& state)
     const bool tracked = facts.clock == ClockKind::Tracked;
 
     double given = facts.samplesPerUi;
-    if (given <= 0.0 && facts.symbolRateGBd > 0.0 && capture.interval > 0.0)
-        given = 1e-9 / (facts.symbolRateGBd * capture.interval);
+    if (facts.symbolRateGBd > 0.0 && capture.interval > 0.0) {
+        const double ofTimes = 1e-9 / (facts.symbolRateGBd * capture.interval);
+        if (given <= 0.0)
+            given = ofTimes;
+        else if (std::abs(ofTimes - given) > kTimeTolerance * ofTimes)
+            state.Warn(fmt::format("{}: its times give {:.4g} samples per UI at {} GBd; it is said to have {:.4g}",
+                                   state.name, ofTimes, facts.symbolRateGBd, given));
+    }
     Maths::RecoveredClock clock;
     std::optional<std::size_t> whole;
     if (given > 0.0) {
@@ -142,7 +149,7 @@ void LockClock(const Waveform& capture, State& state)
         clock = Maths::RecoverClock(samples, search);
         report.clockScore = clock.score;
         if (!clock.found)
-            throw DataFailure(
+            throw NoClockFailure(
                 fmt::format("{}: no clock found: the line at the symbol rate stands {:.2g} times above its "
                             "neighbourhood, expected {} or "
                             "more; give the samples per UI",
@@ -150,7 +157,7 @@ void LockClock(const Waveform& capture, State& state)
         report.samplesPerUi = clock.clock.samplesPerUi;
         const double ui = static_cast<double>(samples.size()) / report.samplesPerUi;
         if (ui < static_cast<double>(kFewestUi))
-            throw DataFailure(
+            throw NoClockFailure(
                 fmt::format("{}: holds {:.4g} UI; expected at least {} to find its clock; give the samples per UI",
                             state.name, ui, kFewestUi));
         whole = Maths::WholeSamplesPerUi(report.samplesPerUi, samples.size());
@@ -173,7 +180,8 @@ void LockClock(const Waveform& capture, State& state)
         return;
     }
     if (!clock.found)
-        throw DataFailure(fmt::format("{}: is too short to be resampled: no clock phase can be made out", state.name));
+        throw NoClockFailure(
+            fmt::format("{}: is too short to be resampled: no clock phase can be made out", state.name));
     Maths::AlignedRecord aligned = Maths::ResampledAlong(clock.clock, samples, wanted);
     report.resampled = true;
     report.firstSample = static_cast<std::size_t>(std::max(0.0, std::round(aligned.firstPosition)));
@@ -203,9 +211,15 @@ void DecideSymbols(State& state)
     if (facts.pattern.empty())
         return;
     const Maths::SymbolAgreement agreement = Maths::CompareSymbols(state.decision.symbols, facts.pattern, levels);
-    if (agreement.share < Maths::kLeastAgreement)
+    if (agreement.share >= Maths::kLeastAgreement) {
+        for (std::size_t i = 0; i < state.decision.symbols.size(); ++i) {
+            const int sent = facts.pattern[(i + agreement.shift) % facts.pattern.size()];
+            state.decision.symbols[i] = agreement.inverted ? levels - 1 - sent : sent;
+        }
+    } else {
         state.Warn(fmt::format("{}: {:.3g} % of its symbols are those of the given pattern; expected at least {:.3g} %",
                                state.name, 100.0 * agreement.share, 100.0 * Maths::kLeastAgreement));
+    }
 }
 
 Maths::CapturedSymbols SymbolsOf(const State& state)

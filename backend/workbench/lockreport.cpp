@@ -5,9 +5,9 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "maths/patterns/codings.h"
 #include "workbench/lock.h"
 #include "workbench/pattern.h"
+#include "workbench/plumbing/device.h"
 #include "workbench/plumbing/reportrows.h"
 #include "workbench/symbols.h"
 
@@ -90,20 +90,13 @@ std::string LockAsJson(const LockReport& report)
 
 std::string ChainFileFor(const LockedCapture& capture)
 {
-    const LockReport& report = capture.report;
-    ordered_json device;
-    if (report.symbolRateGBd > 0.0)
-        device["baudRateGBd"] = report.symbolRateGBd;
-    device["samplesPerUi"] = report.samplesPerUiOut;
-    if (report.coding != SIGNAL_CODING_UNKNOWN)
-        device["signalCoding"] = NameOf(report.coding);
-    device["patternLengthUi"] = report.mode == RecordKind::Periodic
-                                    ? static_cast<std::size_t>(report.periodUi)
-                                    : capture.samples.size() / static_cast<std::size_t>(report.samplesPerUiOut);
-    if (!capture.symbols.empty())
-        device["patternSymbols"] =
-            Maths::SymbolsOf(capture.symbols, Maths::Alphabet(report.coding, Maths::SymbolMap::Gray, {}));
-    return ordered_json{{"device", std::move(device)}, {"filters", ordered_json::array()}}.dump(4) + "\n";
+    nlohmann::json device = LockedDevice(capture, false);
+    if (capture.report.mode == RecordKind::SingleShot) {
+        device["record"] = "single-shot";
+        device.erase("patternLengthUi");
+        device.erase("patternSymbols");
+    }
+    return nlohmann::json{{"device", std::move(device)}, {"filters", nlohmann::json::array()}}.dump(4) + "\n";
 }
 
 }  // namespace Tarnwick::DSO::Workbench

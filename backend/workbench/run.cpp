@@ -13,10 +13,10 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "maths/captures/recordseam.h"
 #include "workbench/acquisition.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
-#include "workbench/pattern.h"
 #include "workbench/plumbing/eyejson.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -47,6 +47,65 @@ bool AreZero(const std::vector<double>& values)
     return std::all_of(values.begin(), values.end(), [](double value) { return value == 0.0; });
 }
 
+struct Release {
+    void operator()(double* array) const { ::operator delete(array); }
+};
+
+// The prepared filter on samples; null where the filter says that they are fewer than one repetition.
+std::unique_ptr<double[], Release> Applied(Stage& stage, std::vector<double>& samples, const std::string& chain,
+                                           const std::string& capture)
+{
+    SignalData signal;
+    signal.sampleCount = static_cast<std::int32_t>(samples.size());
+    signal.samples = samples.data();
+    try {
+        return std::unique_ptr<double[], Release>(stage.filter->Apply(&signal));
+    } catch (const std::invalid_argument& failure) {
+        // A filter names what it refuses: the record's length, or a size that the device gives.
+        if (std::string_view(failure.what()).find("sampleCount") == std::string_view::npos)
+            throw UsageFailure(fmt::format("{}: {}: {}", chain, stage.place, failure.what()));
+        throw DataFailure(fmt::format("{}: {}: {}", capture, stage.place, failure.what()));
+    }
+}
+
+// How far a stage that has run carries a record, by its response to an impulse.
+std::size_t ReachOf(Stage& stage, std::span<const double> record, std::size_t samplesPerUi, const std::string& chain,
+                    const std::string& capture)
+{
+    // In the middle: a filter need not take the record for a circle.
+    const std::size_t count = record.size();
+    std::vector<double> impulse(count, 0.0);
+    impulse[count / 2] = 1.0;
+    const auto response = Applied(stage, impulse, chain, capture);
+    if (!response)
+        return 1;
+    std::rotate_copy(response.get(), response.get() + count / 2, response.get() + count, impulse.begin());
+    const auto largest =
+        std::max_element(impulse.begin(), impulse.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
+    return Maths::ReachUi(record, impulse, samplesPerUi, largest - impulse.begin());
+}
+
+StageReport Describe(const std::string& name, const PassingRecord& record, EyeSettings eyes, bool withBathtub,
+                     const Chain& chain, double seconds = 0.0)
+{
+    StageReport report;
+    report.name = name;
+    report.samples = record.samples.size();
+    report.repetitions = chain.Device().patternRepeats;
+    report.eye.valid = record.Valid(eyes.samplesPerUi);
+    const SampleStatistics statistics = StatisticsOf(report.eye.valid.Of(record.samples));
+    report.mean = statistics.mean;
+    report.rms = statistics.rms;
+    report.peakToPeak = statistics.high - statistics.low;
+    if (eyes.levelCount > 1 && eyes.samplesPerUi >= 1.0) {
+        eyes.valid = report.eye.valid;
+        eyes.withBathtub = withBathtub;
+        report.eye = MeasureEyes(record.samples, eyes);
+    }
+    report.seconds = seconds;
+    return report;
+}
+
 }  // namespace
 
 std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
@@ -64,18 +123,7 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
     } catch (const std::runtime_error& failure) {  // what a filter makes of the files that it was given
         throw DataFailure(fmt::format("{}: {}: {}", chain, stage.place, failure.what()));
     }
-    struct Release {
-        void operator()(double* array) const { ::operator delete(array); }
-    };
-    std::unique_ptr<double[], Release> result;
-    try {
-        result.reset(stage.filter->Apply(&signal));
-    } catch (const std::invalid_argument& failure) {
-        // A filter names what it refuses: the record's length, or a size that the device gives.
-        if (std::string_view(failure.what()).find("sampleCount") == std::string_view::npos)
-            throw UsageFailure(fmt::format("{}: {}: {}", chain, stage.place, failure.what()));
-        throw DataFailure(fmt::format("{}: {}: {}", capture, stage.place, failure.what()));
-    }
+    const auto result = Applied(stage, samples, chain, capture);
     if (!result)
         throw DataFailure(fmt::format("{}: {}: {} samples are fewer than one repetition of the pattern", capture,
                                       stage.place, samples.size()));
@@ -96,24 +144,41 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
     return filtered;
 }
 
-StageReport Describe(const std::string& name, std::span<const double> samples, const Chain& chain, double seconds)
+ValidPart PassingRecord::Valid(double samplesPerUi) const
 {
-    StageReport report;
-    report.name = name;
-    report.samples = samples.size();
-    report.repetitions = chain.Device().patternRepeats;
-    const SampleStatistics statistics = StatisticsOf(samples);
-    report.mean = statistics.mean;
-    report.rms = statistics.rms;
-    report.peakToPeak = statistics.high - statistics.low;
-    const int levels = LevelCount(chain.Device().signalCoding);
-    if (levels > 1 && chain.SamplesPerUi() >= 1.0)
-        report.eye = MeasureEyes(samples, EyeSettingsOf(chain));
-    report.seconds = seconds;
-    return report;
+    const auto ends = circular ? 0 : reachUi * static_cast<std::size_t>(samplesPerUi);
+    return {ends, samples.size() - 2 * ends};
 }
 
-ChainResult RunChain(Chain& chain, std::span<const double> capture, const std::string& name,
+double PassStage(Stage& stage, PassingRecord& record, const Chain& chain, const std::string& capture)
+{
+    const bool hasEnds = !record.circular && chain.SamplesPerUi() >= 1.0;
+    const auto samplesPerUi = static_cast<std::size_t>(chain.SamplesPerUi());
+    const auto grow = [&](std::size_t byUi) {
+        const std::size_t uiCount = record.samples.size() / samplesPerUi;
+        record.reachUi += byUi;
+        if (4 * record.reachUi > uiCount)
+            throw DataFailure(
+                fmt::format("{}: {}: carries the ends of a single shot {} UI into it, {} with the stages before; "
+                            "expected at most a "
+                            "quarter of its {} UI",
+                            capture, stage.place, byUi, record.reachUi, uiCount));
+    };
+    if (hasEnds && stage.spanUi > 0) {
+        grow(stage.spanUi);
+        if (stage.ignoredUi != nullptr)
+            *stage.ignoredUi = std::max(*stage.ignoredUi, static_cast<std::int32_t>(record.reachUi));
+    }
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<double> filtered = RunStage(stage, record.samples, chain.Name(), capture);
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    if (hasEnds && stage.spanUi == 0)
+        grow(ReachOf(stage, record.samples, samplesPerUi, chain.Name(), capture));
+    record.samples = std::move(filtered);
+    return taken.count();
+}
+
+ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSettings& eyes, const std::string& name,
                      const std::function<void(const std::string&)>& begin)
 {
     const auto tell = [&](const std::string& stage) {
@@ -121,22 +186,29 @@ ChainResult RunChain(Chain& chain, std::span<const double> capture, const std::s
             begin(stage);
     };
     ChainResult result;
-    result.samples.assign(capture.begin(), capture.end());
+    PassingRecord passing{{record.begin(), record.end()}, eyes.circular, 0};
     tell("capture");
-    result.stages.push_back(Describe("capture", capture, chain));
+    result.stages.push_back(Describe("capture", passing, eyes, eyes.withBathtub, chain));
     for (Stage& stage : chain.Stages()) {
         tell(stage.name);
-        const auto start = std::chrono::steady_clock::now();
-        result.samples = RunStage(stage, result.samples, chain.Name(), name);
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-        result.stages.push_back(Describe(stage.name, result.samples, chain, taken.count()));
+        const double seconds = PassStage(stage, passing, chain, name);
+        const bool withBathtub = eyes.withBathtub && &stage == &chain.Stages().back();
+        result.stages.push_back(Describe(stage.name, passing, eyes, withBathtub, chain, seconds));
         if (stage.findings)
-            result.stages.back().findings = stage.findings(result.samples);
+            result.stages.back().findings = stage.findings(passing.samples, result.stages.back().eye.valid);
     }
+    result.samples = std::move(passing.samples);
+    result.valid = result.stages.back().eye.valid;
     return result;
 }
 
-std::string ReportAsJson(std::span<const StageReport> stages)
+ChainResult RunChain(Chain& chain, std::span<const double> record, const std::string& name,
+                     const std::function<void(const std::string&)>& begin)
+{
+    return RunChain(chain, record, EyeSettingsOf(chain), name, begin);
+}
+
+std::string ReportAsJson(std::span<const StageReport> stages, const std::optional<LockReport>& acquisition)
 {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
     for (const StageReport& stage : stages) {
@@ -154,7 +226,11 @@ std::string ReportAsJson(std::span<const StageReport> stages)
         if (!stage.findings.empty())
             list.back().update(nlohmann::ordered_json::parse(stage.findings));
     }
-    return nlohmann::ordered_json{{"stages", list}}.dump(2);
+    nlohmann::ordered_json report = nlohmann::ordered_json::object();
+    if (acquisition)
+        report["acquisition"] = nlohmann::ordered_json::parse(LockAsJson(*acquisition));
+    report["stages"] = std::move(list);
+    return report.dump(2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -10,6 +11,8 @@
 #include "framework/export.h"
 #include "workbench/chain.h"
 #include "workbench/eye.h"
+#include "workbench/lock.h"
+#include "workbench/validpart.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -24,41 +27,66 @@ namespace Tarnwick::DSO::Workbench {
 TARNWICK_WORKBENCH_API std::vector<double> RunStage(Stage& stage, std::vector<double>& samples,
                                                     const std::string& chain, const std::string& capture);
 
+/// A waveform on its way through the stages of a chain.
+struct TARNWICK_WORKBENCH_API PassingRecord {
+    std::vector<double> samples;  ///< [V]
+    bool circular = true;         ///< whole periods; false: a single shot, which stages filter as one circular piece
+    std::size_t reachUi = 0;  ///< [UI] at either end of a single shot that the stages so far have carried the seam to
+
+    /// All of whole periods; of a single shot what the seam has not reached.
+    ValidPart Valid(double samplesPerUi) const;
+};
+
+/// The record through a stage, as RunStage; of a single shot its reach grows by the stage's: by the span of the taps of an
+/// equaliser, whose fit leaves these ends out, and otherwise by how far the stage carries this record, as its response to
+/// an impulse says (a thousandth of the record's rms may come from farther away).
+/// @param record   of a single shot whole UI
+/// @param chain    the stage's
+/// @param capture  the capture's name, for messages
+/// @return [s] that the filter took
+/// @throws UsageFailure  as RunStage
+/// @throws DataFailure   as RunStage; or the ends are more than half of a single shot
+TARNWICK_WORKBENCH_API double PassStage(Stage& stage, PassingRecord& record, const Chain& chain,
+                                        const std::string& capture);
+
 /// What is known of a waveform: the capture, or what a stage has made of it.
 struct StageReport {
     std::string name;         ///< the stage's type; "capture" for the first
     std::size_t samples = 0;  ///< how many there are
     int repetitions = 0;      ///< of the pattern, as the chain counts them
-    double mean = 0.0;        ///< [V]
+    double mean = 0.0;        ///< [V] of the valid part, as the other figures
     double rms = 0.0;         ///< [V] of the samples themselves, their mean included
     double peakToPeak = 0.0;  ///< [V]
-    EyeReport eye;            ///< without levels when the chain does not name the coding or the samples per UI
+    EyeReport eye;            ///< with the valid part; without levels when coding or samples per UI are not known
     double seconds = 0.0;     ///< [s] that the filter took
     std::string findings;     ///< what the filter has found: a JSON object as text; empty: nothing
 };
 
-/// @param samples  [V] at least one
-/// @param seconds  [s] that it took to make them
-TARNWICK_WORKBENCH_API StageReport Describe(const std::string& name, std::span<const double> samples,
-                                            const Chain& chain, double seconds = 0.0);
-
 struct ChainResult {
     std::vector<double> samples;      ///< [V] behind the last stage
+    ValidPart valid;                  ///< of them
     std::vector<StageReport> stages;  ///< the first is the capture as read
 };
 
 /// Runs every stage and describes the waveform behind each.
-/// @param capture  [V] at least one sample, as many as the chain was made for
-/// @param name     the capture's, for messages
-/// @param begin    is told the name of each stage before it runs, "capture" first; may be empty
-/// @throws UsageFailure  @throws DataFailure  as RunStage
-TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double> capture, const std::string& name,
+/// @param record  [V] at least one sample, as many as the chain was made for
+/// @param eyes    what the eyes are measured with; with the bathtub it is measured in front of and behind the chain
+/// @param name    the capture's, for messages
+/// @param begin   is told the name of each stage before it runs, "capture" first; may be empty
+/// @throws UsageFailure  @throws DataFailure  as PassStage
+TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSettings& eyes,
+                                            const std::string& name,
                                             const std::function<void(const std::string& stage)>& begin = {});
 
-/// {"stages": [{"name", "samples", "repetitions", "mean", "rms", "peakToPeak", "levels", "eyes", "phaseUi", "seconds",
-/// "ber", "noiseRms", "symbolsKnown", "valid", ...}]} as JSON text, indented by two; an eye is {"height", "openingPercent",
-/// "widthUi", "widthPs", "threshold", "heightAtBer", "q"}. What a filter has found follows under its own keys. Not a number
-/// and infinity are null.
-TARNWICK_WORKBENCH_API std::string ReportAsJson(std::span<const StageReport> stages);
+/// The same of whole periods of the pattern that the chain's device describes.
+TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double> record, const std::string& name,
+                                            const std::function<void(const std::string& stage)>& begin = {});
+
+/// {"acquisition": as LockAsJson, left out where there was none, "stages": [{"name", "samples", "repetitions", "mean", "rms",
+/// "peakToPeak", "levels", "eyes", "phaseUi", "seconds", "ber", "noiseRms", "symbolsKnown", "valid", ...}]} as JSON text,
+/// indented by two; an eye is {"height", "openingPercent", "widthUi", "widthPs", "threshold", "heightAtBer", "q"}. What a
+/// filter has found follows under its own keys. Not a number and infinity are null.
+TARNWICK_WORKBENCH_API std::string ReportAsJson(std::span<const StageReport> stages,
+                                                const std::optional<LockReport>& acquisition = std::nullopt);
 
 }  // namespace Tarnwick::DSO::Workbench

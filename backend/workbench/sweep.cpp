@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <numeric>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -13,7 +14,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "workbench/eyereport.h"
+#include "workbench/chaininput.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/plumbing/text.h"
@@ -166,8 +167,7 @@ public:
         RequireFilters();
         for (const SweepAxis& axis : input_.axes)
             SetKey(chain_, chainName_, axis.path, axis.values.front());
-        std::vector<double> samples = input_.samples;
-        Descend(0, samples, 0);
+        Descend(0, {}, 0);
         return std::move(runs_);
     }
 
@@ -176,22 +176,60 @@ private:
     void RequireFilters() const
     {
         if (!chain_.is_object() || !chain_.contains("filters") || !chain_["filters"].is_array())
-            (void)Chain(input_.chain, input_.samples.size());
+            (void)Chain(input_.chain, input_.capture.samples.size());
     }
 
-    // The axes from `depth` on have no value yet; `samples` are those behind the filters before `from`.
-    void Descend(std::size_t depth, std::vector<double>& samples, std::size_t from)
+    bool IsOfFilter(std::size_t depth) const
     {
+        return depth == order_.size() || FilterOf(input_.axes[order_[depth]]).has_value();
+    }
+
+    // With the device as the axes have it by now.
+    PassingRecord Acquire()
+    {
+        ChainInput input = InputFor(ChainFileOf(chain_, chainName_), input_.capture, input_.facts, input_.captureName);
+        for (const std::string& note : input.notes)
+            if (observer_.note && told_.insert(note).second)
+                observer_.note(note);
+        RequireEyes(input, input_.captureName, "sweep");
+        device_ = JsonOf(input.chain)["device"];
+        eyes_ = std::move(input.eyes);
+        return {std::move(input.samples), eyes_.circular, 0};
+    }
+
+    json WithDevice() const
+    {
+        json chain = chain_;
+        chain["device"] = device_;
+        return chain;
+    }
+
+    // The axes from `depth` on have no value yet; the record is that behind the filters before `from`, and empty as long as an
+    // axis of the device is among them.
+    void Descend(std::size_t depth, const PassingRecord& before, std::size_t from)
+    {
+        PassingRecord acquired;
+        if (before.samples.empty() && IsOfFilter(depth)) {
+            try {
+                acquired = Acquire();
+            } catch (const std::runtime_error& failure) {
+                if (depth == 0 || !IsRefusal(failure))
+                    throw;
+                RefuseFrom(depth, failure);
+                return;
+            }
+        }
+        const PassingRecord& record = acquired.samples.empty() ? before : acquired;
         if (depth == order_.size()) {
-            RunRest(samples, from);
+            RunRest(record, from);
             return;
         }
         const std::size_t axis = order_[depth];
         const std::size_t to = FilterOf(input_.axes[axis]).value_or(0);
-        std::vector<double> reached;
+        PassingRecord reached;
         if (to > from) {
             try {
-                reached = RunUpTo(samples, from, to);
+                reached = RunUpTo(record, from, to);
             } catch (const std::runtime_error& failure) {
                 // Before the first change the failure has nothing to do with any value.
                 if (depth == 0 || !IsRefusal(failure))
@@ -203,40 +241,40 @@ private:
         for (std::size_t k = 0; k < input_.axes[axis].values.size(); ++k) {
             choice_[axis] = k;
             SetKey(chain_, chainName_, input_.axes[axis].path, input_.axes[axis].values[k]);
-            Descend(depth + 1, to > from ? reached : samples, std::max(from, to));
+            Descend(depth + 1, to > from ? reached : record, std::max(from, to));
         }
     }
 
     // With the chain cut off behind filter `to` - 1: a refusal further down concerns other values.
-    std::vector<double> RunUpTo(std::vector<double>& samples, std::size_t from, std::size_t to) const
+    PassingRecord RunUpTo(const PassingRecord& record, std::size_t from, std::size_t to) const
     {
-        json head = chain_;
+        json head = WithDevice();
         json& filters = head["filters"];
         filters.erase(filters.begin() + static_cast<std::ptrdiff_t>(to), filters.end());
-        Chain chain(ChainFileOf(std::move(head), chainName_), samples.size());
-        return RunFrom(chain, samples, from);
+        Chain chain(ChainFileOf(std::move(head), chainName_), record.samples.size());
+        return RunFrom(chain, record, from);
     }
 
-    std::vector<double> RunFrom(Chain& chain, std::vector<double>& samples, std::size_t from) const
+    PassingRecord RunFrom(Chain& chain, PassingRecord record, std::size_t from) const
     {
-        std::vector<double> filtered;
         for (Stage& stage : chain.Stages())
             if (stage.index >= from)
-                filtered = RunStage(stage, filtered.empty() ? samples : filtered, chainName_, input_.captureName);
-        return filtered.empty() ? samples : filtered;
+                PassStage(stage, record, chain, input_.captureName);
+        return record;
     }
 
-    void RunRest(std::vector<double>& samples, std::size_t from)
+    void RunRest(const PassingRecord& record, std::size_t from)
     {
         const std::size_t index = RunIndex();
         SweepRun& run = runs_[index];
         observer_.begin(index, run.values);
         try {
-            Chain chain(ChainFileOf(chain_, chainName_), samples.size());
-            RequireEyes(chain, chainName_, "sweep");
-            const std::vector<double> filtered = RunFrom(chain, samples, from);
-            run.eye = MeasureEyes(filtered, EyeSettingsOf(chain));
-            observer_.end(index, run, filtered, chain.SamplesPerUi());
+            Chain chain(ChainFileOf(WithDevice(), chainName_), record.samples.size());
+            const PassingRecord filtered = RunFrom(chain, record, from);
+            EyeSettings eyes = eyes_;
+            eyes.valid = filtered.Valid(eyes.samplesPerUi);
+            run.eye = MeasureEyes(filtered.samples, eyes);
+            observer_.end(index, run, eyes.valid->Of(filtered.samples), eyes.samplesPerUi);
         } catch (const std::runtime_error& failure) {
             if (!IsRefusal(failure))
                 throw;
@@ -276,6 +314,9 @@ private:
     const SweepObserver& observer_;
     std::string chainName_;
     json chain_;
+    json device_;                      // completed for the record
+    EyeSettings eyes_;                 // of the record
+    std::set<std::string> told_;       // notes
     std::vector<std::size_t> choice_;  // of each axis
     std::vector<std::size_t> order_;   // axes by the filter they change
     std::vector<SweepRun> runs_;
@@ -361,17 +402,6 @@ std::vector<std::size_t> Ranking(std::span<const SweepRun> runs)
     std::stable_sort(ranking.begin(), ranking.end(),
                      [&](std::size_t a, std::size_t b) { return IsBetter(runs[a], runs[b]); });
     return ranking;
-}
-
-std::optional<ChainFile> FixedDevice(const SweepInput& input)
-{
-    const bool changesOnlyFilters = std::all_of(input.axes.begin(), input.axes.end(),
-                                                [](const SweepAxis& axis) { return FilterOf(axis).has_value(); });
-    json device = JsonOf(input.chain);
-    if (!changesOnlyFilters || !device.is_object())
-        return std::nullopt;
-    device["filters"] = json::array();
-    return ChainFileOf(std::move(device), input.chain.Name());
 }
 
 std::vector<SweepRun> Sweep(const SweepInput& input, const SweepObserver& observer)

@@ -11,6 +11,8 @@
 #include "framework/export.h"
 #include "workbench/chain.h"
 #include "workbench/eye.h"
+#include "workbench/lock.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -52,24 +54,24 @@ TARNWICK_WORKBENCH_API std::vector<std::size_t> Ranking(std::span<const SweepRun
 
 struct SweepInput {
     ChainFile chain;
-    std::string captureName;      ///< for messages
-    std::vector<double> samples;  ///< [V]
+    std::string captureName;  ///< for messages
+    Waveform capture;
+    CaptureFacts facts;  ///< of the capture; go before what the chain file says
     std::vector<SweepAxis> axes;
 };
-
-/// The chain file with its filters taken out, when the axes change nothing but filters: the device can then be checked
-/// before anything runs. Nothing when the device changes too, or the file is no JSON object.
-TARNWICK_WORKBENCH_API std::optional<ChainFile> FixedDevice(const SweepInput& input);
 
 /// Called as a sweep runs.
 struct SweepObserver {
     std::function<void(std::size_t run, const std::vector<std::string>& values)> begin;
+    /// Only for runs without an error; the samples are those that are valid, from the start of a UI on.
     std::function<void(std::size_t run, const SweepRun& result, std::span<const double> samples, double samplesPerUi)>
-        end;  ///< only for runs without an error
+        end;
+    /// What was found of the capture, assumed or left out, for the user; may be empty.
+    std::function<void(const std::string& note)> note;
 };
 
-/// Runs the chain with every combination of the values; the last axis changes fastest in the result. Filters before the
-/// first one that changes run once. A combination that a filter refuses has its error and stops none of the others.
+/// Runs the chain with every combination of the values; the last axis changes fastest in the result. The capture is
+/// locked once, or for each device that the axes make, and filters before the first one that changes run once. A combination that a filter refuses has its error and stops none of the others.
 /// @throws UsageFailure  a path that leads past the end of a list or through a value; what fails whatever the values are
 /// @throws DataFailure   what fails whatever the values are
 TARNWICK_WORKBENCH_API std::vector<SweepRun> Sweep(const SweepInput& input, const SweepObserver& observer);

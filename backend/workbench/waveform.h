@@ -14,10 +14,10 @@
 namespace Tarnwick::DSO::Workbench {
 
 struct Waveform {
-    std::vector<double> samples;     ///< [V]
-    double interval = 0.0;           ///< [s] from a column of times or as given; 0: not known
-    double start = 0.0;              ///< [s] the first of those times
-    std::vector<std::string> notes;  ///< what was passed over or assumed, for the user to read
+    std::vector<double> samples;          ///< [V]
+    double interval = 0.0;                ///< [s] from a column of times or as given; 0: not known
+    double start = 0.0;                   ///< [s] the first of those times
+    std::vector<std::string> notes = {};  ///< what was passed over or assumed, for the user to read
 };
 
 /// How to read what a file leaves open.

@@ -6,6 +6,7 @@
 #include "workbench/capturereport.h"
 #include "workbench/captures.h"
 #include "workbench/chain.h"
+#include "workbench/chaininput.h"
 #include "workbench/chainkeys.h"
 #include "workbench/chainresponse.h"
 #include "workbench/correctedchannel.h"
@@ -32,4 +33,5 @@
 #include "workbench/touchstonenormal.h"
 #include "workbench/transferfunction.h"
 #include "workbench/units.h"
+#include "workbench/validpart.h"
 #include "workbench/waveform.h"

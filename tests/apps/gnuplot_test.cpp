@@ -22,7 +22,7 @@ TEST(Gnuplot, WritesUnderAnyName)
 {
     const TestFolder folder;
     folder.Write("chain.json", R"({"device": {"samplesPerUi": 4, "signalCoding": "NRZ"}, "filters": []})");
-    folder.Write("capture.txt", "0\n1\n1\n1\n1\n0\n0\n0\n0\n1\n1\n1\n");
+    ASSERT_EQ(RunProgram(folder, "simulate --prbs 7 --coding NRZ --spu 4 -o capture.txt"), 0);
     for (const std::string name : {"plain", "|touch caught; true ", "~", "a`touch caught`$(touch caught)"}) {
         SCOPED_TRACE(name);
         ASSERT_EQ(RunProgram(folder, "apply chain.json capture.txt -o f.csv --eye '" + name + "'"), 0)

@@ -83,7 +83,7 @@ TEST(DeEmbeddingReport, OfAPadIsItsGainInTheBand)
     Chain chain(path, 1600);
     Stage& stage = chain.Stages().at(0);
     std::vector<double> samples(1600, 0.25);
-    const json found = json::parse(stage.findings(RunStage(stage, samples, "chain", "capture")));
+    const json found = json::parse(stage.findings(RunStage(stage, samples, "chain", "capture"), {}));
     EXPECT_NEAR(found["largestBoostDb"].get<double>(), 20.0, 1e-9);
     EXPECT_EQ(found["largestBoostGHz"], 0.0);
     // The sum over bins of 0.1 GHz against the integral.

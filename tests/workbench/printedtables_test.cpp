@@ -34,7 +34,7 @@ TEST(ChainKeys, SayUnitAndDefault)
         const char* unit;
         const char* defaultValue;
     } rows[] = {
-        {"device", "baudRateGBd", "number", "GBd", ""},
+        {"device", "baudRateGBd", "number", "GBd", "found in a capture with times"},
         {"device", "patternLocked", "true or false, or a list of four", "", "true"},
         {"every filter", "enabled", "true or false", "", "true"},
         {"every filter", "preserveNoise", "true or false", "", "false; deembedding: true"},

@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/failures.h"
-#include "workbench/eyereport.h"
+#include "workbench/chaininput.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/run.h"
@@ -96,8 +96,9 @@ SweepInput InputOver(std::initializer_list<const char*> axes)
 {
     SweepInput input{ChainFile::FromText(kChain, "chain.json"),
                      "capture.csv",
-                     Simulate(LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2,
-                              {.samplesPerUi = 8, .repetitions = 2, .lossDb = 6.0, .noiseRms = 0.01}),
+                     {.samples = Simulate(LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2,
+                                          {.samplesPerUi = 8, .repetitions = 2, .lossDb = 6.0, .noiseRms = 0.01})},
+                     {},
                      {}};
     for (const char* axis : axes)
         input.axes.push_back(ReadSweepAxis(axis));
@@ -105,7 +106,8 @@ SweepInput InputOver(std::initializer_list<const char*> axes)
 }
 
 const SweepObserver kNobody = {[](std::size_t, const std::vector<std::string>&) {},
-                               [](std::size_t, const SweepRun&, std::span<const double>, double) {}};
+                               [](std::size_t, const SweepRun&, std::span<const double>, double) {},
+                               {}};
 
 // What is kept from value to value changes nothing: each result is that of the whole chain with these values.
 TEST(Sweep, GivesWhatTheWholeChainGives)
@@ -142,12 +144,13 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
             json file = json::parse(kChain);
             for (std::size_t axis = 0; axis < input.axes.size(); ++axis)
                 file[pointerTo(input.axes[axis].path)] = json::parse(runs[run].values[axis]);
-            Chain chain(ChainFile::FromText(file.dump(), "chain.json"), input.samples.size());
-            std::vector<double> samples = input.samples;
-            for (Stage& stage : chain.Stages())
-                samples = RunStage(stage, samples, "chain.json", "capture.csv");
-            EXPECT_EQ(behind[run], samples) << "run " << run;
-            EXPECT_EQ(runs[run].SmallestHeight(), MeasureEyes(samples, EyeSettingsOf(chain)).eyes[0].height);
+            const ChainInput record =
+                InputFor(ChainFile::FromText(file.dump(), "chain.json"), input.capture, {}, "capture.csv");
+            Chain chain(record.chain, record.samples.size());
+            const ChainResult whole = RunChain(chain, record.samples, record.eyes, "capture.csv");
+            const std::span<const double> valid = whole.valid.Of(whole.samples);
+            EXPECT_EQ(behind[run], std::vector<double>(valid.begin(), valid.end())) << "run " << run;
+            EXPECT_EQ(runs[run].SmallestHeight(), whole.stages.back().eye.eyes[0].height);
         }
     }
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -11,16 +12,18 @@
 
 #include "capture.h"
 #include "commands/commands.h"
+#include "facts.h"
 #include "notes.h"
 #include "outputs.h"
 #include "pictures/bathtubplot.h"
 #include "pictures/eyeplot.h"
 #include "progress.h"
 #include "workbench/chain.h"
+#include "workbench/chaininput.h"
 #include "workbench/eye.h"
 #include "workbench/eyereport.h"
+#include "workbench/lock.h"
 #include "workbench/run.h"
-#include "workbench/symbols.h"
 #include "workbench/waveform.h"
 
 namespace Tarnwick::App {
@@ -32,8 +35,10 @@ namespace Workbench = DSO::Workbench;
 struct Options {
     std::string chain;
     CaptureOptions capture;
+    FactOptions facts;
     std::string output;
     std::string eyePrefix;
+    bool whole = false;
     bool json = false;
 };
 
@@ -110,19 +115,46 @@ void RequireOutputsApart(Workbench::Chain& chain, const Options& options)
             RequireApart("--eye", options.eyePrefix + end, inputs);
 }
 
+// The capture, locked for the chain.
+Workbench::ChainInput ReadInput(const Options& options)
+{
+    const Workbench::ChainFile file(options.chain);
+    Progress progress(2);
+    progress.Begin("read");
+    const Workbench::Waveform capture = ReadCapture(options.capture);
+    progress.Begin("lock");
+    return InputFor(file, capture, With(options.facts), options.capture.name);
+}
+
+void Draw(const Options& options, const Workbench::ChainInput& input, const Workbench::ChainResult& result)
+{
+    const auto& first = result.stages.front();
+    const auto& last = result.stages.back();
+    const std::span<const double> asRead = first.eye.valid.Of(input.samples);
+    const std::span<const double> filtered = result.valid.Of(result.samples);
+    const VoltageRange range = RangeOf(asRead, filtered);
+    const std::string name = std::filesystem::path(options.capture.name).filename().string();
+    const BathtubCurve curves[] = {{"as read", first.eye}, {"behind " + last.name, last.eye}};
+    Progress progress(2);
+    progress.Begin("eye before");
+    DrawEye(options.eyePrefix + "-before.png", asRead, input.eyes.samplesPerUi, first.eye, range,
+            name + " " + curves[0].name);
+    progress.Begin("eye after");
+    DrawEye(options.eyePrefix + "-after.png", filtered, input.eyes.samplesPerUi, last.eye, range,
+            name + " " + curves[1].name);
+    DrawBathtub(options.eyePrefix + "-bathtub.png", curves, name);
+}
+
 void Apply(const Options& options)
 {
-    Workbench::RequireWaveformName(options.output);
-    Workbench::Waveform capture = ReadCapture(options.capture);
-    std::vector<std::string> notes;
-    const Workbench::ChainFile file =
-        WithSymbols(Workbench::ChainFile(options.chain), capture.samples, options.capture.name, notes);
-    PrintNotes(notes);
-    Workbench::Chain chain(file, capture.samples.size());
+    if (!options.output.empty())
+        Workbench::RequireWaveformName(options.output);
+    Workbench::ChainInput input = ReadInput(options);
+    PrintNotes(input.notes);
     if (!options.eyePrefix.empty())
-        RequireEyes(chain, options.chain, "--eye");
-    WarnOfInterval(capture, chain, options.capture);
-    KeepWholeRepetitions(capture.samples, chain, options.capture);
+        RequireEyes(input, options.capture.name, "--eye");
+    input.eyes.withBathtub = !options.eyePrefix.empty();
+    Workbench::Chain chain(input.chain, input.samples.size());
     StageNotes stageNotes;
     stageNotes.Print(chain);
     RequireOutputsApart(chain, options);
@@ -130,31 +162,21 @@ void Apply(const Options& options)
     Workbench::ChainResult result;
     {
         Progress progress(chain.Stages().size() + 2);
-        result = RunChain(chain, capture.samples, options.capture.name,
+        result = RunChain(chain, input.samples, input.eyes, options.capture.name,
                           [&](const std::string& stage) { progress.Begin(stage); });
         progress.Begin("output");
-        Workbench::WriteWaveform(options.output, result.samples, capture.interval, capture.start);
+        const Workbench::ValidPart written =
+            options.whole ? Workbench::ValidPart{0, result.samples.size()} : result.valid;
+        if (!options.output.empty())
+            Workbench::WriteWaveform(options.output, written.Of(result.samples), input.interval,
+                                     input.start + static_cast<double>(written.first) * input.interval);
     }
     stageNotes.Print(chain);
-    PrintReport(options.json ? ReportAsJson(result.stages) + "\n" : TableOf(result.stages));
-    if (options.eyePrefix.empty())
-        return;
+    const std::string found = input.acquisition ? LockAsText(*input.acquisition) + "\n" : "";
+    PrintReport(options.json ? ReportAsJson(result.stages, input.acquisition) + "\n" : found + TableOf(result.stages));
     // Behind the table, which does not need gnuplot.
-    const VoltageRange range = RangeOf(capture.samples, result.samples);
-    Workbench::EyeSettings settings = EyeSettingsOf(chain);
-    settings.withBathtub = true;
-    const std::string name = std::filesystem::path(options.capture.name).filename().string();
-    Progress progress(2);
-    progress.Begin("eye before");
-    const BathtubCurve before{"as read", MeasureEyes(capture.samples, settings)};
-    DrawEye(options.eyePrefix + "-before.png", capture.samples, chain.SamplesPerUi(), before.eye, range,
-            name + " as read");
-    progress.Begin("eye after");
-    const BathtubCurve after{"behind " + result.stages.back().name, MeasureEyes(result.samples, settings)};
-    DrawEye(options.eyePrefix + "-after.png", result.samples, chain.SamplesPerUi(), after.eye, range,
-            name + " " + after.name);
-    const BathtubCurve curves[] = {before, after};
-    DrawBathtub(options.eyePrefix + "-bathtub.png", curves, name);
+    if (!options.eyePrefix.empty())
+        Draw(options, input, result);
 }
 
 }  // namespace
@@ -164,7 +186,10 @@ void AddApply(CLI::App& command)
     auto options = std::make_shared<Options>();
     command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
     AddCaptureOptions(command, options->capture);
-    command.add_option("-o,--output", options->output, "Filtered capture: .csv, .txt or .npy")->required();
+    AddFactOptions(command, options->facts);
+    command.add_option("-o,--output", options->output,
+                       "Filtered capture: .csv, .txt or .npy; left out: only the report");
+    command.add_flag("--whole", options->whole, "Write the ends of a single shot too, which the filters have spoilt");
     command.add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png, PREFIX-after.png and PREFIX-bathtub.png")
         ->type_name("PREFIX");
     command.add_flag("--json", options->json, "Print the stages as JSON");

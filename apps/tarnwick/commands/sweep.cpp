@@ -4,20 +4,20 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
 
 #include "capture.h"
 #include "commands/commands.h"
+#include "facts.h"
 #include "notes.h"
 #include "outputs.h"
 #include "pictures/contactsheet.h"
 #include "progress.h"
-#include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/sweepreport.h"
-#include "workbench/symbols.h"
 
 namespace Tarnwick::App {
 
@@ -30,39 +30,21 @@ using Workbench::SweepRun;
 struct Options {
     std::string chain;
     CaptureOptions capture;
+    FactOptions facts;
     std::vector<std::string> over;
     std::string prefix = "sweep";
     bool json = false;
 };
 
-// The capture, cut to whole repetitions where the chain's device is known before anything runs.
-SweepInput ReadInput(const Options& options)
+void Run(const Options& options)
 {
     std::vector<Workbench::SweepAxis> axes = Workbench::ReadSweepAxes(options.over);
     Workbench::ChainFile file(options.chain);
-    Workbench::Waveform capture = ReadCapture(options.capture);
-    SweepInput input{std::move(file), options.capture.name, capture.samples, std::move(axes)};
-    if (const auto device = FixedDevice(input)) {
-        const Workbench::Chain chain(*device, input.samples.size());
-        RequireEyes(chain, options.chain, "sweep");
-        WarnOfInterval(capture, chain, options.capture);
-        KeepWholeRepetitions(input.samples, chain, options.capture);
-    }
-    std::vector<std::string> notes;
-    try {
-        input.chain = WithSymbols(input.chain, input.samples, input.captureName, notes);
-    } catch (const Workbench::UsageFailure&) {
-        // Either the values complete the chain, or no value can: its runs will tell.
-    }
-    PrintNotes(notes);
-    return input;
-}
-
-void Run(const Options& options)
-{
-    const SweepInput input = ReadInput(options);
+    const SweepInput input{std::move(file), options.capture.name, ReadCapture(options.capture), With(options.facts),
+                           std::move(axes)};
     ContactSheet sheet(input.axes);
     std::vector<SweepRun> runs;
+    std::vector<std::string> notes;
     {
         Progress progress(CombinationsOf(input.axes));
         Workbench::SweepObserver observer;
@@ -71,8 +53,10 @@ void Run(const Options& options)
         };
         observer.end = [&](std::size_t run, const SweepRun& result, std::span<const double> samples,
                            double samplesPerUi) { sheet.Add(run, result, samples, samplesPerUi); };
+        observer.note = [&](const std::string& note) { notes.push_back(note); };
         runs = Sweep(input, observer);
     }
+    PrintNotes(notes);
     if (Ranking(runs).empty()) {
         if (runs.front().hasUnknownKey)
             throw Workbench::UnknownKeyFailure(runs.front().error);
@@ -89,6 +73,7 @@ void AddSweep(CLI::App& command)
     auto options = std::make_shared<Options>();
     command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
     AddCaptureOptions(command, options->capture);
+    AddFactOptions(command, options->facts);
     command
         .add_option("--over", options->over,
                     "Key of the chain file with dots between, lists counted from 0, and its values: from, to "

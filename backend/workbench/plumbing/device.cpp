@@ -62,21 +62,21 @@ const std::vector<Field<DeviceConfiguration>>& DeviceFields()
 {
     using D = DeviceConfiguration;
     static const std::vector<Field<D>> fields = {
-        {"baudRateGBd", &D::baudRateGBd, "GBd", "symbol rate", ""},
+        {"baudRateGBd", &D::baudRateGBd, "GBd", "symbol rate", "found in a capture with times"},
         {"samplesPerUi", &D::samplesPerUi, "samples", "whole samples per UI; not read with `useFractionalSampling`",
-         ""},
+         "found in the capture"},
         {"useFractionalSampling", &D::useFractionalSampling, "",
          "samples per UI are `uiDuration` / `sampleSpacing` instead of `samplesPerUi`"},
         {"uiDuration", &D::uiDuration, "any time", "one UI, in the unit of `sampleSpacing`", ""},
         {"sampleSpacing", &D::sampleSpacing, "any time", "time between two samples", ""},
-        {"signalCoding", Setter<D>{&SetCoding, "text"}, "", "line coding; eyes are measured when it is given", "",
+        {"signalCoding", Setter<D>{&SetCoding, "text"}, "", "line coding", "found in the capture",
          NamesOf(Maths::kCodings)},
         {"patternSymbols",
          // Read last: which symbols there are depends on the coding.
          Setter<D>{[](D&, const json&, const Place&) {}, "text or object"}, "",
-         "a digit a symbol, or `{\"prbs\": n}` with n = 7, 9, 11, 13, 15 or 23",
-         "found in the capture where a filter needs them"},
-        {"patternLengthUi", &D::patternLengthUi, "UI", "length of the pattern", "that of `patternSymbols`"},
+         "a digit a symbol, or `{\"prbs\": n}` with n = 7, 9, 11, 13, 15 or 23", "found in the capture"},
+        {"patternLengthUi", &D::patternLengthUi, "UI", "length of the pattern",
+         "that of `patternSymbols`, or found in the capture"},
         {"withoutGrayCoding", &D::withoutGrayCoding, "", "PAM4 symbols are level indices, not Gray codes"},
         {"useUserPattern", &D::useUserPattern, "", "PAM4: `patternSymbols` are taken as they stand"},
         {"patternRepeats", &D::patternRepeats, "", "repetitions of the pattern in the capture",
@@ -103,6 +103,56 @@ const std::vector<Field<DeviceConfiguration>>& DeviceFields()
     return fields;
 }
 
+namespace {
+
+struct NamedRecordKind {
+    const char* name;
+    RecordKind kind;
+};
+constexpr NamedRecordKind kRecordKinds[] = {
+    {"auto", RecordKind::Auto}, {"periodic", RecordKind::Periodic}, {"single-shot", RecordKind::SingleShot}};
+
+struct NamedClockKind {
+    const char* name;
+    ClockKind kind;
+};
+constexpr NamedClockKind kClockKinds[] = {{"constant", ClockKind::Constant}, {"tracked", ClockKind::Tracked}};
+
+}  // namespace
+
+const std::vector<Field<AcquisitionKeys>>& AcquisitionFields()
+{
+    using A = AcquisitionKeys;
+    static const std::vector<Field<A>> fields = {
+        {"record",
+         Setter<A>{
+             [](A& a, const json& value, const Place& place) { a.record = RowFrom(kRecordKinds, value, place).kind; },
+             "text"},
+         "", "whole periods of the pattern, or a single shot whose ends are left out behind the filters", "auto",
+         NamesOf(kRecordKinds)},
+        {"clock",
+         Setter<A>{
+             [](A& a, const json& value, const Place& place) { a.clock = RowFrom(kClockKinds, value, place).kind; },
+             "text"},
+         "", "symbol clock along which the capture is resampled", "constant", NamesOf(kClockKinds)},
+        {"loopBandwidthMHz", &A::loopBandwidthMHz, "MHz", "of the tracked clock", "symbol rate / 1667"},
+        {"resample", &A::resample, "",
+         "a capture without a whole number of samples per UI is resampled; otherwise the filters' rules for it hold"},
+    };
+    return fields;
+}
+
+AcquisitionKeys AcquisitionKeysOf(const json& device, const Place& place)
+{
+    AcquisitionKeys keys;
+    for (const auto& field : AcquisitionFields())
+        if (device.contains(field.name))
+            SetField(keys, field, device[field.name], place.Below(field.name));
+    if (!(keys.loopBandwidthMHz >= 0.0))
+        place.Below("loopBandwidthMHz").Fail(fmt::format("is {}; expected 0 or more", keys.loopBandwidthMHz));
+    return keys;
+}
+
 void ReadDevice(const json& chain, const Place& top, std::size_t sampleCount, DeviceConfiguration& config)
 {
     std::fill(std::begin(config.patternLocked), std::end(config.patternLocked), true);
@@ -110,13 +160,17 @@ void ReadDevice(const json& chain, const Place& top, std::size_t sampleCount, De
     const json device = chain.contains("device") ? chain["device"] : json::object();
     for (const auto& [name, value] : ObjectFrom(device, place).items()) {
         const auto* const field = FindField(DeviceFields(), name);
+        if (field == nullptr && FindField(AcquisitionFields(), name) != nullptr)
+            continue;  // of the capture's acquisition, checked with the others below
         if (field == nullptr) {
             std::vector<std::string> known;
             AppendNames(DeviceFields(), known);
+            AppendNames(AcquisitionFields(), known);
             RefuseUnknownKey(name, known, place);
         }
         SetField(config, *field, value, place.Below(name));
     }
+    (void)AcquisitionKeysOf(device, place);
     if (device.contains("patternSymbols")) {
         ReadPatternSymbols(device["patternSymbols"], place.Below("patternSymbols"), config);
         if (!device.contains("patternLengthUi"))
@@ -134,6 +188,23 @@ void ReadDevice(const json& chain, const Place& top, std::size_t sampleCount, De
         config.patternRepeats = static_cast<int>(static_cast<double>(sampleCount) / period);
     if (!device.contains("multiplePatternRecord"))
         config.multiplePatternRecord = config.patternRepeats > 1;
+}
+
+json LockedDevice(const LockedCapture& capture, bool withoutGrayCoding)
+{
+    const LockReport& report = capture.report;
+    json device = {{"samplesPerUi", report.samplesPerUiOut}};
+    if (report.symbolRateGBd > 0.0)
+        device["baudRateGBd"] = report.symbolRateGBd;
+    if (report.coding != SIGNAL_CODING_UNKNOWN)
+        device["signalCoding"] = Maths::FindCoding(report.coding)->name;
+    device["patternLengthUi"] = report.mode == RecordKind::Periodic
+                                    ? static_cast<std::size_t>(report.periodUi)
+                                    : capture.samples.size() / static_cast<std::size_t>(report.samplesPerUiOut);
+    const auto map = withoutGrayCoding ? Maths::SymbolMap::Level : Maths::SymbolMap::Gray;
+    if (!capture.symbols.empty())
+        device["patternSymbols"] = Maths::SymbolsOf(capture.symbols, Maths::Alphabet(report.coding, map, {}));
+    return device;
 }
 
 double SamplesPerUiOf(const DeviceConfiguration& config)

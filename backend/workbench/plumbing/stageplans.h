@@ -13,6 +13,9 @@ namespace Tarnwick::DSO::Workbench {
 /// @throws UsageFailure  naming the key
 void ReadChainDevice(const ChainFile& file, std::size_t sampleCount, DeviceConfiguration& config);
 
+/// Whether some filter that is enabled needs to know the UI. Those that PlanStages refuses count as if they did.
+bool NeedsTiming(const ChainFile& file);
+
 /// The stages that are enabled, in their order.
 /// @param config  has read the file's device; outlives the plans
 /// @throws UsageFailure  naming the key

@@ -38,6 +38,7 @@ struct StageType {
     std::unique_ptr<SystemFramework::BaseFilterParameters> (*defaults)();
     /// @param config  of the chain; outlives the stage
     StagePlan (*plan)(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config);
+    bool needsTiming = true;  ///< it needs to know the UI, or the length of the pattern
 };
 
 /// The keys that every filter takes.

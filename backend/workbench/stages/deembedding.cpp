@@ -126,7 +126,7 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
             place.Below("sparamFileName").Fail("is missing; expected the fixture's S-parameter file");
         stage.files = {parameters.sparamFileName};
         filter.fixture = ReadFixture(parameters, stage.notes);
-        stage.findings = [&](std::span<const double>) { return Findings(filter, parameters, config); };
+        stage.findings = [&](std::span<const double>, ValidPart) { return Findings(filter, parameters, config); };
     };
     return plan;
 }

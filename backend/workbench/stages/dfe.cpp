@@ -31,7 +31,8 @@ const std::vector<Field<P>>& Fields()
 
 // Decisions and errors behind the filter, where the pattern's symbols are known. Without taps to find there is no
 // sampling delay either.
-nlohmann::json DecisionsOf(const P& parameters, const DeviceConfiguration& config, std::span<const double> filtered)
+nlohmann::json DecisionsOf(const P& parameters, const DeviceConfiguration& config, std::span<const double> filtered,
+                           ValidPart valid)
 {
     const int levelCount = LevelCount(config.signalCoding);
     const bool hasDelay = parameters.useManualTaps || parameters.numberOfTaps > 0;
@@ -41,16 +42,18 @@ nlohmann::json DecisionsOf(const P& parameters, const DeviceConfiguration& confi
     const double samples =
         Maths::SamplesFromDelay(parameters.samplingDelayPs, parameters.samplesPerUi, config.baudRateGBd);
     const double delay = std::fmod(samples, parameters.samplesPerUi);
-    const DecisionCount count =
-        CountDecisions(filtered, LevelsOf(config.patternSymbols, config.signalCoding, config.withoutGrayCoding),
-                       levelCount, SamplesPerUiOf(config), delay < 0.0 ? delay + parameters.samplesPerUi : delay);
+    const auto ignored = static_cast<std::size_t>(std::ceil(static_cast<double>(valid.first) / SamplesPerUiOf(config)));
+    const DecisionCount count = CountDecisions(
+        filtered, LevelsOf(config.patternSymbols, config.signalCoding, config.withoutGrayCoding), levelCount,
+        SamplesPerUiOf(config), delay < 0.0 ? delay + parameters.samplesPerUi : delay, ignored);
     return {{"decisions", count.decisions}, {"errors", count.errors}};
 }
 
-std::string Findings(const P& parameters, const DeviceConfiguration& config, std::span<const double> filtered)
+std::string Findings(const P& parameters, const DeviceConfiguration& config, std::span<const double> filtered,
+                     ValidPart valid)
 {
     nlohmann::json findings = {{"taps", parameters.taps}, {"samplingDelayPs", parameters.samplingDelayPs}};
-    findings.update(DecisionsOf(parameters, config, filtered));
+    findings.update(DecisionsOf(parameters, config, filtered, valid));
     return findings.dump();
 }
 
@@ -65,7 +68,11 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
     plan.stage.linear = false;
     plan.stage.adaptive = !parameters.useManualTaps;
     plan.stage.needsSymbols = plan.stage.adaptive && parameters.numberOfTaps > 0;
-    plan.stage.findings = [&](std::span<const double> filtered) { return Findings(parameters, config, filtered); };
+    plan.stage.spanUi =
+        static_cast<std::size_t>(std::max(parameters.numberOfTaps, 0)) + 1;  // held half a UI either way
+    plan.stage.findings = [&](std::span<const double> filtered, ValidPart valid) {
+        return Findings(parameters, config, filtered, valid);
+    };
     plan.claimedSamples = parameters.numberOfTaps;
     plan.claimedBy = "numberOfTaps";
     return plan;

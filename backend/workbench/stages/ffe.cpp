@@ -53,6 +53,13 @@ std::string Findings(const P& parameters, const Filters::FFEFilter& filter)
     return findings.dump();
 }
 
+// From the first tap to the last, whole UI.
+std::size_t SpanUi(const P& parameters)
+{
+    const std::int32_t perUi = parameters.useTdecqEqualizer ? 1 : std::max(parameters.tapsPerUi, 1);
+    return static_cast<std::size_t>(std::max((std::max(parameters.numberOfTaps, 1) + perUi - 2) / perUi, 1));
+}
+
 StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
 {
     auto owned = NewParameters(&config);
@@ -63,12 +70,13 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
     StagePlan plan;
     plan.stage.parameters = std::move(owned);
     plan.stage.adaptive = !parameters.useManualTaps;
+    plan.stage.spanUi = SpanUi(parameters);
     plan.stage.needsSymbols = plan.stage.adaptive;
     plan.claimedSamples = parameters.numberOfTaps * std::max(SamplesPerUiOf(config), 1.0);
     plan.claimedBy = "numberOfTaps * samplesPerUi";
     plan.complete = [&parameters, place](Stage& stage) {
         const auto& filter = MakeFilter<Filters::FFEFilter>(stage, parameters, place);
-        stage.findings = [&](std::span<const double>) { return Findings(parameters, filter); };
+        stage.findings = [&](std::span<const double>, ValidPart) { return Findings(parameters, filter); };
     };
     return plan;
 }

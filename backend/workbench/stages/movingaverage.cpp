@@ -29,13 +29,16 @@ std::unique_ptr<P> NewParameters()
 
 StageType MovingAverageStage()
 {
-    return {"moving-average", "centred moving average", [] { return KeysOf(Fields(), *NewParameters()); },
+    return {"moving-average",
+            "centred moving average",
+            [] { return KeysOf(Fields(), *NewParameters()); },
             []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return NewParameters(); },
             [](const nlohmann::json& settings, const Place& place, DeviceConfiguration&) {
                 auto parameters = NewParameters();
                 ReadSettings(*parameters, Fields(), settings, place);
                 return PlanOf<Filters::MovingAverageSmoothingFilter>(std::move(parameters), place);
-            }};
+            },
+            false};
 }
 
 }  // namespace Tarnwick::DSO::Workbench

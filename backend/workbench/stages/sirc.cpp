@@ -93,7 +93,7 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
                 stage.files.push_back(file.string());
         parameters.ReadTables(stage.notes);
         const auto& filter = MakeFilter<Filters::SircFilter>(stage, parameters, place);
-        stage.findings = [&](std::span<const double>) {
+        stage.findings = [&](std::span<const double>, ValidPart) {
             return nlohmann::json{{"kernelLength", filter.kernelLength}}.dump();
         };
         stage.channel = parameters.Measurement(filter);

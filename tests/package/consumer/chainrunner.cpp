@@ -34,18 +34,17 @@ std::vector<double> Pattern()
 bool Run()
 {
     WriteWaveform("capture.npy", Pattern());
-    Waveform capture = ReadCapture({"capture.npy", "", {}});
+    const Waveform capture = ReadCapture({"capture.npy", "", {}});
     const ChainFile file = ChainFile::FromText(R"({
         "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternLengthUi": 127},
         "filters": [{"type": "bessel-thomson"}, {"type": "ffe", "numberOfTaps": 3}]})",
                                                "chain.json");
-    std::vector<std::string> notes;
-    Chain chain(WithSymbols(file, capture.samples, "capture.npy", notes), capture.samples.size());
-    const bool isCut = KeepWholeRepetitions(capture.samples, chain, "capture.npy").has_value();
-    const ChainResult result = RunChain(chain, capture.samples, "capture.npy");
+    const ChainInput input = InputFor(file, capture, {}, "capture.npy");
+    Chain chain(input.chain, input.samples.size());
+    const ChainResult result = RunChain(chain, input.samples, input.eyes, "capture.npy");
 
-    bool ok = Check(notes.size() == 1, "the pattern's symbols were not looked for");
-    ok &= Check(!isCut && result.samples.size() == capture.samples.size(), "samples were lost");
+    bool ok = Check(input.acquisition && input.acquisition->repetitions == 2, "the period was not found");
+    ok &= Check(result.valid.count == capture.samples.size(), "samples were lost");
     ok &= Check(result.stages.size() == 3, "there is not a report for the capture and each filter");
     ok &= Check(result.stages[0].eye.eyes.at(0).height == 1.0, "the eye of the capture is not whole");
     const double received = result.stages[1].eye.eyes.at(0).height;
