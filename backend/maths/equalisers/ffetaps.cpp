@@ -78,7 +78,8 @@ std::optional<TapSolution> SolveTaps(std::span<const double> capture, std::span<
     for (Eigen::Index k = 0; k < candidates; ++k) {
         const double candidatePower = target.At(first - at(referenceDelays, k), 0);
         const double residual = std::abs(candidatePower - right.col(k).dot(solution.col(k)));
-        if (residual < smallest) {
+        // Shares of the power, which is one and the same where all rows count.
+        if (candidatePower == power ? residual < smallest : residual * power < smallest * candidatePower) {
             smallest = residual;
             power = candidatePower;
             best.candidate = static_cast<std::size_t>(k);

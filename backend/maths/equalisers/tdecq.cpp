@@ -69,21 +69,25 @@ struct Stretch {
     std::size_t count;
 };
 
-// The capture without its mean, a sample a UI at any phase: that of symbol i at index i. The ends that are ignored are zero.
+// The capture without the mean of what counts, a sample a UI at any phase: that of symbol i at index i.
 class Sampler {
 public:
     Sampler(std::span<const double> capture, const ReferenceSymbols& symbols, std::size_t samplesPerUi,
             std::size_t ignoredUi)
-        : samples_(WithoutMean(capture, ignoredUi * samplesPerUi)),
+        : samples_(capture.begin(), capture.end()),
           samplesPerUi_(samplesPerUi),
           firstCentre_(symbols.firstCentre),
           heard_{0, samples_.size() / samplesPerUi}
     {
-        variance_ = std::inner_product(samples_.begin(), samples_.end(), samples_.begin(), 0.0) /
-                    static_cast<double>(samples_.size() - 2 * ignoredUi * samplesPerUi);
-        if (ignoredUi == 0)
+        const std::size_t ends = ignoredUi == 0 ? 0 : ignoredUi + kTdecqReachUi;
+        const auto inner = std::span(samples_).subspan(ends * samplesPerUi, samples_.size() - 2 * ends * samplesPerUi);
+        const double mean = Mean(inner);
+        for (double& sample : samples_)
+            sample -= mean;
+        variance_ =
+            std::inner_product(inner.begin(), inner.end(), inner.begin(), 0.0) / static_cast<double>(inner.size());
+        if (ends == 0)
             return;
-        const std::size_t ends = ignoredUi + kTdecqReachUi;
         const std::size_t uiCount = heard_.count;
         const std::size_t offset = firstCentre_ / samplesPerUi % uiCount;
         heard_ = {(ends + uiCount - offset) % uiCount, uiCount - 2 * ends};
