@@ -150,9 +150,13 @@ void Search(DFEFilterParameters& parameters, const DeviceConfiguration& config, 
     if (parameters.numberOfTaps > config.patternLengthUi - 2)
         Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps,
                "at most patternLengthUi - 2, " + std::to_string(config.patternLengthUi - 2));
+    IgnoredEnds{parameters.ignoredUi, grid.symbols, Maths::FeedbackReach(parameters.numberOfTaps),
+                static_cast<std::size_t>(parameters.numberOfTaps) + 2}
+        .Require(kFilter);
     const std::string symbols = SymbolsOf(repetition, config, parameters.withoutGrayCoding);
     const std::vector<double> values = SymbolValues(symbols, config.signalCoding, parameters.withoutGrayCoding);
-    Maths::FeedbackSearch search = Maths::FindFeedback(repetition, values, grid.samplesPerUi, parameters.numberOfTaps);
+    Maths::FeedbackSearch search = Maths::FindFeedback(repetition, values, grid.samplesPerUi, parameters.numberOfTaps,
+                                                       static_cast<std::size_t>(parameters.ignoredUi));
     if (search.outcome == Outcome::SymbolsAlike)
         Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "as many as the pattern's symbols can tell apart");
     if (search.outcome == Outcome::NoMainCursor)

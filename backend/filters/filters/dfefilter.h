@@ -36,6 +36,9 @@ public:
     std::int32_t numberOfTaps = 0;   ///< 0: the record passes unchanged
     bool withoutGrayCoding = false;  ///< PAM4 symbols are level indices; written by the filter from the configuration
     bool useManualTaps = false;
+    /// [UI] at both ends of the first repetition, of which the search for taps takes no sample, as of a record that earlier
+    /// filters took for periodic though it is not; 0: it wraps round. Not read with manual taps.
+    std::int32_t ignoredUi = 0;
 };
 
 class TARNWICK_FILTERS_API DFEFilter : public SystemFramework::BaseFilter {

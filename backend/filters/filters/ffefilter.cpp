@@ -55,43 +55,31 @@ TapGrid SymbolSpaced(int samplesPerUi, int numberOfTaps)
     return {samplesPerUi, 1, numberOfTaps};
 }
 
-// The part of the record that taps are found from: one repetition of several, or all.
-int WorkingLength(const FFEFilterParameters& parameters, const DeviceConfiguration& config, int sampleCount)
+// The fit at the sampling phase, and what is read with it alone.
+void RequireFitSettings(const FFEFilterParameters& parameters)
 {
-    const PatternPeriod whole(kFilter, config, parameters.samplesPerUi, config.patternLengthUi);
-    if (whole.CountIn(sampleCount) < 1)
-        whole.RefuseShort(sampleCount);
-    if (!config.multiplePatternRecord && !config.useFractionalSampling)
-        return sampleCount;
-    if (parameters.patternSymbols.empty())
-        Refuse(kFilter, "patternSymbols", "empty",
-               "the pattern's symbols, of which a record of several repetitions is counted");
-    const PatternPeriod pattern(kFilter, config, parameters.samplesPerUi,
-                                static_cast<int>(parameters.patternSymbols.size()));
-    const int repetitions = pattern.CountIn(sampleCount);
-    if (repetitions < 1)
-        pattern.RefuseShort(sampleCount);
-    return sampleCount / repetitions;
-}
-
-double MagnitudeSum(std::span<const double> taps)
-{
-    const double sum =
-        std::accumulate(taps.begin(), taps.end(), 0.0, [](double total, double tap) { return total + std::abs(tap); });
-    if (!std::isfinite(sum) || sum == 0.0)
-        Refuse(kFilter, "sum of the taps' magnitudes", sum, "a finite positive number");
-    return sum;
+    if (parameters.fitAtSamplingPhase && parameters.useTdecqEqualizer)
+        Refuse(kFilter, "useTdecqEqualizer", "true", "false with fitAtSamplingPhase");
+    if (parameters.dfeTaps < 0)
+        Refuse(kFilter, "dfeTaps", parameters.dfeTaps, "0 or more taps");
+    if (!std::isfinite(parameters.ridge) || parameters.ridge < 0.0)
+        Refuse(kFilter, "ridge", parameters.ridge, "a finite number of at least 0");
+    if (!parameters.fitAtSamplingPhase && parameters.dfeTaps > 0)
+        Refuse(kFilter, "dfeTaps", parameters.dfeTaps, "0 without fitAtSamplingPhase");
+    if (!parameters.fitAtSamplingPhase && parameters.ridge > 0.0)
+        Refuse(kFilter, "ridge", parameters.ridge, "0 without fitAtSamplingPhase");
 }
 
 void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfiguration& config, int length)
 {
+    RequireFitSettings(parameters);
     RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
     const TapGrid grid = GridOf(parameters, parameters.samplesPerUi);
     grid.Require(kFilter);
     if (parameters.useManualTaps) {
         RequireFiniteTaps(kFilter, parameters.taps);
         if (parameters.quantizeTaps && parameters.numberOfTaps > 0)
-            MagnitudeSum(parameters.taps);
+            (void)TapShares(kFilter, parameters.taps);
     } else {
         grid.RequireFit(kFilter, config.patternLengthUi, parameters.mainCursorPosition);
     }
@@ -106,15 +94,6 @@ void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfig
     if (parameters.numberOfTaps * parameters.samplesPerUi > length)
         Refuse(kFilter, "numberOfTaps * samplesPerUi", parameters.numberOfTaps * parameters.samplesPerUi,
                "at most the record's " + std::to_string(length) + " samples");
-}
-
-std::span<const double> ArrayOf(const char* name, const char* countName, const double* values, int count)
-{
-    if (count < 0)
-        Refuse(kFilter, countName, count, "0 or more values");
-    if (values == nullptr && count > 0)
-        Refuse(kFilter, name, "null", "an array of values");
-    return {values, static_cast<std::size_t>(count)};
 }
 
 }  // namespace
@@ -194,13 +173,10 @@ double* FFEFilter::GetOptimizedTaps(FFEFilterParameters* parameters)
 
 std::vector<double> FFEFilter::NormalisedTaps(const FFEFilterParameters& settings)
 {
-    const double sum = MagnitudeSum(settings.taps);
-    std::vector<double> shares(settings.taps);
-    for (double& tap : shares) {
-        tap /= sum;
-        if (settings.quantizeTaps)
+    std::vector<double> shares = TapShares(kFilter, settings.taps);
+    if (settings.quantizeTaps)
+        for (double& tap : shares)
             tap = std::round(tap * settings.tapResolution);
-    }
     return shares;
 }
 
@@ -230,22 +206,29 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
     grid.Require(kFilter);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
-        residualError = std::numeric_limits<double>::quiet_NaN();
+        ReportFit(std::numeric_limits<double>::quiet_NaN());
     } else {
+        RequireFitSettings(settings);
         const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
         const auto& own = ParametersOf<FFEFilterParameters>(kFilter, searched);
-        ApplyTaps(settings,
-                  GenerateFFEAutomaticCoefficients(
-                      {{ConfigurationOf(kFilter, own), SamplesOf(kFilter, signal), config.patternLengthUi, grid,
-                        settings.signalCoding, settings.withoutGrayCoding, own.useUserPattern, own.patternSymbols},
-                       config.baudRateGBd,
-                       own.mainCursorPosition,
-                       false,
-                       0.0}));
+        const TapSearch search{ConfigurationOf(kFilter, own),
+                               SamplesOf(kFilter, signal),
+                               config.patternLengthUi,
+                               grid,
+                               settings.signalCoding,
+                               settings.withoutGrayCoding,
+                               own.useUserPattern,
+                               own.patternSymbols,
+                               settings.ignoredUi};
+        ApplyTaps(
+            settings,
+            settings.fitAtSamplingPhase
+                ? GenerateAtSamplingPhase({search, own.mainCursorPosition, settings.dfeTaps, settings.ridge})
+                : GenerateFFEAutomaticCoefficients({search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
     }
     std::vector<double> kernel =
         Maths::SpacedTaps(settings.appliedTaps, static_cast<std::size_t>(settings.numberOfTaps),
-                          static_cast<std::size_t>(settings.samplesPerUi / settings.tapsPerUi));
+                          static_cast<std::size_t>(grid.Spacing()));
     TARNWICK_TRACE("GetFFEAutomaticCoefficients finished");
     return kernel;
 }
@@ -263,7 +246,8 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
                                                                         signalCoding,
                                                                         withoutGrayCoding,
                                                                         own.useUserPattern,
-                                                                        own.patternSymbols},
+                                                                        own.patternSymbols,
+                                                                        own.ignoredUi},
                                                                        baudRateGBd,
                                                                        own.mainCursorPosition,
                                                                        narrowDelaySearch,
@@ -275,9 +259,29 @@ std::vector<double> FFEFilter::GenerateFFEAutomaticCoefficients(const LeastSquar
 {
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients...");
     Maths::TapSolution solution = FindTaps(kFilter, search);
-    residualError = std::sqrt(solution.residual);
+    ReportFit(solution.residual);
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients finished");
     return std::move(solution.taps);
+}
+
+std::vector<double> FFEFilter::GenerateAtSamplingPhase(const PhaseSearch& search)
+{
+    Maths::PhaseFit fit = FindTaps(kFilter, search);
+    ReportFit(fit.residual);
+    conditionNumber = fit.condition;
+    samplingPhaseUi = static_cast<double>(fit.instant) / search.grid.samplesPerUi;
+    fitConstant = fit.constant;
+    // The fit adds what a DFE takes off.
+    for (const double weight : fit.feedback)
+        feedbackTaps.push_back(-weight);
+    return std::move(fit.taps);
+}
+
+void FFEFilter::ReportFit(double residual)
+{
+    residualError = std::sqrt(residual);
+    conditionNumber = samplingPhaseUi = fitConstant = std::numeric_limits<double>::quiet_NaN();
+    feedbackTaps.clear();
 }
 
 double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, SignalData* signal)
@@ -298,26 +302,22 @@ std::vector<double> FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters& setti
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
     } else {
-        const auto lowPass =
-            ArrayOf("gaussianFilter", "gaussianFilterLength", settings.gaussianFilter, settings.gaussianFilterLength);
-        ApplyTaps(settings, GenerateTDECQAutomaticCoefficients(
-                                {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, searched)),
-                                  record, config.patternLengthUi,
-                                  SymbolSpaced(settings.samplesPerUi, settings.numberOfTaps), settings.signalCoding,
-                                  settings.withoutGrayCoding, settings.useUserPattern, settings.patternSymbols},
-                                 lowPass,
-                                 std::max(settings.mainCursorPosition, 0) - 1}));
+        const auto lowPass = ArrayOf(kFilter, "gaussianFilter", settings.gaussianFilter, "gaussianFilterLength",
+                                     settings.gaussianFilterLength);
+        ApplyTaps(settings,
+                  GenerateTDECQAutomaticCoefficients(
+                      {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, searched)), record,
+                        config.patternLengthUi, SymbolSpaced(settings.samplesPerUi, settings.numberOfTaps),
+                        settings.signalCoding, settings.withoutGrayCoding, settings.useUserPattern,
+                        settings.patternSymbols, settings.ignoredUi},
+                       lowPass,
+                       std::max(settings.mainCursorPosition, 0) - 1}));
     }
-    residualError = std::numeric_limits<double>::quiet_NaN();
+    ReportFit(std::numeric_limits<double>::quiet_NaN());
 
     std::vector<double> response =
-        Maths::SpacedTaps(settings.appliedTaps, static_cast<std::size_t>(settings.numberOfTaps),
-                          static_cast<std::size_t>(settings.samplesPerUi));
-    const double gain = std::accumulate(response.begin(), response.end(), 0.0);
-    if (!std::isfinite(gain) || gain == 0.0)
-        Refuse(kFilter, "sum", gain, "a finite sum other than zero");
-    for (double& tap : response)
-        tap /= gain;
+        WithUnitGain(kFilter, Maths::SpacedTaps(settings.appliedTaps, static_cast<std::size_t>(settings.numberOfTaps),
+                                                static_cast<std::size_t>(settings.samplesPerUi)));
     const auto length = static_cast<std::int32_t>(response.size());
     auto published = NewArrayFrom<double>(response);
     response.resize(record.size(), 0.0);
@@ -334,11 +334,12 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
                                                       E_SIGNAL_CODING signalCoding, int mainCursorIndex)
 // NOLINTEND(performance-unnecessary-value-param)
 {
+    const auto& own = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     const std::vector<double> taps = GenerateTDECQAutomaticCoefficients(
-        {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, parameters)),
-          ArrayOf("samples", "sampleCount", samples, sampleCount), patternLengthUi,
-          SymbolSpaced(samplesPerUi, numberOfTaps), signalCoding, withoutGrayCoding, useUserPattern, patternSymbols},
-         ArrayOf("gaussianFilter", "gaussianFilterLength", gaussianFilter, gaussianFilterLength),
+        {{ConfigurationOf(kFilter, own), ArrayOf(kFilter, "samples", samples, "sampleCount", sampleCount),
+          patternLengthUi, SymbolSpaced(samplesPerUi, numberOfTaps), signalCoding, withoutGrayCoding, useUserPattern,
+          patternSymbols, own.ignoredUi},
+         ArrayOf(kFilter, "gaussianFilter", gaussianFilter, "gaussianFilterLength", gaussianFilterLength),
          mainCursorIndex});
     return NewArrayFrom<double>(taps).release();
 }
@@ -370,7 +371,7 @@ void FFEFilter::Prepare(SignalData* signal)
         next.taps.resize(static_cast<std::size_t>(next.numberOfTaps), 0.0);
     }
     SignalData working;
-    working.sampleCount = WorkingLength(next, config, signal->sampleCount);
+    working.sampleCount = WorkingLength(kFilter, config, next.samplesPerUi, next.patternSymbols, signal->sampleCount);
     working.samples = signal->samples;
     RequirePreparable(next, config, working.sampleCount);
 
@@ -421,8 +422,7 @@ double* FFEFilter::Apply(SignalData* signal)
     }
     const Repetitions cut(sampleCount, repetitions(settings.samplesPerUi));
     const TapGrid grid = GridOf(settings, settings.samplesPerUi);
-    const auto taps =
-        static_cast<std::size_t>(grid.samplesPerUi / grid.tapsPerUi) * static_cast<std::size_t>(grid.numberOfTaps);
+    const auto taps = static_cast<std::size_t>(grid.Spacing()) * static_cast<std::size_t>(grid.numberOfTaps);
     return ConvolveRepetitions(record, cut, KernelTaps(kFilter, taps), Convolver()).release();
 }
 

@@ -1,8 +1,13 @@
 // Feed-forward equaliser: a finite impulse response whose taps stand D = samplesPerUi / tapsPerUi samples apart,
 //     y[k] = sum_j w_j x[k - j D]
 // The taps are given by hand, found from the captured pattern by least squares against its ideal copy, or those of the
-// TDECQ reference equaliser of IEEE 802.3 clause 121.8.5 (symbol-spaced, DC gain 1, least TDECQ).
-// With fractional sampling D comes from the whole samples per UI; the TDECQ equaliser takes whole ones only.
+// TDECQ reference equaliser of IEEE 802.3 clause 121.8.5 (symbol-spaced, DC gain 1, least TDECQ). Least squares go by the
+// whole waveform, transitions included, or with fitAtSamplingPhase by one sample a UI, where a receiver takes it,
+//     minimise sum_i (sum_j w_j x[q + i s - j D] + sum_k b_k a_(i-k) + c - a_i)^2
+// over the UI i, the phase and the delay in q, and the feedback b of the dfeTaps taps that a DFE behind has (J. G. Proakis,
+// M. Salehi, "Digital Communications", 5th ed., sections 9.4-4 and 9.5). a_i are the levels sent, c a constant.
+// With fractional sampling D comes from the whole samples per UI; the TDECQ equaliser and the fit at the
+// sampling phase take whole ones only.
 // Automatic taps need the pattern's symbols: the text for NRZ and PAM3, the text or detection for PAM4. The capture must
 // hold whole periods of the pattern. Error below 1e-12 of taps against the matrices of samples. Where the capture cannot tell
 // the taps apart (a constant record, more taps than the pattern has places for, equal delays) there is no answer and the
@@ -25,6 +30,7 @@
 namespace Tarnwick::DSO::Filters {
 
 struct LeastSquaresSearch;
+struct PhaseSearch;
 struct TdecqSearch;
 
 class TARNWICK_FILTERS_API FFEFilterParameters : public SystemFramework::BaseFilterParameters {
@@ -52,8 +58,19 @@ public:
     /// Steps per unit of normalised tap weight; 0 reports zeros, a negative number the steps with their signs turned.
     std::int32_t tapResolution = 1;
     bool useTdecqEqualizer = false;  ///< the TDECQ reference equaliser instead of the least-squares taps
-    std::string patternSymbols;      ///< one character per symbol; written by the filter from the configuration
-    bool useUserPattern = false;     ///< patternSymbols is taken as given; written by the filter from the configuration
+    /// Least squares at the instants where a receiver samples, not over the whole waveform. Not with useTdecqEqualizer.
+    bool fitAtSamplingPhase = false;
+    /// Taps of the DFE behind, 0 or more: the fit leaves it what these take off. Above 0 only with fitAtSamplingPhase.
+    std::int32_t dfeTaps = 0;
+    /// Added to the diagonal of the normal equations, whose columns are scaled to one length; finite, 0 or more: for ill-posed
+    /// fits. Above 0 only with fitAtSamplingPhase.
+    double ridge = 0.0;
+    /// [UI] at both ends of the record that taps are found from, of which no fit takes a sample or a symbol, as of one that
+    /// earlier filters took for periodic though it is not; 0: it wraps round. The reach of the fit's own taps is left out
+    /// beside. Not read with manual taps.
+    std::int32_t ignoredUi = 0;
+    std::string patternSymbols;   ///< one character per symbol; written by the filter from the configuration
+    bool useUserPattern = false;  ///< patternSymbols is taken as given; written by the filter from the configuration
     double* gaussianFilter = nullptr;       ///< low-pass made by Prepare; owned only when made there
     std::int32_t gaussianFilterLength = 0;  ///< values in gaussianFilter
     bool prepared = false;                  ///< set by every Prepare
@@ -139,18 +156,28 @@ public:
                                                bool useUserPattern, bool withoutGrayCoding,
                                                E_SIGNAL_CODING signalCoding, int mainCursorIndex);
 
-    /// What the last automatic least-squares search left: rms of the error over that of the reference. NaN before one
-    /// and with manual or TDECQ taps.
+    /// What the last automatic least-squares search left: rms of the error over that of the reference, at the sampling phase
+    /// over that of the levels about their mean. NaN before one and with manual or TDECQ taps.
     double residualError = std::numeric_limits<double>::quiet_NaN();
+    /// What the last fit at the sampling phase found beside the taps; NaN and empty before one and with all other taps.
+    double conditionNumber = std::numeric_limits<double>::quiet_NaN();  ///< largest over smallest pivot of its matrix
+    /// [UI] 0 to below 1: its instants in the filtered waveform, from the start of the record.
+    double samplingPhaseUi = std::numeric_limits<double>::quiet_NaN();
+    /// [V] added at the instants to come nearest to the levels, about 0 V; no tap, and the filter does not add it.
+    double fitConstant = std::numeric_limits<double>::quiet_NaN();
+    /// What it leaves of the symbols 1, 2, .. dfeTaps UI before, over the main cursor: as DFEFilterParameters::taps.
+    std::vector<double> feedbackTaps;
 
 private:
     static std::vector<double> NormalisedTaps(const FFEFilterParameters& settings);
+    void ReportFit(double residual);
     static void ApplyTaps(FFEFilterParameters& settings, std::vector<double> taps);
     // The public members of the same names, on settings that are not the filter's own yet and on what is checked.
     std::vector<double> GetFFEAutomaticCoefficients(FFEFilterParameters& settings,
                                                     SystemFramework::BaseFilterParameters* searched,
                                                     const SystemFramework::SignalData* signal);
     std::vector<double> GenerateFFEAutomaticCoefficients(const LeastSquaresSearch& search);
+    std::vector<double> GenerateAtSamplingPhase(const PhaseSearch& search);
     std::vector<double> GenerateTdecqEqualizer(FFEFilterParameters& settings,
                                                SystemFramework::BaseFilterParameters* searched,
                                                const SystemFramework::SignalData* signal);

@@ -21,6 +21,16 @@ std::span<const double> SamplesOf(const char* filter, const SystemFramework::Sig
     return {signal->samples, static_cast<std::size_t>(signal->sampleCount)};
 }
 
+std::span<const double> ArrayOf(const char* filter, const char* name, const double* values, const char* countName,
+                                int count)
+{
+    if (count < 0)
+        Refuse(filter, countName, count, "0 or more values");
+    if (values == nullptr && count > 0)
+        Refuse(filter, name, "null", "an array of values");
+    return {values, static_cast<std::size_t>(count)};
+}
+
 OwnedArray ConvolveRepetitions(std::span<const double> record, Repetitions cut, std::span<const double> taps,
                                SystemFramework::KernelConvolver& convolver, const RepetitionHooks& hooks)
 {

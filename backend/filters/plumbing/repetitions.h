@@ -27,6 +27,11 @@ struct Repetitions {
 /// @throws std::invalid_argument  signal is null, its sampleCount negative, or its samples null though it has some
 std::span<const double> SamplesOf(const char* filter, const SystemFramework::SignalData* signal);
 
+/// An array that a host gives.
+/// @throws std::invalid_argument  the count is negative, or the array null though it has values; the names are in the text
+std::span<const double> ArrayOf(const char* filter, const char* name, const double* values, const char* countName,
+                                int count);
+
 /// What a filter does around the convolution of a repetition; `after` only when it has succeeded.
 struct RepetitionHooks {
     std::function<void()> before;

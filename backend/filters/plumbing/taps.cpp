@@ -1,6 +1,9 @@
 #include "filters/plumbing/taps.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
+#include <numeric>
 #include <string>
 
 #include "filters/plumbing/timebase.h"
@@ -28,6 +31,40 @@ void RequireFiniteTaps(const char* filter, std::span<const double> taps)
 {
     for (std::size_t k = 0; k < taps.size(); ++k)
         SystemFramework::RequireFinite(filter, "taps[" + std::to_string(k) + "]", taps[k], "a finite number");
+}
+
+std::vector<double> TapShares(const char* filter, std::span<const double> taps)
+{
+    const double sum =
+        std::accumulate(taps.begin(), taps.end(), 0.0, [](double total, double tap) { return total + std::abs(tap); });
+    if (!std::isfinite(sum) || sum == 0.0)
+        Refuse(filter, "sum of the taps' magnitudes", sum, "a finite positive number");
+    std::vector<double> shares(taps.begin(), taps.end());
+    for (double& tap : shares)
+        tap /= sum;
+    return shares;
+}
+
+std::vector<double> WithUnitGain(const char* filter, std::vector<double> taps)
+{
+    const double gain = std::accumulate(taps.begin(), taps.end(), 0.0);
+    if (!std::isfinite(gain) || gain == 0.0)
+        Refuse(filter, "sum", gain, "a finite sum other than zero");
+    for (double& tap : taps)
+        tap /= gain;
+    return taps;
+}
+
+void IgnoredEnds::Require(const char* filter) const
+{
+    if (ignoredUi < 0)
+        Refuse(filter, "ignoredUi", ignoredUi, "0 or more UI");
+    const std::size_t needed = 2 * (reachUi + unknowns);
+    const std::size_t most = recordUi > needed ? (recordUi - needed) / 2 : 0;
+    if (static_cast<std::size_t>(ignoredUi) > most)
+        Refuse(filter, "ignoredUi", ignoredUi,
+               "at most " + std::to_string(most) + " of " + std::to_string(recordUi) +
+                   " UI, which leave twice as many as the fit has unknowns, " + std::to_string(unknowns));
 }
 
 void TapGrid::Require(const char* filter) const

@@ -1,7 +1,9 @@
 // What equalisers ask of their taps.
 #pragma once
 
+#include <cstddef>
 #include <span>
+#include <vector>
 
 namespace Tarnwick::DSO::Filters {
 
@@ -11,12 +13,33 @@ void RequireTapCount(const char* filter, int numberOfTaps);
 /// @throws std::invalid_argument  a tap is NaN or infinite; the text names the first, as `taps[k]`
 void RequireFiniteTaps(const char* filter, std::span<const double> taps);
 
+/// The taps over the sum of their magnitudes.
+/// @throws std::invalid_argument  the sum is zero or not finite
+std::vector<double> TapShares(const char* filter, std::span<const double> taps);
+
+/// The taps over their sum, so that they pass a constant as it is.
+/// @throws std::invalid_argument  the sum is zero or not finite
+std::vector<double> WithUnitGain(const char* filter, std::vector<double> taps);
+
+/// The ends of a record that a fit is to leave out.
+struct IgnoredEnds {
+    int ignoredUi;
+    std::size_t recordUi;
+    std::size_t reachUi;   // that the fit leaves out at each end beyond them
+    std::size_t unknowns;  // that it finds
+
+    /// @throws std::invalid_argument  ignoredUi is negative, or not 0 and leaves fewer than twice as many UI as there are
+    ///         unknowns: a fit of about as many follows the noise of the few
+    void Require(const char* filter) const;
+};
+
 /// Taps samplesPerUi / tapsPerUi samples apart.
 struct TapGrid {
     int samplesPerUi;
     int tapsPerUi;
     int numberOfTaps;
 
+    int Spacing() const { return samplesPerUi / tapsPerUi; }
     /// @throws std::invalid_argument  samplesPerUi is below 1, tapsPerUi outside 1 to samplesPerUi, or the number of taps
     ///         outside what RequireTapCount takes or too large for delays in 32 bits
     void Require(const char* filter) const;

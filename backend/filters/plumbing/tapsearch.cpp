@@ -11,6 +11,7 @@
 #include "maths/convolution/circularconvolver.h"
 #include "maths/equalisers/tdecq.h"
 #include "maths/patterns/codings.h"
+#include "maths/patterns/idealsignal.h"
 #include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Filters {
@@ -46,6 +47,40 @@ SymbolLevels LevelsOf(const char* filter, const TapSearch& search, const std::st
     return SystemFramework::LevelsOfSymbols(filter, "symbols", symbols, coding, SymbolMapOf(withoutGrayCoding));
 }
 
+// The levels that the least-squares fits go by.
+SymbolLevels SentLevels(const char* filter, const TapSearch& search, const PatternPeriod& period)
+{
+    const bool isPam4 = search.signalCoding == SIGNAL_CODING_PAM4 || search.signalCoding == SIGNAL_CODING_PAM4_PRECODED;
+    const std::string symbols = isPam4 && !search.useUserPattern
+                                    ? DetectedSymbols(filter, search, search.record, period)
+                                    : search.patternSymbols;
+    // The configuration decides on Gray coding here, not the argument. Deliberate.
+    const bool withoutGrayCoding = search.config.withoutGrayCoding;
+    return LevelsOf(filter, search, symbols, withoutGrayCoding ? search.config.signalCoding : search.signalCoding,
+                    withoutGrayCoding);
+}
+
+// Whole UI of the record.
+std::size_t RecordUi(const TapSearch& search, const PatternPeriod& period)
+{
+    return static_cast<std::size_t>(static_cast<double>(search.record.size()) / period.SamplesPerUi());
+}
+
+[[noreturn]] void RefuseIndistinct(const char* filter, int numberOfTaps)
+{
+    Refuse(filter, "numberOfTaps", numberOfTaps,
+           "as many taps as the capture can tell apart: it is constant, not finite, or its pattern too simple");
+}
+
+// The record with the value beside them in place of its ends, so that a filter meets neither them nor a step.
+std::vector<double> WithHeldEnds(std::span<const double> record, std::size_t ends)
+{
+    std::vector<double> held(record.begin(), record.end());
+    std::fill_n(held.begin(), ends, held[ends]);
+    std::fill_n(held.rbegin(), ends, held[record.size() - 1 - ends]);
+    return held;
+}
+
 bool IsConstant(std::span<const double> values)
 {
     const auto [low, high] = std::minmax_element(values.begin(), values.end());
@@ -68,27 +103,76 @@ Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search
                                                              : search.gaussianBandwidth;
     RequirePositive(filter, "bandwidth", bandwidth, "a finite positive bandwidth in GHz");
 
-    const bool isPam4 = search.signalCoding == SIGNAL_CODING_PAM4 || search.signalCoding == SIGNAL_CODING_PAM4_PRECODED;
-    const std::string symbols = isPam4 && !search.useUserPattern
-                                    ? DetectedSymbols(filter, search, search.record, period)
-                                    : search.patternSymbols;
-    // The configuration decides on Gray coding here, not the argument. Deliberate.
-    const bool withoutGrayCoding = search.config.withoutGrayCoding;
-    const auto [levels, levelCount] =
-        LevelsOf(filter, search, symbols, withoutGrayCoding ? search.config.signalCoding : search.signalCoding,
-                 withoutGrayCoding);
-    auto solution = Maths::FindLeastSquaresTaps({{search.record, levels, levelCount, period.SamplesPerUi()},
-                                                 samplesPerUi,
-                                                 numberOfTaps,
-                                                 tapsPerUi,
-                                                 search.mainCursorPosition,
-                                                 search.narrowDelaySearch,
-                                                 search.baudRateGBd * samplesPerUi,
-                                                 bandwidth});
+    // Candidate delays reach a quarter of a tap beyond the taps.
+    const auto taps = static_cast<std::size_t>(numberOfTaps);
+    const std::size_t reachUi = taps / static_cast<std::size_t>(tapsPerUi) + 2;
+    IgnoredEnds{search.ignoredUi, RecordUi(search, period), reachUi, taps}.Require(filter);
+    const auto [levels, levelCount] = SentLevels(filter, search, period);
+    auto solution =
+        Maths::FindLeastSquaresTaps({{search.record, levels, levelCount, period.SamplesPerUi()},
+                                     samplesPerUi,
+                                     numberOfTaps,
+                                     tapsPerUi,
+                                     search.mainCursorPosition,
+                                     search.narrowDelaySearch,
+                                     search.baudRateGBd * samplesPerUi,
+                                     bandwidth,
+                                     static_cast<std::size_t>(std::ceil(search.ignoredUi * period.SamplesPerUi()))});
     if (!solution)
-        Refuse(filter, "numberOfTaps", numberOfTaps,
-               "as many taps as the capture can tell apart: it is constant, not finite, or its pattern too simple");
+        RefuseIndistinct(filter, numberOfTaps);
     return *std::move(solution);
+}
+
+Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
+{
+    const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = search.grid;
+    search.grid.Require(filter);
+    RequireWholeSampling(filter, search.config, samplesPerUi, "a fit at the sampling phase");
+    const PatternPeriod period(filter, search.config, samplesPerUi, search.patternLengthUi);
+    search.grid.RequireFit(filter, search.patternLengthUi, search.mainCursorPosition);
+    period.RequireWholeRepetitions(static_cast<int>(search.record.size()));
+    RequireFiniteSamples(filter, search.record);
+    if (search.dfeTaps > search.patternLengthUi - 2)
+        Refuse(filter, "dfeTaps", search.dfeTaps,
+               "at most patternLengthUi - 2, " + std::to_string(search.patternLengthUi - 2));
+
+    Maths::PhaseFitProblem problem;
+    problem.samples = search.record;
+    problem.samplesPerUi = static_cast<std::size_t>(samplesPerUi);
+    for (int j = 0; j < numberOfTaps; ++j)
+        problem.tapDelays.push_back(j * search.grid.Spacing());
+    problem.feedbackTaps = static_cast<std::size_t>(search.dfeTaps);
+    if (search.mainCursorPosition >= 1)
+        problem.mainCursor = static_cast<std::size_t>(search.mainCursorPosition) - 1;
+    problem.ignoredUi = static_cast<std::size_t>(std::max(search.ignoredUi, 0));
+    problem.ridge = search.ridge;
+    const std::size_t uiCount = RecordUi(search, period);
+    IgnoredEnds{search.ignoredUi, uiCount, Maths::PhaseFitReach(problem),
+                problem.tapDelays.size() + problem.feedbackTaps + 1}
+        .Require(filter);
+
+    const auto [levels, levelCount] = SentLevels(filter, search, period);
+    const std::size_t ends = problem.ignoredUi * problem.samplesPerUi;
+    const auto inner = search.record.subspan(ends, search.record.size() - 2 * ends);
+    const auto [low, high] = std::minmax_element(inner.begin(), inner.end());
+    const double swing = *high - *low;
+    const std::vector<double> sent = Maths::IdealSignal(levels, {-swing / 2.0, swing / 2.0, levelCount}, 1.0, uiCount);
+    problem.levels = sent;
+    auto fit = Maths::FitAtSamplingPhase(problem);
+    if (!fit && problem.mainCursor) {
+        problem.mainCursor.reset();
+        if (Maths::FitAtSamplingPhase(problem))
+            Refuse(filter, "mainCursorPosition", search.mainCursorPosition,
+                   "a place at which the capture lets the largest tap stand");
+    }
+    if (!fit)
+        RefuseIndistinct(filter, numberOfTaps);
+    if (fit->isInverted) {
+        for (double& tap : fit->taps)
+            tap = -tap;
+        fit->constant = -fit->constant;
+    }
+    return *std::move(fit);
 }
 
 std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
@@ -105,12 +189,16 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
         Refuse(filter, "sampleCount", sampleCount,
                "a positive multiple of samplesPerUi, " + std::to_string(samplesPerUi));
     RequireFiniteSamples(filter, record);
+    const auto taps = static_cast<std::size_t>(numberOfTaps);
+    IgnoredEnds{search.ignoredUi, RecordUi(search, period), Maths::kTdecqReachUi + taps - 1, taps + 2}.Require(filter);
+    const auto ignoredUi = static_cast<std::size_t>(search.ignoredUi);
     // The rounding of a low-passed constant would pass for four levels.
     if (IsConstant(record))
         Refuse(filter, "samples", "constant, " + SystemFramework::TextOf(record.front()), "a capture of the pattern");
     std::vector<double> filtered(record.size());
     Maths::ConvolutionWork work;
-    Maths::CircularConvolver(search.lowPass, record.size()).Convolve(record, filtered, work);
+    Maths::CircularConvolver lowPass(search.lowPass, record.size());
+    lowPass.Convolve(record, filtered, work);
     RequireFiniteSamples(filter, filtered);
     if (IsConstant(filtered))
         Refuse(filter, "capture", "constant", "a waveform that is not constant");
@@ -121,27 +209,33 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
     const E_SIGNAL_CODING coding =
         Maths::FindCoding(search.signalCoding) == nullptr ? SIGNAL_CODING_PAM4 : search.signalCoding;
     const auto levels = LevelsOf(filter, search, symbols, coding, search.withoutGrayCoding).levels;
-    const std::vector<double> capture = Maths::WithoutMean(filtered);
     const auto spacing = static_cast<std::size_t>(samplesPerUi);
-    const auto located = Maths::LocatePattern(capture, levels, spacing);
+    const std::size_t ends = ignoredUi * spacing;
+    if (ends > 0) {
+        // The low-pass is not over within a few UI: where it ends at half the sample rate it rings on as 1/n.
+        lowPass.Convolve(WithHeldEnds(record, ends), filtered, work);
+    }
+    const std::vector<double> capture = Maths::WithoutMean(filtered, ends);
+    const auto located = Maths::LocatePattern(capture, levels, spacing, ignoredUi);
     if (!located && levels == std::vector<int>(levels.size(), levels.front()))
         Refuse(filter, "reference", "constant", "a waveform that is not constant");
     if (!located)
         Refuse(filter, "number of levels in the reference", "outside its range", "2 to 4");
     const int cursor = std::max(search.mainCursorIndex, -1);
-    auto equaliser =
-        Maths::FindReferenceEqualizer(capture, *located, spacing, static_cast<std::size_t>(numberOfTaps),
-                                      cursor < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(cursor)));
+    auto equaliser = Maths::FindReferenceEqualizer(
+        capture, *located, spacing, taps, cursor < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(cursor)),
+        ignoredUi);
     if (!equaliser)
         Refuse(filter, "mainCursorIndex", cursor, "a place at which the capture lets the largest tap stand");
     return std::move(equaliser->taps);
 }
 
-void RequireWholeSampling(const char* filter, const DeviceConfiguration& config, int samplesPerUi)
+void RequireWholeSampling(const char* filter, const DeviceConfiguration& config, int samplesPerUi,
+                          const std::string& fit)
 {
     const double sampling = config.useFractionalSampling ? RealSamplesPerUi(config) : samplesPerUi;
     if (sampling != std::trunc(sampling))
-        Refuse(filter, "uiDuration / sampleSpacing", sampling, "a whole number for the TDECQ equaliser");
+        Refuse(filter, "uiDuration / sampleSpacing", sampling, "a whole number for " + fit);
     if (sampling != samplesPerUi)
         Refuse(filter, "uiDuration / sampleSpacing", sampling, "samplesPerUi, " + std::to_string(samplesPerUi));
 }

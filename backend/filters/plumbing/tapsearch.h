@@ -1,4 +1,4 @@
-// The FFE's searches for taps, checked: what they are asked for, and how they refuse.
+// The searches for the FFE's taps, checked: what they are asked for, and how they refuse.
 #pragma once
 
 #include <span>
@@ -9,10 +9,11 @@
 #include "framework/deviceconfiguration.h"
 #include "framework/signalcoding.h"
 #include "maths/equalisers/ffesearch.h"
+#include "maths/equalisers/phasefit.h"
 
 namespace Tarnwick::DSO::Filters {
 
-/// What both searches are asked for.
+/// What all searches are asked for.
 struct TapSearch {
     const DeviceConfiguration& config;
     std::span<const double> record;  // whole repetitions of the pattern
@@ -22,6 +23,7 @@ struct TapSearch {
     bool withoutGrayCoding;
     bool useUserPattern;
     const std::string& patternSymbols;
+    int ignoredUi;  // at both ends of the record, that the search leaves out
 };
 
 /// Taps of least squares against the ideal copy of the pattern. PAM4 symbols are detected unless the user gives them.
@@ -35,6 +37,17 @@ struct LeastSquaresSearch : TapSearch {
 /// @throws std::invalid_argument  as FFEFilter::Prepare
 Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search);
 
+/// Taps fitted at one phase of the UI, with the feedback of a DFE behind them. Symbols as above.
+struct PhaseSearch : TapSearch {
+    int mainCursorPosition;  // counted from 1; below 1: the delay is searched
+    int dfeTaps;
+    double ridge;
+};
+
+/// The taps keep the polarity of the capture.
+/// @throws std::invalid_argument  as FFEFilter::Prepare
+Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search);
+
 /// Taps of the TDECQ reference equaliser, a UI apart. Symbols are detected unless the user gives them.
 struct TdecqSearch : TapSearch {
     std::span<const double> lowPass;
@@ -44,8 +57,10 @@ struct TdecqSearch : TapSearch {
 /// @throws std::invalid_argument  as FFEFilter::Prepare
 std::vector<double> FindTaps(const char* filter, const TdecqSearch& search);
 
-/// What taps a UI apart ask for.
+/// What fits to one sample a UI ask for.
+/// @param fit  what asks, for the text
 /// @throws std::invalid_argument  sampling is fractional, and uiDuration / sampleSpacing other than samplesPerUi
-void RequireWholeSampling(const char* filter, const DeviceConfiguration& config, int samplesPerUi);
+void RequireWholeSampling(const char* filter, const DeviceConfiguration& config, int samplesPerUi,
+                          const std::string& fit = "the TDECQ equaliser");
 
 }  // namespace Tarnwick::DSO::Filters

@@ -95,6 +95,24 @@ void PatternPeriod::RefuseShort(int sampleCount) const
            "at least one repetition of " + SystemFramework::TextOf(length_) + " samples");
 }
 
+int WorkingLength(const char* filter, const DeviceConfiguration& config, int samplesPerUi,
+                  const std::string& patternSymbols, int sampleCount)
+{
+    const PatternPeriod whole(filter, config, samplesPerUi, config.patternLengthUi);
+    if (whole.CountIn(sampleCount) < 1)
+        whole.RefuseShort(sampleCount);
+    if (!config.multiplePatternRecord && !config.useFractionalSampling)
+        return sampleCount;
+    if (patternSymbols.empty())
+        Refuse(filter, "patternSymbols", "empty",
+               "the pattern's symbols, of which a record of several repetitions is counted");
+    const PatternPeriod pattern(filter, config, samplesPerUi, static_cast<int>(patternSymbols.size()));
+    const int repetitions = pattern.CountIn(sampleCount);
+    if (repetitions < 1)
+        pattern.RefuseShort(sampleCount);
+    return sampleCount / repetitions;
+}
+
 void RequireSampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern)
 {
     if (!std::isfinite(config.baudRateGBd) || config.baudRateGBd <= 0.0)

@@ -1,6 +1,8 @@
 // The sizes that filters derive from the configuration, each in one place.
 #pragma once
 
+#include <string>
+
 #include "framework/deviceconfiguration.h"
 
 namespace Tarnwick::DSO::Filters {
@@ -53,6 +55,12 @@ private:
     double length_;
     double slack_;  // [samples] by which a repetition may be longer or shorter: 1 with a fraction, else 0
 };
+
+/// Samples of the part of a record that taps are found from: all of it, or where it holds several repetitions or sampling is
+/// fractional an equal share of those of `patternSymbols`.
+/// @throws std::invalid_argument  the record is shorter than one repetition, or the symbols to count them by are empty
+int WorkingLength(const char* filter, const DeviceConfiguration& config, int samplesPerUi,
+                  const std::string& patternSymbols, int sampleCount);
 
 /// Sample interval [s]: one UI over the whole samples per UI of a pattern of `samplesPerPattern`; 0 when it has none.
 double SampleInterval(const DeviceConfiguration& config, int samplesPerPattern);

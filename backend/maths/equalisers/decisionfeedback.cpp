@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <numeric>
 #include <utility>
 
@@ -37,15 +38,16 @@ constexpr double kOpenEnough = 0.05;
 // By so much the earlier of two middles has to be more open than the later one.
 constexpr double kClearlyMoreOpen = 0.01;
 
-// By how many samples the record lags behind the held symbols.
-Alignment AlignmentBehind(std::span<const double> samples, std::span<const double> symbols, double samplesPerUi)
+// By how many samples the record, less `ends` samples at each end, lags behind the held symbols.
+Alignment AlignmentBehind(std::span<const double> samples, std::span<const double> symbols, double samplesPerUi,
+                          std::size_t ends)
 {
     std::vector<double> held(samples.size());
     for (std::size_t m = 0; m < held.size(); ++m)
         held[m] = symbols[static_cast<std::size_t>(static_cast<double>(m) / samplesPerUi) % symbols.size()];
     // A sample early: of equal peaks, which a pattern with a shorter period has, the lowest lag is to win, not lag 1.
     std::rotate(held.begin(), held.begin() + 1, held.end());
-    Alignment alignment = AlignmentOf(WithoutMean(samples), held);
+    Alignment alignment = AlignmentOf(WithoutMean(samples, ends), held);
     alignment.lag = (alignment.lag + samples.size() - 1) % samples.size();
     return alignment;
 }
@@ -66,6 +68,64 @@ std::vector<double> Residual(std::span<const double> sampled, std::span<const do
         AddRotated(residual, -response[j], symbols, shift - j);
     return residual;
 }
+
+// The least squares of all delays: their columns are rotations of one pattern of symbols without its mean, so one matrix
+// serves all of them. Where the ends do not count, another rotation leaves out other symbols, and columns have a mean.
+class FeedbackFits {
+public:
+    using Solver = Eigen::LDLT<Eigen::MatrixXd>;
+
+    /// @param ends  UI at each end that do not count
+    FeedbackFits(std::span<const double> symbols, int tapCount, std::size_t ends)
+        : symbols_(symbols.begin(), symbols.end()),
+          ones_(ends > 0 ? symbols.size() : 0, 1.0),
+          terms_(static_cast<Eigen::Index>(tapCount) + 1),
+          ends_(static_cast<long long>(ends)),
+          count_(symbols.size() - 2 * ends),
+          products_(symbols_, symbols_, count_),
+          sums_(symbols_, ones_, count_)
+    {
+    }
+    FeedbackFits(const FeedbackFits&) = delete;
+    FeedbackFits& operator=(const FeedbackFits&) = delete;
+
+    /// @return null when the symbols cannot tell the columns v_(i+shift-j) apart
+    const Solver* At(long long shift)
+    {
+        if (ones_.empty())
+            shift = 0;
+        const auto [place, isNew] = solvers_.try_emplace(shift);
+        if (isNew)
+            place->second.compute(Matrix(shift));
+        const Solver& solver = place->second;
+        // Smaller pivots are rounding. The solver's own estimate of the condition overlooks a pivot of zero.
+        const double smallestPivot =
+            4.0 * static_cast<double>(terms_) * std::numeric_limits<double>::epsilon() * products_.At(ends_ + shift, 0);
+        return solver.info() == Eigen::Success && solver.vectorD().minCoeff() > smallestPivot ? &solver : nullptr;
+    }
+
+private:
+    Eigen::MatrixXd Matrix(long long shift)
+    {
+        Eigen::MatrixXd normal(terms_, terms_);
+        for (Eigen::Index a = 0; a < terms_; ++a)
+            for (Eigen::Index b = 0; b <= a; ++b)
+                normal(a, b) = normal(b, a) = products_.At(ends_ + shift - a, a - b);
+        if (ones_.empty())
+            return normal;
+        Eigen::VectorXd sums(terms_);
+        for (Eigen::Index a = 0; a < terms_; ++a)
+            sums[a] = sums_.At(ends_ + shift - a, 0);
+        return normal - sums * sums.transpose() / static_cast<double>(count_);
+    }
+
+    std::vector<double> symbols_, ones_;
+    Eigen::Index terms_;
+    long long ends_;
+    std::size_t count_;
+    StretchProducts products_, sums_;
+    std::map<long long, Solver> solvers_;
+};
 
 // The smallest of the openings between neighbouring levels behind the feedback of the known symbols, over the levels'
 // spacing in the symbols. Behind the feedback a sample is h_0 v_(i+q) and the residual.
@@ -160,33 +220,27 @@ double DelayFromSamples(int samples, int samplesPerUi, double baudRateGBd)
 }
 
 FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const double> symbols, double samplesPerUi,
-                            int tapCount)
+                            int tapCount, std::size_t ignoredUi)
 {
     const std::size_t count = symbols.size();
+    FeedbackSearch best;
+    // UI at each end that do not count.
+    const std::size_t ends = ignoredUi == 0 ? 0 : ignoredUi + FeedbackReach(tapCount);
+    if (2 * ends >= count)
+        return best;
     const Eigen::Index terms = static_cast<Eigen::Index>(tapCount) + 1;
     std::vector<double> centred = WithoutMean(symbols);
-
-    // The columns of every fit are rotations of one pattern, so one matrix serves all of them.
-    std::vector<double> correlation(static_cast<std::size_t>(terms));
-    for (std::size_t j = 0; j < correlation.size(); ++j)
-        correlation[j] = CircularDot(centred, centred, static_cast<long long>(j));
-    Eigen::MatrixXd normal(terms, terms);
-    for (Eigen::Index a = 0; a < terms; ++a)
-        for (Eigen::Index b = 0; b < terms; ++b)
-            normal(a, b) = correlation[static_cast<std::size_t>(std::abs(a - b))];
-    const Eigen::LDLT<Eigen::MatrixXd> solver(normal);
-    FeedbackSearch best;
-    // Smaller pivots are rounding. The solver's own estimate of the condition overlooks a pivot of zero.
-    const double smallestPivot =
-        4.0 * static_cast<double>(terms) * std::numeric_limits<double>::epsilon() * correlation[0];
-    if (solver.info() != Eigen::Success || !(solver.vectorD().minCoeff() > smallestPivot)) {
+    FeedbackFits solvers(centred, tapCount, ends);
+    if (solvers.At(0) == nullptr) {
         best.outcome = FeedbackSearch::Outcome::SymbolsAlike;
         return best;
     }
 
-    const auto [lowest, highest] = std::minmax_element(samples.begin(), samples.end());
+    const auto endSamples = static_cast<std::size_t>(std::ceil(static_cast<double>(ignoredUi) * samplesPerUi));
+    const auto inner = samples.subspan(endSamples, samples.size() - 2 * endSamples);
+    const auto [lowest, highest] = std::minmax_element(inner.begin(), inner.end());
     const double smallestCursor = kSmallestMainCursor * std::max(std::abs(*lowest), std::abs(*highest));
-    const Alignment alignment = AlignmentBehind(samples, symbols, samplesPerUi);
+    const Alignment alignment = AlignmentBehind(samples, symbols, samplesPerUi, endSamples);
     const auto lag = static_cast<double>(alignment.lag);
     if (alignment.isInverted)
         for (double& symbol : centred)
@@ -198,13 +252,16 @@ FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const dou
     for (std::size_t k = 0; k < fits.size(); ++k) {
         const auto delay = static_cast<double>(k);
         SampleUis(samples, delay, samplesPerUi, uis);
-        const std::vector<double> sampled = WithoutMean(uis);
+        const std::vector<double> sampled = WithoutMean(uis, ends);
         const long long middle = std::llround((delay - samplesPerUi / 2.0 - lag) / samplesPerUi);
         for (const long long q : {middle - 1, middle, middle + 1}) {
             Eigen::VectorXd right(terms);
             for (Eigen::Index j = 0; j < terms; ++j)
                 right[j] = CircularDot(sampled, centred, q - j);
-            const Eigen::VectorXd response = solver.solve(right);
+            const FeedbackFits::Solver* const solver = solvers.At(q);
+            if (solver == nullptr)
+                continue;
+            const Eigen::VectorXd response = solver->solve(right);
             const double cursor = response[0];
             if (!(cursor > smallestCursor))
                 continue;
@@ -213,11 +270,16 @@ FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const dou
             best.largestTap = std::min(best.largestTap, largestTap);
             if (!(largestTap <= 1.0))
                 continue;
-            const std::vector<double> residual = Residual(sampled, centred, q, response);
+            std::vector<double> residual = Residual(sampled, centred, q, response);
+            if (ends > 0)
+                residual = WithoutMean(std::span(residual).subspan(ends, count - 2 * ends));
             const double relative = Rms(residual) / cursor;
             if (!(relative < fits[k].residual - kEqualResiduals))
                 continue;
-            fits[k] = {{response.begin() + 1, response.end()}, cursor, relative, opening.Of(residual, q, cursor)};
+            fits[k] = {{response.begin() + 1, response.end()},
+                       cursor,
+                       relative,
+                       opening.Of(residual, q + static_cast<long long>(ends), cursor)};
             for (double& tap : fits[k].taps)
                 tap /= cursor;
         }

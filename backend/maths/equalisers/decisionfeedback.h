@@ -28,6 +28,13 @@ struct UiGrid {
     double samplesPerUi;  ///< s, at least 1; need not be whole
 };
 
+/// UI that a search leaves out at either end beyond those ignored: those whose feedback is of symbols that are ignored, and one
+/// for the delay.
+constexpr std::size_t FeedbackReach(int tapCount)
+{
+    return static_cast<std::size_t>(tapCount) + 1;
+}
+
 struct FeedbackSearch {
     enum class Outcome {
         Found,
@@ -55,8 +62,11 @@ struct FeedbackSearch {
 /// @param symbols       v, a value for each UI, evenly spaced from -1 to 1
 /// @param samplesPerUi  s, at least 1
 /// @param tapCount      n, at most symbols.size() - 2
+/// @param ignoredUi     [UI] at both ends of the repetition that neither alignment, fit, residual nor opening come from;
+///                      0: it wraps round and all of it counts
+/// @return NoMainCursor as well when nothing is left that is not ignored
 TARNWICK_FRAMEWORK_API FeedbackSearch FindFeedback(std::span<const double> samples, std::span<const double> symbols,
-                                                   double samplesPerUi, int tapCount);
+                                                   double samplesPerUi, int tapCount, std::size_t ignoredUi = 0);
 
 /// The equaliser, with buffers that are allocated once for any number of repetitions.
 class TARNWICK_FRAMEWORK_API DecisionFeedback {

@@ -30,10 +30,13 @@ struct LeastSquaresProblem {
     bool narrowDelaySearch;  // 7 delays instead of four a tap
     double sampleRate;       // [GHz]
     double bandwidth;        // [GHz] of the low-pass on the ideal copy
+    /// [samples] at both ends of the capture that neither a row's samples nor its target may come from; nor do mean, swing and
+    /// alignment. 0: the capture wraps round and all of it counts.
+    std::size_t ignoredSamples = 0;
 };
 
 /// The ideal copy, low-passed and aligned by its circular correlation, is what the taps have to come nearest to.
-/// @return nothing when the capture cannot tell the taps apart
+/// @return nothing when the capture cannot tell the taps apart, or what is not ignored is shorter than their reach
 TARNWICK_FRAMEWORK_API std::optional<TapSolution> FindLeastSquaresTaps(const LeastSquaresProblem& problem);
 
 /// Taps `spacing` samples apart with zeros between them; taps beyond `numberOfTaps` are left out, missing ones are zero.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <map>
 
 #include <Eigen/Cholesky>
 #include <Eigen/Core>
@@ -16,25 +15,6 @@ namespace {
 
 constexpr int kCandidatesPerTap = 4;
 constexpr int kNarrowCandidates = 7;
-
-// Correlations at the lags asked for, each computed once.
-class Correlation {
-public:
-    Correlation(std::span<const double> x, std::span<const double> y) : x_(x), y_(y) {}
-    double At(long long lag)
-    {
-        const std::size_t wrapped = WrappedIndex(lag, x_.size());
-        const auto [place, fresh] = values_.try_emplace(wrapped);
-        if (fresh)
-            place->second = CircularDot(x_, y_, lag);
-        return place->second;
-    }
-
-private:
-    std::span<const double> x_;
-    std::span<const double> y_;
-    std::map<std::size_t, double> values_;
-};
 
 }  // namespace
 
@@ -59,18 +39,23 @@ std::vector<int> CandidateDelays(int numberOfTaps, int samplesPerUi, int tapsPer
 }
 
 std::optional<TapSolution> SolveTaps(std::span<const double> capture, std::span<const double> reference,
-                                     std::span<const int> tapDelays, std::span<const int> referenceDelays)
+                                     std::span<const int> tapDelays, std::span<const int> referenceDelays,
+                                     std::optional<RowStretch> rows)
 {
+    const auto [first, count] = rows.value_or(RowStretch{0, capture.size()});
     const auto taps = static_cast<Eigen::Index>(tapDelays.size());
     const auto candidates = static_cast<Eigen::Index>(referenceDelays.size());
     const auto at = [](std::span<const int> delays, Eigen::Index k) -> long long {
         return delays[static_cast<std::size_t>(k)];
     };
-    Correlation itself(capture, capture);
+    StretchProducts itself(capture, capture, count);
     Eigen::MatrixXd normal(taps, taps);
-    for (Eigen::Index j = 0; j < taps; ++j)
-        for (Eigen::Index l = 0; l <= j; ++l)
-            normal(j, l) = normal(l, j) = itself.At(std::abs(at(tapDelays, j) - at(tapDelays, l)));
+    for (Eigen::Index j = 0; j < taps; ++j) {
+        for (Eigen::Index l = 0; l <= j; ++l) {
+            const auto [earlier, later] = std::minmax({at(tapDelays, j), at(tapDelays, l)});
+            normal(j, l) = normal(l, j) = itself.At(first - later, later - earlier);
+        }
+    }
     const Eigen::LDLT<Eigen::MatrixXd> solver(normal);
     // The pivots fall from the largest to the smallest. Below this share the last ones are rounding; those of a pattern
     // that does tell the taps apart stay above 1e-10.
@@ -79,20 +64,24 @@ std::optional<TapSolution> SolveTaps(std::span<const double> capture, std::span<
     if (!(pivots.minCoeff() > smallestShare * pivots.maxCoeff()))
         return std::nullopt;
 
-    Correlation across(capture, reference);
+    StretchProducts across(capture, reference, count);
     Eigen::MatrixXd right(taps, candidates);
     for (Eigen::Index k = 0; k < candidates; ++k)
         for (Eigen::Index j = 0; j < taps; ++j)
-            right(j, k) = across.At(at(tapDelays, j) - at(referenceDelays, k));
+            right(j, k) = across.At(first - at(tapDelays, j), at(tapDelays, j) - at(referenceDelays, k));
     const Eigen::MatrixXd solution = solver.solve(right);
-    const double power = CircularDot(reference, reference, 0);
+    StretchProducts target(reference, reference, count);
 
     TapSolution best;
+    double power = 0.0;
     double smallest = std::numeric_limits<double>::infinity();
     for (Eigen::Index k = 0; k < candidates; ++k) {
-        const double residual = std::abs(power - right.col(k).dot(solution.col(k)));
-        if (residual < smallest) {
+        const double candidatePower = target.At(first - at(referenceDelays, k), 0);
+        const double residual = std::abs(candidatePower - right.col(k).dot(solution.col(k)));
+        // Shares of the power, which is one and the same where all rows count.
+        if (candidatePower == power ? residual < smallest : residual * power < smallest * candidatePower) {
             smallest = residual;
+            power = candidatePower;
             best.candidate = static_cast<std::size_t>(k);
         }
     }

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <numeric>
 
 #include <Eigen/Core>
@@ -62,16 +63,46 @@ std::size_t LargestTap(std::span<const double> taps)
         taps.begin());
 }
 
-// The capture without its mean, a sample a UI at any phase: that of symbol i at index i.
+// Consecutive places in the order of the symbols, round the record's end.
+struct Stretch {
+    std::size_t first;
+    std::size_t count;
+};
+
+// The capture without the mean of what counts, a sample a UI at any phase: that of symbol i at index i.
 class Sampler {
 public:
-    Sampler(std::span<const double> capture, const ReferenceSymbols& symbols, std::size_t samplesPerUi)
-        : samples_(WithoutMean(capture)), samplesPerUi_(samplesPerUi), firstCentre_(symbols.firstCentre)
+    Sampler(std::span<const double> capture, const ReferenceSymbols& symbols, std::size_t samplesPerUi,
+            std::size_t ignoredUi)
+        : samples_(capture.begin(), capture.end()),
+          samplesPerUi_(samplesPerUi),
+          firstCentre_(symbols.firstCentre),
+          heard_{0, samples_.size() / samplesPerUi}
     {
-        variance_ = std::inner_product(samples_.begin(), samples_.end(), samples_.begin(), 0.0) /
-                    static_cast<double>(samples_.size());
+        const std::size_t ends = ignoredUi == 0 ? 0 : ignoredUi + kTdecqReachUi;
+        const auto inner = std::span(samples_).subspan(ends * samplesPerUi, samples_.size() - 2 * ends * samplesPerUi);
+        const double mean = Mean(inner);
+        for (double& sample : samples_)
+            sample -= mean;
+        variance_ =
+            std::inner_product(inner.begin(), inner.end(), inner.begin(), 0.0) / static_cast<double>(inner.size());
+        if (ends == 0)
+            return;
+        const std::size_t uiCount = heard_.count;
+        const std::size_t offset = firstCentre_ / samplesPerUi % uiCount;
+        heard_ = {(ends + uiCount - offset) % uiCount, uiCount - 2 * ends};
     }
     double Variance() const { return variance_; }
+    /// The samples of At that are not ignored, at any phase.
+    Stretch Heard() const { return heard_; }
+    /// The symbols whose taps see nothing else.
+    Stretch Counted(std::size_t taps, std::size_t cursor) const
+    {
+        const std::size_t uiCount = samples_.size() / samplesPerUi_;
+        if (heard_.count == uiCount)
+            return heard_;
+        return {(heard_.first + taps - 1 + uiCount - cursor) % uiCount, heard_.count - (taps - 1)};
+    }
     void At(double phaseUi, std::vector<double>& values) const
     {
         const std::size_t count = samples_.size();
@@ -92,6 +123,7 @@ private:
     std::vector<double> samples_;
     std::size_t samplesPerUi_;
     std::size_t firstCentre_;
+    Stretch heard_;
     double variance_ = 0.0;
 };
 
@@ -103,24 +135,35 @@ void Equalise(std::span<const double> v, std::span<const double> taps, std::size
         AddRotated(y, taps[j], v, static_cast<long long>(cursor) - static_cast<long long>(j));
 }
 
+// Calls back with each index of a stretch of a circular record, in its order.
+template <typename Call>
+void ForEach(Stretch stretch, std::size_t size, const Call& call)
+{
+    const std::size_t head = std::min(stretch.count, size - stretch.first);
+    for (std::size_t i = stretch.first; i < stretch.first + head; ++i)
+        call(i);
+    for (std::size_t i = 0; i < stretch.count - head; ++i)
+        call(i);
+}
+
 // The values of each level in one time slice, as histograms.
 class Slice {
 public:
-    void Fill(std::span<const double> y, const ReferenceSymbols& symbols)
+    void Fill(std::span<const double> y, const ReferenceSymbols& symbols, Stretch counted)
     {
         levels_.assign(static_cast<std::size_t>(symbols.levelCount), {});
-        for (std::size_t i = 0; i < y.size(); ++i) {
+        ForEach(counted, y.size(), [&](std::size_t i) {
             Level& level = levels_[static_cast<std::size_t>(symbols.levels[i])];
             level.low = std::min(level.low, y[i]);
             level.high = std::max(level.high, y[i]);
-        }
-        for (std::size_t i = 0; i < y.size(); ++i) {
+        });
+        ForEach(counted, y.size(), [&](std::size_t i) {
             Level& level = levels_[static_cast<std::size_t>(symbols.levels[i])];
             const double width = level.high - level.low;
             const double place = width > 0.0 ? (y[i] - level.low) / width * static_cast<double>(kBins) : 0.0;
             level.counts[std::min(static_cast<std::size_t>(place), kBins - 1)] += 1.0;
-        }
-        total_ = static_cast<double>(y.size());
+        });
+        total_ = static_cast<double>(counted.count);
     }
     /// Share of symbols on the wrong side of a threshold when noise of this sigma is added; 0: none is.
     double ErrorRatio(double sigma, std::span<const double> thresholds) const
@@ -180,11 +223,13 @@ public:
         Equalise(centre_, taps, cursor, y_);
         std::vector<double> sums(levels, 0.0);
         std::vector<double> counts(levels, 0.0);
-        for (std::size_t i = 0; i < y_.size(); ++i) {
+        const Stretch counted = sampler_.Counted(taps.size(), cursor);
+        const auto total = static_cast<double>(counted.count);
+        ForEach(counted, y_.size(), [&](std::size_t i) {
             sums[static_cast<std::size_t>(symbols_.levels[i])] += y_[i];
             counts[static_cast<std::size_t>(symbols_.levels[i])] += 1.0;
-        }
-        const double mean = std::accumulate(sums.begin(), sums.end(), 0.0) / static_cast<double>(y_.size());
+        });
+        const double mean = std::accumulate(sums.begin(), sums.end(), 0.0) / total;
         EyeClosure closure;
         closure.oma = sums.back() / counts.back() - sums.front() / counts.front();
         closure.noiseGain = NoiseGain(taps);
@@ -194,15 +239,15 @@ public:
         for (std::size_t k = 0; k + 1 < levels; ++k)
             thresholds[k] = mean + spacing * (static_cast<double>(k) - middle);
         double error = 0.0;
-        for (std::size_t i = 0; i < y_.size(); ++i) {
+        ForEach(counted, y_.size(), [&](std::size_t i) {
             const double ideal = mean + spacing * (symbols_.levels[i] - 0.5 * static_cast<double>(levels - 1));
             error += (y_[i] - ideal) * (y_[i] - ideal);
-        }
+        });
 
         Equalise(before_, taps, cursor, y_);
-        early_.Fill(y_, symbols_);
+        early_.Fill(y_, symbols_, counted);
         Equalise(after_, taps, cursor, y_);
-        late_.Fill(y_, symbols_);
+        late_.Fill(y_, symbols_, counted);
         const auto holds = [&](double sigma) {
             return early_.ErrorRatio(sigma, thresholds) <= kErrorRatio &&
                    late_.ErrorRatio(sigma, thresholds) <= kErrorRatio;
@@ -220,7 +265,7 @@ public:
         const double ideal = 2.0 * static_cast<double>(levels - 1) * kQt;
         closure.tdecqDb = closure.sigma > 0.0
                               ? 10.0 * std::log10(closure.oma * closure.noiseGain / (ideal * closure.sigma))
-                              : kClosedDb + error / static_cast<double>(y_.size()) / (closure.oma * closure.oma);
+                              : kClosedDb + error / total / (closure.oma * closure.oma);
         return closure;
     }
 
@@ -232,41 +277,66 @@ private:
     Slice early_, late_;
 };
 
+// Means of x[m - j] y[m - k] over the rows m, each difference of j and k summed once; in one running sum where all rows count.
+class RowMeans {
+public:
+    RowMeans(std::span<const double> x, std::span<const double> y, Stretch rows)
+        : x_(x), y_(y), rows_(rows), products_(x, y, rows.count)
+    {
+    }
+    double At(std::size_t j, std::size_t k)
+    {
+        const long long lag = static_cast<long long>(j) - static_cast<long long>(k);
+        const auto count = static_cast<double>(rows_.count);
+        if (rows_.count < x_.size())
+            return products_.At(static_cast<long long>(rows_.first) - static_cast<long long>(j), lag) / count;
+        const auto [place, isNew] = whole_.try_emplace(lag);
+        if (isNew)
+            place->second = CircularDotInOrder(x_, y_, lag) / count;
+        return place->second;
+    }
+
+private:
+    std::span<const double> x_;
+    std::span<const double> y_;
+    Stretch rows_;
+    StretchProducts products_;
+    std::map<long long, double> whole_;
+};
+
 // Least squares of the equalised samples v on scaled and shifted levels a, for taps that sum to 1. Every column of the
-// regression is a rotation of v: the sums below are all it takes, whatever cursor and noise load.
+// regression is a rotation of v: the sums below are all it takes, whatever cursor and noise load. A row is the place m of the
+// last sample that the taps see, its symbol the one at m - cursor.
 class Regression {
 public:
-    Regression(const std::vector<double>& v, const ReferenceSymbols& symbols, std::size_t taps)
-        : taps_(taps), count_(static_cast<double>(v.size())), itself_(taps), across_(2 * taps - 1)
+    /// @param rows  those whose taps see nothing that is ignored
+    Regression(const std::vector<double>& v, const ReferenceSymbols& symbols, std::size_t taps, Stretch rows)
+        : taps_(taps),
+          a_(ScaledLevels(symbols)),
+          ones_(v.size(), 1.0),
+          itself_(v, v, rows),
+          across_(a_, v, rows),
+          meanV_(v, ones_, rows),
+          meanA_(a_, ones_, rows),
+          squareA_(a_, a_, rows)
     {
-        std::vector<double> a(v.size());
-        for (std::size_t i = 0; i < a.size(); ++i)
-            a[i] = 2.0 * symbols.levels[i] / (symbols.levelCount - 1.0) - 1.0;
-        for (std::size_t lag = 0; lag < taps; ++lag)
-            itself_[lag] = CircularDotInOrder(v, v, static_cast<long long>(lag)) / count_;
-        const long long lowest = 1 - static_cast<long long>(taps);
-        for (std::size_t k = 0; k < across_.size(); ++k)
-            across_[k] = CircularDotInOrder(a, v, lowest + static_cast<long long>(k)) / count_;
-        meanV_ = Mean(v);
-        meanA_ = Mean(a);
-        squareA_ = std::inner_product(a.begin(), a.end(), a.begin(), 0.0) / count_;
     }
-    std::vector<double> Solve(std::size_t cursor, double load) const
+    std::vector<double> Solve(std::size_t cursor, double load)
     {
         const auto n = static_cast<Eigen::Index>(taps_);
         Eigen::MatrixXd system = Eigen::MatrixXd::Zero(n + 3, n + 3);
         for (Eigen::Index j = 0; j < n; ++j) {
+            const auto tap = static_cast<std::size_t>(j);
             for (Eigen::Index k = 0; k < n; ++k) {
-                const auto lag = static_cast<std::size_t>(std::abs(j - k));
-                system(j, k) = itself_[lag] + load * NoiseCorrelation(lag);
+                const auto [earlier, later] = std::minmax({tap, static_cast<std::size_t>(k)});
+                system(j, k) = itself_.At(later, earlier) + load * NoiseCorrelation(later - earlier);
             }
-            const auto lag = taps_ - 1 + cursor - static_cast<std::size_t>(j);
-            system(j, n) = system(n, j) = -across_[lag];
-            system(j, n + 1) = system(n + 1, j) = -meanV_;
+            system(j, n) = system(n, j) = -across_.At(cursor, tap);
+            system(j, n + 1) = system(n + 1, j) = -meanV_.At(tap, tap);
             system(j, n + 2) = system(n + 2, j) = 1.0;
         }
-        system(n, n) = squareA_;
-        system(n, n + 1) = system(n + 1, n) = meanA_;
+        system(n, n) = squareA_.At(cursor, cursor);
+        system(n, n + 1) = system(n + 1, n) = meanA_.At(cursor, cursor);
         system(n + 1, n + 1) = 1.0;
         Eigen::VectorXd right = Eigen::VectorXd::Zero(n + 3);
         right(n + 2) = 1.0;
@@ -275,11 +345,17 @@ public:
     }
 
 private:
+    static std::vector<double> ScaledLevels(const ReferenceSymbols& symbols)
+    {
+        std::vector<double> a(symbols.levels.size());
+        for (std::size_t i = 0; i < a.size(); ++i)
+            a[i] = 2.0 * symbols.levels[i] / (symbols.levelCount - 1.0) - 1.0;
+        return a;
+    }
+
     std::size_t taps_;
-    double count_;
-    std::vector<double> itself_;  // v with v at lags 0 .. taps - 1
-    std::vector<double> across_;  // a with v at lags 1 - taps .. taps - 1
-    double meanV_ = 0.0, meanA_ = 0.0, squareA_ = 0.0;
+    std::vector<double> a_, ones_;
+    RowMeans itself_, across_, meanV_, meanA_, squareA_;
 };
 
 double PhaseUi(std::size_t k)
@@ -350,6 +426,12 @@ std::optional<ReferenceSymbols> SymbolsOfReference(std::span<const double> refer
     return symbols;
 }
 
+// Whether a symbol is left that counts when the ends are ignored.
+bool LeavesSymbols(std::size_t uiCount, std::size_t taps, std::size_t ignoredUi)
+{
+    return ignoredUi == 0 || (ignoredUi < uiCount && uiCount + 1 > 2 * (ignoredUi + kTdecqReachUi) + taps);
+}
+
 // Moves the symbols to where the capture has them; in an inverted one the lowest level is the highest.
 void Align(ReferenceSymbols& symbols, const Alignment& alignment)
 {
@@ -379,13 +461,16 @@ std::optional<ReferenceSymbols> SymbolsOfPattern(std::span<const int> pattern, s
 }
 
 std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture, std::span<const int> pattern,
-                                              std::size_t samplesPerUi)
+                                              std::size_t samplesPerUi, std::size_t ignoredUi)
 {
     std::optional<ReferenceSymbols> symbols = SymbolsOfPattern(pattern, capture.size() / samplesPerUi, samplesPerUi);
+    const std::size_t ends = ignoredUi * samplesPerUi;
+    if (2 * ends >= capture.size())
+        return std::nullopt;
     if (symbols) {
         const std::vector<double> held = IdealSignal(symbols->levels, {-1.0, 1.0, symbols->levelCount},
                                                      static_cast<double>(samplesPerUi), capture.size());
-        Align(*symbols, AlignmentOf(capture, held));
+        Align(*symbols, ends == 0 ? AlignmentOf(capture, held) : AlignmentOf(WithoutMean(capture, ends), held));
     }
     return symbols;
 }
@@ -400,12 +485,14 @@ std::optional<ReferenceSymbols> LocateReference(std::span<const double> capture,
 }
 
 EyeClosure MeasureClosure(std::span<const double> capture, const ReferenceSymbols& symbols, std::size_t samplesPerUi,
-                          std::span<const double> taps)
+                          std::span<const double> taps, std::size_t ignoredUi)
 {
-    const Sampler sampler(capture, symbols, samplesPerUi);
-    Scorer scorer(sampler, symbols);
     ReferenceEqualizer best{{taps.begin(), taps.end()}, LargestTap(taps), 0.0, {}};
     best.closure.tdecqDb = std::numeric_limits<double>::infinity();
+    if (!LeavesSymbols(capture.size() / samplesPerUi, taps.size(), ignoredUi))
+        return best.closure;
+    const Sampler sampler(capture, symbols, samplesPerUi, ignoredUi);
+    Scorer scorer(sampler, symbols);
     for (std::size_t k = 0; k < kPhases; ++k) {
         const EyeClosure closure = scorer.Score(taps, best.cursor, PhaseUi(k));
         if (closure.tdecqDb < best.closure.tdecqDb)
@@ -416,9 +503,12 @@ EyeClosure MeasureClosure(std::span<const double> capture, const ReferenceSymbol
 
 std::optional<ReferenceEqualizer> FindReferenceEqualizer(std::span<const double> capture,
                                                          const ReferenceSymbols& symbols, std::size_t samplesPerUi,
-                                                         std::size_t numberOfTaps, std::optional<std::size_t> cursor)
+                                                         std::size_t numberOfTaps, std::optional<std::size_t> cursor,
+                                                         std::size_t ignoredUi)
 {
-    const Sampler sampler(capture, symbols, samplesPerUi);
+    if (!LeavesSymbols(capture.size() / samplesPerUi, numberOfTaps, ignoredUi))
+        return std::nullopt;
+    const Sampler sampler(capture, symbols, samplesPerUi, ignoredUi);
     Scorer scorer(sampler, symbols);
     const std::size_t first = cursor.value_or(0);
     const std::size_t last = cursor.value_or(std::min(kCursorsTried, numberOfTaps) - 1);
@@ -427,7 +517,8 @@ std::optional<ReferenceEqualizer> FindReferenceEqualizer(std::span<const double>
     std::vector<double> v;
     for (std::size_t k = 0; k < kPhases; ++k) {
         sampler.At(PhaseUi(k), v);
-        const Regression regression(v, symbols, numberOfTaps);
+        // At cursor 0 a symbol's place is that of its row.
+        Regression regression(v, symbols, numberOfTaps, sampler.Counted(numberOfTaps, 0));
         for (std::size_t c = first; c <= last; ++c) {
             for (const double load : kNoiseLoads) {
                 std::vector<double> taps = regression.Solve(c, load * sampler.Variance());

@@ -32,10 +32,12 @@ TARNWICK_FRAMEWORK_API std::optional<ReferenceSymbols> SymbolsOfPattern(std::spa
 /// an inverted capture (P and N exchanged) are turned over.
 /// @param capture  a whole number of UI of samplesPerUi samples
 /// @param pattern  level of each UI, any rotation
-/// @return nothing when the pattern uses fewer than 2 or more than 4 levels
+/// @param ignoredUi  [UI] at both ends of the capture that are not looked at
+/// @return nothing when the pattern uses fewer than 2 or more than 4 levels, or all of the capture is ignored
 TARNWICK_FRAMEWORK_API std::optional<ReferenceSymbols> LocatePattern(std::span<const double> capture,
                                                                      std::span<const int> pattern,
-                                                                     std::size_t samplesPerUi);
+                                                                     std::size_t samplesPerUi,
+                                                                     std::size_t ignoredUi = 0);
 
 /// The same for a pattern that is given as its waveform, of held symbols with any spacing of the levels.
 /// @param reference  as long as the capture; rotated against it by any amount
@@ -59,20 +61,28 @@ struct ReferenceEqualizer {
     EyeClosure closure;
 };
 
+/// [UI] by which the phases tried, their time slices and the sample behind them may lie off a symbol's UI. Where ends are
+/// ignored so many more are left out at each.
+inline constexpr std::size_t kTdecqReachUi = 2;
+
 /// The closure of a capture behind given taps, at the best of 16 phases.
-/// @param symbols  those of the capture
-/// @param taps     sum 1; the largest is the cursor
+/// @param symbols    those of the capture
+/// @param taps       sum 1; the largest is the cursor
+/// @param ignoredUi  [UI] at both ends of the capture that no figure comes from, as behind filters that took it for periodic:
+///                   a symbol counts when it and all that its taps see lie kTdecqReachUi within. That the taps reach over is
+///                   seen to; what earlier filters reach over is the caller's to say. 0: it wraps round and all of it counts
+/// @return closed, and infinite, when no symbol is left
 TARNWICK_FRAMEWORK_API EyeClosure MeasureClosure(std::span<const double> capture, const ReferenceSymbols& symbols,
-                                                 std::size_t samplesPerUi, std::span<const double> taps);
+                                                 std::size_t samplesPerUi, std::span<const double> taps,
+                                                 std::size_t ignoredUi = 0);
 
 /// The taps of least closure: minimum mean-square error under several noise loads for each cursor and phase, scored by
 /// TDECQ, the best one refined by a compass search.
-/// @param cursor  the place of the largest tap; none: the first three are tried
-/// @return nothing when no taps have their largest where it has to be
-TARNWICK_FRAMEWORK_API std::optional<ReferenceEqualizer> FindReferenceEqualizer(std::span<const double> capture,
-                                                                                const ReferenceSymbols& symbols,
-                                                                                std::size_t samplesPerUi,
-                                                                                std::size_t numberOfTaps,
-                                                                                std::optional<std::size_t> cursor);
+/// @param cursor     the place of the largest tap; none: the first three are tried
+/// @param ignoredUi  as MeasureClosure
+/// @return nothing when no taps have their largest where it has to be, or no symbol is left
+TARNWICK_FRAMEWORK_API std::optional<ReferenceEqualizer> FindReferenceEqualizer(
+    std::span<const double> capture, const ReferenceSymbols& symbols, std::size_t samplesPerUi,
+    std::size_t numberOfTaps, std::optional<std::size_t> cursor, std::size_t ignoredUi = 0);
 
 }  // namespace Tarnwick::DSO::Maths

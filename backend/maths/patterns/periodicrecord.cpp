@@ -32,10 +32,10 @@ double SampleAt(std::span<const double> samples, double position)
 void AddRotated(std::span<double> sum, double factor, std::span<const double> x, long long lag)
 {
     const std::size_t start = WrappedIndex(lag, x.size());
-    const std::size_t head = x.size() - start;
+    const std::size_t head = std::min(sum.size(), x.size() - start);
     for (std::size_t i = 0; i < head; ++i)
         sum[i] += factor * x[start + i];
-    for (std::size_t i = head; i < x.size(); ++i)
+    for (std::size_t i = head; i < sum.size(); ++i)
         sum[i] += factor * x[i - head];
 }
 
@@ -70,6 +70,46 @@ std::vector<double> WithoutMean(std::span<const double> values)
     for (double& value : result)
         value -= mean;
     return result;
+}
+
+std::vector<double> WithoutMean(std::span<const double> values, std::size_t ends)
+{
+    if (ends == 0)
+        return WithoutMean(values);
+    std::vector<double> result(values.size(), 0.0);
+    std::ranges::copy(WithoutMean(values.subspan(ends, values.size() - 2 * ends)),
+                      result.begin() + static_cast<std::ptrdiff_t>(ends));
+    return result;
+}
+
+double StretchProducts::At(long long first, long long lag)
+{
+    const std::size_t n = x_.size();
+    const std::size_t shift = WrappedIndex(lag, n);
+    const auto [place, isNew] = sums_.try_emplace(shift);
+    Sum& sum = place->second;
+    if (isNew && count_ == n) {
+        sum.value = CircularDot(x_, y_, lag);
+    } else if (isNew) {
+        sum.first = WrappedIndex(first, n);
+        const std::size_t head = std::min(count_, n - sum.first);
+        sum.value = CircularDot(x_.subspan(sum.first, head), y_, static_cast<long long>(sum.first + shift)) +
+                    CircularDot(x_.first(count_ - head), y_, lag);
+    }
+    if (count_ == n)
+        return sum.value;
+
+    const auto product = [&](std::size_t i) { return x_[i % n] * y_[(i + shift) % n]; };
+    const std::size_t ahead = WrappedIndex(first - static_cast<long long>(sum.first), n);
+    double value = sum.value;
+    if (ahead <= n / 2) {
+        for (std::size_t i = sum.first; i < sum.first + ahead; ++i)
+            value += product(i + count_) - product(i);
+    } else {
+        for (std::size_t i = sum.first + n; i > sum.first + ahead; --i)
+            value += product(i - 1) - product(i - 1 + count_);
+    }
+    return value;
 }
 
 }  // namespace Tarnwick::DSO::Maths

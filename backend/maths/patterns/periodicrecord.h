@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <span>
 #include <vector>
 
@@ -37,7 +38,7 @@ inline double SampleBetween(std::span<const double> samples, std::size_t index, 
 TARNWICK_FRAMEWORK_API double SampleAt(std::span<const double> samples, double position);
 
 /// sum[i] += factor x[(i + lag) mod n]
-/// @param sum  n values, as many as x
+/// @param sum  at most n values, as many as x has
 TARNWICK_FRAMEWORK_API void AddRotated(std::span<double> sum, double factor, std::span<const double> x, long long lag);
 
 /// sum_i x[i] y[i] in a fixed order of 16 running sums.
@@ -58,5 +59,33 @@ TARNWICK_FRAMEWORK_API double Mean(std::span<const double> values);
 /// The values less their mean.
 /// @param values  at least one
 TARNWICK_FRAMEWORK_API std::vector<double> WithoutMean(std::span<const double> values);
+
+/// The values less the mean of those that lie at least `ends` from both ends; the others are zero.
+/// @param ends  fewer than half of the values; 0: as above
+TARNWICK_FRAMEWORK_API std::vector<double> WithoutMean(std::span<const double> values, std::size_t ends);
+
+/// Products of two records over a stretch of rows,
+///     sum_{i = first .. first + count - 1} x[i] y[i + lag],   indices mod n
+/// each lag once: from another first row the few products are added and taken off by which the two stretches differ.
+class TARNWICK_FRAMEWORK_API StretchProducts {
+public:
+    /// @param x      n values, which are not copied; y as many
+    /// @param count  rows, at most n; with n every first row gives CircularDot(x, y, lag)
+    StretchProducts(std::span<const double> x, std::span<const double> y, std::size_t count)
+        : x_(x), y_(y), count_(count)
+    {
+    }
+    double At(long long first, long long lag);
+
+private:
+    struct Sum {
+        std::size_t first = 0;
+        double value = 0.0;
+    };
+    std::span<const double> x_;
+    std::span<const double> y_;
+    std::size_t count_;
+    std::map<std::size_t, Sum> sums_;  // by lag
+};
 
 }  // namespace Tarnwick::DSO::Maths

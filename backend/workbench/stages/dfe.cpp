@@ -23,6 +23,7 @@ const std::vector<Field<P>>& Fields()
         {"taps", Setter<P>{&SetTaps<P>, "list of numbers"}, "main cursors",
          "what a symbol leaves in the symbols 1, 2, ... UI later", "none"},
         {"samplingDelayPs", &P::samplingDelayPs, "ps", "from the start of a repetition to its first decision"},
+        {"ignoredUi", &P::ignoredUi, "UI", "left out at both ends of a repetition when taps are found"},
         {"samplesPerUi", &P::samplesPerUi, "samples", kFromDevice},
         {"withoutGrayCoding", &P::withoutGrayCoding, "", kFromDevice},
     };

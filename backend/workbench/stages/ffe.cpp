@@ -21,6 +21,12 @@ const std::vector<Field<P>>& Fields()
         {"mainCursorPosition", &P::mainCursorPosition, "",
          "place of the main cursor among the taps, from 1; 0: searched"},
         {"useTdecqEqualizer", &P::useTdecqEqualizer, "", "the TDECQ reference equaliser instead of least-squares taps"},
+        {"fitAtSamplingPhase", &P::fitAtSamplingPhase, "",
+         "least squares where a receiver samples, once a UI, instead of over the whole waveform"},
+        {"dfeTaps", &P::dfeTaps, "", "`fitAtSamplingPhase`: taps of the `dfe` behind, which the fit leaves its part"},
+        {"ridge", &P::ridge, "",
+         "`fitAtSamplingPhase`: added to the diagonal of its equations, scaled to 1, where they are ill-posed"},
+        {"ignoredUi", &P::ignoredUi, "UI", "left out at both ends of the record when taps are found"},
         {"useManualTaps", &P::useManualTaps, "", "`taps` are used; otherwise they are found"},
         {"taps", Setter<P>{&SetTaps<P>, "list of numbers"}, "", "the taps, first to last", "none"},
         {"quantizeTaps", &P::quantizeTaps, "", "taps are reported as steps of `tapResolution`"},
@@ -50,6 +56,13 @@ std::string Findings(const P& parameters, const Filters::FFEFilter& filter)
         findings["mainCursor"] = largest - taps.begin() + 1;
     if (std::isfinite(filter.residualError))
         findings["residualError"] = filter.residualError;
+    if (std::isfinite(filter.conditionNumber)) {
+        findings["conditionNumber"] = filter.conditionNumber;
+        findings["samplingPhaseUi"] = filter.samplingPhaseUi;
+        findings["fitConstant"] = filter.fitConstant;
+    }
+    if (!filter.feedbackTaps.empty())
+        findings["feedbackTaps"] = filter.feedbackTaps;
     return findings.dump();
 }
 

@@ -335,6 +335,31 @@ TEST(DfeApply, TakesFractionalSamples)
     }
 }
 
+// Ends that are ignored may hold anything, between samples too.
+TEST(DfePrepare, LeavesOutTheEnds)
+{
+    const Line whole{SIGNAL_CODING_NRZ, RandomLevels(250, 2), {0.4, 0.1}};
+    const Line fractional{SIGNAL_CODING_NRZ, RandomLevels(250, 2), {0.4, 0.1}, 33};
+    const struct {
+        DeviceConfiguration config;
+        std::vector<double> capture;
+    } cases[] = {{whole.Configured(), whole.Capture()}, {fractional.DecimatedConfigured(), fractional.Decimated(825)}};
+    for (const auto& [config, capture] : cases) {
+        std::vector<double> taps;
+        for (const double size : {0.0, 9.0}) {
+            std::vector<double> record = capture;
+            for (std::size_t k = 0; k < 9 * record.size() / 250; ++k)
+                record[k] = record[record.size() - 1 - k] = size * std::sin(static_cast<double>(k * k));
+            Equaliser equaliser(config, 2);
+            equaliser.parameters.ignoredUi = 9;
+            equaliser.Apply(record);
+            EXPECT_NEAR(equaliser.parameters.taps[0], 0.4, 0.03);
+            EXPECT_TRUE(taps.empty() || AreNear(equaliser.parameters.taps, taps, 1e-9));
+            taps = equaliser.parameters.taps;
+        }
+    }
+}
+
 // Repetitions that are each half a sample longer than the configuration says begin where they lie in the record.
 TEST(DfeApply, CutsTheRecordIntoEqualSharesWhereTheSamplingIsFractional)
 {
@@ -359,6 +384,9 @@ TEST(DfeErrors, NameTheValueAndChangeNothing)
          "numberOfTaps is 2147483647; expected at most 1048576 taps"},
         {[](auto& parameters, auto&) { parameters.numberOfTaps = 126; },
          "numberOfTaps is 126; expected at most patternLengthUi - 2, 125"},
+        {[](auto& parameters, auto&) { parameters.ignoredUi = -3; }, "ignoredUi is -3; expected 0 or more UI"},
+        {[](auto& parameters, auto&) { parameters.ignoredUi = 59; },
+         "ignoredUi is 59; expected at most 58 of 127 UI, which leave twice as many as the fit has unknowns, 3"},
         {[](auto&, auto& config) { config.patternSymbols.assign(127, '1'); },
          "numberOfTaps is 1; expected as many as the pattern's symbols can tell apart"},
         {[](auto& parameters, auto&) {

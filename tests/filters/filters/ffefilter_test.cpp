@@ -306,6 +306,170 @@ TEST(FFEFilterAutomaticTaps, OpenTheEyeOfEveryCoding)
     }
 }
 
+Set AtPhase(int numberOfTaps, int tapsPerUi = 1, int dfeTaps = 0)
+{
+    return [=](FFEFilterParameters& p) {
+        Automatic(numberOfTaps)(p);
+        p.tapsPerUi = tapsPerUi;
+        p.fitAtSamplingPhase = true;
+        p.dfeTaps = dfeTaps;
+    };
+}
+
+// A line of echoes before and behind, 8 samples per UI: the symbols' digits, from -0.2 to 0.2.
+std::vector<double> ThroughLine(const std::string& symbols, double pre, double post)
+{
+    const std::vector<double> sent = Voltages(symbols);
+    std::vector<double> received(sent.size());
+    for (std::size_t k = 0, n = sent.size(); k < n; ++k)
+        received[k] = sent[k] + pre * sent[(k + 1) % n] + post * sent[(k + n - 1) % n] - 0.2 * sent[(k + n - 2) % n];
+    return ThroughFrontEnd(Held(received, 8), 26.5625 * 8, 15.0);
+}
+
+std::string RandomSymbols(std::size_t count, int levelCount)
+{
+    std::string symbols;
+    for (const double value : RandomValues(count, 4))
+        symbols += static_cast<char>('0' + static_cast<int>((value + 1.0) / 2.0 * levelCount));
+    return symbols;
+}
+
+// Least squares of the whole waveform spend taps on the transitions; those at the phase open the eye where it is sampled, and
+// the more so the more taps there are. With feedback they leave to it what they say.
+TEST(FFEFilterAtSamplingPhase, OpensTheEyeFurtherThanTheWholeWaveform)
+{
+    const struct {
+        const char* label;
+        E_SIGNAL_CODING coding;
+        int levels;
+        double pre, post;
+    } cases[] = {{"NRZ", SIGNAL_CODING_NRZ, 2, 0.35, 0.6},
+                 {"PAM3", SIGNAL_CODING_PAM3, 3, 0.2, 0.4},
+                 {"PAM4", SIGNAL_CODING_PAM4, 4, 0.15, 0.3},
+                 {"precoded PAM4", SIGNAL_CODING_PAM4_PRECODED, 4, 0.15, 0.3}};
+    for (const auto& [label, coding, levels, pre, post] : cases) {
+        SCOPED_TRACE(label);
+        const std::string symbols = RandomSymbols(600, levels);
+        DeviceConfiguration config = Nrz(symbols, 8);
+        config.signalCoding = coding;
+        config.withoutGrayCoding = config.useUserPattern = true;
+        const auto capture = ThroughLine(symbols, pre, post);
+        const double ideal = 0.4 / (levels - 1);
+        const auto openingOf = [&](const Set& set) {
+            return Opening(Equaliser(config, set).Apply(capture), symbols, 8.0) / ideal;
+        };
+        EXPECT_LT(Opening(capture, symbols, 8.0), 0.0);
+        double before = openingOf(Automatic(5));
+        for (const int taps : {5, 7, 9, 13}) {
+            const double opening = openingOf(AtPhase(taps));
+            EXPECT_GT(opening, before - 0.005) << taps;
+            before = opening;
+        }
+        EXPECT_GT(before, 0.9);
+
+        Equaliser joint(config, AtPhase(5, 2, 3));
+        const FFEFilter& filter = *joint.filter;
+        joint.Apply(capture);
+        ASSERT_EQ(filter.feedbackTaps.size(), 3U);
+        EXPECT_GT(filter.conditionNumber, 1.0);
+        EXPECT_TRUE(std::isfinite(filter.fitConstant) && filter.samplingPhaseUi < 1.0);
+        const double jointError = filter.residualError;
+        joint.parameters.dfeTaps = 0;
+        joint.parameters.SetDirty();
+        joint.Apply(capture);
+        EXPECT_LT(jointError, filter.residualError);
+        EXPECT_TRUE(filter.feedbackTaps.empty());
+        joint.parameters.fitAtSamplingPhase = false;
+        joint.parameters.SetDirty();
+        joint.Apply(capture);
+        EXPECT_TRUE(std::isnan(filter.conditionNumber) && std::isnan(filter.samplingPhaseUi));
+    }
+}
+
+// A tap a third of a UI stands where Apply puts it, 2 samples on and not 8/3; the fit of an ideal eye leaves it alone.
+TEST(FFEFilterAtSamplingPhase, KeepsCursorPolarityAndRepetitions)
+{
+    const auto capture = ThroughLine(kBits, 0.2, 0.4);
+    const auto tapsOf = [](const DeviceConfiguration& config, const std::vector<double>& record, const Set& set) {
+        Equaliser equaliser(config, set);
+        equaliser.Prepare(record);
+        return equaliser.parameters.appliedTaps;
+    };
+    const auto taps = tapsOf(Nrz(kBits, 8), capture, AtPhase(5));
+    std::vector<double> inverted = capture;
+    for (double& sample : inverted)
+        sample = -sample;
+    DeviceConfiguration tiled = Nrz(kBits, 8);
+    tiled.patternRepeats = 3;
+    EXPECT_TRUE(AreNear(tapsOf(tiled, Tiled(capture, 3), AtPhase(5)), taps, 1e-12));
+    EXPECT_TRUE(AreNear(tapsOf(Nrz(kBits, 8), inverted, AtPhase(5)), taps, 1e-12));
+    for (int cursor = 1; cursor <= 3; ++cursor) {
+        const auto fixed = tapsOf(Nrz(kBits, 8), capture, [cursor](auto& p) {
+            AtPhase(3)(p);
+            p.mainCursorPosition = cursor;
+        });
+        const auto largest =
+            std::max_element(fixed.begin(), fixed.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
+        EXPECT_EQ(largest - fixed.begin(), cursor - 1);
+    }
+    Equaliser ideal(Nrz(kBits, 8), AtPhase(7));
+    const auto output = ideal.Apply(Held(Voltages(kBits), 8));
+    EXPECT_GT(Opening(output, kBits, 8.0), 0.99 * 0.4);
+    EXPECT_LT(ideal.filter->residualError, 1e-12);
+
+    Equaliser thirds(Nrz(kBits, 8), AtPhase(6, 3));
+    const auto filtered = thirds.Apply(capture);
+    const auto instant = static_cast<std::size_t>(std::lround(8.0 * thirds.filter->samplingPhaseUi));
+    double error = 1.0;
+    for (std::size_t shift = 0; shift < 64; ++shift) {
+        double sum = 0.0;
+        for (std::size_t i = 0; i < 64; ++i) {
+            const double level = (kBits[(i + shift) % 64] - '0' - 0.5) * 2.0;
+            const double reached = filtered[8 * i + instant] + thirds.filter->fitConstant;
+            const auto [low, high] = std::minmax_element(capture.begin(), capture.end());
+            sum += std::pow(reached / (0.5 * (*high - *low)) - level, 2);
+        }
+        error = std::min(error, std::sqrt(sum / 64.0));
+    }
+    // 33 of the 64 bits are set: the levels' rms about their mean is theirs but for 5e-4 of it.
+    EXPECT_NEAR(error, thirds.filter->residualError, 1e-3 * error);
+}
+
+// Whatever stands in the ends that are ignored, no tap moves.
+TEST(FFEFilterIgnoredEnds, DecideNothing)
+{
+    const std::string symbols = RandomSymbols(400, 4);
+    DeviceConfiguration config = Nrz(symbols, 8);
+    config.signalCoding = SIGNAL_CODING_PAM4;
+    config.withoutGrayCoding = config.useUserPattern = true;
+    const auto capture = ThroughLine(symbols, 0.1, 0.2);
+    const struct {
+        const char* label;
+        Set set;
+    } cases[] = {{"whole waveform", Automatic(5)},
+                 {"whole waveform, fixed cursor", Automatic(5, 2)},
+                 {"at the phase", AtPhase(7, 2)},
+                 {"with feedback", AtPhase(4, 1, 3)},
+                 {"TDECQ", [](auto& p) {
+                      Automatic(5)(p);
+                      p.useTdecqEqualizer = true;
+                  }}};
+    for (const auto& [label, set] : cases) {
+        SCOPED_TRACE(label);
+        std::vector<std::vector<double>> taps;
+        for (const double size : {0.0, 5.0}) {
+            std::vector<double> record = capture;
+            for (std::size_t k = 0; k < 64; ++k)
+                record[k] = record[record.size() - 1 - k] = size * std::sin(static_cast<double>(k * k));
+            Equaliser equaliser(config, set);
+            equaliser.parameters.ignoredUi = 8;
+            equaliser.Prepare(record);
+            taps.push_back(equaliser.parameters.appliedTaps);
+        }
+        EXPECT_TRUE(AreNear(taps[1], taps[0], 1e-9));
+    }
+}
+
 // The first 511 symbols of PRBS13Q: the taps are those of least TDECQ for the capture behind 80 GHz, and the largest is at
 // the main cursor.
 TEST(FFEFilterTdecq, FindsItsTapsBehindTheLowPassAtTheMainCursor)
@@ -411,6 +575,26 @@ TEST(FFEFilterErrors, NameWhatIsWrongAndChangeNothing)
          [](auto& p) {
              Manual(std::vector<double>(65, 1.0))(p);
              p.useTdecqEqualizer = true;
+         }},
+        {"ignoredUi is -1; expected 0 or more UI", [](auto& p) { p.ignoredUi = -1; }},
+        {"ignoredUi is 25; expected at most 24 of 64 UI, which leave twice as many as the fit has unknowns, 3",
+         [](auto& p) { p.ignoredUi = 25; }},
+        {"ignoredUi is 22; expected at most 21 of 64 UI, which leave twice as many as the fit has unknowns, 6",
+         [](auto& p) {
+             AtPhase(4, 2, 1)(p);
+             p.ignoredUi = 22;
+         }},
+        {"useTdecqEqualizer is true; expected false with fitAtSamplingPhase",
+         [](auto& p) { p.fitAtSamplingPhase = p.useTdecqEqualizer = true; }},
+        {"dfeTaps is 2; expected 0 without fitAtSamplingPhase", [](auto& p) { p.dfeTaps = 2; }},
+        {"dfeTaps is -1; expected 0 or more taps", AtPhase(3, 1, -1)},
+        {"dfeTaps is 63; expected at most patternLengthUi - 2, 62", AtPhase(3, 1, 63)},
+        {"ridge is nan; expected a finite number of at least 0", [](auto& p) { p.ridge = kNan; }},
+        {"ridge is 0.1; expected 0 without fitAtSamplingPhase", [](auto& p) { p.ridge = 0.1; }},
+        {"uiDuration / sampleSpacing is 7.5; expected a whole number for a fit at the sampling phase",
+         [](auto& p) {
+             *p.GetConfig() = FractionallySampled(*p.GetConfig(), 7.5);
+             p.fitAtSamplingPhase = true;
          }},
         {"uiDuration / sampleSpacing is 7.5; expected a whole number for the TDECQ equaliser",
          [](auto& p) {

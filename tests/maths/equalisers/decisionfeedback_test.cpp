@@ -54,7 +54,8 @@ std::vector<double> Held(const std::vector<double>& symbols, const std::vector<d
 }
 
 // Nothing but the taps stands between the samples and the symbols: every delay leaves only rounding, and the middle of the
-// UI is taken. The record is rotated by a third of the pattern and three samples, so that a UI begins at sample 5.
+// UI is taken. The record is rotated by a third of the pattern and three samples, so that a UI begins at sample 5. Ends that are
+// ignored may hold anything.
 TEST(FeedbackSearch, FindsTheEchoesOfANoiseFreeRecordExactly)
 {
     const std::vector<double> echoes{0.25, 0.12, -0.05};
@@ -62,12 +63,17 @@ TEST(FeedbackSearch, FindsTheEchoesOfANoiseFreeRecordExactly)
         const auto symbols = RandomSymbols(301, levels);
         auto samples = Held(symbols, echoes, 8);
         std::rotate(samples.begin(), samples.begin() + 803, samples.end());
-        const FeedbackSearch found = FindFeedback(samples, symbols, 8.0, 3);
-        ASSERT_EQ(found.outcome, FeedbackSearch::Outcome::Found) << levels;
-        EXPECT_EQ(found.delay, 5 + 4 - 8) << levels;
-        EXPECT_NEAR(found.opening, 1.0, 1e-12) << levels;
-        EXPECT_TRUE(AreNear(found.taps, echoes, 1e-12)) << levels;  // rounding of sums over 301 symbols
-        EXPECT_LT(found.residual, 1e-12) << levels;
+        for (const std::size_t ignoredUi : {0U, 7U}) {
+            SCOPED_TRACE(std::to_string(levels) + " levels, ignored " + std::to_string(ignoredUi));
+            for (std::size_t k = 0; k < 8 * ignoredUi; ++k)
+                samples[k] = samples[samples.size() - 1 - k] = 40.0 * std::sin(static_cast<double>(k * k));
+            const FeedbackSearch found = FindFeedback(samples, symbols, 8.0, 3, ignoredUi);
+            ASSERT_EQ(found.outcome, FeedbackSearch::Outcome::Found);
+            EXPECT_EQ(found.delay, 5 + 4 - 8);
+            EXPECT_NEAR(found.opening, 1.0, 1e-12);
+            EXPECT_TRUE(AreNear(found.taps, echoes, 1e-12));  // rounding of sums over 301 symbols
+            EXPECT_LT(found.residual, 1e-12);
+        }
     }
 }
 
@@ -83,6 +89,7 @@ TEST(FeedbackSearch, SaysWhyThereIsNothingToFind)
     EXPECT_EQ(noise.outcome, Outcome::TapsAboveCursor);
     EXPECT_GT(noise.largestTap, 1.0);
     EXPECT_EQ(FindFeedback(Constant(std::nan(""), 256), symbols, 4.0, 1).outcome, Outcome::NoMainCursor);
+    EXPECT_EQ(FindFeedback(Held(symbols, {}, 4), symbols, 4.0, 1, 30).outcome, Outcome::NoMainCursor);
 }
 
 // One sample far off makes one decision wrong; the feedback of it may pull the next ones along. Each right decision

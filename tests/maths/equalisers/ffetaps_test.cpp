@@ -9,6 +9,7 @@
 #include <numeric>
 
 #include "framework/matrixutilities.h"
+#include "maths/patterns/periodicrecord.h"
 #include "support/expectations.h"
 #include "support/signals.h"
 
@@ -39,19 +40,20 @@ TEST(FfeDelays, DivideInTheirOrder)
     }
 }
 
-double Dot(const std::vector<double>& a, const std::vector<double>& b)
+double Product(const std::vector<double>& a, const std::vector<double>& b)
 {
     return std::inner_product(a.begin(), a.end(), b.begin(), 0.0);
 }
 
 // w = (X'X)^-1 X'y and |y - X w|^2 / |y|^2 for each candidate, with the columns of samples that they are defined by.
 TapSolution SolveByMatrices(const std::vector<double>& capture, const std::vector<double>& reference,
-                            const std::vector<int>& tapDelays, const std::vector<int>& candidates)
+                            const std::vector<int>& tapDelays, const std::vector<int>& candidates, RowStretch rows)
 {
-    const auto delayed = [](const std::vector<double>& values, int delay) {
-        std::vector<double> result(values.size());
-        for (std::size_t k = 0; k < values.size(); ++k)
-            result[k] = values[(k + 10 * values.size() - static_cast<std::size_t>(delay)) % values.size()];
+    const auto delayed = [rows](const std::vector<double>& values, int delay) {
+        std::vector<double> result;
+        for (std::size_t k = 0; k < rows.count; ++k)
+            result.push_back(values[WrappedIndex(rows.first + static_cast<long long>(k) - static_cast<long long>(delay),
+                                                 values.size())]);
         return result;
     };
     std::vector<std::vector<double>> columns;
@@ -60,7 +62,7 @@ TapSolution SolveByMatrices(const std::vector<double>& capture, const std::vecto
     std::vector<double> normal;
     for (const auto& a : columns)
         for (const auto& b : columns)
-            normal.push_back(Dot(a, b));
+            normal.push_back(Product(a, b));
     const auto taps = static_cast<int>(tapDelays.size());
     const auto inverse = Take(MatrixUtilities::MatrixInverse(normal.data(), taps), normal.size());
     TapSolution best;
@@ -69,14 +71,14 @@ TapSolution SolveByMatrices(const std::vector<double>& capture, const std::vecto
         const auto y = delayed(reference, candidates[c]);
         std::vector<double> right;
         for (const auto& column : columns)
-            right.push_back(Dot(column, y));
+            right.push_back(Product(column, y));
         const auto w = Take(MatrixUtilities::MultiplyDoubleMatrices(inverse.data(), taps, taps, right.data(), taps, 1),
                             right.size());
         auto rest = y;
         for (std::size_t j = 0; j < w.size(); ++j)
             for (std::size_t k = 0; k < rest.size(); ++k)
                 rest[k] -= w[j] * columns[j][k];
-        const double residual = Dot(rest, rest) / Dot(y, y);
+        const double residual = Product(rest, rest) / Product(y, y);
         if (residual < best.residual)
             best = {w, c, residual};
     }
@@ -104,13 +106,16 @@ TEST(FfeTaps, AreThoseOfTheMatricesOfSamples)
         for (int& delay : delays)
             delay += 17;
         const auto candidates = CandidateDelays(taps, samplesPerUi, tapsPerUi, false);
-        const TapSolution expected = SolveByMatrices(capture, reference, delays, candidates);
-        const auto solution = SolveTaps(capture, reference, delays, candidates);
-        ASSERT_TRUE(solution);
-        EXPECT_EQ(solution->candidate, expected.candidate);
-        // Both solve the same system; its condition is below 1e3.
-        EXPECT_TRUE(AreNear(solution->taps, expected.taps, kFfeTapError));
-        EXPECT_NEAR(solution->residual, expected.residual, 1e-12);
+        for (const RowStretch rows : {RowStretch{0, count}, RowStretch{-9, count - 31}, RowStretch{50, count / 2}}) {
+            const TapSolution expected = SolveByMatrices(capture, reference, delays, candidates, rows);
+            const auto solution = SolveTaps(capture, reference, delays, candidates,
+                                            rows.count < count ? std::optional(rows) : std::nullopt);
+            ASSERT_TRUE(solution);
+            EXPECT_EQ(solution->candidate, expected.candidate);
+            // Both solve the same system; its condition is below 1e3.
+            EXPECT_TRUE(AreNear(solution->taps, expected.taps, kFfeTapError));
+            EXPECT_NEAR(solution->residual, expected.residual, 1e-12);
+        }
     }
 }
 

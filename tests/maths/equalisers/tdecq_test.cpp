@@ -98,6 +98,35 @@ TEST(EyeClosureMeasure, KnowsAnIdealAndAClosedEye)
     EXPECT_GT(closed.tdecqDb, 50.0);
 }
 
+// A single shot that filters took for periodic: what its ends hold decides nothing, and where it ends hardly anything.
+TEST(EyeClosureMeasure, LeavesOutTheEnds)
+{
+    constexpr std::size_t kIgnored = 12;
+    const std::vector<double> capture = Behind(Behind(Sent(), 12.0), kRate / 2.0);
+    const auto measure = [](const std::vector<double>& record) {
+        std::vector<int> pattern = Prbs13qLevels();
+        pattern.resize(record.size() / kSpu);
+        const auto symbols = LocatePattern(record, pattern, kSpu, kIgnored);
+        const auto found = FindReferenceEqualizer(record, *symbols, kSpu, 5, std::nullopt, kIgnored);
+        const EyeClosure closure = MeasureClosure(record, *symbols, kSpu, found->taps, kIgnored);
+        EXPECT_NEAR(closure.tdecqDb, found->closure.tdecqDb, 0.1) << "at 16 phases, against a refined one";
+        return *found;
+    };
+    const auto cutTo = [&](std::size_t ui) {
+        return std::vector<double>(capture.begin(), capture.begin() + static_cast<std::ptrdiff_t>(ui * kSpu));
+    };
+    const ReferenceEqualizer first = measure(cutTo(2000));
+    for (const std::size_t ui : {1999U, 1990U})
+        EXPECT_NEAR(measure(cutTo(ui)).closure.tdecqDb, first.closure.tdecqDb, 0.05) << ui;
+    std::vector<double> spoilt = cutTo(2000);
+    for (std::size_t k = 0; k < kIgnored * kSpu; ++k)
+        spoilt[k] = spoilt[spoilt.size() - 1 - k] = 30.0 * std::sin(static_cast<double>(k * k));
+    const ReferenceEqualizer found = measure(spoilt);
+    EXPECT_TRUE(AreNear(found.taps, first.taps, 1e-9));  // roundings of the correlation that aligns the two
+    EXPECT_NEAR(found.closure.tdecqDb, first.closure.tdecqDb, 1e-9);
+    EXPECT_FALSE(FindReferenceEqualizer(spoilt, *LocatePattern(spoilt, Prbs13qLevels(), kSpu), kSpu, 5, {}, 996));
+}
+
 // The same symbols at the same place from a pattern and from its waveform, whichever of four levels it uses and however
 // the two are rotated.
 TEST(ReferenceSymbolsOf, PatternAndWaveformAgree)

@@ -56,6 +56,17 @@ TEST(PeriodicProducts, AreThoseOfTheirDefinitions)
             ASSERT_TRUE(HaveSameBits(sum, expected));
             correlation[WrappedIndex(lag, count)] = dot;
         }
+        // Over a stretch of the rows, wherever the one before began.
+        const std::size_t rows = (count + 1) / 2;
+        StretchProducts products(x, y, rows);
+        for (const long long first : {0LL, 3LL, -2LL, static_cast<long long>(2 * count)}) {
+            for (const long long lag : {0LL, 2LL, -1LL}) {
+                double dot = 0.0;
+                for (long long i = first; i < first + static_cast<long long>(rows); ++i)
+                    dot += x[WrappedIndex(i, count)] * y[WrappedIndex(i + lag, count)];
+                EXPECT_NEAR(products.At(first, lag), dot, rounding) << count << ", " << first << ", " << lag;
+            }
+        }
         // x is the reference, y the capture.
         EXPECT_TRUE(AreNear(CircularCorrelation(y, x), correlation, 4.0 * rounding));
     }
