@@ -13,11 +13,11 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "workbench/acquisition.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/statistics.h"
 
 namespace Tarnwick::DSO::Workbench {
 
