@@ -2,6 +2,8 @@
 
 #include "notes.h"
 #include "options.h"
+#include "outputs.h"
+#include "workbench/failure.h"
 #include "workbench/units.h"
 
 namespace Tarnwick::App {
@@ -12,8 +14,9 @@ void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
 {
     constexpr double kMost = 1e12;
     command
-        .add_option("capture", options.name,
-                    "Capture: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not")
+        .add_option(
+            "capture", options.name,
+            "Capture: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not; - is text on standard input")
         ->required();
     command.add_option("--minus", options.minus, "Second capture to subtract (differential pairs)");
     command
@@ -30,8 +33,15 @@ void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
         ->check(RealRange(-kMost, kMost));
 }
 
+std::string NameOf(const CaptureOptions& options)
+{
+    return options.name == kStandardStream ? "standard input" : options.name;
+}
+
 Waveform ReadCapture(const CaptureOptions& options)
 {
+    if (options.name == kStandardStream && options.minus == kStandardStream)
+        throw DSO::Workbench::UsageFailure("--minus: is standard input, as the capture; expected a file");
     DSO::Workbench::CaptureSource source{options.name, options.minus, options.reading};
     source.options.sampleRate = options.sampleRateGsps * DSO::Workbench::kGiga;
     Waveform capture = DSO::Workbench::ReadCapture(source);

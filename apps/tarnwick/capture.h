@@ -11,7 +11,7 @@
 namespace Tarnwick::App {
 
 struct CaptureOptions {
-    std::string name;
+    std::string name;   ///< "-": standard input
     std::string minus;  ///< a second capture to subtract; empty: none
     DSO::Workbench::WaveformOptions reading;
     double sampleRateGsps = 0.0;  ///< 0: as the file's times say
@@ -20,7 +20,11 @@ struct CaptureOptions {
 /// The capture and how to read it: the same for every command that reads one.
 void AddCaptureOptions(CLI::App& command, CaptureOptions& options);
 
+/// The capture's name in messages and titles: as given, or what "-" stands for.
+std::string NameOf(const CaptureOptions& options);
+
 /// The capture that the options name; notes go to stderr.
+/// @throws UsageFailure  both captures are standard input
 DSO::Workbench::Waveform ReadCapture(const CaptureOptions& options);
 
 }  // namespace Tarnwick::App

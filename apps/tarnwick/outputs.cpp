@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "workbench/failure.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -12,10 +13,36 @@ namespace fs = std::filesystem;
 using DSO::Workbench::DataFailure;
 using DSO::Workbench::UsageFailure;
 
-void PrintReport(const std::string& report)
+namespace {
+
+void Print(const std::string& text, std::FILE* stream, const char* name)
 {
-    if (std::fwrite(report.data(), 1, report.size(), stdout) != report.size() || std::fflush(stdout) != 0)
-        throw DataFailure("standard output cannot be written");
+    if (std::fwrite(text.data(), 1, text.size(), stream) != text.size() || std::fflush(stream) != 0)
+        throw DataFailure(fmt::format("{} cannot be written", name));
+}
+
+}  // namespace
+
+void PrintReport(const std::string& report, const std::string& output)
+{
+    if (output == kStandardStream)
+        Print(report, stderr, "standard error");
+    else
+        Print(report, stdout, "standard output");
+}
+
+void RequireRecordName(const std::string& output)
+{
+    if (output != kStandardStream)
+        DSO::Workbench::RequireWaveformName(output);
+}
+
+void WriteRecord(const std::string& output, std::span<const double> samples, double interval, double start)
+{
+    if (output == kStandardStream)
+        Print(DSO::Workbench::WaveformAsCsv(samples, interval, start), stdout, "standard output");
+    else
+        DSO::Workbench::WriteWaveform(output, samples, interval, start);
 }
 
 bool IsSameFile(const fs::path& one, const fs::path& other)
@@ -31,7 +58,7 @@ bool IsSameFile(const fs::path& one, const fs::path& other)
 void RequireApart(const char* option, const fs::path& output, const std::vector<std::string>& inputs)
 {
     for (const std::string& input : inputs)
-        if (!input.empty() && IsSameFile(output, input))
+        if (output != kStandardStream && !input.empty() && IsSameFile(output, input))
             throw UsageFailure(
                 fmt::format("{}: is {}, which this command reads; expected another file", option, output.string()));
 }

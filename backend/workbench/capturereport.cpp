@@ -9,8 +9,10 @@
 #include <nlohmann/json.hpp>
 
 #include "workbench/eyereport.h"
+#include "workbench/failure.h"
 #include "workbench/plumbing/eyejson.h"
 #include "workbench/plumbing/reportrows.h"
+#include "workbench/symbols.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -28,25 +30,9 @@ constexpr const char* kAssumptions[] = {
     "2 or 3",
 };
 
-constexpr int kContentNameWidth = 18;
-
-ordered_json ToJson(const std::optional<Estimate>& estimate)
+ordered_json ToJson(const LockReport& report)
 {
-    if (!estimate)
-        return nullptr;
-    return {{"value", estimate->value}, {"confidence", NameOf(estimate->confidence)}};
-}
-
-std::string PeriodText(const CaptureContent& content)
-{
-    if (!content.period)
-        return "not found: the record holds one repetition or less, or none";
-    const double period = content.period->value;
-    std::string text = fmt::format("{} samples", period);
-    if (content.samplesPerUi)
-        text += fmt::format(" = {:.6g} UI", period / content.samplesPerUi->value);
-    return text + fmt::format(" ({}), {:.6g} repetitions", NameOf(content.period->confidence),
-                              static_cast<double>(content.sampleCount) / period);
+    return ordered_json::parse(LockAsJson(report));
 }
 
 ordered_json BathtubToJson(const EyeReport& report)
@@ -63,54 +49,57 @@ ordered_json BathtubToJson(const EyeReport& report)
 
 }  // namespace
 
+CaptureContent FindContent(const Waveform& capture, const CaptureFacts& facts, const std::string& name)
+{
+    CaptureContent content;
+    content.sampleCount = capture.samples.size();
+    content.interval = capture.interval;
+    content.statistics = StatisticsOf(capture.samples);
+    try {
+        content.acquisition = Lock(capture, facts, name).report;
+    } catch (const DataFailure& failure) {
+        // Of what is no number the statistics are none either.
+        if (!std::all_of(capture.samples.begin(), capture.samples.end(),
+                         [](double sample) { return std::isfinite(sample); }))
+            throw;
+        content.whyNoAcquisition = failure.what();
+    }
+    return content;
+}
+
 std::string ContentAsText(const CaptureContent& content)
 {
-    const auto row = [](const char* name, const std::string& value) {
-        return ReportRow(name, value, kContentNameWidth);
-    };
     const SampleStatistics& statistics = content.statistics;
-    return row("samples", fmt::format("{}", content.sampleCount)) +
-           row("sample interval",
-               content.interval > 0.0 ? fmt::format("{:.6g} s", content.interval) : "not in the file") +
-           row("range", fmt::format("{:.6g} to {:.6g} V", statistics.low, statistics.high)) +
-           row("mean, rms", fmt::format("{:.6g} V, {:.6g} V", statistics.mean, statistics.rms)) +
-           row("samples per UI", content.samplesPerUi ? fmt::format("{:.6g} ({})", content.samplesPerUi->value,
-                                                                    NameOf(content.samplesPerUi->confidence))
-                                                      : "not found") +
-           row("symbol rate",
-               content.symbolRateGBd > 0.0 ? fmt::format("{:.6g} GBd", content.symbolRateGBd) : "not found") +
-           row("pattern period", PeriodText(content)) +
-           row("levels", content.levels.empty()
-                             ? "not found: no level stands apart from the next"
-                             : fmt::format("{}: {:.5g} V", content.levels.size(), fmt::join(content.levels, ", ")));
+    return ReportRow("samples", fmt::format("{}", content.sampleCount)) +
+           ReportRow("sample interval",
+                     content.interval > 0.0 ? fmt::format("{:.6g} s", content.interval) : "not in the file") +
+           ReportRow("range", fmt::format("{:.6g} to {:.6g} V", statistics.low, statistics.high)) +
+           ReportRow("mean, rms", fmt::format("{:.6g} V, {:.6g} V", statistics.mean, statistics.rms)) +
+           (content.acquisition ? LockAsText(*content.acquisition)
+                                : ReportRow("acquisition", "none: " + content.whyNoAcquisition));
 }
 
 std::string ContentAsJson(const CaptureContent& content)
 {
-    const ordered_json report = {{"samples", content.sampleCount},
-                                 {"interval", FoundOrNull(content.interval)},
-                                 {"min", content.statistics.low},
-                                 {"max", content.statistics.high},
-                                 {"mean", content.statistics.mean},
-                                 {"rms", content.statistics.rms},
-                                 {"samplesPerUi", ToJson(content.samplesPerUi)},
-                                 {"symbolRateGBd", FoundOrNull(content.symbolRateGBd)},
-                                 {"period", ToJson(content.period)},
-                                 {"levels", content.levels}};
+    const ordered_json report = {
+        {"samples", content.sampleCount},
+        {"interval", FoundOrNull(content.interval)},
+        {"min", content.statistics.low},
+        {"max", content.statistics.high},
+        {"mean", content.statistics.mean},
+        {"rms", content.statistics.rms},
+        {"acquisition", content.acquisition ? ToJson(*content.acquisition) : ordered_json()},
+        {"whyNoAcquisition", content.acquisition ? ordered_json() : ordered_json(content.whyNoAcquisition)}};
     return report.dump(2);
 }
 
-std::string QualityAsText(const SignalQuality& quality, const SignalDescription& signal, ZeroVolts zero)
+std::string QualityAsText(const LockedCapture& capture, const SignalQuality& quality, ZeroVolts zero)
 {
     const auto row = [](const char* name, const std::string& value) { return ReportRow(name, value); };
-    const EyeReport& eye = quality.eye;
-    std::string text =
-        row("coding", NameOf(signal.coding)) + row("samples per UI", fmt::format("{:.6g}", signal.samplesPerUi)) +
-        row("pattern", signal.patternLengthUi > 0 ? fmt::format("{} UI", signal.patternLengthUi) : "length not known") +
-        row("symbols", quality.symbols ? quality.symbols->Description(signal.coding) : "not found");
+    std::string text = LockAsText(capture.report);
     if (quality.levelMismatchRatio)
         text += row("RLM", fmt::format("{:.4f}", *quality.levelMismatchRatio));
-    text += EyeAsText(eye, zero);
+    text += EyeAsText(quality.eye, zero);
     if (!quality.equaliser)
         return text + row("TDECQ", "not measured: " + quality.whyNoTdecq);
     const ReferenceEqualiser& equaliser = *quality.equaliser;
@@ -126,11 +115,17 @@ std::string QualityAsText(const SignalQuality& quality, const SignalDescription&
     return text;
 }
 
-std::string QualityAsJson(const SignalQuality& quality, const SignalDescription& signal, ZeroVolts zero)
+std::string QualityAsJson(const LockedCapture& capture, const SignalQuality& quality, ZeroVolts zero)
 {
-    ordered_json report = {{"coding", NameOf(signal.coding)},           {"samplesPerUi", signal.samplesPerUi},
-                           {"patternLengthUi", signal.patternLengthUi}, {"levels", quality.eye.levels},
-                           {"eyes", EyesToJson(quality.eye)},           {"phaseUi", quality.eye.phaseUi}};
+    const LockReport& acquisition = capture.report;
+    ordered_json report;
+    report["acquisition"] = ToJson(acquisition);
+    report["coding"] = NameOf(acquisition.coding);
+    report["samplesPerUi"] = acquisition.samplesPerUi;
+    report["patternLengthUi"] = acquisition.periodUi > 0 ? ordered_json(acquisition.periodUi) : ordered_json();
+    report["levels"] = quality.eye.levels;
+    report["eyes"] = EyesToJson(quality.eye);
+    report["phaseUi"] = quality.eye.phaseUi;
     AddErrorRatio(report, quality.eye);
     report["oma"] = FoundOrNull(OuterModulationAmplitude(quality.eye));
     const auto extinctionRatio = ExtinctionRatioDb(quality.eye);
@@ -140,8 +135,8 @@ std::string QualityAsJson(const SignalQuality& quality, const SignalDescription&
     report["bathtub"] = BathtubToJson(quality.eye);
     for (const char* const key : {"symbolQuality", "rlm", "tdecqDb"})
         report[key] = nullptr;
-    if (quality.symbols)
-        report["symbolQuality"] = quality.symbols->quality;
+    if (!capture.symbols.empty())
+        report["symbolQuality"] = acquisition.symbolQuality;
     if (quality.levelMismatchRatio)
         report["rlm"] = *quality.levelMismatchRatio;
     if (const auto& equaliser = quality.equaliser) {

@@ -6,6 +6,7 @@
 
 #include "maths/captures/errorratio.h"
 #include "maths/captures/eyes.h"
+#include "maths/captures/resampling.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -32,13 +33,31 @@ std::optional<Maths::ErrorRatios> RatiosAt(const Maths::EyeRecord& record, const
     return Maths::ErrorRatios(split, symbols.levels, record.levelCount);
 }
 
+// The middle between the walls of the open eyes, in whole steps from the measuring phase, which so stays one of the phases. The
+// eye opens widest where it is measured, but seldom as far to the left as to the right.
+int MiddleOfWidths(std::span<const Maths::Eye> eyes)
+{
+    constexpr int kHalf = Maths::kEyePhases / 2;
+    double sum = 0.0;
+    double count = 0.0;
+    for (const Maths::Eye& eye : eyes) {
+        if (!(eye.height > 0.0))
+            continue;
+        sum += 0.5 * (eye.leftUi + eye.rightUi);
+        count += 1.0;
+    }
+    const double middle = count > 0.0 ? sum / count : 0.0;
+    return std::clamp(static_cast<int>(std::lround(middle * static_cast<double>(Maths::kEyePhases))), -kHalf, kHalf);
+}
+
 std::vector<BathtubPoint> Bathtub(const Maths::EyeRecord& record, const Maths::AlignedSymbols& symbols,
                                   const Maths::EyeFigures& figures, std::span<const double> thresholds,
                                   const EyeSettings& settings)
 {
     std::vector<BathtubPoint> points;
     constexpr int kHalf = Maths::kEyePhases / 2;
-    for (int step = -kHalf; step <= kHalf; ++step) {
+    const int middle = MiddleOfWidths(figures.eyes);
+    for (int step = middle - kHalf; step <= middle + kHalf; ++step) {
         BathtubPoint point{static_cast<double>(step) / static_cast<double>(Maths::kEyePhases), 0.0, {}};
         const Maths::PhaseValues values =
             ValuesAt(record, symbols, figures.position + point.offsetUi * settings.samplesPerUi);
@@ -107,6 +126,8 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
         const Maths::Eye& eye = figures->eyes[k];
         EyeOpening opening{.height = eye.height,
                            .widthUi = eye.widthUi,
+                           .leftUi = eye.leftUi,
+                           .rightUi = eye.rightUi,
                            .openingPercent = kPercent * eye.opening,
                            .widthPs = std::nullopt,
                            .threshold = eye.threshold,
@@ -133,6 +154,14 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
 EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int levelCount)
 {
     return MeasureEyes(samples, EyeSettings{.samplesPerUi = samplesPerUi, .levelCount = levelCount});
+}
+
+void ReadBetween(std::span<const double> samples, double first, double step, std::span<double> values)
+{
+    std::vector<double> positions(values.size());
+    for (std::size_t k = 0; k < positions.size(); ++k)
+        positions[k] = first + step * static_cast<double>(k);
+    Maths::Resampler(1.0).At(samples, positions, values);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

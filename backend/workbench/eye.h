@@ -29,6 +29,8 @@ struct EyeSettings {
 struct EyeOpening {
     double height = 0.0;          ///< [V] smallest sample above it minus the largest below; negative: it is closed
     double widthUi = 0.0;         ///< [UI] phases around the measuring one at which no sample crosses the threshold
+    double leftUi = 0.0;          ///< [UI] where they begin, from the measuring one; 0 of a closed eye
+    double rightUi = 0.0;         ///< [UI] where they end
     double openingPercent = 0.0;  ///< height over the distance of its two levels
     std::optional<double> widthPs = {};
     double threshold = 0.0;                  ///< [V] fixed: the middle of the opening at the measuring phase
@@ -38,7 +40,7 @@ struct EyeOpening {
 
 /// The eyes at one phase, in the order of the report.
 struct BathtubPoint {
-    double offsetUi;  ///< [UI] -0.5 to 0.5, from the measuring phase
+    double offsetUi;  ///< [UI] from the measuring phase
     double ber;       ///< bit error ratio at the fixed thresholds
     struct Opening {
         double low;   ///< [V]
@@ -57,7 +59,7 @@ struct EyeReport {
     std::optional<double> noiseRms;     ///< [V] at the measuring phase: what the symbols do not explain
     double targetBer = 0.0;             ///< as set
     double symbolRateGBd = 0.0;         ///< as set
-    std::vector<BathtubPoint> bathtub;  ///< 65 phases, when asked for
+    std::vector<BathtubPoint> bathtub;  ///< when asked for: 65 phases, the UI about the middle between the eyes' walls
 };
 
 /// Distance of the outermost levels [V], the outer modulation amplitude; 0 without levels.
@@ -74,5 +76,11 @@ TARNWICK_WORKBENCH_API EyeReport MeasureEyes(std::span<const double> samples, co
 
 /// The same of whole periods of unknown symbols.
 TARNWICK_WORKBENCH_API EyeReport MeasureEyes(std::span<const double> samples, double samplesPerUi, int levelCount);
+
+/// Reads a waveform as MeasureEyes does, between its samples: values[k] at first + k step [samples].
+/// @param samples  finite
+/// @param first    24 or more, and so far from the end does the last position stay
+TARNWICK_WORKBENCH_API void ReadBetween(std::span<const double> samples, double first, double step,
+                                        std::span<double> values);
 
 }  // namespace Tarnwick::DSO::Workbench

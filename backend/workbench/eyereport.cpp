@@ -60,10 +60,11 @@ std::string RatioText(double ratio, int digits)
                                             : fmt::format("{:.{}g}", ratio, digits);
 }
 
-// At every tenth of a UI; the JSON report has all phases.
+// At every tenth of a UI that it reaches; the JSON report has all phases.
 std::string BathtubText(const EyeReport& report)
 {
-    constexpr int kTenths = 4;  // to either side
+    constexpr int kTenths = 10;  // to either side, at most
+    constexpr double kNear = 0.01;
     std::string text;
     for (int tenth = -kTenths; tenth <= kTenths; ++tenth) {
         const double offset = 0.1 * tenth;
@@ -71,7 +72,7 @@ std::string BathtubText(const EyeReport& report)
                                               [&](const BathtubPoint& a, const BathtubPoint& b) {
                                                   return std::abs(a.offsetUi - offset) < std::abs(b.offsetUi - offset);
                                               });
-        if (nearest != report.bathtub.end())
+        if (nearest != report.bathtub.end() && std::abs(nearest->offsetUi - offset) < kNear)
             text +=
                 fmt::format("{}{:+.2f} {}", text.empty() ? "" : ", ", nearest->offsetUi, RatioText(nearest->ber, 2));
     }

@@ -25,6 +25,7 @@ constexpr int kSamplesPerUiOut = 16;      // of a record that has to be resample
 constexpr std::size_t kFewestUi = 200;    // for a clock that is to be found
 constexpr double kRateToleranceUi = 0.1;  // over the record
 constexpr double kTimeTolerance = 0.01;   // times in a text file are rounded
+constexpr double kMovingUi = 0.05;        // rms; blocks of a clean record stay within a tenth of that
 
 // What the steps of the acquisition hand on.
 struct State {
@@ -77,6 +78,7 @@ void WarnOfClipping(std::span<const double> samples, State& state)
 Maths::ClockSearch SearchOf(const CaptureFacts& facts, double interval)
 {
     Maths::ClockSearch search;
+    search.keepSpectrum = true;
     if (facts.clock == ClockKind::Tracked)
         search.tracking = Maths::ClockTracking::Tracked;
     if (facts.loopBandwidthMHz > 0.0 && interval > 0.0)
@@ -91,6 +93,37 @@ void TakePhase(const Maths::RecoveredClock& clock, LockReport& report)
     report.phaseFirst = clock.phase.first;
     report.phaseSpacing = clock.phase.spacing;
     report.phaseUi = clock.phase.ui;
+    if (clock.clock.deviationUi.empty())
+        return;
+    // What it follows, about the mean of that, as the phases are.
+    const double samplesPerUi = clock.clock.samplesPerUi;
+    double mean = 0.0;
+    for (std::size_t k = 0; k < report.phaseUi.size(); ++k) {
+        const double position = report.phaseFirst + static_cast<double>(k) * report.phaseSpacing;
+        report.trackedPhaseUi.push_back(clock.clock.UiAt(position) - (position - clock.clock.boundary) / samplesPerUi);
+        mean += report.trackedPhaseUi.back() / static_cast<double>(report.phaseUi.size());
+    }
+    double power = 0.0;
+    for (std::size_t k = 0; k < report.phaseUi.size(); ++k) {
+        report.trackedPhaseUi[k] -= mean;
+        const double left = report.phaseUi[k] - report.trackedPhaseUi[k];
+        power += left * left / static_cast<double>(report.phaseUi.size());
+    }
+    report.trackedResidualUi = std::sqrt(power);
+}
+
+void TakeSpectrum(const std::optional<Maths::LineSpectrum>& spectrum, LockReport& report)
+{
+    constexpr double kFaintest = 1e-3;  // of the median: -60 dB
+    if (!spectrum)
+        return;
+    report.spectrum.first = spectrum->first;
+    report.spectrum.spacing = spectrum->spacing;
+    report.spectrum.line = spectrum->first + static_cast<double>(spectrum->line) * spectrum->spacing;
+    report.spectrum.leastDb = 20.0 * std::log10(Maths::kLeastClockScore);
+    report.spectrum.scoreDb.reserve(spectrum->score.size());
+    for (const double score : spectrum->score)
+        report.spectrum.scoreDb.push_back(20.0 * std::log10(std::max(score, kFaintest)));
 }
 
 // A given rate stays, and is compared with what the capture shows near it, or elsewhere.
@@ -100,9 +133,12 @@ void CheckRate(std::span<const double> samples, double given, State& state)
     Maths::ClockSearch search;
     search.fewestSamplesPerUi = std::max(2.0, given / kNearby);
     search.mostSamplesPerUi = std::max(given * kNearby, search.fewestSamplesPerUi * kNearby);
+    Maths::ClockSearch anywhere;
+    search.keepSpectrum = anywhere.keepSpectrum = true;
     Maths::RecoveredClock found = Maths::RecoverClock(samples, search);
     if (!found.found)
-        found = Maths::RecoverClock(samples);
+        found = Maths::RecoverClock(samples, anywhere);
+    TakeSpectrum(found.spectrum, state.Report());
     state.Report().clockScore = found.score;
     if (!found.found)
         return;
@@ -148,6 +184,7 @@ void LockClock(const Waveform& capture, State& state)
     } else {
         clock = Maths::RecoverClock(samples, search);
         report.clockScore = clock.score;
+        TakeSpectrum(clock.spectrum, report);
         if (!clock.found)
             throw NoClockFailure(
                 fmt::format("{}: no clock found: the line at the symbol rate stands {:.2g} times above its "
@@ -165,6 +202,10 @@ void LockClock(const Waveform& capture, State& state)
             report.samplesPerUi = static_cast<double>(*whole);
     }
     TakePhase(clock, report);
+    if (!tracked && report.phaseResidualUi > kMovingUi)
+        state.Warn(
+            fmt::format("{}: its clock moves by {:.2g} UI rms, which closes its eyes; a tracked clock follows it",
+                        state.name, report.phaseResidualUi));
     report.symbolRateGBd = facts.symbolRateGBd > 0.0 ? facts.symbolRateGBd
                            : capture.interval > 0.0  ? 1e-9 / (capture.interval * report.samplesPerUi)
                                                      : 0.0;
@@ -202,6 +243,7 @@ void DecideSymbols(State& state)
     if (state.decision.symbols.empty())
         return;
     report.symbolQuality = state.decision.quality;
+    report.levels = state.decision.levels;
     if (!report.codingGiven && state.decision.lacksPairs)
         state.Warn(fmt::format("{}: some symbols never follow each other, so that its coding may be another than {}",
                                state.name, NameOf(report.coding)));
@@ -317,8 +359,14 @@ void Cut(State& state)
     report.leftOut = samples.size() % unit;
     samples.resize(samples.size() - report.leftOut);
     state.locked.symbols = std::move(state.decision.symbols);
-    if (report.mode == RecordKind::Periodic && !state.locked.symbols.empty())
-        state.locked.symbols.resize(std::min(state.locked.symbols.size(), static_cast<std::size_t>(report.periodUi)));
+    if (report.mode != RecordKind::Periodic || state.locked.symbols.empty())
+        return;
+    std::vector<int>& symbols = state.locked.symbols;
+    const auto period = static_cast<std::size_t>(report.periodUi);
+    // The first few were decided without all of their neighbours; a period later they were not.
+    for (std::size_t i = 0; i < state.decision.uncertainEnds && i + period < symbols.size(); ++i)
+        symbols[i] = symbols[i + period];
+    symbols.resize(std::min(symbols.size(), period));
 }
 
 // The mean of the repetitions in place of them.

@@ -40,18 +40,29 @@ struct CaptureFacts {
     bool average = false;           ///< of whole periods: their mean in place of them
 };
 
+/// The spectrum of the squared slope between the limits of the search, in which the clock is a line.
+struct ClockSpectrum {
+    double first = 0.0;           ///< [cycles a sample] of the capture
+    double spacing = 0.0;         ///< [cycles a sample]
+    double line = 0.0;            ///< [cycles a sample] the clock's
+    double leastDb = 0.0;         ///< [dB] a line that stands out less is no clock
+    std::vector<double> scoreDb;  ///< [dB] about the median of the neighbourhood; empty: too short to look for a clock
+};
+
 /// What was found, and how. Every figure is of the capture as it was read unless it says otherwise.
 struct LockReport {
     double symbolRateGBd = 0.0;  ///< 0: neither given nor to be had from the file's times
     double samplesPerUi = 0.0;
     bool samplesPerUiGiven = false;
     double clockScore = 0.0;  ///< the clock's line over the median of its neighbourhood; 0: too short to look for it
-    double phaseResidualUi = 0.0;  ///< [UI] rms of the clock's phase about a constant one
-    double trackedUi = 0.0;        ///< [UI] rms that the tracked clock took off
+    double phaseResidualUi = 0.0;    ///< [UI] rms of the clock's phase about a constant one
+    double trackedUi = 0.0;          ///< [UI] rms that the tracked clock took off
+    double trackedResidualUi = 0.0;  ///< [UI] rms of the phase that it left
     bool resampled = false;
     int samplesPerUiOut = 0;
     E_SIGNAL_CODING coding = SIGNAL_CODING_UNKNOWN;  ///< unknown: no levels can be made out
     bool codingGiven = false;
+    std::vector<double> levels;  ///< [V] means of the samples that the symbols were decided from; empty: no symbols
     double symbolQuality = 0.0;  ///< mean squared distance to the level over the squared spacing; 0: no symbols
     std::string pattern;         ///< "PRBS15 inverted"; empty: not recognised
     int periodUi = 0;            ///< [UI] 0: no period is proven
@@ -59,14 +70,16 @@ struct LockReport {
     double seamRatio = 0.0;  ///< rms at the seam of a given period over that of the interior; 0: not tried
     RecordKind mode = RecordKind::SingleShot;
     int repetitions = 1;
-    std::size_t firstSample = 0;        ///< of the capture, at which the record begins
-    std::size_t samples = 0;            ///< of the record
-    std::size_t leftOut = 0;            ///< [samples] of the record after its last whole UI or period
-    double removedNoiseRms = 0.0;       ///< [V] that averaging took off
-    std::vector<std::string> warnings;  ///< facts that contradict the capture, and what spoils its figures
-    double phaseFirst = 0.0;            ///< [samples] of the capture, of the first of phaseUi
-    double phaseSpacing = 0.0;          ///< [samples]
-    std::vector<double> phaseUi;        ///< [UI] of the clock over the record, about a constant one
+    std::size_t firstSample = 0;         ///< of the capture, at which the record begins
+    std::size_t samples = 0;             ///< of the record
+    std::size_t leftOut = 0;             ///< [samples] of the record after its last whole UI or period
+    double removedNoiseRms = 0.0;        ///< [V] that averaging took off
+    std::vector<std::string> warnings;   ///< facts that contradict the capture, and what spoils its figures
+    double phaseFirst = 0.0;             ///< [samples] of the capture, of the first of phaseUi
+    double phaseSpacing = 0.0;           ///< [samples]
+    std::vector<double> phaseUi;         ///< [UI] of the clock over the record, about a constant one
+    std::vector<double> trackedPhaseUi;  ///< [UI] what the tracked clock follows of it; empty: the clock is constant
+    ClockSpectrum spectrum;
 };
 
 /// A record of a whole number of samples per UI.
@@ -87,7 +100,8 @@ TARNWICK_WORKBENCH_API LockedCapture Lock(const Waveform& capture, const Capture
 TARNWICK_WORKBENCH_API std::string LockAsText(const LockReport& report);
 
 /// {"symbolRateGBd", "samplesPerUi", "clockScore", "phaseResidualUi", "resampled", "samplesPerUiOut", "coding", "pattern",
-/// "periodUi", "mode", "repetitions", "firstSample", "samples", "warnings"}, indented by two; null where nothing was found.
+/// "levels", "periodUi", "mode", "repetitions", "firstSample", "samples", "warnings"}, indented by two; null where nothing was
+/// found.
 TARNWICK_WORKBENCH_API std::string LockAsJson(const LockReport& report);
 
 /// A chain file for the record: its device, of a single shot with the whole record as its pattern, and no filters.

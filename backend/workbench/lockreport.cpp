@@ -30,6 +30,16 @@ std::string ClockText(const LockReport& report)
     return text + ")";
 }
 
+std::string CodingText(const LockReport& report)
+{
+    if (report.coding == SIGNAL_CODING_UNKNOWN)
+        return "not found: no levels can be made out";
+    std::string text = fmt::format("{} ({})", NameOf(report.coding), HowKnown(report.codingGiven));
+    if (report.levels.empty())
+        return text + ", but no symbols can be made out";
+    return text + fmt::format(", levels {:.4g} V", fmt::join(report.levels, " "));
+}
+
 std::string ModeText(const LockReport& report)
 {
     if (report.mode == RecordKind::SingleShot)
@@ -51,13 +61,12 @@ std::string LockAsText(const LockReport& report)
     if (!report.phaseUi.empty())
         text += ReportRow("clock phase", fmt::format("{:.2g} UI rms about a constant clock", report.phaseResidualUi));
     if (report.trackedUi > 0.0)
-        text += ReportRow("tracked", fmt::format("{:.2g} UI rms taken off", report.trackedUi));
+        text += ReportRow("tracked", fmt::format("{:.2g} UI rms taken off, {:.2g} UI rms left", report.trackedUi,
+                                                 report.trackedResidualUi));
     text += ReportRow("record",
                       fmt::format("{} samples from sample {} on, {} per UI{}", report.samples, report.firstSample,
                                   report.samplesPerUiOut, report.resampled ? ", resampled" : ", as they were read"));
-    text += ReportRow("coding", report.coding == SIGNAL_CODING_UNKNOWN
-                                    ? "not found: no levels can be made out"
-                                    : fmt::format("{} ({})", NameOf(report.coding), HowKnown(report.codingGiven)));
+    text += ReportRow("coding", CodingText(report));
     text += ReportRow("pattern", report.pattern.empty() ? "not recognised" : report.pattern);
     text += ReportRow("kind", ModeText(report));
     if (report.leftOut > 0)
@@ -78,6 +87,7 @@ std::string LockAsJson(const LockReport& report)
         {"resampled", report.resampled},
         {"samplesPerUiOut", report.samplesPerUiOut},
         {"coding", report.coding == SIGNAL_CODING_UNKNOWN ? ordered_json() : ordered_json(NameOf(report.coding))},
+        {"levels", report.levels.empty() ? ordered_json() : ordered_json(report.levels)},
         {"pattern", report.pattern.empty() ? ordered_json() : ordered_json(report.pattern)},
         {"periodUi", report.periodUi > 0 ? ordered_json(report.periodUi) : ordered_json()},
         {"mode", isPeriodic ? "periodic" : "single-shot"},

@@ -14,10 +14,10 @@
 #include <nlohmann/json.hpp>
 
 #include "maths/captures/recordseam.h"
-#include "workbench/acquisition.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/statistics.h"
 
 namespace Tarnwick::DSO::Workbench {
 

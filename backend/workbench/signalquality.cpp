@@ -1,11 +1,14 @@
 #include "workbench/signalquality.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cstddef>
+#include <utility>
 
 #include <fmt/format.h>
 
 #include "maths/equalisers/tdecq.h"
+#include "maths/patterns/leveldecisions.h"
+#include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 
@@ -14,16 +17,21 @@ namespace Tarnwick::DSO::Workbench {
 namespace {
 
 constexpr int kTdecqLevels = 4;
-constexpr double kSlack = 1e-9;  // periods, samples: rounding of a number of samples per UI that is not whole
+constexpr double kFewestSamplesPerUi = 2.0;  // fewer do not hold the waveform between the symbols
 
-std::optional<ReferenceEqualiser> FindEqualiser(std::span<const double> samples, std::size_t samplesPerUi,
-                                                const std::vector<int>& pattern, int numberOfTaps)
+std::optional<ReferenceEqualiser> FindEqualiser(const LockedCapture& capture, int numberOfTaps)
 {
-    const auto symbols = Maths::LocatePattern(samples, pattern, samplesPerUi);
+    const LockReport& report = capture.report;
+    const auto samplesPerUi = static_cast<std::size_t>(report.samplesPerUiOut);
+    const auto symbols = Maths::LocatePattern(capture.samples, capture.symbols, samplesPerUi);
     if (!symbols)
         return std::nullopt;
-    auto found = Maths::FindReferenceEqualizer(samples, *symbols, samplesPerUi, static_cast<std::size_t>(numberOfTaps),
-                                               std::nullopt);
+    const auto taps = static_cast<std::size_t>(numberOfTaps);
+    // What the equaliser makes of the seam of a single shot, and the symbols that were decided without all of their
+    // neighbours, say nothing of the signal.
+    [[maybe_unused]] const std::size_t ignoredUi =
+        report.mode == RecordKind::SingleShot ? taps + Maths::kEqualiserReachUi : 0;
+    auto found = Maths::FindReferenceEqualizer(capture.samples, *symbols, samplesPerUi, taps, std::nullopt);
     if (!found)
         return std::nullopt;
     const Maths::EyeClosure& closure = found->closure;
@@ -41,55 +49,31 @@ double LevelMismatchRatio(std::span<const double> levels)
     return std::min({3.0 * lower, 3.0 * upper, 2.0 - 3.0 * lower, 2.0 - 3.0 * upper});
 }
 
-SignalQuality MeasureSignalQuality(std::span<const double> samples, const SignalDescription& signal, int numberOfTaps,
-                                   const std::string& name)
+SignalQuality MeasureSignalQuality(const LockedCapture& capture, int numberOfTaps, const std::string& name)
 {
-    const double samplesPerUi = signal.samplesPerUi;
-    const int patternLengthUi = signal.patternLengthUi;
+    if (capture.report.coding == SIGNAL_CODING_UNKNOWN)
+        throw DataFailure(fmt::format("{}: no levels can be made out in it; give the coding", name));
     SignalQuality quality;
-    const int levelCount = LevelCount(signal.coding);
-    EyeSettings settings{.samplesPerUi = samplesPerUi,
-                         .levelCount = levelCount,
-                         .symbolRateGBd = signal.symbolRateGBd,
-                         .withBathtub = true};
-    if (patternLengthUi > 0) {
-        try {
-            quality.symbols = FindSymbols(samples, samplesPerUi, patternLengthUi, signal.coding, name);
-            settings.pattern = quality.symbols->levels;
-            settings.periodUi = static_cast<std::size_t>(patternLengthUi);
-        } catch (const DataFailure& failure) {
-            quality.whyNoTdecq = failure.what();
-        }
-    } else {
-        quality.whyNoTdecq = "the pattern's length is not known";
-    }
-    // Whole periods of what is known to repeat; the ends of any other record are ends.
-    const double patternSamples = samplesPerUi * patternLengthUi;
-    const double periods =
-        patternLengthUi > 0 ? std::floor(static_cast<double>(samples.size()) / patternSamples + kSlack) : 0.0;
-    settings.circular = periods > 0.0;
-    const auto whole = static_cast<std::size_t>(std::floor(periods * patternSamples + kSlack));
-    quality.eye = MeasureEyes(settings.circular ? samples.first(std::min(whole, samples.size())) : samples, settings);
-    std::vector<double> levels = quality.eye.levels;
-    if (levels.empty() && quality.symbols)
-        levels = quality.symbols->voltages;
-    if (levelCount != kTdecqLevels) {
+    EyeSettings settings = EyeSettingsOf(capture);
+    settings.withBathtub = true;
+    quality.eye = MeasureEyes(capture.samples, settings);
+    if (settings.levelCount != kTdecqLevels) {
         quality.whyNoTdecq = "it is defined for PAM4";
         return quality;
     }
-    if (!levels.empty())
-        quality.levelMismatchRatio = LevelMismatchRatio(levels);
-    if (!quality.symbols)
-        return quality;
-    const auto wholeSamplesPerUi = static_cast<std::size_t>(samplesPerUi);
-    if (wholeSamplesPerUi == 0 || static_cast<double>(wholeSamplesPerUi) != samplesPerUi) {
-        quality.whyNoTdecq = fmt::format("{:.6g} samples per UI are not a whole number", samplesPerUi);
+    if (!quality.eye.levels.empty())
+        quality.levelMismatchRatio = LevelMismatchRatio(quality.eye.levels);
+    if (capture.report.samplesPerUi < kFewestSamplesPerUi) {
+        quality.whyNoTdecq =
+            fmt::format("{:.6g} samples per UI do not hold two time slices 0.1 UI apart; expected {} or more",
+                        capture.report.samplesPerUi, kFewestSamplesPerUi);
         return quality;
     }
-    const std::size_t period = wholeSamplesPerUi * static_cast<std::size_t>(patternLengthUi);
-    samples = samples.first(samples.size() / period * period);
-    if (!samples.empty())
-        quality.equaliser = FindEqualiser(samples, wholeSamplesPerUi, quality.symbols->levels, numberOfTaps);
+    if (capture.symbols.empty()) {
+        quality.whyNoTdecq = "no symbols can be made out";
+        return quality;
+    }
+    quality.equaliser = FindEqualiser(capture, numberOfTaps);
     if (!quality.equaliser)
         quality.whyNoTdecq = "no taps have their largest among the first three";
     return quality;

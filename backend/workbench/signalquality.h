@@ -1,4 +1,4 @@
-// What a captured multilevel signal is worth: levels, their mismatch, eyes, TDECQ.
+// What a captured multilevel signal is worth: eyes, level mismatch, TDECQ.
 #pragma once
 
 #include <cstddef>
@@ -8,9 +8,8 @@
 #include <vector>
 
 #include "framework/export.h"
-#include "workbench/acquisition.h"
 #include "workbench/eye.h"
-#include "workbench/symbols.h"
+#include "workbench/lock.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -31,19 +30,16 @@ struct ReferenceEqualiser {
 };
 
 struct SignalQuality {
-    EyeReport eye;                             ///< of the samples as they are, with the bathtub
-    std::optional<FoundSymbols> symbols;       ///< none when the pattern's length is not known, or they are not found
-    std::optional<double> levelMismatchRatio;  ///< of PAM4
+    EyeReport eye;                                ///< with the bathtub
+    std::optional<double> levelMismatchRatio;     ///< of PAM4
     std::optional<ReferenceEqualiser> equaliser;  ///< of PAM4
     std::string whyNoTdecq;                       ///< why there is no equaliser
 };
 
-/// @param samples       one whole period or more
-/// @param signal        without the pattern's length there are neither symbols nor TDECQ
 /// @param numberOfTaps  of the reference equaliser
 /// @param name          the capture's, for messages
-TARNWICK_WORKBENCH_API SignalQuality MeasureSignalQuality(std::span<const double> samples,
-                                                          const SignalDescription& signal, int numberOfTaps,
+/// @throws DataFailure  the capture's coding is neither given nor found
+TARNWICK_WORKBENCH_API SignalQuality MeasureSignalQuality(const LockedCapture& capture, int numberOfTaps,
                                                           const std::string& name);
 
 }  // namespace Tarnwick::DSO::Workbench

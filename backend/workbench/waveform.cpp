@@ -26,6 +26,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr const char* kStandardInput = "-";
 constexpr std::string_view kNpyMagic = "\x93NUMPY";
 
 std::string Ending(const fs::path& path)
@@ -163,18 +164,6 @@ void TakeRateAndScale(Waveform& waveform, const std::string& name, const Wavefor
     }
 }
 
-std::string Text(std::span<const double> samples, double interval, double start)
-{
-    fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text), "{}voltage [V]\n", interval > 0.0 ? "time [s]," : "");
-    for (std::size_t k = 0; k < samples.size(); ++k) {
-        if (interval > 0.0)
-            fmt::format_to(std::back_inserter(text), "{},", start + interval * static_cast<double>(k));
-        fmt::format_to(std::back_inserter(text), "{}\n", samples[k]);
-    }
-    return fmt::to_string(text);
-}
-
 std::string Npy(std::span<const double> samples)
 {
     const char order = std::endian::native == std::endian::little ? '<' : '>';
@@ -196,6 +185,8 @@ std::string Npy(std::span<const double> samples)
 
 Waveform ReadWaveform(const fs::path& path, const WaveformOptions& options)
 {
+    if (path == kStandardInput)
+        return WaveformFrom(ReadStandardInput(), "standard input", options);
     return WaveformFrom(ReadWholeFile(path), path, options);
 }
 
@@ -236,6 +227,18 @@ void WriteWhole(const fs::path& path, std::span<const char> content)
         discard(error.message());
 }
 
+std::string WaveformAsCsv(std::span<const double> samples, double interval, double start)
+{
+    fmt::memory_buffer text;
+    fmt::format_to(std::back_inserter(text), "{}voltage [V]\n", interval > 0.0 ? "time [s]," : "");
+    for (std::size_t k = 0; k < samples.size(); ++k) {
+        if (interval > 0.0)
+            fmt::format_to(std::back_inserter(text), "{},", start + interval * static_cast<double>(k));
+        fmt::format_to(std::back_inserter(text), "{}\n", samples[k]);
+    }
+    return fmt::to_string(text);
+}
+
 void RequireWaveformName(const fs::path& path)
 {
     const std::string ending = Ending(path);
@@ -250,7 +253,7 @@ void WriteWaveform(const fs::path& path, std::span<const double> samples, double
     if (Ending(path) == ".npy")
         WriteWhole(path, Npy(samples));
     else
-        WriteWhole(path, Text(samples, Ending(path) == ".csv" ? interval : 0.0, start));
+        WriteWhole(path, WaveformAsCsv(samples, Ending(path) == ".csv" ? interval : 0.0, start));
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -29,7 +29,7 @@ struct WaveformOptions {
     double scale = 1.0;       ///< factor of every sample: for raw counts the volts of one
 };
 
-/// Reads a capture. Its name's ending says what it is: ".npy" NumPy's; ".f32", ".f64" and ".i16" raw little-endian numbers;
+/// Reads a capture; "-" is text on standard input. Its name's ending says what it is: ".npy" NumPy's; ".f32", ".f64" and ".i16" raw little-endian numbers;
 /// any other is text. ".gz" behind that is unpacked first. Of a text, header and trailer lines are passed over, units in the
 /// header are honoured.
 /// @throws DataFailure   naming the file and the line or sample; also where a file leaves open which of its numbers are the
@@ -42,11 +42,14 @@ TARNWICK_WORKBENCH_API Waveform ReadWaveform(const std::filesystem::path& path, 
 TARNWICK_WORKBENCH_API Waveform WaveformFrom(std::string_view content, const std::filesystem::path& path,
                                              const WaveformOptions& options = {});
 
+/// The CSV text of a waveform: a line that names the columns, then time and value where the interval is known, else values.
+TARNWICK_WORKBENCH_API std::string WaveformAsCsv(std::span<const double> samples, double interval = 0.0,
+                                                 double start = 0.0);
+
 /// @throws UsageFailure  a name that ends in none of .npy, .csv and .txt
 TARNWICK_WORKBENCH_API void RequireWaveformName(const std::filesystem::path& path);
 
-/// Writes a waveform as ".npy", ".csv" (time and value when the interval is known, else values) or ".txt" (values).
-/// Text begins with a line that names the columns and their units.
+/// Writes a waveform as ".npy", ".csv" (WaveformAsCsv) or ".txt" (the same without times).
 /// The file appears when it is complete, or not at all.
 /// @throws UsageFailure  a name with another ending
 /// @throws DataFailure   the file cannot be written

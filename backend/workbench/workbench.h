@@ -2,7 +2,6 @@
 // sweeps and responses, eyes and other measurements, S-parameter files, reports.
 #pragma once
 
-#include "workbench/acquisition.h"
 #include "workbench/capturereport.h"
 #include "workbench/captures.h"
 #include "workbench/chain.h"
@@ -26,6 +25,7 @@
 #include "workbench/signalquality.h"
 #include "workbench/simulation.h"
 #include "workbench/sirctable.h"
+#include "workbench/statistics.h"
 #include "workbench/sweep.h"
 #include "workbench/sweepreport.h"
 #include "workbench/symbols.h"

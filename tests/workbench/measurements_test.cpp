@@ -3,15 +3,18 @@
 #include <limits>
 #include <numbers>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "support/failures.h"
+#include "workbench/capturereport.h"
 #include "workbench/decisions.h"
 #include "workbench/eye.h"
 #include "workbench/failure.h"
+#include "workbench/lock.h"
 #include "workbench/pattern.h"
 #include "workbench/run.h"
 #include "workbench/signalquality.h"
@@ -101,8 +104,10 @@ TEST(EyeMeasure, TellsWhatIsKnownAndWhatNoiseLeaves)
     EXPECT_NEAR(*ExtinctionRatioDb(report), 10.0 * std::log10(11.0), 0.5);  // 0.01 V of the lower level
     EXPECT_NEAR(OuterModulationAmplitude(report), 1.0, 0.03);
     ASSERT_EQ(report.bathtub.size(), 65U);
-    EXPECT_EQ(report.bathtub[32].ber, *report.ber);
-    EXPECT_GT(std::max(report.bathtub.front().ber, report.bathtub.back().ber), 1e-2);  // one of them lies on an edge
+    const auto measured = std::find_if(report.bathtub.begin(), report.bathtub.end(),
+                                       [](const BathtubPoint& point) { return point.offsetUi == 0.0; });
+    ASSERT_NE(measured, report.bathtub.end());
+    EXPECT_EQ(measured->ber, *report.ber);
 
     // A part of it; what lies outside may be anything.
     std::fill(samples.begin(), samples.begin() + 1000, 7.0);
@@ -113,6 +118,24 @@ TEST(EyeMeasure, TellsWhatIsKnownAndWhatNoiseLeaves)
     EXPECT_TRUE(part.symbolsKnown);
     EXPECT_NEAR(part.eyes.at(0).height, eye.height, 0.05);
     EXPECT_LT(*part.ber, 1e-15);
+}
+
+// Behind a line an eye opens widest late in its UI. The bathtub shows the wall on either side all the same.
+TEST(EyeMeasure, ShowsBothWallsOfABathtubWhereverItMeasures)
+{
+    const auto levels = LevelsOf(PrbsSymbols(9, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false);
+    const std::vector<double> samples = Simulate(levels, 2, {.repetitions = 4, .lossDb = 6.0, .noiseRms = 0.005});
+    EyeSettings settings{.samplesPerUi = 16.0, .levelCount = 2, .withBathtub = true};
+    settings.pattern = levels;
+    settings.periodUi = levels.size();
+    const EyeReport report = MeasureEyes(samples, settings);
+    const EyeOpening& eye = report.eyes.at(0);
+    EXPECT_NEAR(eye.rightUi - eye.leftUi, eye.widthUi, 1e-12);
+    const double middle = 0.5 * (eye.leftUi + eye.rightUi);
+    EXPECT_GT(std::abs(middle), 0.1);
+    ASSERT_EQ(report.bathtub.size(), 65U);
+    EXPECT_NEAR(report.bathtub[32].offsetUi, middle, 0.5 / 64);
+    EXPECT_GT(std::min(report.bathtub.front().ber, report.bathtub.back().ber), 1e-2);
 }
 
 TEST(EyeMeasure, SaysNothingOfWhatHasNoEyes)
@@ -173,30 +196,77 @@ TEST(SignalQualityMeasure, TellsTheLevelMismatch)
     EXPECT_NEAR(LevelMismatchRatio(Levels{-3, -1, 1.2, 3}), 0.8, 1e-15);
 }
 
+LockedCapture Locked(std::vector<double> samples, const CaptureFacts& facts)
+{
+    Waveform capture;
+    capture.samples = std::move(samples);
+    return Lock(capture, facts, "capture");
+}
+
 TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
 {
     const auto levels = LevelsOf(PrbsSymbols(13, SIGNAL_CODING_PAM4), SIGNAL_CODING_PAM4, false);
+    const CaptureFacts period{.patternLengthUi = 8191};
     double before = -1.0;
     for (const double loss : {1.0, 4.0, 8.0}) {
-        const auto samples = Simulate(levels, 4, {.lossDb = loss});
-        const SignalQuality quality = MeasureSignalQuality(samples, {16.0, SIGNAL_CODING_PAM4, 8191}, 5, "capture");
+        const LockedCapture capture = Locked(Simulate(levels, 4, {.lossDb = loss}), period);
+        EXPECT_EQ(capture.report.mode, RecordKind::Periodic);
+        const SignalQuality quality = MeasureSignalQuality(capture, 5, "capture");
         ASSERT_TRUE(quality.equaliser) << quality.whyNoTdecq;
         EXPECT_FALSE(quality.equaliser->leavesEyeClosed);
         EXPECT_GT(quality.equaliser->tdecqDb, before);
         EXPECT_LT(quality.equaliser->tdecqDb, 4.0);
+        EXPECT_TRUE(quality.eye.symbolsKnown);
         EXPECT_NEAR(*quality.levelMismatchRatio, 1.0, 0.02);
         before = quality.equaliser->tdecqDb;
     }
-    const auto samples = Simulate(levels, 4, {});
-    const auto whyNot = [&](double samplesPerUi, int patternLengthUi, E_SIGNAL_CODING coding) {
-        const SignalQuality quality =
-            MeasureSignalQuality(samples, {samplesPerUi, coding, patternLengthUi}, 5, "capture");
-        EXPECT_FALSE(quality.equaliser);
-        return quality.whyNoTdecq;
+    const std::vector<double> asLevels(levels.begin(), levels.end());
+    const struct {
+        LockedCapture capture;
+        std::string why;
+    } cases[] = {
+        {Locked(Simulate(levels, 4, {}), {.coding = SIGNAL_CODING_NRZ}), "it is defined for PAM4"},
+        {Locked(asLevels, {.samplesPerUi = 1.0}),
+         "1 samples per UI do not hold two time slices 0.1 UI apart; expected 2 or more"},
     };
-    EXPECT_EQ(whyNot(16.0, 8191, SIGNAL_CODING_NRZ), "it is defined for PAM4");
-    EXPECT_EQ(whyNot(16.0, 0, SIGNAL_CODING_PAM4), "the pattern's length is not known");
-    EXPECT_EQ(whyNot(15.998, 8191, SIGNAL_CODING_PAM4), "15.998 samples per UI are not a whole number");
+    for (const auto& [capture, why] : cases) {
+        const SignalQuality quality = MeasureSignalQuality(capture, 5, "capture");
+        EXPECT_FALSE(quality.equaliser);
+        EXPECT_EQ(quality.whyNoTdecq, why);
+    }
+    EXPECT_EQ(Testing::FailureOf<DataFailure>([] { MeasureSignalQuality({}, 5, "c.npy"); }),
+              "c.npy: no levels can be made out in it; give the coding");
+}
+
+// Whatever keeps a capture from being acquired, its samples are described; not those that are no numbers.
+TEST(CaptureContent, IsToldWithoutAnAcquisitionToo)
+{
+    const auto nrz = LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false);
+    const struct {
+        std::vector<double> samples;
+        std::string why;  // empty: there is one
+    } cases[] = {
+        {Simulate(nrz, 2, {.repetitions = 4}), ""},
+        {Simulate(nrz, 2, {}), "c.npy: holds 127 UI; expected at least 200"},
+        {{0.25, 0.25, 0.25}, "c.npy: is constant, 0.25 V"},
+        {Simulate(std::vector<int>(1000, 0), 2, {.amplitude = 0.0, .noiseRms = 1.0}), "c.npy: no clock found"},
+    };
+    for (const auto& [samples, why] : cases) {
+        Waveform capture;
+        capture.samples = samples;
+        const CaptureContent content = FindContent(capture, {}, "c.npy");
+        EXPECT_EQ(content.acquisition.has_value(), why.empty());
+        EXPECT_EQ(content.whyNoAcquisition.substr(0, why.size()), why);
+        const json report = json::parse(ContentAsJson(content));
+        EXPECT_EQ(report["samples"], samples.size());
+        EXPECT_EQ(report["max"], *std::max_element(samples.begin(), samples.end()));
+        EXPECT_EQ(report["acquisition"].is_null(), !report["whyNoAcquisition"].is_null());
+        EXPECT_NE(ContentAsText(content).find(why.empty() ? "NRZ (found)" : "none: " + why), std::string::npos);
+    }
+    Waveform broken;
+    broken.samples = {0.0, std::numeric_limits<double>::quiet_NaN()};
+    EXPECT_EQ(Testing::FailureOf<DataFailure>([&] { FindContent(broken, {}, "c.npy"); }),
+              "c.npy: sample 2 is nan; expected finite values");
 }
 
 // Each level held from half a UI before its decision to half a UI after, circular over the repetitions.

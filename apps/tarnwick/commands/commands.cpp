@@ -12,7 +12,7 @@ constexpr Command kCommands[] = {
     {"simulate", "Write a synthetic capture", "-o capture.csv --loss 6 --noise 0.01 --repetitions 4 --chain chain.json",
      AddSimulate},
     {"info", "Tell what a capture holds", "capture.csv", AddInfo},
-    {"measure", "Measure levels, eyes, RLM and, for PAM4, TDECQ of a capture", "capture.csv --coding PAM4", AddMeasure},
+    {"measure", "Measure levels, eyes, RLM and, for PAM4, TDECQ of a capture", "capture.csv", AddMeasure},
     {"sweep", "Rank settings of a chain by the eyes behind it",
      "chain.json capture.csv --over filters.1.cutoffPercent=50:100:5", AddSweep},
     {"response", "Show what the filters of a chain do to a spectrum", "chain.json -o response", AddResponse},

@@ -35,7 +35,7 @@ struct Options {
 
 void Draw(const Options& options, const Workbench::LockedCapture& locked, const Workbench::EyeReport& report)
 {
-    const std::string name = std::filesystem::path(options.capture.name).filename().string();
+    const std::string name = std::filesystem::path(NameOf(options.capture)).filename().string();
     DrawEye(options.prefix + ".png", locked.samples, locked.report.samplesPerUiOut, report, RangeOf(locked.samples),
             name);
     if (!report.bathtub.empty()) {
@@ -56,10 +56,10 @@ void Run(const Options& options)
         progress.Begin("read");
         const Workbench::Waveform capture = ReadCapture(options.capture);
         progress.Begin("lock");
-        locked = Lock(capture, With(options.facts), options.capture.name);
+        locked = Lock(capture, With(options.facts), NameOf(options.capture));
         if (locked.report.coding == SIGNAL_CODING_UNKNOWN)
             throw Workbench::DataFailure(
-                fmt::format("{}: no levels can be made out in it; give --coding", options.capture.name));
+                fmt::format("{}: no levels can be made out in it; give --coding", NameOf(options.capture)));
         progress.Begin("eyes");
         Workbench::EyeSettings settings = EyeSettingsOf(locked);
         settings.withBathtub = true;

@@ -1,25 +1,39 @@
 // tarnwick info: what a capture holds.
 #include <memory>
 
-#include <fmt/format.h>
-
 #include "capture.h"
 #include "commands/commands.h"
+#include "facts.h"
+#include "notes.h"
 #include "outputs.h"
+#include "progress.h"
 #include "workbench/capturereport.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
 namespace {
 
+namespace Workbench = DSO::Workbench;
+
 struct Options {
     CaptureOptions capture;
+    FactOptions facts;
     bool json = false;
 };
 
 void Run(const Options& options)
 {
-    const DSO::Workbench::CaptureContent content = DSO::Workbench::FindContent(ReadCapture(options.capture));
+    Workbench::CaptureContent content;
+    {
+        Progress progress(2);
+        progress.Begin("read");
+        const Workbench::Waveform capture = ReadCapture(options.capture);
+        progress.Begin("lock");
+        content = FindContent(capture, With(options.facts), NameOf(options.capture));
+    }
+    if (content.acquisition)
+        PrintNotes(content.acquisition->warnings);
     PrintReport(options.json ? ContentAsJson(content) + "\n" : ContentAsText(content));
 }
 
@@ -29,6 +43,7 @@ void AddInfo(CLI::App& command)
 {
     auto options = std::make_shared<Options>();
     AddCaptureOptions(command, options->capture);
+    AddFactOptions(command, options->facts);
     command.add_flag("--json", options->json, "Print as JSON; null where nothing was found");
     command.callback([options] { Run(*options); });
 }

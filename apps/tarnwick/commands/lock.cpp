@@ -1,6 +1,7 @@
 // tarnwick lock: from whatever a scope saved to a record that filters can take.
 #include "workbench/lock.h"
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "notes.h"
 #include "options.h"
 #include "outputs.h"
+#include "pictures/clockplot.h"
 #include "progress.h"
 #include "workbench/failure.h"
 #include "workbench/waveform.h"
@@ -23,25 +25,51 @@ namespace {
 
 namespace Workbench = DSO::Workbench;
 
+constexpr const char* kPhaseEnd = "-phase.png";
+constexpr const char* kSpectrumEnd = "-spectrum.png";
+
 struct Options {
     CaptureOptions capture;
     FactOptions facts;
     std::string output;
     std::string chain;
+    std::string picturePrefix;
     std::string clock = "constant";
     int samplesPerUi = 0;
     double loopBandwidthMHz = 0.0;
     bool average = false;
+    bool whole = false;  // changes nothing: no sample of the record is held back
     bool json = false;
 };
+
+void Draw(const Options& options, const Workbench::LockedCapture& locked)
+{
+    const std::string name = std::filesystem::path(NameOf(options.capture)).filename().string();
+    const bool hasPhase = !locked.report.phaseUi.empty();
+    const bool hasSpectrum = !locked.report.spectrum.scoreDb.empty();
+    if (hasPhase)
+        DrawClockPhase(options.picturePrefix + kPhaseEnd, locked, name);
+    if (hasSpectrum)
+        DrawClockSpectrum(options.picturePrefix + kSpectrumEnd, locked, name);
+    if (!hasPhase || !hasSpectrum)
+        throw Workbench::DataFailure(
+            fmt::format("{}: has too few samples, or fewer than 2 per UI, to look for its clock; no {} is drawn",
+                        NameOf(options.capture),
+                        !hasPhase && !hasSpectrum ? "phase or spectrum"
+                        : hasPhase                ? "spectrum"
+                                                  : "phase"));
+}
 
 void Run(const Options& options)
 {
     if (!options.output.empty())
-        Workbench::RequireWaveformName(options.output);
+        RequireRecordName(options.output);
     const std::vector<std::string> inputs = {options.capture.name, options.capture.minus};
     RequireApart("--output", options.output, inputs);
     RequireApart("--chain", options.chain, inputs);
+    for (const char* const end : {kPhaseEnd, kSpectrumEnd})
+        if (!options.picturePrefix.empty())
+            RequireApart("--picture", options.picturePrefix + end, inputs);
     if (!options.chain.empty() && IsSameFile(options.output, options.chain))
         throw Workbench::UsageFailure(
             fmt::format("--chain: is {}, as the record; expected another file", options.chain));
@@ -56,17 +84,20 @@ void Run(const Options& options)
         progress.Begin("read");
         const Workbench::Waveform capture = ReadCapture(options.capture);
         progress.Begin("lock");
-        locked = Lock(capture, facts, options.capture.name);
+        locked = Lock(capture, facts, NameOf(options.capture));
     }
     PrintNotes(locked.report.warnings);
     if (locked.report.coding == SIGNAL_CODING_UNKNOWN)
         throw Workbench::DataFailure(
-            fmt::format("{}: no levels can be made out in it; give --coding", options.capture.name));
+            fmt::format("{}: no levels can be made out in it; give --coding", NameOf(options.capture)));
     if (!options.output.empty())
-        Workbench::WriteWaveform(options.output, locked.samples, locked.interval, locked.start);
+        WriteRecord(options.output, locked.samples, locked.interval, locked.start);
     if (!options.chain.empty())
         Workbench::WriteWhole(options.chain, ChainFileFor(locked));
-    PrintReport(options.json ? LockAsJson(locked.report) + "\n" : LockAsText(locked.report));
+    PrintReport(options.json ? LockAsJson(locked.report) + "\n" : LockAsText(locked.report), options.output);
+    // Behind the table, which does not need gnuplot.
+    if (!options.picturePrefix.empty())
+        Draw(options, locked);
 }
 
 }  // namespace
@@ -76,7 +107,10 @@ void AddLock(CLI::App& command)
     auto options = std::make_shared<Options>();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
-    command.add_option("-o,--output", options->output, "Locked record: .csv, .txt or .npy; left out: only the report");
+    command.add_option(
+        "-o,--output", options->output,
+        "Locked record: .csv, .txt or .npy; - writes CSV to standard output, and the report to standard error; "
+        "left out: only the report");
     command.add_option("--chain", options->chain, "Also write a chain file with the finished device and no filters");
     command
         .add_option("--spu", options->samplesPerUi,
@@ -91,6 +125,14 @@ void AddLock(CLI::App& command)
                     "Loop bandwidth of the tracked clock [MHz]; left out: symbol rate / 1667")
         ->check(RealRange(1e-9, 1e9));
     command.add_flag("--average", options->average, "Mean of the repetitions in place of them");
+    command.add_flag("--whole", options->whole,
+                     "Write all of the record, as lock always does; here for scripts that say so to apply");
+    command
+        .add_option(
+            "--picture", options->picturePrefix,
+            "Draw PREFIX-phase.png, the clock's phase over the record, and PREFIX-spectrum.png, in which it was "
+            "found")
+        ->type_name("PREFIX");
     command.add_flag("--json", options->json, "Print the report as JSON; null where nothing was found");
     command.callback([options] { Run(*options); });
 }

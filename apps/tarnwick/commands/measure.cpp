@@ -1,19 +1,15 @@
 // tarnwick measure: levels, eyes and TDECQ of a capture.
 #include <memory>
-#include <string>
-#include <vector>
-
-#include <fmt/format.h>
 
 #include "capture.h"
 #include "commands/commands.h"
+#include "facts.h"
+#include "notes.h"
 #include "options.h"
 #include "outputs.h"
 #include "progress.h"
-#include "workbench/acquisition.h"
 #include "workbench/capturereport.h"
-#include "workbench/failure.h"
-#include "workbench/pattern.h"
+#include "workbench/lock.h"
 #include "workbench/signalquality.h"
 #include "workbench/waveform.h"
 
@@ -22,58 +18,32 @@ namespace Tarnwick::App {
 namespace {
 
 namespace Workbench = DSO::Workbench;
-using Workbench::SignalDescription;
 
 struct Options {
     CaptureOptions capture;
-    std::string coding;
-    double samplesPerUi = 0.0;
-    int patternLengthUi = 0;
+    FactOptions facts;
     int numberOfTaps = 5;
     bool zeroIsDark = false;
     bool json = false;
 };
 
-// As the options say; what they leave out is found in the capture.
-SignalDescription SignalOf(const Options& options, const Workbench::Waveform& capture)
-{
-    const std::vector<double>& samples = capture.samples;
-    SignalDescription signal{.samplesPerUi = options.samplesPerUi,
-                             .coding = Workbench::CodingOf(options.coding),
-                             .patternLengthUi = options.patternLengthUi};
-    if (signal.samplesPerUi <= 0.0) {
-        const auto found = Workbench::FindSamplesPerUi(samples);
-        if (!found)
-            throw Workbench::DataFailure(
-                fmt::format("{}: the samples per UI cannot be told; give --samples-per-ui", options.capture.name));
-        signal.samplesPerUi = found->value;
-    }
-    if (capture.interval > 0.0)
-        signal.symbolRateGBd = 1e-9 / (capture.interval * signal.samplesPerUi);
-    if (signal.coding == SIGNAL_CODING_UNKNOWN) {
-        const auto found = Workbench::FindCoding(samples, signal.samplesPerUi);
-        if (!found)
-            throw Workbench::DataFailure(fmt::format(
-                "{}: the number of levels cannot be told (closed eyes?); give --coding", options.capture.name));
-        signal.coding = *found;
-    }
-    if (signal.patternLengthUi == 0)
-        signal.patternLengthUi = Workbench::FindPatternLengthUi(samples, signal.samplesPerUi);
-    return signal;
-}
-
 void Run(const Options& options)
 {
-    const Workbench::Waveform capture = ReadCapture(options.capture);
-    const SignalDescription signal = SignalOf(options, capture);
+    const std::string name = NameOf(options.capture);
+    Workbench::LockedCapture locked;
     Workbench::SignalQuality quality;
     {
-        Progress progress(1);
+        Progress progress(3);
+        progress.Begin("read");
+        const Workbench::Waveform capture = ReadCapture(options.capture);
+        progress.Begin("lock");
+        locked = Lock(capture, With(options.facts), name);
         progress.Begin("measure");
-        quality = Workbench::MeasureSignalQuality(capture.samples, signal, options.numberOfTaps, options.capture.name);
+        quality = MeasureSignalQuality(locked, options.numberOfTaps, name);
     }
+    PrintNotes(locked.report.warnings);
     const auto zero = options.zeroIsDark ? Workbench::ZeroVolts::Dark : Workbench::ZeroVolts::Unknown;
-    PrintReport(options.json ? QualityAsJson(quality, signal, zero) + "\n" : QualityAsText(quality, signal, zero));
+    PrintReport(options.json ? QualityAsJson(locked, quality, zero) + "\n" : QualityAsText(locked, quality, zero));
 }
 
 }  // namespace
@@ -82,12 +52,7 @@ void AddMeasure(CLI::App& command)
 {
     auto options = std::make_shared<Options>();
     AddCaptureOptions(command, options->capture);
-    command.add_option("--coding", options->coding, "Line coding; found from open eyes when left out")
-        ->check(OneOf(Workbench::CodingNames()));
-    command.add_option("--samples-per-ui", options->samplesPerUi, "Samples per UI; found when left out")
-        ->check(RealRange(1.0, 1e6));
-    command.add_option("--pattern-length", options->patternLengthUi, "UI in the pattern; found when left out")
-        ->check(WholeRange(1, 2147483647));
+    AddFactOptions(command, options->facts);
     command.add_option("--taps", options->numberOfTaps, "Taps of the reference equaliser")
         ->check(WholeRange(1, 64))
         ->capture_default_str();

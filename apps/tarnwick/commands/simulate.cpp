@@ -42,7 +42,7 @@ std::vector<std::string> SimulatedCodings()
 
 void Run(Options& options)
 {
-    Workbench::RequireWaveformName(options.output);
+    RequireRecordName(options.output);
     if (!options.chain.empty() && IsSameFile(options.output, options.chain))
         throw Workbench::UsageFailure(
             fmt::format("--chain: is {}, as the capture; expected another file", options.chain));
@@ -54,7 +54,7 @@ void Run(Options& options)
         isCut ? static_cast<std::size_t>(settings.firstUi) + static_cast<std::size_t>(settings.lengthUi) : 0);
     const std::vector<double> capture =
         Workbench::Simulate(levels, Workbench::LevelCount(options.pattern.coding), settings);
-    Workbench::WriteWaveform(options.output, capture, 1e-9 / (settings.symbolRateGBd * settings.samplesPerUi));
+    WriteRecord(options.output, capture, 1e-9 / (settings.symbolRateGBd * settings.samplesPerUi));
     if (!options.chain.empty())
         Workbench::WriteWhole(options.chain, Workbench::ChainFileFor(options.pattern, settings));
     // Beyond three standard deviations clipping hardly shows.
@@ -64,8 +64,10 @@ void Run(Options& options)
     const std::string part = isCut ? fmt::format("{} UI", settings.lengthUi)
                                    : fmt::format("{} UI, {} repetition{}", levels.size(), settings.repetitions,
                                                  settings.repetitions == 1 ? "" : "s");
-    PrintReport(fmt::format("{}: {} samples, {} of {} at {} GBd, {:.10g} samples per UI\n", options.output,
-                            capture.size(), part, options.coding, settings.symbolRateGBd, settings.SampledPerUi()));
+    PrintReport(fmt::format("{}: {} samples, {} of {} at {} GBd, {:.10g} samples per UI\n",
+                            options.output == kStandardStream ? "standard output" : options.output, capture.size(),
+                            part, options.coding, settings.symbolRateGBd, settings.SampledPerUi()),
+                options.output);
 }
 
 }  // namespace
@@ -75,7 +77,10 @@ void AddSimulate(CLI::App& command)
     auto options = std::make_shared<Options>();
     Workbench::Simulation& settings = options->settings;
     Workbench::SimulatedPattern& pattern = options->pattern;
-    command.add_option("-o,--output", options->output, "Capture: .csv, .txt or .npy")->required();
+    command
+        .add_option("-o,--output", options->output,
+                    "Capture: .csv, .txt or .npy; - writes CSV to standard output, and the report to standard error")
+        ->required();
     auto* prbs = command.add_option("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13, 15, 23 or 31")
                      ->check(OneOf({"7", "9", "11", "13", "15", "23", "31"}))
                      ->capture_default_str();

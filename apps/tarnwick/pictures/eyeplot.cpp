@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <tuple>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -70,35 +72,132 @@ std::string PlotOf(const EyeImage& image, double perVolt)
     return plot + "\n";
 }
 
-// The symbol rate and what a slicer has of it in time; empty without a symbol rate.
+// The symbol rate and what a slicer has of it in time, or in UI without a symbol rate.
 std::string FiguresOf(const EyeReport& report)
 {
-    if (!(report.symbolRateGBd > 0.0))
-        return "";
-    std::string text = fmt::format(", {:.6g} GBd", report.symbolRateGBd);
+    const bool isTimed = report.symbolRateGBd > 0.0;
+    std::string text = isTimed ? fmt::format(", {:.6g} GBd", report.symbolRateGBd) : "";
+    if (report.eyes.empty())
+        return text;
+    text += report.eyes.size() == 1 ? ", eye width" : ", eye widths";
     for (const DSO::Workbench::EyeOpening& eye : report.eyes)
-        text += fmt::format("{} {:.3g}", &eye == &report.eyes.front() ? ", eye widths" : "", eye.widthPs.value_or(0.0));
-    return report.eyes.empty() ? text : text + " ps";
+        text += fmt::format(" {:.3g}", isTimed ? eye.widthPs.value_or(0.0) : eye.widthUi);
+    return text + (isTimed ? " ps" : " UI");
 }
 
-// What is left of an eye at the target error ratio, from the earliest phase that leaves any to the latest.
+bool AllFinite(std::span<const double> samples)
+{
+    return std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); });
+}
+
+// Counts the traces that cross each cell: lines from sample to sample.
+// @param firstUi  [UI] of sample 0 from the left edge or any edge of a UI there, 0 or more
+void AddTraces(std::span<const double> samples, double samplesPerUi, double firstUi, EyeImage& image)
+{
+    const auto [columns, rows, range] = std::tuple(image.columns, image.rows, image.range);
+    const double rowsPerVolt = static_cast<double>(rows - 1) / (range.high - range.low);
+    const double columnsPerSample = static_cast<double>(columns) / kSpanUi / samplesPerUi;
+    const std::size_t half = columns / 2;
+    // Between the samples the waveform may leave their range.
+    const auto row = [&](double value) {
+        return std::clamp((value - range.low) * rowsPerVolt, 0.0, static_cast<double>(rows - 1));
+    };
+    // Each UI is drawn twice, in the left and in the right half. [columns] of sample 0:
+    const double shift = firstUi * static_cast<double>(columns) / kSpanUi;
+    for (std::size_t k = 0; k + 1 < samples.size(); ++k) {
+        const double from = shift + static_cast<double>(k) * columnsPerSample;
+        const double to = from + columnsPerSample;
+        for (auto column = static_cast<std::size_t>(std::ceil(from)); static_cast<double>(column) < to; ++column) {
+            const double part = (static_cast<double>(column) - from) / columnsPerSample;
+            const double here = row(samples[k] + part * (samples[k + 1] - samples[k]));
+            const double next =
+                row(samples[k] + std::min(1.0, part + 1.0 / columnsPerSample) * (samples[k + 1] - samples[k]));
+            // A steep edge passes through several rows in one column.
+            const auto first = static_cast<std::size_t>(std::min(here, next));
+            const auto last = std::min(static_cast<std::size_t>(std::max(here, next)), rows - 1);
+            const float share = 1.0F / static_cast<float>(last - first + 1);
+            for (std::size_t r = first; r <= last; ++r) {
+                image.shades[r * columns + column % half] += share;
+                image.shades[r * columns + column % half + half] += share;
+            }
+        }
+    }
+}
+
+void ToShades(EyeImage& image)
+{
+    const float most = *std::max_element(image.shades.begin(), image.shades.end());
+    std::transform(image.shades.begin(), image.shades.end(), image.shades.begin(),
+                   [most](float count) { return most > 0.0F ? std::pow(count / most, kShade) : 0.0F; });
+}
+
+// The eye of a large picture: where there are few samples in a UI, lines between them would be seen as such, and would not be
+// what was measured.
+EyeImage ShadeBetween(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range)
+{
+    constexpr double kValuesPerUi = 32.0;
+    constexpr double kReach = 24.0;  // [samples] that a value is made of, to either side
+    constexpr std::size_t kBlock = std::size_t{1} << 18U;
+    const double step = std::min(1.0, samplesPerUi / kValuesPerUi);
+    const double first = std::ceil(kReach / samplesPerUi) * samplesPerUi;  // where a UI begins
+    const double last = static_cast<double>(samples.size()) - 1.0 - kReach;
+    if (step == 1.0 || last - first < samplesPerUi || !AllFinite(samples))
+        return ShadeEye(samples, samplesPerUi, phaseUi, range, kColumns, kRows);
+    EyeImage image{kColumns, kRows, range, std::vector<float>(kColumns * kRows, 0.0F)};
+    const auto count = static_cast<std::size_t>((last - first) / step);
+    std::vector<double> values;
+    for (std::size_t begin = 0; begin + 1 < count; begin += kBlock) {
+        const double position = first + static_cast<double>(begin) * step;
+        values.resize(std::min(kBlock + 1, count - begin));  // the last one begins the next block
+        DSO::Workbench::ReadBetween(samples, position, step, values);
+        const double ui = position / samplesPerUi;
+        AddTraces(values, samplesPerUi / step, 1.0 - phaseUi + ui - std::floor(ui), image);
+    }
+    ToShades(image);
+    return image;
+}
+
+// What is left of an eye at the target error ratio, about the phase that leaves most.
 std::string ContourOf(const EyeReport& report, std::size_t eye, double perVolt)
 {
-    std::string upper;
-    std::string lower;  // from right to left
-    for (const DSO::Workbench::BathtubPoint& point : report.bathtub) {
-        const auto [low, high] = point.openings[eye];
-        if (!(high > low))
-            continue;
-        upper += fmt::format("{}{},{}", upper.empty() ? "from " : " to ", point.offsetUi, high * perVolt);
-        lower.insert(0, fmt::format(" to {},{}", point.offsetUi, low * perVolt));
-    }
-    if (upper.empty())
+    const std::vector<DSO::Workbench::BathtubPoint>& points = report.bathtub;
+    const auto heightOf = [&](std::size_t k) { return points[k].openings[eye].high - points[k].openings[eye].low; };
+    std::size_t most = 0;
+    for (std::size_t k = 1; k < points.size(); ++k)
+        if (heightOf(k) > heightOf(most))
+            most = k;
+    if (points.empty() || !(heightOf(most) > 0.0))
         return "";
-    const std::size_t firstEnd = upper.find(" to ");
-    const std::string first = upper.substr(5, firstEnd == std::string::npos ? firstEnd : firstEnd - 5);
-    return fmt::format("set object polygon {}{} to {} front fillstyle empty border linecolor '#ff9040' linewidth 1.5\n",
-                       upper, lower, first);
+    std::string path;
+    const auto append = [&](double offsetUi, double volt) {
+        path += fmt::format("{}{},{}", path.empty() ? "from " : " to ", offsetUi, volt * perVolt);
+    };
+    // Where it closes, on a straight line from the last open phase to the first closed one.
+    const auto appendEnd = [&](std::size_t open, std::size_t closed) {
+        const double part = heightOf(open) / (heightOf(open) - heightOf(closed));
+        const auto between = [&](double a, double b) { return a + part * (b - a); };
+        const auto middle = [&](std::size_t k) {
+            return 0.5 * (points[k].openings[eye].low + points[k].openings[eye].high);
+        };
+        append(between(points[open].offsetUi, points[closed].offsetUi), between(middle(open), middle(closed)));
+    };
+    std::size_t first = most;
+    while (first > 0 && heightOf(first - 1) > 0.0)
+        --first;
+    std::size_t last = most;
+    while (last + 1 < points.size() && heightOf(last + 1) > 0.0)
+        ++last;
+    if (first > 0)
+        appendEnd(first, first - 1);
+    for (std::size_t k = first; k <= last; ++k)
+        append(points[k].offsetUi, points[k].openings[eye].high);
+    if (last + 1 < points.size())
+        appendEnd(last, last + 1);
+    for (std::size_t k = last + 1; k-- > first;)
+        append(points[k].offsetUi, points[k].openings[eye].low);
+    const std::string start = path.substr(5, path.find(" to ") - 5);
+    return fmt::format("set object polygon {} to {} front fillstyle empty border linecolor '#ff9040' linewidth 1.5\n",
+                       path, start);
 }
 
 }  // namespace
@@ -120,36 +219,11 @@ VoltageRange RangeOf(std::span<const double> samples, std::span<const double> ot
 EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
                   std::size_t columns, std::size_t rows)
 {
-    if (!std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); }))
+    if (!AllFinite(samples))
         return {0, 0, range, {}};
     EyeImage image{columns, rows, range, std::vector<float>(columns * rows, 0.0F)};
-    const double rowsPerVolt = static_cast<double>(rows - 1) / (range.high - range.low);
-    const double columnsPerSample = static_cast<double>(columns) / kSpanUi / samplesPerUi;
-    const std::size_t half = columns / 2;
-    const auto row = [&](double value) { return (value - range.low) * rowsPerVolt; };
-    // Each UI is drawn twice, in the left and in the right half. [columns] of sample 0:
-    const double shift = (1.0 - phaseUi) * static_cast<double>(columns) / kSpanUi;
-    for (std::size_t k = 0; k + 1 < samples.size(); ++k) {
-        const double from = shift + static_cast<double>(k) * columnsPerSample;
-        const double to = from + columnsPerSample;
-        for (auto column = static_cast<std::size_t>(std::ceil(from)); static_cast<double>(column) < to; ++column) {
-            const double part = (static_cast<double>(column) - from) / columnsPerSample;
-            const double here = row(samples[k] + part * (samples[k + 1] - samples[k]));
-            const double next =
-                row(samples[k] + std::min(1.0, part + 1.0 / columnsPerSample) * (samples[k + 1] - samples[k]));
-            // A steep edge passes through several rows in one column.
-            const auto first = static_cast<std::size_t>(std::min(here, next));
-            const auto last = std::min(static_cast<std::size_t>(std::max(here, next)), rows - 1);
-            const float share = 1.0F / static_cast<float>(last - first + 1);
-            for (std::size_t r = first; r <= last; ++r) {
-                image.shades[r * columns + column % half] += share;
-                image.shades[r * columns + column % half + half] += share;
-            }
-        }
-    }
-    const float most = *std::max_element(image.shades.begin(), image.shades.end());
-    std::transform(image.shades.begin(), image.shades.end(), image.shades.begin(),
-                   [most](float count) { return most > 0.0F ? std::pow(count / most, kShade) : 0.0F; });
+    AddTraces(samples, samplesPerUi, 1.0 - phaseUi, image);
+    ToShades(image);
     return image;
 }
 
@@ -161,6 +235,7 @@ void DrawEye(const fs::path& path, std::span<const double> samples, double sampl
     script += "set xlabel 'time from the measuring phase [UI]'\n";
     script += fmt::format("set ylabel 'voltage [{}]'\nset yrange [{}:{}]\n", unit.name, range.low * unit.perVolt,
                           range.high * unit.perVolt);
+    std::string contours;
     for (std::size_t eye = 0; eye < report.eyes.size(); ++eye) {
         const double middle = report.eyes[eye].threshold;
         const double height = report.eyes[eye].height;
@@ -171,9 +246,16 @@ void DrawEye(const fs::path& path, std::span<const double> samples, double sampl
         script += fmt::format("set label '{}{:.4g} {} ({:.1f} %)' at -0.97,{} front left boxed textcolor '#ffb0b0'\n",
                               height > 0.0 ? "" : "closed ", height * unit.perVolt, unit.name,
                               report.eyes[eye].openingPercent, middle * unit.perVolt);
-        script += ContourOf(report, eye, unit.perVolt);
+        contours += ContourOf(report, eye, unit.perVolt);
     }
-    const EyeImage image = ShadeEye(samples, samplesPerUi, report.phaseUi, range, kColumns, kRows);
+    script += contours;
+    if (!contours.empty())
+        script += fmt::format(
+            "set label 'contour: what is left at a bit error ratio of {:g}' at graph 0.985,0.04 right front boxed "
+            "textcolor "
+            "'#ff9040'\n",
+            report.targetBer);
+    const EyeImage image = ShadeBetween(samples, samplesPerUi, report.phaseUi, range);
     if (image.shades.empty())
         throw DataFailure(
             fmt::format("{}: a sample of \"{}\" is not finite; there is no eye to draw", path.string(), title));

@@ -38,7 +38,7 @@ EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double p
 
 /// Draws a density eye diagram, two UI wide, axes in UI and volts, as a PNG file: an arrow in each opening with its height,
 /// and around it, when the report has the bathtub, what is left of it at the target error ratio. The symbol rate and the
-/// widths in ps follow the title.
+/// widths follow the title. Where there are few samples in a UI the waveform is drawn between them as it was measured.
 /// @param range  holds all samples
 /// @throws DataFailure  as for DrawPng; a sample is not finite
 void DrawEye(const std::filesystem::path& path, std::span<const double> samples, double samplesPerUi,

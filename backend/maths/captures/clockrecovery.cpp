@@ -45,6 +45,7 @@ constexpr double kMeanOfLines = 2.0;        // over the median; 1.06 for the mag
 constexpr double kClusterEnd = 1.03;        // over the lowest line: a clock that moves has lines so near each other
 constexpr double kAlike = 0.8;              // of the strongest score, for a line to be its like
 constexpr std::size_t kLineWidth = 4;       // [bins] either side, of a Hann-windowed line
+constexpr std::size_t kMostSpectrumPoints = 4096;  // kept of the spectrum: more than a picture has columns
 
 constexpr std::size_t kMostSpacing = 16;     // [samples] of the demodulated line
 constexpr std::size_t kFewestValues = 1024;  // of the demodulated line, where the record has as many samples
@@ -268,6 +269,24 @@ double CentreOfLine(std::span<const double> scores, std::size_t lowest, std::siz
     return alone ? static_cast<double>(best) : moment / weight;
 }
 
+/// The scores of bins first .. last, of neighbours that would share a point of a picture the largest, so that no line is lost.
+LineSpectrum Thinned(std::span<const double> scores, std::size_t first, std::size_t last, std::size_t line,
+                     double binsPerCycle)
+{
+    const std::size_t bins = last + 1 - first;
+    const std::size_t group = (bins + kMostSpectrumPoints - 1) / kMostSpectrumPoints;
+    LineSpectrum spectrum;
+    spectrum.first = (static_cast<double>(first) + 0.5 * static_cast<double>(group - 1)) / binsPerCycle;
+    spectrum.spacing = static_cast<double>(group) / binsPerCycle;
+    spectrum.line = (line - first) / group;
+    for (std::size_t begin = first; begin <= last; begin += group) {
+        const auto from = scores.begin() + static_cast<std::ptrdiff_t>(begin);
+        spectrum.score.push_back(
+            *std::max_element(from, from + static_cast<std::ptrdiff_t>(std::min(group, last + 1 - begin))));
+    }
+    return spectrum;
+}
+
 Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch& search)
 {
     const std::size_t count = 2 * stretch.count;
@@ -318,15 +337,8 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
     // The score is that of the strongest bin of the line, which need not be the one at its centre.
     line.score = std::max(scores[found], scores[taken]);
     line.frequency = centre / binsPerCycle;
-    if (search.keepSpectrum) {
-        const std::size_t from = std::max(first, taken - std::min(taken, kMostBackgroundBins / 2));
-        const std::size_t to = std::min(last, taken + kMostBackgroundBins / 2);
-        line.spectrum = LineSpectrum{
-            static_cast<double>(from) / binsPerCycle,
-            1.0 / binsPerCycle,
-            {scores.begin() + static_cast<std::ptrdiff_t>(from), scores.begin() + static_cast<std::ptrdiff_t>(to) + 1},
-            taken - from};
-    }
+    if (search.keepSpectrum)
+        line.spectrum = Thinned(scores, first, last, taken, binsPerCycle);
     return line;
 }
 

@@ -45,12 +45,13 @@ struct PhaseOverTime {
     std::vector<double> ui;
 };
 
-/// A stretch of the squared derivative's spectrum, each bin over the median of its neighbourhood.
+/// The squared derivative's spectrum between the limits of the search, each bin over the median of its neighbourhood: up to
+/// some 4000 points, each the largest of the bins that it stands for.
 struct LineSpectrum {
-    double first = 0.0;    // [cycles a sample]
+    double first = 0.0;    // [cycles a sample] in the middle of the first point's bins
     double spacing = 0.0;  // [cycles a sample]
     std::vector<double> score;
-    std::size_t line = 0;  // the bin that was taken
+    std::size_t line = 0;  // the point that holds the line
 };
 
 enum class ClockTracking {

@@ -442,7 +442,8 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
     const std::size_t at = best[best.size() / 2];
 
     constexpr auto kUi = static_cast<double>(kEyePhases);
-    double position = symbols.centre + (static_cast<double>(at) / kUi - 1.0) * record.samplesPerUi;
+    const double coarse = symbols.centre + (static_cast<double>(at) / kUi - 1.0) * record.samplesPerUi;
+    double position = coarse;
     Slice slice = SliceAt(record, symbols, position);
     double step = 0.5;
     while (step >= kFinestStep) {
@@ -459,12 +460,19 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
     }
 
     EyeFigures figures{slice.levels, {}, position};
+    const double shift = (coarse - position) / record.samplesPerUi;  // [UI] of the phase that the spans start from
     for (std::size_t eye = 0; eye < eyes; ++eye) {
         const double height = slice.above[eye] - slice.below[eye];
         const double threshold = 0.5 * (slice.above[eye] + slice.below[eye]);
-        const double span =
-            height > 0.0 ? OpenSpan(sides[eye], at, -1, threshold) + OpenSpan(sides[eye], at, 1, threshold) : 0.0;
-        figures.eyes.push_back({height, slice.OpeningOf(eye), threshold, std::min(1.0, span / kUi)});
+        Eye figure{height, slice.OpeningOf(eye), threshold, 0.0, 0.0, 0.0};
+        if (height > 0.0) {
+            const double left = OpenSpan(sides[eye], at, -1, threshold) / kUi;
+            const double right = OpenSpan(sides[eye], at, 1, threshold) / kUi;
+            figure.widthUi = std::min(1.0, left + right);
+            figure.leftUi = shift - left;
+            figure.rightUi = shift + right;
+        }
+        figures.eyes.push_back(figure);
     }
     return figures;
 }

@@ -58,6 +58,8 @@ struct Eye {
     double opening;    ///< height over the distance of the two levels
     double threshold;  ///< [V] middle between the two samples of the height
     double widthUi;    ///< [UI] 0 to 1
+    double leftUi;     ///< [UI] where the width begins, from the measuring phase
+    double rightUi;    ///< [UI] where it ends; both 0 of a closed eye
 };
 
 struct EyeFigures {

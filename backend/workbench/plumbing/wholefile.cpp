@@ -1,14 +1,14 @@
 #include "workbench/plumbing/wholefile.h"
 
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <system_error>
 
 #ifndef _WIN32
-#include <array>
-
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -20,11 +20,20 @@
 
 namespace Tarnwick::DSO::Workbench {
 
-#ifndef _WIN32
 namespace {
 
-constexpr int kWriterWaitMs = 500;                           // for somebody to open the other end of a named pipe
+constexpr std::size_t kPipeBlock = std::size_t{1} << 16U;    // [bytes]
 constexpr std::size_t kLongestPipe = std::size_t{1} << 30U;  // [bytes] one that gives more may never end
+
+void AppendOfPipe(std::string& content, const char* block, std::size_t count, const std::string& name)
+{
+    content.append(block, count);
+    if (content.size() > kLongestPipe)
+        throw DataFailure(fmt::format("{}: is a pipe that gives more than {} bytes", name, kLongestPipe));
+}
+
+#ifndef _WIN32
+constexpr int kWriterWaitMs = 500;  // for somebody to open the other end of a named pipe
 
 class Descriptor {
 public:
@@ -55,14 +64,11 @@ std::string ReadPipe(const std::filesystem::path& path)
         throw DataFailure(fmt::format("{}: cannot be read", path.string()));
     pollfd waited{pipe.Number(), POLLIN, 0};
     (void)::poll(&waited, 1, kWriterWaitMs);
-    std::array<char, std::size_t{1} << 16U> block{};
+    std::array<char, kPipeBlock> block{};
     for (;;) {
         const ssize_t count = ::read(pipe.Number(), block.data(), block.size());
         if (count > 0) {
-            content.append(block.data(), static_cast<std::size_t>(count));
-            if (content.size() > kLongestPipe)
-                throw DataFailure(
-                    fmt::format("{}: is a pipe that gives more than {} bytes", path.string(), kLongestPipe));
+            AppendOfPipe(content, block.data(), static_cast<std::size_t>(count), path.string());
         } else if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
             (void)::poll(&waited, 1, -1);  // somebody holds the other end open
         } else {
@@ -73,9 +79,23 @@ std::string ReadPipe(const std::filesystem::path& path)
         throw DataFailure(fmt::format("{}: cannot be read: a pipe that nothing is written to", path.string()));
     return content;
 }
+#endif
 
 }  // namespace
-#endif
+
+std::string ReadStandardInput()
+{
+    const std::string name = "standard input";
+    std::string content;
+    std::array<char, kPipeBlock> block{};
+    while (const std::size_t count = std::fread(block.data(), 1, block.size(), stdin))
+        AppendOfPipe(content, block.data(), count, name);
+    if (std::ferror(stdin) != 0)
+        throw DataFailure(name + ": cannot be read");
+    if (content.empty())
+        throw DataFailure(name + ": holds nothing");
+    return content;
+}
 
 std::string ReadWholeFile(const std::filesystem::path& path)
 {

@@ -1,4 +1,4 @@
-// Reading a whole file.
+// Reading a whole file, or all of standard input.
 #pragma once
 
 #include <filesystem>
@@ -10,5 +10,9 @@ namespace Tarnwick::DSO::Workbench {
 /// refused unopened: a device may never end.
 /// @throws DataFailure  naming the file
 std::string ReadWholeFile(const std::filesystem::path& path);
+
+/// All of standard input, up to 1 GiB.
+/// @throws DataFailure  it is empty or cannot be read
+std::string ReadStandardInput();
 
 }  // namespace Tarnwick::DSO::Workbench

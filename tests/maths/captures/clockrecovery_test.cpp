@@ -251,6 +251,12 @@ TEST(ClockRecovery, KeepsTheSpectrumWhenAsked)
     const LineSpectrum& spectrum = *result.spectrum;
     EXPECT_EQ(spectrum.score[spectrum.line], *std::max_element(spectrum.score.begin(), spectrum.score.end()));
     EXPECT_NEAR(spectrum.first + static_cast<double>(spectrum.line) * spectrum.spacing, 0.125, spectrum.spacing);
+    // All of the search, thinned: between the limits lie 39 600 bins.
+    EXPECT_LE(spectrum.score.size(), 4096U);
+    EXPECT_NEAR(spectrum.first, 1.0 / 200.0, spectrum.spacing);
+    EXPECT_NEAR(spectrum.first + static_cast<double>(spectrum.score.size() - 1) * spectrum.spacing, 0.5,
+                spectrum.spacing);
+    EXPECT_EQ(spectrum.score[spectrum.line], result.score);
 }
 
 TEST(ClockRecovery, RefusesLimitsAndLoopsThatCannotBe)

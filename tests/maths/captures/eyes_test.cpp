@@ -101,6 +101,10 @@ TEST(CaptureEyes, AreExactBetweenStraightEdges)
             for (const Eye& eye : figures.eyes) {
                 EXPECT_NEAR(eye.height, spacing, 5e-3 * spacing);  // the corners ring between samples
                 EXPECT_NEAR(eye.opening, 1.0, 5e-3);
+                // The walls stand as far to the left of the middle as to the right.
+                const double walls = figures.position / row.samplesPerUi + 0.5 * (eye.leftUi + eye.rightUi);
+                const double middle = walls + (0.5 - row.rotation) / row.samplesPerUi;
+                EXPECT_NEAR(middle - std::floor(middle), 0.5, 0.02);
                 // Of several levels the edges cross a threshold at up to half of their rise from the boundary; at 13.5
                 // samples per UI they start and end on samples.
                 if (row.widthUi == 1.0)
