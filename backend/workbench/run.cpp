@@ -165,9 +165,10 @@ double PassStage(Stage& stage, PassingRecord& record, const Chain& chain, const 
                             capture, stage.place, byUi, record.reachUi, uiCount));
     };
     if (hasEnds && stage.spanUi > 0) {
-        grow(stage.spanUi);
+        // At least one, which says that the record has ends; a fit leaves out the reach of its own taps beside.
         if (stage.ignoredUi != nullptr)
-            *stage.ignoredUi = std::max(*stage.ignoredUi, static_cast<std::int32_t>(record.reachUi));
+            *stage.ignoredUi = std::max({*stage.ignoredUi, static_cast<std::int32_t>(record.reachUi), 1});
+        grow(stage.spanUi);
     }
     const auto start = std::chrono::steady_clock::now();
     std::vector<double> filtered = RunStage(stage, record.samples, chain.Name(), capture);

@@ -19,26 +19,6 @@ namespace {
 constexpr int kTdecqLevels = 4;
 constexpr double kFewestSamplesPerUi = 2.0;  // fewer do not hold the waveform between the symbols
 
-std::optional<ReferenceEqualiser> FindEqualiser(const LockedCapture& capture, int numberOfTaps)
-{
-    const LockReport& report = capture.report;
-    const auto samplesPerUi = static_cast<std::size_t>(report.samplesPerUiOut);
-    const auto symbols = Maths::LocatePattern(capture.samples, capture.symbols, samplesPerUi);
-    if (!symbols)
-        return std::nullopt;
-    const auto taps = static_cast<std::size_t>(numberOfTaps);
-    // What the equaliser makes of the seam of a single shot, and the symbols that were decided without all of their
-    // neighbours, say nothing of the signal.
-    [[maybe_unused]] const std::size_t ignoredUi =
-        report.mode == RecordKind::SingleShot ? taps + Maths::kEqualiserReachUi : 0;
-    auto found = Maths::FindReferenceEqualizer(capture.samples, *symbols, samplesPerUi, taps, std::nullopt);
-    if (!found)
-        return std::nullopt;
-    const Maths::EyeClosure& closure = found->closure;
-    return ReferenceEqualiser{std::move(found->taps), found->cursor,    closure.closed, closure.tdecqDb, closure.oma,
-                              closure.sigma,          closure.noiseGain};
-}
-
 }  // namespace
 
 double LevelMismatchRatio(std::span<const double> levels)
@@ -47,6 +27,34 @@ double LevelMismatchRatio(std::span<const double> levels)
     const double lower = (middle - levels[1]) / (middle - levels[0]);
     const double upper = (levels[2] - middle) / (levels[3] - middle);
     return std::min({3.0 * lower, 3.0 * upper, 2.0 - 3.0 * lower, 2.0 - 3.0 * upper});
+}
+
+std::optional<ReferenceEqualiser> FindReferenceEqualiser(std::span<const double> samples, const EyeSettings& eyes,
+                                                         int numberOfTaps)
+{
+    const auto samplesPerUi = static_cast<std::size_t>(eyes.samplesPerUi);
+    if (eyes.pattern.empty() || eyes.levelCount != kTdecqLevels)
+        return std::nullopt;
+    // What is valid of a single shot begins where the seam ends; the symbols at its very ends were decided without all of
+    // their neighbours, and one UI says that the record has ends.
+    const std::size_t invalid = eyes.valid ? (eyes.valid->first + samplesPerUi - 1) / samplesPerUi : 0;
+    const std::size_t ignoredUi = eyes.circular ? 0 : std::max(invalid, Maths::kEqualiserReachUi);
+    const auto symbols = Maths::LocatePattern(samples, eyes.pattern, samplesPerUi, ignoredUi);
+    if (!symbols)
+        return std::nullopt;
+    auto found = Maths::FindReferenceEqualizer(samples, *symbols, samplesPerUi, static_cast<std::size_t>(numberOfTaps),
+                                               std::nullopt, ignoredUi);
+    if (!found)
+        return std::nullopt;
+    const Maths::EyeClosure& closure = found->closure;
+    return ReferenceEqualiser{std::move(found->taps), found->cursor,    closure.closed, closure.tdecqDb, closure.oma,
+                              closure.sigma,          closure.noiseGain};
+}
+
+std::optional<double> TdecqDbOf(std::span<const double> samples, const EyeSettings& eyes)
+{
+    const auto equaliser = FindReferenceEqualiser(samples, eyes);
+    return equaliser && !equaliser->leavesEyeClosed ? std::optional(equaliser->tdecqDb) : std::nullopt;
 }
 
 SignalQuality MeasureSignalQuality(const LockedCapture& capture, int numberOfTaps, const std::string& name)
@@ -73,7 +81,7 @@ SignalQuality MeasureSignalQuality(const LockedCapture& capture, int numberOfTap
         quality.whyNoTdecq = "no symbols can be made out";
         return quality;
     }
-    quality.equaliser = FindEqualiser(capture, numberOfTaps);
+    quality.equaliser = FindReferenceEqualiser(capture.samples, settings, numberOfTaps);
     if (!quality.equaliser)
         quality.whyNoTdecq = "no taps have their largest among the first three";
     return quality;

@@ -29,6 +29,19 @@ struct ReferenceEqualiser {
     double noiseGain = 0.0;  ///< C_eq: of the noise behind the reference receiver
 };
 
+/// The usual number of its taps. Source: IEEE 802.3 clause 121.8.5.4.
+inline constexpr int kReferenceTaps = 5;
+
+/// @param samples  whole UI of whole samples: whole periods, or a single shot, of which the valid part counts
+/// @param eyes     what is known of them
+/// @return nothing for other codings than PAM4, without symbols, and where no taps have their largest among the first three
+TARNWICK_WORKBENCH_API std::optional<ReferenceEqualiser> FindReferenceEqualiser(std::span<const double> samples,
+                                                                                const EyeSettings& eyes,
+                                                                                int numberOfTaps = kReferenceTaps);
+
+/// [dB] behind that equaliser; nothing without it, and where it leaves the eye closed.
+TARNWICK_WORKBENCH_API std::optional<double> TdecqDbOf(std::span<const double> samples, const EyeSettings& eyes);
+
 struct SignalQuality {
     EyeReport eye;                                ///< with the bathtub
     std::optional<double> levelMismatchRatio;     ///< of PAM4

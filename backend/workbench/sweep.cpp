@@ -19,6 +19,7 @@
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/plumbing/text.h"
 #include "workbench/run.h"
+#include "workbench/signalquality.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -274,6 +275,9 @@ private:
             EyeSettings eyes = eyes_;
             eyes.valid = filtered.Valid(eyes.samplesPerUi);
             run.eye = MeasureEyes(filtered.samples, eyes);
+            if (input_.rank == RankBy::Tdecq)
+                run.tdecqDb = TdecqDbOf(filtered.samples, eyes);
+            run.figure = FigureOf(run.eye, run.tdecqDb, input_.rank);
             observer_.end(index, run, eyes.valid->Of(filtered.samples), eyes.samplesPerUi);
         } catch (const std::runtime_error& failure) {
             if (!IsRefusal(failure))
@@ -322,15 +326,6 @@ private:
     std::vector<SweepRun> runs_;
 };
 
-double Smallest(const EyeReport& report, double EyeOpening::*value)
-{
-    constexpr double kInfinity = std::numeric_limits<double>::infinity();
-    double smallest = report.eyes.empty() ? -kInfinity : kInfinity;
-    for (const EyeOpening& eye : report.eyes)
-        smallest = std::min(smallest, eye.*value);
-    return smallest;
-}
-
 }  // namespace
 
 SweepAxis ReadSweepAxis(const std::string& text)
@@ -377,20 +372,10 @@ std::size_t CombinationsOf(std::span<const SweepAxis> axes)
                            [](std::size_t count, const SweepAxis& axis) { return count * axis.values.size(); });
 }
 
-double SweepRun::SmallestHeight() const
-{
-    return Smallest(eye, &EyeOpening::height);
-}
-
-double SweepRun::SmallestWidth() const
-{
-    return Smallest(eye, &EyeOpening::widthUi);
-}
-
 bool IsBetter(const SweepRun& one, const SweepRun& other)
 {
-    return std::pair(one.SmallestHeight(), one.SmallestWidth()) >
-           std::pair(other.SmallestHeight(), other.SmallestWidth());
+    return std::pair(one.figure, SmallestOf(one.eye, &EyeOpening::widthUi)) >
+           std::pair(other.figure, SmallestOf(other.eye, &EyeOpening::widthUi));
 }
 
 std::vector<std::size_t> Ranking(std::span<const SweepRun> runs)

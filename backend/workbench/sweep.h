@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string>
@@ -12,6 +13,7 @@
 #include "workbench/chain.h"
 #include "workbench/eye.h"
 #include "workbench/lock.h"
+#include "workbench/ranking.h"
 #include "workbench/waveform.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -35,18 +37,16 @@ TARNWICK_WORKBENCH_API std::vector<SweepAxis> ReadSweepAxes(const std::vector<st
 /// The product of the numbers of values.
 TARNWICK_WORKBENCH_API std::size_t CombinationsOf(std::span<const SweepAxis> axes);
 
-struct TARNWICK_WORKBENCH_API SweepRun {
-    std::vector<std::string> values;  ///< one an axis
-    EyeReport eye;                    ///< at the end of the chain
-    std::string error;                ///< why there is no report; empty: the run succeeded
-    bool hasUnknownKey = false;       ///< the error is about one of the chain file's keys, whatever its value
-
-    /// The smallest over the eyes; -infinity without eyes.
-    double SmallestHeight() const;
-    double SmallestWidth() const;
+struct SweepRun {
+    std::vector<std::string> values;                           ///< one an axis
+    EyeReport eye;                                             ///< at the end of the chain
+    std::optional<double> tdecqDb = {};                        ///< measured where it ranks
+    double figure = -std::numeric_limits<double>::infinity();  ///< that ranks, FigureOf
+    std::string error;                                         ///< why there is no report; empty: the run succeeded
+    bool hasUnknownKey = false;  ///< the error is about one of the chain file's keys, whatever its value
 };
 
-/// Higher eyes first; of equally high ones the wider.
+/// The larger figure first; of equal ones the wider eye.
 TARNWICK_WORKBENCH_API bool IsBetter(const SweepRun& one, const SweepRun& other);
 
 /// The runs that succeeded, best first; of equally good ones the earlier first.
@@ -58,6 +58,7 @@ struct SweepInput {
     Waveform capture;
     CaptureFacts facts;  ///< of the capture; go before what the chain file says
     std::vector<SweepAxis> axes;
+    RankBy rank = RankBy::Opening;
 };
 
 /// Called as a sweep runs.

@@ -57,6 +57,11 @@ std::string CaptionOf(std::span<const std::string> names, std::span<const std::s
 
 std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRun> runs)
 {
+    const bool hasTdecq =
+        std::any_of(runs.begin(), runs.end(), [](const SweepRun& run) { return run.tdecqDb.has_value(); });
+    const auto smallest = [](const SweepRun& run, double EyeOpening::*figure, int digits) {
+        return run.eye.eyes.empty() ? "-" : fmt::format("{:.{}f}", SmallestOf(run.eye, figure), digits);
+    };
     std::vector<std::size_t> widths;
     std::string text = fmt::format("{:>5}", "rank");
     for (const SweepAxis& axis : axes) {
@@ -66,8 +71,11 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
         widths.push_back(width);
         text += fmt::format("  {:>{}}", axis.path, width);
     }
-    text += fmt::format("  {:>10}  {:>8}  {:>11}  {:<16}  {}\n", "smallest V", "width UI", "BER", "openings %",
-                        "eye heights V");
+    text += fmt::format("  {:>9}  {:>8}  {:>11}{}  {:<16}  {}\n", "opening %", "width UI", "BER",
+                        hasTdecq ? fmt::format("  {:>8}", "TDECQ dB") : "", "openings %", "eye heights V");
+    const auto tdecq = [&](const SweepRun& run) {
+        return hasTdecq ? fmt::format("  {:>8}", run.tdecqDb ? fmt::format("{:.2f}", *run.tdecqDb) : "-") : "";
+    };
     const auto columns = [&](const SweepRun& run) {
         std::string values;
         for (std::size_t k = 0; k < widths.size(); ++k)
@@ -77,11 +85,9 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
     std::size_t rank = 0;
     for (const std::size_t index : Ranking(runs)) {
         const SweepRun& run = runs[index];
-        const bool hasEyes = !run.eye.eyes.empty();
-        text += fmt::format("{:>5}{}  {:>10}  {:>8}  {:>11}  {:<16}  {}\n", ++rank, columns(run),
-                            hasEyes ? fmt::format("{:.4g}", run.SmallestHeight()) : "-",
-                            hasEyes ? fmt::format("{:.4g}", run.SmallestWidth()) : "-", BerText(run.eye),
-                            OpeningsText(run.eye), HeightsText(run.eye));
+        text += fmt::format("{:>5}{}  {:>9}  {:>8}  {:>11}{}  {:<16}  {}\n", ++rank, columns(run),
+                            smallest(run, &EyeOpening::openingPercent, 1), smallest(run, &EyeOpening::widthUi, 4),
+                            BerText(run.eye), tdecq(run), OpeningsText(run.eye), HeightsText(run.eye));
     }
     for (const SweepRun& run : runs)
         if (!run.error.empty())
@@ -100,13 +106,17 @@ std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRu
                               {"eyes", EyesToJson(run.eye)},
                               {"levels", run.eye.levels},
                               {"phaseUi", run.eye.phaseUi},
+                              {"smallestOpeningPercent", nullptr},
                               {"smallestHeight", nullptr},
                               {"smallestWidthUi", nullptr}};
         AddErrorRatio(entry, run.eye);
         if (!run.eye.eyes.empty()) {
-            entry["smallestHeight"] = run.SmallestHeight();
-            entry["smallestWidthUi"] = run.SmallestWidth();
+            entry["smallestOpeningPercent"] = SmallestOf(run.eye, &EyeOpening::openingPercent);
+            entry["smallestHeight"] = SmallestOf(run.eye, &EyeOpening::height);
+            entry["smallestWidthUi"] = SmallestOf(run.eye, &EyeOpening::widthUi);
         }
+        if (run.tdecqDb)
+            entry["tdecqDb"] = *run.tdecqDb;
         list.push_back(std::move(entry));
     }
     for (const SweepRun& run : runs)

@@ -19,7 +19,8 @@ TARNWICK_WORKBENCH_API std::string CaptionOf(std::span<const std::string> names,
 /// A table, best run first, the refused ones with their errors last.
 TARNWICK_WORKBENCH_API std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRun> runs);
 
-/// {"over": [paths], "runs": [{"rank", "values", "eyes", "levels", "phaseUi", "smallestHeight", "smallestWidthUi"} or
+/// {"over": [paths], "runs": [{"rank", "values", "eyes", "levels", "phaseUi", "smallestOpeningPercent", "smallestHeight",
+/// "smallestWidthUi", ...} or
 /// {"values", "error"}]}, in the same order, indented by two.
 TARNWICK_WORKBENCH_API std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRun> runs);
 

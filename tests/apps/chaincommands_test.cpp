@@ -383,7 +383,8 @@ TEST(SweepProgram, RanksTheBandwidthsOfANoisyCapture)
         };
         EXPECT_EQ(run["smallestHeight"], smallest("height"));
         EXPECT_EQ(run["smallestWidthUi"], smallest("widthUi"));
-        EXPECT_LE(run["smallestHeight"], report["runs"][k == 0 ? 0 : k - 1]["smallestHeight"]);
+        EXPECT_EQ(run["smallestOpeningPercent"], smallest("openingPercent"));
+        EXPECT_LE(run["smallestOpeningPercent"], report["runs"][k == 0 ? 0 : k - 1]["smallestOpeningPercent"]);
     }
     // 30 % of the symbol rate is too little for four levels, whatever the noise.
     EXPECT_EQ(report["runs"][3]["values"]["filters.1.cutoffPercent"], 30);

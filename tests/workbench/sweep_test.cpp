@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 
 #include <fmt/format.h>
@@ -66,22 +67,35 @@ TEST(SweepAxis, RefusesWhatIsNoAxis)
     EXPECT_EQ(ReadSweepAxis("a=1:10000:1").values.size(), 10000U);
 }
 
-TEST(SweepRanking, PutsTheWorstEyesHeightFirstThenTheWidth)
+// The worst eye decides; larger is better, and what is missing is worst.
+TEST(SweepRanking, PutsTheLargerFigureFirstThenTheWiderEye)
 {
-    const std::vector<EyeOpening> eyes[] = {
-        {},                                    // 0: behind all that have some
-        {{0.1, 0.5}, {0.9, 0.9}},              // 1
-        {{0.2, 0.5}, {0.2, 0.3}},              // 2
-        {{0.2, 0.4}, {0.5, 0.6}},              // 3: as high as 2, wider
-        {{-0.1, 0.0}},                         // 4
-        {{9.0, 1.0}},                          // 5: refused
-        {{0.5, 0.4}, {0.7, 0.6}, {0.2, 0.7}},  // 6: as 3
-    };
-    std::vector<SweepRun> runs(std::size(eyes));
-    for (std::size_t k = 0; k < runs.size(); ++k)
-        runs[k].eye.eyes = eyes[k];
+    EyeReport report;
+    report.eyes = {{.height = 0.2, .widthUi = 0.5, .openingPercent = 60.0},
+                   {.height = 0.3, .widthUi = 0.4, .openingPercent = 50.0}};
+    report.ber = 1e-9;
+    constexpr double kNone = -std::numeric_limits<double>::infinity();
+    const struct {
+        const char* name;
+        double figure;
+    } cases[] = {{"opening", 50.0}, {"height", 0.2}, {"width", 0.4}, {"ber", -1e-9}, {"tdecq", -1.5}};
+    ASSERT_EQ(std::size(cases), RankNames().size());
+    for (const auto& row : cases) {
+        EXPECT_EQ(FigureOf(report, 1.5, RankOf(row.name).value()), row.figure) << row.name;
+        EXPECT_EQ(NameOf(RankOf(row.name).value()), row.name);
+        EXPECT_EQ(FigureOf({}, std::nullopt, RankOf(row.name).value()), kNone) << row.name;
+    }
+    EXPECT_FALSE(RankOf("luck"));
+
+    std::vector<SweepRun> runs(6);
+    const double figures[] = {kNone, 0.1, 0.2, 0.2, -0.1, 9.0};
+    const double widths[] = {0.0, 0.5, 0.3, 0.4, 0.0, 1.0};
+    for (std::size_t k = 0; k < runs.size(); ++k) {
+        runs[k].figure = figures[k];
+        runs[k].eye.eyes = {{.widthUi = widths[k]}};
+    }
     runs[5].error = "refused";
-    EXPECT_EQ(Ranking(runs), (std::vector<std::size_t>{3, 6, 2, 1, 4, 0}));
+    EXPECT_EQ(Ranking(runs), (std::vector<std::size_t>{3, 2, 1, 4, 0}));
 }
 
 constexpr const char* kChain = R"({
@@ -150,7 +164,7 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
             const ChainResult whole = RunChain(chain, record.samples, record.eyes, "capture.csv");
             const std::span<const double> valid = whole.valid.Of(whole.samples);
             EXPECT_EQ(behind[run], std::vector<double>(valid.begin(), valid.end())) << "run " << run;
-            EXPECT_EQ(runs[run].SmallestHeight(), whole.stages.back().eye.eyes[0].height);
+            EXPECT_EQ(runs[run].figure, whole.stages.back().eye.eyes[0].openingPercent);
         }
     }
 }

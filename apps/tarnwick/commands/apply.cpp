@@ -123,7 +123,7 @@ Workbench::ChainInput ReadInput(const Options& options)
     progress.Begin("read");
     const Workbench::Waveform capture = ReadCapture(options.capture);
     progress.Begin("lock");
-    return InputFor(file, capture, With(options.facts), options.capture.name);
+    return InputFor(file, capture, With(options.facts), NameOf(options.capture));
 }
 
 void Draw(const Options& options, const Workbench::ChainInput& input, const Workbench::ChainResult& result)
@@ -133,7 +133,7 @@ void Draw(const Options& options, const Workbench::ChainInput& input, const Work
     const std::span<const double> asRead = first.eye.valid.Of(input.samples);
     const std::span<const double> filtered = result.valid.Of(result.samples);
     const VoltageRange range = RangeOf(asRead, filtered);
-    const std::string name = std::filesystem::path(options.capture.name).filename().string();
+    const std::string name = std::filesystem::path(NameOf(options.capture)).filename().string();
     const BathtubCurve curves[] = {{"as read", first.eye}, {"behind " + last.name, last.eye}};
     Progress progress(2);
     progress.Begin("eye before");
@@ -148,11 +148,11 @@ void Draw(const Options& options, const Workbench::ChainInput& input, const Work
 void Apply(const Options& options)
 {
     if (!options.output.empty())
-        Workbench::RequireWaveformName(options.output);
+        RequireRecordName(options.output);
     Workbench::ChainInput input = ReadInput(options);
     PrintNotes(input.notes);
     if (!options.eyePrefix.empty())
-        RequireEyes(input, options.capture.name, "--eye");
+        RequireEyes(input, NameOf(options.capture), "--eye");
     input.eyes.withBathtub = !options.eyePrefix.empty();
     Workbench::Chain chain(input.chain, input.samples.size());
     StageNotes stageNotes;
@@ -162,14 +162,14 @@ void Apply(const Options& options)
     Workbench::ChainResult result;
     {
         Progress progress(chain.Stages().size() + 2);
-        result = RunChain(chain, input.samples, input.eyes, options.capture.name,
+        result = RunChain(chain, input.samples, input.eyes, NameOf(options.capture),
                           [&](const std::string& stage) { progress.Begin(stage); });
         progress.Begin("output");
         const Workbench::ValidPart written =
             options.whole ? Workbench::ValidPart{0, result.samples.size()} : result.valid;
         if (!options.output.empty())
-            Workbench::WriteWaveform(options.output, written.Of(result.samples), input.interval,
-                                     input.start + static_cast<double>(written.first) * input.interval);
+            WriteRecord(options.output, written.Of(result.samples), input.interval,
+                        input.start + static_cast<double>(written.first) * input.interval);
     }
     stageNotes.Print(chain);
     const std::string found = input.acquisition ? LockAsText(*input.acquisition) + "\n" : "";
@@ -187,8 +187,10 @@ void AddApply(CLI::App& command)
     command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
-    command.add_option("-o,--output", options->output,
-                       "Filtered capture: .csv, .txt or .npy; left out: only the report");
+    command.add_option(
+        "-o,--output", options->output,
+        "Filtered capture: .csv, .txt or .npy, or - for CSV on standard output, the report then on standard "
+        "error; left out: only the report");
     command.add_flag("--whole", options->whole, "Write the ends of a single shot too, which the filters have spoilt");
     command.add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png, PREFIX-after.png and PREFIX-bathtub.png")
         ->type_name("PREFIX");

@@ -23,6 +23,7 @@ void AddEye(CLI::App& command);
 void AddInfo(CLI::App& command);
 void AddLock(CLI::App& command);
 void AddMeasure(CLI::App& command);
+void AddOptimise(CLI::App& command);
 void AddPresets(CLI::App& command);
 void AddResponse(CLI::App& command);
 void AddSimulate(CLI::App& command);

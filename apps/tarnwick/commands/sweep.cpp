@@ -13,6 +13,7 @@
 #include "commands/commands.h"
 #include "facts.h"
 #include "notes.h"
+#include "options.h"
 #include "outputs.h"
 #include "pictures/contactsheet.h"
 #include "progress.h"
@@ -33,6 +34,7 @@ struct Options {
     FactOptions facts;
     std::vector<std::string> over;
     std::string prefix = "sweep";
+    std::string rank = NameOf(Workbench::RankBy::Opening);
     bool json = false;
 };
 
@@ -40,8 +42,8 @@ void Run(const Options& options)
 {
     std::vector<Workbench::SweepAxis> axes = Workbench::ReadSweepAxes(options.over);
     Workbench::ChainFile file(options.chain);
-    const SweepInput input{std::move(file), options.capture.name, ReadCapture(options.capture), With(options.facts),
-                           std::move(axes)};
+    const SweepInput input{std::move(file),     NameOf(options.capture), ReadCapture(options.capture),
+                           With(options.facts), std::move(axes),         *Workbench::RankOf(options.rank)};
     ContactSheet sheet(input.axes);
     std::vector<SweepRun> runs;
     std::vector<std::string> notes;
@@ -83,6 +85,9 @@ void AddSweep(CLI::App& command)
         ->required();
     command.add_option("-o,--output", options->prefix, "Draw the eyes, at most 64, into PREFIX.png")
         ->type_name("PREFIX")
+        ->capture_default_str();
+    command.add_option("--rank", options.rank, "Figure that ranks the runs: of the smallest eye, or of all")
+        ->check(OneOf(Workbench::RankNames()))
         ->capture_default_str();
     command.add_flag("--json", options->json, "Print the runs as JSON, best first");
     command.callback([options] { Run(*options); });

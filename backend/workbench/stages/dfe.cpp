@@ -64,13 +64,14 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
     ReadSettings(*owned, Fields(), settings, place);
     CountManualTaps(*owned, settings);
     RequireTaps(*owned, settings, place, config);
-    const P& parameters = *owned;
+    P& parameters = *owned;
     StagePlan plan = PlanOf<Filters::DFEFilter>(std::move(owned), place);
     plan.stage.linear = false;
     plan.stage.adaptive = !parameters.useManualTaps;
     plan.stage.needsSymbols = plan.stage.adaptive && parameters.numberOfTaps > 0;
     plan.stage.spanUi =
         static_cast<std::size_t>(std::max(parameters.numberOfTaps, 0)) + 1;  // held half a UI either way
+    plan.stage.ignoredUi = &parameters.ignoredUi;
     plan.stage.findings = [&](std::span<const double> filtered, ValidPart valid) {
         return Findings(parameters, config, filtered, valid);
     };

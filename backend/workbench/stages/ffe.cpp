@@ -84,6 +84,7 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
     plan.stage.parameters = std::move(owned);
     plan.stage.adaptive = !parameters.useManualTaps;
     plan.stage.spanUi = SpanUi(parameters);
+    plan.stage.ignoredUi = &parameters.ignoredUi;
     plan.stage.needsSymbols = plan.stage.adaptive;
     plan.claimedSamples = parameters.numberOfTaps * std::max(SamplesPerUiOf(config), 1.0);
     plan.claimedBy = "numberOfTaps * samplesPerUi";

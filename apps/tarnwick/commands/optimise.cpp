@@ -1,0 +1,191 @@
+// tarnwick optimise: the best equaliser for a capture.
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "capture.h"
+#include "commands/commands.h"
+#include "facts.h"
+#include "notes.h"
+#include "options.h"
+#include "outputs.h"
+#include "progress.h"
+#include "workbench/failure.h"
+#include "workbench/optimiser.h"
+#include "workbench/optimiserreport.h"
+#include "workbench/waveform.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+namespace Workbench = DSO::Workbench;
+
+constexpr const char* kAll = "all";
+constexpr const char* kNone = "none";
+
+struct Options {
+    std::string chain;
+    CaptureOptions capture;
+    FactOptions facts;
+    std::string output;
+    std::string table;
+    std::string ctle = kAll;
+    std::string rank = NameOf(Workbench::RankBy::Opening);
+    int ffeTaps = 5;
+    int dfeTaps = 0;
+    bool json = false;
+};
+
+// An interruption ends the search, not the program: what was found so far is written. The second one ends the program.
+std::atomic<bool> interrupted = false;
+
+class InterruptionWatch {
+public:
+    InterruptionWatch()
+    {
+        interrupted = false;
+        before_ = std::signal(SIGINT, [](int signal) {
+            interrupted = true;
+            (void)std::signal(signal, SIG_DFL);
+        });
+    }
+    InterruptionWatch(const InterruptionWatch&) = delete;
+    InterruptionWatch& operator=(const InterruptionWatch&) = delete;
+    ~InterruptionWatch() { (void)std::signal(SIGINT, before_ == SIG_ERR ? SIG_DFL : before_); }
+
+private:
+    void (*before_)(int) = SIG_DFL;
+};
+
+std::vector<std::string> TypesOf(const std::string& ctle)
+{
+    if (ctle == kNone)
+        return {};
+    return ctle == kAll ? Workbench::OptimisedCtleTypes() : std::vector<std::string>{ctle};
+}
+
+// The table that a search adds its trials to, and goes on with after an interruption.
+class TrialTable {
+public:
+    /// @throws UsageFailure  it is a table of something else
+    TrialTable(const std::string& path, Workbench::OptimiserInput& input) : path_(path)
+    {
+        if (path.empty())
+            return;
+        std::string text;
+        if (std::ifstream file(path, std::ios::binary); file)
+            text.assign(std::istreambuf_iterator<char>(file), {});
+        if (text.empty()) {
+            Write(TrialTableHead(input), std::ios::trunc);
+            return;
+        }
+        input.known = ReadTrialTable(text, input, path);
+        // What was cut off by the end of a program goes.
+        std::string whole = TrialTableHead(input);
+        for (const Workbench::EqualiserTrial& trial : input.known)
+            whole += TrialTableRow(trial);
+        if (whole != text)
+            Write(whole, std::ios::trunc);
+    }
+    void Add(const Workbench::EqualiserTrial& trial)
+    {
+        if (!path_.empty())
+            Write(TrialTableRow(trial), std::ios::app);
+    }
+
+private:
+    void Write(const std::string& text, std::ios::openmode mode) const
+    {
+        std::ofstream file(path_, std::ios::binary | mode);
+        if (!(file << text) || !file.flush())
+            throw Workbench::DataFailure(path_ + ": cannot be written");
+    }
+
+    std::string path_;
+};
+
+std::string CaptionOf(const Workbench::EqualiserPoint& point)
+{
+    return fmt::format("{}, FFE {}, DFE {}",
+                       point.ctle.empty() ? "no CTLE" : fmt::format("{} {:g}", point.ctle, point.gain), point.ffeTaps,
+                       point.dfeTaps);
+}
+
+void Run(const Options& options)
+{
+    const std::vector<std::string> inputs = {options.chain, options.capture.name, options.capture.minus};
+    RequireApart("--output", options.output, inputs);
+    if (!options.table.empty()) {
+        RequireApart("--tried", options.table, inputs);
+        if (IsSameFile(options.table, options.output))
+            throw Workbench::UsageFailure(
+                fmt::format("--tried: is {}, as the best chain; expected another file", options.table));
+    }
+    if (options.ffeTaps == 0 && options.dfeTaps == 0 && options.ctle == kNone)
+        throw Workbench::UsageFailure("--ffe-taps: is 0, with no CTLE and no DFE; expected something to search");
+    Workbench::ChainFile file(options.chain);
+    Workbench::OptimiserInput input{std::move(file),     NameOf(options.capture),         ReadCapture(options.capture),
+                                    With(options.facts), TypesOf(options.ctle),           options.ffeTaps,
+                                    options.dfeTaps,     *Workbench::RankOf(options.rank)};
+    TrialTable table(options.table, input);
+    std::vector<std::string> notes;
+    Workbench::OptimiserResult result;
+    {
+        const InterruptionWatch watch;
+        Progress progress(Workbench::kMostTrials);
+        Workbench::OptimiserObserver observer;
+        observer.begin = [&](const Workbench::EqualiserPoint& point) { progress.Begin(CaptionOf(point)); };
+        observer.end = [&](const Workbench::EqualiserTrial& trial) { table.Add(trial); };
+        observer.note = [&](const std::string& note) { notes.push_back(note); };
+        observer.stop = [] { return interrupted.load(); };
+        result = Optimise(input, observer);
+    }
+    PrintNotes(notes);
+    if (result.stopped)
+        PrintNote(fmt::format("interrupted: the best of {} trials is written", result.trials.size()));
+    Workbench::WriteWhole(options.output, OptimisedChain(input, result.trials[result.best].point,
+                                                         std::filesystem::path(options.output).parent_path()));
+    PrintReport(options.json ? OptimisedAsJson(result, input.rank) + "\n" : OptimisedAsText(result));
+}
+
+}  // namespace
+
+void AddOptimise(CLI::App& command)
+{
+    auto options = std::make_shared<Options>();
+    command
+        .add_option("chain", options->chain, "Chain file (JSON): its CTLE, FFE and DFE are searched, the rest stays")
+        ->required();
+    AddCaptureOptions(command, options->capture);
+    AddFactOptions(command, options->facts);
+    command.add_option("-o,--output", options->output, "Chain file with the best equaliser found")->required();
+    command.add_option("--ffe-taps", options->ffeTaps, "Most taps of the FFE; 0: none")
+        ->check(WholeRange(0, 64))
+        ->capture_default_str();
+    command.add_option("--dfe-taps", options->dfeTaps, "Most taps of the DFE; 0: none")
+        ->check(WholeRange(0, 32))
+        ->capture_default_str();
+    std::vector<std::string> types = Workbench::OptimisedCtleTypes();
+    types.insert(types.begin(), {kAll, kNone});
+    command.add_option("--ctle", options->ctle, "Type of CTLE, tried beside none")
+        ->check(OneOf(types))
+        ->capture_default_str();
+    command.add_option("--rank", options->rank, "Figure to be made best: of the smallest eye, or of all")
+        ->check(OneOf(Workbench::RankNames()))
+        ->capture_default_str();
+    command.add_option("--tried", options->table, "Table of what was tried: written as it goes, and gone on with");
+    command.add_flag("--json", options->json, "Print the trials as JSON, best first");
+    command.callback([options] { Run(*options); });
+}
+
+}  // namespace Tarnwick::App

@@ -1,0 +1,165 @@
+#include "workbench/optimiserreport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <numeric>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "workbench/failure.h"
+#include "workbench/plumbing/reportrows.h"
+#include "workbench/plumbing/text.h"
+
+namespace Tarnwick::DSO::Workbench {
+
+using nlohmann::json;
+using nlohmann::ordered_json;
+
+namespace {
+
+std::vector<std::size_t> BestFirst(const OptimiserResult& result)
+{
+    std::vector<std::size_t> order(result.trials.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return result.trials[a].figure > result.trials[b].figure; });
+    return order;
+}
+
+std::string CtleText(const EqualiserPoint& point)
+{
+    return point.ctle.empty() ? "none" : fmt::format("{} {:g}", point.ctle, point.gain);
+}
+
+// FNV-1a, 64 bits: it tells captures apart, no more. Source: G. Fowler, L. C. Noll, K.-P. Vo, IETF draft-eastlake-fnv.
+class Checksum {
+public:
+    void Add(const void* data, std::size_t size)
+    {
+        constexpr std::uint64_t kPrime = 0x100000001b3;
+        const auto* const bytes = static_cast<const unsigned char*>(data);
+        for (std::size_t k = 0; k < size; ++k)
+            value_ = (value_ ^ bytes[k]) * kPrime;
+    }
+    std::uint64_t Value() const { return value_; }
+
+private:
+    std::uint64_t value_ = 0xcbf29ce484222325;
+};
+
+ordered_json PointOf(const EqualiserPoint& point)
+{
+    return {{"ctle", point.ctle.empty() ? ordered_json() : ordered_json(point.ctle)},
+            {"gain", point.ctle.empty() ? ordered_json() : ordered_json(point.gain)},
+            {"ffeTaps", point.ffeTaps},
+            {"dfeTaps", point.dfeTaps}};
+}
+
+// Throws json::exception for what is no trial.
+EqualiserTrial TrialOf(const json& row)
+{
+    const json& ctle = row.at("ctle");
+    EqualiserTrial trial;
+    trial.point = {ctle.is_null() ? "" : ctle.get<std::string>(), ctle.is_null() ? 0.0 : row.at("gain").get<double>(),
+                   row.at("ffeTaps").get<int>(), row.at("dfeTaps").get<int>()};
+    trial.error = row.value("error", "");
+    trial.figure = row.value("figure", trial.figure);
+    trial.openingPercent = row.value("openingPercent", 0.0);
+    trial.heightV = row.value("height", 0.0);
+    trial.widthUi = row.value("widthUi", 0.0);
+    if (row.contains("ber"))
+        trial.ber = row["ber"].get<double>();
+    return trial;
+}
+
+}  // namespace
+
+std::string OptimisedAsText(const OptimiserResult& result)
+{
+    std::string text = fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  {:>9}  {:>9}  {:>8}  {:>9}\n", "rank", "CTLE", "FFE",
+                                   "DFE", "opening %", "height V", "width UI", "BER");
+    std::size_t rank = 0;
+    for (const std::size_t index : BestFirst(result)) {
+        const EqualiserTrial& trial = result.trials[index];
+        text += fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  ", ++rank, CtleText(trial.point), trial.point.ffeTaps,
+                            trial.point.dfeTaps);
+        text += trial.error.empty()
+                    ? fmt::format("{:>9.1f}  {:>9.4g}  {:>8.4f}  {:>9}\n", trial.openingPercent, trial.heightV,
+                                  trial.widthUi, trial.ber ? fmt::format("{:.2g}", *trial.ber) : "-")
+                    : trial.error + "\n";
+    }
+    return text;
+}
+
+std::string OptimisedAsJson(const OptimiserResult& result, RankBy rank)
+{
+    ordered_json trials = ordered_json::array();
+    std::size_t place = 0;
+    for (const std::size_t index : BestFirst(result)) {
+        const EqualiserTrial& trial = result.trials[index];
+        ordered_json entry = {{"rank", ++place}};
+        entry.update(PointOf(trial.point));
+        if (trial.error.empty())
+            entry.update({{"figure", trial.figure},
+                          {"openingPercent", trial.openingPercent},
+                          {"height", trial.heightV},
+                          {"widthUi", trial.widthUi},
+                          {"ber", trial.ber ? ordered_json(*trial.ber) : ordered_json()}});
+        else
+            entry["error"] = trial.error;
+        trials.push_back(std::move(entry));
+    }
+    return ordered_json{{"rank", NameOf(rank)}, {"stopped", result.stopped}, {"trials", trials}}.dump(2);
+}
+
+std::string TrialTableHead(const OptimiserInput& input)
+{
+    Checksum sum;
+    sum.Add(input.capture.samples.data(), input.capture.samples.size() * sizeof(double));
+    const CaptureFacts& facts = input.facts;
+    const std::string rest =
+        fmt::format("{}\n{}\n{} {} {} {} {}", input.chain.Text(), NameOf(input.rank), input.capture.interval,
+                    facts.symbolRateGBd, facts.samplesPerUi, static_cast<int>(facts.coding), facts.patternLengthUi);
+    sum.Add(rest.data(), rest.size());
+    return fmt::format("# trials, JSON objects, of the input with the checksum {:016x}\n", sum.Value());
+}
+
+std::string TrialTableRow(const EqualiserTrial& trial)
+{
+    json row = PointOf(trial.point);
+    if (!trial.error.empty()) {
+        row["error"] = trial.error;
+    } else if (std::isfinite(trial.figure)) {  // JSON has no infinity: no figure
+        row["figure"] = trial.figure;
+        row["openingPercent"] = trial.openingPercent;
+        row["height"] = trial.heightV;
+        row["widthUi"] = trial.widthUi;
+        if (trial.ber)
+            row["ber"] = *trial.ber;
+    }
+    return row.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+std::vector<EqualiserTrial> ReadTrialTable(std::string_view text, const OptimiserInput& input, const std::string& name)
+{
+    const std::string head = TrialTableHead(input);
+    if (text.substr(0, head.size()) != head)
+        throw UsageFailure(
+            fmt::format("{}: is no table of trials of this capture, chain and ranking; expected another file", name));
+    text.remove_prefix(head.size());
+    std::vector<EqualiserTrial> trials;
+    for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+        try {
+            trials.push_back(TrialOf(json::parse(text.substr(0, end))));
+        } catch (const json::exception&) {
+            throw UsageFailure(fmt::format("{}: line {} is no trial", name, trials.size() + 2));
+        }
+        text.remove_prefix(end + 1);
+    }
+    return trials;
+}
+
+}  // namespace Tarnwick::DSO::Workbench
