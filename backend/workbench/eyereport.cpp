@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "maths/patterns/leveldecisions.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/eyejson.h"
@@ -163,6 +164,10 @@ EyeSettings EyeSettingsOf(const LockedCapture& capture)
                          .symbolRateGBd = report.symbolRateGBd};
     settings.pattern = capture.symbols;
     settings.circular = report.mode == RecordKind::Periodic;
+    // The symbols at the ends of a single shot were decided without all of their neighbours.
+    const std::size_t ends = Maths::kEqualiserReachUi * static_cast<std::size_t>(report.samplesPerUiOut);
+    if (!settings.circular && capture.samples.size() > 4 * ends)
+        settings.valid = ValidPart{ends, capture.samples.size() - 2 * ends};
     if (settings.circular && report.repetitions > 1 && report.removedNoiseRms == 0.0)
         settings.periodUi = static_cast<std::size_t>(report.periodUi);
     return settings;

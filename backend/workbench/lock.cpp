@@ -304,8 +304,12 @@ bool GivenPeriodHolds(std::size_t period, State& state)
     if (!seam)
         return true;
     state.Report().seamRatio = seam->Ratio();
-    if (seam->Joins())
+    if (seam->Joins()) {
+        // As neighbours its ends were decided with all that surrounds them.
+        state.decision.symbols = circular.symbols;
+        state.decision.uncertainEnds = 0;
         return true;
+    }
     state.Warn(fmt::format(
         "{}: is said to repeat after {} UI; where its end meets its beginning the symbols explain it {:.3g} "
         "times worse than elsewhere, expected at most 2.5",

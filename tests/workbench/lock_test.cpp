@@ -130,6 +130,16 @@ TEST(Lock, FindsWhatACaptureIsWithoutAFact)
     }
 }
 
+// Whatever the record begins with: the symbols at its ends have neighbours too, a period away.
+TEST(Lock, DecidesTheSymbolsAtTheEndsOfAPeriodWithTheirNeighbours)
+{
+    const Simulation settings{.repetitions = 1, .lossDb = 18.0, .noiseRms = 0.002};
+    const LockedCapture locked = Lock(Captured(SIGNAL_CODING_NRZ, 9, settings), {.patternLengthUi = 511}, "capture");
+    EXPECT_EQ(locked.report.mode, RecordKind::Periodic);
+    const SimulatedPattern pattern{.coding = SIGNAL_CODING_NRZ, .prbs = 9};
+    EXPECT_EQ(Maths::CompareSymbols(locked.symbols, pattern.Levels(0), 2).share, 1.0);
+}
+
 // Facts are used, and what contradicts them is said.
 TEST(Lock, WarnsOfFactsThatContradict)
 {

@@ -18,6 +18,7 @@ using DSO::Workbench::DataFailure;
 constexpr int kWidth = 960;  // [pixels]
 constexpr int kHeight = 640;
 constexpr double kLowest = 1e-15;  // shown; below, a curve leaves the picture
+constexpr double kLabelAt = 0.12;  // of the width, for the target: right of an open eye's wall
 constexpr const char* kColours[] = {"#4cc9f0", "#ffe650", "#ff9040", "#50dc78"};
 
 }  // namespace
@@ -56,10 +57,10 @@ void DrawBathtub(const std::filesystem::path& path, std::span<const BathtubCurve
             "set ylabel 'bit error ratio'\nset xrange [{}:{}]\nset logscale y\nset yrange [{}:1]\n"
             "set format y '%.0e'\nset ytics 1e3\n"
             "set arrow from {},{} to {},{} nohead front linecolor '#ff6060' linewidth 1 dashtype 2\n"
-            "set label '{:g}' at {},{} offset 0.6,0.6 front left textcolor '#ffb0b0'\n"
+            "set label '{:g}' at {},{} offset 0,0.6 front left textcolor '#ffb0b0'\n"
             "set arrow from 0,graph 0 to 0,graph 1 nohead front linecolor '#b0b0c0' linewidth 1 dashtype 2\n",
             Quoted(rate > 0.0 ? fmt::format("{}, {:.6g} GBd", title, rate) : title), first, last, kLowest, first,
-            target, last, target, target, first, target) +
+            target, last, target, target, first + kLabelAt * (last - first), target) +
         plot + "\n";
     DrawPng(path, kWidth, kHeight, script);
 }

@@ -131,6 +131,7 @@ void DrawClockSpectrum(const fs::path& path, const LockedCapture& capture, const
                          fmt::format(
                              "set title {}\nunset key\nset xlabel 'frequency [{}]'\n"
                              "set ylabel 'spectrum of the squared slope over its median [dB]'\n"
+                             "set style textbox opaque noborder fillcolor '#101018' margins 0.3,0.3\n"
                              "set xrange [{}:{}]\nset yrange [{}:{}]\n",
                              Quoted(TitleOf(capture.report, title)), interval > 0.0 ? "GHz" : "1/sample",
                              std::max(0.0, first - room) * perCycle, (last + room) * perCycle, kLowestDb, top);
@@ -140,13 +141,14 @@ void DrawClockSpectrum(const fs::path& path, const LockedCapture& capture, const
             "set object rectangle from first {0},graph 0 to first {1},graph 1 behind fillcolor '#303040' fillstyle "
             "solid "
             "noborder\n"
-            "set label '{2:.3g} samples per UI' at first {3},graph 0.63 rotate offset 0.8,0 front textcolor "
+            "set label '{2:.3g} samples per UI' at first {3},graph 0.97 rotate right offset 0.8,0 front textcolor "
             "'#b0b0c0'\n",
             from * perCycle, to * perCycle, 1.0 / limit, limit * perCycle);
     script += fmt::format(
         "set arrow from graph 0,first {0} to graph 1,first {0} nohead front linecolor '#ff6060' linewidth 1 dashtype "
         "2\n"
-        "set label '{0:g} dB: the least that is a clock' at graph 0.98,first {0} right offset 0,0.6 front textcolor "
+        "set label '{0:g} dB: the least that is a clock' at graph 0.92,first {0} right offset 0,0.7 front boxed "
+        "textcolor "
         "'#ffb0b0'\n"
         "set arrow from first {1},first {2} to first {1},first {3} front filled linecolor '{4}' linewidth 1.5\n"
         "set label 'the clock, {3:.1f} dB' at first {1},first {2} {5} offset {6},0 front textcolor '{4}'\n",

@@ -77,8 +77,8 @@ std::string FiguresOf(const EyeReport& report)
 {
     const bool isTimed = report.symbolRateGBd > 0.0;
     std::string text = isTimed ? fmt::format(", {:.6g} GBd", report.symbolRateGBd) : "";
-    if (report.eyes.empty())
-        return text;
+    if (std::all_of(report.eyes.begin(), report.eyes.end(), [](const auto& eye) { return eye.widthUi == 0.0; }))
+        return text + (report.eyes.empty() ? "" : ", closed");
     text += report.eyes.size() == 1 ? ", eye width" : ", eye widths";
     for (const DSO::Workbench::EyeOpening& eye : report.eyes)
         text += fmt::format(" {:.3g}", isTimed ? eye.widthPs.value_or(0.0) : eye.widthUi);
@@ -98,10 +98,7 @@ void AddTraces(std::span<const double> samples, double samplesPerUi, double firs
     const double rowsPerVolt = static_cast<double>(rows - 1) / (range.high - range.low);
     const double columnsPerSample = static_cast<double>(columns) / kSpanUi / samplesPerUi;
     const std::size_t half = columns / 2;
-    // Between the samples the waveform may leave their range.
-    const auto row = [&](double value) {
-        return std::clamp((value - range.low) * rowsPerVolt, 0.0, static_cast<double>(rows - 1));
-    };
+    const auto row = [&](double value) { return (value - range.low) * rowsPerVolt; };
     // Each UI is drawn twice, in the left and in the right half. [columns] of sample 0:
     const double shift = firstUi * static_cast<double>(columns) / kSpanUi;
     for (std::size_t k = 0; k + 1 < samples.size(); ++k) {
@@ -112,9 +109,12 @@ void AddTraces(std::span<const double> samples, double samplesPerUi, double firs
             const double here = row(samples[k] + part * (samples[k + 1] - samples[k]));
             const double next =
                 row(samples[k] + std::min(1.0, part + 1.0 / columnsPerSample) * (samples[k + 1] - samples[k]));
+            // Between the samples the waveform may leave their range.
+            if (std::min(here, next) < 0.0 || std::max(here, next) >= static_cast<double>(rows))
+                continue;
             // A steep edge passes through several rows in one column.
             const auto first = static_cast<std::size_t>(std::min(here, next));
-            const auto last = std::min(static_cast<std::size_t>(std::max(here, next)), rows - 1);
+            const auto last = static_cast<std::size_t>(std::max(here, next));
             const float share = 1.0F / static_cast<float>(last - first + 1);
             for (std::size_t r = first; r <= last; ++r) {
                 image.shades[r * columns + column % half] += share;
@@ -135,13 +135,14 @@ void ToShades(EyeImage& image)
 // what was measured.
 EyeImage ShadeBetween(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range)
 {
+    constexpr double kFewestSamplesPerUi = 2.0;  // fewer do not hold the waveform between them
     constexpr double kValuesPerUi = 32.0;
     constexpr double kReach = 24.0;  // [samples] that a value is made of, to either side
     constexpr std::size_t kBlock = std::size_t{1} << 18U;
     const double step = std::min(1.0, samplesPerUi / kValuesPerUi);
     const double first = std::ceil(kReach / samplesPerUi) * samplesPerUi;  // where a UI begins
     const double last = static_cast<double>(samples.size()) - 1.0 - kReach;
-    if (step == 1.0 || last - first < samplesPerUi || !AllFinite(samples))
+    if (step == 1.0 || samplesPerUi < kFewestSamplesPerUi || last - first < samplesPerUi || !AllFinite(samples))
         return ShadeEye(samples, samplesPerUi, phaseUi, range, kColumns, kRows);
     EyeImage image{kColumns, kRows, range, std::vector<float>(kColumns * kRows, 0.0F)};
     const auto count = static_cast<std::size_t>((last - first) / step);
