@@ -114,6 +114,8 @@ Spoil TdecqOf(int numberOfTaps, std::vector<double> taps)
     return [numberOfTaps, taps = std::move(taps)](const Case& with) {
         auto& ffe = dynamic_cast<FFEFilterParameters&>(with.parameters);
         ffe.useTdecqEqualizer = ffe.useManualTaps = true;
+        ffe.fitAtSamplingPhase = false;
+        ffe.dfeTaps = 0;
         ffe.numberOfTaps = numberOfTaps;
         ffe.taps = taps;
     };

@@ -233,6 +233,18 @@ FilterKind AutomaticFfe(std::string name, E_SIGNAL_CODING coding, bool tdecq)
     return Ffe(std::move(name), coding, std::move(traits));
 }
 
+FilterKind PhaseFfe()
+{
+    FfeTraits traits;
+    traits.set = [](auto& p, bool) {
+        p.fitAtSamplingPhase = true;
+        p.tapsPerUi = 2;
+        p.numberOfTaps = 3;
+        p.dfeTaps = 1;
+    };
+    return Ffe("FfePhase", SIGNAL_CODING_NRZ, std::move(traits));
+}
+
 FilterKind Dfe(std::string name, E_SIGNAL_CODING coding, bool manual)
 {
     Traits<DFEFilter, DFEFilterParameters> traits;
@@ -309,6 +321,7 @@ const std::vector<FilterKind>& EveryFilter()
         ManualFfe(),
         AutomaticFfe("FfeAutomatic", SIGNAL_CODING_NRZ, false),
         AutomaticFfe("FfeTdecq", SIGNAL_CODING_PAM4, true),
+        PhaseFfe(),
         Sirc(),
         Dfe("DfeAutomatic", SIGNAL_CODING_NRZ, false),
         Dfe("DfePam4", SIGNAL_CODING_PAM4, false),

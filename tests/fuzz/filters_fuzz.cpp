@@ -221,6 +221,10 @@ Step FeedForwardEqualiser(Choices& choices, DeviceConfiguration* config)
     parameters->quantizeTaps = choices.Flag();
     parameters->tapResolution = choices.Whole(1, 64);
     parameters->taps = choices.Reals(9, 2.0);
+    parameters->fitAtSamplingPhase = choices.Plain(0, 3) == 1;
+    parameters->dfeTaps = choices.Plain(0, 7) == 1 ? choices.Whole(-1, 5) : 0;
+    parameters->ridge = choices.Plain(0, 7) == 1 ? choices.Real(-0.1, 1.0) : 0.0;
+    parameters->ignoredUi = choices.Plain(0, 3) == 1 ? choices.Whole(-1, 20) : 0;
     return Made<FFEFilter>(std::move(parameters));
 }
 
@@ -231,6 +235,7 @@ Step DecisionFeedbackEqualiser(Choices& choices, DeviceConfiguration* config)
     parameters->useManualTaps = choices.Flag();
     parameters->samplingDelayPs = choices.Real(-100.0, 100.0);
     parameters->taps = choices.Reals(5, 1.0);
+    parameters->ignoredUi = choices.Plain(0, 3) == 1 ? choices.Whole(-1, 20) : 0;
     return Made<DFEFilter>(std::move(parameters));
 }
 

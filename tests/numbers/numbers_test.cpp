@@ -171,6 +171,7 @@ TEST(Numbers, StayWhatTheFormulasSay)
          })},
         {"ffe-searched", "FfeAutomatic", kLeastSquares, FiveTaps(0)},
         {"ffe-cursor-2", "FfeAutomatic", kLeastSquares, FiveTaps(2)},
+        {"ffe-phase", "FfePhase", kLeastSquares, {}},
         {"dfe", "DfeAutomatic", kLeastSquares, {}},
         {"deembedding-removed", "DeEmbedding", kRounding, throughFixture(true)},
         {"deembedding-added", "DeEmbedding", kRounding, throughFixture(false)},

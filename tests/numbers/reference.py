@@ -149,6 +149,23 @@ def spread(taps):
     return out
 
 
+def ffe_at_phase(x, taps=3, spacing=SPU // 2, feedback=1):
+    x = x[:PERIOD]
+    a = (bits() - 0.5) * (x.max() - x.min())
+    lag = int(np.argmax(abs(convolved(np.roll(np.repeat(a - a.mean(), SPU)[::-1], 1), x))))
+    span = -(-(taps - 1) * spacing // SPU)
+    least = np.inf
+    for q in range(lag - SPU, lag + (span + 2) * SPU):
+        columns = [x[(q - j * spacing + SPU * np.arange(UI)) % PERIOD] for j in range(taps)]
+        columns += [np.roll(a, k) for k in range(1, feedback + 1)] + [np.ones(UI)]
+        w, error = np.linalg.lstsq(np.array(columns).T, a, rcond=None)[:2]
+        if error[0] < least:
+            least, best = error[0], w[:taps]
+    out = np.zeros(taps * spacing)
+    out[::spacing] = best
+    return out
+
+
 def dfe(x, taps=2):
     v = 2.0 * bits() - 1
     first = x[:PERIOD]
@@ -278,6 +295,7 @@ def main():
         "ffe-manual": convolved(x, spread([-0.1, 1.2, -0.2])),
         "ffe-searched": convolved(x, ffe(x)),
         "ffe-cursor-2": convolved(x, ffe(x, 2)),
+        "ffe-phase": convolved(x, ffe_at_phase(x)),
         "dfe": dfe(x),
         "deembedding-removed": convolved(x, fixture(True)),
         "deembedding-added": convolved(x, fixture(False)),

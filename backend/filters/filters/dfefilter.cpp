@@ -76,9 +76,7 @@ public:
         const PatternPeriod pattern(kFilter, config, parameters.samplesPerUi, config.patternLengthUi);
         grid_.symbols = static_cast<std::size_t>(config.patternLengthUi);
         grid_.samplesPerUi = pattern.SamplesPerUi();
-        count_ = pattern.CountIn(sampleCount);
-        if (count_ < 1)
-            pattern.RefuseShort(sampleCount);
+        count_ = pattern.RequiredIn(sampleCount);
         period_ = pattern.LengthIn(sampleCount);
         end_ = std::min(static_cast<std::size_t>(sampleCount), static_cast<std::size_t>(std::lround(count_ * period_)));
     }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -16,7 +15,6 @@
 #include "framework/plumbing/ownedarray.h"
 #include "framework/plumbing/trace.h"
 #include "maths/equalisers/ffesearch.h"
-#include "maths/responses/gaussian.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -28,7 +26,6 @@ using SystemFramework::SignalData;
 namespace {
 
 constexpr const char* kFilter = "FFEFilter";
-constexpr double kCaptureBandwidth = 80.0;  // [GHz] low-pass of the TDECQ path
 
 void Refresh(FFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
@@ -55,24 +52,14 @@ TapGrid SymbolSpaced(int samplesPerUi, int numberOfTaps)
     return {samplesPerUi, 1, numberOfTaps};
 }
 
-// The fit at the sampling phase, and what is read with it alone.
-void RequireFitSettings(const FFEFilterParameters& parameters)
+PhaseSettings PhaseSettingsOf(const FFEFilterParameters& parameters)
 {
-    if (parameters.fitAtSamplingPhase && parameters.useTdecqEqualizer)
-        Refuse(kFilter, "useTdecqEqualizer", "true", "false with fitAtSamplingPhase");
-    if (parameters.dfeTaps < 0)
-        Refuse(kFilter, "dfeTaps", parameters.dfeTaps, "0 or more taps");
-    if (!std::isfinite(parameters.ridge) || parameters.ridge < 0.0)
-        Refuse(kFilter, "ridge", parameters.ridge, "a finite number of at least 0");
-    if (!parameters.fitAtSamplingPhase && parameters.dfeTaps > 0)
-        Refuse(kFilter, "dfeTaps", parameters.dfeTaps, "0 without fitAtSamplingPhase");
-    if (!parameters.fitAtSamplingPhase && parameters.ridge > 0.0)
-        Refuse(kFilter, "ridge", parameters.ridge, "0 without fitAtSamplingPhase");
+    return {parameters.fitAtSamplingPhase, parameters.dfeTaps, parameters.ridge};
 }
 
 void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfiguration& config, int length)
 {
-    RequireFitSettings(parameters);
+    PhaseSettingsOf(parameters).Require(kFilter, parameters.useTdecqEqualizer);
     RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
     const TapGrid grid = GridOf(parameters, parameters.samplesPerUi);
     grid.Require(kFilter);
@@ -83,17 +70,9 @@ void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfig
     } else {
         grid.RequireFit(kFilter, config.patternLengthUi, parameters.mainCursorPosition);
     }
-    if (!parameters.useTdecqEqualizer)
-        return;
-    if (parameters.numberOfTaps < 1)
-        Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "at least 1 for the TDECQ equaliser");
-    const double gain = std::accumulate(parameters.taps.begin(), parameters.taps.end(), 0.0);
-    if (parameters.useManualTaps && (!std::isfinite(gain) || gain == 0.0))
-        Refuse(kFilter, "sum of the taps", gain, "a finite number other than 0 for the TDECQ equaliser");
-    RequireWholeSampling(kFilter, config, parameters.samplesPerUi);
-    if (parameters.numberOfTaps * parameters.samplesPerUi > length)
-        Refuse(kFilter, "numberOfTaps * samplesPerUi", parameters.numberOfTaps * parameters.samplesPerUi,
-               "at most the record's " + std::to_string(length) + " samples");
+    if (parameters.useTdecqEqualizer)
+        RequireTdecqTaps(kFilter, config, parameters.samplesPerUi, parameters.numberOfTaps,
+                         parameters.useManualTaps ? &parameters.taps : nullptr, length);
 }
 
 }  // namespace
@@ -208,7 +187,7 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
         ApplyTaps(settings, settings.ManualTaps());
         ReportFit(std::numeric_limits<double>::quiet_NaN());
     } else {
-        RequireFitSettings(settings);
+        PhaseSettingsOf(settings).Require(kFilter, false);
         const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
         const auto& own = ParametersOf<FFEFilterParameters>(kFilter, searched);
         const TapSearch search{ConfigurationOf(kFilter, own),
@@ -220,11 +199,10 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
                                own.useUserPattern,
                                own.patternSymbols,
                                settings.ignoredUi};
-        ApplyTaps(
-            settings,
-            settings.fitAtSamplingPhase
-                ? GenerateAtSamplingPhase({search, own.mainCursorPosition, settings.dfeTaps, settings.ridge})
-                : GenerateFFEAutomaticCoefficients({search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
+        ApplyTaps(settings, settings.fitAtSamplingPhase
+                                ? GenerateAtSamplingPhase({search, own.mainCursorPosition, PhaseSettingsOf(settings)})
+                                : GenerateFFEAutomaticCoefficients(
+                                      {search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
     }
     std::vector<double> kernel =
         Maths::SpacedTaps(settings.appliedTaps, static_cast<std::size_t>(settings.numberOfTaps),
@@ -271,9 +249,7 @@ std::vector<double> FFEFilter::GenerateAtSamplingPhase(const PhaseSearch& search
     conditionNumber = fit.condition;
     samplingPhaseUi = static_cast<double>(fit.instant) / search.grid.samplesPerUi;
     fitConstant = fit.constant;
-    // The fit adds what a DFE takes off.
-    for (const double weight : fit.feedback)
-        feedbackTaps.push_back(-weight);
+    feedbackTaps = std::move(fit.feedback);
     return std::move(fit.taps);
 }
 
@@ -375,19 +351,8 @@ void FFEFilter::Prepare(SignalData* signal)
     working.samples = signal->samples;
     RequirePreparable(next, config, working.sampleCount);
 
-    const PatternPeriod pattern(kFilter, config, next.samplesPerUi, config.patternLengthUi);
-    // Taps by hand go with part of a repetition behind the last whole one; a search refuses it.
-    const int repetitions = next.useManualTaps ? std::max(pattern.CountIn(working.sampleCount), 1)
-                                               : pattern.RoundedCountIn(working.sampleCount);
-    // Only a text much shorter than the pattern leaves less than half a repetition.
-    if (repetitions < 1)
-        Refuse(kFilter, "length of patternSymbols", static_cast<int>(next.patternSymbols.size()),
-               "patternLengthUi, " + std::to_string(config.patternLengthUi));
-    const int samplesPerUi = std::max(working.sampleCount / CheckedProduct(kFilter, "patternRepeats * patternLengthUi",
-                                                                           repetitions, config.patternLengthUi),
-                                      1);
-    auto lowPass = NewArrayFrom<double>(Maths::GaussianTaps(static_cast<std::size_t>(working.sampleCount),
-                                                            config.baudRateGBd * samplesPerUi, kCaptureBandwidth));
+    auto lowPass = NewArrayFrom<double>(TdecqLowPass(kFilter, config, next.samplesPerUi, working.sampleCount,
+                                                     !next.useManualTaps, next.patternSymbols.size()));
     next.SetGaussianFilter(lowPass.release(), working.sampleCount);
     SetKernel(next.useTdecqEqualizer ? GenerateTdecqEqualizer(next, &next, &working)
                                      : GetFFEAutomaticCoefficients(next, &next, &working));
@@ -408,11 +373,7 @@ double* FFEFilter::Apply(SignalData* signal)
     const auto sampleCount = static_cast<int>(record.size());
     const auto repetitions = [&](int samplesPerUi) {
         GridOf(settings, samplesPerUi).Require(kFilter);
-        const PatternPeriod pattern(kFilter, config, samplesPerUi, config.patternLengthUi);
-        const int count = pattern.CountIn(sampleCount);
-        if (count < 1)
-            pattern.RefuseShort(sampleCount);
-        return count;
+        return PatternPeriod(kFilter, config, samplesPerUi, config.patternLengthUi).RequiredIn(sampleCount);
     };
     if (!IsDerivedByHost(*this))
         (void)repetitions(settings.IsDirty() ? WholeSamplesPerUi(kFilter, config) : settings.samplesPerUi);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <optional>
 #include <utility>
 
@@ -13,6 +14,7 @@
 #include "maths/patterns/codings.h"
 #include "maths/patterns/idealsignal.h"
 #include "maths/patterns/periodicrecord.h"
+#include "maths/responses/gaussian.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -25,6 +27,7 @@ using SystemFramework::SymbolMapOf;
 
 namespace {
 
+constexpr double kCaptureBandwidth = 80.0;         // [GHz] low-pass of the TDECQ path
 constexpr double kLeastReferenceBandwidth = 40.0;  // [GHz] low-pass of the ideal copy unless the symbol rate is higher
 
 std::string DetectedSymbols(const char* filter, const TapSearch& search, std::span<const double> record,
@@ -123,6 +126,20 @@ Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search
     return *std::move(solution);
 }
 
+void PhaseSettings::Require(const char* filter, bool useTdecqEqualizer) const
+{
+    if (fitAtSamplingPhase && useTdecqEqualizer)
+        Refuse(filter, "useTdecqEqualizer", "true", "false with fitAtSamplingPhase");
+    if (dfeTaps < 0)
+        Refuse(filter, "dfeTaps", dfeTaps, "0 or more taps");
+    if (!std::isfinite(ridge) || ridge < 0.0)
+        Refuse(filter, "ridge", ridge, "a finite number of at least 0");
+    if (!fitAtSamplingPhase && dfeTaps > 0)
+        Refuse(filter, "dfeTaps", dfeTaps, "0 without fitAtSamplingPhase");
+    if (!fitAtSamplingPhase && ridge > 0.0)
+        Refuse(filter, "ridge", ridge, "0 without fitAtSamplingPhase");
+}
+
 Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
 {
     const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = search.grid;
@@ -132,8 +149,9 @@ Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
     search.grid.RequireFit(filter, search.patternLengthUi, search.mainCursorPosition);
     period.RequireWholeRepetitions(static_cast<int>(search.record.size()));
     RequireFiniteSamples(filter, search.record);
-    if (search.dfeTaps > search.patternLengthUi - 2)
-        Refuse(filter, "dfeTaps", search.dfeTaps,
+    const auto& [isFitted, dfeTaps, ridge] = search.settings;
+    if (dfeTaps > search.patternLengthUi - 2)
+        Refuse(filter, "dfeTaps", dfeTaps,
                "at most patternLengthUi - 2, " + std::to_string(search.patternLengthUi - 2));
 
     Maths::PhaseFitProblem problem;
@@ -141,11 +159,11 @@ Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
     problem.samplesPerUi = static_cast<std::size_t>(samplesPerUi);
     for (int j = 0; j < numberOfTaps; ++j)
         problem.tapDelays.push_back(j * search.grid.Spacing());
-    problem.feedbackTaps = static_cast<std::size_t>(search.dfeTaps);
+    problem.feedbackTaps = static_cast<std::size_t>(dfeTaps);
     if (search.mainCursorPosition >= 1)
         problem.mainCursor = static_cast<std::size_t>(search.mainCursorPosition) - 1;
     problem.ignoredUi = static_cast<std::size_t>(std::max(search.ignoredUi, 0));
-    problem.ridge = search.ridge;
+    problem.ridge = ridge;
     const std::size_t uiCount = RecordUi(search, period);
     IgnoredEnds{search.ignoredUi, uiCount, Maths::PhaseFitReach(problem),
                 problem.tapDelays.size() + problem.feedbackTaps + 1}
@@ -172,6 +190,9 @@ Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
             tap = -tap;
         fit->constant = -fit->constant;
     }
+    // The fit adds what a DFE takes off.
+    for (double& tap : fit->feedback)
+        tap = -tap;
     return *std::move(fit);
 }
 
@@ -228,6 +249,34 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
     if (!equaliser)
         Refuse(filter, "mainCursorIndex", cursor, "a place at which the capture lets the largest tap stand");
     return std::move(equaliser->taps);
+}
+
+void RequireTdecqTaps(const char* filter, const DeviceConfiguration& config, int samplesPerUi, int numberOfTaps,
+                      const std::vector<double>* manualTaps, int length)
+{
+    if (numberOfTaps < 1)
+        Refuse(filter, "numberOfTaps", numberOfTaps, "at least 1 for the TDECQ equaliser");
+    const double gain = manualTaps ? std::accumulate(manualTaps->begin(), manualTaps->end(), 0.0) : 1.0;
+    if (!std::isfinite(gain) || gain == 0.0)
+        Refuse(filter, "sum of the taps", gain, "a finite number other than 0 for the TDECQ equaliser");
+    RequireWholeSampling(filter, config, samplesPerUi);
+    if (numberOfTaps * samplesPerUi > length)
+        Refuse(filter, "numberOfTaps * samplesPerUi", numberOfTaps * samplesPerUi,
+               "at most the record's " + std::to_string(length) + " samples");
+}
+
+std::vector<double> TdecqLowPass(const char* filter, const DeviceConfiguration& config, int samplesPerUi, int length,
+                                 bool isSearched, std::size_t patternSymbols)
+{
+    const PatternPeriod pattern(filter, config, samplesPerUi, config.patternLengthUi);
+    const int repetitions = isSearched ? pattern.RoundedCountIn(length) : std::max(pattern.CountIn(length), 1);
+    // Only a text much shorter than the pattern leaves less than half a repetition.
+    if (repetitions < 1)
+        Refuse(filter, "length of patternSymbols", static_cast<int>(patternSymbols),
+               "patternLengthUi, " + std::to_string(config.patternLengthUi));
+    const int symbols = CheckedProduct(filter, "patternRepeats * patternLengthUi", repetitions, config.patternLengthUi);
+    return Maths::GaussianTaps(static_cast<std::size_t>(length), config.baudRateGBd * std::max(length / symbols, 1),
+                               kCaptureBandwidth);
 }
 
 void RequireWholeSampling(const char* filter, const DeviceConfiguration& config, int samplesPerUi,

@@ -37,14 +37,24 @@ struct LeastSquaresSearch : TapSearch {
 /// @throws std::invalid_argument  as FFEFilter::Prepare
 Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search);
 
+/// The settings of the fit at the sampling phase.
+struct PhaseSettings {
+    bool fitAtSamplingPhase;
+    int dfeTaps;
+    double ridge;
+
+    /// @throws std::invalid_argument  one is outside its range, is set without fitAtSamplingPhase, or useTdecqEqualizer is
+    ///         set with it
+    void Require(const char* filter, bool useTdecqEqualizer) const;
+};
+
 /// Taps fitted at one phase of the UI, with the feedback of a DFE behind them. Symbols as above.
 struct PhaseSearch : TapSearch {
     int mainCursorPosition;  // counted from 1; below 1: the delay is searched
-    int dfeTaps;
-    double ridge;
+    PhaseSettings settings;
 };
 
-/// The taps keep the polarity of the capture.
+/// The taps keep the polarity of the capture; the feedback is what a DFE takes off.
 /// @throws std::invalid_argument  as FFEFilter::Prepare
 Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search);
 
@@ -56,6 +66,20 @@ struct TdecqSearch : TapSearch {
 
 /// @throws std::invalid_argument  as FFEFilter::Prepare
 std::vector<double> FindTaps(const char* filter, const TdecqSearch& search);
+
+/// What the TDECQ equaliser asks for.
+/// @param manualTaps  null unless the taps are given by hand
+/// @param length      samples of the record
+/// @throws std::invalid_argument  as RequireWholeSampling, or no taps, more than the record has room for, or such as have no
+///         gain
+void RequireTdecqTaps(const char* filter, const DeviceConfiguration& config, int samplesPerUi, int numberOfTaps,
+                      const std::vector<double>* manualTaps, int length);
+
+/// The taps of the TDECQ path's low-pass for `length` samples, of 80 GHz.
+/// @param isSearched  for automatic taps the record has to consist of whole repetitions; taps by hand go with part of one
+/// @throws std::invalid_argument  the record is less than half a repetition
+std::vector<double> TdecqLowPass(const char* filter, const DeviceConfiguration& config, int samplesPerUi, int length,
+                                 bool isSearched, std::size_t patternSymbols);
 
 /// What fits to one sample a UI ask for.
 /// @param fit  what asks, for the text

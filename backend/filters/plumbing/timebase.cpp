@@ -68,6 +68,14 @@ PatternPeriod::PatternPeriod(const char* filter, const DeviceConfiguration& conf
         Refuse(filter, "samples of one repetition", length_, "at least 1");
 }
 
+int PatternPeriod::RequiredIn(int samples) const
+{
+    const int count = CountIn(samples);
+    if (count < 1)
+        RefuseShort(samples);
+    return count;
+}
+
 int PatternPeriod::RoundedCountIn(int samples) const
 {
     return static_cast<int>(std::lround(samples / length_));
@@ -98,19 +106,14 @@ void PatternPeriod::RefuseShort(int sampleCount) const
 int WorkingLength(const char* filter, const DeviceConfiguration& config, int samplesPerUi,
                   const std::string& patternSymbols, int sampleCount)
 {
-    const PatternPeriod whole(filter, config, samplesPerUi, config.patternLengthUi);
-    if (whole.CountIn(sampleCount) < 1)
-        whole.RefuseShort(sampleCount);
+    PatternPeriod(filter, config, samplesPerUi, config.patternLengthUi).RequiredIn(sampleCount);
     if (!config.multiplePatternRecord && !config.useFractionalSampling)
         return sampleCount;
     if (patternSymbols.empty())
         Refuse(filter, "patternSymbols", "empty",
                "the pattern's symbols, of which a record of several repetitions is counted");
     const PatternPeriod pattern(filter, config, samplesPerUi, static_cast<int>(patternSymbols.size()));
-    const int repetitions = pattern.CountIn(sampleCount);
-    if (repetitions < 1)
-        pattern.RefuseShort(sampleCount);
-    return sampleCount / repetitions;
+    return sampleCount / pattern.RequiredIn(sampleCount);
 }
 
 void RequireSampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern)

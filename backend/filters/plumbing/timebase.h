@@ -39,6 +39,9 @@ public:
     double Length() const { return length_; }
     /// Whole repetitions that fit.
     int CountIn(int samples) const { return static_cast<int>((samples + slack_) / length_); }
+    /// The same, of a record that has to hold one.
+    /// @throws std::invalid_argument  it is shorter than one repetition
+    int RequiredIn(int samples) const;
     /// Repetitions in a record that consists of them: the nearest number.
     int RoundedCountIn(int samples) const;
     /// Samples of one repetition as it lies in the record: where sampling is fractional an equal share of the record,

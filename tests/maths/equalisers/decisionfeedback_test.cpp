@@ -54,8 +54,8 @@ std::vector<double> Held(const std::vector<double>& symbols, const std::vector<d
 }
 
 // Nothing but the taps stands between the samples and the symbols: every delay leaves only rounding, and the middle of the
-// UI is taken. The record is rotated by a third of the pattern and three samples, so that a UI begins at sample 5. Ends that are
-// ignored may hold anything.
+// UI is taken. The record is rotated by a third of the pattern and three samples, so that a UI begins at sample 5. Ends
+// that are ignored may hold anything.
 TEST(FeedbackSearch, FindsTheEchoesOfANoiseFreeRecordExactly)
 {
     const std::vector<double> echoes{0.25, 0.12, -0.05};
