@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
-#include <tuple>
 #include <vector>
 
 #include <fmt/format.h>
@@ -94,7 +93,9 @@ bool AllFinite(std::span<const double> samples)
 // @param firstUi  [UI] of sample 0 from the left edge or any edge of a UI there, 0 or more
 void AddTraces(std::span<const double> samples, double samplesPerUi, double firstUi, EyeImage& image)
 {
-    const auto [columns, rows, range] = std::tuple(image.columns, image.rows, image.range);
+    const std::size_t columns = image.columns;
+    const std::size_t rows = image.rows;
+    const VoltageRange range = image.range;
     const double rowsPerVolt = static_cast<double>(rows - 1) / (range.high - range.low);
     const double columnsPerSample = static_cast<double>(columns) / kSpanUi / samplesPerUi;
     const std::size_t half = columns / 2;
