@@ -19,7 +19,6 @@
 namespace Tarnwick::DSO::Filters {
 
 using SystemFramework::NewArrayFrom;
-using SystemFramework::Refuse;
 using SystemFramework::RequirePositive;
 using SystemFramework::SignalData;
 

@@ -129,7 +129,7 @@ public:
 
     /// Least-squares taps: the capture against its ideal copy, low-passed at gaussianBandwidth [GHz] (0: 40 GHz or the
     /// symbol rate, whichever is larger), aligned by circular correlation, at the delay that leaves the least error, or
-    /// with the main cursor where the filter's parameters fix it.
+    /// with the main cursor where the filter's parameters fix it. Their ignoredUi counts too.
     /// @param signal             whole repetitions of the pattern
     /// @param narrowDelaySearch  7 delays instead of four per tap
     /// @return new array of numberOfTaps taps, not normalised; the caller releases it with ::operator delete

@@ -149,7 +149,7 @@ Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
     search.grid.RequireFit(filter, search.patternLengthUi, search.mainCursorPosition);
     period.RequireWholeRepetitions(static_cast<int>(search.record.size()));
     RequireFiniteSamples(filter, search.record);
-    const auto& [isFitted, dfeTaps, ridge] = search.settings;
+    const int dfeTaps = search.settings.dfeTaps;
     if (dfeTaps > search.patternLengthUi - 2)
         Refuse(filter, "dfeTaps", dfeTaps,
                "at most patternLengthUi - 2, " + std::to_string(search.patternLengthUi - 2));
@@ -163,7 +163,7 @@ Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
     if (search.mainCursorPosition >= 1)
         problem.mainCursor = static_cast<std::size_t>(search.mainCursorPosition) - 1;
     problem.ignoredUi = static_cast<std::size_t>(std::max(search.ignoredUi, 0));
-    problem.ridge = ridge;
+    problem.ridge = search.settings.ridge;
     const std::size_t uiCount = RecordUi(search, period);
     IgnoredEnds{search.ignoredUi, uiCount, Maths::PhaseFitReach(problem),
                 problem.tapDelays.size() + problem.feedbackTaps + 1}

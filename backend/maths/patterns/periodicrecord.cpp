@@ -93,7 +93,7 @@ double StretchProducts::At(long long first, long long lag)
     } else if (isNew) {
         sum.first = WrappedIndex(first, n);
         const std::size_t head = std::min(count_, n - sum.first);
-        sum.value = CircularDot(x_.subspan(sum.first, head), y_, static_cast<long long>(sum.first + shift)) +
+        sum.value = CircularDot(x_.subspan(sum.first, head), y_, static_cast<long long>(sum.first) + lag) +
                     CircularDot(x_.first(count_ - head), y_, lag);
     }
     if (count_ == n)

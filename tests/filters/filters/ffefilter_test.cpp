@@ -8,6 +8,7 @@
 #include <limits>
 #include <numeric>
 
+#include "filters/filters/dfefilter.h"
 #include "framework/dsp_helpers.h"
 #include "framework/gaussianfilter.h"
 #include "support/captures.h"
@@ -367,7 +368,11 @@ TEST(FFEFilterAtSamplingPhase, OpensTheEyeFurtherThanTheWholeWaveform)
         }
         EXPECT_GT(before, 0.9);
 
-        Equaliser joint(config, AtPhase(5, 2, 3));
+        FilterRig<DFEFilter, DFEFilterParameters> feedback(config, [](auto& p) { p.numberOfTaps = 3; });
+        const auto behind = feedback.Apply(Equaliser(config, AtPhase(5, 1, 3)).Apply(capture));
+        EXPECT_GT(Opening(behind, symbols, 8.0) / ideal, openingOf(AtPhase(5)));
+
+        Equaliser joint(config, AtPhase(5, 1, 3));
         const FFEFilter& filter = *joint.filter;
         joint.Apply(capture);
         ASSERT_EQ(filter.feedbackTaps.size(), 3U);
@@ -379,6 +384,14 @@ TEST(FFEFilterAtSamplingPhase, OpensTheEyeFurtherThanTheWholeWaveform)
         joint.Apply(capture);
         EXPECT_LT(jointError, filter.residualError);
         EXPECT_TRUE(filter.feedbackTaps.empty());
+        if (levels == 4) {
+            const auto given = joint.parameters.appliedTaps;
+            joint.config.useUserPattern = false;  // detected
+            joint.parameters.SetDirty();
+            joint.Apply(capture);
+            // The symbols begin elsewhere in the pattern, and so do the sums.
+            EXPECT_TRUE(AreNear(joint.parameters.appliedTaps, given, 1e-9));
+        }
         joint.parameters.fitAtSamplingPhase = false;
         joint.parameters.SetDirty();
         joint.Apply(capture);
