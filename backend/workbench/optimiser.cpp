@@ -170,7 +170,7 @@ private:
         RequireEyes(record, input_.captureName, "optimise");
         content_ = JsonOf(record.chain);
         eyes_ = std::move(record.eyes);
-        front_ = {std::move(record.samples), eyes_.circular, 0};
+        front_ = RecordOf(std::move(record.samples), eyes_);
         // The filters in front of the CTLE are the same for all points.
         json head = content_;
         json& filters = head["filters"] = plan_.FiltersFor({});

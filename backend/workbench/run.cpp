@@ -146,8 +146,16 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
 
 ValidPart PassingRecord::Valid(double samplesPerUi) const
 {
-    const auto ends = circular ? 0 : reachUi * static_cast<std::size_t>(samplesPerUi);
+    const auto ends = circular ? 0 : std::max(endsUi, reachUi) * static_cast<std::size_t>(samplesPerUi);
     return {ends, samples.size() - 2 * ends};
+}
+
+PassingRecord RecordOf(std::vector<double> samples, const EyeSettings& eyes)
+{
+    PassingRecord record{std::move(samples), eyes.circular};
+    if (!eyes.circular && eyes.valid && eyes.samplesPerUi >= 1.0)
+        record.endsUi = static_cast<std::size_t>(std::ceil(static_cast<double>(eyes.valid->first) / eyes.samplesPerUi));
+    return record;
 }
 
 double PassStage(Stage& stage, PassingRecord& record, const Chain& chain, const std::string& capture)
@@ -167,7 +175,8 @@ double PassStage(Stage& stage, PassingRecord& record, const Chain& chain, const 
     if (hasEnds && stage.spanUi > 0) {
         // At least one, which says that the record has ends; a fit leaves out the reach of its own taps beside.
         if (stage.ignoredUi != nullptr)
-            *stage.ignoredUi = std::max({*stage.ignoredUi, static_cast<std::int32_t>(record.reachUi), 1});
+            *stage.ignoredUi =
+                std::max({*stage.ignoredUi, static_cast<std::int32_t>(std::max(record.reachUi, record.endsUi)), 1});
         grow(stage.spanUi);
     }
     const auto start = std::chrono::steady_clock::now();
@@ -187,7 +196,7 @@ ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSett
             begin(stage);
     };
     ChainResult result;
-    PassingRecord passing{{record.begin(), record.end()}, eyes.circular, 0};
+    PassingRecord passing = RecordOf({record.begin(), record.end()}, eyes);
     tell("capture");
     result.stages.push_back(Describe("capture", passing, eyes, eyes.withBathtub, chain));
     for (Stage& stage : chain.Stages()) {

@@ -31,11 +31,16 @@ TARNWICK_WORKBENCH_API std::vector<double> RunStage(Stage& stage, std::vector<do
 struct TARNWICK_WORKBENCH_API PassingRecord {
     std::vector<double> samples;  ///< [V]
     bool circular = true;         ///< whole periods; false: a single shot, which stages filter as one circular piece
-    std::size_t reachUi = 0;  ///< [UI] at either end of a single shot that the stages so far have carried the seam to
+    std::size_t endsUi = 0;       ///< [UI] at either end of a single shot that give no figure, whatever runs
+    std::size_t reachUi = 0;      ///< [UI] at either end to which the stages so far have carried the seam
 
-    /// All of whole periods; of a single shot what the seam has not reached.
+    /// All of whole periods; of a single shot what lies within both ends.
     ValidPart Valid(double samplesPerUi) const;
 };
+
+/// A record in front of the first stage.
+/// @param eyes  what is known of it; what is not valid are its ends
+TARNWICK_WORKBENCH_API PassingRecord RecordOf(std::vector<double> samples, const EyeSettings& eyes);
 
 /// The record through a stage, as RunStage; of a single shot its reach grows by the stage's: by the span of the taps of an
 /// equaliser, whose fit leaves these ends out, and otherwise by how far the stage carries this record, as its response to

@@ -195,7 +195,7 @@ private:
         RequireEyes(input, input_.captureName, "sweep");
         device_ = JsonOf(input.chain)["device"];
         eyes_ = std::move(input.eyes);
-        return {std::move(input.samples), eyes_.circular, 0};
+        return RecordOf(std::move(input.samples), eyes_);
     }
 
     json WithDevice() const
