@@ -86,7 +86,7 @@ void AddSweep(CLI::App& command)
     command.add_option("-o,--output", options->prefix, "Draw the eyes, at most 64, into PREFIX.png")
         ->type_name("PREFIX")
         ->capture_default_str();
-    command.add_option("--rank", options.rank, "Figure that ranks the runs: of the smallest eye, or of all")
+    command.add_option("--rank", options->rank, "Figure that ranks the runs: of the smallest eye, or of all")
         ->check(OneOf(Workbench::RankNames()))
         ->capture_default_str();
     command.add_flag("--json", options->json, "Print the runs as JSON, best first");

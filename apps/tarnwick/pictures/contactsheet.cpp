@@ -56,7 +56,7 @@ void ContactSheet::Draw(const std::filesystem::path& path, std::span<const Sweep
     for (RunImage& image : images_) {
         EyeTile tile{CaptionOf(names, image.result.values), std::nullopt, std::move(image.image), false};
         if (!image.result.eye.eyes.empty()) {
-            tile.smallestHeight = image.result.SmallestHeight();
+            tile.openingPercent = SmallestOf(image.result.eye, &DSO::Workbench::EyeOpening::openingPercent);
             tile.isBest = image.run == best;
         }
         tiles.push_back(std::move(tile));

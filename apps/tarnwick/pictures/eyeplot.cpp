@@ -53,10 +53,9 @@ Unit UnitFor(VoltageRange range)
 
 std::string NoteOf(const EyeTile& tile)
 {
-    if (!tile.smallestHeight)
+    if (!tile.openingPercent)
         return tile.image.shades.empty() ? "no result" : "no eye";
-    const double height = *tile.smallestHeight;
-    return std::abs(height) < 1.0 ? fmt::format("{:.3g} mV", height * 1e3) : fmt::format("{:.3g} V", height);
+    return fmt::format("{:.1f} % open", *tile.openingPercent);
 }
 
 // The command and the data behind it.

@@ -47,7 +47,7 @@ void DrawEye(const std::filesystem::path& path, std::span<const double> samples,
 /// One eye of a sheet.
 struct EyeTile {
     std::string title;
-    std::optional<double> smallestHeight;  ///< [V] over its eyes; none: there are none
+    std::optional<double> openingPercent;  ///< the smallest over its eyes; none: there are none
     EyeImage image;                        ///< without cells: none
     bool isBest;                           ///< drawn in a bright frame
 };
