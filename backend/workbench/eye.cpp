@@ -52,7 +52,7 @@ int MiddleOfWidths(std::span<const Maths::Eye> eyes)
 
 std::vector<BathtubPoint> Bathtub(const Maths::EyeRecord& record, const Maths::AlignedSymbols& symbols,
                                   const Maths::EyeFigures& figures, std::span<const double> thresholds,
-                                  const EyeSettings& settings)
+                                  Maths::NoiseSplitter& splitter, const EyeSettings& settings)
 {
     std::vector<BathtubPoint> points;
     constexpr int kHalf = Maths::kEyePhases / 2;
@@ -61,8 +61,7 @@ std::vector<BathtubPoint> Bathtub(const Maths::EyeRecord& record, const Maths::A
         BathtubPoint point{static_cast<double>(step) / static_cast<double>(Maths::kEyePhases), 0.0, {}};
         const Maths::PhaseValues values =
             ValuesAt(record, symbols, figures.position + point.offsetUi * settings.samplesPerUi);
-        const auto ratios =
-            RatiosAt(record, symbols, SplitNoise(values, symbols.levels, record.wrapping, settings.periodUi));
+        const auto ratios = RatiosAt(record, symbols, splitter.Of(values));
         if (!ratios)
             continue;
         point.ber = ratios->OfBits(thresholds);
@@ -115,7 +114,8 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
         return report;
 
     const Maths::PhaseValues values = ValuesAt(record, *symbols, figures->position);
-    const Maths::NoiseSplit split = SplitNoise(values, symbols->levels, record.wrapping, settings.periodUi);
+    Maths::NoiseSplitter splitter(symbols->levels, record.wrapping, settings.periodUi);
+    const Maths::NoiseSplit split = splitter.Of(values);
     const auto ratios = RatiosAt(record, *symbols, split);
     const std::vector<double> factors = QFactors(values, symbols->levels, settings.levelCount);
     report.levels = figures->levels;
@@ -146,7 +146,7 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
         report.ber = ratios->OfBits(thresholds);
         report.noiseRms = split.noiseRms;
         if (settings.withBathtub)
-            report.bathtub = Bathtub(record, *symbols, *figures, thresholds, settings);
+            report.bathtub = Bathtub(record, *symbols, *figures, thresholds, splitter, settings);
     }
     return report;
 }

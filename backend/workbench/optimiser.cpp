@@ -427,7 +427,7 @@ std::string OptimisedChain(const OptimiserInput& input, const EqualiserPoint& po
                     filter[key] = fs::relative(from / file, fs::absolute(folder)).generic_string();
             }
     // What was given with the command is given to who runs the file, too.
-    json& device = content["device"];
+    json device = content.value("device", json::object());
     const CaptureFacts& facts = input.facts;
     if (facts.symbolRateGBd > 0.0)
         device["baudRateGBd"] = facts.symbolRateGBd;
@@ -443,6 +443,8 @@ std::string OptimisedChain(const OptimiserInput& input, const EqualiserPoint& po
         else
             device.update({{"uiDuration", facts.samplesPerUi}, {"sampleSpacing", 1.0}});
     }
+    if (!device.empty())
+        content["device"] = std::move(device);
     return content.dump(4) + "\n";
 }
 

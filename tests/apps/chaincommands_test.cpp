@@ -366,6 +366,26 @@ TEST(ResponseProgram, DrawsAndReportsACorrectedChannel)
               std::string::npos);
 }
 
+TEST(OptimiseProgram, WritesTheBestChainAndGoesOnWithItsTable)
+{
+    const TestFolder folder;
+    ASSERT_EQ(RunProgram(folder, "simulate -o c.csv --prbs 11 --coding NRZ --spu 8 --loss 12 --noise 0.002"), 0);
+    folder.Write("chain.json", R"({"filters": []})");
+    const std::string search = "optimise chain.json c.csv -o best.json --ctle peaking --ffe-taps 4 --tried t.txt";
+    const json report = ReportOf(folder, search);
+    EXPECT_EQ(report["rank"], "opening");
+    const json stages = ReportOf(folder, "apply best.json c.csv")["stages"];
+    EXPECT_EQ(stages.back()["eyes"][0]["openingPercent"], report["trials"][0]["figure"]);
+    const std::string table = folder.Read("t.txt");
+    EXPECT_EQ(ReportOf(folder, search), report);
+    EXPECT_EQ(folder.Read("t.txt"), table);
+    ExpectRefusals(folder, "optimise chain.json c.csv",
+                   {{"-o chain.json", 2, "--output: is chain.json, which this command reads"},
+                    {"-o b.json --tried t.txt --rank height", 2, "t.txt: is no table of trials of this capture"},
+                    {"-o b.json --ctle none --ffe-taps 0", 2, "expected something to search"},
+                    {"-o b.json --rank luck", 2, "--rank"}});
+}
+
 TEST(SweepProgram, RanksTheBandwidthsOfANoisyCapture)
 {
     const TestFolder folder;

@@ -43,16 +43,31 @@ NoiseSplit SplitByRepetitions(const PhaseValues& phase, std::size_t period, std:
     return split;
 }
 
-NoiseSplit SplitBySymbols(const PhaseValues& phase, std::span<const int> levels, Wrapping wrapping)
+}  // namespace
+
+NoiseSplitter::NoiseSplitter(std::span<const int> levels, Wrapping wrapping, std::size_t period)
+    : sent_(levels.begin(), levels.end()), wrapping_(wrapping), period_(period)
 {
-    const std::vector<double> sent(levels.begin(), levels.end());
-    constexpr SymbolSpan kSpan{};
+}
+
+NoiseSplit NoiseSplitter::Of(const PhaseValues& phase)
+{
+    const std::size_t repetitions = period_ > 0 ? phase.range.count / period_ : 0;
+    return repetitions >= kFewestRepetitions ? SplitByRepetitions(phase, period_, repetitions) : SplitBySymbols(phase);
+}
+
+NoiseSplit NoiseSplitter::SplitBySymbols(const PhaseValues& phase)
+{
+    if (!fit_ || fitted_.first != phase.range.first || fitted_.count != phase.range.count) {
+        fit_.emplace(sent_, SymbolSpan{}, wrapping_, phase.range);
+        fitted_ = phase.range;
+    }
     NoiseSplit split;
-    split.range = WithWholeSpan(phase.range, sent.size(), kSpan, wrapping);
+    split.range = fit_->Range();
     if (split.range.count == 0)
         return split;
-    const SymbolResponse response = FitSymbolResponse(phase.values, 1, sent, kSpan, wrapping, split.range);
-    split.explained = ExplainedSamples(response, sent, wrapping, split.range);
+    const SymbolResponse response = fit_->Of(phase.values, 1);
+    split.explained = ExplainedSamples(response, sent_, wrapping_, split.range);
     split.residualRms = response.residualRms.front();
     // What the fit takes of the noise along with the signal.
     const auto count = static_cast<double>(split.range.count);
@@ -61,13 +76,9 @@ NoiseSplit SplitBySymbols(const PhaseValues& phase, std::span<const int> levels,
     return split;
 }
 
-}  // namespace
-
 NoiseSplit SplitNoise(const PhaseValues& phase, std::span<const int> levels, Wrapping wrapping, std::size_t period)
 {
-    const std::size_t repetitions = period > 0 ? phase.range.count / period : 0;
-    return repetitions >= kFewestRepetitions ? SplitByRepetitions(phase, period, repetitions)
-                                             : SplitBySymbols(phase, levels, wrapping);
+    return NoiseSplitter(levels, wrapping, period).Of(phase);
 }
 
 WrongSide::WrongSide(std::vector<double> values, double sigma, std::size_t total)

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -27,6 +28,29 @@ struct NoiseSplit {
     double residualRms = 0.0;       ///< [V] sigma: the mean of the repetitions carries the part that it lacks
     double noiseRms = 0.0;          ///< [V] of the noise itself
     bool byRepetitions = false;
+};
+
+/// Splits the values of one pattern at any number of phases; what is the pattern's alone is found once.
+class TARNWICK_FRAMEWORK_API NoiseSplitter {
+public:
+    /// @param levels  of each UI
+    /// @param period  [UI] that the symbols are proven to repeat after; 0: none is
+    NoiseSplitter(std::span<const int> levels, Wrapping wrapping, std::size_t period);
+    // The fit refers to the levels.
+    NoiseSplitter(const NoiseSplitter&) = delete;
+    NoiseSplitter& operator=(const NoiseSplitter&) = delete;
+
+    /// As SplitNoise.
+    NoiseSplit Of(const PhaseValues& phase);
+
+private:
+    NoiseSplit SplitBySymbols(const PhaseValues& phase);
+
+    std::vector<double> sent_;
+    Wrapping wrapping_;
+    std::size_t period_;
+    SymbolRange fitted_{};  // the range of values that fit_ is for
+    std::optional<SymbolFit> fit_;
 };
 
 /// The mean of the repetitions of the pattern where the values hold four or more of them, otherwise least squares on the

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include <Eigen/Core>
 #include <Eigen/QR>
@@ -70,6 +71,15 @@ Samples SamplesOf(std::span<const double> samples, std::size_t samplesPerUi, Sym
             static_cast<Index>(block.count)};
 }
 
+// A row a UI: the levels about their middle, in units of scale, and a one.
+MatrixXd Rows(const Neighbours& neighbours, double middle, double scale)
+{
+    MatrixXd rows(neighbours.rows(), neighbours.cols() + 1);
+    rows.leftCols(neighbours.cols()) = (neighbours.array() - middle) / scale;
+    rows.col(neighbours.cols()).setOnes();
+    return rows;
+}
+
 // h_k[j] in row k
 Eigen::Map<const Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>> TapsOf(
     const SymbolResponse& response)
@@ -109,53 +119,77 @@ SymbolRange WithWholeSpan(SymbolRange range, std::size_t symbolCount, SymbolSpan
     return {first, end > first ? end - first : 0};
 }
 
+struct SymbolFit::Solver {
+    Eigen::CompleteOrthogonalDecomposition<MatrixXd> decomposition;
+};
+
+SymbolFit::SymbolFit(SymbolFit&&) noexcept = default;
+SymbolFit& SymbolFit::operator=(SymbolFit&&) noexcept = default;
+SymbolFit::~SymbolFit() = default;
+
+SymbolFit::SymbolFit(std::span<const double> symbolLevels, SymbolSpan span, Wrapping wrapping, SymbolRange range)
+    : levels_(symbolLevels),
+      span_(span),
+      wrapping_(wrapping),
+      range_(WithWholeSpan(range, symbolLevels.size(), span, wrapping))
+{
+    if (range_.count == 0)
+        return;
+    // About their middles and in units of the largest level, so that no offset or scale takes digits.
+    const auto [lowest, highest] = std::minmax_element(symbolLevels.begin(), symbolLevels.end());
+    middle_ = 0.5 * (*lowest + *highest);
+    scale_ = *highest > *lowest ? 0.5 * (*highest - *lowest) : 1.0;
+    const auto columns = static_cast<Index>(span.Count());
+    MatrixXd normal = MatrixXd::Zero(columns + 1, columns + 1);
+    Blocks blocks(levels_, span_, wrapping_, range_);
+    for (SymbolRange block = blocks.Next(); block.count > 0; block = blocks.Next()) {
+        const MatrixXd rows = Rows(blocks.NeighboursOf(block), middle_, scale_);
+        normal.noalias() += rows.transpose() * rows;
+    }
+    auto solver = std::make_unique<Solver>();
+    solver->decomposition.setThreshold(kSmallestShare);
+    solver->decomposition.compute(normal);
+    solver_ = std::move(solver);
+}
+
+SymbolResponse SymbolFit::Of(std::span<const double> samples, std::size_t samplesPerUi) const
+{
+    SymbolResponse response{span_, std::vector<double>(samplesPerUi * span_.Count()), std::vector<double>(samplesPerUi),
+                            std::vector<double>(samplesPerUi)};
+    if (range_.count == 0)
+        return response;
+    const double offset = Mean(samples.subspan(range_.first * samplesPerUi, range_.count * samplesPerUi));
+    const auto columns = static_cast<Index>(span_.Count());
+    const auto phases = static_cast<Index>(samplesPerUi);
+    MatrixXd right = MatrixXd::Zero(columns + 1, phases);
+    Blocks blocks(levels_, span_, wrapping_, range_);
+    for (SymbolRange block = blocks.Next(); block.count > 0; block = blocks.Next()) {
+        const MatrixXd rows = Rows(blocks.NeighboursOf(block), middle_, scale_);
+        const MatrixXd centred = SamplesOf(samples, samplesPerUi, block).array() - offset;
+        right.noalias() += rows.transpose() * centred.transpose();
+    }
+    const MatrixXd solution = solver_->decomposition.solve(right);
+    response.unknowns = static_cast<std::size_t>(solver_->decomposition.rank());
+    for (Index k = 0; k < phases; ++k) {
+        double sum = 0.0;
+        for (Index j = 0; j < columns; ++j) {
+            const double tap = solution(j, k) / scale_;
+            response.taps[static_cast<std::size_t>(k * columns + j)] = tap;
+            sum += tap;
+        }
+        response.constants[static_cast<std::size_t>(k)] = solution(columns, k) + offset - middle_ * sum;
+    }
+    const Eigen::VectorXd power = RestPower(response, samples, Blocks(levels_, span_, wrapping_, range_));
+    for (Index k = 0; k < phases; ++k)
+        response.residualRms[static_cast<std::size_t>(k)] = std::sqrt(power[k] / static_cast<double>(range_.count));
+    return response;
+}
+
 SymbolResponse FitSymbolResponse(std::span<const double> samples, std::size_t samplesPerUi,
                                  std::span<const double> symbolLevels, SymbolSpan span, Wrapping wrapping,
                                  SymbolRange range)
 {
-    range = WithWholeSpan(range, symbolLevels.size(), span, wrapping);
-    SymbolResponse response{span, std::vector<double>(samplesPerUi * span.Count()), std::vector<double>(samplesPerUi),
-                            std::vector<double>(samplesPerUi)};
-    if (range.count == 0)
-        return response;
-
-    // About their middles and in units of the largest level, so that no offset or scale takes digits.
-    const auto [lowest, highest] = std::minmax_element(symbolLevels.begin(), symbolLevels.end());
-    const double middle = 0.5 * (*lowest + *highest);
-    const double scale = *highest > *lowest ? 0.5 * (*highest - *lowest) : 1.0;
-    const double offset = Mean(samples.subspan(range.first * samplesPerUi, range.count * samplesPerUi));
-
-    const auto columns = static_cast<Index>(span.Count());
-    const auto phases = static_cast<Index>(samplesPerUi);
-    MatrixXd normal = MatrixXd::Zero(columns + 1, columns + 1);
-    MatrixXd right = MatrixXd::Zero(columns + 1, phases);
-    Blocks blocks(symbolLevels, span, wrapping, range);
-    for (SymbolRange block = blocks.Next(); block.count > 0; block = blocks.Next()) {
-        MatrixXd rows(static_cast<Index>(block.count), columns + 1);
-        rows.leftCols(columns) = (blocks.NeighboursOf(block).array() - middle) / scale;
-        rows.col(columns).setOnes();
-        const MatrixXd centred = SamplesOf(samples, samplesPerUi, block).array() - offset;
-        normal.noalias() += rows.transpose() * rows;
-        right.noalias() += rows.transpose() * centred.transpose();
-    }
-    Eigen::CompleteOrthogonalDecomposition<MatrixXd> solver;
-    solver.setThreshold(kSmallestShare);
-    solver.compute(normal);
-    const MatrixXd solution = solver.solve(right);
-    response.unknowns = static_cast<std::size_t>(solver.rank());
-    for (Index k = 0; k < phases; ++k) {
-        double sum = 0.0;
-        for (Index j = 0; j < columns; ++j) {
-            const double tap = solution(j, k) / scale;
-            response.taps[static_cast<std::size_t>(k * columns + j)] = tap;
-            sum += tap;
-        }
-        response.constants[static_cast<std::size_t>(k)] = solution(columns, k) + offset - middle * sum;
-    }
-    const Eigen::VectorXd power = RestPower(response, samples, Blocks(symbolLevels, span, wrapping, range));
-    for (Index k = 0; k < phases; ++k)
-        response.residualRms[static_cast<std::size_t>(k)] = std::sqrt(power[k] / static_cast<double>(range.count));
-    return response;
+    return SymbolFit(symbolLevels, span, wrapping, range).Of(samples, samplesPerUi);
 }
 
 std::vector<double> ExplainedSamples(const SymbolResponse& response, std::span<const double> symbolLevels,

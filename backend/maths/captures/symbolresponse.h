@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -44,6 +45,30 @@ struct SymbolResponse {
 /// The UI of a range whose whole span of symbols lies in the record; all of the range when it wraps.
 TARNWICK_FRAMEWORK_API SymbolRange WithWholeSpan(SymbolRange range, std::size_t symbolCount, SymbolSpan span,
                                                  Wrapping wrapping);
+
+/// The half of the fit that is the symbols' alone, for as many waveforms of them as one likes.
+class TARNWICK_FRAMEWORK_API SymbolFit {
+public:
+    /// As FitSymbolResponse; the levels outlive the fit.
+    SymbolFit(std::span<const double> symbolLevels, SymbolSpan span, Wrapping wrapping, SymbolRange range);
+    SymbolFit(SymbolFit&&) noexcept;
+    SymbolFit& operator=(SymbolFit&&) noexcept;
+    ~SymbolFit();
+
+    /// The UI that are explained: those with their whole span.
+    SymbolRange Range() const { return range_; }
+    SymbolResponse Of(std::span<const double> samples, std::size_t samplesPerUi) const;
+
+private:
+    struct Solver;
+    std::span<const double> levels_;
+    SymbolSpan span_;
+    Wrapping wrapping_;
+    SymbolRange range_;
+    double middle_ = 0.0;
+    double scale_ = 1.0;
+    std::unique_ptr<const Solver> solver_;
+};
 
 /// Of equally good responses, which symbols that cannot be told apart have, the one of the smallest taps.
 /// @param samples       finite, samplesPerUi for each symbol at least; later ones are left out
