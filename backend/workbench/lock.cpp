@@ -231,6 +231,35 @@ void LockClock(const Waveform& capture, State& state)
     state.locked.start = capture.start + capture.interval * aligned.firstPosition;
 }
 
+// Means of the levels' samples at the phase where they lie farthest apart. The symbols may have been decided at another,
+// behind an equaliser.
+std::vector<double> WidestLevels(const State& state)
+{
+    const Maths::CodingDecision& decision = state.decision;
+    const std::vector<double>& samples = state.locked.samples;
+    const auto samplesPerUi = static_cast<long long>(state.samplesPerUi);
+    std::vector<double> widest;
+    for (long long offset = -samplesPerUi / 2; offset < samplesPerUi - samplesPerUi / 2; ++offset) {
+        std::vector<double> means(decision.levels.size(), 0.0);
+        std::vector<double> counts(decision.levels.size(), 0.0);
+        long long place = static_cast<long long>(decision.phase) + offset;
+        for (const int symbol : decision.symbols) {
+            if (place >= 0 && place < static_cast<long long>(samples.size())) {
+                means[static_cast<std::size_t>(symbol)] += samples[static_cast<std::size_t>(place)];
+                counts[static_cast<std::size_t>(symbol)] += 1.0;
+            }
+            place += samplesPerUi;
+        }
+        if (std::find(counts.begin(), counts.end(), 0.0) != counts.end())
+            continue;
+        for (std::size_t level = 0; level < means.size(); ++level)
+            means[level] /= counts[level];
+        if (widest.empty() || means.back() - means.front() > widest.back() - widest.front())
+            widest = std::move(means);
+    }
+    return widest;
+}
+
 void DecideSymbols(State& state)
 {
     LockReport& report = state.Report();
@@ -243,7 +272,7 @@ void DecideSymbols(State& state)
     if (state.decision.symbols.empty())
         return;
     report.symbolQuality = state.decision.quality;
-    report.levels = state.decision.levels;
+    report.levels = WidestLevels(state);
     if (!report.codingGiven && state.decision.lacksPairs)
         state.Warn(fmt::format("{}: some symbols never follow each other, so that its coding may be another than {}",
                                state.name, NameOf(report.coding)));

@@ -62,7 +62,8 @@ struct LockReport {
     int samplesPerUiOut = 0;
     E_SIGNAL_CODING coding = SIGNAL_CODING_UNKNOWN;  ///< unknown: no levels can be made out
     bool codingGiven = false;
-    std::vector<double> levels;  ///< [V] means of the samples that the symbols were decided from; empty: no symbols
+    std::vector<double>
+        levels;  ///< [V] means of the samples at the phase where they lie farthest apart; empty: no symbols
     double symbolQuality = 0.0;  ///< mean squared distance to the level over the squared spacing; 0: no symbols
     std::string pattern;         ///< "PRBS15 inverted"; empty: not recognised
     int periodUi = 0;            ///< [UI] 0: no period is proven
