@@ -29,9 +29,9 @@ struct Instrument {
                 channel.rig->Parameters().SetDirty();
                 if (HaveSameBits(channel.rig->Apply(channel.rig->first), channel.before))
                     continue;
-                std::fprintf(stderr, "%s: other values at the end of the process\n", channel.name.c_str());
+                (void)std::fprintf(stderr, "%s: other values at the end of the process\n", channel.name.c_str());
             } catch (const std::exception& error) {
-                std::fprintf(stderr, "%s: %s\n", channel.name.c_str(), error.what());
+                (void)std::fprintf(stderr, "%s: %s\n", channel.name.c_str(), error.what());
             }
             std::_Exit(EXIT_FAILURE);
         }

@@ -80,7 +80,7 @@ std::vector<double> Kernel(std::size_t count, long long delay, const std::functi
 
 double Change(const std::vector<double>& record, std::vector<double> kernel, long long delay, std::size_t reachUi)
 {
-    const auto inside = static_cast<long long>(reachUi * kSamplesPerUi);
+    const auto inside = static_cast<long long>(reachUi) * static_cast<long long>(kSamplesPerUi);
     for (long long lag = -inside; lag <= inside; ++lag)
         kernel[WrappedIndex(delay + lag, kernel.size())] = 0.0;
     double power = 0.0;
