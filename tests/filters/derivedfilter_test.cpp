@@ -45,7 +45,7 @@ std::vector<double> Output(int samplesPerUi)
     if constexpr (requires { parameters.tapsPerUi; })
         parameters.tapsPerUi = 1;
     Filter filter(&parameters);
-    return Filtered(filter, RandomValues(std::size_t{2 * 4} * kSamplesPerUi, 1));
+    return Filtered(filter, RandomValues(8 * std::size_t{kSamplesPerUi}, 1));
 }
 
 template <typename Filter, typename Parameters>
