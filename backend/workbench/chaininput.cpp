@@ -66,8 +66,10 @@ ChainFile Completed(const ChainFile& file, const GivenDevice& given, const Locke
     for (const auto& [key, value] : found.items())
         if (!device.contains(key) || key == "samplesPerUi")
             device[key] = value;
-    // A filter that looks for the symbols by itself takes the record for a period.
-    if (isSingleShot && device.contains("patternSymbols"))
+    // A filter that looks for the symbols by itself takes a single shot for a period, and what an equaliser has left to the
+    // one behind it for the line.
+    const bool areFound = isSingleShot || !given.keys.contains("patternSymbols");
+    if (areFound && device.contains("patternSymbols") && !device.contains("useUserPattern"))
         device["useUserPattern"] = true;
     json content = JsonOf(file);
     content["device"] = std::move(device);

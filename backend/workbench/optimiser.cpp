@@ -129,6 +129,13 @@ std::vector<std::string> FileKeys(const std::string& type)
     return names;
 }
 
+// A DFE could not find the symbols by itself in what a joint fit leaves to it.
+void UsePattern(json& device)
+{
+    if (device.contains("patternSymbols"))
+        device["useUserPattern"] = true;
+}
+
 class Search {
 public:
     Search(const OptimiserInput& input, const OptimiserObserver& observer)
@@ -169,6 +176,7 @@ private:
                 observer_.note(note);
         RequireEyes(record, input_.captureName, "optimise");
         content_ = JsonOf(record.chain);
+        UsePattern(content_["device"]);
         eyes_ = std::move(record.eyes);
         front_ = RecordOf(std::move(record.samples), eyes_);
         // The filters in front of the CTLE are the same for all points.
@@ -443,6 +451,7 @@ std::string OptimisedChain(const OptimiserInput& input, const EqualiserPoint& po
         else
             device.update({{"uiDuration", facts.samplesPerUi}, {"sampleSpacing", 1.0}});
     }
+    UsePattern(device);
     if (!device.empty())
         content["device"] = std::move(device);
     return content.dump(4) + "\n";
