@@ -23,6 +23,8 @@ Waveform ReadCapture(const CaptureSource& source)
                                           minus.samples.size(), capture.samples.size(), source.name));
         std::transform(capture.samples.begin(), capture.samples.end(), minus.samples.begin(), capture.samples.begin(),
                        std::minus<>());
+        if (capture.gap.empty())
+            capture.gap = minus.gap;
         capture.notes.insert(capture.notes.end(), minus.notes.begin(), minus.notes.end());
     }
     if (capture.samples.size() > kMostSamples)

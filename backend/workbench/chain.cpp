@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "workbench/chainkeys.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/plumbing/device.h"
@@ -123,6 +124,22 @@ std::vector<StagePlan> PlanStages(const ChainFile& file, DeviceConfiguration& co
         plans.push_back(std::move(plan));
     }
     return plans;
+}
+
+std::vector<std::filesystem::path> FilesOf(const ChainFile& file)
+{
+    std::vector<std::filesystem::path> files;
+    const json& content = JsonOf(file);
+    if (!content.is_object() || !content.contains("filters"))
+        return files;
+    for (const json& filter : content["filters"]) {
+        if (!filter.is_object() || !filter.contains("type") || !filter["type"].is_string())
+            continue;  // the chain will say so
+        for (const std::string& key : FileKeysOf(filter["type"].get<std::string>()))
+            if (filter.contains(key) && filter[key].is_string())
+                files.push_back(FileFrom(filter[key], {file.Name(), key}));
+    }
+    return files;
 }
 
 std::string Nearest(const std::string& name, const std::vector<std::string>& known)

@@ -48,7 +48,6 @@ struct Stage {
     std::string place;               ///< where it stands in the file: filters.1
     std::size_t index = 0;           ///< among all filters of the file
     bool linear = true;              ///< false: it makes decisions, so that an impulse response does not describe it
-    std::vector<std::string> files;  ///< that it reads
     std::vector<std::string> notes;  ///< what was assumed about them, and what has no effect, for the user to read
     bool adaptive = false;           ///< it fits itself to the capture; an impulse cannot stand in for that
     bool needsSymbols = false;       ///< it needs the pattern's symbols, given or found in the capture
@@ -90,6 +89,10 @@ private:
     bool oeChannels_[4] = {false, false, false, false};
     std::vector<Stage> stages_;
 };
+
+/// The files that the filters of a chain file name, those of disabled filters too, as they are opened: a path that is
+/// relative is from the folder of the chain file.
+TARNWICK_WORKBENCH_API std::vector<std::filesystem::path> FilesOf(const ChainFile& file);
 
 /// The name in `known` that begins with `name`, or is nearest to it by edit distance.
 /// @param known  at least one

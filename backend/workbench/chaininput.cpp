@@ -84,6 +84,8 @@ ChainInput AsRead(const ChainFile& file, const Waveform& capture, const std::str
     input.interval = capture.interval;
     input.start = capture.start;
     input.notes = std::move(notes);
+    if (!capture.gap.empty())
+        input.notes.push_back(capture.gap);
     json content = JsonOf(input.chain);
     content["filters"] = json::array();
     const Chain chain(ChainFileOf(std::move(content), file.Name()), input.samples.size());
@@ -93,11 +95,8 @@ ChainInput AsRead(const ChainFile& file, const Waveform& capture, const std::str
     return input;
 }
 
-}  // namespace
-
-CaptureFacts FactsOf(const ChainFile& file, CaptureFacts given)
+CaptureFacts FactsOf(const GivenDevice& device, CaptureFacts given)
 {
-    const GivenDevice device(file);
     const DeviceConfiguration& config = device.config;
     if (given.symbolRateGBd == 0.0 && device.keys.contains("baudRateGBd"))
         given.symbolRateGBd = config.baudRateGBd;
@@ -119,6 +118,13 @@ CaptureFacts FactsOf(const ChainFile& file, CaptureFacts given)
     return given;
 }
 
+}  // namespace
+
+CaptureFacts FactsOf(const ChainFile& file, CaptureFacts given)
+{
+    return FactsOf(GivenDevice(file), std::move(given));
+}
+
 ChainInput InputFor(const ChainFile& file, const Waveform& capture, const CaptureFacts& given, const std::string& name)
 {
     const GivenDevice device(file);
@@ -126,7 +132,7 @@ ChainInput InputFor(const ChainFile& file, const Waveform& capture, const Captur
         return AsRead(file, capture, name);
     LockedCapture locked;
     try {
-        locked = Lock(capture, FactsOf(file, given), name);
+        locked = Lock(capture, FactsOf(device, given), name);
     } catch (const NoClockFailure& failure) {
         if (NeedsTiming(file))
             throw;
@@ -149,8 +155,8 @@ ChainInput InputFor(const ChainFile& file, const Waveform& capture, const Captur
 
 void RequireEyes(const ChainInput& input, const std::string& name, const std::string& user)
 {
-    if (input.acquisition && input.acquisition->coding == SIGNAL_CODING_UNKNOWN)
-        throw DataFailure(fmt::format("{}: no levels can be made out in it; give --coding", name));
+    if (input.acquisition)
+        RequireLevels(*input.acquisition, name);
     for (const auto& [isKnown, key] : {std::pair(input.eyes.levelCount > 1, "signalCoding"),
                                        std::pair(input.eyes.samplesPerUi >= 1.0, "samplesPerUi")})
         if (!isKnown)

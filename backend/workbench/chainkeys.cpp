@@ -78,6 +78,17 @@ std::vector<ChainKeyGroup> ChainKeys()
     return groups;
 }
 
+std::vector<std::string> FileKeysOf(const std::string& type)
+{
+    std::vector<std::string> names;
+    for (const ChainKeyGroup& group : ChainKeys())
+        if (group.isFilter && group.name == type)
+            for (const ChainKey& key : group.keys)
+                if (key.kind == "file")
+                    names.push_back(key.name);
+    return names;
+}
+
 std::string ChainKeysAsText()
 {
     std::string text;

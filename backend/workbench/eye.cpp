@@ -93,6 +93,7 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
     EyeReport report;
     report.valid =
         settings.circular ? ValidPart{0, samples.size()} : settings.valid.value_or(ValidPart{0, samples.size()});
+    const bool holdsWaveform = settings.holdsWaveform && settings.samplesPerUi >= kFewestSamplesPerUi;
     report.targetBer = settings.targetBer;
     report.symbolRateGBd = settings.symbolRateGBd;
     const Maths::EyeRecord record{samples,
@@ -125,7 +126,7 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
     for (std::size_t k = 0; k < figures->eyes.size(); ++k) {
         const Maths::Eye& eye = figures->eyes[k];
         EyeOpening opening{.height = eye.height,
-                           .widthUi = eye.widthUi,
+                           .widthUi = holdsWaveform ? std::optional(eye.widthUi) : std::nullopt,
                            .leftUi = eye.leftUi,
                            .rightUi = eye.rightUi,
                            .openingPercent = kPercent * eye.opening,
@@ -133,7 +134,7 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
                            .threshold = eye.threshold,
                            .heightAtBer = std::nullopt,
                            .q = factors[k]};
-        if (settings.symbolRateGBd > 0.0)
+        if (settings.symbolRateGBd > 0.0 && holdsWaveform)
             opening.widthPs = eye.widthUi / settings.symbolRateGBd * kPsPerNs;
         if (ratios) {
             const Maths::ErrorRatios::Opening left = ratios->At(k, settings.targetBer);
@@ -145,7 +146,7 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
     if (ratios) {
         report.ber = ratios->OfBits(thresholds);
         report.noiseRms = split.noiseRms;
-        if (settings.withBathtub)
+        if (settings.withBathtub && holdsWaveform)
             report.bathtub = Bathtub(record, *symbols, *figures, thresholds, splitter, settings);
     }
     return report;

@@ -13,6 +13,8 @@
 
 namespace Tarnwick::DSO::Workbench {
 
+inline constexpr double kFewestSamplesPerUi = 2.0;  ///< fewer do not hold the waveform between the symbols
+
 /// What is known of a waveform whose eyes are measured.
 struct EyeSettings {
     double samplesPerUi = 0.0;      ///< real, at least 1
@@ -24,18 +26,20 @@ struct EyeSettings {
     bool circular = true;                 ///< the record is whole periods, all of it valid; false: its ends are ends
     double targetBer = 1e-6;              ///< bit error ratio at which heights and contours are measured
     bool withBathtub = false;             ///< measure the error ratio at every phase too
+    bool holdsWaveform = true;  ///< false: it was taken at fewer than two samples per UI, which tell no widths
 };
 
 struct EyeOpening {
-    double height = 0.0;          ///< [V] smallest sample above it minus the largest below; negative: it is closed
-    double widthUi = 0.0;         ///< [UI] phases around the measuring one at which no sample crosses the threshold
-    double leftUi = 0.0;          ///< [UI] where they begin, from the measuring one; 0 of a closed eye
-    double rightUi = 0.0;         ///< [UI] where they end
-    double openingPercent = 0.0;  ///< height over the distance of its two levels
+    double height = 0.0;  ///< [V] smallest sample above it minus the largest below; negative: it is closed
+    std::optional<double> widthUi = 0.0;  ///< [UI] phases around the measuring one at which no sample crosses the
+                                          ///< threshold; none: too few samples per UI to tell
+    double leftUi = 0.0;                  ///< [UI] where they begin, from the measuring one; 0 of a closed eye
+    double rightUi = 0.0;                 ///< [UI] where they end
+    double openingPercent = 0.0;          ///< height over the distance of its two levels
     std::optional<double> widthPs = {};
     double threshold = 0.0;                  ///< [V] fixed: the middle of the opening at the measuring phase
     std::optional<double> heightAtBer = {};  ///< [V] at the target error ratio; none: too few symbols to tell noise
-    double q = 0.0;  ///< distance of its levels over the sum of their rms; infinite without any spread
+    double q = 0.0;  ///< distance of its levels over the sum of their rms; infinite without spread beyond rounding
 };
 
 /// The eyes at one phase, in the order of the report.

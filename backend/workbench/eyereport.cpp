@@ -47,6 +47,11 @@ std::string EachEye(const EyeReport& report, const char* format, Figure figure)
     return text;
 }
 
+std::string QText(const EyeOpening& eye)
+{
+    return std::isfinite(eye.q) ? fmt::format("{:.3g}", eye.q) : "unbounded";
+}
+
 std::string ExtinctionText(const EyeReport& report)
 {
     const auto ratio = ExtinctionRatioDb(report);
@@ -88,7 +93,7 @@ nlohmann::ordered_json EyesToJson(const EyeReport& report)
     for (const EyeOpening& eye : report.eyes)
         eyes.push_back({{"height", eye.height},
                         {"openingPercent", eye.openingPercent},
-                        {"widthUi", eye.widthUi},
+                        {"widthUi", OrNull(eye.widthUi)},
                         {"widthPs", OrNull(eye.widthPs)},
                         {"threshold", eye.threshold},
                         {"heightAtBer", OrNull(eye.heightAtBer)},
@@ -111,7 +116,14 @@ std::string HeightsText(const EyeReport& report)
 
 std::string WidthsText(const EyeReport& report)
 {
-    return Joined(report, &EyeOpening::widthUi);
+    return report.eyes.empty() || !report.eyes.front().widthUi
+               ? "-"
+               : EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.widthUi; });
+}
+
+std::string WidthText(std::optional<double> widthUi)
+{
+    return widthUi ? fmt::format("{:.4f}", *widthUi) : "-";
 }
 
 std::string OpeningsText(const EyeReport& report)
@@ -133,7 +145,10 @@ std::string EyeAsText(const EyeReport& report, ZeroVolts zero)
         text += ReportRow("OMA V", fmt::format("{:.4g}", OuterModulationAmplitude(report)));
     if (zero == ZeroVolts::Dark)
         text += ReportRow("extinction ratio", ExtinctionText(report));
-    text += ReportRow("eye openings %", OpeningsText(report)) + ReportRow("eye widths UI", WidthsText(report));
+    text += ReportRow("eye openings %", OpeningsText(report)) +
+            ReportRow("eye widths UI", report.eyes.empty() || report.eyes.front().widthUi
+                                           ? WidthsText(report)
+                                           : "not known: fewer than 2 samples per UI");
     if (!report.eyes.empty() && report.eyes.front().widthPs)
         text +=
             ReportRow("eye widths ps", EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.widthPs; }));
@@ -145,14 +160,15 @@ std::string EyeAsText(const EyeReport& report, ZeroVolts zero)
                                               report.symbolsKnown
                                                   ? "found"
                                                   : "decided from the samples, which flatters an eye that is closed")) +
-            ReportRow("Q", EachEye(report, "{:.3g}", [](const EyeOpening& one) { return one.q; }));
+            ReportRow("Q", EachEye(report, "{}", QText));
     }
     if (report.ber) {
         text += ReportRow("noise rms V", fmt::format("{:.4g}", *report.noiseRms)) + ReportRow("BER", BerText(report)) +
                 ReportRow(fmt::format("heights at {:g}", report.targetBer),
-                          EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.heightAtBer; })) +
-                ReportRow("bathtub UI, BER", BathtubText(report));
+                          EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.heightAtBer; }));
     }
+    if (!report.bathtub.empty())
+        text += ReportRow("bathtub UI, BER", BathtubText(report));
     return text;
 }
 
@@ -162,6 +178,7 @@ EyeSettings EyeSettingsOf(const LockedCapture& capture)
     EyeSettings settings{.samplesPerUi = static_cast<double>(report.samplesPerUiOut),
                          .levelCount = LevelCount(report.coding),
                          .symbolRateGBd = report.symbolRateGBd};
+    settings.holdsWaveform = report.samplesPerUi >= kFewestSamplesPerUi;
     settings.pattern = capture.symbols;
     settings.circular = report.mode == RecordKind::Periodic;
     // The symbols at the ends of a single shot were decided without all of their neighbours.

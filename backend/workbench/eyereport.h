@@ -16,6 +16,9 @@ TARNWICK_WORKBENCH_API std::string HeightsText(const EyeReport& report);
 TARNWICK_WORKBENCH_API std::string WidthsText(const EyeReport& report);
 TARNWICK_WORKBENCH_API std::string OpeningsText(const EyeReport& report);
 
+/// One width in UI, to four decimals; "-" when there is none.
+TARNWICK_WORKBENCH_API std::string WidthText(std::optional<double> widthUi);
+
 /// "2.3e-12", "below 1e-30", "0"; "-" when there is none.
 TARNWICK_WORKBENCH_API std::string BerText(const EyeReport& report);
 

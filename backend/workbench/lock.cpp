@@ -185,11 +185,13 @@ void LockClock(const Waveform& capture, State& state)
         clock = Maths::RecoverClock(samples, search);
         report.clockScore = clock.score;
         TakeSpectrum(clock.spectrum, report);
+        if (!clock.found && clock.score == 0.0)
+            throw NoClockFailure(fmt::format("{}: has {} samples, too few to find a clock in; give the samples per UI",
+                                             state.name, samples.size()));
         if (!clock.found)
             throw NoClockFailure(
                 fmt::format("{}: no clock found: the line at the symbol rate stands {:.2g} times above its "
-                            "neighbourhood, expected {} or "
-                            "more; give the samples per UI",
+                            "neighbourhood, expected {} or more; give the samples per UI",
                             state.name, clock.score, Maths::kLeastClockScore));
         report.samplesPerUi = clock.clock.samplesPerUi;
         const double ui = static_cast<double>(samples.size()) / report.samplesPerUi;
@@ -426,6 +428,8 @@ void Average(State& state)
 LockedCapture Lock(const Waveform& capture, const CaptureFacts& facts, const std::string& name)
 {
     RequireUsable(capture.samples, name);
+    if (!capture.gap.empty())
+        throw DataFailure(capture.gap + "; expected a record without a gap, or its sample rate");
     State state{facts, name, {}, 0, {}};
     WarnOfClipping(capture.samples, state);
     LockClock(capture, state);

@@ -94,8 +94,12 @@ struct LockedCapture {
 
 /// @param capture  at least one sample
 /// @param name     the capture's, for messages
-/// @throws DataFailure  samples that are not finite, a constant record, no clock where none is given, or less than a UI
+/// @throws DataFailure  samples that are not finite, a constant record, no clock where none is given, less than
+///                      a UI, or times with a gap
 TARNWICK_WORKBENCH_API LockedCapture Lock(const Waveform& capture, const CaptureFacts& facts, const std::string& name);
+
+/// @throws DataFailure  no levels were made out: there are no eyes to measure
+TARNWICK_WORKBENCH_API void RequireLevels(const LockReport& report, const std::string& name);
 
 /// A line a figure.
 TARNWICK_WORKBENCH_API std::string LockAsText(const LockReport& report);

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "workbench/failure.h"
 #include "workbench/lock.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/device.h"
@@ -52,6 +53,12 @@ std::string ModeText(const LockReport& report)
 }
 
 }  // namespace
+
+void RequireLevels(const LockReport& report, const std::string& name)
+{
+    if (report.coding == SIGNAL_CODING_UNKNOWN)
+        throw DataFailure(fmt::format("{}: no levels can be made out in it; give its coding", name));
+}
 
 std::string LockAsText(const LockReport& report)
 {

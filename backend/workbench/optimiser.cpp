@@ -117,18 +117,6 @@ private:
     std::map<std::string, json> templates_;
 };
 
-// The keys of a filter that name files.
-std::vector<std::string> FileKeys(const std::string& type)
-{
-    std::vector<std::string> names;
-    for (const ChainKeyGroup& group : ChainKeys())
-        if (group.name == type)
-            for (const ChainKey& key : group.keys)
-                if (key.kind == "file")
-                    names.push_back(key.name);
-    return names;
-}
-
 // A DFE could not find the symbols by itself in what a joint fit leaves to it.
 void UsePattern(json& device)
 {
@@ -198,11 +186,7 @@ private:
                                                : input_.captureName + ": no setting opens eyes that can be ranked";
     }
 
-    bool IsOver()
-    {
-        result_.stopped |= observer_.stop && observer_.stop();
-        return result_.stopped || result_.trials.size() >= kMostTrials;
-    }
+    bool IsOver() { return IsStopped() || result_.trials.size() >= kMostTrials; }
 
     std::vector<EqualiserPoint> CoarsePoints() const
     {
@@ -385,7 +369,7 @@ private:
             return;
         trial.openingPercent = SmallestOf(report, &EyeOpening::openingPercent);
         trial.heightV = SmallestOf(report, &EyeOpening::height);
-        trial.widthUi = SmallestOf(report, &EyeOpening::widthUi);
+        trial.widthUi = SmallestWidthUi(report);
         trial.ber = report.ber;
     }
 
@@ -428,7 +412,7 @@ std::string OptimisedChain(const OptimiserInput& input, const EqualiserPoint& po
     content["filters"] = FilterPlan(input.chain).FiltersFor(point);
     const fs::path from = fs::absolute(input.chain.Name()).parent_path();
     for (json& filter : content["filters"])
-        for (const std::string& key : FileKeys(filter.value("type", "")))
+        for (const std::string& key : FileKeysOf(filter.value("type", "")))
             if (filter.contains(key) && filter[key].is_string()) {
                 const fs::path file = filter[key].get<std::string>();
                 if (file.is_relative())

@@ -36,7 +36,7 @@ struct EqualiserTrial {
     double figure = -std::numeric_limits<double>::infinity();  ///< that ranks, FigureOf
     double openingPercent = 0.0;                               ///< the smallest over the eyes
     double heightV = 0.0;                                      ///< [V] the smallest
-    double widthUi = 0.0;                                      ///< [UI] the smallest
+    std::optional<double> widthUi = {};                        ///< [UI] the smallest
     std::optional<double> ber = {};
     std::string error = {};  ///< why there are no figures
 };

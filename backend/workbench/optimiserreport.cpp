@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/reportrows.h"
 #include "workbench/plumbing/text.h"
@@ -69,7 +70,8 @@ EqualiserTrial TrialOf(const json& row)
     trial.figure = row.value("figure", trial.figure);
     trial.openingPercent = row.value("openingPercent", 0.0);
     trial.heightV = row.value("height", 0.0);
-    trial.widthUi = row.value("widthUi", 0.0);
+    if (row.contains("widthUi"))
+        trial.widthUi = row["widthUi"].get<double>();
     if (row.contains("ber"))
         trial.ber = row["ber"].get<double>();
     return trial;
@@ -87,8 +89,8 @@ std::string OptimisedAsText(const OptimiserResult& result)
         text += fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  ", ++rank, CtleText(trial.point), trial.point.ffeTaps,
                             trial.point.dfeTaps);
         text += trial.error.empty()
-                    ? fmt::format("{:>9.1f}  {:>9.4g}  {:>8.4f}  {:>9}\n", trial.openingPercent, trial.heightV,
-                                  trial.widthUi, trial.ber ? fmt::format("{:.2g}", *trial.ber) : "-")
+                    ? fmt::format("{:>9.1f}  {:>9.4g}  {:>8}  {:>9}\n", trial.openingPercent, trial.heightV,
+                                  WidthText(trial.widthUi), trial.ber ? fmt::format("{:.2g}", *trial.ber) : "-")
                     : trial.error + "\n";
     }
     return text;
@@ -106,7 +108,7 @@ std::string OptimisedAsJson(const OptimiserResult& result, RankBy rank)
             entry.update({{"figure", trial.figure},
                           {"openingPercent", trial.openingPercent},
                           {"height", trial.heightV},
-                          {"widthUi", trial.widthUi},
+                          {"widthUi", trial.widthUi ? ordered_json(*trial.widthUi) : ordered_json()},
                           {"ber", trial.ber ? ordered_json(*trial.ber) : ordered_json()}});
         else
             entry["error"] = trial.error;
@@ -136,7 +138,8 @@ std::string TrialTableRow(const EqualiserTrial& trial)
         row["figure"] = trial.figure;
         row["openingPercent"] = trial.openingPercent;
         row["height"] = trial.heightV;
-        row["widthUi"] = trial.widthUi;
+        if (trial.widthUi)
+            row["widthUi"] = *trial.widthUi;
         if (trial.ber)
             row["ber"] = *trial.ber;
     }

@@ -48,12 +48,21 @@ double SmallestOf(const EyeReport& report, double EyeOpening::*figure)
     return smallest;
 }
 
+std::optional<double> SmallestWidthUi(const EyeReport& report)
+{
+    std::optional<double> smallest;
+    for (const EyeOpening& eye : report.eyes)
+        if (eye.widthUi)
+            smallest = std::min(smallest.value_or(*eye.widthUi), *eye.widthUi);
+    return smallest;
+}
+
 double FigureOf(const EyeReport& report, std::optional<double> tdecqDb, RankBy rank)
 {
     switch (rank) {
         case RankBy::Opening: return SmallestOf(report, &EyeOpening::openingPercent);
         case RankBy::Height: return SmallestOf(report, &EyeOpening::height);
-        case RankBy::Width: return SmallestOf(report, &EyeOpening::widthUi);
+        case RankBy::Width: return SmallestWidthUi(report).value_or(kNone);
         case RankBy::Ber: return report.ber ? -*report.ber : kNone;
         case RankBy::Tdecq: return tdecqDb ? -*tdecqDb : kNone;
     }

@@ -17,7 +17,6 @@ namespace Tarnwick::DSO::Workbench {
 namespace {
 
 constexpr int kTdecqLevels = 4;
-constexpr double kFewestSamplesPerUi = 2.0;  // fewer do not hold the waveform between the symbols
 
 }  // namespace
 
@@ -33,7 +32,7 @@ std::optional<ReferenceEqualiser> FindReferenceEqualiser(std::span<const double>
                                                          int numberOfTaps)
 {
     const auto samplesPerUi = static_cast<std::size_t>(eyes.samplesPerUi);
-    if (eyes.pattern.empty() || eyes.levelCount != kTdecqLevels)
+    if (eyes.pattern.empty() || eyes.levelCount != kTdecqLevels || !eyes.holdsWaveform)
         return std::nullopt;
     // What is valid of a single shot begins where the seam ends; the symbols at its very ends were decided without all of
     // their neighbours, and one UI says that the record has ends.
@@ -59,8 +58,7 @@ std::optional<double> TdecqDbOf(std::span<const double> samples, const EyeSettin
 
 SignalQuality MeasureSignalQuality(const LockedCapture& capture, int numberOfTaps, const std::string& name)
 {
-    if (capture.report.coding == SIGNAL_CODING_UNKNOWN)
-        throw DataFailure(fmt::format("{}: no levels can be made out in it; give the coding", name));
+    RequireLevels(capture.report, name);
     SignalQuality quality;
     EyeSettings settings = EyeSettingsOf(capture);
     settings.withBathtub = true;
@@ -71,7 +69,7 @@ SignalQuality MeasureSignalQuality(const LockedCapture& capture, int numberOfTap
     }
     if (!quality.eye.levels.empty())
         quality.levelMismatchRatio = LevelMismatchRatio(quality.eye.levels);
-    if (capture.report.samplesPerUi < kFewestSamplesPerUi) {
+    if (!settings.holdsWaveform) {
         quality.whyNoTdecq =
             fmt::format("{:.6g} samples per UI do not hold two time slices 0.1 UI apart; expected {} or more",
                         capture.report.samplesPerUi, kFewestSamplesPerUi);

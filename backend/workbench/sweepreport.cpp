@@ -59,8 +59,8 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
 {
     const bool hasTdecq =
         std::any_of(runs.begin(), runs.end(), [](const SweepRun& run) { return run.tdecqDb.has_value(); });
-    const auto smallest = [](const SweepRun& run, double EyeOpening::*figure, int digits) {
-        return run.eye.eyes.empty() ? "-" : fmt::format("{:.{}f}", SmallestOf(run.eye, figure), digits);
+    const auto opening = [](const SweepRun& run) {
+        return run.eye.eyes.empty() ? "-" : fmt::format("{:.1f}", SmallestOf(run.eye, &EyeOpening::openingPercent));
     };
     std::vector<std::size_t> widths;
     std::string text = fmt::format("{:>5}", "rank");
@@ -85,9 +85,9 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
     std::size_t rank = 0;
     for (const std::size_t index : Ranking(runs)) {
         const SweepRun& run = runs[index];
-        text += fmt::format("{:>5}{}  {:>9}  {:>8}  {:>11}{}  {:<16}  {}\n", ++rank, columns(run),
-                            smallest(run, &EyeOpening::openingPercent, 1), smallest(run, &EyeOpening::widthUi, 4),
-                            BerText(run.eye), tdecq(run), OpeningsText(run.eye), HeightsText(run.eye));
+        text += fmt::format("{:>5}{}  {:>9}  {:>8}  {:>11}{}  {:<16}  {}\n", ++rank, columns(run), opening(run),
+                            WidthText(SmallestWidthUi(run.eye)), BerText(run.eye), tdecq(run), OpeningsText(run.eye),
+                            HeightsText(run.eye));
     }
     for (const SweepRun& run : runs)
         if (!run.error.empty())
@@ -113,7 +113,8 @@ std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRu
         if (!run.eye.eyes.empty()) {
             entry["smallestOpeningPercent"] = SmallestOf(run.eye, &EyeOpening::openingPercent);
             entry["smallestHeight"] = SmallestOf(run.eye, &EyeOpening::height);
-            entry["smallestWidthUi"] = SmallestOf(run.eye, &EyeOpening::widthUi);
+            if (const auto width = SmallestWidthUi(run.eye))
+                entry["smallestWidthUi"] = *width;
         }
         if (run.tdecqDb)
             entry["tdecqDb"] = *run.tdecqDb;

@@ -153,6 +153,8 @@ void TakeRateAndScale(Waveform& waveform, const std::string& name, const Wavefor
             waveform.notes.push_back(fmt::format("{}: its times give {:.6g} GS/s; {:.6g} GS/s, as given, is used", name,
                                                  1e-9 / waveform.interval, 1e-9 * options.sampleRate));
         waveform.interval = interval;
+        if (!waveform.gap.empty())
+            waveform.notes.push_back(std::exchange(waveform.gap, {}) + "; the samples are taken as evenly spaced");
     }
     if (options.scale == 1.0)
         return;

@@ -18,6 +18,7 @@ struct Waveform {
     double interval = 0.0;                ///< [s] from a column of times or as given; 0: not known
     double start = 0.0;                   ///< [s] the first of those times
     std::vector<std::string> notes = {};  ///< what was passed over or assumed, for the user to read
+    std::string gap = {};                 ///< where its times leave one, in words; empty: nowhere
 };
 
 /// How to read what a file leaves open.
@@ -29,9 +30,9 @@ struct WaveformOptions {
     double scale = 1.0;       ///< factor of every sample: for raw counts the volts of one
 };
 
-/// Reads a capture; "-" is text on standard input. Its name's ending says what it is: ".npy" NumPy's; ".f32", ".f64" and ".i16" raw little-endian numbers;
-/// any other is text. ".gz" behind that is unpacked first. Of a text, header and trailer lines are passed over, units in the
-/// header are honoured.
+/// Reads a capture; "-" is text on standard input. Its name's ending says what it is: ".npy" NumPy's; ".f32", ".f64" and
+/// ".i16" raw little-endian numbers; any other is text. ".gz" behind that is unpacked first. Of a text, header and trailer
+/// lines are passed over, units in the header are honoured.
 /// @throws DataFailure   naming the file and the line or sample; also where a file leaves open which of its numbers are the
 ///                       samples: several columns of values, numbers at its head that look like a header
 /// @throws UsageFailure  a column that the file has not, a sample rate or scale that is none

@@ -379,6 +379,11 @@ TEST(OptimiseProgram, WritesTheBestChainAndGoesOnWithItsTable)
     const std::string table = folder.Read("t.txt");
     EXPECT_EQ(ReportOf(folder, search), report);
     EXPECT_EQ(folder.Read("t.txt"), table);
+    folder.Write("table.json", R"({"filters": [{"type": "sirc", "channelResponse": "h.csv"}]})");
+    folder.Write("h.csv", "0, 1");
+    ExpectRefusals(folder, "optimise table.json c.csv",
+                   {{"-o h.csv", 2, "--output: is h.csv, which this command reads"},
+                    {"-o b.json --tried ./h.csv", 2, "--tried: is ./h.csv, which this command reads"}});
     ExpectRefusals(folder, "optimise chain.json c.csv",
                    {{"-o chain.json", 2, "--output: is chain.json, which this command reads"},
                     {"-o b.json --tried t.txt --rank height", 2, "t.txt: is no table of trials of this capture"},

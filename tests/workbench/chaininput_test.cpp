@@ -180,9 +180,10 @@ TEST(ChainInputFor, LeavesAloneWhatItMayNotOrNeedNotResample)
     const ChainInput passed = InputFor(FileWith("", R"({"type": "copy"})"), ramp, {}, "c");
     EXPECT_EQ(passed.samples, ramp.samples);
     ASSERT_EQ(passed.notes.size(), 1U);
-    EXPECT_NE(passed.notes[0].find("no clock found"), std::string::npos) << passed.notes[0];
+    EXPECT_NE(passed.notes[0].find("too few to find a clock in"), std::string::npos) << passed.notes[0];
     const ChainFile receiver = FileWith(R"("baudRateGBd": 10)", R"({"type": "bessel-thomson"})");
-    EXPECT_EQ(FailureOf<NoClockFailure>([&] { (void)InputFor(receiver, ramp, {}, "c"); }).rfind("c: no clock", 0), 0U);
+    EXPECT_NE(FailureOf<NoClockFailure>([&] { (void)InputFor(receiver, ramp, {}, "c"); }).find("too few"),
+              std::string::npos);
 }
 
 // What is said with the command goes before what the file says.

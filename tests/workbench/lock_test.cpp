@@ -225,7 +225,10 @@ TEST(Lock, RefusesWhatHoldsNoSignal)
     EXPECT_NE(
         refused(Simulate(std::vector<int>(1000, 0), 2, {.amplitude = 0.0, .noiseRms = 1.0})).find("no clock found"),
         std::string::npos);
-    EXPECT_NE(refused({0.0, 1.0, 0.0}).find("no clock found"), std::string::npos);
+    EXPECT_NE(refused({0.0, 1.0, 0.0}).find("too few to find a clock in"), std::string::npos);
+    const Waveform gap = WaveformFrom("0,5\n1,6\n2,7\n9,8\n10,9\n", "c.csv");
+    EXPECT_NE(FailureOf<DataFailure>([&] { Lock(gap, {.samplesPerUi = 2.0}, "c.csv"); }).find("sample 3, at 9 s"),
+              std::string::npos);
     const Waveform few = Captured(SIGNAL_CODING_NRZ, 7, {.samplesPerUi = 16});
     EXPECT_NE(refused(few.samples).find("127 UI; expected at least 200"), std::string::npos);
     EXPECT_EQ(Lock(few, {.samplesPerUi = 16, .patternLengthUi = 127}, "c.npy").report.mode, RecordKind::Periodic);

@@ -13,9 +13,11 @@
 #include "workbench/capturereport.h"
 #include "workbench/decisions.h"
 #include "workbench/eye.h"
+#include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/lock.h"
 #include "workbench/pattern.h"
+#include "workbench/ranking.h"
 #include "workbench/run.h"
 #include "workbench/signalquality.h"
 #include "workbench/simulation.h"
@@ -58,13 +60,13 @@ TEST(EyeMeasure, MeasuresTheWidthWhereTheOpeningCloses)
     // NRZ with straight edges over the whole UI: triangles. The opening falls from 1 in the middle to 0 at the boundary.
     std::vector<double> samples = Simulate(Symbols(2), 2, {.samplesPerUi = 32, .riseUi = 1.0});
     const EyeReport report = MeasureEyes(samples, 32.0, 2);
-    EXPECT_NEAR(report.eyes[0].widthUi, 1.0, 1.0 / 32);
+    EXPECT_NEAR(*report.eyes[0].widthUi, 1.0, 1.0 / 32);
     // A wobble of 0.2 from UI to UI takes 0.4 off the opening everywhere.
     for (std::size_t k = 0; k < samples.size(); ++k)
         samples[k] += k / 32 % 2 == 0 ? 0.2 : -0.2;
     const EyeReport narrowed = MeasureEyes(samples, 32.0, 2);
     EXPECT_NEAR(narrowed.eyes[0].height, 0.6, 1.0 / 16);
-    EXPECT_NEAR(narrowed.eyes[0].widthUi, 0.6, 1.0 / 16);  // the opening falls by 2 a UI to either side
+    EXPECT_NEAR(*narrowed.eyes[0].widthUi, 0.6, 1.0 / 16);  // the opening falls by 2 a UI to either side
 }
 
 TEST(EyeMeasure, InterpolatesFractionalSampling)
@@ -76,8 +78,29 @@ TEST(EyeMeasure, InterpolatesFractionalSampling)
     const EyeReport report = MeasureEyes(samples, 2.5, 2);
     ASSERT_EQ(report.eyes.size(), 1U);
     EXPECT_NEAR(report.eyes[0].height, 2.0, 1e-4);  // the phase to 1/512 UI, and the interpolation
-    EXPECT_NEAR(report.eyes[0].widthUi, 1.0, 1e-3);
+    EXPECT_NEAR(*report.eyes[0].widthUi, 1.0, 1e-3);
     EXPECT_NEAR(report.phaseUi, 0.5, 1.0 / 512);
+}
+
+// One sample a UI, without noise: nothing between the samples is known, and what rounding leaves is no noise.
+TEST(EyeMeasure, PrintsNothingThatTheRecordDoesNotCarry)
+{
+    const std::vector<int> levels = LevelsOf(PrbsSymbols(7, SIGNAL_CODING_PAM4), SIGNAL_CODING_PAM4, false);
+    const std::vector<double> samples(levels.begin(), levels.end());
+    const EyeReport report = MeasureEyes(
+        samples, {.samplesPerUi = 1.0, .levelCount = 4, .symbolRateGBd = 10.0, .pattern = levels, .withBathtub = true});
+    ASSERT_EQ(report.eyes.size(), 3U);
+    EXPECT_EQ(report.phaseUi, 0.0);
+    EXPECT_TRUE(report.bathtub.empty());
+    EXPECT_EQ(report.noiseRms, 0.0);
+    for (const EyeOpening& eye : report.eyes) {
+        EXPECT_NEAR(eye.openingPercent, 100.0, 1e-9);
+        EXPECT_FALSE(eye.widthUi);
+        EXPECT_FALSE(eye.widthPs);
+        EXPECT_TRUE(std::isinf(eye.q));
+    }
+    EXPECT_FALSE(SmallestWidthUi(report));
+    EXPECT_NE(EyeAsText(report).find("not known: fewer than 2 samples per UI"), std::string::npos);
 }
 
 TEST(EyeMeasure, TellsWhatIsKnownAndWhatNoiseLeaves)
@@ -94,7 +117,7 @@ TEST(EyeMeasure, TellsWhatIsKnownAndWhatNoiseLeaves)
     ASSERT_EQ(report.eyes.size(), 1U);
     const EyeOpening& eye = report.eyes[0];
     EXPECT_TRUE(report.symbolsKnown);
-    EXPECT_NEAR(*eye.widthPs, 100.0 * eye.widthUi, 1e-9);
+    EXPECT_NEAR(*eye.widthPs, 100.0 * *eye.widthUi, 1e-9);
     EXPECT_NEAR(eye.threshold, 0.6, 0.05);
     EXPECT_NEAR(*report.noiseRms, 0.05, 0.005);
     EXPECT_NEAR(eye.q, 10.0, 1.0);
@@ -130,7 +153,7 @@ TEST(EyeMeasure, ShowsBothWallsOfABathtubWhereverItMeasures)
     settings.periodUi = levels.size();
     const EyeReport report = MeasureEyes(samples, settings);
     const EyeOpening& eye = report.eyes.at(0);
-    EXPECT_NEAR(eye.rightUi - eye.leftUi, eye.widthUi, 1e-12);
+    EXPECT_NEAR(eye.rightUi - eye.leftUi, *eye.widthUi, 1e-12);
     const double middle = 0.5 * (eye.leftUi + eye.rightUi);
     EXPECT_GT(std::abs(middle), 0.1);
     ASSERT_EQ(report.bathtub.size(), 65U);
@@ -235,7 +258,7 @@ TEST(SignalQualityMeasure, SeesLossAndOnlyMeasuresWhatThereIs)
         EXPECT_EQ(quality.whyNoTdecq, why);
     }
     EXPECT_EQ(Testing::FailureOf<DataFailure>([] { MeasureSignalQuality({}, 5, "c.npy"); }),
-              "c.npy: no levels can be made out in it; give the coding");
+              "c.npy: no levels can be made out in it; give its coding");
 }
 
 // Whatever keeps a capture from being acquired, its samples are described; not those that are no numbers.

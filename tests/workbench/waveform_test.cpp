@@ -67,7 +67,8 @@ TEST(WaveformText, TakesTheFormsThatCapturesComeIn)
         {"a number for a name", "x-axis,1\nsecond,Volt\n0,5\n1,6\n", {{}, "1"}, {5, 6}, 1, 1},
         {"all on one line", "U:\n1, 2, -3,\n", {}, {1, 2, -3}, 0, 1},
         {"trailer lines", "1\n2\n\"END\"\n# of file 3\n", {}, {1, 2}, 0, 1},
-        {"a gap", "0,5\n1,6\n2,7\n9,8\n10,9\n", {}, {5, 6, 7, 8, 9}, 2.5, 1},
+        {"a gap", "0,5\n1,6\n2,7\n9,8\n10,9\n", {}, {5, 6, 7, 8, 9}, 1, 0},
+        {"a gap, but a rate as given", "0,5\n1,6\n2,7\n9,8\n", {{}, "", 1.0}, {5, 6, 7, 8}, 1, 1},
         {"rate and scale as given", "0,5\n1,6\n", {{}, "", 4.0, 0.5}, {2.5, 3}, 0.25, 1},
         {"numbers that are samples",
          "7e6\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n",
@@ -84,7 +85,7 @@ TEST(WaveformText, TakesTheFormsThatCapturesComeIn)
         EXPECT_EQ(waveform.notes.size(), row.notes);
     }
     const std::string gap = "capture.csv: the times are not evenly spaced: sample 3, at 9 s, comes 7 s after";
-    EXPECT_EQ(WaveformFrom("0,5\n1,6\n2,7\n9,8\n10,9\n", "capture.csv").notes.at(0).rfind(gap, 0), 0U);
+    EXPECT_EQ(WaveformFrom("0,5\n1,6\n2,7\n9,8\n10,9\n", "capture.csv").gap.rfind(gap, 0), 0U);
 }
 
 TEST(WaveformText, NamesTheLineThatIsWrong)

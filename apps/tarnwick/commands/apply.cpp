@@ -104,11 +104,11 @@ std::string TableOf(const std::vector<Workbench::StageReport>& reports)
 }
 
 // A chain that is run again must find what it read the first time.
-void RequireOutputsApart(Workbench::Chain& chain, const Options& options)
+void RequireOutputsApart(const Workbench::ChainFile& file, const Options& options)
 {
     std::vector<std::string> inputs = {options.chain, options.capture.name, options.capture.minus};
-    for (const Workbench::Stage& stage : chain.Stages())
-        inputs.insert(inputs.end(), stage.files.begin(), stage.files.end());
+    for (const std::filesystem::path& read : FilesOf(file))
+        inputs.push_back(read.string());
     RequireApart("--output", options.output, inputs);
     if (!options.eyePrefix.empty())
         for (const char* const end : {"-before.png", "-after.png", "-bathtub.png"})
@@ -116,9 +116,8 @@ void RequireOutputsApart(Workbench::Chain& chain, const Options& options)
 }
 
 // The capture, locked for the chain.
-Workbench::ChainInput ReadInput(const Options& options)
+Workbench::ChainInput ReadInput(const Workbench::ChainFile& file, const Options& options)
 {
-    const Workbench::ChainFile file(options.chain);
     Progress progress(2);
     progress.Begin("read");
     const Workbench::Waveform capture = ReadCapture(options.capture);
@@ -149,7 +148,9 @@ void Apply(const Options& options)
 {
     if (!options.output.empty())
         RequireRecordName(options.output);
-    Workbench::ChainInput input = ReadInput(options);
+    const Workbench::ChainFile file(options.chain);
+    RequireOutputsApart(file, options);
+    Workbench::ChainInput input = ReadInput(file, options);
     PrintNotes(input.notes);
     if (!options.eyePrefix.empty())
         RequireEyes(input, NameOf(options.capture), "--eye");
@@ -157,7 +158,6 @@ void Apply(const Options& options)
     Workbench::Chain chain(input.chain, input.samples.size());
     StageNotes stageNotes;
     stageNotes.Print(chain);
-    RequireOutputsApart(chain, options);
 
     Workbench::ChainResult result;
     {

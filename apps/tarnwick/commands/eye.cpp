@@ -57,9 +57,7 @@ void Run(const Options& options)
         const Workbench::Waveform capture = ReadCapture(options.capture);
         progress.Begin("lock");
         locked = Lock(capture, With(options.facts), NameOf(options.capture));
-        if (locked.report.coding == SIGNAL_CODING_UNKNOWN)
-            throw Workbench::DataFailure(
-                fmt::format("{}: no levels can be made out in it; give --coding", NameOf(options.capture)));
+        RequireLevels(locked.report, NameOf(options.capture));
         progress.Begin("eyes");
         Workbench::EyeSettings settings = EyeSettingsOf(locked);
         settings.withBathtub = true;

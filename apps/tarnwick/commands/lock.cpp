@@ -87,9 +87,7 @@ void Run(const Options& options)
         locked = Lock(capture, facts, NameOf(options.capture));
     }
     PrintNotes(locked.report.warnings);
-    if (locked.report.coding == SIGNAL_CODING_UNKNOWN)
-        throw Workbench::DataFailure(
-            fmt::format("{}: no levels can be made out in it; give --coding", NameOf(options.capture)));
+    RequireLevels(locked.report, NameOf(options.capture));
     if (!options.output.empty())
         WriteRecord(options.output, locked.samples, locked.interval, locked.start);
     if (!options.chain.empty())

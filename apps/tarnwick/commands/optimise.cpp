@@ -123,7 +123,10 @@ std::string CaptionOf(const Workbench::EqualiserPoint& point)
 
 void Run(const Options& options)
 {
-    const std::vector<std::string> inputs = {options.chain, options.capture.name, options.capture.minus};
+    Workbench::ChainFile file(options.chain);
+    std::vector<std::string> inputs = {options.chain, options.capture.name, options.capture.minus};
+    for (const std::filesystem::path& read : FilesOf(file))
+        inputs.push_back(read.string());
     RequireApart("--output", options.output, inputs);
     if (!options.table.empty()) {
         RequireApart("--tried", options.table, inputs);
@@ -133,7 +136,6 @@ void Run(const Options& options)
     }
     if (options.ffeTaps == 0 && options.dfeTaps == 0 && options.ctle == kNone)
         throw Workbench::UsageFailure("--ffe-taps: is 0, with no CTLE and no DFE; expected something to search");
-    Workbench::ChainFile file(options.chain);
     Workbench::OptimiserInput input{std::move(file),     NameOf(options.capture),         ReadCapture(options.capture),
                                     With(options.facts), TypesOf(options.ctle),           options.ffeTaps,
                                     options.dfeTaps,     *Workbench::RankOf(options.rank)};

@@ -75,11 +75,14 @@ std::string FiguresOf(const EyeReport& report)
 {
     const bool isTimed = report.symbolRateGBd > 0.0;
     std::string text = isTimed ? fmt::format(", {:.6g} GBd", report.symbolRateGBd) : "";
-    if (std::all_of(report.eyes.begin(), report.eyes.end(), [](const auto& eye) { return eye.widthUi == 0.0; }))
+    const auto isClosed = [](const auto& eye) { return !(eye.height > 0.0); };
+    if (std::all_of(report.eyes.begin(), report.eyes.end(), isClosed))
         return text + (report.eyes.empty() ? "" : ", closed");
+    if (!report.eyes.front().widthUi)
+        return text;
     text += report.eyes.size() == 1 ? ", eye width" : ", eye widths";
     for (const DSO::Workbench::EyeOpening& eye : report.eyes)
-        text += fmt::format(" {:.3g}", isTimed ? eye.widthPs.value_or(0.0) : eye.widthUi);
+        text += fmt::format(" {:.3g}", isTimed ? *eye.widthPs : *eye.widthUi);
     return text + (isTimed ? " ps" : " UI");
 }
 

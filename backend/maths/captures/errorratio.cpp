@@ -13,6 +13,7 @@ constexpr double kBinsPerSigma = 16.0;
 constexpr double kMostBins = 0x1p18;  // beyond, sorting is faster than bins that are mostly empty
 constexpr double kFarAway = 9.0;      // sigma: Q is 1e-19 there, below the rounding of larger sums
 constexpr double kNeverThere = 37.0;  // sigma: Q is 6e-300 there
+constexpr double kRounding = 1e-12;   // of the largest value: a smaller spread is that of reading between the samples
 constexpr int kHalvings = 40;         // of a stretch of 18 sigma and the values' range
 
 double UpperTail(double z)
@@ -53,7 +54,16 @@ NoiseSplitter::NoiseSplitter(std::span<const int> levels, Wrapping wrapping, std
 NoiseSplit NoiseSplitter::Of(const PhaseValues& phase)
 {
     const std::size_t repetitions = period_ > 0 ? phase.range.count / period_ : 0;
-    return repetitions >= kFewestRepetitions ? SplitByRepetitions(phase, period_, repetitions) : SplitBySymbols(phase);
+    NoiseSplit split =
+        repetitions >= kFewestRepetitions ? SplitByRepetitions(phase, period_, repetitions) : SplitBySymbols(phase);
+    double largest = 0.0;
+    for (const double value : split.explained)
+        largest = std::max(largest, std::abs(value));
+    if (split.residualRms <= kRounding * largest) {
+        split.residualRms = 0.0;
+        split.noiseRms = 0.0;
+    }
+    return split;
 }
 
 NoiseSplit NoiseSplitter::SplitBySymbols(const PhaseValues& phase)
@@ -200,7 +210,9 @@ std::vector<double> QFactors(const PhaseValues& phase, std::span<const int> leve
     std::vector<double> factors;
     for (std::size_t k = 0; k + 1 < count; ++k) {
         const double spread = rms(k) + rms(k + 1);
-        factors.push_back(spread > 0.0 ? (means[k + 1] - means[k]) / spread : std::numeric_limits<double>::infinity());
+        const double rounding = kRounding * std::max(std::abs(means[k]), std::abs(means[k + 1]));
+        factors.push_back(spread > rounding ? (means[k + 1] - means[k]) / spread
+                                            : std::numeric_limits<double>::infinity());
     }
     return factors;
 }

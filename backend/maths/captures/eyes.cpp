@@ -410,8 +410,28 @@ std::optional<AlignedSymbols> LocateSymbols(const EyeRecord& record, std::span<c
     return symbols;
 }
 
+namespace {
+
+// One sample a UI says nothing of what lies between the samples: eyes are measured where they are.
+std::optional<EyeFigures> MeasureAtSamples(const EyeRecord& record, const AlignedSymbols& symbols)
+{
+    const double position = std::round(symbols.centre);
+    const Slice slice = SliceAt(record, symbols, position);
+    if (!std::isfinite(slice.SmallestOpening()))
+        return std::nullopt;
+    EyeFigures figures{slice.levels, {}, position};
+    for (std::size_t eye = 0; eye < slice.above.size(); ++eye)
+        figures.eyes.push_back({slice.above[eye] - slice.below[eye], slice.OpeningOf(eye),
+                                0.5 * (slice.above[eye] + slice.below[eye]), 0.0, 0.0, 0.0});
+    return figures;
+}
+
+}  // namespace
+
 std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymbols& symbols)
 {
+    if (record.samplesPerUi == 1.0)
+        return MeasureAtSamples(record, symbols);
     const std::vector<LevelExtent> extents = ExtentsOf(record, symbols);
     if (std::any_of(extents.begin(), extents.end(),
                     [](const LevelExtent& extent) { return extent.count[0] == 0 || extent.count[1] == 0; }))

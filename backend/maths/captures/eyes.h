@@ -2,8 +2,10 @@
 // phases a UI; symbols, not voltages, say on which side of an eye a sample belongs, so that a closed eye has a negative
 // height. Of eye k at phase p, over the symbols i of levels a_i:
 //     height = min {x_i(p): a_i > k} - max {x_i(p): a_i <= k},  opening = height / (mean of level k + 1 - mean of level k)
-// The measuring phase is where the smallest opening is largest, told to an eighth of a phase. The width is the span of phases about it in which no sample
-// crosses the middle between the two samples of the height there, which is what a slicer with a fixed threshold sees. Sources: IEEE 802.3 clauses 120D.3.1 (levels) and 120E.4.2 (eye openings).
+// The measuring phase is where the smallest opening is largest, told to an eighth of a phase. The width is the span of
+// phases about it in which no sample crosses the middle between the two samples of the height there, which is what a
+// slicer with a fixed threshold sees. At one sample a UI there is no phase but the samples', and no width. Sources:
+// IEEE 802.3 clauses 120D.3.1 (levels) and 120E.4.2 (eye openings).
 #pragma once
 
 #include <cstddef>

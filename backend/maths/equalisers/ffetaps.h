@@ -1,10 +1,10 @@
 // Tap finding for a feed-forward equaliser: least squares against an ideal copy of the captured pattern.
 //     minimise sum_i (sum_j w_j x[i - c_j] - y[i - e])^2
-// over one or more whole periods, or over a stretch of their rows i, x the capture, y the reference, c_j the delays of the
-// taps, e a candidate delay of the reference. Every column of the regression is a rotation of one record: X'X needs the capture's autocorrelation at
-// the differences of the taps' delays, X'Y its correlation with the reference at the differences to e, and the residual
-// of a candidate is y'y - (X'Y)' w. No matrix of samples is built. Source: J. G. Proakis, "Digital Communications",
-// minimum mean-square error equalisation.
+// over one or more whole periods, or over a stretch of their rows i, x the capture, y the reference, c_j the delays of
+// the taps, e a candidate delay of the reference. Every column of the regression is a rotation of one record: X'X needs
+// the capture's autocorrelation at the differences of the taps' delays, X'Y its correlation with the reference at the
+// differences to e, and the residual of a candidate is y'y - (X'Y)' w. No matrix of samples is built. Source:
+// J. G. Proakis, "Digital Communications", minimum mean-square error equalisation.
 #pragma once
 
 #include <cstddef>

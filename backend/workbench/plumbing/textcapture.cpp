@@ -454,18 +454,18 @@ private:
             const double expected = times_.front() + interval * static_cast<double>(k);
             return std::abs(times_[k] - expected) > std::max(kEvenSpacing * interval, 1e-9 * std::abs(expected));
         };
+        waveform_.interval = interval;
+        waveform_.start = times_.front();
         for (std::size_t k = 0; k < times_.size(); ++k) {
             if (isOff(k)) {
-                NoteUneven(k, interval);
+                NoteUneven(k);
                 break;
             }
         }
-        waveform_.interval = interval;
-        waveform_.start = times_.front();
     }
 
     // A gap moves the mean, so that times far from it are off: the common step shows where it is.
-    void NoteUneven(std::size_t firstOff, double interval)
+    void NoteUneven(std::size_t firstOff)
     {
         std::vector<double> steps(times_.size() - 1);
         std::transform(times_.begin() + 1, times_.end(), times_.begin(), steps.begin(), std::minus<>());
@@ -477,10 +477,16 @@ private:
                                       [&](double step) { return std::abs(step - common) > kGap * common; });
         const std::size_t at =
             gap != steps.end() ? static_cast<std::size_t>(gap - steps.begin()) : std::max<std::size_t>(firstOff, 1) - 1;
-        waveform_.notes.push_back(fmt::format(
+        const std::string where = fmt::format(
             "{}: the times are not evenly spaced: sample {}, at {:.10g} s, comes {:.6g} s after the one before, "
-            "most do {:.6g} s; the mean, {:.6g} s, is used",
-            name_, at + 1, times_[at + 1], steps[at], common, interval));
+            "most do {:.6g} s",
+            name_, at + 1, times_[at + 1], steps[at], common);
+        if (gap == steps.end()) {
+            waveform_.notes.push_back(fmt::format("{}; the mean, {:.6g} s, is used", where, waveform_.interval));
+        } else {
+            waveform_.gap = where;
+            waveform_.interval = common;
+        }
     }
 
     void RefuseSeveralColumns() const

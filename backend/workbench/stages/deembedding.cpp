@@ -124,7 +124,6 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
         auto& filter = MakeFilter<FilterOfReadFixture>(stage, parameters, place);
         if (parameters.sparamFileName.empty())
             place.Below("sparamFileName").Fail("is missing; expected the fixture's S-parameter file");
-        stage.files = {parameters.sparamFileName};
         filter.fixture = ReadFixture(parameters, stage.notes);
         stage.findings = [&](std::span<const double>, ValidPart) { return Findings(filter, parameters, config); };
     };

@@ -88,9 +88,6 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
         if (parameters.responseFile.empty())
             place.Below("channelResponse")
                 .Fail("is missing; expected the file of the channel's measured impulse response");
-        for (const auto& file : {parameters.responseFile, parameters.referenceFile})
-            if (!file.empty())
-                stage.files.push_back(file.string());
         parameters.ReadTables(stage.notes);
         const auto& filter = MakeFilter<Filters::SircFilter>(stage, parameters, place);
         stage.findings = [&](std::span<const double>, ValidPart) {
