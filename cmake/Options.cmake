@@ -24,7 +24,9 @@ endfunction()
 function(tarnwick_precompile target)
     if(PROJECT_IS_TOP_LEVEL AND NOT MSVC)
         target_precompile_headers(${target} PRIVATE ${ARGN})
-        # ccache reads preprocessed sources, which g++ writes with the precompiled header only when told to.
-        target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+        # ccache reads preprocessed sources, which g++ writes with the precompiled header only when told to; clang's header
+        # is the same from build to build only without the time.
+        target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>
+                               "$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")
     endif()
 endfunction()
