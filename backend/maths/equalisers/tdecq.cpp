@@ -410,12 +410,13 @@ public:
     void Run()
     {
         double before = std::numeric_limits<double>::infinity();
-        for (double edge = kFirstEdge; trials_ < kMostTrials && before - best_.closure.tdecqDb > kLeastGainDb;
-             edge = std::max(edge / 2.0, kLastEdge)) {
+        double edge = kFirstEdge;
+        while (trials_ < kMostTrials && before - best_.closure.tdecqDb > kLeastGainDb) {
             before = best_.closure.tdecqDb;
             Begin(edge);
             while (trials_ < kMostTrials && vertices_.back().tdecqDb - vertices_.front().tdecqDb > kFlatDb)
                 Step();
+            edge = std::max(edge / 2.0, kLastEdge);
         }
     }
 
