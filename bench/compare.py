@@ -33,6 +33,7 @@ def load(path):
         ("bench_taps_run", ctypes.c_int, [ctypes.c_void_p]),
         ("bench_taps_naive", ctypes.c_int, [ctypes.c_void_p]),
         ("bench_taps_destroy", None, [ctypes.c_void_p]),
+        ("bench_ffe", ctypes.c_void_p, [ctypes.c_int] * 3 + [ctypes.c_bool, ctypes.c_char_p]),
         ("bench_capture", ctypes.c_void_p, [ctypes.c_int, ctypes.c_double]),
         ("bench_capture_count", ctypes.c_int, [ctypes.c_void_p]),
         ("bench_lock", ctypes.c_double, [ctypes.c_void_p]),
@@ -260,6 +261,36 @@ def taps(shim, samples, count, rounds):
     return [samples, count, statistics.median(times) * 1e3, statistics.median(ratios), memory]
 
 
+def phase_fit(shim, ui, spu, count, rounds):
+    """Prepare of an FFE that is fitted at the sampling phase against that of one fitted to the whole waveform; symbols given."""
+    random = np.random.default_rng(3)
+    bits = random.integers(0, 2, ui)
+    held = np.repeat(bits - 0.5, spu)
+    samples = held + 0.3 * np.roll(held, 20) - 0.1 * np.roll(held, -13) + 0.01 * random.standard_normal(ui * spu)
+    symbols = "".join(map(str, bits)).encode()
+    whole, at_phase = (shim.bench_ffe(ui, spu, count, way, symbols) for way in (False, True))
+
+    def opening(job):
+        """Of the eye at the best phase, by the signs of its samples."""
+        shim.bench_prepare(job, pointer(samples), len(samples))
+        taps = np.ctypeslib.as_array(shim.bench_kernel(job), (count * spu,))[::spu]
+        equalised = sum(tap * np.roll(samples, j * spu) for j, tap in enumerate(taps))
+        magnitudes = abs(equalised - equalised.mean()).reshape(ui, spu)
+        return np.max(magnitudes.min(axis=0) / magnitudes.mean(axis=0))
+
+    openings = opening(whole), opening(at_phase)
+    if not 0.0 < openings[0] <= openings[1] + 0.005:
+        raise SystemExit(f"compare.py: {count} taps: openings {openings[0]:.3f}, {openings[1]:.3f}; expected the second larger")
+    memory = peak_growth(lambda: shim.bench_prepare(at_phase, pointer(samples), len(samples)))
+    times = []
+    for _ in range(rounds):
+        times.append([once(lambda: shim.bench_prepare(job, pointer(samples), len(samples))) for job in (whole, at_phase)])
+    for job in (whole, at_phase):
+        shim.bench_destroy(job)
+    return [f"{ui}·{spu}", count, *[1e3 * statistics.median(column) for column in zip(*times)],
+            statistics.median(b / a for a, b in times), memory, len(samples) * 8 / 2**20]
+
+
 def limits(period):
     """What the figures have to stay below: against SciPy, naive transforms and the bound."""
     against_scipy = 0.70 if period <= 65536 else (0.35 if period >= 1_000_000 else 0.65)
@@ -325,6 +356,17 @@ def main():
         rows.append([str(row[0]), str(row[1]), f"{row[2]:.1f}", f"{row[3]:.4f}{' !' if late else ''}", memory])
         print("FFE taps", *rows[-1], file=sys.stderr, flush=True)
     text += "\n\nFFE, least-squares step:\n\n" + table(["samples", "taps", "ms", "/ matrices", "added, MiB"], rows)
+
+    rows = []
+    for ui, spu, count in ((8191, 16, 15),) if options.quick else ((8191, 16, 5), (8191, 16, 15), (1_048_576, 16, 15)):
+        row = phase_fit(shim, ui, spu, count, max(3, rounds // 2))
+        late = row[4] > 3.0
+        missed += late
+        rows.append([row[0], str(row[1]), f"{row[2]:.0f}", f"{row[3]:.0f}", f"{row[4]:.2f}{' !' if late else ''}",
+                     "-" if row[5] is None else f"{row[5]:.0f} ({row[6]:.0f})"])
+        print("FFE at the sampling phase", *rows[-1], file=sys.stderr, flush=True)
+    text += ("\n\nFFE, `Prepare` with the fit at the sampling phase against that with the fit to the whole waveform, symbols given:\n\n"
+             + table(["period", "taps", "waveform, ms", "phase, ms", "/ waveform", "added, MiB (record)"], rows))
 
     rows = []
     for ui, spu in ((8191, 16), (65535, 32)):

@@ -176,6 +176,23 @@ TARNWICK_EXPORT Job* bench_bessel_thomson(int patternLengthUi, int samplesPerUi,
                                                                                        repetitions, [](auto&) {});
 }
 
+/// Automatic taps, one a UI, of a capture whose symbols are given: the whole waveform's fit or that at the sampling phase.
+/// @param symbols  NRZ, patternLengthUi characters
+TARNWICK_EXPORT Job* bench_ffe(int patternLengthUi, int samplesPerUi, int numberOfTaps, bool fitAtSamplingPhase,
+                               const char* symbols)
+{
+    Job* job = MakeJob<DSO::Filters::FFEFilter, DSO::Filters::FFEFilterParameters>(
+        patternLengthUi, samplesPerUi, 1, [=](DSO::Filters::FFEFilterParameters& parameters) {
+            parameters.numberOfTaps = numberOfTaps;
+            parameters.tapsPerUi = 1;
+            parameters.fitAtSamplingPhase = fitAtSamplingPhase;
+        });
+    job->config.signalCoding = SIGNAL_CODING_NRZ;
+    job->config.useUserPattern = true;
+    job->config.patternSymbols = symbols;
+    return job;
+}
+
 /// Taps over one repetition.
 TARNWICK_EXPORT Job* bench_ctle(int patternLengthUi, int samplesPerUi, int type, double gain)
 {

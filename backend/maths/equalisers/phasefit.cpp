@@ -88,15 +88,23 @@ private:
     std::map<std::pair<std::size_t, std::size_t>, StretchProducts> products_;
 };
 
-// The sample at which symbol 0 begins, of what is not ignored; its value is negative where the levels are upside down.
-CorrelationPeak PeakOf(std::span<const double> record, const PhaseFitProblem& problem)
+// The record, of what is not ignored, against the held levels.
+std::vector<double> CorrelationOf(std::span<const double> record, const PhaseFitProblem& problem)
 {
     const std::size_t ignored = std::min(problem.ignoredUi * problem.samplesPerUi, (record.size() - 1) / 2);
     std::vector<double> held;
     held.reserve(record.size());
     for (const double level : WithoutMean(problem.levels.first(record.size() / problem.samplesPerUi)))
         held.insert(held.end(), problem.samplesPerUi, level);
-    return LargestCorrelationOfEitherSign(WithoutMean(record, ignored), held);
+    return CircularCorrelation(WithoutMean(record, ignored), held);
+}
+
+// The sample at which symbol 0 begins; its value is negative where the levels are upside down.
+CorrelationPeak PeakOf(const std::vector<double>& correlation)
+{
+    const auto [smallest, largest] = std::minmax_element(correlation.begin(), correlation.end());
+    const auto peak = std::abs(*largest) > std::abs(*smallest) ? largest : smallest;
+    return {static_cast<std::size_t>(peak - correlation.begin()), *peak};
 }
 
 // UI that the taps span.
@@ -132,6 +140,7 @@ struct Solution {
 struct Choice {
     Solution solution;
     std::vector<Column> columns;
+    bool suitsFeedback;
     double residual;
     std::size_t phase;
     long long first;  // q
@@ -151,6 +160,30 @@ std::optional<Solution> Solve(const Eigen::MatrixXd& normal, const Eigen::Vector
     if (!weights.allFinite())
         return std::nullopt;
     return Solution{std::move(weights), pivots.maxCoeff() / pivots.minCoeff()};
+}
+
+// Whether a decision feedback behind the fit finds what that leaves to it: its main cursor is where no later one is larger, and
+// it takes levels for turned over whose correlation with the equalised record, that of the record through the taps, peaks
+// below 0.
+bool SuitsFeedback(const Eigen::VectorXd& weights, const PhaseFitProblem& problem, std::span<const double> correlation,
+                   long long first)
+{
+    const auto taps = static_cast<Eigen::Index>(problem.tapDelays.size());
+    const auto feedback = static_cast<Eigen::Index>(problem.feedbackTaps);
+    if ((weights.segment(taps, feedback).array().abs() > 1.0).any())
+        return false;
+    const auto s = static_cast<long long>(problem.samplesPerUi);
+    double smallest = 0.0;
+    double largest = 0.0;
+    for (long long lag = first - 2 * s; lag <= first + (static_cast<long long>(feedback) + 2) * s; ++lag) {
+        double value = 0.0;
+        for (std::size_t j = 0; j < problem.tapDelays.size(); ++j)
+            value += weights(static_cast<Eigen::Index>(j)) *
+                     correlation[WrappedIndex(lag - problem.tapDelays[j], correlation.size())];
+        smallest = std::min(smallest, value);
+        largest = std::max(largest, value);
+    }
+    return largest > -smallest;
 }
 
 bool IsLargest(const Eigen::VectorXd& taps, std::size_t place)
@@ -173,7 +206,8 @@ std::optional<PhaseFit> FitAtSamplingPhase(const PhaseFitProblem& problem)
     const auto feedback = static_cast<Eigen::Index>(problem.feedbackTaps);
 
     const auto record = problem.samples.first(uiCount * s);
-    const CorrelationPeak alignment = PeakOf(record, problem);
+    const std::vector<double> correlation = CorrelationOf(record, problem);
+    const CorrelationPeak alignment = PeakOf(correlation);
     const auto lag = static_cast<long long>(alignment.lag);
     long long firstUi = 0;
     std::size_t count = uiCount;
@@ -217,8 +251,10 @@ std::optional<PhaseFit> FitAtSamplingPhase(const PhaseFitProblem& problem)
             const Eigen::VectorXd& weights = solution->weights;
             const double residual =
                 std::max(power - 2.0 * right.dot(weights) + weights.dot(normal * weights), 0.0) / spread;
-            if (residual < (best ? best->residual - kEqualResidual : HUGE_VAL))
-                best = Choice{*std::move(solution), columns, residual, phase, q};
+            const bool suits = feedback == 0 || SuitsFeedback(weights, problem, correlation, q);
+            if (best && suits != best->suitsFeedback ? suits
+                                                     : residual < (best ? best->residual - kEqualResidual : HUGE_VAL))
+                best = Choice{*std::move(solution), columns, suits, residual, phase, q};
         }
     }
     if (!best)

@@ -28,11 +28,16 @@ constexpr std::size_t kCursorsTried = 3;  // the largest tap is tap 1, 2 or 3
 constexpr std::size_t kPhases = 16;                                            // over one UI
 constexpr std::array<double, 5> kNoiseLoads = {1e-4, 1e-3, 3e-3, 1e-2, 2e-2};  // of the capture's variance
 constexpr std::size_t kBins = 64;                                              // of a level's histogram
-constexpr int kHalvings = 40;                                                  // leave sigma known to 1e-12 of the OMA
+constexpr double kSigmaPrecision = 1e-12;                                      // of the OMA
 constexpr double kClosedDb = 50.0;                                             // [dB] scores of closed eyes start here
-constexpr double kFirstStep = 0.02;                                            // [UI] or tap weight
-constexpr double kLastStep = 4e-4;                                             // [UI] or tap weight
-constexpr int kMostTrials = 600;
+constexpr double kFirstEdge = 0.05;                                            // [UI] or tap weight, of a simplex
+constexpr double kLastEdge = 0.01;                                             // [UI] or tap weight
+constexpr double kFarthestPhase = 1.0;                                         // [UI]
+constexpr double kFlatDb = 1e-3;         // [dB] a simplex of no more difference has arrived
+constexpr double kLeastGainDb = 2e-3;    // [dB] for which it is begun anew
+constexpr int kMostTrials = 400;         // of a cursor
+constexpr double kSimplexGainDb = 0.3;   // [dB] hardly ever more: a cursor that much behind is not searched
+constexpr double kCursorGainDb = 0.012;  // [dB] for less the cursor of the best start stays: noise should not move it
 // Autocorrelation of white noise behind the reference receiver, a fourth-order Bessel-Thomson response of half the symbol
 // rate, at whole UI: the same for every rate.
 constexpr std::array<double, 4> kNoiseCorrelation = {1.0, 0.02056, 0.00135, -0.00008};
@@ -206,6 +211,46 @@ private:
     double total_ = 0.0;
 };
 
+// The largest sigma below `high` at which a ratio that grows with it is at most kErrorRatio. Its logarithm is nearly a straight
+// line over 1 / sigma^2: regula falsi (Illinois), a halving where the ratio is still 0.
+template <typename ErrorRatio>
+double LargestSigma(double high, const ErrorRatio& errorRatio)
+{
+    const auto excess = [&](double sigma) { return std::log(errorRatio(sigma) / kErrorRatio); };
+    const double precision = kSigmaPrecision * high;
+    double low = 0.0;
+    double excessAtLow = -std::numeric_limits<double>::infinity();
+    double excessAtHigh = excess(high);
+    int side = 0;  // which the last step moved
+    while (high - low > precision) {
+        double sigma = 0.5 * (low + high);
+        if (std::isfinite(excessAtLow)) {
+            const double share = excessAtLow / (excessAtLow - excessAtHigh);
+            const double inverse = 1.0 / (low * low);
+            const double secant = 1.0 / std::sqrt(inverse + share * (1.0 / (high * high) - inverse));
+            if (secant > low && secant < high)
+                sigma = secant;
+        }
+        const double here = excess(sigma);
+        if (std::abs(here) <= kSigmaPrecision)
+            return sigma;
+        if (here < 0.0) {
+            if (side < 0)
+                excessAtHigh *= 0.5;
+            side = std::isfinite(excessAtLow) ? -1 : 0;
+            low = sigma;
+            excessAtLow = here;
+        } else {
+            if (side > 0)
+                excessAtLow *= 0.5;
+            side = 1;
+            high = sigma;
+            excessAtHigh = here;
+        }
+    }
+    return low;
+}
+
 // Scores taps at a phase; what depends on the phase alone is kept.
 class Scorer {
 public:
@@ -248,20 +293,12 @@ public:
         early_.Fill(y_, symbols_, counted);
         Equalise(after_, taps, cursor, y_);
         late_.Fill(y_, symbols_, counted);
-        const auto holds = [&](double sigma) {
-            return early_.ErrorRatio(sigma, thresholds) <= kErrorRatio &&
-                   late_.ErrorRatio(sigma, thresholds) <= kErrorRatio;
+        const auto errorRatio = [&](double sigma) {
+            return std::max(early_.ErrorRatio(sigma, thresholds), late_.ErrorRatio(sigma, thresholds));
         };
-        closure.closed = !(closure.oma > 0.0) || !holds(0.0);
-        if (!closure.closed) {
-            double low = 0.0;
-            double high = closure.oma;
-            for (int halving = 0; halving < kHalvings; ++halving) {
-                const double sigma = 0.5 * (low + high);
-                (holds(sigma) ? low : high) = sigma;
-            }
-            closure.sigma = low;
-        }
+        closure.closed = !(closure.oma > 0.0) || errorRatio(0.0) > kErrorRatio;
+        if (!closure.closed)
+            closure.sigma = LargestSigma(closure.oma, errorRatio);
         const double ideal = 2.0 * static_cast<double>(levels - 1) * kQt;
         closure.tdecqDb = closure.sigma > 0.0
                               ? 10.0 * std::log10(closure.oma * closure.noiseGain / (ideal * closure.sigma))
@@ -363,38 +400,103 @@ double PhaseUi(std::size_t k)
     return static_cast<double>(k) / static_cast<double>(kPhases) - 0.5;
 }
 
-// Compass search on the taps beside the cursor, which makes the sum 1, and the phase; the first improvement is taken.
-void Refine(Scorer& scorer, ReferenceEqualizer& best)
-{
-    int scores = 0;
-    for (double step = kFirstStep; step >= kLastStep && scores < kMostTrials;) {
-        bool improved = false;
-        for (std::size_t variable = 0; variable <= best.taps.size() && scores < kMostTrials; ++variable) {
-            if (variable == best.cursor)
-                continue;
-            for (const double move : {step, -step}) {
-                ReferenceEqualizer trial = best;
-                if (variable == best.taps.size()) {
-                    trial.phaseUi += move;
-                } else {
-                    trial.taps[variable] += move;
-                    trial.taps[best.cursor] -= move;
-                }
-                if (LargestTap(trial.taps) != trial.cursor)
-                    continue;
-                trial.closure = scorer.Score(trial.taps, trial.cursor, trial.phaseUi);
-                ++scores;
-                if (trial.closure.tdecqDb < best.closure.tdecqDb) {
-                    best = std::move(trial);
-                    improved = true;
-                    break;
-                }
+// Simplex search (J. A. Nelder, R. Mead, "A simplex method for function minimization", 1965) on the taps beside the cursor,
+// which makes the sum 1, and the phase.
+class SimplexSearch {
+public:
+    SimplexSearch(Scorer& scorer, ReferenceEqualizer& best) : scorer_(scorer), best_(best) {}
+
+    /// A simplex that has collapsed is begun anew where it did, until that gains nothing.
+    void Run()
+    {
+        double before = std::numeric_limits<double>::infinity();
+        double edge = kFirstEdge;
+        while (trials_ < kMostTrials && before - best_.closure.tdecqDb > kLeastGainDb) {
+            before = best_.closure.tdecqDb;
+            Begin(edge);
+            while (trials_ < kMostTrials && vertices_.back().tdecqDb - vertices_.front().tdecqDb > kFlatDb)
+                Step();
+            edge = std::max(edge / 2.0, kLastEdge);
+        }
+    }
+
+private:
+    struct Vertex {
+        std::vector<double> place;  // the taps, but the phase where the cursor is
+        double tdecqDb;
+    };
+
+    Vertex At(std::vector<double> place)
+    {
+        ++trials_;
+        ReferenceEqualizer trial{place, best_.cursor, place[best_.cursor], {}};
+        trial.taps[trial.cursor] = 0.0;
+        trial.taps[trial.cursor] = 1.0 - std::accumulate(trial.taps.begin(), trial.taps.end(), 0.0);
+        if (LargestTap(trial.taps) != trial.cursor || std::abs(trial.phaseUi) > kFarthestPhase)
+            return {std::move(place), std::numeric_limits<double>::infinity()};
+        trial.closure = scorer_.Score(trial.taps, trial.cursor, trial.phaseUi);
+        const double tdecqDb = trial.closure.tdecqDb;
+        if (tdecqDb < best_.closure.tdecqDb)
+            best_ = std::move(trial);
+        return {std::move(place), tdecqDb};
+    }
+
+    // `reach` times as far from b as b is from a, on the other side of it.
+    static std::vector<double> Beyond(std::span<const double> a, std::span<const double> b, double reach)
+    {
+        std::vector<double> place(b.begin(), b.end());
+        for (std::size_t k = 0; k < place.size(); ++k)
+            place[k] += reach * (b[k] - a[k]);
+        return place;
+    }
+
+    void Begin(double edge)
+    {
+        std::vector<double> place = best_.taps;
+        place[best_.cursor] = best_.phaseUi;
+        vertices_ = {{place, best_.closure.tdecqDb}};
+        for (std::size_t k = 0; k < place.size(); ++k) {
+            std::vector<double> corner = place;
+            corner[k] += edge;
+            vertices_.push_back(At(std::move(corner)));
+        }
+        Sort();
+    }
+
+    void Sort() { std::ranges::stable_sort(vertices_, {}, &Vertex::tdecqDb); }
+
+    void Step()
+    {
+        const Vertex& first = vertices_.front();
+        Vertex& last = vertices_.back();
+        std::vector<double> middle(first.place.size(), 0.0);
+        for (std::size_t v = 0; v + 1 < vertices_.size(); ++v)
+            for (std::size_t k = 0; k < middle.size(); ++k)
+                middle[k] += vertices_[v].place[k] / static_cast<double>(middle.size());
+        Vertex reflected = At(Beyond(last.place, middle, 1.0));
+        if (reflected.tdecqDb < first.tdecqDb) {
+            Vertex expanded = At(Beyond(last.place, middle, 2.0));
+            last = std::move(expanded.tdecqDb < reflected.tdecqDb ? expanded : reflected);
+        } else if (reflected.tdecqDb < vertices_[vertices_.size() - 2].tdecqDb) {
+            last = std::move(reflected);
+        } else {
+            const bool isOutside = reflected.tdecqDb < last.tdecqDb;
+            Vertex contracted = At(Beyond(last.place, middle, isOutside ? 0.5 : -0.5));
+            if (contracted.tdecqDb < std::min(reflected.tdecqDb, last.tdecqDb)) {
+                last = std::move(contracted);
+            } else {
+                for (std::size_t v = 1; v < vertices_.size(); ++v)
+                    vertices_[v] = At(Beyond(vertices_[v].place, first.place, -0.5));
             }
         }
-        if (!improved)
-            step /= 2.0;
+        Sort();
     }
-}
+
+    Scorer& scorer_;
+    ReferenceEqualizer& best_;
+    std::vector<Vertex> vertices_;  // one more than there are places, the best first
+    int trials_ = 0;
+};
 
 // The symbols that a waveform of held symbols stands for. UI boundaries lie where it steps most; the level of a UI is
 // read at its middle.
@@ -512,8 +614,9 @@ std::optional<ReferenceEqualizer> FindReferenceEqualizer(std::span<const double>
     Scorer scorer(sampler, symbols);
     const std::size_t first = cursor.value_or(0);
     const std::size_t last = cursor.value_or(std::min(kCursorsTried, numberOfTaps) - 1);
-    ReferenceEqualizer best;
-    best.closure.tdecqDb = std::numeric_limits<double>::infinity();
+    std::vector<ReferenceEqualizer> ofCursor(last + 1);
+    for (ReferenceEqualizer& none : ofCursor)
+        none.closure.tdecqDb = std::numeric_limits<double>::infinity();
     std::vector<double> v;
     for (std::size_t k = 0; k < kPhases; ++k) {
         sampler.At(PhaseUi(k), v);
@@ -526,14 +629,25 @@ std::optional<ReferenceEqualizer> FindReferenceEqualizer(std::span<const double>
                     LargestTap(taps) != c)
                     continue;
                 const EyeClosure closure = scorer.Score(taps, c, PhaseUi(k));
-                if (closure.tdecqDb < best.closure.tdecqDb)
-                    best = {std::move(taps), c, PhaseUi(k), closure};
+                if (closure.tdecqDb < ofCursor[c].closure.tdecqDb)
+                    ofCursor[c] = {std::move(taps), c, PhaseUi(k), closure};
             }
         }
     }
+    const auto leastFirst = [](const ReferenceEqualizer& a, const ReferenceEqualizer& b) {
+        return a.closure.tdecqDb < b.closure.tdecqDb;
+    };
+    std::ranges::stable_sort(ofCursor, leastFirst);
+    const double worthTryingDb = ofCursor.front().closure.tdecqDb + kSimplexGainDb;
+    for (ReferenceEqualizer& start : ofCursor)
+        if (!start.taps.empty() && start.closure.tdecqDb <= worthTryingDb)
+            SimplexSearch(scorer, start).Run();
+    ReferenceEqualizer best = ofCursor.front();
+    const ReferenceEqualizer& least = *std::ranges::min_element(ofCursor, leastFirst);
+    if (least.closure.tdecqDb < best.closure.tdecqDb - kCursorGainDb)
+        best = least;
     if (best.taps.empty())
         return std::nullopt;
-    Refine(scorer, best);
     // The search keeps the sum to rounding; what is handed out has it as near to 1 as doubles come.
     const double sum = std::accumulate(best.taps.begin(), best.taps.end(), 0.0);
     best.taps[best.cursor] += 1.0 - sum;

@@ -77,7 +77,8 @@ TARNWICK_FRAMEWORK_API EyeClosure MeasureClosure(std::span<const double> capture
                                                  std::size_t ignoredUi = 0);
 
 /// The taps of least closure: minimum mean-square error under several noise loads for each cursor and phase, scored by
-/// TDECQ, the best one refined by a compass search.
+/// TDECQ, the best of each cursor refined by a simplex search. Of eight channels it ends at most 0.02 dB above the least that a
+/// general optimiser finds from ten starts (tests/numbers/tdecq.py).
 /// @param cursor     the place of the largest tap; none: the first three are tried
 /// @param ignoredUi  as MeasureClosure
 /// @return nothing when no taps have their largest where it has to be, or no symbol is left

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <vector>
 
@@ -63,6 +64,41 @@ TEST(PhaseFit, LeavesThePostCursorsToTheFeedback)
         EXPECT_NEAR(fit->feedback[1], 0.1, 1e-12);
         EXPECT_NEAR(fit->constant, -0.6, 1e-12);
         EXPECT_LT(fit->residual, 1e-20);
+    }
+}
+
+// At phase 2 a feedback could take off all interference without error, but a DFE behind would see other levels: those of the
+// post-cursor that is larger than the main cursor, or all of them turned over.
+TEST(PhaseFit, LeavesTheFeedbackNothingThatItMistakes)
+{
+    const std::vector<double> levels = RandomValues(300, 3);
+    const std::size_t count = levels.size();
+    const struct {
+        const char* label;
+        double main;         // at phase 2
+        double mainAtOther;  // phases
+        double post;
+        double preAtOther;
+        bool isInverted;
+        double residual;
+    } cases[] = {{"larger post-cursor", 0.5, 0.5, 0.8, 0.0, false, 0.25 / 0.89},
+                 {"turned over", 1.0, 0.0, -0.9, 0.3, true, 0.09 / 0.90}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        std::vector<double> record;
+        for (std::size_t i = 0; i < count; ++i)
+            for (std::size_t p = 0; p < kSamplesPerUi; ++p)
+                record.push_back((p == 2 ? row.main : row.mainAtOther) * levels[i] +
+                                 row.post * levels[(i + count - 1) % count] +
+                                 (p == 2 ? 0.0 : row.preAtOther) * levels[(i + 1) % count]);
+        const auto fit = FitAtSamplingPhase(
+            {.samples = record, .samplesPerUi = kSamplesPerUi, .levels = levels, .tapDelays = {0}, .feedbackTaps = 1});
+        ASSERT_TRUE(fit);
+        EXPECT_LE(std::abs(fit->feedback[0]), 1.0);
+        EXPECT_EQ(fit->taps[0] < 0.0, row.isInverted);
+        EXPECT_EQ(fit->isInverted, row.isInverted);
+        // The power of the pre-cursor that is left, and the chance of 300 values.
+        EXPECT_NEAR(fit->residual, row.residual, 0.05);
     }
 }
 
