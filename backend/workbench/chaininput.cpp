@@ -46,6 +46,15 @@ bool KeepsFractionalSampling(const GivenDevice& device)
     return !device.acquisition.resample && samplesPerUi != std::round(samplesPerUi);
 }
 
+// Whether an equaliser leaves to the one behind it what that is to take off.
+bool LeavesEchoes(const json& chain)
+{
+    const json filters = chain.value("filters", json::array());
+    return std::any_of(filters.begin(), filters.end(), [](const json& filter) {
+        return filter.is_object() && filter.contains("dfeTaps") && filter["dfeTaps"] != 0;
+    });
+}
+
 // The file with the record's device: what it leaves out comes from what was found; samples per UI, and of a single shot the
 // pattern, are those of the record.
 ChainFile Completed(const ChainFile& file, const GivenDevice& given, const LockedCapture& capture)
@@ -68,8 +77,8 @@ ChainFile Completed(const ChainFile& file, const GivenDevice& given, const Locke
             device[key] = value;
     // A filter that looks for the symbols by itself takes a single shot for a period, and what an equaliser has left to the
     // one behind it for the line.
-    const bool areFound = isSingleShot || !given.keys.contains("patternSymbols");
-    if (areFound && device.contains("patternSymbols") && !device.contains("useUserPattern"))
+    const bool areKnown = isSingleShot || !given.keys.contains("patternSymbols") || LeavesEchoes(JsonOf(file));
+    if (areKnown && device.contains("patternSymbols") && !device.contains("useUserPattern"))
         device["useUserPattern"] = true;
     json content = JsonOf(file);
     content["device"] = std::move(device);

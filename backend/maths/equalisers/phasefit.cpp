@@ -88,30 +88,43 @@ private:
     std::map<std::pair<std::size_t, std::size_t>, StretchProducts> products_;
 };
 
-// The record, of what is not ignored, against the held levels.
-std::vector<double> CorrelationOf(std::span<const double> record, const PhaseFitProblem& problem)
-{
-    const std::size_t ignored = std::min(problem.ignoredUi * problem.samplesPerUi, (record.size() - 1) / 2);
-    std::vector<double> held;
-    held.reserve(record.size());
-    for (const double level : WithoutMean(problem.levels.first(record.size() / problem.samplesPerUi)))
-        held.insert(held.end(), problem.samplesPerUi, level);
-    return CircularCorrelation(WithoutMean(record, ignored), held);
-}
-
-// The sample at which symbol 0 begins; its value is negative where the levels are upside down.
-CorrelationPeak PeakOf(const std::vector<double>& correlation)
-{
-    const auto [smallest, largest] = std::minmax_element(correlation.begin(), correlation.end());
-    const auto peak = std::abs(*largest) > std::abs(*smallest) ? largest : smallest;
-    return {static_cast<std::size_t>(peak - correlation.begin()), *peak};
-}
-
 // UI that the taps span.
 std::size_t SpanOf(const PhaseFitProblem& problem)
 {
     return (static_cast<std::size_t>(problem.tapDelays.back()) + problem.samplesPerUi - 1) / problem.samplesPerUi;
 }
+
+// The record, of what is not ignored, against the held levels: its peak, and what lies about it.
+class LevelCorrelation {
+public:
+    LevelCorrelation(std::span<const double> record, const PhaseFitProblem& problem)
+    {
+        const std::size_t s = problem.samplesPerUi;
+        const std::size_t ignored = std::min(problem.ignoredUi * s, (record.size() - 1) / 2);
+        const std::vector<double> correlation = CircularCorrelationWithHeld(
+            WithoutMean(record, ignored), WithoutMean(problem.levels.first(record.size() / s)));
+        const auto [smallest, largest] = std::minmax_element(correlation.begin(), correlation.end());
+        const auto peak = std::abs(*largest) > std::abs(*smallest) ? largest : smallest;
+        lag_ = peak - correlation.begin();
+        isInverted_ = !(*peak > 0.0);
+        reach_ = static_cast<long long>((2 * SpanOf(problem) + problem.feedbackTaps + 4) * s);
+        for (long long lag = lag_ - reach_; lag <= lag_ + reach_; ++lag)
+            nearby_.push_back(correlation[WrappedIndex(lag, correlation.size())]);
+    }
+
+    /// The sample at which symbol 0 begins.
+    long long Lag() const { return lag_; }
+    /// The levels are upside down.
+    bool IsInverted() const { return isInverted_; }
+    /// @param lag  no farther from the peak than the taps and the feedback twice over
+    double At(long long lag) const { return nearby_[static_cast<std::size_t>(lag - lag_ + reach_)]; }
+
+private:
+    long long lag_ = 0;
+    long long reach_ = 0;
+    bool isInverted_ = false;
+    std::vector<double> nearby_;
+};
 
 // The delays [samples] that are tried with each phase. The correlation says which UI a symbol belongs to, but behind a line
 // of many UI it may be a neighbour of it: those are tried last.
@@ -165,9 +178,11 @@ std::optional<Solution> Solve(const Eigen::MatrixXd& normal, const Eigen::Vector
 // Whether a decision feedback behind the fit finds what that leaves to it: its main cursor is where no later one is larger, and
 // it takes levels for turned over whose correlation with the equalised record, that of the record through the taps, peaks
 // below 0.
-bool SuitsFeedback(const Eigen::VectorXd& weights, const PhaseFitProblem& problem, std::span<const double> correlation,
+bool SuitsFeedback(const Eigen::VectorXd& weights, const PhaseFitProblem& problem, const LevelCorrelation& correlation,
                    long long first)
 {
+    if (problem.feedbackTaps == 0)
+        return true;
     const auto taps = static_cast<Eigen::Index>(problem.tapDelays.size());
     const auto feedback = static_cast<Eigen::Index>(problem.feedbackTaps);
     if ((weights.segment(taps, feedback).array().abs() > 1.0).any())
@@ -178,8 +193,7 @@ bool SuitsFeedback(const Eigen::VectorXd& weights, const PhaseFitProblem& proble
     for (long long lag = first - 2 * s; lag <= first + (static_cast<long long>(feedback) + 2) * s; ++lag) {
         double value = 0.0;
         for (std::size_t j = 0; j < problem.tapDelays.size(); ++j)
-            value += weights(static_cast<Eigen::Index>(j)) *
-                     correlation[WrappedIndex(lag - problem.tapDelays[j], correlation.size())];
+            value += weights(static_cast<Eigen::Index>(j)) * correlation.At(lag - problem.tapDelays[j]);
         smallest = std::min(smallest, value);
         largest = std::max(largest, value);
     }
@@ -206,9 +220,8 @@ std::optional<PhaseFit> FitAtSamplingPhase(const PhaseFitProblem& problem)
     const auto feedback = static_cast<Eigen::Index>(problem.feedbackTaps);
 
     const auto record = problem.samples.first(uiCount * s);
-    const std::vector<double> correlation = CorrelationOf(record, problem);
-    const CorrelationPeak alignment = PeakOf(correlation);
-    const auto lag = static_cast<long long>(alignment.lag);
+    const LevelCorrelation correlation(record, problem);
+    const long long lag = correlation.Lag();
     long long firstUi = 0;
     std::size_t count = uiCount;
     if (problem.ignoredUi > 0) {
@@ -251,9 +264,10 @@ std::optional<PhaseFit> FitAtSamplingPhase(const PhaseFitProblem& problem)
             const Eigen::VectorXd& weights = solution->weights;
             const double residual =
                 std::max(power - 2.0 * right.dot(weights) + weights.dot(normal * weights), 0.0) / spread;
-            const bool suits = feedback == 0 || SuitsFeedback(weights, problem, correlation, q);
-            if (best && suits != best->suitsFeedback ? suits
-                                                     : residual < (best ? best->residual - kEqualResidual : HUGE_VAL))
+            const bool suits = SuitsFeedback(weights, problem, correlation, q);
+            const bool isBetter =
+                !best || (suits != best->suitsFeedback ? suits : residual < best->residual - kEqualResidual);
+            if (isBetter)
                 best = Choice{*std::move(solution), columns, suits, residual, phase, q};
         }
     }
@@ -268,7 +282,7 @@ std::optional<PhaseFit> FitAtSamplingPhase(const PhaseFitProblem& problem)
     fit.residual = rows.SquaredErrors(best->columns, weights, target) / spread;
     fit.phase = best->phase;
     fit.instant = WrappedIndex(best->first, s);
-    fit.isInverted = !(alignment.value > 0.0);
+    fit.isInverted = correlation.IsInverted();
     fit.condition = best->solution.condition;
     return fit;
 }

@@ -34,6 +34,29 @@ std::vector<double> CircularCorrelation(std::span<const double> capture, std::sp
     return correlation;
 }
 
+std::vector<double> CircularCorrelationWithHeld(std::span<const double> capture, std::span<const double> levels)
+{
+    const std::size_t uiCount = levels.size();
+    const std::size_t samplesPerUi = capture.size() / uiCount;
+    const std::vector<double> reversed(levels.rbegin(), levels.rend());
+    const CircularConvolver convolver(reversed, uiCount);
+    ConvolutionWork work;
+    std::vector<double> ofUi(uiCount);  // sums over a UI from one phase on
+    for (std::size_t i = 0; i < uiCount; ++i)
+        for (std::size_t k = 0; k < samplesPerUi; ++k)
+            ofUi[i] += capture[i * samplesPerUi + k];
+    std::vector<double> fromLagOne(uiCount);
+    std::vector<double> correlation(capture.size());
+    for (std::size_t phase = 0; phase < samplesPerUi; ++phase) {
+        convolver.Convolve(ofUi, fromLagOne, work);
+        for (std::size_t i = 0; i < uiCount; ++i)
+            correlation[(i + 1) % uiCount * samplesPerUi + phase] = fromLagOne[i];
+        for (std::size_t i = 0; i < uiCount; ++i)
+            ofUi[i] += capture[(i + 1) % uiCount * samplesPerUi + phase] - capture[i * samplesPerUi + phase];
+    }
+    return correlation;
+}
+
 CorrelationPeak LargestCorrelation(std::span<const double> capture, std::span<const double> reference)
 {
     const std::vector<double> correlation = CorrelationFromLagOne(capture, reference);

@@ -18,6 +18,13 @@ namespace Tarnwick::DSO::Maths {
 TARNWICK_FRAMEWORK_API std::vector<double> CircularCorrelation(std::span<const double> capture,
                                                                std::span<const double> reference);
 
+/// The same with a reference that holds each of its levels for n / levels.size() samples: one phase of the UI after the
+/// other, so that it takes little memory beside the result.
+/// @param capture  n values, whole UI
+/// @param levels   of each UI, at least one
+TARNWICK_FRAMEWORK_API std::vector<double> CircularCorrelationWithHeld(std::span<const double> capture,
+                                                                       std::span<const double> levels);
+
 struct CorrelationPeak {
     std::size_t lag;  // 0 to n - 1
     double value;     // c[lag]
