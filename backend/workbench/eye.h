@@ -24,6 +24,7 @@ struct EyeSettings {
     bool circular = true;                 ///< the record is whole periods, all of it valid; false: its ends are ends
     double targetBer = 1e-6;              ///< bit error ratio at which heights and contours are measured
     bool withBathtub = false;             ///< measure the error ratio at every phase too
+    bool withPulses = false;  ///< of a chain: fit the pulse responses in front of and behind each stage that has taps
 };
 
 struct EyeOpening {
