@@ -98,6 +98,23 @@ std::string ValuesOf(const StageTaps& taps, bool upright)
     return labels;
 }
 
+// Arrow 1: the main cursor.
+std::string CursorMark(const char* from, const char* to)
+{
+    return fmt::format("set arrow 1 from 0,{} to 0,{} nohead back linecolor '#b0b0c0' linewidth 1 dashtype 2\n", from,
+                       to);
+}
+
+// Over the bars it leaves out the side of the main tap, whose upright value it would turn into a negative one.
+std::string CursorMarkOver(const StageTaps& taps)
+{
+    const auto main = std::find(taps.offsetsUi.begin(), taps.offsetsUi.end(), 0.0);
+    if (main == taps.offsetsUi.end())
+        return CursorMark("graph 0", "graph 1");
+    const bool isUp = taps.values[static_cast<std::size_t>(main - taps.offsetsUi.begin())] > 0.0;
+    return isUp ? CursorMark("graph 0", "0") : CursorMark("0", "graph 1");
+}
+
 std::string BarsPanel(const StageTaps& taps, const Axis& axis)
 {
     const double spacing = SpacingOf(taps);
@@ -115,6 +132,7 @@ std::string BarsPanel(const StageTaps& taps, const Axis& axis)
                           high + room, 0.6 * std::min(spacing, 1.0));
     if (isLabelled)
         script += ValuesOf(taps, upright);
+    script += CursorMarkOver(taps);
     return script + fmt::format("plot $taps using 1:2 with boxes linecolor '{}' notitle\nunset label\n", kBars);
 }
 
@@ -165,7 +183,7 @@ std::string PulsePanel(const PulseResponses& pulses)
             curve.colour);
     }
     // Names as long as those of a fit stand beside each other when gnuplot reckons with less than their width.
-    return data +
+    return data + CursorMark("graph 0", "graph 1") +
            fmt::format("set ylabel {}\nset yrange [{}:{}]\nset key above horizontal maxrows 1 samplen 2 width {}\n",
                        Quoted(YLabelOf(pulses, unit)), range.low * unit.perVolt, range.high * unit.perVolt,
                        pulses.source == Source::IdealSymbol ? 2 : -4) +
@@ -189,8 +207,7 @@ void DrawTaps(const std::filesystem::path& path, const TapFigure& figure, const 
                       "set multiplot layout {},1 title {} textcolor '#e8e8f0' font 'sans,14'\n"
                       "set lmargin 11\nset rmargin 3\nset grid noxtics\nset xzeroaxis linetype 1 linecolor '#a0a0b0'\n"
                       "set xrange [{}:{}]\nset xtics {}\n"
-                      "set style textbox opaque noborder fillcolor '#101018' margins 0.4,0.4\n"
-                      "set arrow from 0,graph 0 to 0,graph 1 nohead back linecolor '#b0b0c0' linewidth 1 dashtype 2\n",
+                      "set style textbox opaque noborder fillcolor '#101018' margins 0.4,0.4\n",
                       figure.pulses ? 2 : 1, Quoted(title), axis.first, axis.last,
                       std::max(1.0, std::ceil((axis.last - axis.first) / 16.0)));
     constexpr const char* kTime = "set xlabel 'time from the main cursor [UI]'\n";

@@ -14,7 +14,8 @@ namespace {
 constexpr std::size_t kCursorSearch = 2;  // [UI] to either side: eyes are measured up to a UI off their symbol's centre
 constexpr SymbolSpan kFitted{kPulseUiAfter + kCursorSearch, kPulseUiBefore + kCursorSearch};
 constexpr std::size_t kUnknowns = kFitted.Count() + 1;
-constexpr double kFewestPhases = 8.0;  // a UI; fewer look like corners
+constexpr std::size_t kMostUi = std::size_t{1} << 17U;  // that are fitted: less than 1 % of their noise is left
+constexpr double kFewestPhases = 8.0;                   // a UI; fewer look like corners
 constexpr double kMostPhases = 64.0;
 constexpr double kOtherPhases = 32.0;
 
@@ -84,6 +85,7 @@ std::optional<std::vector<PulseResponse>> FitPulseResponses(std::span<const Puls
     SymbolRange range = WithKnownSpan(symbols, first.wrapping);
     for (const PulseRecord& each : records)
         range = Common(range, ValidUi(each.record, each.position, lastPhase));
+    range.count = std::min(range.count, kMostUi);
     if (range.count < 2 * kUnknowns)
         return std::nullopt;
     std::vector<double> sent(symbols.levels.begin(), symbols.levels.end());
