@@ -126,9 +126,9 @@ std::vector<StagePlan> PlanStages(const ChainFile& file, DeviceConfiguration& co
     return plans;
 }
 
-std::vector<std::filesystem::path> FilesOf(const ChainFile& file)
+std::vector<std::string> FilesOf(const ChainFile& file)
 {
-    std::vector<std::filesystem::path> files;
+    std::vector<std::string> files;
     const json& content = JsonOf(file);
     if (!content.is_object() || !content.contains("filters"))
         return files;
@@ -137,7 +137,7 @@ std::vector<std::filesystem::path> FilesOf(const ChainFile& file)
             continue;  // the chain will say so
         for (const std::string& key : FileKeysOf(filter["type"].get<std::string>()))
             if (filter.contains(key) && filter[key].is_string())
-                files.push_back(FileFrom(filter[key], {file.Name(), key}));
+                files.push_back(FileFrom(filter[key], {file.Name(), key}).string());
     }
     return files;
 }

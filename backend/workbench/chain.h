@@ -16,6 +16,7 @@
 #include "filters/filters.h"
 #include "framework/export.h"
 #include "workbench/correctedchannel.h"
+#include "workbench/pulseresponse.h"
 #include "workbench/validpart.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -58,6 +59,8 @@ struct Stage {
     /// What the filter has found, for reports: a JSON object as text, from the samples that the stage made [V] and the part of
     /// them that is valid. Empty for a filter that finds nothing. To be called after the stage has run.
     std::function<std::string(std::span<const double> filtered, ValidPart valid)> findings;
+    /// The taps of an equaliser, empty for any other stage. To be called after the stage has run, or when they are given.
+    std::function<StageTaps()> taps;
     std::optional<ChannelMeasurement> channel;  ///< the measured channel that it corrects
     std::unique_ptr<SystemFramework::BaseFilterParameters> parameters;
     std::unique_ptr<SystemFramework::BaseFilter> filter;
@@ -92,7 +95,7 @@ private:
 
 /// The files that the filters of a chain file name, those of disabled filters too, as they are opened: a path that is
 /// relative is from the folder of the chain file.
-TARNWICK_WORKBENCH_API std::vector<std::filesystem::path> FilesOf(const ChainFile& file);
+TARNWICK_WORKBENCH_API std::vector<std::string> FilesOf(const ChainFile& file);
 
 /// The name in `known` that begins with `name`, or is nearest to it by edit distance.
 /// @param known  at least one

@@ -114,12 +114,22 @@ ChainResponse MeasureResponse(Chain& chain, const ImpulseRecord& record, double 
         if (begin)
             begin(stage.name);
         std::string label = fmt::format("{} {}", stage.index, stage.name);
+        const auto addTaps = [&](std::span<const double> front, std::span<const double> behind) {
+            FilterTaps& taps = response.taps.emplace_back(FilterTaps{stage.name, stage.index, {stage.taps(), {}}});
+            if (response.leftOut.empty())
+                taps.figure.pulses = IdealPulseResponses(taps.figure.taps, front, behind, response.samplesPerUi);
+        };
+        if (stage.taps && !stage.adaptive && !stage.linear)
+            addTaps(FirstRepetition(whole, record), {});
         if (!stage.linear || stage.adaptive) {
             response.leftOut.push_back(std::move(label));
             continue;
         }
         const std::vector<double> alone = RunOnImpulse(stage, impulse, chain.Name());
+        const std::vector<double> front = stage.taps ? FirstRepetition(whole, record) : std::vector<double>();
         whole = response.filters.empty() ? alone : RunOnImpulse(stage, whole, chain.Name());
+        if (stage.taps)
+            addTaps(front, FirstRepetition(whole, record));
         FilterResponse& filter = response.filters.emplace_back();
         filter.label = std::move(label);
         filter.index = stage.index;

@@ -11,6 +11,7 @@
 #include "framework/export.h"
 #include "workbench/chain.h"
 #include "workbench/correctedchannel.h"
+#include "workbench/pulseresponse.h"
 #include "workbench/transferfunction.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -34,6 +35,13 @@ struct FilterResponse {
     std::optional<CorrectedChannel> channel;  ///< of a SiRC filter
 };
 
+/// An equaliser whose taps the file gives.
+struct FilterTaps {
+    std::string type;       ///< as in the file
+    std::size_t index = 0;  ///< among all filters of the file
+    TapFigure figure = {};  ///< of an ideal symbol through the filters in front; behind a filter that decides there is none
+};
+
 struct TARNWICK_WORKBENCH_API ChainResponse {
     double symbolRate = 0.0;  ///< [Hz]
     double samplesPerUi = 0.0;
@@ -41,6 +49,7 @@ struct TARNWICK_WORKBENCH_API ChainResponse {
     /// because a boost may lie anywhere.
     double bandEnd = 0.0;
     std::vector<FilterResponse> filters;
+    std::vector<FilterTaps> taps;
     TransferFunction whole;            ///< of all filters in a row
     std::vector<std::string> leftOut;  ///< labels of the filters that decide or adapt; the whole is without them
 

@@ -27,6 +27,7 @@ struct EyeSettings {
     double targetBer = 1e-6;              ///< bit error ratio at which heights and contours are measured
     bool withBathtub = false;             ///< measure the error ratio at every phase too
     bool holdsWaveform = true;  ///< false: it was taken at fewer than two samples per UI, which tell no widths
+    bool withPulses = false;    ///< of a chain: fit the pulse responses in front of and behind each stage that has taps
 };
 
 struct EyeOpening {

@@ -106,6 +106,14 @@ StageReport Describe(const std::string& name, const PassingRecord& record, EyeSe
     return report;
 }
 
+TapFigure FigureOf(const Stage& stage, const WaveformPart& before, const PassingRecord& after, const EyeReport& behind,
+                   const EyeSettings& eyes)
+{
+    TapFigure figure{stage.taps(), {}};
+    figure.pulses = FitPulseResponses(figure.taps, before, {after.samples, behind.valid}, eyes, behind);
+    return figure;
+}
+
 }  // namespace
 
 std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
@@ -201,11 +209,16 @@ ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSett
     result.stages.push_back(Describe("capture", passing, eyes, eyes.withBathtub, chain));
     for (Stage& stage : chain.Stages()) {
         tell(stage.name);
+        const bool withPulses = eyes.withPulses && stage.taps;
+        const std::vector<double> before = withPulses ? passing.samples : std::vector<double>();
+        const ValidPart validBefore = passing.Valid(eyes.samplesPerUi);
         const double seconds = PassStage(stage, passing, chain, name);
         const bool withBathtub = eyes.withBathtub && &stage == &chain.Stages().back();
         result.stages.push_back(Describe(stage.name, passing, eyes, withBathtub, chain, seconds));
         if (stage.findings)
             result.stages.back().findings = stage.findings(passing.samples, result.stages.back().eye.valid);
+        if (withPulses)
+            result.stages.back().taps = FigureOf(stage, {before, validBefore}, passing, result.stages.back().eye, eyes);
     }
     result.samples = std::move(passing.samples);
     result.valid = result.stages.back().eye.valid;

@@ -12,6 +12,7 @@
 #include "workbench/chain.h"
 #include "workbench/eye.h"
 #include "workbench/lock.h"
+#include "workbench/pulseresponse.h"
 #include "workbench/validpart.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -65,6 +66,8 @@ struct StageReport {
     EyeReport eye;            ///< with the valid part; without levels when coding or samples per UI are not known
     double seconds = 0.0;     ///< [s] that the filter took
     std::string findings;     ///< what the filter has found: a JSON object as text; empty: nothing
+    /// Of a stage that has taps, when pulse responses were asked for.
+    std::optional<TapFigure> taps;
 };
 
 struct ChainResult {
@@ -75,7 +78,8 @@ struct ChainResult {
 
 /// Runs every stage and describes the waveform behind each.
 /// @param record  [V] at least one sample, as many as the chain was made for
-/// @param eyes    what the eyes are measured with; with the bathtub it is measured in front of and behind the chain
+/// @param eyes    what the eyes are measured with; with the bathtub it is measured in front of and behind the chain,
+///                with pulse responses these are in front of and behind each stage that has taps
 /// @param name    the capture's, for messages
 /// @param begin   is told the name of each stage before it runs, "capture" first; may be empty
 /// @throws UsageFailure  @throws DataFailure  as PassStage

@@ -22,6 +22,7 @@
 #include "workbench/optimiser.h"
 #include "workbench/optimiserreport.h"
 #include "workbench/pattern.h"
+#include "workbench/pulseresponse.h"
 #include "workbench/ranking.h"
 #include "workbench/responsereport.h"
 #include "workbench/run.h"

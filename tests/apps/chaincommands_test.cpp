@@ -253,7 +253,8 @@ TEST(EqualiserProgram, FindsSymbolsAndTapsByItself)
     folder.Write("ffe.json", R"({
         "device": {"baudRateGBd": 26.5625, "patternLengthUi": 2047, "samplesPerUi": 16, "signalCoding": "PAM4"},
         "filters": [{"type": "ffe", "numberOfTaps": 7, "tapsPerUi": 1, "quantizeTaps": true, "tapResolution": 64}]})");
-    const json report = ReportOf(folder, "apply ffe.json capture.npy -o out.npy");
+    const json report = ReportOf(folder, "apply ffe.json capture.npy -o out.npy --taps taps");
+    EXPECT_TRUE(IsPng(folder.Read("taps-ffe-0.png")));
     EXPECT_EQ(report["acquisition"]["pattern"], "PRBS11Q");
     const json& stages = report["stages"];
     const json& ffe = stages[1];
@@ -278,6 +279,12 @@ TEST(EqualiserProgram, FindsSymbolsAndTapsByItself)
     EXPECT_EQ(measured["acquisition"]["pattern"], "PRBS11Q");
     // As captured the eyes are closed; nothing needs to be said all the same.
     EXPECT_LT(ReportOf(folder, "measure capture.npy")["eyes"][1]["openingPercent"], 3.0);
+
+    std::filesystem::copy_file(folder / "ffe.json", folder / "t-ffe-0.png");
+    folder.Write("copy.json", R"({"filters": [{"type": "copy"}]})");
+    ExpectRefusals(folder, "apply",
+                   {{"t-ffe-0.png capture.npy --taps t", 2, "--taps: is t-ffe-0.png, which this command reads"},
+                    {"copy.json capture.npy --taps t", 2, "--taps: copy.json has no filter with taps"}});
 
     folder.Write("none.json", R"({"filters": [{"type": "ffe", "numberOfTaps": 3}]})");
     ExpectRefusals(folder, "apply",
@@ -331,7 +338,16 @@ TEST(ResponseProgram, WritesFiguresColumnsAndAPicture)
     const std::string table = folder.Read("out");
     EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 4);
     EXPECT_EQ(folder.Read("err"), "");
-    ExpectRefusals(folder, "response", {{"chain.json -o no/r", 1, "no/r-frequency.csv: cannot be written"}});
+    const json equalisers = {{{"type", "ffe"}, {"useManualTaps", true}, {"taps", {1.1, -0.1}}},
+                             {{"type", "dfe"}, {"useManualTaps", true}, {"taps", {0.2, 0.1}}},
+                             {{"type", "ffe"}, {"numberOfTaps", 3}}};
+    folder.Write("e-dfe-1.png", json{{"device", device}, {"filters", equalisers}}.dump());
+    ASSERT_EQ(RunProgram(folder, "response e-dfe-1.png -o r"), 0) << folder.Read("err");
+    EXPECT_TRUE(IsPng(folder.Read("r-ffe-0.png")) && IsPng(folder.Read("r-dfe-1.png")));
+    EXPECT_FALSE(std::filesystem::exists(folder / "r-ffe-2.png"));
+    ExpectRefusals(folder, "response",
+                   {{"chain.json -o no/r", 1, "no/r-frequency.csv: cannot be written"},
+                    {"e-dfe-1.png -o e", 2, "--output: is e-dfe-1.png, which this command reads"}});
 }
 
 // A Gaussian channel of 8 ps, its peak at 3 ns.

@@ -17,6 +17,7 @@
 #include "workbench/failure.h"
 #include "workbench/lock.h"
 #include "workbench/pattern.h"
+#include "workbench/pulseresponse.h"
 #include "workbench/ranking.h"
 #include "workbench/run.h"
 #include "workbench/signalquality.h"
@@ -159,6 +160,108 @@ TEST(EyeMeasure, ShowsBothWallsOfABathtubWhereverItMeasures)
     ASSERT_EQ(report.bathtub.size(), 65U);
     EXPECT_NEAR(report.bathtub[32].offsetUi, middle, 0.5 / 64);
     EXPECT_GT(std::min(report.bathtub.front().ber, report.bathtub.back().ber), 1e-2);
+}
+
+// A waveform that is made of pulses gives them back at its samples, whatever stands outside the valid part.
+TEST(PulseResponse, IsTheChannelsOwn)
+{
+    constexpr std::size_t kSpu = 16;
+    std::vector<double> channel;  // its largest value at an instant half a UI from the boundaries
+    for (std::size_t m = 0; m < 12 * kSpu; ++m) {
+        const double ui = static_cast<double>(m) / kSpu - 3.5;
+        channel.push_back(0.7 * std::exp(-4.0 * ui * ui) + (ui > 1.0 ? 0.1 * std::exp(-0.5 * ui) : 0.0));
+    }
+    const struct {
+        const char* label;
+        E_SIGNAL_CODING coding;
+        bool isKnown;
+        ValidPart valid;  // count 0: all of it, which repeats
+    } cases[] = {{"NRZ", SIGNAL_CODING_NRZ, true, {}},
+                 {"PAM4", SIGNAL_CODING_PAM4, true, {}},
+                 {"decided", SIGNAL_CODING_NRZ, false, {}},
+                 {"single shot", SIGNAL_CODING_NRZ, true, {1000, 6000}}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        const int levelCount = LevelCount(row.coding);
+        const std::vector<int> levels = LevelsOf(PrbsSymbols(9, row.coding), row.coding, false);
+        std::vector<double> samples(levels.size() * kSpu, 0.3);
+        for (std::size_t i = 0; i < levels.size(); ++i)
+            for (std::size_t m = 0; m < channel.size(); ++m)
+                samples[(i * kSpu + m) % samples.size()] += levels[i] * channel[m] / (levelCount - 1);
+        EyeSettings eyes{.samplesPerUi = kSpu, .levelCount = levelCount};
+        if (row.isKnown)
+            eyes.pattern = levels;
+        eyes.circular = row.valid.count == 0;
+        for (std::size_t k = 0; !eyes.circular && k < samples.size(); ++k)
+            if (k < row.valid.first || k >= row.valid.first + row.valid.count)
+                samples[k] = 7.0;
+        EyeReport behind;
+        behind.levels = {0.3, 1.0};
+        const WaveformPart part{samples, row.valid};
+        const StageTaps taps{.delayUi = 2.0, .instantUi = 0.5};
+        const auto pulses = FitPulseResponses(taps, part, part, eyes, behind);
+        ASSERT_TRUE(pulses);
+        EXPECT_EQ(pulses->source == PulseResponses::Source::KnownSymbols, row.isKnown);
+        EXPECT_LT(pulses->afterResidualRms, 1e-12);  // rounding
+        const std::size_t step = pulses->valuesPerUi / kSpu;
+        ASSERT_EQ(pulses->after.size(), 25 * pulses->valuesPerUi + 1);
+        for (std::size_t n = 0; n < pulses->after.size(); n += step) {
+            const std::size_t m = n / step - 2 * kSpu + kSpu / 2;  // the cursor at 3.5 UI
+            EXPECT_NEAR(pulses->after[n], m < channel.size() ? channel[m] : 0.0, 1e-12) << n;
+            if (n >= 2 * pulses->valuesPerUi) {
+                EXPECT_NEAR(pulses->before[n], pulses->after[n - 2 * pulses->valuesPerUi], 1e-12) << n;
+            }
+        }
+    }
+    // A pattern shorter than the response cannot tell its UI apart.
+    const std::vector<double> samples = Simulate(std::vector<int>{0, 0, 1, 0, 1, 1, 1, 0}, 2, {.repetitions = 40});
+    EyeReport behind;
+    behind.levels = {-0.5, 0.5};
+    const WaveformPart part{samples, {}};
+    EXPECT_FALSE(FitPulseResponses({}, part, part, {.samplesPerUi = 16.0}, behind));
+}
+
+// Of an FFE and a DFE fitted together: what is behind the FFE at the instants is the taps' sum of what is in front, and the
+// taps of the DFE are what is in front of it, of which it leaves nothing.
+TEST(PulseResponse, ShowsWhatTheTapsDo)
+{
+    const json device = {
+        {"baudRateGBd", 10}, {"samplesPerUi", 16}, {"signalCoding", "NRZ"}, {"patternSymbols", {{"prbs", 9}}}};
+    const json filters = {{{"type", "ffe"}, {"numberOfTaps", 4}, {"fitAtSamplingPhase", true}, {"dfeTaps", 2}},
+                          {{"type", "dfe"}, {"numberOfTaps", 2}}};
+    const std::vector<double> capture =
+        Simulate(LevelsOf(PrbsSymbols(9, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2,
+                 {.repetitions = 2, .symbolRateGBd = 10.0, .lossDb = 6.0, .noiseRms = 0.01});
+    Chain chain(ChainFile::FromText(json{{"device", device}, {"filters", filters}}.dump(), "chain"), capture.size());
+    EyeSettings eyes = EyeSettingsOf(chain);
+    eyes.withPulses = true;
+    const ChainResult result = RunChain(chain, capture, eyes, "capture");
+    EXPECT_FALSE(result.stages[0].taps);
+    for (std::size_t stage = 1; stage <= 2; ++stage) {
+        ASSERT_TRUE(result.stages[stage].taps && result.stages[stage].taps->pulses);
+        const StageTaps& taps = result.stages[stage].taps->taps;
+        const PulseResponses* const pulses = &*result.stages[stage].taps->pulses;
+        const auto at = [&](const std::vector<double>& pulse, double ui) {
+            return pulse.at(
+                static_cast<std::size_t>((ui - pulses->firstUi) * static_cast<double>(pulses->valuesPerUi)));
+        };
+        const double cursor = at(pulses->after, 0.0);
+        EXPECT_GT(cursor, 0.2);
+        for (int ui = 0; ui <= 5; ++ui) {
+            double expected = 0.0;
+            for (std::size_t k = 0; k < taps.values.size(); ++k)
+                expected += stage == 1                ? taps.values[k] * at(pulses->before, ui - taps.offsetsUi[k])
+                            : taps.offsetsUi[k] == ui ? -taps.values[k] * cursor
+                                                      : 0.0;
+            if (stage == 2)
+                expected += at(pulses->before, ui);
+            // The search for the taps of the DFE, and what the line does beyond 20 UI.
+            EXPECT_NEAR(at(pulses->after, ui), expected, 0.01 * cursor) << stage << ' ' << ui;
+            if (stage == 2 && (ui == 1 || ui == 2)) {
+                EXPECT_NEAR(at(pulses->after, ui), 0.0, 0.02 * cursor);
+            }
+        }
+    }
 }
 
 TEST(EyeMeasure, SaysNothingOfWhatHasNoEyes)

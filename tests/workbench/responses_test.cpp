@@ -65,11 +65,52 @@ TEST(Response, OfTheWholeIsTheProductWithoutWhatDecidesOrAdapts)
     });
     EXPECT_EQ(response.leftOut, (std::vector<std::string>{"1 dfe", "4 ffe"}));
     ASSERT_EQ(response.filters.size(), 3U);
+    // Taps by hand are a figure; only in front of the first that decides is it known what an ideal symbol has become.
+    ASSERT_EQ(response.taps.size(), 2U);
+    EXPECT_EQ(response.taps[0].type, "dfe");
+    EXPECT_EQ(response.taps[0].figure.taps.offsetsUi, (std::vector<double>{1.0}));
+    ASSERT_TRUE(response.taps[0].figure.pulses);
+    EXPECT_TRUE(response.taps[0].figure.pulses->after.empty());
+    EXPECT_EQ(response.taps[1].index, 3U);
+    EXPECT_FALSE(response.taps[1].figure.pulses);
     for (std::size_t k = 0; k < response.whole.magnitudeDb.size() / 4; ++k) {
         double sum = 0.0;
         for (const FilterResponse& filter : response.filters)
             sum += filter.function.magnitudeDb[k];
         EXPECT_NEAR(response.whole.magnitudeDb[k], sum, 1e-9);  // rounding, at -60 dB of the largest
+    }
+}
+
+// Whatever tap is the main one, the rectangles stand at the offsets of the taps.
+TEST(Response, OfAnFfeToAnIdealSymbolIsItsTaps)
+{
+    const struct {
+        int tapsPerUi;
+        std::vector<double> taps;
+        std::vector<double> offsets;
+    } cases[] = {{1, {-0.1, 1.2, -0.3}, {-1.0, 0.0, 1.0}}, {2, {1.2, 0.4, -0.3}, {0.0, 0.5, 1.0}}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.tapsPerUi);
+        const ChainResponse response =
+            ResponseOf({{{"type", "ffe"}, {"useManualTaps", true}, {"tapsPerUi", row.tapsPerUi}, {"taps", row.taps}}});
+        ASSERT_EQ(response.taps.size(), 1U);
+        const TapFigure& figure = response.taps[0].figure;
+        EXPECT_EQ(figure.taps.offsetsUi, row.offsets);
+        ASSERT_TRUE(figure.pulses);
+        const auto perUi = static_cast<double>(figure.pulses->valuesPerUi);
+        const auto at = [&](const std::vector<double>& pulse, double ui) {
+            return pulse.at(static_cast<std::size_t>((ui - figure.pulses->firstUi) * perUi));
+        };
+        const auto height = [](double ui) { return std::abs(ui) < 0.5 ? 1.0 : 0.0; };
+        // Of two taps in a UI both are added in the second half of the first one's rectangle.
+        const double middle = row.tapsPerUi == 1 ? 0.0 : 0.25;
+        for (const double ui : {-2.25, -1.0, -0.375, 0.0, 0.125, 0.875, 1.125, 3.0}) {
+            double expected = 0.0;
+            for (std::size_t k = 0; k < row.taps.size(); ++k)
+                expected += row.taps[k] * height(ui + middle - row.offsets[k]);
+            EXPECT_NEAR(at(figure.pulses->after, ui), expected, 1e-12) << ui;
+            EXPECT_EQ(at(figure.pulses->before, ui), height(ui + middle)) << ui;
+        }
     }
 }
 

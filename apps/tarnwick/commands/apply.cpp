@@ -17,11 +17,13 @@
 #include "outputs.h"
 #include "pictures/bathtubplot.h"
 #include "pictures/eyeplot.h"
+#include "pictures/tapsplot.h"
 #include "progress.h"
 #include "workbench/chain.h"
 #include "workbench/chaininput.h"
 #include "workbench/eye.h"
 #include "workbench/eyereport.h"
+#include "workbench/failure.h"
 #include "workbench/lock.h"
 #include "workbench/run.h"
 #include "workbench/waveform.h"
@@ -38,6 +40,7 @@ struct Options {
     FactOptions facts;
     std::string output;
     std::string eyePrefix;
+    std::string tapsPrefix;
     bool whole = false;
     bool json = false;
 };
@@ -104,15 +107,30 @@ std::string TableOf(const std::vector<Workbench::StageReport>& reports)
 }
 
 // A chain that is run again must find what it read the first time.
-void RequireOutputsApart(const Workbench::ChainFile& file, const Options& options)
+void RequireOutputsApart(const std::vector<std::string>& inputs, const Options& options)
 {
-    std::vector<std::string> inputs = {options.chain, options.capture.name, options.capture.minus};
-    for (const std::filesystem::path& read : FilesOf(file))
-        inputs.push_back(read.string());
     RequireApart("--output", options.output, inputs);
     if (!options.eyePrefix.empty())
         for (const char* const end : {"-before.png", "-after.png", "-bathtub.png"})
             RequireApart("--eye", options.eyePrefix + end, inputs);
+}
+
+// What the pictures that were asked for need.
+void RequirePictures(Workbench::Chain& chain, const Workbench::ChainInput& input,
+                     const std::vector<std::string>& inputs, const Options& options)
+{
+    if (!options.eyePrefix.empty())
+        RequireEyes(input, NameOf(options.capture), "--eye");
+    if (options.tapsPrefix.empty())
+        return;
+    const std::vector<Workbench::Stage>& stages = chain.Stages();
+    if (std::none_of(stages.begin(), stages.end(), [](const auto& stage) { return bool(stage.taps); }))
+        throw Workbench::UsageFailure(
+            fmt::format("--taps: {} has no filter with taps; expected an ffe or a dfe", options.chain));
+    RequireEyes(input, NameOf(options.capture), "--taps");
+    for (const Workbench::Stage& stage : stages)
+        if (stage.taps)
+            RequireApart("--taps", TapsPicture(options.tapsPrefix, stage.name, stage.index), inputs);
 }
 
 // The capture, locked for the chain.
@@ -125,7 +143,7 @@ Workbench::ChainInput ReadInput(const Workbench::ChainFile& file, const Options&
     return InputFor(file, capture, With(options.facts), NameOf(options.capture));
 }
 
-void Draw(const Options& options, const Workbench::ChainInput& input, const Workbench::ChainResult& result)
+void DrawEyes(const Options& options, const Workbench::ChainInput& input, const Workbench::ChainResult& result)
 {
     const auto& first = result.stages.front();
     const auto& last = result.stages.back();
@@ -144,20 +162,39 @@ void Draw(const Options& options, const Workbench::ChainInput& input, const Work
     DrawBathtub(options.eyePrefix + "-bathtub.png", curves, name);
 }
 
+void DrawStageTaps(const Options& options, Workbench::Chain& chain, const Workbench::ChainResult& result)
+{
+    const std::string name = std::filesystem::path(NameOf(options.capture)).filename().string();
+    std::size_t report = 0;  // of the capture; those of the stages follow
+    for (const Workbench::Stage& stage : chain.Stages()) {
+        const auto& figure = result.stages[++report].taps;
+        if (!figure)
+            continue;
+        if (!figure->pulses)
+            PrintNote(fmt::format(
+                "{}: {}: no pulse response is drawn; its symbols are too few, repeat too soon, or cannot be made out",
+                NameOf(options.capture), stage.place));
+        DrawTaps(TapsPicture(options.tapsPrefix, stage.name, stage.index), *figure,
+                 fmt::format("{}: filter {} {}", name, stage.index, stage.name));
+    }
+}
+
 void Apply(const Options& options)
 {
     if (!options.output.empty())
         RequireRecordName(options.output);
     const Workbench::ChainFile file(options.chain);
-    RequireOutputsApart(file, options);
+    std::vector<std::string> inputs = FilesOf(file);
+    inputs.insert(inputs.end(), {options.chain, options.capture.name, options.capture.minus});
+    RequireOutputsApart(inputs, options);
     Workbench::ChainInput input = ReadInput(file, options);
     PrintNotes(input.notes);
-    if (!options.eyePrefix.empty())
-        RequireEyes(input, NameOf(options.capture), "--eye");
     input.eyes.withBathtub = !options.eyePrefix.empty();
+    input.eyes.withPulses = !options.tapsPrefix.empty();
     Workbench::Chain chain(input.chain, input.samples.size());
     StageNotes stageNotes;
     stageNotes.Print(chain);
+    RequirePictures(chain, input, inputs, options);
 
     Workbench::ChainResult result;
     {
@@ -176,7 +213,9 @@ void Apply(const Options& options)
     PrintReport(options.json ? ReportAsJson(result.stages, input.acquisition) + "\n" : found + TableOf(result.stages));
     // Behind the table, which does not need gnuplot.
     if (!options.eyePrefix.empty())
-        Draw(options, input, result);
+        DrawEyes(options, input, result);
+    if (!options.tapsPrefix.empty())
+        DrawStageTaps(options, chain, result);
 }
 
 }  // namespace
@@ -194,7 +233,13 @@ void AddApply(CLI::App& command)
     command.add_flag("--whole", options->whole, "Write the ends of a single shot too, which the filters have spoilt");
     command.add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png, PREFIX-after.png and PREFIX-bathtub.png")
         ->type_name("PREFIX");
+    command
+        .add_option("--taps", options->tapsPrefix,
+                    "Draw PREFIX-ffe-N.png or PREFIX-dfe-N.png for each filter N with taps: the taps, and the pulse "
+                    "response in front of it and behind it by linear fit")
+        ->type_name("PREFIX");
     command.add_flag("--json", options->json, "Print the stages as JSON");
+    command.footer("Filters are numbered as in the file, from 0. ");
     command.callback([options] { Apply(*options); });
 }
 

@@ -124,9 +124,8 @@ std::string CaptionOf(const Workbench::EqualiserPoint& point)
 void Run(const Options& options)
 {
     Workbench::ChainFile file(options.chain);
-    std::vector<std::string> inputs = {options.chain, options.capture.name, options.capture.minus};
-    for (const std::filesystem::path& read : FilesOf(file))
-        inputs.push_back(read.string());
+    std::vector<std::string> inputs = FilesOf(file);
+    inputs.insert(inputs.end(), {options.chain, options.capture.name, options.capture.minus});
     RequireApart("--output", options.output, inputs);
     if (!options.table.empty()) {
         RequireApart("--tried", options.table, inputs);

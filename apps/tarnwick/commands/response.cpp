@@ -1,7 +1,9 @@
 // tarnwick response: what the filters of a chain do to a spectrum.
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -9,6 +11,7 @@
 #include "notes.h"
 #include "outputs.h"
 #include "pictures/responseplot.h"
+#include "pictures/tapsplot.h"
 #include "progress.h"
 #include "workbench/chainresponse.h"
 #include "workbench/responsereport.h"
@@ -27,11 +30,36 @@ struct Options {
     bool json = false;
 };
 
+std::string ChannelName(const Options& options, std::size_t index)
+{
+    return fmt::format("{}-sirc-{}", options.prefix, index);
+}
+
+void RequireOutputsApart(const Workbench::ChainFile& file, Workbench::Chain& chain, const Options& options)
+{
+    if (options.prefix.empty())
+        return;
+    std::vector<std::string> inputs = FilesOf(file);
+    inputs.push_back(options.chain);
+    std::vector<std::string> outputs = {options.prefix + ".png", options.prefix + "-frequency.csv",
+                                        options.prefix + "-impulse.csv"};
+    for (const Workbench::Stage& stage : chain.Stages()) {
+        if (stage.channel)
+            outputs.insert(outputs.end(),
+                           {ChannelName(options, stage.index) + ".png", ChannelName(options, stage.index) + ".csv"});
+        if (stage.taps)
+            outputs.push_back(TapsPicture(options.prefix, stage.name, stage.index));
+    }
+    for (const std::string& output : outputs)
+        RequireApart("--output", output, inputs);
+}
+
 Workbench::ChainResponse Measure(const Options& options)
 {
     const Workbench::ChainFile file(options.chain);
     const Workbench::ImpulseRecord record = Workbench::ImpulseRecordFor(file);
     Workbench::Chain chain(file, record.sampleCount);
+    RequireOutputsApart(file, chain, options);
     StageNotes notes;
     notes.Print(chain);
     Workbench::ChainResponse response;
@@ -44,18 +72,14 @@ Workbench::ChainResponse Measure(const Options& options)
     return response;
 }
 
-std::string ChannelName(const Options& options, const Workbench::FilterResponse& filter)
-{
-    return fmt::format("{}-sirc-{}", options.prefix, filter.index);
-}
-
 void WriteColumns(const Options& options, const Workbench::ChainResponse& response)
 {
     Workbench::WriteWhole(options.prefix + "-frequency.csv", Workbench::FrequencyColumns(response));
     Workbench::WriteWhole(options.prefix + "-impulse.csv", Workbench::ImpulseColumns(response));
     for (const Workbench::FilterResponse& filter : response.filters)
         if (filter.channel)
-            Workbench::WriteWhole(ChannelName(options, filter) + ".csv", Workbench::ChannelColumns(*filter.channel));
+            Workbench::WriteWhole(ChannelName(options, filter.index) + ".csv",
+                                  Workbench::ChannelColumns(*filter.channel));
 }
 
 void Draw(const Options& options, const Workbench::ChainResponse& response)
@@ -64,9 +88,12 @@ void Draw(const Options& options, const Workbench::ChainResponse& response)
     DrawResponse(options.prefix + ".png", response, "Response of " + chain);
     for (const Workbench::FilterResponse& filter : response.filters)
         if (filter.channel)
-            DrawChannel(ChannelName(options, filter) + ".png", *filter.channel,
+            DrawChannel(ChannelName(options, filter.index) + ".png", *filter.channel,
                         fmt::format("Channel corrected to a Bessel-Thomson response of {:.4g} GHz: filter {} of {}",
                                     filter.channel->cutoff / Workbench::kGiga, filter.index, chain));
+    for (const Workbench::FilterTaps& taps : response.taps)
+        DrawTaps(TapsPicture(options.prefix, taps.type, taps.index), taps.figure,
+                 fmt::format("{}: filter {} {}", chain, taps.index, taps.type));
 }
 
 void Run(const Options& options)
@@ -93,7 +120,8 @@ void AddResponse(CLI::App& command)
     command
         .add_option("-o,--output", options->prefix,
                     "Write PREFIX.png, PREFIX-frequency.csv and PREFIX-impulse.csv, for SiRC filter N also "
-                    "PREFIX-sirc-N.png and .csv")
+                    "PREFIX-sirc-N.png and .csv, for an FFE or DFE whose taps the file gives PREFIX-ffe-N.png or "
+                    "PREFIX-dfe-N.png")
         ->type_name("PREFIX");
     command.add_flag("--json", options->json, "Print the figures as JSON");
     command.footer("Filters are numbered as in the file, from 0. ");

@@ -41,16 +41,6 @@ std::string EyeTheme()
            "set xrange [-1:1]\n";
 }
 
-struct Unit {
-    double perVolt;
-    const char* name;
-};
-
-Unit UnitFor(VoltageRange range)
-{
-    return range.high - range.low < kMillivoltRange ? Unit{1e3, "mV"} : Unit{1.0, "V"};
-}
-
 std::string NoteOf(const EyeTile& tile)
 {
     if (!tile.openingPercent)
@@ -220,6 +210,11 @@ VoltageRange RangeOf(std::span<const double> samples, std::span<const double> ot
     return {range.low - room, range.high + room};
 }
 
+VoltageUnit UnitFor(VoltageRange range)
+{
+    return range.high - range.low < kMillivoltRange ? VoltageUnit{1e3, "mV"} : VoltageUnit{1.0, "V"};
+}
+
 EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
                   std::size_t columns, std::size_t rows)
 {
@@ -234,7 +229,7 @@ EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double p
 void DrawEye(const fs::path& path, std::span<const double> samples, double samplesPerUi, const EyeReport& report,
              VoltageRange range, const std::string& title)
 {
-    const Unit unit = UnitFor(range);
+    const VoltageUnit unit = UnitFor(range);
     std::string script = EyeTheme() + "set title " + Quoted(title + FiguresOf(report)) + "\n";
     script += "set xlabel 'time from the measuring phase [UI]'\n";
     script += fmt::format("set ylabel 'voltage [{}]'\nset yrange [{}:{}]\n", unit.name, range.low * unit.perVolt,
@@ -304,7 +299,7 @@ void DrawEyeSheet(const fs::path& path, const SheetGrid& grid, std::span<const E
             shown = shown ? VoltageRange{std::min(shown->low, range.low), std::max(shown->high, range.high)} : range;
     }
     const VoltageRange range = shown.value_or(VoltageRange{0.0, 1.0});
-    const Unit unit = UnitFor(range);
+    const VoltageUnit unit = UnitFor(range);
 
     std::string script = EyeTheme() + "set multiplot\n";
     script += fmt::format("set yrange [{}:{}]\n", range.low * unit.perVolt, range.high * unit.perVolt);

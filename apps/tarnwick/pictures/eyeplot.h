@@ -21,6 +21,14 @@ struct VoltageRange {
 /// The range of all samples with a little room around it: two pictures of the same range compare at a glance.
 VoltageRange RangeOf(std::span<const double> samples, std::span<const double> others = {});
 
+struct VoltageUnit {
+    double perVolt;
+    const char* name;
+};
+
+/// The unit that labels a range: mV below half a volt.
+VoltageUnit UnitFor(VoltageRange range);
+
 /// A density eye, two UI wide with the measuring phase in the middle.
 struct EyeImage {
     std::size_t columns;

@@ -26,28 +26,6 @@ constexpr double kFlatCorrelation = 0.99;         // of the largest
 constexpr double kSmallestCorrelation = 0.3;      // see LocateSymbols
 constexpr std::size_t kOffsets = 2 * kEyePhases;  // from a UI before the centre to a UI behind it
 
-// The first UI whose values from `position` on, over `span` samples, lie in the valid part, and how many there are.
-SymbolRange ValidUi(const EyeRecord& record, double position, double span)
-{
-    const std::size_t count = record.UiCount();
-    if (record.wrapping == Wrapping::Circular)
-        return {0, count};
-    const BandLimitedRecord waveform(record.samples, record.wrapping);
-    const auto isValid = [&](std::size_t i) {
-        const double low = position + static_cast<double>(i) * record.samplesPerUi;
-        const double high = low + span;
-        return low >= static_cast<double>(record.first) &&
-               high <= static_cast<double>(record.first + record.count) - 1.0 && waveform.Covers(low, high);
-    };
-    std::size_t first = 0;
-    while (first < count && !isValid(first))
-        ++first;
-    std::size_t end = count;
-    while (end > first && !isValid(end - 1))
-        --end;
-    return {first, end - first};
-}
-
 // Reads the same phases of one UI after the other.
 class PhaseReader {
 public:
@@ -310,6 +288,27 @@ std::size_t EyeRecord::UiCount() const
 EyeRecord WholePeriods(std::span<const double> samples, double samplesPerUi, int levelCount)
 {
     return {samples, samplesPerUi, levelCount, 0, samples.size(), Wrapping::Circular};
+}
+
+SymbolRange ValidUi(const EyeRecord& record, double position, double span)
+{
+    const std::size_t count = record.UiCount();
+    if (record.wrapping == Wrapping::Circular)
+        return {0, count};
+    const BandLimitedRecord waveform(record.samples, record.wrapping);
+    const auto isValid = [&](std::size_t i) {
+        const double low = position + static_cast<double>(i) * record.samplesPerUi;
+        const double high = low + span;
+        return low >= static_cast<double>(record.first) &&
+               high <= static_cast<double>(record.first + record.count) - 1.0 && waveform.Covers(low, high);
+    };
+    std::size_t first = 0;
+    while (first < count && !isValid(first))
+        ++first;
+    std::size_t end = count;
+    while (end > first && !isValid(end - 1))
+        --end;
+    return {first, end - first};
 }
 
 PhaseValues ValuesAt(const EyeRecord& record, double position)

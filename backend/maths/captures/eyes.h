@@ -80,6 +80,11 @@ struct PhaseValues {
     SymbolRange range;           ///< the UI whose value the valid part holds
 };
 
+/// The UI whose values from a position on are valid; all of a record that wraps.
+/// @param position  [samples] of symbol 0
+/// @param span      [samples] beyond it
+TARNWICK_FRAMEWORK_API SymbolRange ValidUi(const EyeRecord& record, double position, double span);
+
 /// @param position  [samples] of symbol 0
 TARNWICK_FRAMEWORK_API PhaseValues ValuesAt(const EyeRecord& record, double position);
 

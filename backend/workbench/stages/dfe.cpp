@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 
 #include "filters/filters/dfefilter.h"
@@ -30,6 +31,25 @@ const std::vector<Field<P>>& Fields()
     return fields;
 }
 
+// [samples] of the first decision.
+double Instant(const P& parameters, const DeviceConfiguration& config)
+{
+    const double samples =
+        Maths::SamplesFromDelay(parameters.samplingDelayPs, parameters.samplesPerUi, config.baudRateGBd);
+    const double delay = std::fmod(samples, parameters.samplesPerUi);
+    return delay < 0.0 ? delay + parameters.samplesPerUi : delay;
+}
+
+StageTaps TapsOf(const P& parameters, const DeviceConfiguration& config)
+{
+    StageTaps taps{.kind = StageTaps::Kind::Feedback, .values = parameters.taps};
+    taps.values.resize(static_cast<std::size_t>(std::max(parameters.numberOfTaps, 0)), 0.0);
+    for (std::size_t k = 0; k < taps.values.size(); ++k)
+        taps.offsetsUi.push_back(static_cast<double>(k) + 1.0);
+    taps.instantUi = Instant(parameters, config) / SamplesPerUiOf(config);
+    return taps;
+}
+
 // Decisions and errors behind the filter, where the pattern's symbols are known. Without taps to find there is no
 // sampling delay either.
 nlohmann::json DecisionsOf(const P& parameters, const DeviceConfiguration& config, std::span<const double> filtered,
@@ -40,13 +60,10 @@ nlohmann::json DecisionsOf(const P& parameters, const DeviceConfiguration& confi
     if (!hasDelay || levelCount == 0 || config.patternSymbols.empty() ||
         config.patternSymbols.size() != static_cast<std::size_t>(config.patternLengthUi))
         return nlohmann::json::object();
-    const double samples =
-        Maths::SamplesFromDelay(parameters.samplingDelayPs, parameters.samplesPerUi, config.baudRateGBd);
-    const double delay = std::fmod(samples, parameters.samplesPerUi);
     const auto ignored = static_cast<std::size_t>(std::ceil(static_cast<double>(valid.first) / SamplesPerUiOf(config)));
-    const DecisionCount count = CountDecisions(
-        filtered, LevelsOf(config.patternSymbols, config.signalCoding, config.withoutGrayCoding), levelCount,
-        SamplesPerUiOf(config), delay < 0.0 ? delay + parameters.samplesPerUi : delay, ignored);
+    const DecisionCount count =
+        CountDecisions(filtered, LevelsOf(config.patternSymbols, config.signalCoding, config.withoutGrayCoding),
+                       levelCount, SamplesPerUiOf(config), Instant(parameters, config), ignored);
     return {{"decisions", count.decisions}, {"errors", count.errors}};
 }
 
@@ -75,6 +92,7 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
     plan.stage.findings = [&](std::span<const double> filtered, ValidPart valid) {
         return Findings(parameters, config, filtered, valid);
     };
+    plan.stage.taps = [&] { return TapsOf(parameters, config); };
     plan.claimedSamples = parameters.numberOfTaps;
     plan.claimedBy = "numberOfTaps";
     return plan;

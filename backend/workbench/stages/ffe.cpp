@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 
 #include "filters/filters/ffefilter.h"
 #include "workbench/plumbing/device.h"
@@ -47,14 +49,18 @@ std::unique_ptr<P> NewParameters(DeviceConfiguration* config)
     return parameters;
 }
 
+std::ptrdiff_t LargestTap(const P& parameters)
+{
+    const auto& taps = parameters.appliedTaps;
+    return std::max_element(taps.begin(), taps.end(), [](double a, double b) { return std::abs(a) < std::abs(b); }) -
+           taps.begin();
+}
+
 std::string Findings(const P& parameters, const Filters::FFEFilter& filter)
 {
     nlohmann::json findings = {{"taps", parameters.taps}, {"appliedTaps", parameters.appliedTaps}};
-    const auto& taps = parameters.appliedTaps;
-    const auto largest =
-        std::max_element(taps.begin(), taps.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
-    if (!taps.empty())
-        findings["mainCursor"] = largest - taps.begin() + 1;
+    if (!parameters.appliedTaps.empty())
+        findings["mainCursor"] = LargestTap(parameters) + 1;
     if (std::isfinite(filter.residualError))
         findings["residualError"] = filter.residualError;
     if (std::isfinite(filter.conditionNumber)) {
@@ -65,6 +71,28 @@ std::string Findings(const P& parameters, const Filters::FFEFilter& filter)
     if (!filter.feedbackTaps.empty())
         findings["feedbackTaps"] = filter.feedbackTaps;
     return findings.dump();
+}
+
+// A symbol-spaced reference equaliser, or taps a whole number of samples apart.
+double SpacingUi(const P& parameters, const DeviceConfiguration& config)
+{
+    if (parameters.useTdecqEqualizer)
+        return 1.0;
+    const std::int32_t samples = parameters.samplesPerUi / std::max(parameters.tapsPerUi, 1);
+    return samples / SamplesPerUiOf(config);
+}
+
+StageTaps TapsOf(const P& parameters, const Filters::FFEFilter& filter, const DeviceConfiguration& config)
+{
+    StageTaps taps{.values = parameters.appliedTaps};
+    const double spacing = SpacingUi(parameters, config);
+    const auto cursor = static_cast<double>(LargestTap(parameters));
+    for (std::size_t k = 0; k < taps.values.size(); ++k)
+        taps.offsetsUi.push_back((static_cast<double>(k) - cursor) * spacing);
+    taps.delayUi = cursor * spacing;
+    if (std::isfinite(filter.samplingPhaseUi))
+        taps.instantUi = filter.samplingPhaseUi;
+    return taps;
 }
 
 // From the first tap to the last, whole UI.
@@ -89,9 +117,10 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
     plan.stage.needsSymbols = plan.stage.adaptive;
     plan.claimedSamples = parameters.numberOfTaps * std::max(SamplesPerUiOf(config), 1.0);
     plan.claimedBy = "numberOfTaps * samplesPerUi";
-    plan.complete = [&parameters, place](Stage& stage) {
+    plan.complete = [&parameters, &config, place](Stage& stage) {
         const auto& filter = MakeFilter<Filters::FFEFilter>(stage, parameters, place);
         stage.findings = [&](std::span<const double>, ValidPart) { return Findings(parameters, filter); };
+        stage.taps = [&] { return TapsOf(parameters, filter, config); };
     };
     return plan;
 }
