@@ -2,6 +2,9 @@
 if(TARNWICK_SANITIZE)
     add_compile_options(-fsanitize=${TARNWICK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${TARNWICK_SANITIZE})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        add_compile_options(-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignorelist.txt)
+    endif()
 endif()
 
 function(tarnwick_options target)

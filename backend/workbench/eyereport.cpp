@@ -132,9 +132,9 @@ std::string OpeningsText(const EyeReport& report)
                                : fmt::format("{:.1f}", fmt::join(ValuesOf(report, &EyeOpening::openingPercent), " "));
 }
 
-std::string BerText(const EyeReport& report)
+std::string BerText(std::optional<double> ber)
 {
-    return report.ber ? RatioText(*report.ber, 2) : "-";
+    return ber ? RatioText(*ber, 2) : "-";
 }
 
 std::string EyeAsText(const EyeReport& report, ZeroVolts zero)
@@ -163,7 +163,7 @@ std::string EyeAsText(const EyeReport& report, ZeroVolts zero)
             ReportRow("Q", EachEye(report, "{}", QText));
     }
     if (report.ber) {
-        text += ReportRow("noise rms V", fmt::format("{:.4g}", *report.noiseRms)) + ReportRow("BER", BerText(report)) +
+        text += ReportRow("noise rms V", fmt::format("{:.4g}", *report.noiseRms)) + ReportRow("BER", BerText(report.ber)) +
                 ReportRow(fmt::format("heights at {:g}", report.targetBer),
                           EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.heightAtBer; }));
     }

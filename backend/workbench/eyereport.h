@@ -1,6 +1,7 @@
 // Eye measurements as text, and what a chain has to say for there to be any.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "framework/export.h"
@@ -20,7 +21,7 @@ TARNWICK_WORKBENCH_API std::string OpeningsText(const EyeReport& report);
 TARNWICK_WORKBENCH_API std::string WidthText(std::optional<double> widthUi);
 
 /// "2.3e-12", "below 1e-30", "0"; "-" when there is none.
-TARNWICK_WORKBENCH_API std::string BerText(const EyeReport& report);
+TARNWICK_WORKBENCH_API std::string BerText(std::optional<double> ber);
 
 /// Whether 0 V is a dark line, so that levels have a ratio.
 enum class ZeroVolts { Unknown, Dark };

@@ -81,17 +81,16 @@ EqualiserTrial TrialOf(const json& row)
 
 std::string OptimisedAsText(const OptimiserResult& result)
 {
-    std::string text = fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  {:>9}  {:>9}  {:>8}  {:>9}\n", "rank", "CTLE", "FFE",
+    std::string text = fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  {:>9}  {:>9}  {:>8}  {:>11}\n", "rank", "CTLE", "FFE",
                                    "DFE", "opening %", "height V", "width UI", "BER");
     std::size_t rank = 0;
     for (const std::size_t index : BestFirst(result)) {
         const EqualiserTrial& trial = result.trials[index];
         text += fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  ", ++rank, CtleText(trial.point), trial.point.ffeTaps,
                             trial.point.dfeTaps);
-        text += trial.error.empty()
-                    ? fmt::format("{:>9.1f}  {:>9.4g}  {:>8}  {:>9}\n", trial.openingPercent, trial.heightV,
-                                  WidthText(trial.widthUi), trial.ber ? fmt::format("{:.2g}", *trial.ber) : "-")
-                    : trial.error + "\n";
+        text += trial.error.empty() ? fmt::format("{:>9.1f}  {:>9.4g}  {:>8}  {:>11}\n", trial.openingPercent,
+                                                  trial.heightV, WidthText(trial.widthUi), BerText(trial.ber))
+                                    : trial.error + "\n";
     }
     return text;
 }

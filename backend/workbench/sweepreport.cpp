@@ -86,8 +86,8 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
     for (const std::size_t index : Ranking(runs)) {
         const SweepRun& run = runs[index];
         text += fmt::format("{:>5}{}  {:>9}  {:>8}  {:>11}{}  {:<16}  {}\n", ++rank, columns(run), opening(run),
-                            WidthText(SmallestWidthUi(run.eye)), BerText(run.eye), tdecq(run), OpeningsText(run.eye),
-                            HeightsText(run.eye));
+                            WidthText(SmallestWidthUi(run.eye)), BerText(run.eye.ber), tdecq(run),
+                            OpeningsText(run.eye), HeightsText(run.eye));
     }
     for (const SweepRun& run : runs)
         if (!run.error.empty())

@@ -82,6 +82,21 @@ void* operator new(std::size_t size, std::align_val_t alignment)
     return Tarnwick::Testing::Allocate(size, static_cast<std::size_t>(alignment));
 }
 
+// The library's temporary buffers ask so.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    try {
+        return ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void operator delete(void* block, const std::nothrow_t&) noexcept
+{
+    Tarnwick::Testing::Release(block);
+}
+
 void operator delete(void* block) noexcept
 {
     Tarnwick::Testing::Release(block);

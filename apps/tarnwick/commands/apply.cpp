@@ -83,7 +83,7 @@ std::string TableOf(const std::vector<Workbench::StageReport>& reports)
                                                    "seconds"}};
     for (const Workbench::StageReport& report : reports)
         rows.push_back({report.name, OpeningsText(report.eye), WidthsText(report.eye), HeightsText(report.eye),
-                        BerText(report.eye), fmt::format("{:.3f}", report.eye.phaseUi),
+                        Workbench::BerText(report.eye.ber), fmt::format("{:.3f}", report.eye.phaseUi),
                         fmt::format("{}", report.samples), fmt::format("{}", report.repetitions),
                         fmt::format("{:.4g}", report.mean), fmt::format("{:.4g}", report.rms),
                         fmt::format("{:.4g}", report.peakToPeak), fmt::format("{:.2g}", report.seconds)});

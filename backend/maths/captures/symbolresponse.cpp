@@ -44,7 +44,7 @@ public:
     Neighbours NeighboursOf(SymbolRange block)
     {
         const std::size_t needed = block.count + span_.Count() - 1;
-        const double* from = levels_.data() + (block.first - span_.before);
+        const double* from = nullptr;
         if (wrapping_ == Wrapping::Circular &&
             (block.first < span_.before || block.first + block.count + span_.after > levels_.size())) {
             wrapped_.resize(needed);
@@ -52,6 +52,8 @@ public:
                 wrapped_[i] = levels_[WrappedIndex(
                     static_cast<long long>(block.first + i) - static_cast<long long>(span_.before), levels_.size())];
             from = wrapped_.data();
+        } else {
+            from = levels_.data() + (block.first - span_.before);
         }
         return {from, static_cast<Index>(block.count), static_cast<Index>(span_.Count()), Eigen::OuterStride<>(1)};
     }
