@@ -94,10 +94,11 @@ Complex LowFrequencyPairResponse::operator()(double frequency) const
 
 namespace {
 
-// exp((1 + j) x)
+// exp((1 + j) x). Of a gain that is no number the response is none either, as in the formula: std::polar takes no such value.
 Complex InverseOfCable(double exponent)
 {
-    return std::polar(std::exp(exponent), exponent);
+    const double magnitude = std::exp(exponent);
+    return {magnitude * std::cos(exponent), magnitude * std::sin(exponent)};
 }
 
 }  // namespace
