@@ -107,7 +107,7 @@ public:
         const auto peak = std::abs(*largest) > std::abs(*smallest) ? largest : smallest;
         lag_ = peak - correlation.begin();
         isInverted_ = !(*peak > 0.0);
-        reach_ = static_cast<long long>((2 * SpanOf(problem) + problem.feedbackTaps + 4) * s);
+        reach_ = static_cast<long long>(2 * SpanOf(problem) + problem.feedbackTaps + 4) * static_cast<long long>(s);
         for (long long lag = lag_ - reach_; lag <= lag_ + reach_; ++lag)
             nearby_.push_back(correlation[WrappedIndex(lag, correlation.size())]);
     }
