@@ -39,7 +39,8 @@ struct FilterResponse {
 struct FilterTaps {
     std::string type;       ///< as in the file
     std::size_t index = 0;  ///< among all filters of the file
-    TapFigure figure = {};  ///< of an ideal symbol through the filters in front; behind a filter that decides there is none
+    TapFigure figure =
+        {};  ///< of an ideal symbol through the filters in front; behind a filter that decides there is none
 };
 
 struct TARNWICK_WORKBENCH_API ChainResponse {

@@ -163,7 +163,8 @@ std::string EyeAsText(const EyeReport& report, ZeroVolts zero)
             ReportRow("Q", EachEye(report, "{}", QText));
     }
     if (report.ber) {
-        text += ReportRow("noise rms V", fmt::format("{:.4g}", *report.noiseRms)) + ReportRow("BER", BerText(report.ber)) +
+        text += ReportRow("noise rms V", fmt::format("{:.4g}", *report.noiseRms)) +
+                ReportRow("BER", BerText(report.ber)) +
                 ReportRow(fmt::format("heights at {:g}", report.targetBer),
                           EachEye(report, "{:.4g}", [](const EyeOpening& one) { return *one.heightAtBer; }));
     }
