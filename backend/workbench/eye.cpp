@@ -76,6 +76,11 @@ std::vector<BathtubPoint> Bathtub(const Maths::EyeRecord& record, const Maths::A
 
 }  // namespace
 
+bool HoldsWaveform(const EyeSettings& settings)
+{
+    return settings.holdsWaveform && settings.samplesPerUi >= kFewestSamplesPerUi;
+}
+
 double OuterModulationAmplitude(const EyeReport& report)
 {
     return report.levels.empty() ? 0.0 : report.levels.back() - report.levels.front();
@@ -93,7 +98,7 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
     EyeReport report;
     report.valid =
         settings.circular ? ValidPart{0, samples.size()} : settings.valid.value_or(ValidPart{0, samples.size()});
-    const bool holdsWaveform = settings.holdsWaveform && settings.samplesPerUi >= kFewestSamplesPerUi;
+    const bool holdsWaveform = HoldsWaveform(settings);
     report.targetBer = settings.targetBer;
     report.symbolRateGBd = settings.symbolRateGBd;
     const Maths::EyeRecord record{samples,

@@ -30,6 +30,9 @@ struct EyeSettings {
     bool withPulses = false;    ///< of a chain: fit the pulse responses in front of and behind each stage that has taps
 };
 
+/// Whether the waveform is known between the symbols: its width, its bathtub and TDECQ ask for it.
+TARNWICK_WORKBENCH_API bool HoldsWaveform(const EyeSettings& settings);
+
 struct EyeOpening {
     double height = 0.0;  ///< [V] smallest sample above it minus the largest below; negative: it is closed
     std::optional<double> widthUi = 0.0;  ///< [UI] phases around the measuring one at which no sample crosses the

@@ -18,33 +18,19 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-std::vector<double> ValuesOf(const EyeReport& report, double EyeOpening::*value)
-{
-    std::vector<double> values;
-    values.reserve(report.eyes.size());
-    for (const EyeOpening& eye : report.eyes)
-        values.push_back(eye.*value);
-    return values;
-}
-
-std::string Joined(const EyeReport& report, double EyeOpening::*value)
-{
-    return report.eyes.empty() ? "-" : fmt::format("{:.4g}", fmt::join(ValuesOf(report, value), " "));
-}
-
 nlohmann::ordered_json OrNull(const std::optional<double>& value)
 {
     return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
 }
 
-// One figure of each eye, lowest first.
+// One figure of each eye, lowest first; "-" without eyes.
 template <typename Figure>
 std::string EachEye(const EyeReport& report, const char* format, Figure figure)
 {
     std::string text;
     for (const EyeOpening& eye : report.eyes)
         text += fmt::format("{}{}", text.empty() ? "" : " ", fmt::format(fmt::runtime(format), figure(eye)));
-    return text;
+    return text.empty() ? "-" : text;
 }
 
 std::string QText(const EyeOpening& eye)
@@ -111,7 +97,7 @@ void AddErrorRatio(nlohmann::ordered_json& target, const EyeReport& report)
 
 std::string HeightsText(const EyeReport& report)
 {
-    return Joined(report, &EyeOpening::height);
+    return EachEye(report, "{:.4g}", [](const EyeOpening& one) { return one.height; });
 }
 
 std::string WidthsText(const EyeReport& report)
@@ -128,8 +114,7 @@ std::string WidthText(std::optional<double> widthUi)
 
 std::string OpeningsText(const EyeReport& report)
 {
-    return report.eyes.empty() ? "-"
-                               : fmt::format("{:.1f}", fmt::join(ValuesOf(report, &EyeOpening::openingPercent), " "));
+    return EachEye(report, "{:.1f}", [](const EyeOpening& one) { return one.openingPercent; });
 }
 
 std::string BerText(std::optional<double> ber)

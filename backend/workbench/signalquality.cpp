@@ -32,7 +32,7 @@ std::optional<ReferenceEqualiser> FindReferenceEqualiser(std::span<const double>
                                                          int numberOfTaps)
 {
     const auto samplesPerUi = static_cast<std::size_t>(eyes.samplesPerUi);
-    if (eyes.pattern.empty() || eyes.levelCount != kTdecqLevels || !eyes.holdsWaveform)
+    if (eyes.pattern.empty() || eyes.levelCount != kTdecqLevels || !HoldsWaveform(eyes))
         return std::nullopt;
     // What is valid of a single shot begins where the seam ends; the symbols at its very ends were decided without all of
     // their neighbours, and one UI says that the record has ends.
@@ -69,7 +69,7 @@ SignalQuality MeasureSignalQuality(const LockedCapture& capture, int numberOfTap
     }
     if (!quality.eye.levels.empty())
         quality.levelMismatchRatio = LevelMismatchRatio(quality.eye.levels);
-    if (!settings.holdsWaveform) {
+    if (!HoldsWaveform(settings)) {
         quality.whyNoTdecq =
             fmt::format("{:.6g} samples per UI do not hold two time slices 0.1 UI apart; expected {} or more",
                         capture.report.samplesPerUi, kFewestSamplesPerUi);

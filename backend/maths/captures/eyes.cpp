@@ -170,6 +170,11 @@ struct Slice {
         const double distance = levels[eye + 1] - levels[eye];
         return distance > 0.0 ? (above[eye] - below[eye]) / distance : -kInfinity;
     }
+    /// Without its width, which no single phase tells.
+    Eye EyeOf(std::size_t eye) const
+    {
+        return {above[eye] - below[eye], OpeningOf(eye), 0.5 * (above[eye] + below[eye]), 0.0, 0.0, 0.0};
+    }
     double SmallestOpening() const
     {
         double smallest = kInfinity;
@@ -420,8 +425,7 @@ std::optional<EyeFigures> MeasureAtSamples(const EyeRecord& record, const Aligne
         return std::nullopt;
     EyeFigures figures{slice.levels, {}, position};
     for (std::size_t eye = 0; eye < slice.above.size(); ++eye)
-        figures.eyes.push_back({slice.above[eye] - slice.below[eye], slice.OpeningOf(eye),
-                                0.5 * (slice.above[eye] + slice.below[eye]), 0.0, 0.0, 0.0});
+        figures.eyes.push_back(slice.EyeOf(eye));
     return figures;
 }
 
@@ -481,12 +485,10 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
     EyeFigures figures{slice.levels, {}, position};
     const double shift = (coarse - position) / record.samplesPerUi;  // [UI] of the phase that the spans start from
     for (std::size_t eye = 0; eye < eyes; ++eye) {
-        const double height = slice.above[eye] - slice.below[eye];
-        const double threshold = 0.5 * (slice.above[eye] + slice.below[eye]);
-        Eye figure{height, slice.OpeningOf(eye), threshold, 0.0, 0.0, 0.0};
-        if (height > 0.0) {
-            const double left = OpenSpan(sides[eye], at, -1, threshold) / kUi;
-            const double right = OpenSpan(sides[eye], at, 1, threshold) / kUi;
+        Eye figure = slice.EyeOf(eye);
+        if (figure.height > 0.0) {
+            const double left = OpenSpan(sides[eye], at, -1, figure.threshold) / kUi;
+            const double right = OpenSpan(sides[eye], at, 1, figure.threshold) / kUi;
             figure.widthUi = std::min(1.0, left + right);
             figure.leftUi = shift - left;
             figure.rightUi = shift + right;

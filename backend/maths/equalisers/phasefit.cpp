@@ -103,10 +103,9 @@ public:
         const std::size_t ignored = std::min(problem.ignoredUi * s, (record.size() - 1) / 2);
         const std::vector<double> correlation = CircularCorrelationWithHeld(
             WithoutMean(record, ignored), WithoutMean(problem.levels.first(record.size() / s)));
-        const auto [smallest, largest] = std::minmax_element(correlation.begin(), correlation.end());
-        const auto peak = std::abs(*largest) > std::abs(*smallest) ? largest : smallest;
-        lag_ = peak - correlation.begin();
-        isInverted_ = !(*peak > 0.0);
+        const CorrelationPeak peak = PeakOfEitherSign(correlation);
+        lag_ = static_cast<long long>(peak.lag);
+        isInverted_ = !(peak.value > 0.0);
         reach_ = static_cast<long long>(2 * SpanOf(problem) + problem.feedbackTaps + 4) * static_cast<long long>(s);
         for (long long lag = lag_ - reach_; lag <= lag_ + reach_; ++lag)
             nearby_.push_back(correlation[WrappedIndex(lag, correlation.size())]);

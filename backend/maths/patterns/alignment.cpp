@@ -57,6 +57,14 @@ std::vector<double> CircularCorrelationWithHeld(std::span<const double> capture,
     return correlation;
 }
 
+CorrelationPeak PeakOfEitherSign(std::span<const double> correlation)
+{
+    const auto smallest = std::min_element(correlation.begin(), correlation.end());
+    const auto largest = std::max_element(correlation.begin(), correlation.end());
+    const auto peak = std::abs(*largest) > std::abs(*smallest) ? largest : smallest;
+    return {static_cast<std::size_t>(peak - correlation.begin()), *peak};
+}
+
 CorrelationPeak LargestCorrelation(std::span<const double> capture, std::span<const double> reference)
 {
     const std::vector<double> correlation = CorrelationFromLagOne(capture, reference);
@@ -66,9 +74,8 @@ CorrelationPeak LargestCorrelation(std::span<const double> capture, std::span<co
 CorrelationPeak LargestCorrelationOfEitherSign(std::span<const double> capture, std::span<const double> reference)
 {
     const std::vector<double> correlation = CorrelationFromLagOne(capture, reference);
-    const auto smallest = std::min_element(correlation.begin(), correlation.end());
-    const auto largest = std::max_element(correlation.begin(), correlation.end());
-    return PeakAt(correlation, std::abs(*largest) > std::abs(*smallest) ? largest : smallest);
+    const CorrelationPeak peak = PeakOfEitherSign(correlation);
+    return {(peak.lag + 1) % correlation.size(), peak.value};
 }
 
 Alignment AlignmentOf(std::span<const double> capture, std::span<const double> reference)

@@ -30,12 +30,16 @@ struct CorrelationPeak {
     double value;     // c[lag]
 };
 
+/// Where |c| of a correlation is largest: of the largest and the smallest c the one of larger magnitude, of equal magnitudes the
+/// smallest. A negative value says that one of the two records is inverted.
+/// @param correlation  at least one value
+TARNWICK_FRAMEWORK_API CorrelationPeak PeakOfEitherSign(std::span<const double> correlation);
+
 /// Where c is largest; of equal ones the first in the order 1, 2, .., n - 1, 0.
 TARNWICK_FRAMEWORK_API CorrelationPeak LargestCorrelation(std::span<const double> capture,
                                                           std::span<const double> reference);
 
-/// Where |c| is largest: of the largest and the smallest c the one of larger magnitude, of equal magnitudes the smallest.
-/// A negative value says that one of the two records is inverted.
+/// PeakOfEitherSign of c, in the same order.
 TARNWICK_FRAMEWORK_API CorrelationPeak LargestCorrelationOfEitherSign(std::span<const double> capture,
                                                                       std::span<const double> reference);
 
