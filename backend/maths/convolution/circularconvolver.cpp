@@ -7,11 +7,10 @@
 #include <optional>
 #include <vector>
 
-#include "maths/convolution/columntransform.h"
 #include "maths/convolution/convolutionengine.h"
 #include "maths/convolution/hotloops.h"
+#include "maths/convolution/ringtransform.h"
 #include "maths/convolution/splitconvolver.h"
-#include "maths/transforms/factors.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -164,7 +163,7 @@ public:
     void Convolve(std::span<const double> samples, std::span<double> result, ConvolutionWork& work) const override
     {
         const std::size_t block = std::min(std::max(kShortestRun, 4 * width_), result.size());
-        auto* scratch = reinterpret_cast<double*>(work.bins.Reserve(block + width_));
+        double* scratch = work.rows.Reserve(2 * (block + width_));
         reach_.ForEachStretch(samples, work.values, [&](const double* x, std::size_t begin, std::size_t count) {
             for (std::size_t at = 0; at < count; at += block)
                 Loops().sumWindow(x + at - lastLag_, width_, divisor_, factor_, result.data() + begin + at,
@@ -181,64 +180,62 @@ private:
     double divisor_ = 0.0;  // 0: multiply by the factor
 };
 
-// Blocks of the periodic continuation through a short real transform (overlap-save); or the period itself, where the
-// transform is as long.
-class TransformEngine final : public Engine {
-public:
-    TransformEngine(std::span<const double> taps, std::size_t period, std::size_t length)
-        : history_(length == period ? 0 : taps.size() - 1),
-          length_(length),
-          transform_(RealTransform::Of(length)),
-          spectrum_(length / 2 + 1)
+// One kernel in a ring of real values.
+class RingEngine : public Engine {
+protected:
+    RingEngine(std::span<const double> taps, std::size_t length)
+        : transform_(RingTransform::Values::Real, length), spectrum_(transform_.SpectrumSize())
     {
-        AlignedBuffer<double> values(length_);
-        std::copy(taps.begin(), taps.end(), values.Data());
-        std::fill(values.Data() + taps.size(), values.Data() + length_, 0.0);
-        transform_->Forward(values.Data(), spectrum_.Data());
-        for (std::size_t k = 0; k <= length_ / 2; ++k)
-            spectrum_.Data()[k] /= static_cast<double>(length_);
+        ConvolutionWork work;
+        transform_.TransformKernel({taps.data(), taps.size()}, 1.0, spectrum_.Data(), work);
+    }
+    const RingTransform& Transform() const { return transform_; }
+    const double* Spectrum() const { return spectrum_.Data(); }
+
+private:
+    RingTransform transform_;
+    AlignedBuffer<double> spectrum_;
+};
+
+// Blocks of the periodic continuation (overlap-save).
+class BlocksEngine final : public RingEngine {
+public:
+    BlocksEngine(std::span<const double> taps, std::size_t length) : RingEngine(taps, length), history_(taps.size() - 1)
+    {
     }
     void Convolve(std::span<const double> samples, std::span<double> result, ConvolutionWork& work) const override
     {
-        double* values = work.values.Reserve(length_);
-        Complex* bins = work.bins.Reserve(length_ / 2 + 1);
-        const std::size_t step = length_ - history_;
+        const std::size_t step = Transform().Length() - history_;
         for (std::size_t begin = 0; begin < result.size(); begin += step) {
             const std::size_t count = std::min(step, result.size() - begin);
-            const std::ptrdiff_t start = static_cast<std::ptrdiff_t>(begin) - static_cast<std::ptrdiff_t>(history_);
-            CopyPeriodic(samples, start, history_ + count, values);
-            std::fill(values + history_ + count, values + length_, 0.0);
-            transform_->Forward(values, bins);
-            Loops().multiply(bins, spectrum_.Data(), length_ / 2 + 1);
-            transform_->Inverse(bins, values);
-            std::copy_n(values + history_, count, result.data() + begin);
+            const double* block = nullptr;
+            if (begin < history_) {
+                double* values = work.values.Reserve(history_ + count);
+                CopyPeriodic(samples, static_cast<std::ptrdiff_t>(begin) - static_cast<std::ptrdiff_t>(history_),
+                             history_ + count, values);
+                block = values;
+            } else {
+                block = samples.data() + (begin - history_);
+            }
+            Transform().Convolve({block, history_ + count}, Spectrum(), {result.data() + begin, count, history_}, work);
         }
     }
 
 private:
     std::size_t history_;
-    std::size_t length_;
-    std::shared_ptr<const RealTransform> transform_;
-    AlignedBuffer<Complex> spectrum_;  // divided by the length, so that the inverse needs no scale
 };
 
-// The whole product, period and kernel together, then wrapped.
-class PaddedEngine final : public Engine {
+// The whole product, period and kernel together: the period and, in front of it, as much of the one before as the ring
+// holds, which is more than the kernel reaches back.
+class PaddedEngine final : public RingEngine {
 public:
-    PaddedEngine(std::span<const double> taps, std::size_t period)
-        : transform_(ColumnTransform::Values::Real, period, taps.size()), spectrum_(transform_.Bins())
-    {
-        ConvolutionWork work;
-        transform_.TransformKernel(taps.data(), taps.size(), 1.0, spectrum_.Data(), work);
-    }
+    PaddedEngine(std::span<const double> taps, std::size_t period) : RingEngine(taps, period + taps.size() - 1) {}
     void Convolve(std::span<const double> samples, std::span<double> result, ConvolutionWork& work) const override
     {
-        transform_.Convolve(samples.data(), spectrum_.Data(), 1.0, result.data(), work);
+        const std::size_t gap = Transform().Length() - samples.size();
+        Transform().Convolve({samples.data(), samples.size(), gap, 1.0}, Spectrum(),
+                             {result.data(), result.size(), gap}, work);
     }
-
-private:
-    ColumnTransform transform_;
-    AlignedBuffer<Complex> spectrum_;
 };
 
 struct Choice {
@@ -259,8 +256,6 @@ Choice Choose(std::span<const double> taps, std::size_t period)
     const std::size_t block = std::bit_ceil(std::max(kShortestBlock, kBlockKernels * taps.size()));
     if (taps.size() <= period / kBlockShare && block < period)
         return {ConvolutionMethod::Blocks, block};
-    if (period % 2 == 0 && HasOnlyFactors(period, {2, 3, 5, 7}))
-        return {ConvolutionMethod::Exact, period};
     if (period > kPaddedPeriod) {
         if (const auto rows = SplitConvolver::RowsFor(period))
             return {ConvolutionMethod::Split, *rows};
@@ -286,8 +281,7 @@ CircularConvolver::CircularConvolver(std::span<const double> kernel, std::size_t
             taps.resize(period, 0.0);
             engine_ = std::make_unique<SplitConvolver>(taps, choice.length);
             break;
-        case ConvolutionMethod::Blocks:
-        case ConvolutionMethod::Exact: engine_ = std::make_unique<TransformEngine>(taps, period, choice.length); break;
+        case ConvolutionMethod::Blocks: engine_ = std::make_unique<BlocksEngine>(taps, choice.length); break;
     }
 }
 

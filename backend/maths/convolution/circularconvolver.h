@@ -4,11 +4,10 @@
 //   boxcar   equal taps on consecutive lags: window sums by doubling, divided by the width where the tap is 1/width
 //   direct   up to kDirectTaps non-zero taps: one multiplication per tap and sample; an identity is exact
 //   blocks   short dense kernels, blocks shorter than the period: overlap-save over the periodic continuation
-//   exact    even periods without a prime factor above 7: one real transform of length L
-//   padded   other periods up to kPaddedPeriod: one transform that holds L + K - 1 real values (columntransform.h)
+//   padded   periods up to kPaddedPeriod: one transform that holds L + K - 1 real values (ringtransform.h)
 //   split    longer ones (splitconvolver.h); padded where no power of two brings their parts into the cache
 // Error below 4 eps log2(L) max|x| sum|h| against the direct sum. Each repetition is convolved alone: its neighbours in
-// the record change no bit of its result. A NaN spreads over the whole repetition in blocks, exact, padded and split,
+// the record change no bit of its result. A NaN spreads over the whole repetition in blocks, padded and split,
 // and as far as the taps reach in the others.
 // Source: A. V. Oppenheim, R. W. Schafer, "Discrete-Time Signal Processing", 3rd ed., sections 8.6 and 8.7.
 #pragma once
@@ -31,14 +30,13 @@ inline constexpr std::size_t kBlockShare = 8;        // blocks while the kernel 
 inline constexpr std::size_t kBlockKernels = 4;      // [kernel lengths] a block's transform holds at least
 inline constexpr std::size_t kShortestBlock = 4096;  // [samples] and at least so many
 
-enum class ConvolutionMethod { Zero, Boxcar, Direct, Blocks, Exact, Padded, Split };
+enum class ConvolutionMethod { Zero, Boxcar, Direct, Blocks, Padded, Split };
 
 /// Buffers of a convolution. They grow as needed and serve any number of convolutions, one at a time.
 struct ConvolutionWork {
     AlignedBuffer<double> values;
-    AlignedBuffer<Complex> bins;
-    AlignedBuffer<Complex> rows;
-    AlignedBuffer<Complex> tail;
+    AlignedBuffer<double> rows;
+    AlignedBuffer<double> grid;
 };
 
 class TARNWICK_FRAMEWORK_API CircularConvolver {

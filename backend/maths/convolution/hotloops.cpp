@@ -12,6 +12,15 @@
 #define TARNWICK_ALWAYS_INLINE inline
 #endif
 
+// In front of a loop over a few packs, which are to stay in registers.
+#if defined(__clang__)
+#define TARNWICK_UNROLL _Pragma("clang loop unroll(full)")
+#elif defined(__GNUC__)
+#define TARNWICK_UNROLL _Pragma("GCC unroll 8")
+#else
+#define TARNWICK_UNROLL
+#endif
+
 namespace Tarnwick::DSO::Maths {
 
 namespace {
@@ -32,17 +41,38 @@ struct RootTable {
 };
 const RootTable kRoots;
 
+/// exp(-2 pi i k / P)
+template <std::size_t P>
+struct OddRoots;
+template <>
+struct OddRoots<3> {
+    static constexpr double cosine[] = {1.0, -0.5, -0.5};
+    static constexpr double sine[] = {0.0, -0.86602540378443864676, 0.86602540378443864676};
+};
+template <>
+struct OddRoots<5> {
+    static constexpr double cosine[] = {1.0, 0.30901699437494742410, -0.80901699437494742410, -0.80901699437494742410,
+                                        0.30901699437494742410};
+    static constexpr double sine[] = {0.0, -0.95105651629515357212, -0.58778525229247312917, 0.58778525229247312917,
+                                      0.95105651629515357212};
+};
+
 }  // namespace
 
 }  // namespace Tarnwick::DSO::Maths
 
 // All headers are above: what they define must not be compiled for a newer processor.
 #define TARNWICK_LOOP_TARGET PlainLoops
+#define TARNWICK_LOOP_LANES 2
 #include "maths/convolution/hotloops-inl.h"
 #undef TARNWICK_LOOP_TARGET
+#undef TARNWICK_LOOP_LANES
 
 #if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
+#define TARNWICK_HAS_X86_LOOPS 1
+
 #define TARNWICK_LOOP_TARGET Avx2Loops
+#define TARNWICK_LOOP_LANES 4
 #if defined(__clang__)
 #pragma clang attribute push(__attribute__((target("avx2,fma"))), apply_to = function)
 #include "maths/convolution/hotloops-inl.h"
@@ -54,7 +84,22 @@ const RootTable kRoots;
 #pragma GCC pop_options
 #endif
 #undef TARNWICK_LOOP_TARGET
-#define TARNWICK_HAS_AVX2_LOOPS 1
+#undef TARNWICK_LOOP_LANES
+
+#define TARNWICK_LOOP_TARGET Avx512Loops
+#define TARNWICK_LOOP_LANES 8
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx512f,avx512dq,avx512vl,avx2,fma"))), apply_to = function)
+#include "maths/convolution/hotloops-inl.h"
+#pragma clang attribute pop
+#else
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512dq,avx512vl,avx2,fma")
+#include "maths/convolution/hotloops-inl.h"
+#pragma GCC pop_options
+#endif
+#undef TARNWICK_LOOP_TARGET
+#undef TARNWICK_LOOP_LANES
 #endif
 
 namespace Tarnwick::DSO::Maths {
@@ -63,20 +108,31 @@ const HotLoops* LoopsFor(LoopTarget target)
 {
     switch (target) {
         case LoopTarget::Plain: return &PlainLoops::kLoops;
+#if defined(TARNWICK_HAS_X86_LOOPS)
         case LoopTarget::Avx2:
-#if defined(TARNWICK_HAS_AVX2_LOOPS)
             if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
                 return &Avx2Loops::kLoops;
-#endif
             break;
+        case LoopTarget::Avx512:
+            if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+                __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("fma"))
+                return &Avx512Loops::kLoops;
+            break;
+#endif
+        default: break;
     }
     return nullptr;
 }
 
 const HotLoops& Loops()
 {
-    static const HotLoops* const avx2 = LoopsFor(LoopTarget::Avx2);
-    return avx2 != nullptr ? *avx2 : PlainLoops::kLoops;
+    static const HotLoops* const best = [] {
+        for (const LoopTarget target : {LoopTarget::Avx512, LoopTarget::Avx2})
+            if (const HotLoops* loops = LoopsFor(target))
+                return loops;
+        return LoopsFor(LoopTarget::Plain);
+    }();
+    return *best;
 }
 
 }  // namespace Tarnwick::DSO::Maths

@@ -1,6 +1,6 @@
 // The inner loops that are worth compiling for newer processors too. Installed libraries carry no CPU flags: each loop
-// is written once (hotloops-inl.h), compiled as plain code and, on x86-64, again for AVX2 with fused multiply-add, and
-// the choice between the two is made once per process.
+// is written once (hotloops-inl.h), compiled as plain code and, on x86-64, again for AVX2 with fused multiply-add and for
+// AVX-512, and the choice is made once per process.
 #pragma once
 
 #include <cstddef>
@@ -16,32 +16,71 @@ struct Tap {
     double value;
 };
 
-inline constexpr std::size_t kMostRows = 32;  // the longest transform down columns that the loops have
+inline constexpr std::size_t kMostRows = 32;      // the longest transform down columns that the loops have
+inline constexpr std::size_t kMostRingRows = 16;  // and the longest in a ring
 
 /// A period of q rows of r samples behind the q-point transforms down its columns. The samples are real, so rows k and
 /// q - k are conjugates, and rows 0 and q/2 are real.
 struct SplitRows {
     double* first;   // row 0, r values
     double* middle;  // row q/2, r values
-    Complex* inner;  // rows 1 .. q/2 - 1, (q/2 - 1) r values
+    double* inner;   // rows 1 .. q/2 - 1: r real parts, then r imaginary parts of each
 };
 
-/// Every eighth row's twiddle factors come from those eight rows before by one product, the others from the row before:
-/// rounding adds up over a few products instead of one for each row.
-inline constexpr std::size_t kRowsPerAnchor = 8;
+/// The ring of polynomials modulo z^M - a, M = q r, taken apart into its M bins: first q rows of r values by q-point
+/// transforms down the columns, then each row along itself, by one radix after the other. Rows lie `lanes` side by side
+/// in groups: of column 0 the real parts of these rows, then their imaginary parts, then those of column 1 ...
+/// See ringtransform.h.
+struct RingLevel {
+    std::size_t radix;   // 2, 3, 4 or 5; of the last level 4
+    std::size_t length;  // values of a block of this level; of the last level 4
+    std::size_t nodes;   // blocks of this level and below in one block
+};
+struct RingPlan {
+    std::size_t rowCount;                 // q: a power of two from `lanes` up to kMostRingRows
+    std::size_t rowLength;                // r: a multiple of 8
+    std::size_t groupPitch;               // [doubles] from one group of rows to the next, at least 2 lanes r
+    const double *inputReal, *inputImag;  // q: w^t, where w^q = a
+    const RingLevel* levels;
+    const double* roots;  // of each group, depth first: the root that each block multiplies by, packed like a column
+};
 
-/// A transform of q r points: q-point transforms down the columns of q rows of r values, twiddle factors, and r-point
-/// transforms along the rows. The twiddle factor of row k in column c is start[c] step[c]^k. The loops below do all but
-/// the last. start and input carry the ring z^(q r) = -i of real values. In that of complex ones, z^(q r) = 1, start is
-/// 1 and the input factors are not used.
-struct ColumnPlan {
-    std::size_t rowCount;                           // q: a power of two up to kMostRows
-    std::size_t rowLength;                          // r: a multiple of 8
-    std::size_t pitch;                              // values from one row to the next, at least r
-    const double *startReal, *startImag;            // r
-    const double *stepReal, *stepImag;              // r
-    const double *anchorStepReal, *anchorStepImag;  // r: step[c]^kRowsPerAnchor
-    const double *inputReal, *inputImag;            // q: factors of the input rows
+/// A sequence x in the ring: x[n - gap] at n, and `wrap` times the value `count` later in front of it, as far as there
+/// are values. Of real ones, modulo z^M = -i, there are 2 M.
+struct RealInput {
+    const double* values;
+    std::size_t count;
+    std::size_t gap = 0;
+    double wrap = 0.0;
+};
+struct ComplexInput {
+    const double *real, *imag;
+    std::size_t count;
+    std::size_t gap = 0;
+    double wrapReal = 0.0, wrapImag = 0.0;
+};
+
+/// Complex values side by side, real part first; or imaginary part first, which makes an inverse transform of a forward
+/// one when the output has it too.
+struct PairsInput {
+    const Complex* values;
+    bool isImaginaryFirst;
+};
+struct PairsOutput {
+    Complex* values;
+    bool isImaginaryFirst;
+};
+
+/// Takes the values gap .. gap + count - 1.
+struct RealOutput {
+    double* values;
+    std::size_t count;
+    std::size_t gap;
+};
+struct ComplexOutput {
+    double *real, *imag;
+    std::size_t count;
+    std::size_t gap;
 };
 
 /// A kernel at fractions p / phaseCount of a sample, p = 0 .. phaseCount, a row each. Tap j of a row meets the sample
@@ -53,25 +92,28 @@ struct KernelRows {
 };
 
 struct HotLoops {
+    std::size_t lanes;  // doubles in a vector of the target
     /// y[i] = sum_t taps[t].value x[i - taps[t].lag], i = 0 .. count - 1, taps in the order given; at least one.
     void (*sumTaps)(const double* x, const Tap* taps, std::size_t tapCount, double* y, std::size_t count);
     /// y[i] = sum_{m<width} x[i + m], over divisor or, when that is 0, times factor, i = 0 .. count - 1; scratch holds
     /// 2 (count + width) values.
     void (*sumWindow)(const double* x, std::size_t width, double divisor, double factor, double* y, std::size_t count,
                       double* scratch);
-    /// a[k] *= b[k]
-    void (*multiply)(Complex* a, const Complex* b, std::size_t count);
-    /// y[c] += factor x[c]
-    void (*addScaled)(const double* x, double factor, double* y, std::size_t count);
-    void (*addScaledComplex)(const Complex* x, Complex factor, Complex* y, std::size_t count);
-    /// `count` values, at most 2 q r real or q r complex ones, continued with zeros, to q rows of r bins each.
-    void (*realToRows)(const ColumnPlan& plan, const double* values, std::size_t count, Complex* rows);
-    void (*complexToRows)(const ColumnPlan& plan, const Complex* values, std::size_t count, Complex* rows);
-    /// And back, times q: the first `count` values to `values`, the others, of 2 q r real or q r complex ones, to
-    /// `tail`.
-    void (*realFromRows)(const ColumnPlan& plan, const Complex* rows, std::size_t count, double* values, double* tail);
-    void (*complexFromRows)(const ColumnPlan& plan, const Complex* rows, std::size_t count, Complex* values,
-                            Complex* tail);
+    /// a[k] b[k] to real and imaginary parts, and parts times b[k] to complex values.
+    void (*multiplyToParts)(const Complex* a, const Complex* b, std::size_t count, double* real, double* imag);
+    void (*partsTimes)(const double* real, const double* imag, const Complex* b, std::size_t count, Complex* result);
+    /// A sequence to rows ...
+    void (*realToRows)(const RingPlan& plan, const RealInput& input, double* rows);
+    void (*complexToRows)(const RingPlan& plan, const ComplexInput& input, double* rows);
+    void (*pairsToRows)(const RingPlan& plan, const PairsInput& input, double* rows);
+    /// ... rows to bins in place; or rows to bins, times a spectrum, and back to rows times r ...
+    void (*rowsToBins)(const RingPlan& plan, double* rows);
+    void (*multiplyRows)(const RingPlan& plan, const double* spectrum, double* rows);
+    /// ... and back to a sequence, times q.
+    void (*realFromRows)(const RingPlan& plan, const double* rows, const RealOutput& output);
+    void (*complexFromRows)(const RingPlan& plan, const double* rows, const ComplexOutput& output);
+    /// ... or bins in order: of the bins of column c those of row k to place k + q order[c].
+    void (*binsToPairs)(const RingPlan& plan, const double* rows, const std::size_t* order, const PairsOutput& output);
     /// q-point transforms down the columns of q rows of r samples, q from 2, and back, times q.
     void (*splitColumns)(const double* samples, std::size_t q, std::size_t r, SplitRows rows);
     void (*joinColumns)(SplitRows rows, std::size_t q, std::size_t r, double* samples);
@@ -81,7 +123,7 @@ struct HotLoops {
                         std::size_t count);
 };
 
-enum class LoopTarget { Plain, Avx2 };
+enum class LoopTarget { Plain, Avx2, Avx512 };
 
 /// The loops compiled for one target; null when this build or this processor has none.
 TARNWICK_FRAMEWORK_API const HotLoops* LoopsFor(LoopTarget target);

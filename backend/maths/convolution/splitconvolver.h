@@ -1,6 +1,6 @@
 // Circular convolution of long periods, by z^L - 1 = prod_k (z^r - w^k), L = q r, w = exp(-2 pi i / q).
 // The period is q rows of r samples. q-point transforms down the columns give the residue modulo each factor. Each
-// residue is convolved through a transform that fits the cache and wrapped with z^r = w^k (columntransform.h); q-point
+// residue is convolved through a transform that fits the cache and wrapped with z^r = w^k (ringtransform.h); q-point
 // transforms lead back. Rows k and q - k are conjugates, rows 0 and q/2 real. There is no twiddle pass and no
 // reordering. Source: H. J. Nussbaumer, "Fast Fourier Transform and Convolution Algorithms", 2nd ed., chapter 3
 // (residue polynomials).
@@ -10,9 +10,9 @@
 #include <optional>
 #include <vector>
 
-#include "maths/convolution/columntransform.h"
 #include "maths/convolution/convolutionengine.h"
 #include "maths/convolution/hotloops.h"
+#include "maths/convolution/ringtransform.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -31,10 +31,10 @@ private:
 
     std::size_t rows_;    // q
     std::size_t length_;  // r
-    ColumnTransform real_;
-    ColumnTransform complex_;
-    AlignedBuffer<Complex> spectrum_;  // rows 0 and q/2, then 1 .. q/2 - 1
-    std::vector<Complex> wraps_;       // w^k, that row k is wrapped with
+    RingTransform real_;
+    RingTransform complex_;
+    AlignedBuffer<double> spectrum_;  // rows 0 and q/2, then 1 .. q/2 - 1
+    std::vector<Complex> wraps_;      // w^k, that row k is wrapped with
 };
 
 }  // namespace Tarnwick::DSO::Maths

@@ -15,23 +15,6 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// The least length from `least` on that both FFT libraries are quick at: at high powers of two FFTW takes two to three
-// times as long for each value as at these.
-std::size_t GoodLength(std::size_t least)
-{
-    constexpr std::size_t kPowersOfTwo = 4096;  // [values] up to here powers of two are the quickest. Measured.
-    if (least <= kPowersOfTwo)
-        return std::bit_ceil(least);
-    std::size_t best = std::bit_ceil(least);
-    for (const std::size_t power : {128, 256, 512, 1024}) {
-        std::size_t odd = (least + power - 1) / power | 1;
-        while (odd * power < best && !HasOnlyFactors(odd, {3, 5}))
-            odd += 2;
-        best = std::min(best, odd * power);
-    }
-    return best;
-}
-
 // n^2 modulo 2 N keeps the angle small, so that long chirps lose no digits. Their second half repeats the first, with
 // the other sign where N is odd.
 std::vector<Complex> Chirp(std::size_t length)
@@ -56,31 +39,34 @@ std::shared_ptr<const ChirpTransform> ChirpTransform::Of(std::size_t length, std
     return cache->Get({length, inputs}, [=] { return std::make_shared<ChirpTransform>(length, inputs); });
 }
 
-// n k = (n^2 + k^2 - (k - n)^2) / 2: the transform is a convolution with the conjugate chirp between two products.
+// n k = (n^2 + k^2 - (k - n)^2) / 2: the transform is a convolution with the conjugate chirp between two products. The
+// kernel starts at lag -(inputs - 1).
 ChirpTransform::ChirpTransform(std::size_t length, std::size_t inputs)
     : inputs_(inputs),
-      workLength_(GoodLength(length + inputs - 1)),
-      inner_(ComplexTransform::Of(workLength_)),
+      ring_(RingTransform::Values::Complex, length + inputs - 1),
       chirp_(Chirp(length)),
-      spectrum_(workLength_)
+      spectrum_(ring_.SpectrumSize())
 {
-    Complex* const kernel = spectrum_.Data();
-    std::fill(kernel, kernel + workLength_, Complex{});
-    for (std::size_t n = 0; n < length; ++n)
-        kernel[n] = std::conj(chirp_[n]) / static_cast<double>(workLength_);
-    std::reverse_copy(kernel + 1, kernel + inputs, kernel + workLength_ - (inputs - 1));
-    inner_->Forward(kernel);
+    std::vector<double> kernel(2 * (length + inputs - 1));
+    double* const real = kernel.data();
+    double* const imag = real + length + inputs - 1;
+    for (std::size_t at = 0; at < length + inputs - 1; ++at) {
+        const Complex value = chirp_[at < inputs ? inputs - 1 - at : at - (inputs - 1)];
+        real[at] = value.real();
+        imag[at] = -value.imag();
+    }
+    ConvolutionWork work;
+    ring_.TransformKernel({real, imag, length + inputs - 1}, 1.0, spectrum_.Data(), work);
 }
 
 void ChirpTransform::Forward(Complex* data) const
 {
-    const HotLoops& loops = Loops();
-    loops.multiply(data, chirp_.data(), inputs_);
-    std::fill(data + inputs_, data + workLength_, Complex{});
-    inner_->Forward(data);
-    loops.multiply(data, spectrum_.Data(), workLength_);
-    inner_->Inverse(data);
-    loops.multiply(data, chirp_.data(), chirp_.size());
+    ConvolutionWork work;
+    double* const real = work.rows.Reserve(2 * chirp_.size());
+    double* const imag = real + chirp_.size();
+    Loops().multiplyToParts(data, chirp_.data(), inputs_, real, imag);
+    ring_.Convolve({real, imag, inputs_}, spectrum_.Data(), {real, imag, chirp_.size(), inputs_ - 1}, work);
+    Loops().partsTimes(real, imag, chirp_.data(), chirp_.size(), data);
 }
 
 }  // namespace Tarnwick::DSO::Maths

@@ -1,4 +1,4 @@
-// The discrete Fourier transform of a length with large prime factors, by two transforms of a length without. Source:
+// The discrete Fourier transform of a length with large prime factors, by a convolution. Source:
 // L. I. Bluestein, "A linear filtering approach to the computation of discrete Fourier transform", IEEE Trans. Audio
 // Electroacoustics 18 (1970) 451-455.
 #pragma once
@@ -8,13 +8,14 @@
 #include <vector>
 
 #include "framework/export.h"
+#include "maths/convolution/ringtransform.h"
 #include "maths/transforms/alignedbuffer.h"
 #include "maths/transforms/fft.h"
 
 namespace Tarnwick::DSO::Maths {
 
 ///     X[k] = sum_{n < inputs} x[n] exp(-2 pi i k n / length), k = 0 .. length - 1
-/// A transform of `length` values that are zero from `inputs` on. The fewer the inputs, the shorter the two transforms.
+/// A transform of `length` values that are zero from `inputs` on. The fewer the inputs, the shorter the convolution.
 class TARNWICK_FRAMEWORK_API ChirpTransform {
 public:
     /// Kept and shared like the plans of the other transforms.
@@ -22,18 +23,14 @@ public:
     static std::shared_ptr<const ChirpTransform> Of(std::size_t length, std::size_t inputs);
     ChirpTransform(std::size_t length, std::size_t inputs);
 
-    /// The values that Forward works in: at least length + inputs - 1.
-    std::size_t WorkLength() const { return workLength_; }
-    /// @param data  WorkLength() values in an AlignedBuffer. The first `inputs` of them are read; the transform
-    ///              replaces the first `length`, and the rest is lost.
+    /// @param data  room for `length` values. The first `inputs` of them are read; the transform replaces all.
     void Forward(Complex* data) const;
 
 private:
     std::size_t inputs_;
-    std::size_t workLength_;
-    std::shared_ptr<const ComplexTransform> inner_;
-    std::vector<Complex> chirp_;       // exp(-i pi n^2 / length)
-    AlignedBuffer<Complex> spectrum_;  // of its conjugate, over workLength_
+    RingTransform ring_;
+    std::vector<Complex> chirp_;      // exp(-i pi n^2 / length)
+    AlignedBuffer<double> spectrum_;  // of its conjugate
 };
 
 }  // namespace Tarnwick::DSO::Maths

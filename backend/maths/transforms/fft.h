@@ -1,5 +1,4 @@
-// The seam to the FFT library: real transforms of even length, complex ones of any length and complex ones of short
-// rows, none of them normalised.
+// The seam to the FFT library: real transforms of even length and complex ones of any length, not normalised.
 //     X[k] = sum_n x[n] exp(-2 pi i k n / N)
 // FFTW (fft_fftw.cpp) or kissfft (fft_kissfft.cpp) is behind it, chosen when the library is built. Plans are kept and
 // shared; several threads may use one at the same time, each on its own buffers.
@@ -37,18 +36,6 @@ public:
     virtual ~ComplexTransform() = default;
     virtual void Forward(Complex* data) const = 0;
     virtual void Inverse(Complex* data) const = 0;
-};
-
-/// Complex transform of a short row from one AlignedBuffer to another, each at its start or a whole number of 64-byte
-/// lines into it. For lengths that fit the cache this takes two thirds of the time of a transform in place.
-class TARNWICK_FRAMEWORK_API RowTransform {
-public:
-    /// @throws std::invalid_argument  length is 0
-    static std::shared_ptr<const RowTransform> Of(std::size_t length);
-    virtual ~RowTransform() = default;
-    /// Leaves the source as it was.
-    virtual void Forward(Complex* from, Complex* to) const = 0;
-    virtual void Inverse(Complex* from, Complex* to) const = 0;
 };
 
 }  // namespace Tarnwick::DSO::Maths

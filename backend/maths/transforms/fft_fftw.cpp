@@ -96,21 +96,6 @@ private:
     Plan inverse_;
 };
 
-class FftwRow final : public RowTransform {
-public:
-    FftwRow(int length, Complex* from, Complex* to)
-        : forward_([=] { return fftw_plan_dft_1d(length, Raw(from), Raw(to), FFTW_FORWARD, FFTW_ESTIMATE); }),
-          inverse_([=] { return fftw_plan_dft_1d(length, Raw(from), Raw(to), FFTW_BACKWARD, FFTW_ESTIMATE); })
-    {
-    }
-    void Forward(Complex* from, Complex* to) const override { fftw_execute_dft(forward_.Get(), Raw(from), Raw(to)); }
-    void Inverse(Complex* from, Complex* to) const override { fftw_execute_dft(inverse_.Get(), Raw(from), Raw(to)); }
-
-private:
-    Plan forward_;
-    Plan inverse_;
-};
-
 }  // namespace
 
 std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
@@ -136,19 +121,6 @@ std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
     return cache->Get(length, [length] {
         AlignedBuffer<Complex> data(length);
         return std::make_shared<FftwComplex>(PlanLength(length), data.Data());
-    });
-}
-
-std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)
-{
-    if (length == 0)
-        throw std::invalid_argument("RowTransform: length is " + std::to_string(length) +
-                                    "; expected at least one value");
-    static NeverDestroyed<PlanCache<RowTransform>> cache;
-    return cache->Get(length, [length] {
-        AlignedBuffer<Complex> from(length);
-        AlignedBuffer<Complex> to(length);
-        return std::make_shared<FftwRow>(PlanLength(length), from.Data(), to.Data());
     });
 }
 

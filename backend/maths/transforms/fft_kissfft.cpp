@@ -11,6 +11,7 @@
 #include "maths/transforms/factors.h"
 #include "maths/transforms/fft.h"
 #include "maths/transforms/lifetimes.h"
+#include "maths/transforms/orderedtransform.h"
 #include "maths/transforms/plancache.h"
 #include "maths/transforms/roots.h"
 
@@ -32,7 +33,7 @@ Complex Product(Complex a, Complex b)
 Complex* Scratch(std::size_t slot, std::size_t length)
 {
     struct Buffers {
-        AlignedBuffer<Complex> slots[3];
+        AlignedBuffer<Complex> slots[2];
     };
     return OfThisThread<Buffers>().slots[slot].Reserve(length);
 }
@@ -58,13 +59,7 @@ private:
 class Chirped final : public ComplexTransform {
 public:
     explicit Chirped(std::size_t length) : length_(length), chirp_(length, length) {}
-    void Forward(Complex* data) const override
-    {
-        Complex* work = Scratch(1, chirp_.WorkLength());
-        std::copy(data, data + length_, work);
-        chirp_.Forward(work);
-        std::copy(work, work + length_, data);
-    }
+    void Forward(Complex* data) const override { chirp_.Forward(data); }
     void Inverse(Complex* data) const override
     {
         for (std::size_t n = 0; n < length_; ++n)
@@ -79,34 +74,6 @@ private:
     ChirpTransform chirp_;
 };
 
-class ChirpedRow final : public RowTransform {
-public:
-    explicit ChirpedRow(std::size_t length) : length_(length), inner_(ComplexTransform::Of(length)) {}
-    void Forward(Complex* from, Complex* to) const override
-    {
-        inner_->Forward(std::copy(from, from + length_, to) - length_);
-    }
-    void Inverse(Complex* from, Complex* to) const override
-    {
-        inner_->Inverse(std::copy(from, from + length_, to) - length_);
-    }
-
-private:
-    std::size_t length_;
-    std::shared_ptr<const ComplexTransform> inner_;
-};
-
-class SmoothRow final : public RowTransform {
-public:
-    explicit SmoothRow(std::size_t length) : forward_(length, false), inverse_(length, true) {}
-    void Forward(Complex* from, Complex* to) const override { forward_.transform(from, to); }
-    void Inverse(Complex* from, Complex* to) const override { inverse_.transform(from, to); }
-
-private:
-    kissfft<double> forward_;
-    kissfft<double> inverse_;
-};
-
 // A real transform of N values is a complex one of N/2 pairs and a pass that separates even from odd samples.
 // Source: W. H. Press et al., "Numerical Recipes", section 12.3, "FFT of single real function".
 class PairedReal final : public RealTransform {
@@ -119,7 +86,7 @@ public:
     }
     void Forward(double* values, Complex* bins) const override
     {
-        Complex* work = Scratch(2, half_);
+        Complex* work = Scratch(1, half_);
         for (std::size_t n = 0; n < half_; ++n)
             work[n] = {values[2 * n], values[2 * n + 1]};
         pairs_->Forward(work);
@@ -133,7 +100,7 @@ public:
     }
     void Inverse(Complex* bins, double* values) const override
     {
-        Complex* work = Scratch(2, half_);
+        Complex* work = Scratch(1, half_);
         for (std::size_t k = 0; k < half_; ++k) {
             const Complex mirror = std::conj(bins[half_ - k]);
             const Complex even = bins[k] + mirror;
@@ -171,23 +138,14 @@ std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
                                     "; expected at least one value");
     static NeverDestroyed<PlanCache<ComplexTransform>> smooth;
     if (IsFiveSmooth(length))
-        return smooth->Get(length, [length] { return std::make_shared<SmoothTransform>(length); });
+        return smooth->Get(length, [length]() -> std::shared_ptr<const ComplexTransform> {
+            if (auto ordered = OrderedTransform::For(length))
+                return ordered;
+            return std::make_shared<SmoothTransform>(length);
+        });
     // In a cache of its own: making one asks the first cache for a smooth transform, and a cache is locked meanwhile.
     static NeverDestroyed<PlanCache<ComplexTransform>> chirped;
     return chirped->Get(length, [length] { return std::make_shared<Chirped>(length); });
-}
-
-std::shared_ptr<const RowTransform> RowTransform::Of(std::size_t length)
-{
-    if (length == 0)
-        throw std::invalid_argument("RowTransform: length is " + std::to_string(length) +
-                                    "; expected at least one value");
-    static NeverDestroyed<PlanCache<RowTransform>> cache;
-    return cache->Get(length, [length]() -> std::shared_ptr<const RowTransform> {
-        if (IsFiveSmooth(length))
-            return std::make_shared<SmoothRow>(length);
-        return std::make_shared<ChirpedRow>(length);
-    });
 }
 
 }  // namespace Tarnwick::DSO::Maths

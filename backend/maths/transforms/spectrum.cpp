@@ -19,10 +19,7 @@ std::shared_ptr<const ChirpTransform> ChirpFor(std::size_t count)
 
 }  // namespace
 
-HermitianBins::HermitianBins(std::size_t count)
-    : count_(count), chirp_(ChirpFor(count)), buffer_(chirp_ ? chirp_->WorkLength() : count)
-{
-}
+HermitianBins::HermitianBins(std::size_t count) : count_(count), chirp_(ChirpFor(count)), buffer_(count) {}
 
 std::vector<double> HermitianBins::Inverse()
 {

@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
-#include <numbers>
+#include <string>
 #include <vector>
 
+#include "maths/convolution/ringtransform.h"
 #include "support/expectations.h"
 #include "support/references.h"
 #include "support/signals.h"
@@ -115,139 +116,138 @@ TEST_P(HotLoopsOf, ProductsOfValues)
         SCOPED_TRACE(testing::Message() << count << " values");
         const ComplexValues a = RandomComplex(count, 1);
         const ComplexValues b = RandomComplex(count, 2);
-        const Complex factor(-0.7, 0.4);
         ComplexValues product;
-        ComplexValues sum;
-        for (std::size_t k = 0; k < count; ++k) {
-            product.push_back(a[k] * b[k]);
-            sum.push_back(b[k] + factor * a[k]);
-        }
-        constexpr double kBound = 4.0 * DBL_EPSILON;  // a few roundings of values below 2
-        ComplexValues result = a;
-        loops_->multiply(result.data(), b.data(), count);
-        EXPECT_TRUE(AreNear(result, product, kBound));
-        result = b;
-        loops_->addScaledComplex(a.data(), factor, result.data(), count);
-        EXPECT_TRUE(AreNear(result, sum, kBound));
-
-        const Values x = RandomValues(count, 3);
-        Values y = RandomValues(count, 4);
-        Values expected = y;
         for (std::size_t k = 0; k < count; ++k)
-            expected[k] += -0.7 * x[k];
-        loops_->addScaled(x.data(), -0.7, y.data(), count);
-        EXPECT_TRUE(AreNear(y, expected, kBound));
+            product.push_back(a[k] * b[k]);
+        constexpr double kBound = 4.0 * DBL_EPSILON;  // a few roundings of values below 2
+        ComplexValues result(count);
+        Values real(count + 1, kGuard);
+        Values imag(count + 1, kGuard);
+        loops_->multiplyToParts(a.data(), b.data(), count, real.data(), imag.data());
+        EXPECT_EQ(real.back(), kGuard);
+        EXPECT_EQ(imag.back(), kGuard);
+        for (std::size_t k = 0; k < count; ++k)
+            result[k] = {real[k], imag[k]};
+        EXPECT_TRUE(AreNear(result, product, kBound));
+        loops_->partsTimes(real.data(), imag.data(), b.data(), count, result.data());
+        for (std::size_t k = 0; k < count; ++k)
+            product[k] *= b[k];
+        EXPECT_TRUE(AreNear(result, product, 4.0 * kBound));
     }
 }
 
-// The tables of a transform of q rows of r values, in the ring z^(q r) = exp(-i ring).
-struct Plan {
-    Plan(std::size_t q, std::size_t r, double ring)
-        : start(ring / static_cast<double>(q * r), r),
-          step(2.0 * std::numbers::pi / static_cast<double>(q * r), r),
-          anchorStep(2.0 * std::numbers::pi * kRowsPerAnchor / static_cast<double>(q * r), r),
-          input(ring / static_cast<double>(q), q),
-          plan{q,
-               r,
-               r + 8,
-               start.real.data(),
-               start.imag.data(),
-               step.real.data(),
-               step.imag.data(),
-               anchorStep.real.data(),
-               anchorStep.imag.data(),
-               input.real.data(),
-               input.imag.data()}
-    {
-    }
-    struct Table {
-        Table(double angle, std::size_t count)
-        {
-            for (std::size_t c = 0; c < count; ++c) {
-                real.push_back(std::cos(angle * static_cast<double>(c)));
-                imag.push_back(-std::sin(angle * static_cast<double>(c)));
-            }
-        }
-        Values real, imag;
-    };
-    Table start, step, anchorStep, input;
-    ColumnPlan plan;
-};
+constexpr std::size_t kRingLengths[] = {3,   64,  190,  320, 380,
+                                        505, 950, 2000, 4100};  // every radix, and one after another
 
-// Row k, transformed along, holds bins k, k + q, k + 2 q ... of the whole transform.
-void ExpectRowsOf(const ComplexValues& rows, const ColumnPlan& plan, const ComplexValues& values)
-{
-    const ComplexValues bins = DirectDft(values);
-    for (std::size_t k = 0; k < plan.rowCount; ++k) {
-        ComplexValues expected;
-        for (std::size_t j = 0; j < plan.rowLength; ++j)
-            expected.push_back(bins[k + plan.rowCount * j]);
-        const auto row = DirectDft(std::span(rows).subspan(k * plan.pitch, plan.rowLength));
-        EXPECT_TRUE(AreNear(row, expected, TransformBound(values))) << "row " << k;
-    }
-}
-
-// Result and tail, each with a guard behind it, hold `factor` times the samples.
+// The value n of a sequence continued in front of its start.
 template <typename Value>
-void ExpectScaled(std::vector<Value> result, const std::vector<Value>& tail, std::vector<Value> samples,
-                  std::size_t factor, double bound)
+Value Extended(const std::vector<Value>& values, std::ptrdiff_t n, Value wrap)
 {
-    EXPECT_EQ(result.back(), kGuard);
-    EXPECT_EQ(tail.back(), kGuard);
-    result.pop_back();
-    result.insert(result.end(), tail.begin(), tail.end() - 1);
-    for (Value& sample : samples)
-        sample *= static_cast<double>(factor);
-    EXPECT_TRUE(AreNear(result, samples, bound * static_cast<double>(factor)));
+    const auto count = static_cast<std::ptrdiff_t>(values.size());
+    if (n >= 0)
+        return n < count ? values[static_cast<std::size_t>(n)] : Value{};
+    return n + count >= 0 ? wrap * values[static_cast<std::size_t>(n + count)] : Value{};
 }
 
-TEST_P(HotLoopsOf, RealValuesToRowsAndBack)
+// y[k] = sum_j h[j] x[k - j], k = 0 .. count - 1
+template <typename Value>
+std::vector<Value> Product(const std::vector<Value>& x, const std::vector<Value>& h, Value wrap, std::size_t count)
 {
-    constexpr std::size_t kRow = 16;
-    constexpr double kRing = std::numbers::pi / 2.0;  // z^M = -i
-    for (std::size_t q = 1; q <= kMostRows; q *= 2) {
-        const Plan tables(q, kRow, kRing);
-        const std::size_t points = q * kRow;
-        for (const std::size_t count : {std::size_t{3}, points - 6, points, points + 5, 2 * points - 1}) {
-            SCOPED_TRACE(testing::Message() << q << " rows, " << count << " values");
-            Values samples = RandomValues(count, count);
-            ComplexValues rows(q * tables.plan.pitch);
-            loops_->realToRows(tables.plan, samples.data(), count, rows.data());
-            samples.resize(2 * points, 0.0);
-            ComplexValues weighted(points);
-            for (std::size_t n = 0; n < points; ++n)
-                weighted[n] = Complex(samples[n], -samples[n + points]) *
-                              std::polar(1.0, -kRing * static_cast<double>(n) / static_cast<double>(points));
-            ExpectRowsOf(rows, tables.plan, weighted);
+    std::vector<Value> product;
+    for (std::size_t k = 0; k < count; ++k) {
+        Value sum{};
+        for (std::size_t j = 0; j < h.size(); ++j)
+            sum += h[j] * Extended(x, static_cast<std::ptrdiff_t>(k) - static_cast<std::ptrdiff_t>(j), wrap);
+        product.push_back(sum);
+    }
+    return product;
+}
 
-            Values result(count + 1, kGuard);
-            Values tail(2 * points - count + 1, kGuard);
-            loops_->realFromRows(tables.plan, rows.data(), count, result.data(), tail.data());
-            ExpectScaled(result, tail, samples, q, TransformBound(weighted));
+// As of CircularConvolver, and as much again for the sum by definition: values below 2, as many as the kernel has.
+double ProductBound(std::size_t length, std::size_t kernel)
+{
+    return 8.0 * DBL_EPSILON * std::log2(static_cast<double>(2 * length)) * static_cast<double>(kernel);
+}
+
+TEST_P(HotLoopsOf, ProductsInARingOfRealValues)
+{
+    for (const std::size_t length : kRingLengths)
+        for (const double wrap : {1.0, -1.0}) {
+            const RingTransform ring(RingTransform::Values::Real, length, *loops_);
+            ASSERT_GE(ring.Length(), length);
+            const std::size_t taps = length / 3;
+            const std::size_t count = ring.Length() - taps + 1;
+            const std::size_t gap = taps - 1;
+            SCOPED_TRACE(testing::Message() << length << " values, " << ring.Bins() << " bins, wrap " << wrap);
+            Values samples = RandomValues(count, 1);
+            const Values kernel = RandomValues(taps, 2);
+            Values expected = Product(samples, kernel, wrap, count);
+            AlignedBuffer<double> spectrum(ring.SpectrumSize());
+            ConvolutionWork work;
+            ring.TransformKernel({kernel.data(), taps}, 3.0, spectrum.Data(), work);
+            for (double& value : expected)
+                value *= 3.0;
+            expected.push_back(kGuard);
+            samples.push_back(kGuard);
+            ring.Convolve({samples.data(), count, gap, wrap}, spectrum.Data(), {samples.data(), count, gap}, work);
+            EXPECT_TRUE(AreNear(samples, expected, 3.0 * ProductBound(length, taps)));
         }
+}
+
+TEST_P(HotLoopsOf, ProductsInARingOfComplexValues)
+{
+    const Complex wrap(0.6, -0.8);
+    for (const std::size_t length : kRingLengths) {
+        const RingTransform ring(RingTransform::Values::Complex, length, *loops_);
+        ASSERT_GE(ring.Length(), length);
+        const std::size_t count = (ring.Length() + 1) / 2;
+        const std::size_t gap = count - 1;
+        SCOPED_TRACE(testing::Message() << length << " values, " << ring.Bins() << " bins");
+        const ComplexValues samples = RandomComplex(count, 1);
+        const ComplexValues kernel = RandomComplex(count, 2);
+        const auto partsOf = [](const ComplexValues& values) {
+            Values parts;
+            for (const Complex value : values)
+                parts.push_back(value.real());
+            for (const Complex value : values)
+                parts.push_back(value.imag());
+            parts.push_back(kGuard);
+            return parts;
+        };
+        const Values kernelParts = partsOf(kernel);
+        Values parts = partsOf(samples);
+        AlignedBuffer<double> spectrum(ring.SpectrumSize());
+        ConvolutionWork work;
+        ring.TransformKernel({kernelParts.data(), kernelParts.data() + count, count}, 1.0, spectrum.Data(), work);
+        ring.Convolve({parts.data(), parts.data() + count, count, gap, wrap.real(), wrap.imag()}, spectrum.Data(),
+                      {parts.data(), parts.data() + count, count, gap}, work);
+        EXPECT_TRUE(AreNear(parts, partsOf(Product(samples, kernel, wrap, count)), 2.0 * ProductBound(length, count)));
     }
 }
 
-TEST_P(HotLoopsOf, ComplexValuesToRowsAndBack)
+TEST_P(HotLoopsOf, TransformsInOrder)
 {
-    constexpr std::size_t kRow = 24;
-    for (std::size_t q = 1; q <= kMostRows; q *= 2) {
-        const Plan tables(q, kRow, 0.0);
-        const std::size_t points = q * kRow;
-        for (const std::size_t count : {std::size_t{3}, points - 6, points - 1, points}) {
-            SCOPED_TRACE(testing::Message() << q << " rows, " << count << " values");
-            ComplexValues samples = RandomComplex(count, count);
-            ComplexValues rows(q * tables.plan.pitch);
-            loops_->complexToRows(tables.plan, samples.data(), count, rows.data());
-            samples.resize(points);
-            ExpectRowsOf(rows, tables.plan, samples);
-
-            ComplexValues result(count + 1, kGuard);
-            ComplexValues tail(points - count + 1, kGuard);
-            loops_->complexFromRows(tables.plan, rows.data(), count, result.data(), tail.data());
-            ExpectScaled(result, tail, samples, q, TransformBound(samples));
+    for (const std::size_t length : {64U, 128U, 192U, 320U, 960U, 1600U, 4096U}) {
+        ASSERT_TRUE(RingTransform::Holds(length, *loops_)) << length;
+        const RingTransform ring(RingTransform::Values::Complex, length, *loops_);
+        const std::vector<std::size_t> order = ring.BinOrder();
+        const ComplexValues samples = RandomComplex(length, 1);
+        for (const bool isInverse : {false, true}) {
+            ComplexValues result = samples;
+            ConvolutionWork work;
+            ring.Transform({result.data(), isInverse}, order, {result.data(), isInverse}, work);
+            ComplexValues expected = samples;
+            const auto conjugate = [&](ComplexValues& values) {
+                for (Complex& value : values)
+                    value = isInverse ? std::conj(value) : value;
+            };
+            conjugate(expected);
+            expected = DirectDft(expected);
+            conjugate(expected);
+            EXPECT_TRUE(AreNear(result, expected, TransformBound(samples))) << length << ", inverse " << isInverse;
         }
     }
+    EXPECT_FALSE(RingTransform::Holds(97, *loops_));
 }
 
 TEST_P(HotLoopsOf, ColumnsSplitAndJoined)
@@ -258,7 +258,7 @@ TEST_P(HotLoopsOf, ColumnsSplitAndJoined)
             Values samples = RandomValues(q * r, q + r);
             Values first(r + 1, kGuard);
             Values middle(r + 1, kGuard);
-            ComplexValues inner((q / 2 - 1) * r + 1, kGuard);
+            Values inner((q - 2) * r + 1, kGuard);
             const SplitRows rows{first.data(), middle.data(), inner.data()};
             loops_->splitColumns(samples.data(), q, r, rows);
             EXPECT_EQ(first.back(), kGuard);
@@ -270,7 +270,7 @@ TEST_P(HotLoopsOf, ColumnsSplitAndJoined)
                     column.emplace_back(samples[t * r + c]);
                 ComplexValues bins{first[c]};
                 for (std::size_t k = 1; k < q / 2; ++k)
-                    bins.push_back(inner[(k - 1) * r + c]);
+                    bins.emplace_back(inner[2 * (k - 1) * r + c], inner[(2 * k - 1) * r + c]);
                 bins.emplace_back(middle[c]);
                 ComplexValues expected = DirectDft(column);
                 expected.resize(q / 2 + 1);
@@ -286,9 +286,13 @@ TEST_P(HotLoopsOf, ColumnsSplitAndJoined)
         }
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, HotLoopsOf, testing::Values(LoopTarget::Plain, LoopTarget::Avx2),
-                         [](const testing::TestParamInfo<LoopTarget>& target) {
-                             return target.param == LoopTarget::Plain ? "Plain" : "Avx2";
+INSTANTIATE_TEST_SUITE_P(Targets, HotLoopsOf, testing::Values(LoopTarget::Plain, LoopTarget::Avx2, LoopTarget::Avx512),
+                         [](const testing::TestParamInfo<LoopTarget>& target) -> std::string {
+                             switch (target.param) {
+                                 case LoopTarget::Avx2: return "Avx2";
+                                 case LoopTarget::Avx512: return "Avx512";
+                                 default: return "Plain";
+                             }
                          });
 
 }  // namespace
