@@ -345,7 +345,7 @@ def main():
                          *[f"{value:.2f}{' !' if mark else ''}" for value, mark in zip(row[2:], marks)]])
             print("CTLE Prepare", *rows[-1], file=sys.stderr, flush=True)
     text += ("CTLE, `Prepare` against one complex transform of the period:\n\n"
-             + table(["period", "type", "ms", "/ SciPy's transform", "/ our FFT library's"], rows))
+             + table(["period", "type", "ms", "/ SciPy's transform", "/ FFTW's"], rows))
 
     rows = []
     for samples, count in ((131_056, 5),) if options.quick else ((131_056, 5), (262_112, 5), (262_112, 11), (1_048_560, 5)):

@@ -2,11 +2,15 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <type_traits>
+
+#include <fftw3.h>
 
 #include <Eigen/Dense>
 
 #include "captures.h"
 #include "maths/equalisers/ffetaps.h"
+#include "maths/transforms/alignedbuffer.h"
 #include "maths/transforms/fft.h"
 #include "workbench/lock.h"
 #include "workbench/simulation.h"
@@ -15,8 +19,6 @@ using namespace Tarnwick;
 namespace Maths = DSO::Maths;
 using DSO::Maths::AlignedBuffer;
 using DSO::Maths::Complex;
-using DSO::Maths::ComplexTransform;
-using DSO::Maths::RealTransform;
 using DSO::SystemFramework::BaseFilter;
 using DSO::SystemFramework::BaseFilterParameters;
 using DSO::SystemFramework::SignalData;
@@ -49,36 +51,51 @@ SignalData Record(double* samples, int count)
     return signal;
 }
 
+// The peers run in FFTW, whichever library stands behind ours.
+using FftwPlan = std::unique_ptr<std::remove_pointer_t<fftw_plan>, decltype(&fftw_destroy_plan)>;
+
+FftwPlan Planned(fftw_plan plan)
+{
+    return {plan, fftw_destroy_plan};
+}
+
+fftw_complex* Raw(AlignedBuffer<Complex>& values)
+{
+    return reinterpret_cast<fftw_complex*>(values.Data());
+}
+
 // One transform and one inverse of each segment at a smooth length, and one copy of the record: the least that a dense
 // kernel needs.
 struct LowerBound {
     explicit LowerBound(int smoothLength)
         : length(smoothLength),
-          transform(RealTransform::Of(smoothLength)),
-          values(smoothLength),
-          bins(smoothLength / 2 + 1)
+          values(static_cast<std::size_t>(smoothLength)),
+          bins(static_cast<std::size_t>(smoothLength) / 2 + 1),
+          forward(Planned(fftw_plan_dft_r2c_1d(smoothLength, values.Data(), Raw(bins), FFTW_ESTIMATE))),
+          inverse(Planned(fftw_plan_dft_c2r_1d(smoothLength, Raw(bins), values.Data(), FFTW_ESTIMATE)))
     {
         std::fill(values.Data(), values.Data() + smoothLength, 0.0);
     }
     int length;
-    std::shared_ptr<const RealTransform> transform;
     AlignedBuffer<double> values;
     AlignedBuffer<Complex> bins;
+    FftwPlan forward, inverse;
 };
 
 // The direct reading of circular convolution: complex transforms of segment and kernel at the exact length, each time.
 struct Naive {
     explicit Naive(int periodLength)
         : length(periodLength),
-          transform(ComplexTransform::Of(periodLength)),
-          signal(periodLength),
-          kernel(periodLength)
+          signal(static_cast<std::size_t>(periodLength)),
+          kernel(static_cast<std::size_t>(periodLength)),
+          forward(Planned(fftw_plan_dft_1d(periodLength, Raw(signal), Raw(signal), FFTW_FORWARD, FFTW_ESTIMATE))),
+          inverse(Planned(fftw_plan_dft_1d(periodLength, Raw(signal), Raw(signal), FFTW_BACKWARD, FFTW_ESTIMATE)))
     {
     }
     int length;
-    std::shared_ptr<const ComplexTransform> transform;
     AlignedBuffer<Complex> signal;
     AlignedBuffer<Complex> kernel;
+    FftwPlan forward, inverse;
 };
 
 // A capture and its reference for an equaliser's tap search: noise held for a UI, an echo, more noise.
@@ -259,8 +276,8 @@ TARNWICK_EXPORT void bench_lower_bound_run(LowerBound* job, const double* sample
 {
     for (int begin = 0; begin < count; begin += segment) {
         std::memcpy(job->values.Data(), samples + begin, static_cast<std::size_t>(segment) * sizeof(double));
-        job->transform->Forward(job->values.Data(), job->bins.Data());
-        job->transform->Inverse(job->bins.Data(), job->values.Data());
+        fftw_execute(job->forward.get());
+        fftw_execute(job->inverse.get());
         std::memcpy(result + begin, job->values.Data(), static_cast<std::size_t>(segment) * sizeof(double));
     }
 }
@@ -274,7 +291,7 @@ TARNWICK_EXPORT Naive* bench_naive(int period)
 TARNWICK_EXPORT void bench_naive_transform(Naive* job)
 {
     std::fill(job->signal.Data(), job->signal.Data() + job->length, Complex(0.25, -0.5));
-    job->transform->Inverse(job->signal.Data());
+    fftw_execute(job->inverse.get());
 }
 
 TARNWICK_EXPORT void bench_naive_run(Naive* job, const double* samples, const double* kernel, int taps, double* result,
@@ -287,11 +304,11 @@ TARNWICK_EXPORT void bench_naive_run(Naive* job, const double* samples, const do
             signal[k] = samples[begin + k];
             response[k] = k < taps ? kernel[k] : 0.0;
         }
-        job->transform->Forward(signal);
-        job->transform->Forward(response);
+        fftw_execute(job->forward.get());
+        fftw_execute_dft(job->forward.get(), Raw(job->kernel), Raw(job->kernel));
         for (int k = 0; k < job->length; ++k)
             signal[k] *= response[k];
-        job->transform->Inverse(signal);
+        fftw_execute(job->inverse.get());
         for (int k = 0; k < job->length; ++k)
             result[begin + k] = signal[k].real() / job->length;
     }

@@ -4,12 +4,7 @@ find_library(TARNWICK_FFTW_LIBRARY fftw3)
 find_path(TARNWICK_KISSFFT_INCLUDE kissfft.hh PATH_SUFFIXES kissfft)
 mark_as_advanced(TARNWICK_FFTW_INCLUDE TARNWICK_FFTW_LIBRARY TARNWICK_KISSFFT_INCLUDE)
 
-if(TARNWICK_FFTW_INCLUDE AND TARNWICK_FFTW_LIBRARY)
-    set(tarnwick_fft_default fftw)
-else()
-    set(tarnwick_fft_default kissfft)
-endif()
-set(TARNWICK_FFT ${tarnwick_fft_default} CACHE STRING "FFT library: fftw (fast, GPL) or kissfft (permissive)")
+set(TARNWICK_FFT kissfft CACHE STRING "FFT library: kissfft (permissive) or fftw (GPL)")
 set_property(CACHE TARNWICK_FFT PROPERTY STRINGS fftw kissfft)
 
 if(TARNWICK_FFT STREQUAL "fftw")

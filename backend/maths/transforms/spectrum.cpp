@@ -2,19 +2,18 @@
 
 #include <algorithm>
 
+#include "maths/transforms/factors.h"
 #include "maths/transforms/fft.h"
 
 namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// [bins] Odd counts above this take less time by a chirp, which needs only half of the bins. Measured; see
+// Odd counts with a larger prime factor take less time by a chirp, which needs only half of the bins. Measured; see
 // docs/performance.md.
-constexpr std::size_t kLongestPlainCount = 65536;
-
 std::shared_ptr<const ChirpTransform> ChirpFor(std::size_t count)
 {
-    return count % 2 == 1 && count > kLongestPlainCount ? ChirpTransform::Of(count, count / 2 + 1) : nullptr;
+    return count % 2 == 1 && !HasOnlyFactors(count, {3, 5}) ? ChirpTransform::Of(count, count / 2 + 1) : nullptr;
 }
 
 }  // namespace
