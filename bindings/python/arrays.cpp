@@ -46,12 +46,12 @@ py::array_t<double> Adopt(ApplyResult result, std::size_t count)
     double* const data = result.get();
     const py::capsule owner(data, [](void* array) { ApplyRelease()(static_cast<double*>(array)); });
     (void)result.release();
-    return py::array_t<double>(count, data, owner);
+    return py::array_t<double>(static_cast<py::ssize_t>(count), data, owner);
 }
 
 py::array_t<double> View(std::span<const double> values, const py::object& owner)
 {
-    return py::array_t<double>(values.size(), values.data(), owner);
+    return py::array_t<double>(static_cast<py::ssize_t>(values.size()), values.data(), owner);
 }
 
 }  // namespace Tarnwick::Python

@@ -1,9 +1,12 @@
 #include "captures.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <pybind11/stl.h>
 
@@ -16,6 +19,7 @@
 #include "workbench/lock.h"
 #include "workbench/pattern.h"
 #include "workbench/signalquality.h"
+#include "workbench/simulation.h"
 #include "workbench/units.h"
 #include "workbench/waveform.h"
 
@@ -37,6 +41,19 @@ SharedWaveform Read(const std::string& name, const std::string& minus, std::opti
     source.options.sampleRate = sampleRateGsps * kGiga;
     source.options.scale = scale;
     return std::make_shared<Waveform>(ReadCapture(source));
+}
+
+SharedWaveform Simulated(SimulatedPattern pattern, const std::string& coding, const Simulation& settings)
+{
+    pattern.coding = CodingOf(coding);
+    // Of a long pattern no more than the cut reaches into.
+    const bool isCut = settings.lengthUi > 0;
+    const std::vector<int> levels = pattern.Levels(
+        isCut ? static_cast<std::size_t>(settings.firstUi) + static_cast<std::size_t>(settings.lengthUi) : 0);
+    auto waveform = std::make_shared<Waveform>();
+    waveform->samples = Simulate(levels, LevelCount(pattern.coding), settings);
+    waveform->interval = 1.0 / (settings.symbolRateGBd * kGiga * settings.samplesPerUi);
+    return waveform;
 }
 
 SharedWaveform WaveformOf(const std::string& owner, const py::object& given, double interval, double start)
@@ -119,6 +136,31 @@ void BindCaptures(py::module_& module)
         .def_readonly("gap", &Waveform::gap);
     module.def("read", &Read, py::arg("name"), py::arg("minus"), py::arg("skip_lines"), py::arg("column"),
                py::arg("sample_rate"), py::arg("scale"), Released());
+    module.def(
+        "simulate",
+        [](const std::string& coding, int prbs, const std::string& symbols, double baud, double spu, int repetitions,
+           double amplitude, double rise, double loss, double noise, double jitter, int length, int first, double ppm,
+           int averages, bool bandLimited, std::uint64_t seed) {
+            Simulation settings;
+            settings.samplesPerUi = spu;
+            settings.repetitions = repetitions;
+            settings.symbolRateGBd = baud;
+            settings.amplitude = amplitude;
+            settings.riseUi = rise;
+            settings.lossDb = loss;
+            settings.noiseRms = noise;
+            settings.averages = averages;
+            settings.jitterRms = jitter;
+            settings.seed = seed;
+            settings.clockOffsetPpm = ppm;
+            settings.firstUi = first;
+            settings.lengthUi = length;
+            settings.bandLimited = bandLimited;
+            return Simulated({SIGNAL_CODING_UNKNOWN, prbs, symbols, false}, coding, settings);
+        },
+        py::arg("coding"), py::arg("prbs"), py::arg("symbols"), py::arg("baud"), py::arg("spu"), py::arg("repetitions"),
+        py::arg("amplitude"), py::arg("rise"), py::arg("loss"), py::arg("noise"), py::arg("jitter"), py::arg("length"),
+        py::arg("first"), py::arg("ppm"), py::arg("averages"), py::arg("band_limited"), py::arg("seed"), Released());
     module.def("waveform", &WaveformOf, py::arg("owner"), py::arg("samples"), py::arg("interval"), py::arg("start"));
 
     py::class_<LockedCapture, SharedLocked>(module, "Locked", "A record of whole samples per UI.")
@@ -129,7 +171,7 @@ void BindCaptures(py::module_& module)
         .def_property_readonly("warnings", [](const LockedCapture& locked) { return locked.report.warnings; })
         .def("report", [](const LockedCapture& locked) { return LockAsJson(locked.report); })
         .def("text", [](const LockedCapture& locked) { return LockAsText(locked.report); })
-        .def("chain_file", &ChainFileFor)
+        .def("chain_file", [](const LockedCapture& locked) { return ChainFileFor(locked); })
         .def("clock", &ClockOf)
         .def("eye", &EyeOf, py::arg("target_ber"), py::arg("bathtub"), Released())
         .def("quality", &Quality, py::arg("taps"), py::arg("name"), Released());

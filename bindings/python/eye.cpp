@@ -1,12 +1,14 @@
 #include "eye.h"
 
 #include <cstddef>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include <pybind11/stl.h>
 
 #include "workbench/eyeimage.h"
+#include "workbench/eyereport.h"
 #include "workbench/failure.h"
 
 namespace Tarnwick::Python {
@@ -61,6 +63,12 @@ py::dict BathtubOf(const EyeReport& report)
     return bathtub;
 }
 
+// "Eye(94.6 94.7 % open at 0.52 UI)"
+std::string TextOf(const Eye& eye)
+{
+    return "Eye(" + OpeningsText(eye.Report()) + " % open at " + WidthText(eye.Report().phaseUi) + " UI)";
+}
+
 }  // namespace
 
 Eye::Eye(std::span<const double> samples, const EyeSettings& settings, std::shared_ptr<const void> owner)
@@ -91,18 +99,48 @@ py::tuple Eye::Image(std::size_t columns, std::size_t rows) const
 
 void BindEye(py::module_& module)
 {
-    py::class_<Eye>(module, "Eye", "The eyes of a waveform: figures, bathtub and density.")
-        .def_property_readonly("levels", [](const Eye& eye) { return eye.Report().levels; })
-        .def_property_readonly("eyes", [](const Eye& eye) { return EyesOf(eye.Report()); })
-        .def_property_readonly("phase_ui", [](const Eye& eye) { return eye.Report().phaseUi; })
-        .def_property_readonly("ber", [](const Eye& eye) { return eye.Report().ber; })
-        .def_property_readonly("noise_rms", [](const Eye& eye) { return eye.Report().noiseRms; })
-        .def_property_readonly("target_ber", [](const Eye& eye) { return eye.Report().targetBer; })
-        .def_property_readonly("symbols_known", [](const Eye& eye) { return eye.Report().symbolsKnown; })
-        .def_property_readonly("symbol_rate", [](const Eye& eye) { return eye.Report().symbolRateGBd; })
-        .def_property_readonly("samples_per_ui", &Eye::SamplesPerUi)
-        .def_property_readonly("bathtub", [](const Eye& eye) { return BathtubOf(eye.Report()); })
-        .def("image", &Eye::Image, py::arg("columns") = 480, py::arg("rows") = 320);
+    py::class_<Eye>(module, "Eye", R"(The eyes of a waveform, lowest first: what Capture.eye and Result.eye return.
+
+Heights and openings are at the measuring phase, where the smallest opening is largest. A waveform is read between its
+samples as the band-limited one that they stand for.)")
+        .def_property_readonly(
+            "levels", [](const Eye& eye) { return eye.Report().levels; },
+            "Means of the levels' samples at the measuring phase [V], lowest first.")
+        .def_property_readonly(
+            "eyes", [](const Eye& eye) { return EyesOf(eye.Report()); },
+            R"(One fewer than the levels: a dict each of height [V], openingPercent, widthUi, widthPs,
+threshold [V], heightAtBer [V] and q; None where there is no figure.)")
+        .def_property_readonly(
+            "phase_ui", [](const Eye& eye) { return eye.Report().phaseUi; }, "The measuring phase [UI], 0 to below 1.")
+        .def_property_readonly(
+            "ber", [](const Eye& eye) { return eye.Report().ber; },
+            "Bit error ratio of a slicer at the thresholds; None: too few symbols.")
+        .def_property_readonly(
+            "noise_rms", [](const Eye& eye) { return eye.Report().noiseRms; },
+            "What the symbols do not explain at the measuring phase [V]; None: too few symbols.")
+        .def_property_readonly(
+            "target_ber", [](const Eye& eye) { return eye.Report().targetBer; },
+            "Bit error ratio of heightAtBer and of the bathtub's low and high.")
+        .def_property_readonly(
+            "symbols_known", [](const Eye& eye) { return eye.Report().symbolsKnown; },
+            "False: the symbols were decided, and a closed eye looks more open than it is.")
+        .def_property_readonly(
+            "symbol_rate", [](const Eye& eye) { return eye.Report().symbolRateGBd; }, "[GBd]; 0: not known.")
+        .def_property_readonly("samples_per_ui", &Eye::SamplesPerUi, "A real number.")
+        .def_property_readonly(
+            "bathtub", [](const Eye& eye) { return BathtubOf(eye.Report()); },
+            R"(By phase: offsetUi [UI] from the measuring one and ber, shape (n,), and between which voltages
+the target error ratio holds, low and high [V], shape (n, eyes); n is 0 unless it was asked for.)")
+        .def("image", &Eye::Image, py::arg("columns") = 480, py::arg("rows") = 320,
+             R"(A density eye two UI wide, the measuring phase in the middle.
+
+Returns
+-------
+shades : ndarray of float32, shape (rows, columns)
+    0 to 1, the more traces cross a cell the brighter; lowest row first.
+low, high : float
+    [V] from the bottom to the top.)")
+        .def("__repr__", &TextOf);
 }
 
 }  // namespace Tarnwick::Python

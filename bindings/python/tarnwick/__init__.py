@@ -15,7 +15,7 @@ Capture('samples', 3200 samples, 8 per UI, NRZ, single-shot)
 >>> tarnwick.BesselThomson(capture.device, cutoffPercent=75)(capture).size
 3200
 """
-from ._captures import Capture, lock, measure, read
+from ._captures import Capture, lock, measure, read, simulate
 from ._chains import Chain, Response, Result
 from ._core import Eye, PatternLockFailed
 from ._core import version as __version__
@@ -28,5 +28,5 @@ from ._records import Record
 __all__ = [
     "BesselThomson", "CTLEFilter", "Capture", "Chain", "Copy", "DFEFilter", "DeEmbeddingFilter", "DeviceConfiguration", "Eye",
     "FFEFilter", "Filter", "MovingAverageSmoothingFilter", "Network", "PatternLockFailed", "Record", "Response", "Result",
-    "SircFilter", "__version__", "lock", "measure", "read", "touchstone",
+    "SircFilter", "__version__", "lock", "measure", "read", "simulate", "touchstone",
 ]

@@ -224,6 +224,66 @@ def lock(samples: ArrayLike | Capture, *, coding: str = "", baud: float = 0.0, s
     return Capture(core, capture.name, _device_of(core))
 
 
+def simulate(*, coding: str = "PAM4", prbs: int = 13, symbols: str = "", baud: float = 26.5625, spu: float = 16.0,
+             repetitions: int = 1, amplitude: float = 1.0, rise: float = 0.2, loss: float = 0.0, noise: float = 0.0,
+             jitter: float = 0.0, length: int = 0, first: int = 0, ppm: float = 0.0, averages: int = 1,
+             band_limited: bool = False, seed: int = 1) -> Capture:
+    """A synthetic capture: a pattern, edges, jitter, a lossy line and noise, as ``tarnwick simulate`` writes it.
+
+    Parameters
+    ----------
+    coding : str
+        ``NRZ``, ``PAM3`` or ``PAM4``.
+    prbs : int
+        Pattern: PRBS 7, 9, 11, 13, 15, 23 or 31.
+    symbols : str
+        One digit a symbol, in place of the PRBS.
+    baud, spu : float
+        Symbol rate [GBd]; samples per UI, whole or not.
+    repetitions : int
+        Of the pattern.
+    amplitude, noise : float
+        From the lowest to the highest level [V]; white noise, rms [V].
+    rise, jitter : float
+        Edge from 0 to 100 % [UI]; random jitter of the edges, rms [UI].
+    loss : float
+        Of the line at half the symbol rate [dB].
+    length, first : int
+        Cut so many UI out of the pattern, from this one on, in place of whole repetitions.
+    ppm : float
+        A UI takes so many samples more.
+    averages : int
+        Acquisitions averaged.
+    band_limited : bool
+        Nothing of the waveform folds at half the sample rate.
+    seed : int
+        Of noise and jitter.
+
+    Returns
+    -------
+    Capture
+        As if it had been read from a file with times.
+
+    Examples
+    --------
+    >>> import tarnwick
+    >>> tarnwick.lock(tarnwick.simulate(coding="NRZ", prbs=9, noise=0.01))
+    Capture('simulated', 8176 samples, 16 per UI, NRZ, PRBS9, single-shot)
+    """
+    for name, value, low, high in (
+            ("baud", baud, 1e-6, 1e6), ("spu", spu, 1.0, 4096.0), ("repetitions", repetitions, 1, 1e6),
+            ("amplitude", amplitude, 0.0, 1e6), ("rise", rise, 0.0, 1.0), ("loss", loss, 0.0, 100.0),
+            ("noise", noise, 0.0, 1e6), ("jitter", jitter, 0.0, 1.0), ("length", length, 0, 1 << 30),
+            ("first", first, 0, 1 << 30), ("ppm", ppm, -1e5, 1e5), ("averages", averages, 1, 1e6), ("seed", seed, 0, 2.0 ** 63)):
+        if not low <= value <= high:
+            raise ValueError(f"simulate: {name} is {value}; expected {low:g} to {high:g}")
+    if coding not in ("NRZ", "PAM3", "PAM4"):
+        raise ValueError(f"simulate: coding is {coding!r}; expected NRZ, PAM3 or PAM4")
+    core = _core.simulate(coding, prbs, symbols, baud, spu, repetitions, amplitude, rise, loss, noise, jitter, length, first, ppm,
+                          averages, band_limited, seed)
+    return Capture(core, "simulated", DeviceConfiguration())
+
+
 def measure(capture: ArrayLike | Capture, *, taps: int = 5, sample_rate: float = 0.0) -> Record:
     """Levels, eyes, noise, error ratio and, for PAM4, level mismatch and TDECQ: as ``tarnwick measure --json`` prints them.
 

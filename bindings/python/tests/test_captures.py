@@ -55,6 +55,14 @@ def test_lock_and_measure_find_what_the_program_finds(capture, folder, program):
     assert np.array_equal(pickle.loads(pickle.dumps(locked)).samples, locked.samples)
 
 
+def test_a_simulated_capture_is_the_program_s(folder, program):
+    program("simulate", "-o", folder / "sim.npy", "--coding", "PAM4", "--prbs", "31", "--length", "500", "--first", "40", "--spu",
+            "7.3", "--loss", "3", "--noise", "0.004", "--jitter", "0.01", "--seed", "5")
+    capture = tarnwick.simulate(prbs=31, length=500, first=40, spu=7.3, loss=3, noise=0.004, jitter=0.01, seed=5)
+    assert np.array_equal(capture.samples, np.load(folder / "sim.npy"))
+    assert capture.interval == pytest.approx(1.0 / (26.5625e9 * 7.3), rel=1e-15)
+
+
 def test_views_outlive_what_they_came_from(folder):
     chain = tarnwick.Chain.from_json(folder / "chain.json")
     samples = tarnwick.read(folder / "periodic.csv").samples
@@ -80,13 +88,15 @@ def test_views_outlive_what_they_came_from(folder):
     (lambda: tarnwick.lock(np.zeros(9), baud=-1), ValueError, "lock: baud is -1"),
     (lambda: tarnwick.lock(np.zeros(9), sample_rate=80e9), ValueError, "lock: sample_rate is 80000000000.0 GS/s"),
     (lambda: tarnwick.measure(np.zeros(9), taps=0), ValueError, "measure: taps is 0; expected 1 to 64"),
+    (lambda: tarnwick.simulate(spu=0.5), ValueError, "simulate: spu is 0.5; expected 1 to 4096"),
+    (lambda: tarnwick.simulate(coding="NRZ", symbols="012"), ValueError, "2"),
     (lambda: tarnwick.Chain({"filters": [{"type": "ctl"}]}), ValueError, 'the nearest one is "ctle"'),
     (lambda: tarnwick.Chain({"filter": []}), ValueError, 'the nearest one is "filters"'),
     (lambda: tarnwick.Chain({"filters": [{"type": "ctle", "gian": 1}]}), ValueError, 'filters.0.gian: is not a known key'),
     (lambda: tarnwick.Chain({"filters": []}).apply(np.zeros(3, complex)), TypeError, "Chain.apply: samples have dtype complex128"),
     (lambda: tarnwick.Network([1.0, 1.0], np.zeros((2, 1, 1))), ValueError, "Network: f has shape (2,); expected rising"),
     (lambda: tarnwick.Network([1.0], np.zeros((1, 2, 1))), ValueError, "Network: s has shape (1, 2, 1)"),
-], ids=range(17))
+], ids=range(19))
 def test_bad_input_is_refused_by_name(call, error, text):
     with pytest.raises(error) as caught:
         call()
