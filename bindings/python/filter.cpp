@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <stdexcept>
 #include <utility>
@@ -25,11 +26,14 @@ namespace {
 // The only filter of its chain: what the messages say of its place there is of no use.
 std::string WithoutPlace(const std::string& text, const std::string& name)
 {
-    for (const char* const place : {": filters.0.", ": filters.0: "})
-        if (text.starts_with(name + place)) {
-            const std::string rest = text.substr(name.size() + std::char_traits<char>::length(place));
-            return rest.starts_with(name + ":") ? rest : name + ": " + rest;
-        }
+    const std::string owner = name + ": ";
+    for (const char* const place : {"filters.0.", "filters.0: "}) {
+        const std::string start = owner + place;
+        if (!text.starts_with(start))
+            continue;
+        const std::string rest = text.substr(start.size());
+        return rest.starts_with(owner) ? rest : owner + rest;
+    }
     return text;
 }
 

@@ -25,7 +25,7 @@ public:
     Filter(std::string name, const std::string& device, const std::string& fields);
 
     /// @return as many values, owned by the array
-    py::array_t<double> Apply(const py::object& samples);
+    py::array_t<double> Apply(const py::object& given);
 
     /// What the filter has found, as a JSON object.
     /// @param filtered  what it has made of the record

@@ -3,6 +3,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <pybind11/pybind11.h>
 
@@ -24,7 +25,7 @@ void RegisterFailures(py::module_& module)
     static const py::handle noLock = py::exception<DSO::PatternLockFailed>(module, "PatternLockFailed").release();
     py::register_exception_translator([](std::exception_ptr thrown) {
         try {
-            std::rethrow_exception(thrown);
+            std::rethrow_exception(std::move(thrown));
         } catch (const DSO::PatternLockFailed& failure) {
             PyErr_SetString(noLock.ptr(), failure.what());
         } catch (const DSO::Workbench::NoPatternLockFailure& failure) {

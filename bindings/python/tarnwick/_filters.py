@@ -3,6 +3,7 @@ from __future__ import annotations
 
 import inspect
 import json
+import os
 import tempfile
 from collections.abc import Mapping
 from pathlib import Path
@@ -59,7 +60,10 @@ class Filter:
                 settings[name] = _as_file(owner, name, value, Path(folder.name))
             else:
                 settings[name] = given[name] = _fields.plain(owner, name, value)
-        core = _core.Filter(owner, json.dumps(self._config.to_dict()), json.dumps({"type": self._type, **settings}))
+        try:
+            core = _core.Filter(owner, json.dumps(self._config.to_dict()), json.dumps({"type": self._type, **settings}))
+        except ValueError as failure:
+            raise ValueError(_without_folder(str(failure), folder)) from None
         for name, value in (("_given", given), ("_kept", settings), ("_folder", folder), ("_core", core)):
             object.__setattr__(self, name, value)
 
@@ -113,7 +117,7 @@ class Filter:
     @property
     def notes(self) -> list[str]:
         """What was assumed about the settings, and what of them has no effect."""
-        return self._core.notes()
+        return [_without_folder(note, self._folder) for note in self._core.notes()]
 
     @property
     def config(self) -> DeviceConfiguration:
@@ -146,6 +150,11 @@ class Filter:
 
 def _restored(kind: type[Filter], config: DeviceConfiguration, fields: dict[str, Any]) -> Filter:
     return kind(config, **fields)
+
+
+def _without_folder(text: str, folder: tempfile.TemporaryDirectory[str] | None) -> str:
+    # An array is known by its field; where it lies meanwhile is nobody's business.
+    return text if folder is None else text.replace(folder.name + os.sep, "")
 
 
 def _as_file(owner: str, name: str, value: Any, folder: Path) -> str:

@@ -88,8 +88,9 @@ def eye(samples: HasEyes, *, ax: Any = None, contour: bool = True, target_ber: f
             axes.annotate("", (0.0, middle + 0.5 * height), (0.0, middle - 0.5 * height), zorder=4,
                           arrowprops={"arrowstyle": "<->", "color": _OPENING, "linewidth": 1.5, "shrinkA": 0, "shrinkB": 0})
         closed = "" if height > 0.0 else "closed "
-        axes.text(-0.97, middle, f"{closed}{height:.4g} {unit} ({each['openingPercent']:.1f} %)", color=_OPENING_TEXT,
-                  fontsize="small", va="center", bbox=box, zorder=5)
+        # Above its line, whose dashes would turn into a sign before the figure.
+        axes.annotate(f"{closed}{height:.4g} {unit} ({each['openingPercent']:.1f} %)", (-0.97, middle), (0, 4),
+                      textcoords="offset points", color=_OPENING_TEXT, fontsize="small", va="bottom", bbox=box, zorder=5)
     outlines = _contours(measured.bathtub) if contour else []
     for outline in outlines:
         axes.plot(outline[:, 0], outline[:, 1] * per_volt, color=_CONTOUR, linewidth=1.5, zorder=3)
