@@ -74,10 +74,21 @@ GROUPS = _read_groups()
 DEVICE = GROUPS["device"]
 
 
+def _usual_of(usual: str, kind: str) -> str:
+    """Of "false; deembedding: true" what counts for a type of filter."""
+    first, *others = usual.split("; ")
+    for each in others:
+        kinds, _, value = each.rpartition(": ")
+        if kind in kinds.split(", "):
+            return value
+    return first
+
+
 def of_filter(kind: str) -> FieldGroup:
     """The fields of a type of filter, those of every filter behind them."""
     own = GROUPS[kind]
-    common = {name: field for name, field in GROUPS["every filter"].fields.items() if name not in ("type", "enabled")}
+    common = {name: field._replace(usual=_usual_of(field.usual, kind))
+              for name, field in GROUPS["every filter"].fields.items() if name not in ("type", "enabled")}
     return FieldGroup(own.meaning, {**own.fields, **common})
 
 

@@ -34,7 +34,9 @@ class Filter:
     _folder: tempfile.TemporaryDirectory[str] | None
     _core: _core.Filter
 
-    def __init_subclass__(cls, *, type: str) -> None:
+    def __init_subclass__(cls, *, type: str = "") -> None:
+        if not type:  # a user's own, as its base
+            return
         cls._type = type
         cls._group = _fields.of_filter(type)
         leading = inspect.Parameter("config", inspect.Parameter.POSITIONAL_OR_KEYWORD, default=None)

@@ -30,7 +30,7 @@ def made(name, config=DEVICE):
 
 
 def test_every_filter_class_is_tried():
-    assert {kind.__name__ for kind in tarnwick.Filter.__subclasses__()} == set(FILTERS)
+    assert {kind.__name__ for kind in tarnwick.Filter.__subclasses__()} == set(FILTERS) <= set(tarnwick.__all__)
 
 
 @pytest.mark.parametrize("name", FILTERS)
@@ -166,6 +166,14 @@ def test_fields_are_attributes_and_a_refused_one_changes_nothing(wave):
     assert np.array_equal(receiver(wave), wide)
     with pytest.raises(AttributeError, match="no field 'gain'"):
         receiver.gain  # noqa: B018
+
+
+def test_defaults_are_those_of_the_filter_s_type():
+    class Own(tarnwick.CTLEFilter):
+        pass
+
+    assert tarnwick.DeEmbeddingFilter(DEVICE, sparamFileName=NETWORK).preserveNoise is True
+    assert Own(DEVICE, gain=3.0).preserveNoise is False and Own(DEVICE).ctleType == "peaking"
 
 
 def test_the_configuration_is_copied_and_takes_its_fields_in_any_order(wave):
