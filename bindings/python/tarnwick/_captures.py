@@ -3,6 +3,7 @@ from __future__ import annotations
 
 import json
 import os
+import re
 from collections.abc import Mapping
 from pathlib import Path
 from typing import Any
@@ -149,8 +150,11 @@ def read(path: str | os.PathLike[str], *, minus: str | os.PathLike[str] | None =
     array([ 0.1 , -0.1 ,  0.05])
     """
     name = existing(path)
-    core = _core.read(name, existing(minus) if minus is not None else "", skip_lines, str(column),
-                      _rate("read", sample_rate), scale)
+    other = existing(minus) if minus is not None else ""
+    try:
+        core = _core.read(name, other, skip_lines, str(column), _rate("read", sample_rate), scale)
+    except ValueError as failure:  # the options are the program's, but for their spelling
+        raise ValueError(re.sub(r"--([a-z-]+)", lambda match: match[1].replace("-", "_"), str(failure))) from None
     return Capture(core, Path(name).name, DeviceConfiguration())
 
 

@@ -63,6 +63,14 @@ def test_a_simulated_capture_is_the_program_s(folder, program):
     assert capture.interval == pytest.approx(1.0 / (26.5625e9 * 7.3), rel=1e-15)
 
 
+def test_messages_name_the_options_of_read(tmp_path):
+    path = tmp_path / "headed.txt"
+    path.write_text("-5.8e-08\n16002\n4e+10\n" + "0.1\n-0.1\n" * 50)
+    with pytest.raises(ValueError, match=r"headed\.txt: .* with skip_lines 3"):
+        tarnwick.read(path)
+    assert tarnwick.read(path, skip_lines=3).samples.shape == (100,)
+
+
 def test_views_outlive_what_they_came_from(folder):
     chain = tarnwick.Chain.from_json(folder / "chain.json")
     samples = tarnwick.read(folder / "periodic.csv").samples

@@ -28,6 +28,7 @@ print("wheel: tarnwick", tarnwick.__version__, "works in an empty environment")
 
 def main(build):
     environment = {key: value for key, value in os.environ.items() if not key.startswith("PYTHON")}
+    environment["PYTHONDONTWRITEBYTECODE"] = "1"
     with tempfile.TemporaryDirectory(prefix="tarnwick-wheel-") as folder:
         top = Path(folder).resolve()
         subprocess.run([sys.executable, "-m", "build", "--wheel", "--no-isolation", "--outdir", top, TOP], check=True,
