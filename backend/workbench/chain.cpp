@@ -126,6 +126,15 @@ std::vector<StagePlan> PlanStages(const ChainFile& file, DeviceConfiguration& co
     return plans;
 }
 
+void CheckChain(const ChainFile& file)
+{
+    DeviceConfiguration config;
+    bool oeChannels[4] = {};
+    config.oeChannel = oeChannels;
+    ReadChainDevice(file, 0, config);
+    (void)PlanStages(file, config);
+}
+
 std::vector<std::string> FilesOf(const ChainFile& file)
 {
     std::vector<std::string> files;

@@ -93,6 +93,11 @@ private:
     std::vector<Stage> stages_;
 };
 
+/// Checks the keys of a chain file and their values, as far as they tell by themselves: no file that it names is opened, and no
+/// filter made.
+/// @throws UsageFailure  naming the file and the key
+TARNWICK_WORKBENCH_API void CheckChain(const ChainFile& file);
+
 /// The files that the filters of a chain file name, those of disabled filters too, as they are opened: a path that is
 /// relative is from the folder of the chain file.
 TARNWICK_WORKBENCH_API std::vector<std::string> FilesOf(const ChainFile& file);

@@ -27,4 +27,9 @@ struct TARNWICK_WORKBENCH_API UnknownKeyFailure : UsageFailure {
     using UsageFailure::UsageFailure;
 };
 
+/// A filter of the chain needs pattern lock on its channel, and the device says that there is none.
+struct TARNWICK_WORKBENCH_API NoPatternLockFailure : UsageFailure {
+    using UsageFailure::UsageFailure;
+};
+
 }  // namespace Tarnwick::DSO::Workbench

@@ -13,6 +13,7 @@
 #include "workbench/decisions.h"
 #include "workbench/deembeddingreport.h"
 #include "workbench/eye.h"
+#include "workbench/eyeimage.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/fixturefile.h"

@@ -16,17 +16,14 @@ namespace {
 
 namespace fs = std::filesystem;
 using DSO::Workbench::DataFailure;
+using DSO::Workbench::EyeImage;
 using DSO::Workbench::EyeReport;
+using DSO::Workbench::kEyeSpanUi;
 
 constexpr std::size_t kColumns = 480;  // cells of a picture of one eye
 constexpr std::size_t kRows = 320;
 constexpr int kWidth = 960;  // [pixels] two by two of a cell
 constexpr int kHeight = 640;
-constexpr double kSpanUi = 2.0;          // shown from left to right
-constexpr float kShade = 0.35F;          // exponent: between the linear scale and the logarithm rare traces show too
-constexpr double kRoom = 0.08;           // of the range of the samples, above and below them
-constexpr double kFlatRoom = 1e-9;       // of the value of a constant record
-constexpr double kSmallestValue = 1e-3;  // [V] from which that room is reckoned at least
 constexpr double kMillivoltRange = 0.5;  // [V] a smaller range is labelled in millivolts
 
 // Commands common to all pictures of eyes.
@@ -55,7 +52,7 @@ std::string PlotOf(const EyeImage& image, double perVolt)
     std::string plot = fmt::format(
         "plot '-' binary array=({},{}) format='%float32' origin=({},{}) dx={} dy={} with image\n", image.columns,
         image.rows, -1.0 + 1.0 / static_cast<double>(image.columns), image.range.low * perVolt + 0.5 * rowHeight,
-        kSpanUi / static_cast<double>(image.columns), rowHeight);
+        kEyeSpanUi / static_cast<double>(image.columns), rowHeight);
     plot.append(reinterpret_cast<const char*>(image.shades.data()), image.shades.size() * sizeof(float));
     return plot + "\n";
 }
@@ -74,81 +71,6 @@ std::string FiguresOf(const EyeReport& report)
     for (const DSO::Workbench::EyeOpening& eye : report.eyes)
         text += fmt::format(" {:.3g}", isTimed ? *eye.widthPs : *eye.widthUi);
     return text + (isTimed ? " ps" : " UI");
-}
-
-bool AllFinite(std::span<const double> samples)
-{
-    return std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); });
-}
-
-// Counts the traces that cross each cell: lines from sample to sample.
-// @param firstUi  [UI] of sample 0 from the left edge or any edge of a UI there, 0 or more
-void AddTraces(std::span<const double> samples, double samplesPerUi, double firstUi, EyeImage& image)
-{
-    const std::size_t columns = image.columns;
-    const std::size_t rows = image.rows;
-    const VoltageRange range = image.range;
-    const double rowsPerVolt = static_cast<double>(rows - 1) / (range.high - range.low);
-    const double columnsPerSample = static_cast<double>(columns) / kSpanUi / samplesPerUi;
-    const std::size_t half = columns / 2;
-    const auto row = [&](double value) { return (value - range.low) * rowsPerVolt; };
-    // Each UI is drawn twice, in the left and in the right half. [columns] of sample 0:
-    const double shift = firstUi * static_cast<double>(columns) / kSpanUi;
-    for (std::size_t k = 0; k + 1 < samples.size(); ++k) {
-        const double from = shift + static_cast<double>(k) * columnsPerSample;
-        const double to = from + columnsPerSample;
-        for (auto column = static_cast<std::size_t>(std::ceil(from)); static_cast<double>(column) < to; ++column) {
-            const double part = (static_cast<double>(column) - from) / columnsPerSample;
-            const double here = row(samples[k] + part * (samples[k + 1] - samples[k]));
-            const double next =
-                row(samples[k] + std::min(1.0, part + 1.0 / columnsPerSample) * (samples[k + 1] - samples[k]));
-            // Between the samples the waveform may leave their range.
-            if (std::min(here, next) < 0.0 || std::max(here, next) >= static_cast<double>(rows))
-                continue;
-            // A steep edge passes through several rows in one column.
-            const auto first = static_cast<std::size_t>(std::min(here, next));
-            const auto last = static_cast<std::size_t>(std::max(here, next));
-            const float share = 1.0F / static_cast<float>(last - first + 1);
-            for (std::size_t r = first; r <= last; ++r) {
-                image.shades[r * columns + column % half] += share;
-                image.shades[r * columns + column % half + half] += share;
-            }
-        }
-    }
-}
-
-void ToShades(EyeImage& image)
-{
-    const float most = *std::max_element(image.shades.begin(), image.shades.end());
-    std::transform(image.shades.begin(), image.shades.end(), image.shades.begin(),
-                   [most](float count) { return most > 0.0F ? std::pow(count / most, kShade) : 0.0F; });
-}
-
-// The eye of a large picture: where there are few samples in a UI, lines between them would be seen as such, and would not be
-// what was measured.
-EyeImage ShadeBetween(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range)
-{
-    constexpr double kFewestSamplesPerUi = 2.0;  // fewer do not hold the waveform between them
-    constexpr double kValuesPerUi = 32.0;
-    constexpr double kReach = 24.0;  // [samples] that a value is made of, to either side
-    constexpr std::size_t kBlock = std::size_t{1} << 18U;
-    const double step = std::min(1.0, samplesPerUi / kValuesPerUi);
-    const double first = std::ceil(kReach / samplesPerUi) * samplesPerUi;  // where a UI begins
-    const double last = static_cast<double>(samples.size()) - 1.0 - kReach;
-    if (step == 1.0 || samplesPerUi < kFewestSamplesPerUi || last - first < samplesPerUi || !AllFinite(samples))
-        return ShadeEye(samples, samplesPerUi, phaseUi, range, kColumns, kRows);
-    EyeImage image{kColumns, kRows, range, std::vector<float>(kColumns * kRows, 0.0F)};
-    const auto count = static_cast<std::size_t>((last - first) / step);
-    std::vector<double> values;
-    for (std::size_t begin = 0; begin + 1 < count; begin += kBlock) {
-        const double position = first + static_cast<double>(begin) * step;
-        values.resize(std::min(kBlock + 1, count - begin));  // the last one begins the next block
-        DSO::Workbench::ReadBetween(samples, position, step, values);
-        const double ui = position / samplesPerUi;
-        AddTraces(values, samplesPerUi / step, 1.0 - phaseUi + ui - std::floor(ui), image);
-    }
-    ToShades(image);
-    return image;
 }
 
 // What is left of an eye at the target error ratio, about the phase that leaves most.
@@ -196,34 +118,9 @@ std::string ContourOf(const EyeReport& report, std::size_t eye, double perVolt)
 
 }  // namespace
 
-VoltageRange RangeOf(std::span<const double> samples, std::span<const double> others)
-{
-    VoltageRange range{samples.front(), samples.front()};
-    for (const auto& part : {samples, others}) {
-        for (const double sample : part) {
-            range.low = std::min(range.low, sample);
-            range.high = std::max(range.high, sample);
-        }
-    }
-    const double flat = kFlatRoom * std::max({std::abs(range.low), std::abs(range.high), kSmallestValue});
-    const double room = std::max(kRoom * (range.high - range.low), flat);
-    return {range.low - room, range.high + room};
-}
-
 VoltageUnit UnitFor(VoltageRange range)
 {
     return range.high - range.low < kMillivoltRange ? VoltageUnit{1e3, "mV"} : VoltageUnit{1.0, "V"};
-}
-
-EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
-                  std::size_t columns, std::size_t rows)
-{
-    if (!AllFinite(samples))
-        return {0, 0, range, {}};
-    EyeImage image{columns, rows, range, std::vector<float>(columns * rows, 0.0F)};
-    AddTraces(samples, samplesPerUi, 1.0 - phaseUi, image);
-    ToShades(image);
-    return image;
 }
 
 void DrawEye(const fs::path& path, std::span<const double> samples, double samplesPerUi, const EyeReport& report,
@@ -254,7 +151,7 @@ void DrawEye(const fs::path& path, std::span<const double> samples, double sampl
             "textcolor "
             "'#ff9040'\n",
             report.targetBer);
-    const EyeImage image = ShadeBetween(samples, samplesPerUi, report.phaseUi, range);
+    const EyeImage image = ShadeBetween(samples, samplesPerUi, report.phaseUi, range, kColumns, kRows);
     if (image.shades.empty())
         throw DataFailure(
             fmt::format("{}: a sample of \"{}\" is not finite; there is no eye to draw", path.string(), title));

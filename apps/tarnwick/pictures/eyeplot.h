@@ -9,17 +9,14 @@
 #include <vector>
 
 #include "workbench/eye.h"
+#include "workbench/eyeimage.h"
 
 namespace Tarnwick::App {
 
-/// [V] what the picture shows from bottom to top.
-struct VoltageRange {
-    double low;
-    double high;
-};
-
-/// The range of all samples with a little room around it: two pictures of the same range compare at a glance.
-VoltageRange RangeOf(std::span<const double> samples, std::span<const double> others = {});
+using DSO::Workbench::EyeImage;
+using DSO::Workbench::RangeOf;
+using DSO::Workbench::ShadeEye;
+using DSO::Workbench::VoltageRange;
 
 struct VoltageUnit {
     double perVolt;
@@ -28,21 +25,6 @@ struct VoltageUnit {
 
 /// The unit that labels a range: mV below half a volt.
 VoltageUnit UnitFor(VoltageRange range);
-
-/// A density eye, two UI wide with the measuring phase in the middle.
-struct EyeImage {
-    std::size_t columns;
-    std::size_t rows;
-    VoltageRange range;
-    std::vector<float> shades;  ///< [rows][columns] 0 to 1, the more traces cross a cell the brighter; lowest row first
-};
-
-/// The waveform cut into pieces of two UI, drawn over each other as lines from sample to sample.
-/// @param range    holds all samples
-/// @param columns  even
-/// @return an image without cells when a sample is not finite
-EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
-                  std::size_t columns, std::size_t rows);
 
 /// Draws a density eye diagram, two UI wide, axes in UI and volts, as a PNG file: an arrow in each opening with its height,
 /// and around it, when the report has the bathtub, what is left of it at the target error ratio. The symbol rate and the

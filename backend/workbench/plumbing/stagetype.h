@@ -70,6 +70,8 @@ Filter& MakeFilter(Stage& stage, Parameters& parameters, const Place& place)
 {
     try {
         stage.filter = std::make_unique<Filter>(&parameters);
+    } catch (const PatternLockFailed& failure) {
+        place.Fail<NoPatternLockFailure>(failure.what());
     } catch (const std::exception& failure) {
         place.Fail(failure.what());
     }
