@@ -10,15 +10,9 @@ namespace Tarnwick::App {
 
 using DSO::Workbench::Waveform;
 
-void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
+void AddReadingOptions(CLI::App& command, CaptureOptions& options)
 {
     constexpr double kMost = 1e12;
-    command
-        .add_option(
-            "capture", options.name,
-            "Capture: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not; - is text on standard input")
-        ->required();
-    command.add_option("--minus", options.minus, "Second capture to subtract (differential pairs)");
     command
         .add_option("--skip-lines", options.reading.skipLines,
                     "Lines to drop at the head of a text capture; 0: numbers at its head are samples")
@@ -33,6 +27,24 @@ void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
         ->check(RealRange(-kMost, kMost));
 }
 
+void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
+{
+    command
+        .add_option(
+            "capture", options.name,
+            "Capture: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not; - is text on standard input")
+        ->required();
+    command.add_option("--minus", options.minus, "Second capture to subtract (differential pairs)");
+    AddReadingOptions(command, options);
+}
+
+DSO::Workbench::WaveformOptions ReadingOf(const CaptureOptions& options)
+{
+    DSO::Workbench::WaveformOptions reading = options.reading;
+    reading.sampleRate = options.sampleRateGsps * DSO::Workbench::kGiga;
+    return reading;
+}
+
 std::string NameOf(const CaptureOptions& options)
 {
     return options.name == kStandardStream ? "standard input" : options.name;
@@ -42,9 +54,7 @@ Waveform ReadCapture(const CaptureOptions& options)
 {
     if (options.name == kStandardStream && options.minus == kStandardStream)
         throw DSO::Workbench::UsageFailure("--minus: is standard input, as the capture; expected a file");
-    DSO::Workbench::CaptureSource source{options.name, options.minus, options.reading};
-    source.options.sampleRate = options.sampleRateGsps * DSO::Workbench::kGiga;
-    Waveform capture = DSO::Workbench::ReadCapture(source);
+    Waveform capture = DSO::Workbench::ReadCapture({options.name, options.minus, ReadingOf(options)});
     PrintNotes(capture.notes);
     return capture;
 }

@@ -17,11 +17,17 @@ struct CaptureOptions {
     double sampleRateGsps = 0.0;  ///< 0: as the file's times say
 };
 
+/// How to read a capture.
+void AddReadingOptions(CLI::App& command, CaptureOptions& options);
+
 /// The capture and how to read it: the same for every command that reads one.
 void AddCaptureOptions(CLI::App& command, CaptureOptions& options);
 
 /// The capture's name in messages and titles: as given, or what "-" stands for.
 std::string NameOf(const CaptureOptions& options);
+
+/// How to read it, as the options say.
+DSO::Workbench::WaveformOptions ReadingOf(const CaptureOptions& options);
 
 /// The capture that the options name; notes go to stderr.
 /// @throws UsageFailure  both captures are standard input

@@ -1,15 +1,12 @@
 #include "workbench/optimiser.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstdint>
-#include <exception>
 #include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -19,6 +16,7 @@
 #include "workbench/chainkeys.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
+#include "workbench/plumbing/workers.h"
 #include "workbench/run.h"
 #include "workbench/signalquality.h"
 #include "workbench/symbols.h"
@@ -130,7 +128,7 @@ public:
         : input_(input), observer_(observer), plan_(input.chain)
     {
         Acquire();
-        threads_ = input.threads > 0 ? input.threads : std::max(std::thread::hardware_concurrency(), 1U);
+        threads_ = ThreadCount(input.threads);
     }
 
     OptimiserResult Run()
@@ -247,32 +245,17 @@ private:
                 result_.trials.push_back({point});
         }
         std::vector<char> isDone(result_.trials.size() - first, 0);
-        std::atomic<std::size_t> next = first;
-        std::exception_ptr failure;
-        const auto work = [&] {
-            for (std::size_t k = next++; k < result_.trials.size(); k = next++) {
-                try {
-                    {
-                        const std::lock_guard lock(mutex_);
-                        if (failure || IsStopped())
-                            return;
-                    }
-                    Try(result_.trials[k]);
-                    isDone[k - first] = 1;
-                } catch (...) {
-                    const std::lock_guard lock(mutex_);
-                    failure = std::current_exception();
-                }
-            }
+        const auto isStopped = [&] {
+            const std::lock_guard lock(mutex_);
+            return IsStopped();
         };
-        std::vector<std::thread> helpers;
-        for (std::size_t k = 1; k < std::min<std::size_t>(threads_, isDone.size()); ++k)
-            helpers.emplace_back(work);
-        work();
-        for (std::thread& helper : helpers)
-            helper.join();
-        if (failure)
-            std::rethrow_exception(failure);
+        RunOnThreads(
+            isDone.size(), threads_,
+            [&](std::size_t k) {
+                Try(result_.trials[first + k]);
+                isDone[k] = 1;
+            },
+            isStopped);
         // A search that was stopped keeps what has ended.
         std::size_t kept = first;
         for (std::size_t k = 0; k < isDone.size(); ++k)

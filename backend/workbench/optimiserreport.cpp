@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <numeric>
 
 #include <fmt/format.h>
@@ -11,6 +10,7 @@
 
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
+#include "workbench/plumbing/checksum.h"
 #include "workbench/plumbing/reportrows.h"
 #include "workbench/plumbing/text.h"
 
@@ -34,22 +34,6 @@ std::string CtleText(const EqualiserPoint& point)
 {
     return point.ctle.empty() ? "none" : fmt::format("{} {:g}", point.ctle, point.gain);
 }
-
-// FNV-1a, 64 bits: it tells captures apart, no more. Source: G. Fowler, L. C. Noll, K.-P. Vo, IETF draft-eastlake-fnv.
-class Checksum {
-public:
-    void Add(const void* data, std::size_t size)
-    {
-        constexpr std::uint64_t kPrime = 0x100000001b3;
-        const auto* const bytes = static_cast<const unsigned char*>(data);
-        for (std::size_t k = 0; k < size; ++k)
-            value_ = (value_ ^ bytes[k]) * kPrime;
-    }
-    std::uint64_t Value() const { return value_; }
-
-private:
-    std::uint64_t value_ = 0xcbf29ce484222325;
-};
 
 ordered_json PointOf(const EqualiserPoint& point)
 {
@@ -124,7 +108,7 @@ std::string TrialTableHead(const OptimiserInput& input)
     const std::string rest =
         fmt::format("{}\n{}\n{} {} {} {} {}", input.chain.Text(), NameOf(input.rank), input.capture.interval,
                     facts.symbolRateGBd, facts.samplesPerUi, static_cast<int>(facts.coding), facts.patternLengthUi);
-    sum.Add(rest.data(), rest.size());
+    sum.Add(rest);
     return fmt::format("# trials, JSON objects, of the input with the checksum {:016x}\n", sum.Value());
 }
 

@@ -1,9 +1,5 @@
 // tarnwick optimise: the best equaliser for a capture.
-#include <atomic>
-#include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +11,8 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "facts.h"
+#include "growingtable.h"
+#include "interruption.h"
 #include "notes.h"
 #include "options.h"
 #include "outputs.h"
@@ -46,27 +44,6 @@ struct Options {
     bool json = false;
 };
 
-// An interruption ends the search, not the program: what was found so far is written. The second one ends the program.
-std::atomic<bool> interrupted = false;
-
-class InterruptionWatch {
-public:
-    InterruptionWatch()
-    {
-        interrupted = false;
-        before_ = std::signal(SIGINT, [](int signal) {
-            interrupted = true;
-            (void)std::signal(signal, SIG_DFL);
-        });
-    }
-    InterruptionWatch(const InterruptionWatch&) = delete;
-    InterruptionWatch& operator=(const InterruptionWatch&) = delete;
-    ~InterruptionWatch() { (void)std::signal(SIGINT, before_ == SIG_ERR ? SIG_DFL : before_); }
-
-private:
-    void (*before_)(int) = SIG_DFL;
-};
-
 std::vector<std::string> TypesOf(const std::string& ctle)
 {
     if (ctle == kNone)
@@ -74,45 +51,20 @@ std::vector<std::string> TypesOf(const std::string& ctle)
     return ctle == kAll ? Workbench::OptimisedCtleTypes() : std::vector<std::string>{ctle};
 }
 
-// The table that a search adds its trials to, and goes on with after an interruption.
-class TrialTable {
-public:
-    /// @throws UsageFailure  it is a table of something else
-    TrialTable(const std::string& path, Workbench::OptimiserInput& input) : path_(path)
-    {
-        if (path.empty())
-            return;
-        std::string text;
-        if (std::ifstream file(path, std::ios::binary); file)
-            text.assign(std::istreambuf_iterator<char>(file), {});
-        if (text.empty()) {
-            Write(TrialTableHead(input), std::ios::trunc);
-            return;
-        }
-        input.known = ReadTrialTable(text, input, path);
-        // What was cut off by the end of a program goes.
-        std::string whole = TrialTableHead(input);
-        for (const Workbench::EqualiserTrial& trial : input.known)
-            whole += TrialTableRow(trial);
-        if (whole != text)
-            Write(whole, std::ios::trunc);
-    }
-    void Add(const Workbench::EqualiserTrial& trial)
-    {
-        if (!path_.empty())
-            Write(TrialTableRow(trial), std::ios::app);
-    }
-
-private:
-    void Write(const std::string& text, std::ios::openmode mode) const
-    {
-        std::ofstream file(path_, std::ios::binary | mode);
-        if (!(file << text) || !file.flush())
-            throw Workbench::DataFailure(path_ + ": cannot be written");
-    }
-
-    std::string path_;
-};
+// Reads what an earlier search has left in its table, of which what was cut off by the end of that program goes.
+void GoOnWith(const GrowingTable& table, Workbench::OptimiserInput& input)
+{
+    if (table.Path().empty())
+        return;
+    const std::string text = table.Text();
+    std::string whole = TrialTableHead(input);
+    if (!text.empty())
+        input.known = ReadTrialTable(text, input, table.Path());
+    for (const Workbench::EqualiserTrial& trial : input.known)
+        whole += TrialTableRow(trial);
+    if (whole != text)
+        table.Replace(whole);
+}
 
 std::string CaptionOf(const Workbench::EqualiserPoint& point)
 {
@@ -138,7 +90,8 @@ void Run(const Options& options)
     Workbench::OptimiserInput input{std::move(file),     NameOf(options.capture),         ReadCapture(options.capture),
                                     With(options.facts), TypesOf(options.ctle),           options.ffeTaps,
                                     options.dfeTaps,     *Workbench::RankOf(options.rank)};
-    TrialTable table(options.table, input);
+    const GrowingTable table(options.table);
+    GoOnWith(table, input);
     std::vector<std::string> notes;
     Workbench::OptimiserResult result;
     {
@@ -146,9 +99,9 @@ void Run(const Options& options)
         Progress progress(Workbench::kMostTrials);
         Workbench::OptimiserObserver observer;
         observer.begin = [&](const Workbench::EqualiserPoint& point) { progress.Begin(CaptionOf(point)); };
-        observer.end = [&](const Workbench::EqualiserTrial& trial) { table.Add(trial); };
+        observer.end = [&](const Workbench::EqualiserTrial& trial) { table.Add(TrialTableRow(trial)); };
         observer.note = [&](const std::string& note) { notes.push_back(note); };
-        observer.stop = [] { return interrupted.load(); };
+        observer.stop = InterruptionWatch::IsInterrupted;
         result = Optimise(input, observer);
     }
     PrintNotes(notes);
