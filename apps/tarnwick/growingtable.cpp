@@ -11,8 +11,21 @@
 
 namespace Tarnwick::App {
 
+namespace {
+
+// A device may never end, and would itself be replaced.
+void RequireFile(const std::string& path)
+{
+    std::error_code error;
+    if (std::filesystem::exists(path, error) && !std::filesystem::is_regular_file(path, error))
+        throw DSO::Workbench::DataFailure(path + ": is no regular file; expected one, or none");
+}
+
+}  // namespace
+
 std::string GrowingTable::Text() const
 {
+    RequireFile(path_);
     std::ifstream file(path_, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -21,10 +34,7 @@ void GrowingTable::Replace(const std::string& text) const
 {
     if (path_.empty())
         return;
-    // A device would be replaced, too.
-    std::error_code error;
-    if (std::filesystem::exists(path_, error) && !std::filesystem::is_regular_file(path_, error))
-        throw DSO::Workbench::DataFailure(path_ + ": is no regular file; expected one, or none");
+    RequireFile(path_);
     DSO::Workbench::WriteWhole(path_, text);
 }
 

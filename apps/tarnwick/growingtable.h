@@ -13,9 +13,10 @@ public:
 
     const std::string& Path() const { return path_; }
     /// What it holds; empty where there is none.
+    /// @throws DataFailure  it is no regular file
     std::string Text() const;
     /// Replaces it as a whole, or leaves it as it is.
-    /// @throws DataFailure  it cannot be written
+    /// @throws DataFailure  it is no regular file, or cannot be written
     void Replace(const std::string& text) const;
     /// Adds a row with its newline, or takes back what of it was written.
     /// @throws DataFailure  it cannot be written

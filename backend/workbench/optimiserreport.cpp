@@ -51,6 +51,7 @@ EqualiserTrial TrialOf(const json& row)
     trial.point = {ctle.is_null() ? "" : ctle.get<std::string>(), ctle.is_null() ? 0.0 : row.at("gain").get<double>(),
                    row.at("ffeTaps").get<int>(), row.at("dfeTaps").get<int>()};
     trial.error = row.value("error", "");
+    trial.capture = row.value("capture", "");
     trial.figure = row.value("figure", trial.figure);
     trial.openingPercent = row.value("openingPercent", 0.0);
     trial.heightV = row.value("height", 0.0);
@@ -65,16 +66,20 @@ EqualiserTrial TrialOf(const json& row)
 
 std::string OptimisedAsText(const OptimiserResult& result)
 {
-    std::string text = fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  {:>9}  {:>9}  {:>8}  {:>11}\n", "rank", "CTLE", "FFE",
-                                   "DFE", "opening %", "height V", "width UI", "BER");
+    const bool areSeveral = std::any_of(result.trials.begin(), result.trials.end(),
+                                        [](const EqualiserTrial& trial) { return !trial.capture.empty(); });
+    std::string text =
+        fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  {:>9}  {:>9}  {:>8}  {:>11}{}\n", "rank", "CTLE", "FFE", "DFE",
+                    "opening %", "height V", "width UI", "BER", areSeveral ? "  worst capture" : "");
     std::size_t rank = 0;
     for (const std::size_t index : BestFirst(result)) {
         const EqualiserTrial& trial = result.trials[index];
         text += fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  ", ++rank, CtleText(trial.point), trial.point.ffeTaps,
                             trial.point.dfeTaps);
-        text += trial.error.empty() ? fmt::format("{:>9.1f}  {:>9.4g}  {:>8}  {:>11}\n", trial.openingPercent,
-                                                  trial.heightV, WidthText(trial.widthUi), BerText(trial.ber))
-                                    : trial.error + "\n";
+        text += trial.error.empty()
+                    ? fmt::format("{:>9.1f}  {:>9.4g}  {:>8}  {:>11}{}\n", trial.openingPercent, trial.heightV,
+                                  WidthText(trial.widthUi), BerText(trial.ber), areSeveral ? "  " + trial.capture : "")
+                    : trial.error + "\n";
     }
     return text;
 }
@@ -87,6 +92,8 @@ std::string OptimisedAsJson(const OptimiserResult& result, RankBy rank)
         const EqualiserTrial& trial = result.trials[index];
         ordered_json entry = {{"rank", ++place}};
         entry.update(PointOf(trial.point));
+        if (!trial.capture.empty())
+            entry["worstCapture"] = trial.capture;
         if (trial.error.empty())
             entry.update({{"figure", trial.figure},
                           {"openingPercent", trial.openingPercent},
@@ -103,11 +110,15 @@ std::string OptimisedAsJson(const OptimiserResult& result, RankBy rank)
 std::string TrialTableHead(const OptimiserInput& input)
 {
     Checksum sum;
-    sum.Add(input.capture.samples.data(), input.capture.samples.size() * sizeof(double));
+    std::string intervals;
+    for (const NamedCapture& capture : input.captures) {
+        sum.Add(capture.waveform.samples.data(), capture.waveform.samples.size() * sizeof(double));
+        intervals += fmt::format("{} ", capture.waveform.interval);
+    }
     const CaptureFacts& facts = input.facts;
     const std::string rest =
-        fmt::format("{}\n{}\n{} {} {} {} {}", input.chain.Text(), NameOf(input.rank), input.capture.interval,
-                    facts.symbolRateGBd, facts.samplesPerUi, static_cast<int>(facts.coding), facts.patternLengthUi);
+        fmt::format("{}\n{}\n{}{} {} {} {}", input.chain.Text(), NameOf(input.rank), intervals, facts.symbolRateGBd,
+                    facts.samplesPerUi, static_cast<int>(facts.coding), facts.patternLengthUi);
     sum.Add(rest);
     return fmt::format("# trials, JSON objects, of the input with the checksum {:016x}\n", sum.Value());
 }
@@ -115,6 +126,8 @@ std::string TrialTableHead(const OptimiserInput& input)
 std::string TrialTableRow(const EqualiserTrial& trial)
 {
     json row = PointOf(trial.point);
+    if (!trial.capture.empty())
+        row["capture"] = trial.capture;
     if (!trial.error.empty()) {
         row["error"] = trial.error;
     } else if (std::isfinite(trial.figure)) {  // JSON has no infinity: no figure
@@ -134,7 +147,7 @@ std::vector<EqualiserTrial> ReadTrialTable(std::string_view text, const Optimise
     const std::string head = TrialTableHead(input);
     if (text.substr(0, head.size()) != head)
         throw UsageFailure(
-            fmt::format("{}: is no table of trials of this capture, chain and ranking; expected another file", name));
+            fmt::format("{}: is no table of trials of these captures, chain and ranking; expected another file", name));
     text.remove_prefix(head.size());
     std::vector<EqualiserTrial> trials;
     for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {

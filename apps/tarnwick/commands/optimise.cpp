@@ -1,4 +1,4 @@
-// tarnwick optimise: the best equaliser for a capture.
+// tarnwick optimise: the best equaliser for a capture, or for several together.
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -33,7 +33,7 @@ constexpr const char* kNone = "none";
 
 struct Options {
     std::string chain;
-    CaptureOptions capture;
+    CapturesOptions captures;
     FactOptions facts;
     std::string output;
     std::string table;
@@ -77,7 +77,9 @@ void Run(const Options& options)
 {
     Workbench::ChainFile file(options.chain);
     std::vector<std::string> inputs = FilesOf(file);
-    inputs.insert(inputs.end(), {options.chain, options.capture.name, options.capture.minus});
+    inputs.push_back(options.chain);
+    for (const std::string& capture : FilesOf(options.captures))
+        inputs.push_back(capture);
     RequireApart("--output", options.output, inputs);
     if (!options.table.empty()) {
         RequireApart("--tried", options.table, inputs);
@@ -87,9 +89,9 @@ void Run(const Options& options)
     }
     if (options.ffeTaps == 0 && options.dfeTaps == 0 && options.ctle == kNone)
         throw Workbench::UsageFailure("--ffe-taps: is 0, with no CTLE and no DFE; expected something to search");
-    Workbench::OptimiserInput input{std::move(file),     NameOf(options.capture),         ReadCapture(options.capture),
-                                    With(options.facts), TypesOf(options.ctle),           options.ffeTaps,
-                                    options.dfeTaps,     *Workbench::RankOf(options.rank)};
+    Workbench::OptimiserInput input{
+        std::move(file), ReadCaptures(options.captures),  With(options.facts), TypesOf(options.ctle), options.ffeTaps,
+        options.dfeTaps, *Workbench::RankOf(options.rank)};
     const GrowingTable table(options.table);
     GoOnWith(table, input);
     std::vector<std::string> notes;
@@ -120,7 +122,7 @@ void AddOptimise(CLI::App& command)
     command
         .add_option("chain", options->chain, "Chain file (JSON): its CTLE, FFE and DFE are searched, the rest stays")
         ->required();
-    AddCaptureOptions(command, options->capture);
+    AddCapturesOptions(command, options->captures);
     AddFactOptions(command, options->facts);
     command.add_option("-o,--output", options->output, "Chain file with the best equaliser found")->required();
     command.add_option("--ffe-taps", options->ffeTaps, "Most taps of the FFE; 0: none")
@@ -139,6 +141,7 @@ void AddOptimise(CLI::App& command)
         ->capture_default_str();
     command.add_option("--tried", options->table, "Table of what was tried: written as it goes, and gone on with");
     command.add_flag("--json", options->json, "Print the trials as JSON, best first");
+    command.footer("Of several captures the worst counts: the chain is the best for all of them together. ");
     command.callback([options] { Run(*options); });
 }
 
