@@ -11,7 +11,7 @@
 
 #include "batches.h"
 #include "workbench/batch.h"
-#include "workbench/symbols.h"
+#include "workbench/pattern.h"
 #include "workbench/units.h"
 
 namespace Tarnwick::Python {

@@ -35,7 +35,7 @@ TEST(PlanBatch, GivesEachCaptureANameOfItsOwn)
         {{"l0/x.csv", "l1/x.csv", "y.csv"}, {"l0-x", "l1-x", "y"}},
         {{"p/l0/x.csv", "q/l0/x.csv", "l1/x.csv"}, {"p-l0-x", "q-l0-x", "l1-x"}},
         {{"x.csv", "x.npy", "X.txt"}, {"x.csv", "x.npy", "X.txt"}},
-        {{"a/x.csv", "b/x.csv", "a-x.csv"}, {"a-x.csv", "b-x", "a-x.csv-3"}},
+        {{"a/x.csv", "b/x.csv", "a-x.csv"}, {"a-x.csv-1", "b-x", "a-x.csv-3"}},
     };
     for (const auto& [captures, names] : cases) {
         SCOPED_TRACE(captures.front());

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <map>
 
@@ -10,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/failures.h"
+#include "workbench/captures.h"
 #include "workbench/chaininput.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
@@ -199,8 +201,9 @@ TEST(Sweep, TakesTheWorstOfSeveralCaptures)
             const SweepRun alone = Sweep(input, kNobody)[run];
             EXPECT_EQ(alone.capture, "");
             worst = std::min(worst, alone.figure);
-            if (together[run].capture == capture.name)
+            if (together[run].capture == capture.name) {
                 EXPECT_EQ(together[run].figure, alone.figure);
+            }
         }
         EXPECT_EQ(together[run].figure, worst);
         EXPECT_NE(together[run].capture, "");

@@ -8,17 +8,18 @@ from __future__ import annotations
 import argparse
 import csv
 import json
-import multiprocessing
 import os
+import queue
 import signal
+import subprocess
 import sys
 import tempfile
+import threading
 import time
 import types
 from collections.abc import Generator, Iterable, Mapping, Sequence
 from contextlib import closing
 from functools import lru_cache
-from multiprocessing import connection
 from pathlib import Path
 from typing import Any, Optional, Union
 
@@ -57,70 +58,93 @@ def _as_record(cells: Cells) -> dict[str, Any]:
 
 
 class _Worker:
-    """A process of this machine, which runs one capture at a time."""
+    """A process of this machine, which runs one capture at a time. It imports nothing of the program that calls."""
 
     def __init__(self, settings: str) -> None:
-        context = multiprocessing.get_context("spawn")
-        self.pipe, other = context.Pipe()
-        self.process = context.Process(target=_serve, args=(other, settings), daemon=True)
-        self.process.start()
-        other.close()
-        self.index = -1  # of the capture that it works on
+        self.settings = settings
+        self.process: Optional[subprocess.Popen[str]] = None
+        self.ended = False
+
+    def run(self, job: Job) -> Cells:
+        """The row of a capture. One whose process dies is tried once more."""
+        code: Optional[int] = None
+        for _ in range(_TRIES):
+            if self.ended:
+                break
+            if self.process is None:
+                self.process = self._started()
+            assert self.process.stdin is not None and self.process.stdout is not None
+            try:
+                self.process.stdin.write(json.dumps(job) + "\n")
+                self.process.stdin.flush()
+                line = self.process.stdout.readline()
+            except OSError:
+                line = ""
+            if line.endswith("\n"):
+                row: Cells = json.loads(line)
+                return row
+            code = self.process.wait()
+            self.process = None
+        return _failed(job, f"{job[0]}: its worker process ended with status {code}, {_TRIES} times")
+
+    def end(self) -> None:
+        self.ended = True
+        process = self.process
+        if process is not None:
+            process.terminate()
+            process.wait()
+
+    def _started(self) -> subprocess.Popen[str]:
+        paths = os.pathsep.join(path for path in sys.path if path)
+        # In a session of its own: an interruption is for this process, which ends the others.
+        process = subprocess.Popen([sys.executable, "-c", "from tarnwick import batch; batch.serve()"], encoding="utf-8",
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True,
+                                   env={**os.environ, "PYTHONPATH": paths})
+        assert process.stdin is not None
+        process.stdin.write(json.dumps(self.settings) + "\n")
+        return process
 
 
-def _serve(pipe: connection.Connection, settings: str) -> None:
-    try:
-        while True:
-            pipe.send(_run(settings, pipe.recv()))
-    except (EOFError, BrokenPipeError, KeyboardInterrupt):
-        pass  # nobody asks any more
+def serve() -> None:
+    """What a worker process of `batch` does: rows for the captures that are named on standard input."""
+    settings = json.loads(sys.stdin.readline())
+    for line in sys.stdin:
+        capture, name = json.loads(line)
+        print(json.dumps(_run(settings, (capture, name))), flush=True)
 
 
 def _on_processes(settings: str, jobs: Sequence[Job], count: int) -> Generator[tuple[int, Cells], None, None]:
-    """Rows as they end. A capture whose process dies is tried once more."""
+    """Rows as they end."""
+    ended: queue.SimpleQueue[tuple[int, Cells] | BaseException] = queue.SimpleQueue()
     waiting = list(range(len(jobs)))[::-1]
-    tries = [0] * len(jobs)
-    workers: list[_Worker] = []
-    try:
-        while waiting or workers:
-            while waiting and len(workers) < count:
-                workers.append(_Worker(settings))
-                _give(workers[-1], waiting, tries, jobs)
-            for ready in connection.wait([worker.pipe for worker in workers]):
-                worker = next(worker for worker in workers if worker.pipe is ready)
-                index = worker.index
+
+    def feed(worker: _Worker) -> None:
+        try:
+            while True:
                 try:
-                    row = worker.pipe.recv()
-                except (EOFError, ConnectionError):
-                    worker.process.join()
-                    workers.remove(worker)
-                    if tries[index] < _TRIES:
-                        waiting.append(index)
-                    else:
-                        code = worker.process.exitcode
-                        yield index, _failed(jobs[index], f"{jobs[index][0]}: its worker process ended with {code}, "
-                                                          f"{_TRIES} times")
-                    continue
-                if waiting:
-                    _give(worker, waiting, tries, jobs)
-                else:
-                    worker.pipe.close()
-                    worker.process.join()
-                    workers.remove(worker)
-                yield index, row
-    finally:
-        for worker in workers:
-            worker.process.terminate()
-            worker.process.join()
+                    index = waiting.pop()
+                except IndexError:
+                    break
+                ended.put((index, worker.run(jobs[index])))
+        except BaseException as failure:  # of this program, not of a capture
+            ended.put(failure)
 
-
-def _give(worker: _Worker, waiting: list[int], tries: list[int], jobs: Sequence[Job]) -> None:
-    worker.index = waiting.pop()
-    tries[worker.index] += 1
+    workers = [_Worker(settings) for _ in range(min(count, len(jobs)))]
+    threads = [threading.Thread(target=feed, args=(worker,), daemon=True) for worker in workers]
     try:
-        worker.pipe.send(jobs[worker.index])
-    except (BrokenPipeError, ConnectionError):
-        pass  # died before: it is seen when its pipe is read
+        for thread in threads:
+            thread.start()
+        for _ in jobs:
+            item = ended.get()
+            if isinstance(item, BaseException):
+                raise item
+            yield item
+    finally:
+        waiting.clear()
+        for worker in workers:
+            worker.end()
+        for thread in threads:
+            thread.join()
 
 
 def _on_cluster(settings: str, jobs: Sequence[Job], scheduler: str, patience: float) -> Generator[tuple[int, Cells], None, None]:
@@ -131,7 +155,7 @@ def _on_cluster(settings: str, jobs: Sequence[Job], scheduler: str, patience: fl
     gone_since: Optional[float] = None
     while missing:
         try:
-            with Client(scheduler, timeout=5, set_as_default=False) as client:
+            with Client(scheduler, timeout=5, set_as_default=False) as client, client.as_current():
                 gone_since = None
                 indices = list(missing)
                 futures = dict(zip(client.map(_run, [settings] * len(indices), [missing[index] for index in indices],
