@@ -151,26 +151,31 @@ Workbench::BatchPicture PictureFor(const std::string& folder)
     };
 }
 
-// Runs what has no row yet. Its row is added to the table as it ends.
+// Runs what has no row yet. Its row is added to the table as it ends, and read back when all have ended: rows that were kept
+// between one capture's buffers and the next one's would hold the heap apart.
 void RunMissing(const Workbench::BatchInput& input, std::span<const BatchJob> jobs, const GrowingTable& table,
                 Rows& rows)
 {
     std::vector<BatchJob> missing;
-    std::vector<std::size_t> indices;
+    std::map<std::string, std::size_t> indexOf;
     for (std::size_t k = 0; k < jobs.size(); ++k)
         if (!rows.ofJobs[k]) {
             missing.push_back(jobs[k]);
-            indices.push_back(k);
+            indexOf.emplace(jobs[k].capture, k);
         }
-    Progress progress(missing.size());
-    Workbench::BatchObserver observer;
-    observer.end = [&](std::size_t k, const BatchRow& row) {
-        table.Add(BatchTableRow(row));
-        rows.ofJobs[indices[k]] = row;
-        progress.End();
-    };
-    observer.stop = InterruptionWatch::IsInterrupted;
-    RunBatch(input, missing, observer);
+    {
+        Progress progress(missing.size());
+        Workbench::BatchObserver observer;
+        observer.end = [&](std::size_t, const BatchRow& row) {
+            table.Add(BatchTableRow(row));
+            progress.End();
+        };
+        observer.stop = InterruptionWatch::IsInterrupted;
+        RunBatch(input, missing, observer);
+    }
+    for (BatchRow& row : Workbench::ReadBatchTable(table.Text(), table.Path()))
+        if (const auto index = indexOf.find(row[BatchColumn::File]); index != indexOf.end())
+            rows.ofJobs[index->second] = std::move(row);
 }
 
 struct Summary {
