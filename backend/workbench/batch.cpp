@@ -71,7 +71,7 @@ std::string OutputName(const fs::path& file, std::size_t folders)
         if (part.empty())
             return name + file.extension().string();
         if (part != "." && part != "..")
-            name = part + "-" + name;
+            name.insert(0, part + "-");
         folder = folder.parent_path();
     }
     return name;

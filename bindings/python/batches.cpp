@@ -1,11 +1,12 @@
 // Captures by the thousand: what a worker process runs, and the table that its rows go into.
-#include <algorithm>
+#include <cstddef>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <fmt/format.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
@@ -32,8 +33,7 @@ BatchRow RowOf(const Cells& cells)
 {
     BatchRow row;
     if (cells.size() != kBatchColumns)
-        throw std::invalid_argument("batch: a row has " + std::to_string(cells.size()) + " cells; expected " +
-                                    std::to_string(kBatchColumns));
+        throw std::invalid_argument(fmt::format("batch: a row has {} cells; expected {}", cells.size(), kBatchColumns));
     for (std::size_t k = 0; k < cells.size(); ++k)
         row[static_cast<BatchColumn>(k)] = cells[k];
     return row;
@@ -44,8 +44,12 @@ BatchInput InputOf(const std::string& chain, const std::string& name, const std:
                    std::optional<std::size_t> skipLines, const std::string& column, double sampleRate, double scale)
 {
     BatchInput input{.chain = ChainFile::FromText(chain, name), .whole = whole, .folder = folder, .threads = 1};
-    if (!coding.empty())
+    if (!coding.empty()) {
         input.facts.coding = CodingOf(coding);
+        if (input.facts.coding == SIGNAL_CODING_UNKNOWN)
+            throw std::invalid_argument(
+                fmt::format("batch: coding is \"{}\"; expected one of {}", coding, fmt::join(CodingNames(), ", ")));
+    }
     input.facts.symbolRateGBd = baud;
     input.facts.samplesPerUi = samplesPerUi;
     input.facts.patternLengthUi = patternLength;

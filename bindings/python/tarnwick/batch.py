@@ -18,6 +18,7 @@ import threading
 import time
 import types
 from collections.abc import Generator, Iterable, Mapping, Sequence
+from concurrent.futures import CancelledError
 from contextlib import closing
 from functools import lru_cache
 from pathlib import Path
@@ -60,6 +61,8 @@ def _as_record(cells: Cells) -> dict[str, Any]:
 class _Worker:
     """A process of this machine, which runs one capture at a time. It imports nothing of the program that calls."""
 
+    code = "from tarnwick import batch; batch.serve()"
+
     def __init__(self, settings: str) -> None:
         self.settings = settings
         self.process: Optional[subprocess.Popen[str]] = None
@@ -97,7 +100,7 @@ class _Worker:
     def _started(self) -> subprocess.Popen[str]:
         paths = os.pathsep.join(path for path in sys.path if path)
         # In a session of its own: an interruption is for this process, which ends the others.
-        process = subprocess.Popen([sys.executable, "-c", "from tarnwick import batch; batch.serve()"], encoding="utf-8",
+        process = subprocess.Popen([sys.executable, "-c", self.code], encoding="utf-8",
                                    stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True,
                                    env={**os.environ, "PYTHONPATH": paths})
         assert process.stdin is not None
@@ -110,7 +113,11 @@ def serve() -> None:
     settings = json.loads(sys.stdin.readline())
     for line in sys.stdin:
         capture, name = json.loads(line)
-        print(json.dumps(_run(settings, (capture, name))), flush=True)
+        try:
+            row = _run(settings, (capture, name))
+        except Exception as failure:  # the chain, which was in order when the batch began
+            row = _failed((capture, name), f"{capture}: {failure}")
+        print(json.dumps(row), flush=True)
 
 
 def _on_processes(settings: str, jobs: Sequence[Job], count: int) -> Generator[tuple[int, Cells], None, None]:
@@ -150,6 +157,7 @@ def _on_processes(settings: str, jobs: Sequence[Job], count: int) -> Generator[t
 def _on_cluster(settings: str, jobs: Sequence[Job], scheduler: str, patience: float) -> Generator[tuple[int, Cells], None, None]:
     """The same on a Dask cluster. A scheduler that is started anew is given what has not come back."""
     from distributed import Client, KilledWorker, wait
+    from distributed import TimeoutError as ClusterTimeout
 
     missing = dict(enumerate(jobs))
     gone_since: Optional[float] = None
@@ -163,14 +171,14 @@ def _on_cluster(settings: str, jobs: Sequence[Job], scheduler: str, patience: fl
                 while futures:
                     try:
                         wait(list(futures), timeout=0.5, return_when="FIRST_COMPLETED")
-                    except TimeoutError:
+                    except (TimeoutError, ClusterTimeout):
                         pass
                     if client.status != "running":
                         raise OSError("the scheduler is gone")
                     for future in [future for future in futures if future.status != "pending"]:
                         index = futures.pop(future)
                         if future.status == "finished":
-                            row = future.result()
+                            row = future.result(timeout=30)
                         elif future.status == "error":
                             failure = future.exception()
                             died = isinstance(failure, KilledWorker)
@@ -180,7 +188,7 @@ def _on_cluster(settings: str, jobs: Sequence[Job], scheduler: str, patience: fl
                             raise OSError("the scheduler has lost its tasks")
                         del missing[index]
                         yield index, row
-        except OSError as failure:
+        except (OSError, CancelledError, ClusterTimeout) as failure:
             gone_since = gone_since or time.monotonic()
             if time.monotonic() - gone_since > patience:
                 raise ConnectionError(f"{scheduler}: no scheduler for {patience:g} s; {len(missing)} captures are missing, "
@@ -316,12 +324,13 @@ def batch(chain: Any, captures: Iterable[Union[str, os.PathLike[str]]], out: Uni
     plan, notes = _core.plan_batch([os.fspath(capture) for capture in captures])
     for note in notes:
         print(f"tarnwick: {note}", file=sys.stderr)
-    folder.mkdir(parents=True, exist_ok=True)
     table = _Table(Path(results).absolute() if results else folder / "results.csv")
-    outputs = {folder / f"{name}.npy" for _, name in plan} | {table.path}
-    for capture, _ in plan:
-        if Path(capture).absolute() in outputs:
-            raise ValueError(f"batch: {capture} would be written, which is read; expected another folder")
+    outputs = {path.resolve() for path in [*(folder / f"{name}.npy" for _, name in plan), table.path]}
+    inputs = [capture for capture, _ in plan] + ([os.fspath(chain)] if isinstance(chain, (str, os.PathLike)) else [])
+    for name in inputs:
+        if Path(name).resolve() in outputs:
+            raise ValueError(f"batch: {name} would be written, which is read; expected another")
+    folder.mkdir(parents=True, exist_ok=True)
     rows: list[Optional[Cells]] = [None] * len(plan)
     others: list[Cells] = []
     if resume:
