@@ -4,6 +4,7 @@
 #include <cctype>
 #include <charconv>
 #include <chrono>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <new>

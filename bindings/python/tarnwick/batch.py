@@ -21,6 +21,7 @@ from collections.abc import Generator, Iterable, Mapping, Sequence
 from concurrent.futures import CancelledError
 from contextlib import closing
 from functools import lru_cache
+from importlib import import_module
 from pathlib import Path
 from typing import Any, Optional, Union
 
@@ -156,22 +157,20 @@ def _on_processes(settings: str, jobs: Sequence[Job], count: int) -> Generator[t
 
 def _on_cluster(settings: str, jobs: Sequence[Job], scheduler: str, patience: float) -> Generator[tuple[int, Cells], None, None]:
     """The same on a Dask cluster. A scheduler that is started anew is given what has not come back."""
-    from distributed import Client, KilledWorker, wait
-    from distributed import TimeoutError as ClusterTimeout
-
+    distributed: Any = import_module("distributed")  # not for everybody, and without types
     missing = dict(enumerate(jobs))
     gone_since: Optional[float] = None
     while missing:
         try:
-            with Client(scheduler, timeout=5, set_as_default=False) as client, client.as_current():
+            with distributed.Client(scheduler, timeout=5, set_as_default=False) as client, client.as_current():
                 gone_since = None
                 indices = list(missing)
                 futures = dict(zip(client.map(_run, [settings] * len(indices), [missing[index] for index in indices],
                                               pure=False, retries=_TRIES - 1), indices))
                 while futures:
                     try:
-                        wait(list(futures), timeout=0.5, return_when="FIRST_COMPLETED")
-                    except (TimeoutError, ClusterTimeout):
+                        distributed.wait(list(futures), timeout=0.5, return_when="FIRST_COMPLETED")
+                    except (TimeoutError, distributed.TimeoutError):
                         pass
                     if client.status != "running":
                         raise OSError("the scheduler is gone")
@@ -181,14 +180,14 @@ def _on_cluster(settings: str, jobs: Sequence[Job], scheduler: str, patience: fl
                             row = future.result(timeout=30)
                         elif future.status == "error":
                             failure = future.exception()
-                            died = isinstance(failure, KilledWorker)
+                            died = isinstance(failure, distributed.KilledWorker)
                             row = _failed(missing[index], f"{missing[index][0]}: " +
                                           ("its workers died" if died else f"{failure}"))
                         else:
                             raise OSError("the scheduler has lost its tasks")
                         del missing[index]
                         yield index, row
-        except (OSError, CancelledError, ClusterTimeout) as failure:
+        except (OSError, CancelledError, distributed.TimeoutError) as failure:
             gone_since = gone_since or time.monotonic()
             if time.monotonic() - gone_since > patience:
                 raise ConnectionError(f"{scheduler}: no scheduler for {patience:g} s; {len(missing)} captures are missing, "
@@ -237,8 +236,8 @@ def _umask() -> int:
 
 def _write_parquet(path: Path, records: list[dict[str, Any]]) -> bool:
     try:
-        import pyarrow
-        from pyarrow import parquet
+        pyarrow: Any = import_module("pyarrow")
+        parquet: Any = import_module("pyarrow.parquet")
     except ImportError:
         return False
     temporary = path.with_suffix(".part")
