@@ -1,5 +1,7 @@
 #include "capture.h"
 
+#include <fmt/format.h>
+
 #include "notes.h"
 #include "options.h"
 #include "outputs.h"
@@ -10,15 +12,9 @@ namespace Tarnwick::App {
 
 using DSO::Workbench::Waveform;
 
-void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
+void AddReadingOptions(CLI::App& command, CaptureOptions& options)
 {
     constexpr double kMost = 1e12;
-    command
-        .add_option(
-            "capture", options.name,
-            "Capture: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not; - is text on standard input")
-        ->required();
-    command.add_option("--minus", options.minus, "Second capture to subtract (differential pairs)");
     command
         .add_option("--skip-lines", options.reading.skipLines,
                     "Lines to drop at the head of a text capture; 0: numbers at its head are samples")
@@ -33,6 +29,61 @@ void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
         ->check(RealRange(-kMost, kMost));
 }
 
+void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
+{
+    command
+        .add_option(
+            "capture", options.name,
+            "Capture: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not; - is text on standard input")
+        ->required();
+    command.add_option("--minus", options.minus, "Second capture to subtract (differential pairs)");
+    AddReadingOptions(command, options);
+}
+
+void AddCapturesOptions(CLI::App& command, CapturesOptions& options)
+{
+    command
+        .add_option(
+            "capture", options.names,
+            "Capture, or several: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not; - is text on "
+            "standard input")
+        ->required();
+    command.add_option("--minus", options.each.minus, "Capture to subtract from the one (differential pairs)");
+    AddReadingOptions(command, options.each);
+}
+
+std::vector<std::string> FilesOf(const CapturesOptions& options)
+{
+    std::vector<std::string> files = options.names;
+    files.push_back(options.each.minus);
+    return files;
+}
+
+std::vector<DSO::Workbench::NamedCapture> ReadCaptures(const CapturesOptions& options)
+{
+    const bool areSeveral = options.names.size() > 1;
+    if (areSeveral && !options.each.minus.empty())
+        throw DSO::Workbench::UsageFailure(
+            fmt::format("--minus: is {}; expected none for {} captures", options.each.minus, options.names.size()));
+    std::vector<DSO::Workbench::NamedCapture> captures;
+    for (const std::string& name : options.names) {
+        if (areSeveral && name == kStandardStream)
+            throw DSO::Workbench::UsageFailure(
+                fmt::format("capture: is -, standard input, among {}; expected files", options.names.size()));
+        CaptureOptions one = options.each;
+        one.name = name;
+        captures.push_back({NameOf(one), ReadCapture(one)});
+    }
+    return captures;
+}
+
+DSO::Workbench::WaveformOptions ReadingOf(const CaptureOptions& options)
+{
+    DSO::Workbench::WaveformOptions reading = options.reading;
+    reading.sampleRate = options.sampleRateGsps * DSO::Workbench::kGiga;
+    return reading;
+}
+
 std::string NameOf(const CaptureOptions& options)
 {
     return options.name == kStandardStream ? "standard input" : options.name;
@@ -42,9 +93,7 @@ Waveform ReadCapture(const CaptureOptions& options)
 {
     if (options.name == kStandardStream && options.minus == kStandardStream)
         throw DSO::Workbench::UsageFailure("--minus: is standard input, as the capture; expected a file");
-    DSO::Workbench::CaptureSource source{options.name, options.minus, options.reading};
-    source.options.sampleRate = options.sampleRateGsps * DSO::Workbench::kGiga;
-    Waveform capture = DSO::Workbench::ReadCapture(source);
+    Waveform capture = DSO::Workbench::ReadCapture({options.name, options.minus, ReadingOf(options)});
     PrintNotes(capture.notes);
     return capture;
 }

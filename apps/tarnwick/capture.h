@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -17,11 +18,33 @@ struct CaptureOptions {
     double sampleRateGsps = 0.0;  ///< 0: as the file's times say
 };
 
+/// Several captures, all read in the same way.
+struct CapturesOptions {
+    std::vector<std::string> names;
+    CaptureOptions each;  ///< but for its name
+};
+
+/// How to read a capture.
+void AddReadingOptions(CLI::App& command, CaptureOptions& options);
+
 /// The capture and how to read it: the same for every command that reads one.
 void AddCaptureOptions(CLI::App& command, CaptureOptions& options);
 
+/// The same for one capture or more.
+void AddCapturesOptions(CLI::App& command, CapturesOptions& options);
+
+/// The files that are read.
+std::vector<std::string> FilesOf(const CapturesOptions& options);
+
+/// The captures in their order; notes go to stderr.
+/// @throws UsageFailure  standard input is among several captures, or a second one to be subtracted from several
+std::vector<DSO::Workbench::NamedCapture> ReadCaptures(const CapturesOptions& options);
+
 /// The capture's name in messages and titles: as given, or what "-" stands for.
 std::string NameOf(const CaptureOptions& options);
+
+/// How to read it, as the options say.
+DSO::Workbench::WaveformOptions ReadingOf(const CaptureOptions& options);
 
 /// The capture that the options name; notes go to stderr.
 /// @throws UsageFailure  both captures are standard input

@@ -18,6 +18,12 @@ struct CaptureSource {
     WaveformOptions options;  ///< of both files
 };
 
+/// A capture and what it is called in messages.
+struct NamedCapture {
+    std::string name;
+    Waveform waveform;
+};
+
 /// Reads the capture and subtracts the second one. The notes are those of both files.
 /// @throws DataFailure  naming the file; also for two lengths, and for more samples than a filter can take (2^31 - 1)
 TARNWICK_WORKBENCH_API Waveform ReadCapture(const CaptureSource& source);

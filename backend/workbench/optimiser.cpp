@@ -1,15 +1,13 @@
 #include "workbench/optimiser.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstdint>
-#include <exception>
+#include <deque>
 #include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -19,6 +17,7 @@
 #include "workbench/chainkeys.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
+#include "workbench/plumbing/workers.h"
 #include "workbench/run.h"
 #include "workbench/signalquality.h"
 #include "workbench/symbols.h"
@@ -124,20 +123,119 @@ void UsePattern(json& device)
         device["useUserPattern"] = true;
 }
 
+// A capture with what the points have in common.
+class Bench {
+public:
+    Bench(const OptimiserInput& input, const NamedCapture& capture, const FilterPlan& plan,
+          const OptimiserObserver& observer)
+        : input_(input), plan_(plan), name_(capture.name)
+    {
+        ChainInput record = InputFor(input_.chain, capture.waveform, input_.facts, name_);
+        for (const std::string& note : record.notes)
+            if (observer.note)
+                observer.note(note);
+        RequireEyes(record, name_, "optimise");
+        content_ = JsonOf(record.chain);
+        UsePattern(content_["device"]);
+        eyes_ = std::move(record.eyes);
+        front_ = RecordOf(std::move(record.samples), eyes_);
+        // The filters in front of the CTLE are the same for all points.
+        json head = content_;
+        json& filters = head["filters"] = plan_.FiltersFor({});
+        filters.erase(filters.begin() + static_cast<std::ptrdiff_t>(plan_.FrontCount()), filters.end());
+        Chain chain(ChainFileOf(std::move(head), input_.chain.Name()), front_.samples.size());
+        for (Stage& stage : chain.Stages())
+            PassStage(stage, front_, chain, name_);
+    }
+
+    const std::string& Name() const { return name_; }
+
+    /// Fills in the figures of the trial's point.
+    void Measure(EqualiserTrial& trial)
+    {
+        const PassingRecord record = Pass(trial.point, *InFrontOfFfe(trial.point), plan_.CountBeforeFfe(trial.point));
+        EyeSettings eyes = eyes_;
+        eyes.valid = record.Valid(eyes.samplesPerUi);
+        const EyeReport report = MeasureEyes(record.samples, eyes);
+        std::optional<double> tdecqDb;
+        if (input_.rank == RankBy::Tdecq)
+            tdecqDb = TdecqDbOf(record.samples, eyes);
+        trial.figure = FigureOf(report, tdecqDb, input_.rank);
+        if (report.eyes.empty())
+            return;
+        trial.openingPercent = SmallestOf(report, &EyeOpening::openingPercent);
+        trial.heightV = SmallestOf(report, &EyeOpening::height);
+        trial.widthUi = SmallestWidthUi(report);
+        trial.ber = report.ber;
+    }
+
+    /// One record is kept: that in front of the point's FFE.
+    void KeepOnly(const EqualiserPoint& point)
+    {
+        std::erase_if(beforeFfe_, [&](const auto& one) { return one.first != std::pair(point.ctle, point.gain); });
+    }
+
+private:
+    // The filters that have run already are disabled, which leaves the others their places and opens no file.
+    Chain ChainFrom(const EqualiserPoint& point, std::size_t from) const
+    {
+        json content = content_;
+        content["filters"] = plan_.FiltersFor(point);
+        for (std::size_t k = 0; k < from; ++k)
+            content["filters"][k]["enabled"] = false;
+        return {ChainFileOf(std::move(content), input_.chain.Name()), front_.samples.size()};
+    }
+
+    PassingRecord Pass(const EqualiserPoint& point, PassingRecord record, std::size_t from) const
+    {
+        Chain chain = ChainFrom(point, from);
+        for (Stage& stage : chain.Stages())
+            PassStage(stage, record, chain, name_);
+        return record;
+    }
+
+    // Behind the CTLE and what follows it, which points with other taps have in common.
+    std::shared_ptr<const PassingRecord> InFrontOfFfe(const EqualiserPoint& point)
+    {
+        const auto key = std::pair(point.ctle, point.gain);
+        {
+            const std::lock_guard lock(mutex_);
+            if (const auto kept = beforeFfe_.find(key); kept != beforeFfe_.end())
+                return kept->second;
+        }
+        EqualiserPoint linear = point;
+        linear.ffeTaps = 0;
+        linear.dfeTaps = 0;
+        auto record = std::make_shared<const PassingRecord>(Pass(linear, front_, plan_.FrontCount()));
+        const std::lock_guard lock(mutex_);
+        return beforeFfe_.emplace(key, std::move(record)).first->second;
+    }
+
+    const OptimiserInput& input_;
+    const FilterPlan& plan_;
+    std::string name_;
+    json content_;  // the chain, its device completed
+    EyeSettings eyes_;
+    PassingRecord front_;  // in front of the CTLE
+    std::map<std::pair<std::string, double>, std::shared_ptr<const PassingRecord>> beforeFfe_;
+    std::mutex mutex_;
+};
+
 class Search {
 public:
     Search(const OptimiserInput& input, const OptimiserObserver& observer)
         : input_(input), observer_(observer), plan_(input.chain)
     {
-        Acquire();
-        threads_ = input.threads > 0 ? input.threads : std::max(std::thread::hardware_concurrency(), 1U);
+        for (const NamedCapture& capture : input.captures)
+            benches_.emplace_back(input, capture, plan_, observer);
+        threads_ = ThreadCount(input.threads);
     }
 
     OptimiserResult Run()
     {
         TryAll(CoarsePoints());
         if (result_.trials.empty() || !std::isfinite(Best().figure))
-            throw DataFailure(result_.trials.empty() ? input_.captureName + ": the search was stopped before a trial"
+            throw DataFailure(result_.trials.empty() ? Names() + ": the search was stopped before a trial"
                                                      : WhyNothing());
         // Along one coordinate after the other, until no neighbour is better at the finest step.
         double step = CoarseStep() / 2.0;
@@ -156,34 +254,19 @@ public:
     }
 
 private:
-    void Acquire()
-    {
-        ChainInput record = InputFor(input_.chain, input_.capture, input_.facts, input_.captureName);
-        for (const std::string& note : record.notes)
-            if (observer_.note)
-                observer_.note(note);
-        RequireEyes(record, input_.captureName, "optimise");
-        content_ = JsonOf(record.chain);
-        UsePattern(content_["device"]);
-        eyes_ = std::move(record.eyes);
-        front_ = RecordOf(std::move(record.samples), eyes_);
-        // The filters in front of the CTLE are the same for all points.
-        json head = content_;
-        json& filters = head["filters"] = plan_.FiltersFor({});
-        filters.erase(filters.begin() + static_cast<std::ptrdiff_t>(plan_.FrontCount()), filters.end());
-        Chain chain(ChainFileOf(std::move(head), input_.chain.Name()), front_.samples.size());
-        for (Stage& stage : chain.Stages())
-            PassStage(stage, front_, chain, input_.captureName);
-    }
-
     const EqualiserTrial& Best() const { return result_.trials[result_.best]; }
+
+    std::string Names() const
+    {
+        return benches_.size() == 1 ? benches_.front().Name() : fmt::format("{} captures", benches_.size());
+    }
 
     std::string WhyNothing() const
     {
         const auto refused = std::find_if(result_.trials.begin(), result_.trials.end(),
                                           [](const EqualiserTrial& trial) { return !trial.error.empty(); });
         return refused != result_.trials.end() ? refused->error
-                                               : input_.captureName + ": no setting opens eyes that can be ranked";
+                                               : Names() + ": no setting opens eyes that can be ranked";
     }
 
     bool IsOver() { return IsStopped() || result_.trials.size() >= kMostTrials; }
@@ -247,32 +330,17 @@ private:
                 result_.trials.push_back({point});
         }
         std::vector<char> isDone(result_.trials.size() - first, 0);
-        std::atomic<std::size_t> next = first;
-        std::exception_ptr failure;
-        const auto work = [&] {
-            for (std::size_t k = next++; k < result_.trials.size(); k = next++) {
-                try {
-                    {
-                        const std::lock_guard lock(mutex_);
-                        if (failure || IsStopped())
-                            return;
-                    }
-                    Try(result_.trials[k]);
-                    isDone[k - first] = 1;
-                } catch (...) {
-                    const std::lock_guard lock(mutex_);
-                    failure = std::current_exception();
-                }
-            }
+        const auto isStopped = [&] {
+            const std::lock_guard lock(mutex_);
+            return IsStopped();
         };
-        std::vector<std::thread> helpers;
-        for (std::size_t k = 1; k < std::min<std::size_t>(threads_, isDone.size()); ++k)
-            helpers.emplace_back(work);
-        work();
-        for (std::thread& helper : helpers)
-            helper.join();
-        if (failure)
-            std::rethrow_exception(failure);
+        RunOnThreads(
+            isDone.size(), threads_,
+            [&](std::size_t k) {
+                Try(result_.trials[first + k]);
+                isDone[k] = 1;
+            },
+            isStopped);
         // A search that was stopped keeps what has ended.
         std::size_t kept = first;
         for (std::size_t k = 0; k < isDone.size(); ++k)
@@ -284,9 +352,8 @@ private:
         for (std::size_t k = first; k < kept; ++k)
             if (result_.trials[k].figure > Best().figure)
                 result_.best = k;
-        // One record is kept: that in front of the best point's FFE.
-        std::erase_if(beforeFfe_,
-                      [&](const auto& one) { return one.first != std::pair(Best().point.ctle, Best().point.gain); });
+        for (Bench& bench : benches_)
+            bench.KeepOnly(Best().point);
     }
 
     bool IsStopped()
@@ -320,66 +387,35 @@ private:
         }
     }
 
-    // The filters that have run already are disabled, which leaves the others their places and opens no file.
-    Chain ChainFrom(const EqualiserPoint& point, std::size_t from) const
-    {
-        json content = content_;
-        content["filters"] = plan_.FiltersFor(point);
-        for (std::size_t k = 0; k < from; ++k)
-            content["filters"][k]["enabled"] = false;
-        return {ChainFileOf(std::move(content), input_.chain.Name()), front_.samples.size()};
-    }
-
-    PassingRecord Pass(const EqualiserPoint& point, PassingRecord record, std::size_t from) const
-    {
-        Chain chain = ChainFrom(point, from);
-        for (Stage& stage : chain.Stages())
-            PassStage(stage, record, chain, input_.captureName);
-        return record;
-    }
-
-    // Behind the CTLE and what follows it, which points with other taps have in common.
-    std::shared_ptr<const PassingRecord> InFrontOfFfe(const EqualiserPoint& point)
-    {
-        const auto key = std::pair(point.ctle, point.gain);
-        {
-            const std::lock_guard lock(mutex_);
-            if (const auto kept = beforeFfe_.find(key); kept != beforeFfe_.end())
-                return kept->second;
-        }
-        EqualiserPoint linear = point;
-        linear.ffeTaps = 0;
-        linear.dfeTaps = 0;
-        auto record = std::make_shared<const PassingRecord>(Pass(linear, front_, plan_.FrontCount()));
-        const std::lock_guard lock(mutex_);
-        return beforeFfe_.emplace(key, std::move(record)).first->second;
-    }
-
+    // Of several captures each figure is that of the capture where it is worst.
     void Measure(EqualiserTrial& trial)
     {
-        const PassingRecord record = Pass(trial.point, *InFrontOfFfe(trial.point), plan_.CountBeforeFfe(trial.point));
-        EyeSettings eyes = eyes_;
-        eyes.valid = record.Valid(eyes.samplesPerUi);
-        const EyeReport report = MeasureEyes(record.samples, eyes);
-        std::optional<double> tdecqDb;
-        if (input_.rank == RankBy::Tdecq)
-            tdecqDb = TdecqDbOf(record.samples, eyes);
-        trial.figure = FigureOf(report, tdecqDb, input_.rank);
-        if (report.eyes.empty())
-            return;
-        trial.openingPercent = SmallestOf(report, &EyeOpening::openingPercent);
-        trial.heightV = SmallestOf(report, &EyeOpening::height);
-        trial.widthUi = SmallestWidthUi(report);
-        trial.ber = report.ber;
+        std::optional<EqualiserTrial> worst;
+        for (Bench& bench : benches_) {
+            EqualiserTrial one{trial.point};
+            bench.Measure(one);
+            if (benches_.size() > 1)
+                one.capture = bench.Name();
+            if (!worst) {
+                worst = std::move(one);
+                continue;
+            }
+            if (one.figure < worst->figure) {
+                worst->figure = one.figure;
+                worst->capture = one.capture;
+            }
+            worst->openingPercent = std::min(worst->openingPercent, one.openingPercent);
+            worst->heightV = std::min(worst->heightV, one.heightV);
+            worst->widthUi = worst->widthUi && one.widthUi ? std::min(worst->widthUi, one.widthUi) : std::nullopt;
+            worst->ber = worst->ber && one.ber ? std::max(worst->ber, one.ber) : std::nullopt;
+        }
+        trial = std::move(worst).value();
     }
 
     const OptimiserInput& input_;
     const OptimiserObserver& observer_;
     FilterPlan plan_;
-    json content_;  // the chain, its device completed
-    EyeSettings eyes_;
-    PassingRecord front_;  // in front of the CTLE
-    std::map<std::pair<std::string, double>, std::shared_ptr<const PassingRecord>> beforeFfe_;
+    std::deque<Bench> benches_;  // one a capture
     unsigned threads_ = 1;
     std::mutex mutex_;
     OptimiserResult result_;

@@ -1,4 +1,4 @@
-// The best equaliser for a capture: a CTLE, an FFE fitted where the receiver samples and the DFE behind it, together.
+// The best equaliser for a capture, or for several together: a CTLE, an FFE fitted where the receiver samples and the DFE behind it, together.
 #pragma once
 
 #include <cstddef>
@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "framework/export.h"
+#include "workbench/captures.h"
 #include "workbench/chain.h"
 #include "workbench/lock.h"
 #include "workbench/ranking.h"
-#include "workbench/waveform.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -30,7 +30,7 @@ struct EqualiserPoint {
     bool operator==(const EqualiserPoint&) const = default;
 };
 
-/// What a setting made of the capture.
+/// What a setting made of the capture; of several, of each figure the worst.
 struct EqualiserTrial {
     EqualiserPoint point;
     double figure = -std::numeric_limits<double>::infinity();  ///< that ranks, FigureOf
@@ -38,19 +38,19 @@ struct EqualiserTrial {
     double heightV = 0.0;                                      ///< [V] the smallest
     std::optional<double> widthUi = {};                        ///< [UI] the smallest
     std::optional<double> ber = {};
-    std::string error = {};  ///< why there are no figures
+    std::string capture = {};  ///< of several: the one with the smallest figure
+    std::string error = {};    ///< why there are no figures
 };
 
 struct OptimiserInput {
     ChainFile chain;  ///< its CTLE, FFE and DFE are searched anew, with what else they say; the other filters stay
-    std::string captureName;
-    Waveform capture;
-    CaptureFacts facts;                  ///< of the capture; go before what the chain file says
+    std::vector<NamedCapture> captures;  ///< at least one; all are held in memory
+    CaptureFacts facts;                  ///< of each capture; go before what the chain file says
     std::vector<std::string> ctleTypes;  ///< to be tried beside none
     int ffeTaps = 5;                     ///< at most; 0: no FFE
     int dfeTaps = 0;                     ///< at most; 0: no DFE
     RankBy rank = RankBy::Opening;
-    std::vector<EqualiserTrial> known = {};  ///< of the same capture and chain: not run again
+    std::vector<EqualiserTrial> known = {};  ///< of the same captures and chain: not run again
     unsigned threads = 0;                    ///< 0: as many as there are processors
 };
 
@@ -72,9 +72,10 @@ struct OptimiserResult {
 inline constexpr std::size_t kMostTrials = 60;
 
 /// A coarse grid of gains for each type of CTLE with all taps, then descent along gain, FFE taps and DFE taps from the best,
-/// the steps halved until the finest. The same result for any number of threads.
+/// the steps halved until the finest. Of several captures the worst
+/// figure of a setting counts. The same result for any number of threads.
 /// @throws UsageFailure  the chain file
-/// @throws DataFailure   the capture; or no setting gives a figure: why the first did not
+/// @throws DataFailure   a capture; or no setting gives a figure: why the first did not
 TARNWICK_WORKBENCH_API OptimiserResult Optimise(const OptimiserInput& input, const OptimiserObserver& observer = {});
 
 /// The chain file with the equaliser of a point, and with what is given of the capture in its device. Files that it names

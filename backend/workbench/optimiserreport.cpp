@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <numeric>
 
 #include <fmt/format.h>
@@ -11,6 +10,7 @@
 
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
+#include "workbench/plumbing/checksum.h"
 #include "workbench/plumbing/reportrows.h"
 #include "workbench/plumbing/text.h"
 
@@ -35,22 +35,6 @@ std::string CtleText(const EqualiserPoint& point)
     return point.ctle.empty() ? "none" : fmt::format("{} {:g}", point.ctle, point.gain);
 }
 
-// FNV-1a, 64 bits: it tells captures apart, no more. Source: G. Fowler, L. C. Noll, K.-P. Vo, IETF draft-eastlake-fnv.
-class Checksum {
-public:
-    void Add(const void* data, std::size_t size)
-    {
-        constexpr std::uint64_t kPrime = 0x100000001b3;
-        const auto* const bytes = static_cast<const unsigned char*>(data);
-        for (std::size_t k = 0; k < size; ++k)
-            value_ = (value_ ^ bytes[k]) * kPrime;
-    }
-    std::uint64_t Value() const { return value_; }
-
-private:
-    std::uint64_t value_ = 0xcbf29ce484222325;
-};
-
 ordered_json PointOf(const EqualiserPoint& point)
 {
     return {{"ctle", point.ctle.empty() ? ordered_json() : ordered_json(point.ctle)},
@@ -67,6 +51,7 @@ EqualiserTrial TrialOf(const json& row)
     trial.point = {ctle.is_null() ? "" : ctle.get<std::string>(), ctle.is_null() ? 0.0 : row.at("gain").get<double>(),
                    row.at("ffeTaps").get<int>(), row.at("dfeTaps").get<int>()};
     trial.error = row.value("error", "");
+    trial.capture = row.value("capture", "");
     trial.figure = row.value("figure", trial.figure);
     trial.openingPercent = row.value("openingPercent", 0.0);
     trial.heightV = row.value("height", 0.0);
@@ -81,16 +66,20 @@ EqualiserTrial TrialOf(const json& row)
 
 std::string OptimisedAsText(const OptimiserResult& result)
 {
-    std::string text = fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  {:>9}  {:>9}  {:>8}  {:>11}\n", "rank", "CTLE", "FFE",
-                                   "DFE", "opening %", "height V", "width UI", "BER");
+    const bool areSeveral = std::any_of(result.trials.begin(), result.trials.end(),
+                                        [](const EqualiserTrial& trial) { return !trial.capture.empty(); });
+    std::string text =
+        fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  {:>9}  {:>9}  {:>8}  {:>11}{}\n", "rank", "CTLE", "FFE", "DFE",
+                    "opening %", "height V", "width UI", "BER", areSeveral ? "  worst capture" : "");
     std::size_t rank = 0;
     for (const std::size_t index : BestFirst(result)) {
         const EqualiserTrial& trial = result.trials[index];
         text += fmt::format("{:>5}  {:<18}  {:>4}  {:>4}  ", ++rank, CtleText(trial.point), trial.point.ffeTaps,
                             trial.point.dfeTaps);
-        text += trial.error.empty() ? fmt::format("{:>9.1f}  {:>9.4g}  {:>8}  {:>11}\n", trial.openingPercent,
-                                                  trial.heightV, WidthText(trial.widthUi), BerText(trial.ber))
-                                    : trial.error + "\n";
+        text += trial.error.empty()
+                    ? fmt::format("{:>9.1f}  {:>9.4g}  {:>8}  {:>11}{}\n", trial.openingPercent, trial.heightV,
+                                  WidthText(trial.widthUi), BerText(trial.ber), areSeveral ? "  " + trial.capture : "")
+                    : trial.error + "\n";
     }
     return text;
 }
@@ -103,6 +92,8 @@ std::string OptimisedAsJson(const OptimiserResult& result, RankBy rank)
         const EqualiserTrial& trial = result.trials[index];
         ordered_json entry = {{"rank", ++place}};
         entry.update(PointOf(trial.point));
+        if (!trial.capture.empty())
+            entry["worstCapture"] = trial.capture;
         if (trial.error.empty())
             entry.update({{"figure", trial.figure},
                           {"openingPercent", trial.openingPercent},
@@ -119,18 +110,24 @@ std::string OptimisedAsJson(const OptimiserResult& result, RankBy rank)
 std::string TrialTableHead(const OptimiserInput& input)
 {
     Checksum sum;
-    sum.Add(input.capture.samples.data(), input.capture.samples.size() * sizeof(double));
+    std::string intervals;
+    for (const NamedCapture& capture : input.captures) {
+        sum.Add(capture.waveform.samples.data(), capture.waveform.samples.size() * sizeof(double));
+        intervals += fmt::format("{} ", capture.waveform.interval);
+    }
     const CaptureFacts& facts = input.facts;
     const std::string rest =
-        fmt::format("{}\n{}\n{} {} {} {} {}", input.chain.Text(), NameOf(input.rank), input.capture.interval,
-                    facts.symbolRateGBd, facts.samplesPerUi, static_cast<int>(facts.coding), facts.patternLengthUi);
-    sum.Add(rest.data(), rest.size());
+        fmt::format("{}\n{}\n{}{} {} {} {}", input.chain.Text(), NameOf(input.rank), intervals, facts.symbolRateGBd,
+                    facts.samplesPerUi, static_cast<int>(facts.coding), facts.patternLengthUi);
+    sum.Add(rest);
     return fmt::format("# trials, JSON objects, of the input with the checksum {:016x}\n", sum.Value());
 }
 
 std::string TrialTableRow(const EqualiserTrial& trial)
 {
     json row = PointOf(trial.point);
+    if (!trial.capture.empty())
+        row["capture"] = trial.capture;
     if (!trial.error.empty()) {
         row["error"] = trial.error;
     } else if (std::isfinite(trial.figure)) {  // JSON has no infinity: no figure
@@ -150,7 +147,7 @@ std::vector<EqualiserTrial> ReadTrialTable(std::string_view text, const Optimise
     const std::string head = TrialTableHead(input);
     if (text.substr(0, head.size()) != head)
         throw UsageFailure(
-            fmt::format("{}: is no table of trials of this capture, chain and ranking; expected another file", name));
+            fmt::format("{}: is no table of trials of these captures, chain and ranking; expected another file", name));
     text.remove_prefix(head.size());
     std::vector<EqualiserTrial> trials;
     for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {

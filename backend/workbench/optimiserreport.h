@@ -15,7 +15,7 @@ namespace Tarnwick::DSO::Workbench {
 TARNWICK_WORKBENCH_API std::string OptimisedAsText(const OptimiserResult& result);
 
 /// {"rank", "stopped", "trials": [{"rank", "ctle", "gain", "ffeTaps", "dfeTaps", "figure", "openingPercent", "height",
-/// "widthUi", "ber"} or {..., "error"}]}, best first, indented by two. "figure" is the one that ranks, larger is better.
+/// "widthUi", "ber", "worstCapture" of several} or {..., "error"}]}, best first, indented by two. "figure" is the one that ranks, larger is better.
 TARNWICK_WORKBENCH_API std::string OptimisedAsJson(const OptimiserResult& result, RankBy rank);
 
 /// The first line of a table of trials: it names the columns and, by a checksum, capture, facts, chain and ranking.
@@ -24,7 +24,7 @@ TARNWICK_WORKBENCH_API std::string TrialTableHead(const OptimiserInput& input);
 TARNWICK_WORKBENCH_API std::string TrialTableRow(const EqualiserTrial& trial);
 /// The trials of a table; a last line that is cut off is left out.
 /// @param name  the table's, for messages
-/// @throws UsageFailure  the table is of another capture, chain or ranking, or is no such table
+/// @throws UsageFailure  the table is of other captures, another chain or ranking, or is no such table
 TARNWICK_WORKBENCH_API std::vector<EqualiserTrial> ReadTrialTable(std::string_view text, const OptimiserInput& input,
                                                                   const std::string& name);
 

@@ -231,6 +231,22 @@ ChainResult RunChain(Chain& chain, std::span<const double> record, const std::st
     return RunChain(chain, record, EyeSettingsOf(chain), name, begin);
 }
 
+ChainResult RunToEnd(Chain& chain, std::vector<double> record, const EyeSettings& eyes, const std::string& name)
+{
+    PassingRecord passing = RecordOf(std::move(record), eyes);
+    std::string last = "capture";
+    double seconds = 0.0;
+    for (Stage& stage : chain.Stages()) {
+        seconds = PassStage(stage, passing, chain, name);
+        last = stage.name;
+    }
+    ChainResult result;
+    result.stages.push_back(Describe(last, passing, eyes, eyes.withBathtub, chain, seconds));
+    result.samples = std::move(passing.samples);
+    result.valid = result.stages.back().eye.valid;
+    return result;
+}
+
 std::string ReportAsJson(std::span<const StageReport> stages, const std::optional<LockReport>& acquisition)
 {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();

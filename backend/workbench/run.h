@@ -91,6 +91,11 @@ TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double
 TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double> record, const std::string& name,
                                             const std::function<void(const std::string& stage)>& begin = {});
 
+/// Runs every stage and describes the waveform behind the last alone, as RunChain does.
+/// @param record  [V] as for RunChain; taken, so that it is not held beside what becomes of it
+TARNWICK_WORKBENCH_API ChainResult RunToEnd(Chain& chain, std::vector<double> record, const EyeSettings& eyes,
+                                            const std::string& name);
+
 /// {"acquisition": as LockAsJson, left out where there was none, "stages": [{"name", "samples", "repetitions", "mean", "rms",
 /// "peakToPeak", "levels", "eyes", "phaseUi", "seconds", "ber", "noiseRms", "symbolsKnown", "valid", ...}]} as JSON text,
 /// indented by two; an eye is {"height", "openingPercent", "widthUi", "widthPs", "threshold", "heightAtBer", "q"}. What a

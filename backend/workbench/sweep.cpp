@@ -139,8 +139,9 @@ bool IsRefusal(const std::runtime_error& failure)
 
 class Runner {
 public:
-    Runner(const SweepInput& input, const SweepObserver& observer)
+    Runner(const SweepInput& input, const NamedCapture& capture, const SweepObserver& observer)
         : input_(input),
+          capture_(capture),
           observer_(observer),
           chainName_(input.chain.Name()),
           chain_(JsonOf(input.chain)),
@@ -177,7 +178,7 @@ private:
     void RequireFilters() const
     {
         if (!chain_.is_object() || !chain_.contains("filters") || !chain_["filters"].is_array())
-            (void)Chain(input_.chain, input_.capture.samples.size());
+            (void)Chain(input_.chain, capture_.waveform.samples.size());
     }
 
     bool IsOfFilter(std::size_t depth) const
@@ -188,11 +189,11 @@ private:
     // With the device as the axes have it by now.
     PassingRecord Acquire()
     {
-        ChainInput input = InputFor(ChainFileOf(chain_, chainName_), input_.capture, input_.facts, input_.captureName);
+        ChainInput input = InputFor(ChainFileOf(chain_, chainName_), capture_.waveform, input_.facts, capture_.name);
         for (const std::string& note : input.notes)
             if (observer_.note && told_.insert(note).second)
                 observer_.note(note);
-        RequireEyes(input, input_.captureName, "sweep");
+        RequireEyes(input, capture_.name, "sweep");
         device_ = JsonOf(input.chain)["device"];
         eyes_ = std::move(input.eyes);
         return RecordOf(std::move(input.samples), eyes_);
@@ -260,7 +261,7 @@ private:
     {
         for (Stage& stage : chain.Stages())
             if (stage.index >= from)
-                PassStage(stage, record, chain, input_.captureName);
+                PassStage(stage, record, chain, capture_.name);
         return record;
     }
 
@@ -315,6 +316,7 @@ private:
     }
 
     const SweepInput& input_;
+    const NamedCapture& capture_;
     const SweepObserver& observer_;
     std::string chainName_;
     json chain_;
@@ -390,7 +392,20 @@ std::vector<std::size_t> Ranking(std::span<const SweepRun> runs)
 
 std::vector<SweepRun> Sweep(const SweepInput& input, const SweepObserver& observer)
 {
-    return Runner(input, observer).Run();
+    std::vector<SweepRun> worst;
+    for (const NamedCapture& capture : input.captures) {
+        std::vector<SweepRun> runs = Runner(input, capture, observer).Run();
+        if (input.captures.size() > 1)
+            for (SweepRun& run : runs)
+                run.capture = capture.name;
+        if (worst.empty())
+            worst = std::move(runs);
+        else
+            for (std::size_t k = 0; k < runs.size(); ++k)
+                if (worst[k].error.empty() && (!runs[k].error.empty() || IsBetter(worst[k], runs[k])))
+                    worst[k] = std::move(runs[k]);
+    }
+    return worst;
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "framework/export.h"
+#include "workbench/captures.h"
 #include "workbench/chain.h"
 #include "workbench/eye.h"
 #include "workbench/lock.h"
 #include "workbench/ranking.h"
-#include "workbench/waveform.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -42,7 +42,8 @@ struct SweepRun {
     EyeReport eye;                                             ///< at the end of the chain
     std::optional<double> tdecqDb = {};                        ///< measured where it ranks
     double figure = -std::numeric_limits<double>::infinity();  ///< that ranks, FigureOf
-    std::string error;                                         ///< why there is no report; empty: the run succeeded
+    std::string capture = {};    ///< of several: the one with the smallest figure, or that failed
+    std::string error = {};      ///< why there is no report; empty: the run succeeded
     bool hasUnknownKey = false;  ///< the error is about one of the chain file's keys, whatever its value
 };
 
@@ -54,9 +55,8 @@ TARNWICK_WORKBENCH_API std::vector<std::size_t> Ranking(std::span<const SweepRun
 
 struct SweepInput {
     ChainFile chain;
-    std::string captureName;  ///< for messages
-    Waveform capture;
-    CaptureFacts facts;  ///< of the capture; go before what the chain file says
+    std::vector<NamedCapture> captures;  ///< at least one; of several, the worst counts
+    CaptureFacts facts;                  ///< of each capture; go before what the chain file says
     std::vector<SweepAxis> axes;
     RankBy rank = RankBy::Opening;
 };
@@ -64,15 +64,15 @@ struct SweepInput {
 /// Called as a sweep runs.
 struct SweepObserver {
     std::function<void(std::size_t run, const std::vector<std::string>& values)> begin;
-    /// Only for runs without an error; the samples are those that are valid, from the start of a UI on.
+    /// Only for runs without an error, for each capture; the samples are those that are valid, from the start of a UI on.
     std::function<void(std::size_t run, const SweepRun& result, std::span<const double> samples, double samplesPerUi)>
         end;
     /// What was found of the capture, assumed or left out, for the user; may be empty.
     std::function<void(const std::string& note)> note;
 };
 
-/// Runs the chain with every combination of the values; the last axis changes fastest in the result. The capture is
-/// locked once, or for each device that the axes make, and filters before the first one that changes run once. A combination that a filter refuses has its error and stops none of the others.
+/// Runs the chain with every combination of the values; the last axis changes fastest in the result. A run on several captures
+/// is that on the one where it is worst; one that fails on any of them has failed. Each capture is locked once, or for each device that the axes make, and filters before the first one that changes run once. A combination that a filter refuses has its error and stops none of the others.
 /// @throws UsageFailure  a path that leads past the end of a list or through a value; what fails whatever the values are
 /// @throws DataFailure   what fails whatever the values are
 TARNWICK_WORKBENCH_API std::vector<SweepRun> Sweep(const SweepInput& input, const SweepObserver& observer);

@@ -71,11 +71,13 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
         widths.push_back(width);
         text += fmt::format("  {:>{}}", axis.path, width);
     }
-    text += fmt::format("  {:>9}  {:>8}  {:>11}{}  {:<16}  {}\n", "opening %", "width UI", "BER",
-                        hasTdecq ? fmt::format("  {:>8}", "TDECQ dB") : "", "openings %", "eye heights V");
+    text += fmt::format("  {:>9}  {:>8}  {:>11}{}  {:<16}  {}{}\n", "opening %", "width UI", "BER",
+                        hasTdecq ? fmt::format("  {:>8}", "TDECQ dB") : "", "openings %", "eye heights V",
+                        !runs.empty() && !runs.front().capture.empty() ? "  worst capture" : "");
     const auto tdecq = [&](const SweepRun& run) {
         return hasTdecq ? fmt::format("  {:>8}", run.tdecqDb ? fmt::format("{:.2f}", *run.tdecqDb) : "-") : "";
     };
+    const auto capture = [](const SweepRun& run) { return run.capture.empty() ? "" : "  " + run.capture; };
     const auto columns = [&](const SweepRun& run) {
         std::string values;
         for (std::size_t k = 0; k < widths.size(); ++k)
@@ -85,9 +87,9 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
     std::size_t rank = 0;
     for (const std::size_t index : Ranking(runs)) {
         const SweepRun& run = runs[index];
-        text += fmt::format("{:>5}{}  {:>9}  {:>8}  {:>11}{}  {:<16}  {}\n", ++rank, columns(run), opening(run),
+        text += fmt::format("{:>5}{}  {:>9}  {:>8}  {:>11}{}  {:<16}  {}{}\n", ++rank, columns(run), opening(run),
                             WidthText(SmallestWidthUi(run.eye)), BerText(run.eye.ber), tdecq(run),
-                            OpeningsText(run.eye), HeightsText(run.eye));
+                            OpeningsText(run.eye), HeightsText(run.eye), capture(run));
     }
     for (const SweepRun& run : runs)
         if (!run.error.empty())
@@ -116,6 +118,8 @@ std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRu
             if (const auto width = SmallestWidthUi(run.eye))
                 entry["smallestWidthUi"] = *width;
         }
+        if (!run.capture.empty())
+            entry["worstCapture"] = run.capture;
         if (run.tdecqDb)
             entry["tdecqDb"] = *run.tdecqDb;
         list.push_back(std::move(entry));

@@ -20,7 +20,7 @@ TARNWICK_WORKBENCH_API std::string CaptionOf(std::span<const std::string> names,
 TARNWICK_WORKBENCH_API std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRun> runs);
 
 /// {"over": [paths], "runs": [{"rank", "values", "eyes", "levels", "phaseUi", "smallestOpeningPercent", "smallestHeight",
-/// "smallestWidthUi", ...} or
+/// "smallestWidthUi", "worstCapture" of several, ...} or
 /// {"values", "error"}]}, in the same order, indented by two.
 TARNWICK_WORKBENCH_API std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRun> runs);
 

@@ -1,7 +1,8 @@
 // Everything that tarnwick_workbench offers: captures, their files and what they hold, simulated ones, chains of filters,
-// sweeps and responses, eyes and other measurements, S-parameter files, reports.
+// batches, sweeps and responses, eyes and other measurements, S-parameter files, reports.
 #pragma once
 
+#include "workbench/batch.h"
 #include "workbench/capturereport.h"
 #include "workbench/captures.h"
 #include "workbench/chain.h"

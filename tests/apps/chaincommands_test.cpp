@@ -402,7 +402,9 @@ TEST(OptimiseProgram, WritesTheBestChainAndGoesOnWithItsTable)
                     {"-o b.json --tried ./h.csv", 2, "--tried: is ./h.csv, which this command reads"}});
     ExpectRefusals(folder, "optimise chain.json c.csv",
                    {{"-o chain.json", 2, "--output: is chain.json, which this command reads"},
-                    {"-o b.json --tried t.txt --rank height", 2, "t.txt: is no table of trials of this capture"},
+                    {"c.csv -o b.json --minus c.csv", 2, "--minus: is c.csv; expected none for 2 captures"},
+                    {"- -o b.json", 2, "capture: is -, standard input, among 2"},
+                    {"-o b.json --tried t.txt --rank height", 2, "t.txt: is no table of trials of these captures"},
                     {"-o b.json --ctle none --ffe-taps 0", 2, "expected something to search"},
                     {"-o b.json --rank luck", 2, "--rank"}});
 }
@@ -434,6 +436,14 @@ TEST(SweepProgram, RanksTheBandwidthsOfANoisyCapture)
     EXPECT_NE(report["runs"][5]["error"].get<std::string>().find("expected a number"), std::string::npos);
     EXPECT_EQ(report["runs"][5].size(), 2U);
     EXPECT_TRUE(IsPng(folder.Read("s.png")));
+
+    ASSERT_EQ(RunProgram(folder, "simulate -o hard.npy --prbs 9 --noise 0.04 --loss 8 --spu 8"), 0);
+    const json both =
+        ReportOf(folder, "sweep chain.json hard.npy c.npy --over filters.1.cutoffPercent=-1,50,70 -o both")["runs"];
+    EXPECT_EQ(both[0]["worstCapture"], "hard.npy");
+    EXPECT_LT(both[0]["smallestOpeningPercent"], report["runs"][0]["smallestOpeningPercent"]);
+    EXPECT_NE(both[2]["error"].get<std::string>().find("cutoffPercent is -1"), std::string::npos);
+    EXPECT_TRUE(IsPng(folder.Read("both.png")));
 }
 
 // The sheet takes 64 of them; the table all.

@@ -1,6 +1,10 @@
 #include "workbench/optimiser.h"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -27,8 +31,8 @@ OptimiserInput InputOf(E_SIGNAL_CODING coding, double lossDb, const std::string&
     const SimulatedPattern pattern{.coding = coding, .prbs = 31};
     const Simulation settings{.samplesPerUi = 8, .lossDb = lossDb, .noiseRms = 0.002, .lengthUi = 2500};
     return {.chain = ChainFile::FromText(chain, "chain.json"),
-            .captureName = "capture",
-            .capture = {.samples = Simulate(pattern.Levels(2500), coding == SIGNAL_CODING_NRZ ? 2 : 4, settings)},
+            .captures = {{"capture",
+                          {.samples = Simulate(pattern.Levels(2500), coding == SIGNAL_CODING_NRZ ? 2 : 4, settings)}}},
             .facts = {},
             .ctleTypes = {"peaking"},
             .ffeTaps = 5,
@@ -56,7 +60,7 @@ TEST(Optimise, FindsWhatTheChainFileThenGives)
         const TestFolder folder;
         const ChainFile file =
             ChainFile::FromText(OptimisedChain(input, best.point, folder / "."), (folder / "best.json").string());
-        const ChainInput record = InputFor(file, input.capture, {}, "capture");
+        const ChainInput record = InputFor(file, input.captures[0].waveform, {}, "capture");
         Chain chain(record.chain, record.samples.size());
         const ChainResult applied = RunChain(chain, record.samples, record.eyes, "capture");
         EXPECT_EQ(FigureOf(applied.stages.back().eye, std::nullopt, RankBy::Opening), best.figure);
@@ -101,13 +105,47 @@ TEST(Optimise, GoesOnWhereItWasStoppedWhateverTheThreads)
     EXPECT_EQ(rest.best, whole.best);
     EXPECT_EQ(OptimisedAsText(rest), OptimisedAsText(whole));
 
-    input.capture.samples[7] += 1e-9;
+    input.captures[0].waveform.samples[7] += 1e-9;
     EXPECT_EQ(
         FailureOf<UsageFailure>([&] { (void)ReadTrialTable(table, input, "tried"); }).rfind("tried: is no table", 0),
         0U);
     EXPECT_EQ(FailureOf<UsageFailure>(
                   [&] { (void)ReadTrialTable(TrialTableHead(input) + "{\"ctle\": 5}\n", input, "tried"); }),
               "tried: line 2 is no trial");
+}
+
+// Each trial has the worst figure over the captures, whatever their order, and the best chain is not that of one of them.
+TEST(Optimise, TakesTheWorstOfSeveralCaptures)
+{
+    const OptimiserInput easy = InputOf(SIGNAL_CODING_NRZ, 2.0, kReceiver);
+    const OptimiserInput hard = InputOf(SIGNAL_CODING_NRZ, 12.0, kReceiver);
+    OptimiserInput both = easy;
+    both.captures = {{"easy", easy.captures[0].waveform}, {"hard", hard.captures[0].waveform}};
+    const OptimiserResult result = Optimise(both);
+    const auto figureIn = [](const OptimiserResult& of, const EqualiserPoint& point) {
+        for (const EqualiserTrial& trial : of.trials)
+            if (trial.point == point)
+                return trial.figure;
+        return std::numeric_limits<double>::quiet_NaN();
+    };
+    const OptimiserResult onEasy = Optimise(easy);
+    const OptimiserResult onHard = Optimise(hard);
+    std::size_t compared = 0;
+    for (const EqualiserTrial& trial : result.trials) {
+        const double easyFigure = figureIn(onEasy, trial.point);
+        const double hardFigure = figureIn(onHard, trial.point);
+        if (std::isnan(easyFigure) || std::isnan(hardFigure))
+            continue;
+        ++compared;
+        EXPECT_EQ(trial.figure, std::min(easyFigure, hardFigure));
+        EXPECT_EQ(trial.openingPercent, trial.figure);
+        EXPECT_EQ(trial.capture, easyFigure <= hardFigure ? "easy" : "hard");
+    }
+    EXPECT_GE(compared, 5U);  // the coarse grid at least, which all searches begin with
+    std::swap(both.captures[0], both.captures[1]);
+    EXPECT_EQ(OptimisedAsText(Optimise(both)), OptimisedAsText(result));
+    EXPECT_EQ(ReadTrialTable(TrialTableHead(both) + TrialTableRow(result.trials[0]), both, "t")[0].capture,
+              result.trials[0].capture);
 }
 
 TEST(Optimise, KeepsTheOtherFiltersAndNamesTheirFilesAnew)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <map>
 
@@ -10,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/failures.h"
+#include "workbench/captures.h"
 #include "workbench/chaininput.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
@@ -106,14 +108,15 @@ constexpr const char* kChain = R"({
                 {"type": "bessel-thomson", "order": 2, "cutoffPercent": 90},
                 {"type": "dfe", "numberOfTaps": 2, "enabled": false}]})";
 
+Waveform CaptureOf(double lossDb)
+{
+    return {.samples = Simulate(LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2,
+                                {.samplesPerUi = 8, .repetitions = 2, .lossDb = lossDb, .noiseRms = 0.01})};
+}
+
 SweepInput InputOver(std::initializer_list<const char*> axes)
 {
-    SweepInput input{ChainFile::FromText(kChain, "chain.json"),
-                     "capture.csv",
-                     {.samples = Simulate(LevelsOf(PrbsSymbols(7, SIGNAL_CODING_NRZ), SIGNAL_CODING_NRZ, false), 2,
-                                          {.samplesPerUi = 8, .repetitions = 2, .lossDb = 6.0, .noiseRms = 0.01})},
-                     {},
-                     {}};
+    SweepInput input{ChainFile::FromText(kChain, "chain.json"), {{"capture.csv", CaptureOf(6.0)}}, {}, {}};
     for (const char* axis : axes)
         input.axes.push_back(ReadSweepAxis(axis));
     return input;
@@ -159,7 +162,7 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
             for (std::size_t axis = 0; axis < input.axes.size(); ++axis)
                 file[pointerTo(input.axes[axis].path)] = json::parse(runs[run].values[axis]);
             const ChainInput record =
-                InputFor(ChainFile::FromText(file.dump(), "chain.json"), input.capture, {}, "capture.csv");
+                InputFor(ChainFile::FromText(file.dump(), "chain.json"), input.captures[0].waveform, {}, "capture.csv");
             Chain chain(record.chain, record.samples.size());
             const ChainResult whole = RunChain(chain, record.samples, record.eyes, "capture.csv");
             const std::span<const double> valid = whole.valid.Of(whole.samples);
@@ -182,6 +185,28 @@ TEST(Sweep, ListsWhatAFilterRefusesAndRunsTheRest)
         EXPECT_EQ(runs[run].error.empty(), *expected == '\0');
         EXPECT_EQ(runs[run].eye.eyes.empty(), *expected != '\0');
         EXPECT_FALSE(runs[run].hasUnknownKey);
+    }
+}
+
+TEST(Sweep, TakesTheWorstOfSeveralCaptures)
+{
+    SweepInput input = InputOver({"filters.2.cutoffPercent=40,75", "filters.1.WindowLength=1,7"});
+    const NamedCapture captures[] = {{"easy", CaptureOf(1.0)}, {"hard", CaptureOf(9.0)}, {"medium", CaptureOf(5.0)}};
+    input.captures.assign(std::begin(captures), std::end(captures));
+    const std::vector<SweepRun> together = Sweep(input, kNobody);
+    for (std::size_t run = 0; run < together.size(); ++run) {
+        double worst = std::numeric_limits<double>::infinity();
+        for (const NamedCapture& capture : captures) {
+            input.captures = {capture};
+            const SweepRun alone = Sweep(input, kNobody)[run];
+            EXPECT_EQ(alone.capture, "");
+            worst = std::min(worst, alone.figure);
+            if (together[run].capture == capture.name) {
+                EXPECT_EQ(together[run].figure, alone.figure);
+            }
+        }
+        EXPECT_EQ(together[run].figure, worst);
+        EXPECT_NE(together[run].capture, "");
     }
 }
 

@@ -18,6 +18,7 @@ struct Command {
 std::span<const Command> Commands();
 
 void AddApply(CLI::App& command);
+void AddBatch(CLI::App& command);
 void AddChainKeys(CLI::App& command);
 void AddEye(CLI::App& command);
 void AddInfo(CLI::App& command);

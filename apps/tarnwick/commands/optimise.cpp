@@ -1,9 +1,5 @@
-// tarnwick optimise: the best equaliser for a capture.
-#include <atomic>
-#include <csignal>
+// tarnwick optimise: the best equaliser for a capture, or for several together.
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +11,8 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "facts.h"
+#include "growingtable.h"
+#include "interruption.h"
 #include "notes.h"
 #include "options.h"
 #include "outputs.h"
@@ -35,7 +33,7 @@ constexpr const char* kNone = "none";
 
 struct Options {
     std::string chain;
-    CaptureOptions capture;
+    CapturesOptions captures;
     FactOptions facts;
     std::string output;
     std::string table;
@@ -46,27 +44,6 @@ struct Options {
     bool json = false;
 };
 
-// An interruption ends the search, not the program: what was found so far is written. The second one ends the program.
-std::atomic<bool> interrupted = false;
-
-class InterruptionWatch {
-public:
-    InterruptionWatch()
-    {
-        interrupted = false;
-        before_ = std::signal(SIGINT, [](int signal) {
-            interrupted = true;
-            (void)std::signal(signal, SIG_DFL);
-        });
-    }
-    InterruptionWatch(const InterruptionWatch&) = delete;
-    InterruptionWatch& operator=(const InterruptionWatch&) = delete;
-    ~InterruptionWatch() { (void)std::signal(SIGINT, before_ == SIG_ERR ? SIG_DFL : before_); }
-
-private:
-    void (*before_)(int) = SIG_DFL;
-};
-
 std::vector<std::string> TypesOf(const std::string& ctle)
 {
     if (ctle == kNone)
@@ -74,45 +51,20 @@ std::vector<std::string> TypesOf(const std::string& ctle)
     return ctle == kAll ? Workbench::OptimisedCtleTypes() : std::vector<std::string>{ctle};
 }
 
-// The table that a search adds its trials to, and goes on with after an interruption.
-class TrialTable {
-public:
-    /// @throws UsageFailure  it is a table of something else
-    TrialTable(const std::string& path, Workbench::OptimiserInput& input) : path_(path)
-    {
-        if (path.empty())
-            return;
-        std::string text;
-        if (std::ifstream file(path, std::ios::binary); file)
-            text.assign(std::istreambuf_iterator<char>(file), {});
-        if (text.empty()) {
-            Write(TrialTableHead(input), std::ios::trunc);
-            return;
-        }
-        input.known = ReadTrialTable(text, input, path);
-        // What was cut off by the end of a program goes.
-        std::string whole = TrialTableHead(input);
-        for (const Workbench::EqualiserTrial& trial : input.known)
-            whole += TrialTableRow(trial);
-        if (whole != text)
-            Write(whole, std::ios::trunc);
-    }
-    void Add(const Workbench::EqualiserTrial& trial)
-    {
-        if (!path_.empty())
-            Write(TrialTableRow(trial), std::ios::app);
-    }
-
-private:
-    void Write(const std::string& text, std::ios::openmode mode) const
-    {
-        std::ofstream file(path_, std::ios::binary | mode);
-        if (!(file << text) || !file.flush())
-            throw Workbench::DataFailure(path_ + ": cannot be written");
-    }
-
-    std::string path_;
-};
+// Reads what an earlier search has left in its table, of which what was cut off by the end of that program goes.
+void GoOnWith(const GrowingTable& table, Workbench::OptimiserInput& input)
+{
+    if (table.Path().empty())
+        return;
+    const std::string text = table.Text();
+    std::string whole = TrialTableHead(input);
+    if (!text.empty())
+        input.known = ReadTrialTable(text, input, table.Path());
+    for (const Workbench::EqualiserTrial& trial : input.known)
+        whole += TrialTableRow(trial);
+    if (whole != text)
+        table.Replace(whole);
+}
 
 std::string CaptionOf(const Workbench::EqualiserPoint& point)
 {
@@ -125,7 +77,9 @@ void Run(const Options& options)
 {
     Workbench::ChainFile file(options.chain);
     std::vector<std::string> inputs = FilesOf(file);
-    inputs.insert(inputs.end(), {options.chain, options.capture.name, options.capture.minus});
+    inputs.push_back(options.chain);
+    for (const std::string& capture : FilesOf(options.captures))
+        inputs.push_back(capture);
     RequireApart("--output", options.output, inputs);
     if (!options.table.empty()) {
         RequireApart("--tried", options.table, inputs);
@@ -135,10 +89,11 @@ void Run(const Options& options)
     }
     if (options.ffeTaps == 0 && options.dfeTaps == 0 && options.ctle == kNone)
         throw Workbench::UsageFailure("--ffe-taps: is 0, with no CTLE and no DFE; expected something to search");
-    Workbench::OptimiserInput input{std::move(file),     NameOf(options.capture),         ReadCapture(options.capture),
-                                    With(options.facts), TypesOf(options.ctle),           options.ffeTaps,
-                                    options.dfeTaps,     *Workbench::RankOf(options.rank)};
-    TrialTable table(options.table, input);
+    Workbench::OptimiserInput input{
+        std::move(file), ReadCaptures(options.captures),  With(options.facts), TypesOf(options.ctle), options.ffeTaps,
+        options.dfeTaps, *Workbench::RankOf(options.rank)};
+    const GrowingTable table(options.table);
+    GoOnWith(table, input);
     std::vector<std::string> notes;
     Workbench::OptimiserResult result;
     {
@@ -146,9 +101,9 @@ void Run(const Options& options)
         Progress progress(Workbench::kMostTrials);
         Workbench::OptimiserObserver observer;
         observer.begin = [&](const Workbench::EqualiserPoint& point) { progress.Begin(CaptionOf(point)); };
-        observer.end = [&](const Workbench::EqualiserTrial& trial) { table.Add(trial); };
+        observer.end = [&](const Workbench::EqualiserTrial& trial) { table.Add(TrialTableRow(trial)); };
         observer.note = [&](const std::string& note) { notes.push_back(note); };
-        observer.stop = [] { return interrupted.load(); };
+        observer.stop = InterruptionWatch::IsInterrupted;
         result = Optimise(input, observer);
     }
     PrintNotes(notes);
@@ -167,7 +122,7 @@ void AddOptimise(CLI::App& command)
     command
         .add_option("chain", options->chain, "Chain file (JSON): its CTLE, FFE and DFE are searched, the rest stays")
         ->required();
-    AddCaptureOptions(command, options->capture);
+    AddCapturesOptions(command, options->captures);
     AddFactOptions(command, options->facts);
     command.add_option("-o,--output", options->output, "Chain file with the best equaliser found")->required();
     command.add_option("--ffe-taps", options->ffeTaps, "Most taps of the FFE; 0: none")
@@ -186,6 +141,7 @@ void AddOptimise(CLI::App& command)
         ->capture_default_str();
     command.add_option("--tried", options->table, "Table of what was tried: written as it goes, and gone on with");
     command.add_flag("--json", options->json, "Print the trials as JSON, best first");
+    command.footer("Of several captures the worst counts: the chain is the best for all of them together. ");
     command.callback([options] { Run(*options); });
 }
 

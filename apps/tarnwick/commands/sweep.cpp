@@ -30,7 +30,7 @@ using Workbench::SweepRun;
 
 struct Options {
     std::string chain;
-    CaptureOptions capture;
+    CapturesOptions captures;
     FactOptions facts;
     std::vector<std::string> over;
     std::string prefix = "sweep";
@@ -42,13 +42,13 @@ void Run(const Options& options)
 {
     std::vector<Workbench::SweepAxis> axes = Workbench::ReadSweepAxes(options.over);
     Workbench::ChainFile file(options.chain);
-    const SweepInput input{std::move(file),     NameOf(options.capture), ReadCapture(options.capture),
-                           With(options.facts), std::move(axes),         *Workbench::RankOf(options.rank)};
+    const SweepInput input{std::move(file), ReadCaptures(options.captures), With(options.facts), std::move(axes),
+                           *Workbench::RankOf(options.rank)};
     ContactSheet sheet(input.axes);
     std::vector<SweepRun> runs;
     std::vector<std::string> notes;
     {
-        Progress progress(CombinationsOf(input.axes));
+        Progress progress(CombinationsOf(input.axes) * input.captures.size());
         Workbench::SweepObserver observer;
         observer.begin = [&](std::size_t, const std::vector<std::string>& values) {
             progress.Begin(Workbench::CaptionOf(Workbench::ShortNamesOf(input.axes), values));
@@ -65,7 +65,14 @@ void Run(const Options& options)
         throw Workbench::DataFailure(runs.front().error);
     }
     PrintReport(options.json ? SweepAsJson(input.axes, runs) + "\n" : SweepAsText(input.axes, runs));
-    sheet.Draw(options.prefix + ".png", runs, input.captureName);
+    const std::size_t count = input.captures.size();
+    if (count > 1 && !sheet.HoldsAll())
+        PrintNote(fmt::format(
+            "{}.png: is not drawn: the worst eyes of {} settings on {} captures are more than a sheet takes",
+            options.prefix, runs.size(), count));
+    else
+        sheet.Draw(options.prefix + ".png", runs,
+                   count == 1 ? input.captures.front().name : fmt::format("worst of {} captures", count));
 }
 
 }  // namespace
@@ -74,7 +81,7 @@ void AddSweep(CLI::App& command)
 {
     auto options = std::make_shared<Options>();
     command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
-    AddCaptureOptions(command, options->capture);
+    AddCapturesOptions(command, options->captures);
     AddFactOptions(command, options->facts);
     command
         .add_option("--over", options->over,
@@ -90,6 +97,7 @@ void AddSweep(CLI::App& command)
         ->check(OneOf(Workbench::RankNames()))
         ->capture_default_str();
     command.add_flag("--json", options->json, "Print the runs as JSON, best first");
+    command.footer("Of several captures the worst counts for each setting. ");
     command.callback([options] { Run(*options); });
 }
 

@@ -33,6 +33,13 @@ ContactSheet::ContactSheet(std::span<const SweepAxis> axes)
 
 void ContactSheet::Add(std::size_t run, const SweepRun& result, std::span<const double> samples, double samplesPerUi)
 {
+    const auto before =
+        std::find_if(images_.begin(), images_.end(), [&](const RunImage& image) { return image.run == run; });
+    if (before != images_.end()) {
+        if (IsBetter(before->result, result))
+            *before = {run, result, ShadeTile(samples, samplesPerUi, result.eye.phaseUi, grid_)};
+        return;
+    }
     if (images_.size() == kMostImages) {
         const auto worst = std::max_element(images_.begin(), images_.end(), IsBefore);
         if (IsBefore(*worst, RunImage{run, result, {}}))
@@ -44,6 +51,8 @@ void ContactSheet::Add(std::size_t run, const SweepRun& result, std::span<const 
 
 void ContactSheet::Draw(const std::filesystem::path& path, std::span<const SweepRun> runs, const std::string& capture)
 {
+    std::erase_if(images_,
+                  [&](const RunImage& image) { return !runs[image.run].error.empty(); });  // on another capture
     if (!holdsBestOnly_)
         for (std::size_t run = 0; run < runs.size(); ++run)
             if (!runs[run].error.empty())

@@ -13,6 +13,7 @@
 namespace Tarnwick::App {
 
 /// Keeps an image of each run as it ends: of all runs when the sheet has room for them, otherwise of the best so far.
+/// Of a run that ends more than once, on several captures, the worst stays.
 class ContactSheet {
 public:
     /// @param axes  outlives the sheet
@@ -20,6 +21,9 @@ public:
 
     void Add(std::size_t run, const DSO::Workbench::SweepRun& result, std::span<const double> samples,
              double samplesPerUi);
+
+    /// Whether it has room for all runs.
+    bool HoldsAll() const { return !holdsBestOnly_; }
 
     /// All runs in their order, the best of them framed and refused ones empty; or the best runs, best first.
     /// @throws DataFailure  as for DrawPng

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <random>
 #include <string_view>
 
@@ -28,7 +29,8 @@ bool IsControl(char letter)
     return code < 0x20 || code == 0x7f;
 }
 
-// Writing to a gnuplot that has ended, or that is not installed, would otherwise end this program as well.
+// Writing to a gnuplot that has ended, or that is not installed, would otherwise end this program as well. The signal is the
+// process's, not a thread's: the last picture that is being drawn puts back what the first one found.
 class BrokenPipesIgnored {
 public:
     BrokenPipesIgnored(const BrokenPipesIgnored&) = delete;
@@ -39,23 +41,37 @@ public:
 #else
     BrokenPipesIgnored()
     {
+        const std::lock_guard lock(Shared().mutex);
         struct sigaction ignore = {};
         ignore.sa_handler = SIG_IGN;
-        sigaction(SIGPIPE, &ignore, &before_);
+        if (Shared().pictures++ == 0)
+            sigaction(SIGPIPE, &ignore, &Shared().before);
     }
     ~BrokenPipesIgnored()
     {
-        sigaction(SIGPIPE, &before_, nullptr);
+        const std::lock_guard lock(Shared().mutex);
+        if (--Shared().pictures == 0)
+            sigaction(SIGPIPE, &Shared().before, nullptr);
     }
 
 private:
-    struct sigaction before_ = {};
+    struct State {
+        std::mutex mutex;
+        int pictures = 0;
+        struct sigaction before = {};
+    };
+    static State& Shared()
+    {
+        static State state;
+        return state;
+    }
 #endif
 };
 
 // A fixed command that ignores the user's own settings: the picture is described through its standard input alone.
 bool RunGnuplot(const std::string& script)
 {
+    const BrokenPipesIgnored guard;
 #if defined(_WIN32)
     std::FILE* pipe = _popen("gnuplot -d -", "wb");
 #else
@@ -63,7 +79,6 @@ bool RunGnuplot(const std::string& script)
 #endif
     if (pipe == nullptr)
         return false;
-    const BrokenPipesIgnored guard;
     const bool written = std::fwrite(script.data(), 1, script.size(), pipe) == script.size();
 #if defined(_WIN32)
     return _pclose(pipe) == 0 && written;

@@ -1,0 +1,312 @@
+// tarnwick batch: captures by the thousand through one chain, with a table of the results.
+#include "workbench/batch.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "capture.h"
+#include "commands/commands.h"
+#include "facts.h"
+#include "growingtable.h"
+#include "interruption.h"
+#include "notes.h"
+#include "options.h"
+#include "outputs.h"
+#include "pictures/eyeplot.h"
+#include "progress.h"
+#include "workbench/failure.h"
+
+namespace Tarnwick::App {
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace Workbench = DSO::Workbench;
+using Workbench::BatchColumn;
+using Workbench::BatchJob;
+using Workbench::BatchRow;
+
+struct Options {
+    std::string chain;
+    std::vector<std::string> captures;
+    CaptureOptions reading;
+    FactOptions facts;
+    std::string folder;
+    std::string results;
+    unsigned jobs = 0;
+    bool eyes = false;
+    bool whole = false;
+    bool resume = false;
+    bool json = false;
+};
+
+// The rows of a batch: those of its captures in their order, and those that its table holds of other captures.
+struct Rows {
+    std::vector<std::optional<BatchRow>> ofJobs;
+    std::vector<BatchRow> others;
+    std::size_t kept = 0;  // of its captures, from an earlier batch
+
+    std::string Table() const
+    {
+        std::string text = Workbench::BatchTableHead();
+        for (const std::optional<BatchRow>& row : ofJobs)
+            if (row)
+                text += BatchTableRow(*row);
+        for (const BatchRow& row : others)
+            text += BatchTableRow(row);
+        return text;
+    }
+};
+
+fs::path PictureOf(const fs::path& folder, const std::string& name)
+{
+    return folder / (name + ".png");
+}
+
+// What is written must not be what is read; all names at once, for they are many.
+void RequireOutputsApart(const Options& options, const Workbench::ChainFile& chain, std::span<const BatchJob> jobs)
+{
+    std::error_code error;
+    const auto place = [&](const fs::path& path) { return fs::weakly_canonical(fs::absolute(path, error), error); };
+    std::map<fs::path, std::string> inputs;
+    for (const BatchJob& job : jobs)
+        inputs.emplace(place(job.capture), job.capture);
+    for (const std::string& file : FilesOf(chain))
+        inputs.emplace(place(file), file);
+    inputs.emplace(place(options.chain), options.chain);
+    const auto require = [&](const char* option, const fs::path& output) {
+        const fs::path at = place(output);
+        const auto input = inputs.find(at);
+        if (input != inputs.end())
+            throw Workbench::UsageFailure(fmt::format(
+                "{}: {} would be written, which this command reads; expected another", option, input->second));
+    };
+    for (const BatchJob& job : jobs) {
+        require("--output", fs::path(options.folder) / (job.name + ".npy"));
+        if (options.eyes)
+            require("--output", PictureOf(options.folder, job.name));
+    }
+    require("--results", options.results);
+}
+
+void MakeFolder(const std::string& folder)
+{
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (!fs::is_directory(folder))
+        throw Workbench::DataFailure(
+            fmt::format("--output: {} cannot be made a folder{}", folder, error ? ": " + error.message() : ""));
+}
+
+// What an earlier batch has done already.
+Rows RowsOf(const Options& options, const GrowingTable& table, const Workbench::BatchInput& input,
+            std::span<const BatchJob> jobs)
+{
+    Rows rows;
+    rows.ofJobs.resize(jobs.size());
+    if (!options.resume)
+        return rows;
+    std::map<std::string, std::size_t> jobOf;
+    std::map<std::string, std::size_t> jobOfOutput;
+    for (std::size_t k = 0; k < jobs.size(); ++k) {
+        jobOf.emplace(jobs[k].capture, k);
+        jobOfOutput.emplace(jobs[k].name + ".npy", k);
+    }
+    for (BatchRow& row : Workbench::ReadBatchTable(table.Text(), table.Path())) {
+        const auto job = jobOf.find(row[BatchColumn::File]);
+        if (job == jobOf.end()) {
+            const auto same = jobOfOutput.find(row[BatchColumn::Output]);
+            if (same != jobOfOutput.end())
+                throw Workbench::UsageFailure(
+                    fmt::format("{}: {} is {}, which {} would replace; expected another folder", table.Path(),
+                                row[BatchColumn::Output], row[BatchColumn::File], jobs[same->second].capture));
+            rows.others.push_back(std::move(row));
+        } else if (IsUpToDate(row, input, jobs[job->second]) &&
+                   (!options.eyes || fs::exists(PictureOf(options.folder, jobs[job->second].name)))) {
+            rows.ofJobs[job->second] = std::move(row);
+            ++rows.kept;
+        }
+    }
+    return rows;
+}
+
+Workbench::BatchPicture PictureFor(const std::string& folder)
+{
+    return [folder](const BatchJob& job, std::span<const double> samples, double samplesPerUi,
+                    const Workbench::EyeReport& report) {
+        DrawEye(PictureOf(folder, job.name), samples, samplesPerUi, report, RangeOf(samples),
+                fs::path(job.capture).filename().string());
+    };
+}
+
+// Runs what has no row yet. Its row is added to the table as it ends, and read back when all have ended: rows that were kept
+// between one capture's buffers and the next one's would hold the heap apart.
+void RunMissing(const Workbench::BatchInput& input, std::span<const BatchJob> jobs, const GrowingTable& table,
+                Rows& rows)
+{
+    std::vector<BatchJob> missing;
+    std::map<std::string, std::size_t> indexOf;
+    for (std::size_t k = 0; k < jobs.size(); ++k)
+        if (!rows.ofJobs[k]) {
+            missing.push_back(jobs[k]);
+            indexOf.emplace(jobs[k].capture, k);
+        }
+    {
+        Progress progress(missing.size());
+        Workbench::BatchObserver observer;
+        observer.end = [&](std::size_t, const BatchRow& row) {
+            table.Add(BatchTableRow(row));
+            progress.End();
+        };
+        observer.stop = InterruptionWatch::IsInterrupted;
+        RunBatch(input, missing, observer);
+    }
+    for (BatchRow& row : Workbench::ReadBatchTable(table.Text(), table.Path()))
+        if (const auto index = indexOf.find(row[BatchColumn::File]); index != indexOf.end())
+            rows.ofJobs[index->second] = std::move(row);
+}
+
+struct Summary {
+    std::size_t captures = 0;
+    std::size_t done = 0;
+    std::size_t failed = 0;
+    const BatchRow* worst = nullptr;  // the smallest opening
+};
+
+Summary SummaryOf(const Rows& rows)
+{
+    Summary summary;
+    summary.captures = rows.ofJobs.size();
+    for (const std::optional<BatchRow>& row : rows.ofJobs) {
+        if (!row)
+            continue;
+        ++(row->IsDone() ? summary.done : summary.failed);
+        const auto opening = row->Number(BatchColumn::OpeningPercent);
+        if (row->IsDone() && opening &&
+            (summary.worst == nullptr || *opening < *summary.worst->Number(BatchColumn::OpeningPercent)))
+            summary.worst = &*row;
+    }
+    return summary;
+}
+
+std::string AsText(const Summary& summary, const Rows& rows, const std::string& results)
+{
+    std::string text =
+        fmt::format("captures         {}\ndone             {}{}\nfailed           {}\n", summary.captures, summary.done,
+                    rows.kept > 0 ? fmt::format(", {} of them before", rows.kept) : "", summary.failed);
+    if (summary.worst != nullptr)
+        text += fmt::format("smallest opening {:.1f} %, {}\n", *summary.worst->Number(BatchColumn::OpeningPercent),
+                            (*summary.worst)[BatchColumn::File]);
+    return text + fmt::format("table            {}\n", results);
+}
+
+std::string AsJson(const Summary& summary, const Rows& rows, const std::string& results)
+{
+    nlohmann::ordered_json failures = nlohmann::ordered_json::array();
+    for (const std::optional<BatchRow>& row : rows.ofJobs)
+        if (row && !row->IsDone())
+            failures.push_back({{"file", (*row)[BatchColumn::File]}, {"reason", (*row)[BatchColumn::Reason]}});
+    nlohmann::ordered_json report = {
+        {"captures", summary.captures}, {"done", summary.done},       {"kept", rows.kept},   {"failed", summary.failed},
+        {"results", results},           {"smallestOpening", nullptr}, {"failures", failures}};
+    if (summary.worst != nullptr)
+        report["smallestOpening"] = {{"file", (*summary.worst)[BatchColumn::File]},
+                                     {"openingPercent", *summary.worst->Number(BatchColumn::OpeningPercent)}};
+    return report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+void PrintFailures(const Rows& rows)
+{
+    constexpr std::size_t kMostPrinted = 10;
+    std::size_t count = 0;
+    for (const std::optional<BatchRow>& row : rows.ofJobs)
+        if (row && !row->IsDone() && ++count <= kMostPrinted)
+            PrintNote((*row)[BatchColumn::Reason]);
+    if (count > kMostPrinted)
+        PrintNote(fmt::format("and {} more", count - kMostPrinted));
+}
+
+void Run(Options options)
+{
+    if (options.results.empty())
+        options.results = (fs::path(options.folder) / "results.csv").string();
+    const Workbench::BatchPlan plan = Workbench::PlanBatch(options.captures);
+    Workbench::BatchInput input{.chain = Workbench::ChainFile(options.chain),
+                                .facts = With(options.facts),
+                                .reading = ReadingOf(options.reading),
+                                .whole = options.whole,
+                                .folder = options.folder,
+                                .picture = options.eyes ? PictureFor(options.folder) : nullptr,
+                                .threads = options.jobs};
+    input.chainChecksum = BatchChecksum(input);
+    RequireOutputsApart(options, input.chain, plan.jobs);
+    PrintNotes(plan.notes);
+    MakeFolder(options.folder);
+    const GrowingTable table(options.results);
+    Rows rows = RowsOf(options, table, input, plan.jobs);
+    table.Replace(rows.Table());
+    bool isInterrupted = false;
+    {
+        const InterruptionWatch watch;
+        RunMissing(input, plan.jobs, table, rows);
+        // In the order of the captures, whichever ended first.
+        table.Replace(rows.Table());
+        isInterrupted = InterruptionWatch::IsInterrupted();
+    }
+    const Summary summary = SummaryOf(rows);
+    PrintReport(options.json ? AsJson(summary, rows, options.results) : AsText(summary, rows, options.results));
+    PrintFailures(rows);
+    if (isInterrupted && summary.done + summary.failed < summary.captures) {
+        PrintNote(fmt::format("interrupted: {} of {} captures are done; --resume does the rest", summary.done,
+                              summary.captures));
+        EndInterrupted();
+    }
+    if (summary.failed > 0)
+        throw Workbench::DataFailure(fmt::format("{} of {} captures failed; {} says why, --resume tries them again",
+                                                 summary.failed, summary.captures, options.results));
+}
+
+}  // namespace
+
+void AddBatch(CLI::App& command)
+{
+    auto options = std::make_shared<Options>();
+    command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
+    command
+        .add_option("captures", options->captures,
+                    "Captures: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not")
+        ->required();
+    AddReadingOptions(command, options->reading);
+    AddFactOptions(command, options->facts);
+    command
+        .add_option("-o,--output", options->folder,
+                    "Folder for the filtered captures, NAME.npy for each; made when it is not there")
+        ->type_name("FOLDER")
+        ->required();
+    command
+        .add_option("--results", options->results, "Table with a row for each capture; left out: results.csv in FOLDER")
+        ->type_name("FILE.csv");
+    command.add_option("-j,--jobs", options->jobs, "Captures side by side; left out: as many as there are processors")
+        ->check(WholeRange(1, 1024));
+    command.add_flag("--eyes", options->eyes, "Draw the eye behind the chain into NAME.png for each capture");
+    command.add_flag("--whole", options->whole, "Write the ends of single shots too, which the filters have spoilt");
+    command.add_flag("--resume", options->resume,
+                     "Go on with the table: captures that are done with this chain stay as they are");
+    command.add_flag("--json", options->json, "Print the summary as JSON");
+    command.footer("A capture that fails is a row with its reason; the others go on, and the exit status is 1. ");
+    command.callback([options] { Run(*options); });
+}
+
+}  // namespace Tarnwick::App
