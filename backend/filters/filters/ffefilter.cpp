@@ -1,7 +1,6 @@
 #include "filters/filters/ffefilter.h"
 
 #include <algorithm>
-#include <cmath>
 #include <stdexcept>
 #include <utility>
 
@@ -14,7 +13,6 @@
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
 #include "framework/plumbing/trace.h"
-#include "maths/equalisers/ffesearch.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -46,11 +44,6 @@ TapGrid GridOf(const FFEFilterParameters& parameters, int samplesPerUi)
             parameters.numberOfTaps};
 }
 
-TapGrid SymbolSpaced(int samplesPerUi, int numberOfTaps)
-{
-    return {samplesPerUi, 1, numberOfTaps};
-}
-
 PhaseSettings PhaseSettingsOf(const FFEFilterParameters& parameters)
 {
     return {parameters.fitAtSamplingPhase, parameters.dfeTaps, parameters.ridge};
@@ -58,20 +51,19 @@ PhaseSettings PhaseSettingsOf(const FFEFilterParameters& parameters)
 
 void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfiguration& config, int length)
 {
-    PhaseSettingsOf(parameters).Require(kFilter, parameters.useTdecqEqualizer);
-    RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
-    const TapGrid grid = GridOf(parameters, parameters.samplesPerUi);
-    grid.Require(kFilter);
-    if (parameters.useManualTaps) {
-        RequireFiniteTaps(kFilter, parameters.taps);
-        if (parameters.quantizeTaps && parameters.numberOfTaps > 0)
-            (void)TapShares(kFilter, parameters.taps);
-    } else {
-        grid.RequireFit(kFilter, config.patternLengthUi, parameters.mainCursorPosition);
-    }
-    if (parameters.useTdecqEqualizer)
-        RequireTdecqTaps(kFilter, config, parameters.samplesPerUi, parameters.numberOfTaps,
-                         parameters.useManualTaps ? &parameters.taps : nullptr, length);
+    EqualiserSettings{GridOf(parameters, parameters.samplesPerUi),
+                      parameters.useManualTaps ? &parameters.taps : nullptr,
+                      parameters.quantizeTaps,
+                      parameters.mainCursorPosition,
+                      PhaseSettingsOf(parameters),
+                      parameters.useTdecqEqualizer}
+        .Require(kFilter, config, length);
+}
+
+std::vector<double> NormalisedTaps(const FFEFilterParameters& settings)
+{
+    return settings.quantizeTaps ? TapSteps(kFilter, settings.taps, settings.tapResolution)
+                                 : TapShares(kFilter, settings.taps);
 }
 
 }  // namespace
@@ -149,15 +141,6 @@ double* FFEFilter::GetOptimizedTaps(FFEFilterParameters* parameters)
     return NewArrayFrom<double>(NormalisedTaps(settings)).release();
 }
 
-std::vector<double> FFEFilter::NormalisedTaps(const FFEFilterParameters& settings)
-{
-    std::vector<double> shares = TapShares(kFilter, settings.taps);
-    if (settings.quantizeTaps)
-        for (double& tap : shares)
-            tap = std::round(tap * settings.tapResolution);
-    return shares;
-}
-
 void FFEFilter::ApplyTaps(FFEFilterParameters& settings, std::vector<double> taps)
 {
     settings.appliedTaps = std::move(taps);
@@ -184,7 +167,7 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
     grid.Require(kFilter);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
-        ReportFit(std::numeric_limits<double>::quiet_NaN());
+        ReportFit({});
     } else {
         PhaseSettingsOf(settings).Require(kFilter, false);
         const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
@@ -198,14 +181,13 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
                                own.useUserPattern,
                                own.patternSymbols,
                                settings.ignoredUi};
-        ApplyTaps(settings, settings.fitAtSamplingPhase
-                                ? GenerateAtSamplingPhase({search, own.mainCursorPosition, PhaseSettingsOf(settings)})
-                                : GenerateFFEAutomaticCoefficients(
-                                      {search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
+        ApplyTaps(
+            settings,
+            settings.fitAtSamplingPhase
+                ? ReportFit(FindTaps(kFilter, PhaseSearch{search, own.mainCursorPosition, PhaseSettingsOf(settings)}))
+                : GenerateFFEAutomaticCoefficients({search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
     }
-    std::vector<double> kernel =
-        Maths::SpacedTaps(settings.appliedTaps, static_cast<std::size_t>(settings.numberOfTaps),
-                          static_cast<std::size_t>(grid.Spacing()));
+    std::vector<double> kernel = grid.Kernel(settings.appliedTaps);
     TARNWICK_TRACE("GetFFEAutomaticCoefficients finished");
     return kernel;
 }
@@ -235,28 +217,19 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
 std::vector<double> FFEFilter::GenerateFFEAutomaticCoefficients(const LeastSquaresSearch& search)
 {
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients...");
-    Maths::TapSolution solution = FindTaps(kFilter, search);
-    ReportFit(solution.residual);
+    std::vector<double> taps = ReportFit(FindTaps(kFilter, search));
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients finished");
-    return std::move(solution.taps);
+    return taps;
 }
 
-std::vector<double> FFEFilter::GenerateAtSamplingPhase(const PhaseSearch& search)
+std::vector<double> FFEFilter::ReportFit(FittedTaps fit)
 {
-    Maths::PhaseFit fit = FindTaps(kFilter, search);
-    ReportFit(fit.residual);
-    conditionNumber = fit.condition;
-    samplingPhaseUi = static_cast<double>(fit.instant) / search.grid.samplesPerUi;
+    residualError = fit.residualError;
+    conditionNumber = fit.conditionNumber;
+    samplingPhaseUi = fit.samplingPhaseUi;
     fitConstant = fit.constant;
     feedbackTaps = std::move(fit.feedback);
     return std::move(fit.taps);
-}
-
-void FFEFilter::ReportFit(double residual)
-{
-    residualError = std::sqrt(residual);
-    conditionNumber = samplingPhaseUi = fitConstant = std::numeric_limits<double>::quiet_NaN();
-    feedbackTaps.clear();
 }
 
 double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, SignalData* signal)
@@ -274,6 +247,7 @@ std::vector<double> FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters& setti
     TARNWICK_TRACE("FFEFilter::GenerateTdecqEqualizer...");
     const std::span<const double> record = SamplesOf(kFilter, signal);
     DeviceConfiguration& config = *settings.GetConfig();
+    const TapGrid grid = TapGrid::SymbolSpaced(settings.samplesPerUi, settings.numberOfTaps);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
     } else {
@@ -282,17 +256,14 @@ std::vector<double> FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters& setti
         ApplyTaps(settings,
                   GenerateTDECQAutomaticCoefficients(
                       {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, searched)), record,
-                        config.patternLengthUi, SymbolSpaced(settings.samplesPerUi, settings.numberOfTaps),
-                        settings.signalCoding, settings.withoutGrayCoding, settings.useUserPattern,
-                        settings.patternSymbols, settings.ignoredUi},
+                        config.patternLengthUi, grid, settings.signalCoding, settings.withoutGrayCoding,
+                        settings.useUserPattern, settings.patternSymbols, settings.ignoredUi},
                        lowPass,
                        std::max(settings.mainCursorPosition, 0) - 1}));
     }
-    ReportFit(std::numeric_limits<double>::quiet_NaN());
+    ReportFit({});
 
-    std::vector<double> response =
-        WithUnitGain(kFilter, Maths::SpacedTaps(settings.appliedTaps, static_cast<std::size_t>(settings.numberOfTaps),
-                                                static_cast<std::size_t>(settings.samplesPerUi)));
+    std::vector<double> response = WithUnitGain(kFilter, grid.Kernel(settings.appliedTaps));
     const auto length = static_cast<std::int32_t>(response.size());
     auto published = NewArrayFrom<double>(response);
     response.resize(record.size(), 0.0);
@@ -312,8 +283,8 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
     const auto& own = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     const std::vector<double> taps = GenerateTDECQAutomaticCoefficients(
         {{ConfigurationOf(kFilter, own), ArrayOf(kFilter, "samples", samples, "sampleCount", sampleCount),
-          patternLengthUi, SymbolSpaced(samplesPerUi, numberOfTaps), signalCoding, withoutGrayCoding, useUserPattern,
-          patternSymbols, own.ignoredUi},
+          patternLengthUi, TapGrid::SymbolSpaced(samplesPerUi, numberOfTaps), signalCoding, withoutGrayCoding,
+          useUserPattern, patternSymbols, own.ignoredUi},
          ArrayOf(kFilter, "gaussianFilter", gaussianFilter, "gaussianFilterLength", gaussianFilterLength),
          mainCursorIndex});
     return NewArrayFrom<double>(taps).release();
@@ -381,8 +352,7 @@ double* FFEFilter::Apply(SignalData* signal)
         settings.ResetDirty();
     }
     const Repetitions cut(sampleCount, repetitions(settings.samplesPerUi));
-    const TapGrid grid = GridOf(settings, settings.samplesPerUi);
-    const auto taps = static_cast<std::size_t>(grid.Spacing()) * static_cast<std::size_t>(grid.numberOfTaps);
+    const std::size_t taps = GridOf(settings, settings.samplesPerUi).KernelLength();
     return ConvolveRepetitions(record, cut, KernelTaps(kFilter, taps), Convolver()).release();
 }
 

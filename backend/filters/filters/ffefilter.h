@@ -29,8 +29,8 @@
 
 namespace Tarnwick::DSO::Filters {
 
+struct FittedTaps;
 struct LeastSquaresSearch;
-struct PhaseSearch;
 struct TdecqSearch;
 
 class TARNWICK_FILTERS_API FFEFilterParameters : public SystemFramework::BaseFilterParameters {
@@ -169,15 +169,13 @@ public:
     std::vector<double> feedbackTaps;
 
 private:
-    static std::vector<double> NormalisedTaps(const FFEFilterParameters& settings);
-    void ReportFit(double residual);
+    std::vector<double> ReportFit(FittedTaps fit);
     static void ApplyTaps(FFEFilterParameters& settings, std::vector<double> taps);
     // The public members of the same names, on settings that are not the filter's own yet and on what is checked.
     std::vector<double> GetFFEAutomaticCoefficients(FFEFilterParameters& settings,
                                                     SystemFramework::BaseFilterParameters* searched,
                                                     const SystemFramework::SignalData* signal);
     std::vector<double> GenerateFFEAutomaticCoefficients(const LeastSquaresSearch& search);
-    std::vector<double> GenerateAtSamplingPhase(const PhaseSearch& search);
     std::vector<double> GenerateTdecqEqualizer(FFEFilterParameters& settings,
                                                SystemFramework::BaseFilterParameters* searched,
                                                const SystemFramework::SignalData* signal);

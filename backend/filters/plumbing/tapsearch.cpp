@@ -10,6 +10,8 @@
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/patternsymbols.h"
 #include "maths/convolution/circularconvolver.h"
+#include "maths/equalisers/ffesearch.h"
+#include "maths/equalisers/phasefit.h"
 #include "maths/equalisers/tdecq.h"
 #include "maths/patterns/codings.h"
 #include "maths/patterns/idealsignal.h"
@@ -92,7 +94,7 @@ bool IsConstant(std::span<const double> values)
 
 }  // namespace
 
-Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search)
+FittedTaps FindTaps(const char* filter, const LeastSquaresSearch& search)
 {
     const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = search.grid;
     RequirePositive(filter, "baudRateGBd", search.baudRateGBd, "a finite positive symbol rate");
@@ -123,7 +125,10 @@ Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search
                                      static_cast<std::size_t>(std::ceil(search.ignoredUi * period.SamplesPerUi()))});
     if (!solution)
         RefuseIndistinct(filter, numberOfTaps);
-    return *std::move(solution);
+    FittedTaps found;
+    found.taps = std::move(solution->taps);
+    found.residualError = std::sqrt(solution->residual);
+    return found;
 }
 
 void PhaseSettings::Require(const char* filter, bool useTdecqEqualizer) const
@@ -140,7 +145,7 @@ void PhaseSettings::Require(const char* filter, bool useTdecqEqualizer) const
         Refuse(filter, "ridge", ridge, "0 without fitAtSamplingPhase");
 }
 
-Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
+FittedTaps FindTaps(const char* filter, const PhaseSearch& search)
 {
     const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = search.grid;
     search.grid.Require(filter);
@@ -193,7 +198,9 @@ Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
     // The fit adds what a DFE takes off.
     for (double& tap : fit->feedback)
         tap = -tap;
-    return *std::move(fit);
+    return {std::move(fit->taps), std::sqrt(fit->residual),
+            fit->condition,       static_cast<double>(fit->instant) / samplesPerUi,
+            fit->constant,        std::move(fit->feedback)};
 }
 
 std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
@@ -251,9 +258,21 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
     return std::move(equaliser->taps);
 }
 
-void RequireTdecqTaps(const char* filter, const DeviceConfiguration& config, int samplesPerUi, int numberOfTaps,
-                      const std::vector<double>* manualTaps, int length)
+void EqualiserSettings::Require(const char* filter, const DeviceConfiguration& config, int length) const
 {
+    const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = grid;
+    phase.Require(filter, useTdecqEqualizer);
+    RequirePositive(filter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
+    grid.Require(filter);
+    if (!manualTaps) {
+        grid.RequireFit(filter, config.patternLengthUi, mainCursorPosition);
+    } else {
+        RequireFiniteTaps(filter, *manualTaps);
+        if (quantizeTaps && numberOfTaps > 0)
+            (void)TapShares(filter, *manualTaps);
+    }
+    if (!useTdecqEqualizer)
+        return;
     if (numberOfTaps < 1)
         Refuse(filter, "numberOfTaps", numberOfTaps, "at least 1 for the TDECQ equaliser");
     const double gain = manualTaps ? std::accumulate(manualTaps->begin(), manualTaps->end(), 0.0) : 1.0;
