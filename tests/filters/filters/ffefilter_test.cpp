@@ -11,6 +11,7 @@
 #include "filters/filters/dfefilter.h"
 #include "framework/dsp_helpers.h"
 #include "framework/gaussianfilter.h"
+#include "maths/responses/gaussian.h"
 #include "support/captures.h"
 #include "support/expectations.h"
 #include "support/filterrig.h"
@@ -481,6 +482,24 @@ TEST(FFEFilterIgnoredEnds, DecideNothing)
         }
         EXPECT_TRUE(AreNear(taps[1], taps[0], 1e-9));
     }
+
+    // Behind the low-pass too, which may as well have been there before.
+    const auto taken = static_cast<int>(capture.size());
+    const double sampleRate = 8.0 * config.baudRateGBd;
+    const auto behind = Maths::GaussianLowPass(capture, sampleRate, 15.0);
+    auto lowPass = Maths::GaussianTaps(capture.size(), sampleRate, 15.0);
+    std::vector<double> identity(capture.size());
+    identity.front() = 1.0;
+    Equaliser tdecq(config);
+    tdecq.parameters.ignoredUi = 8;
+    const auto tapsBehind = [&](std::vector<double> record, std::vector<double>& filter) {
+        return Take(
+            tdecq.filter->GenerateTDECQAutomaticCoefficients(record.data(), taken, filter.data(), taken, symbols, 400,
+                                                             8, 5, true, true, SIGNAL_CODING_PAM4, 1),
+            5);
+    };
+    EXPECT_TRUE(AreNear(tapsBehind(capture, lowPass), tapsBehind(behind, identity), 1e-3));
+    EXPECT_FALSE(AreNear(tapsBehind(capture, identity), tapsBehind(behind, identity), 1e-3));
 }
 
 // The first 511 symbols of PRBS13Q: the taps are those of least TDECQ for the capture behind 80 GHz, and the largest is at

@@ -119,14 +119,21 @@ TEST(FfeTaps, AreThoseOfTheMatricesOfSamples)
     }
 }
 
+// Cosines of equal height over 256 samples.
+std::vector<double> Harmonics(int count)
+{
+    std::vector<double> values(256);
+    for (std::size_t k = 0; k < values.size(); ++k)
+        for (int harmonic = 1; harmonic <= count; ++harmonic)
+            values[k] += std::cos(2.0 * std::numbers::pi * harmonic * static_cast<double>(k) / 256.0);
+    return values;
+}
+
 // Ten harmonics over 256 samples and taps a sample apart: the smallest pivot is 6e-9 of the largest, and the taps can still
 // be told apart. Rounding is magnified by its inverse.
 TEST(FfeTaps, AreFoundWhereTheCaptureIsSmooth)
 {
-    std::vector<double> capture(256);
-    for (std::size_t k = 0; k < capture.size(); ++k)
-        for (int harmonic = 1; harmonic <= 10; ++harmonic)
-            capture[k] += std::cos(2.0 * std::numbers::pi * harmonic * static_cast<double>(k) / 256.0);
+    const std::vector<double> capture = Harmonics(10);
     const std::vector<double> taps = {0.1, -0.3, 1.0, 0.2, -0.1};
     const std::vector<int> delays = {0, 1, 2, 3, 4};
     std::vector<double> reference(capture.size());
@@ -147,6 +154,11 @@ TEST(FfeTaps, AreNoneWhenTheCaptureCannotTellThemApart)
     EXPECT_FALSE(SolveTaps(noise, noise, std::vector<int>{0, 8, 8}, one));
     EXPECT_FALSE(SolveTaps(noise, noise, std::vector<int>{0, 64}, one));
     EXPECT_FALSE(SolveTaps(Constant(std::numeric_limits<double>::quiet_NaN(), 64), noise, std::vector<int>{0, 8}, one));
+    // A harmonic tells two taps apart. What is left of the pivot of one more is rounding, of either sign.
+    for (int taps = 3; taps <= 17; taps += 2) {
+        const auto capture = Harmonics(taps / 2);
+        EXPECT_FALSE(SolveTaps(capture, capture, TapDelays(taps, 256 / taps, 1), one)) << taps << " taps";
+    }
 }
 
 }  // namespace
