@@ -36,7 +36,8 @@ void Refresh(FFEFilterParameters& parameters, const DeviceConfiguration& config)
     parameters.samplesPerUi = samplesPerUi;
 }
 
-// The TDECQ equaliser is symbol-spaced, whatever tapsPerUi says; where that is no spacing at all, so is what Apply reads.
+// The TDECQ equaliser is symbol-spaced whatever tapsPerUi says. How much of its kernel Apply reads follows from tapsPerUi all
+// the same, unless that is not a spacing.
 TapGrid GridOf(const FFEFilterParameters& parameters, int samplesPerUi)
 {
     const bool isSpacing = parameters.tapsPerUi >= 1 && parameters.tapsPerUi <= samplesPerUi;
@@ -159,7 +160,7 @@ double* FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters* parameters, 
 }
 
 std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& settings,
-                                                           SystemFramework::BaseFilterParameters* searched,
+                                                           SystemFramework::BaseFilterParameters* owner,
                                                            const SignalData* signal)
 {
     TARNWICK_TRACE("GetFFEAutomaticCoefficients...");
@@ -171,7 +172,7 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
     } else {
         PhaseSettingsOf(settings).Require(kFilter, false);
         const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-        const auto& own = ParametersOf<FFEFilterParameters>(kFilter, searched);
+        const auto& own = ParametersOf<FFEFilterParameters>(kFilter, owner);
         const TapSearch search{ConfigurationOf(kFilter, own),
                                SamplesOf(kFilter, signal),
                                config.patternLengthUi,
@@ -241,7 +242,7 @@ double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, Signa
 }
 
 std::vector<double> FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters& settings,
-                                                      SystemFramework::BaseFilterParameters* searched,
+                                                      SystemFramework::BaseFilterParameters* owner,
                                                       const SignalData* signal)
 {
     TARNWICK_TRACE("FFEFilter::GenerateTdecqEqualizer...");
@@ -253,13 +254,12 @@ std::vector<double> FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters& setti
     } else {
         const auto lowPass = ArrayOf(kFilter, "gaussianFilter", settings.gaussianFilter, "gaussianFilterLength",
                                      settings.gaussianFilterLength);
-        ApplyTaps(settings,
-                  GenerateTDECQAutomaticCoefficients(
-                      {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, searched)), record,
-                        config.patternLengthUi, grid, settings.signalCoding, settings.withoutGrayCoding,
-                        settings.useUserPattern, settings.patternSymbols, settings.ignoredUi},
-                       lowPass,
-                       std::max(settings.mainCursorPosition, 0) - 1}));
+        ApplyTaps(settings, GenerateTDECQAutomaticCoefficients(
+                                {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, owner)), record,
+                                  config.patternLengthUi, grid, settings.signalCoding, settings.withoutGrayCoding,
+                                  settings.useUserPattern, settings.patternSymbols, settings.ignoredUi},
+                                 lowPass,
+                                 std::max(settings.mainCursorPosition, 0) - 1}));
     }
     ReportFit({});
 

@@ -52,7 +52,7 @@ SymbolLevels LevelsOf(const char* filter, const TapSearch& search, const std::st
     return SystemFramework::LevelsOfSymbols(filter, "symbols", symbols, coding, SymbolMapOf(withoutGrayCoding));
 }
 
-// The levels that the least-squares fits go by.
+// The levels that the least-squares fits are made to.
 SymbolLevels SentLevels(const char* filter, const TapSearch& search, const PatternPeriod& period)
 {
     const bool isPam4 = search.signalCoding == SIGNAL_CODING_PAM4 || search.signalCoding == SIGNAL_CODING_PAM4_PRECODED;
@@ -77,7 +77,7 @@ std::size_t RecordUi(const TapSearch& search, const PatternPeriod& period)
            "as many taps as the capture can tell apart: it is constant, not finite, or its pattern too simple");
 }
 
-// The record with the value beside them in place of its ends, so that a filter meets neither them nor a step.
+// The record with its ends replaced by the values next to them, so that a filter meets neither the ends nor a step.
 std::vector<double> WithHeldEnds(std::span<const double> record, std::size_t ends)
 {
     std::vector<double> held(record.begin(), record.end());
@@ -233,14 +233,14 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
 
     const std::string symbols =
         search.useUserPattern ? search.patternSymbols : DetectedSymbols(filter, search, filtered, period);
-    // The equaliser is one for PAM4: where the coding is not told, the symbols are still numbered as those of PAM4 are.
+    // The equaliser is one for PAM4: where the coding is not given, the symbols are still numbered as those of PAM4 are.
     const E_SIGNAL_CODING coding =
         Maths::FindCoding(search.signalCoding) == nullptr ? SIGNAL_CODING_PAM4 : search.signalCoding;
     const auto levels = LevelsOf(filter, search, symbols, coding, search.withoutGrayCoding).levels;
     const auto spacing = static_cast<std::size_t>(samplesPerUi);
     const std::size_t ends = ignoredUi * spacing;
     if (ends > 0) {
-        // The low-pass is not over within a few UI: where it ends at half the sample rate it rings on as 1/n.
+        // The low-pass reaches over more than a few UI: cut off at half the sample rate, it rings on as 1/n.
         lowPass.Convolve(WithHeldEnds(record, ends), filtered, work);
     }
     const std::vector<double> capture = Maths::WithoutMean(filtered, ends);
