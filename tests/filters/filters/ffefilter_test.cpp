@@ -460,20 +460,26 @@ TEST(FFEFilterIgnoredEnds, DecideNothing)
     const struct {
         const char* label;
         Set set;
+        double samplesPerUi = 8.0;
     } cases[] = {{"whole waveform", Automatic(5)},
                  {"whole waveform, fixed cursor", Automatic(5, 2)},
+                 {"part of a sample", Automatic(5), 8.0025},
                  {"at the phase", AtPhase(7, 2)},
                  {"with feedback", AtPhase(4, 1, 3)},
                  {"TDECQ", [](auto& p) {
                       Automatic(5)(p);
                       p.useTdecqEqualizer = true;
                   }}};
-    for (const auto& [label, set] : cases) {
+    for (const auto& [label, set, samplesPerUi] : cases) {
         SCOPED_TRACE(label);
+        config.useFractionalSampling = samplesPerUi != 8.0;
+        config.uiDuration = samplesPerUi;
+        config.sampleSpacing = 1.0;
         std::vector<std::vector<double>> taps;
         for (const double size : {0.0, 5.0}) {
             std::vector<double> record = capture;
-            for (std::size_t k = 0; k < 64; ++k)
+            record.resize(static_cast<std::size_t>(400.0 * samplesPerUi));
+            for (std::size_t k = 0; k < static_cast<std::size_t>(std::ceil(8.0 * samplesPerUi)); ++k)
                 record[k] = record[record.size() - 1 - k] = size * std::sin(static_cast<double>(k * k));
             Equaliser equaliser(config, set);
             equaliser.parameters.ignoredUi = 8;
@@ -482,6 +488,8 @@ TEST(FFEFilterIgnoredEnds, DecideNothing)
         }
         EXPECT_TRUE(AreNear(taps[1], taps[0], 1e-9));
     }
+
+    config.useFractionalSampling = false;
 
     // Behind the low-pass too, which may as well have been there before.
     const auto taken = static_cast<int>(capture.size());
