@@ -269,10 +269,12 @@ TEST(DfePrepare, ResizesManualTapsAndLeavesTheDelay)
     }
 }
 
+// However short its pattern is.
 TEST(DfeApply, PassesTheRecordWithoutTaps)
 {
     const auto samples = RandomValues(1021, 1);
-    EXPECT_TRUE(HaveSameBits(Equaliser(Configuration(8, 127), 0).Apply(samples), samples));
+    for (const DeviceConfiguration& config : {Configuration(8, 127), Configuration(1, 1)})
+        EXPECT_TRUE(HaveSameBits(Equaliser(config, 0).Apply(samples), samples)) << config.patternLengthUi;
 }
 
 // Each repetition as if it were alone, with the taps of the first; what follows the last one continues it.
