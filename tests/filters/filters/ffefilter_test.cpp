@@ -122,7 +122,7 @@ TEST(FFEFilterManualTaps, StandAtTheirSpacing)
         std::size_t numberOfTaps;
         int tapsPerUi;
         std::size_t spacing;
-    } cases[] = {{{1, 2, 3}, 3, 1, 8}, {{1, 2, 3}, 3, 3, 2}, {{1}, 3, 1, 8}, {{1, 2, 3}, 2, 1, 8}};
+    } cases[] = {{{1, 2, 3}, 3, 1, 8}, {{1, 2, 3}, 3, 3, 2}, {{1}, 3, 1, 8}, {{1, 2, 3}, 2, 1, 8}, {{0, 0}, 2, 1, 8}};
     const auto record = RandomValues(3 * 512 + 2, 9);
     for (const auto& [taps, numberOfTaps, tapsPerUi, spacing] : cases) {
         SCOPED_TRACE(testing::PrintToString(taps) + ", " + std::to_string(tapsPerUi) + " a UI");
