@@ -98,4 +98,18 @@ Waveform ReadCapture(const CaptureOptions& options)
     return capture;
 }
 
+Waveform ReadCaptureToLock(const CaptureOptions& options, Progress& progress)
+{
+    progress.Begin("read");
+    Waveform capture = ReadCapture(options);
+    progress.Begin("lock");
+    return capture;
+}
+
+DSO::Workbench::LockedCapture ReadLocked(const CaptureOptions& options, const DSO::Workbench::CaptureFacts& facts,
+                                         Progress& progress)
+{
+    return Lock(ReadCaptureToLock(options, progress), facts, NameOf(options));
+}
+
 }  // namespace Tarnwick::App

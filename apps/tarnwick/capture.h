@@ -6,7 +6,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "progress.h"
 #include "workbench/captures.h"
+#include "workbench/lock.h"
 #include "workbench/waveform.h"
 
 namespace Tarnwick::App {
@@ -49,5 +51,13 @@ DSO::Workbench::WaveformOptions ReadingOf(const CaptureOptions& options);
 /// The capture that the options name; notes go to stderr.
 /// @throws UsageFailure  both captures are standard input
 DSO::Workbench::Waveform ReadCapture(const CaptureOptions& options);
+
+/// The same, shown as a step "read" with the step "lock" begun behind it.
+DSO::Workbench::Waveform ReadCaptureToLock(const CaptureOptions& options, Progress& progress);
+
+/// The capture that the options name, locked, in the steps "read" and "lock".
+/// @throws UsageFailure  as ReadCapture
+DSO::Workbench::LockedCapture ReadLocked(const CaptureOptions& options, const DSO::Workbench::CaptureFacts& facts,
+                                         Progress& progress);
 
 }  // namespace Tarnwick::App

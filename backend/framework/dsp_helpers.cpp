@@ -78,12 +78,12 @@ void DSP_Helpers::GenerateTdecqEqualizerCoefficients(double* capture, int captur
     const auto symbols = Maths::LocateReference({capture, length}, {reference, length}, spacing);
     if (!symbols)
         Refuse(operation, "number of levels in the reference", "outside its range", "2 to 4");
-    const auto found = Maths::FindReferenceEqualizer(
+    const auto equaliser = Maths::FindReferenceEqualizer(
         {capture, length}, *symbols, spacing, static_cast<std::size_t>(numberOfTaps),
         mainCursorIndex < 0 ? std::nullopt : std::optional(static_cast<std::size_t>(mainCursorIndex)));
-    if (!found)
+    if (!equaliser)
         Refuse(operation, "mainCursorIndex", mainCursorIndex, "an index at which the capture allows the largest tap");
-    std::copy(found->taps.begin(), found->taps.end(), taps);
+    std::copy(equaliser->taps.begin(), equaliser->taps.end(), taps);
 }
 
 double* DSP_Helpers::Normalize(const double* a, int n)

@@ -20,7 +20,6 @@
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/plumbing/checksum.h"
 #include "workbench/plumbing/csvtable.h"
-#include "workbench/plumbing/stageplans.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/plumbing/workers.h"
 #include "workbench/ranking.h"
@@ -216,12 +215,7 @@ BatchPlan PlanBatch(const std::vector<std::string>& captures)
 
 std::uint64_t BatchChecksum(const BatchInput& input)
 {
-    DeviceConfiguration config;
-    bool channels[4] = {};
-    config.oeChannel = channels;
-    ReadChainDevice(input.chain, 0, config);
-    config.useFractionalSampling = false;  // what that asks of the device may be found in the capture
-    (void)PlanStages(input.chain, config);
+    CheckChain(input.chain);
     Checksum sum;
     sum.Add(input.chain.Text());
     for (const std::string& file : FilesOf(WithoutDisabledFilters(input.chain)))

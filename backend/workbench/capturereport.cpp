@@ -58,7 +58,7 @@ CaptureContent FindContent(const Waveform& capture, const CaptureFacts& facts, c
     try {
         content.acquisition = Lock(capture, facts, name).report;
     } catch (const DataFailure& failure) {
-        // Of what is no number the statistics are none either.
+        // Samples that are not finite have no statistics either.
         if (!std::all_of(capture.samples.begin(), capture.samples.end(),
                          [](double sample) { return std::isfinite(sample); }))
             throw;

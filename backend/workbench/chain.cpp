@@ -132,6 +132,7 @@ void CheckChain(const ChainFile& file)
     bool oeChannels[4] = {};
     config.oeChannel = oeChannels;
     ReadChainDevice(file, 0, config);
+    config.useFractionalSampling = false;  // what that asks of the device may be found in the capture
     (void)PlanStages(file, config);
 }
 

@@ -26,7 +26,7 @@ struct ChainJson;
 /// The JSON text of a chain file, parsed but not yet understood. Copies share what was parsed.
 class TARNWICK_WORKBENCH_API ChainFile {
 public:
-    /// @throws UsageFailure  naming the file: it cannot be read, is no JSON, or nests more than 32 deep
+    /// @throws UsageFailure  naming the file: it cannot be read, is not JSON, or nests more than 32 deep
     explicit ChainFile(const std::filesystem::path& path);
     /// The same from a text.
     /// @param name  stands for the file in messages; files that the chain names are looked for beside it

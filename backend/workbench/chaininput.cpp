@@ -24,8 +24,8 @@ using nlohmann::json;
 namespace {
 
 // What a file says by itself; sizes that follow from a record stay open.
-struct GivenDevice {
-    explicit GivenDevice(const ChainFile& file)
+struct ChainDevice {
+    explicit ChainDevice(const ChainFile& file)
     {
         config.oeChannel = oeChannels;
         ReadChainDevice(file, 0, config);
@@ -40,7 +40,7 @@ struct GivenDevice {
     AcquisitionKeys acquisition;
 };
 
-bool KeepsFractionalSampling(const GivenDevice& device)
+bool KeepsFractionalSampling(const ChainDevice& device)
 {
     const double samplesPerUi = SamplesPerUiOf(device.config);
     return !device.acquisition.resample && samplesPerUi != std::round(samplesPerUi);
@@ -57,11 +57,11 @@ bool LeavesEchoes(const json& chain)
 
 // The file with the record's device: what it leaves out comes from what was found; samples per UI, and of a single shot the
 // pattern, are those of the record.
-ChainFile Completed(const ChainFile& file, const GivenDevice& given, const LockedCapture& capture)
+ChainFile WithDeviceOf(const ChainFile& file, const ChainDevice& asWritten, const LockedCapture& capture)
 {
     const LockReport& report = capture.report;
     const bool isSingleShot = report.mode == RecordKind::SingleShot;
-    json device = given.keys;
+    json device = asWritten.keys;
     for (const char* const key : {"useFractionalSampling", "uiDuration", "sampleSpacing"})
         device.erase(key);
     // Sizes of a pattern that the record does not hold would only be in the way.
@@ -71,13 +71,13 @@ ChainFile Completed(const ChainFile& file, const GivenDevice& given, const Locke
     if (isSingleShot)
         for (const char* const key : {"patternLengthUi", "patternSymbols", "useUserPattern"})
             device.erase(key);
-    const json found = LockedDevice(capture, given.config.withoutGrayCoding);
-    for (const auto& [key, value] : found.items())
+    const json locked = LockedDevice(capture, asWritten.config.withoutGrayCoding);
+    for (const auto& [key, value] : locked.items())
         if (!device.contains(key) || key == "samplesPerUi")
             device[key] = value;
     // A filter that looks for the symbols by itself takes a single shot for a period, and what an equaliser has left to the
     // one behind it for the line.
-    const bool areKnown = isSingleShot || !given.keys.contains("patternSymbols") || LeavesEchoes(JsonOf(file));
+    const bool areKnown = isSingleShot || !asWritten.keys.contains("patternSymbols") || LeavesEchoes(JsonOf(file));
     if (areKnown && device.contains("patternSymbols") && !device.contains("useUserPattern"))
         device["useUserPattern"] = true;
     json content = JsonOf(file);
@@ -104,7 +104,7 @@ ChainInput AsRead(const ChainFile& file, const Waveform& capture, const std::str
     return input;
 }
 
-CaptureFacts FactsOf(const GivenDevice& device, CaptureFacts given)
+CaptureFacts FactsOf(const ChainDevice& device, CaptureFacts given)
 {
     const DeviceConfiguration& config = device.config;
     if (given.symbolRateGBd == 0.0 && device.keys.contains("baudRateGBd"))
@@ -131,12 +131,12 @@ CaptureFacts FactsOf(const GivenDevice& device, CaptureFacts given)
 
 CaptureFacts FactsOf(const ChainFile& file, CaptureFacts given)
 {
-    return FactsOf(GivenDevice(file), std::move(given));
+    return FactsOf(ChainDevice(file), std::move(given));
 }
 
 ChainInput InputFor(const ChainFile& file, const Waveform& capture, const CaptureFacts& given, const std::string& name)
 {
-    const GivenDevice device(file);
+    const ChainDevice device(file);
     if (KeepsFractionalSampling(device))
         return AsRead(file, capture, name);
     LockedCapture locked;
@@ -149,7 +149,7 @@ ChainInput InputFor(const ChainFile& file, const Waveform& capture, const Captur
         input.notes.insert(input.notes.begin(), std::string(failure.what()) + "; it is filtered as it was read");
         return input;
     }
-    ChainInput input{Completed(file, device, locked)};
+    ChainInput input{WithDeviceOf(file, device, locked)};
     input.interval = locked.interval;
     input.start = locked.start;
     input.eyes = EyeSettingsOf(locked);

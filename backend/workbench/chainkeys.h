@@ -29,7 +29,7 @@ struct ChainKeyGroup {
 /// The device, what every filter takes, then a group a filter type.
 TARNWICK_WORKBENCH_API std::vector<ChainKeyGroup> ChainKeys();
 
-/// The keys of a filter that name files. Empty for what is no filter's type, too.
+/// The keys of a filter that name files. Empty also for a type that no filter has.
 TARNWICK_WORKBENCH_API std::vector<std::string> FileKeysOf(const std::string& type);
 
 /// The keys as text for a terminal, as tables of a Markdown document, as JSON, and as a fuzzer's dictionary.

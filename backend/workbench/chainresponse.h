@@ -61,7 +61,7 @@ struct TARNWICK_WORKBENCH_API ChainResponse {
 /// Runs a unit impulse in the record's first repetition through every filter, and through all of them; the responses are
 /// those of that repetition. The filters themselves are the only source: none of their formulas is used.
 /// @param symbolRate  [Hz]
-/// @param begin       is told each filter's type, then "whole", before it runs; may be empty
+/// @param begin       called with each filter's type, then "whole", before it runs; may be empty
 /// @throws UsageFailure  a filter refuses its settings
 /// @throws DataFailure   a filter refuses the record or its files
 TARNWICK_WORKBENCH_API ChainResponse MeasureResponse(Chain& chain, const ImpulseRecord& record, double symbolRate,

@@ -16,7 +16,7 @@ TARNWICK_WORKBENCH_API std::string FixtureAsText(const FixtureFile& file, const 
                                                  std::span<const double> frequencies = {});
 
 /// The same as JSON, indented by two, with up to 10000 differences.
-/// @param normalised  name of the file that was written anew; empty: none
+/// @param normalised  name of the rewritten file; empty: none
 TARNWICK_WORKBENCH_API std::string FixtureAsJson(const FixtureFile& file, const std::string& name,
                                                  const std::string& normalised = "",
                                                  std::span<const double> frequencies = {});

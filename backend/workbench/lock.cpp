@@ -144,7 +144,7 @@ void CheckRate(std::span<const double> samples, double given, State& state)
         return;
     const double ui = static_cast<double>(samples.size()) / given;
     const double slip = std::abs(static_cast<double>(samples.size()) / found.clock.samplesPerUi - ui);
-    // What a short record cannot tell from the whole number that it was told.
+    // A short record cannot tell its rate from the whole number that was given.
     const auto whole = Maths::WholeSamplesPerUi(found.clock.samplesPerUi, samples.size());
     if (slip > kRateToleranceUi && !(whole && static_cast<double>(*whole) == given))
         state.Warn(fmt::format(
@@ -325,7 +325,7 @@ bool GivenPeriodHolds(std::size_t period, State& state)
                         state.name, period, 100.0 * agreement, 100.0 * Maths::kLeastAgreement));
         return false;
     }
-    // Decided anew as one period, whose ends are neighbours.
+    // Decided again as one period, whose ends are neighbours.
     const auto record = std::span<const double>(state.locked.samples).first(period * state.samplesPerUi);
     const Maths::CodingDecision circular =
         Maths::DecideCoding(record, state.samplesPerUi, Maths::Wrapping::Circular, state.decision.coding);

@@ -45,7 +45,7 @@ struct ClockSpectrum {
     double first = 0.0;           ///< [cycles a sample] of the capture
     double spacing = 0.0;         ///< [cycles a sample]
     double line = 0.0;            ///< [cycles a sample] the clock's
-    double leastDb = 0.0;         ///< [dB] a line that stands out less is no clock
+    double leastDb = 0.0;         ///< [dB] a weaker line is not taken for the clock
     std::vector<double> scoreDb;  ///< [dB] about the median of the neighbourhood; empty: too short to look for a clock
 };
 

@@ -103,8 +103,8 @@ public:
 private:
     json With(const char* type, const json& settings) const
     {
-        const auto kept = templates_.find(type);
-        json filter = kept == templates_.end() ? json{{"type", type}} : kept->second;
+        const auto row = templates_.find(type);
+        json filter = row == templates_.end() ? json{{"type", type}} : row->second;
         for (const char* const key : {"enabled", "taps", "useManualTaps", "useTdecqEqualizer", "samplingDelayPs"})
             filter.erase(key);
         filter.update(settings);
@@ -200,8 +200,8 @@ private:
         const auto key = std::pair(point.ctle, point.gain);
         {
             const std::lock_guard lock(mutex_);
-            if (const auto kept = beforeFfe_.find(key); kept != beforeFfe_.end())
-                return kept->second;
+            if (const auto cached = beforeFfe_.find(key); cached != beforeFfe_.end())
+                return cached->second;
         }
         EqualiserPoint linear = point;
         linear.ffeTaps = 0;
@@ -342,14 +342,14 @@ private:
             },
             isStopped);
         // A search that was stopped keeps what has ended.
-        std::size_t kept = first;
+        std::size_t ended = first;
         for (std::size_t k = 0; k < isDone.size(); ++k)
             if (isDone[k] != 0)
-                std::swap(result_.trials[kept++], result_.trials[first + k]);
-        result_.trials.resize(kept);
+                std::swap(result_.trials[ended++], result_.trials[first + k]);
+        result_.trials.resize(ended);
         if (result_.trials.empty())
             return;
-        for (std::size_t k = first; k < kept; ++k)
+        for (std::size_t k = first; k < ended; ++k)
             if (result_.trials[k].figure > Best().figure)
                 result_.best = k;
         for (Bench& bench : benches_)

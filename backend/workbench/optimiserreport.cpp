@@ -43,7 +43,7 @@ ordered_json PointOf(const EqualiserPoint& point)
             {"dfeTaps", point.dfeTaps}};
 }
 
-// Throws json::exception for what is no trial.
+// Throws json::exception for anything but a trial.
 EqualiserTrial TrialOf(const json& row)
 {
     const json& ctle = row.at("ctle");

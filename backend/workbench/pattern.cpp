@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <iterator>
 
 #include <fmt/format.h>
 
 #include "maths/patterns/codings.h"
 #include "maths/patterns/prbs.h"
 #include "workbench/failure.h"
+#include "workbench/plumbing/fields.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -19,11 +19,7 @@ int LevelCount(E_SIGNAL_CODING coding)
 
 std::vector<std::string> CodingNames()
 {
-    std::vector<std::string> names;
-    names.reserve(std::size(Maths::kCodings));
-    for (const Maths::Coding& row : Maths::kCodings)
-        names.emplace_back(row.name);
-    return names;
+    return NamesOf(Maths::kCodings);
 }
 
 E_SIGNAL_CODING CodingOf(std::string_view name)

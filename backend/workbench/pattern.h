@@ -28,7 +28,7 @@ TARNWICK_WORKBENCH_API E_SIGNAL_CODING CodingOf(std::string_view name);
 TARNWICK_WORKBENCH_API std::string PrbsSymbols(int order, E_SIGNAL_CODING coding, std::size_t count = 0);
 
 /// Level indices (0 the lowest) of a pattern's text. PAM4 with Gray coding: '0', '1', '3', '2' from lowest to highest.
-/// @throws UsageFailure  a character that is no symbol of the coding, named with its position
+/// @throws UsageFailure  a character that is not a symbol of the coding, named with its position
 TARNWICK_WORKBENCH_API std::vector<int> LevelsOf(std::string_view symbols, E_SIGNAL_CODING coding,
                                                  bool withoutGrayCoding);
 

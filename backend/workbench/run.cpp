@@ -181,7 +181,7 @@ double PassStage(Stage& stage, PassingRecord& record, const Chain& chain, const 
                             capture, stage.place, byUi, record.reachUi, uiCount));
     };
     if (hasEnds && stage.spanUi > 0) {
-        // At least one, which says that the record has ends; a fit leaves out the reach of its own taps beside.
+        // At least one, which says that the record has ends; a fit leaves out the reach of its own taps as well.
         if (stage.ignoredUi != nullptr)
             *stage.ignoredUi =
                 std::max({*stage.ignoredUi, static_cast<std::int32_t>(std::max(record.reachUi, record.endsUi)), 1});

@@ -81,7 +81,7 @@ struct ChainResult {
 /// @param eyes    what the eyes are measured with; with the bathtub it is measured in front of and behind the chain,
 ///                with pulse responses these are in front of and behind each stage that has taps
 /// @param name    the capture's, for messages
-/// @param begin   is told the name of each stage before it runs, "capture" first; may be empty
+/// @param begin   called with the name of each stage before it runs, "capture" first; may be empty
 /// @throws UsageFailure  @throws DataFailure  as PassStage
 TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSettings& eyes,
                                             const std::string& name,

@@ -41,13 +41,14 @@ std::optional<ReferenceEqualiser> FindReferenceEqualiser(std::span<const double>
     const auto symbols = Maths::LocatePattern(samples, eyes.pattern, samplesPerUi, ignoredUi);
     if (!symbols)
         return std::nullopt;
-    auto found = Maths::FindReferenceEqualizer(samples, *symbols, samplesPerUi, static_cast<std::size_t>(numberOfTaps),
-                                               std::nullopt, ignoredUi);
-    if (!found)
+    auto equaliser = Maths::FindReferenceEqualizer(samples, *symbols, samplesPerUi,
+                                                   static_cast<std::size_t>(numberOfTaps), std::nullopt, ignoredUi);
+    if (!equaliser)
         return std::nullopt;
-    const Maths::EyeClosure& closure = found->closure;
-    return ReferenceEqualiser{std::move(found->taps), found->cursor,    closure.closed, closure.tdecqDb, closure.oma,
-                              closure.sigma,          closure.noiseGain};
+    const Maths::EyeClosure& closure = equaliser->closure;
+    return ReferenceEqualiser{
+        std::move(equaliser->taps), equaliser->cursor, closure.closed, closure.tdecqDb, closure.oma, closure.sigma,
+        closure.noiseGain};
 }
 
 std::optional<double> TdecqDbOf(std::span<const double> samples, const EyeSettings& eyes)

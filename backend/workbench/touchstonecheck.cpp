@@ -8,6 +8,7 @@
 #include "maths/touchstone/touchstone.h"
 #include "maths/touchstone/touchstoneplain.h"
 #include "workbench/plumbing/text.h"
+#include "workbench/plumbing/touchstonenames.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -21,22 +22,6 @@ namespace {
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kRecordTokens = 9;
 
-// What the end of the name says in any case; nothing for a file whose ports have no one transmission.
-std::optional<FileKind> PlainKindOf(std::string_view fileName)
-{
-    const std::size_t dot = fileName.rfind('.');
-    const std::string end = Maths::UpperCase(dot == std::string_view::npos ? "" : fileName.substr(dot));
-    if (end == ".S21")
-        return FileKind::Table;
-    const bool saysPorts = end.size() > 3 && end[1] == 'S' && end.back() == 'P' &&
-                           end.find_first_not_of("0123456789", 2) == end.size() - 1;
-    if (!saysPorts || end == ".S2P")
-        return FileKind::TwoPort;
-    if (end == ".S1P")
-        return FileKind::OnePort;
-    return end == ".S4P" ? std::optional(FileKind::FourPort) : std::nullopt;
-}
-
 const char* NameOf(FileKind kind)
 {
     switch (kind) {
@@ -48,21 +33,11 @@ const char* NameOf(FileKind kind)
     return "four-port file";
 }
 
-std::string NameOf(Maths::PairFormat format)
-{
-    switch (format) {
-        case Maths::PairFormat::Decibel: return "DB";
-        case Maths::PairFormat::Magnitude: return "MA";
-        case Maths::PairFormat::RealImaginary: break;
-    }
-    return "RI";
-}
-
 std::string NameOf(double unit)
 {
     if (unit < 0.0)
         return "-1 Hz";
-    return unit == 1e9 ? "GHz" : unit == 1e6 ? "MHz" : unit == 1e3 ? "kHz" : "Hz";
+    return UnitName(unit);
 }
 
 std::string TokenText(std::string_view line, FileKind kind, std::size_t token)
@@ -79,7 +54,7 @@ public:
     Comparison(const std::string& fileName, PortOrderS4P portOrder)
         : fileName_(fileName),
           kind_(Maths::KindOf(fileName)),
-          plainKind_(PlainKindOf(fileName)),
+          plainKind_(MeantKind(fileName)),
           reader_(kind_, Maths::PairsOf(portOrder)),
           plain_(plainKind_.value_or(FileKind::TwoPort), Maths::PairsOf(portOrder)),
           plainTable_(FileKind::Table, Maths::PairsOf(portOrder))
@@ -102,7 +77,7 @@ public:
             TakePlainRow(line, failure.has_value());
         else if (report_.plainFailure.empty())
             TakePlainLine(line, before, failure && failure->reason == LineFailure::Reason::TooFewTokens);
-        // A line with another reason does not need this one, but that the file is refused is always told.
+        // A line with another difference does not need this one too, but that the file is refused is always reported.
         if (failure && (report_.readFailure.empty() || report_.differences.size() == told))
             NoteFailure(line, *failure);
     }
@@ -219,7 +194,7 @@ private:
                      ": the unit is looked for here alone");
         if (reader_.Format() != format)
             Note(number_, 4,
-                 "pairs are read as " + NameOf(reader_.Format()) + ", not as " + NameOf(format) +
+                 "pairs are read as " + FormatName(reader_.Format()) + ", not as " + FormatName(format) +
                      ": the format is looked for here alone");
         if (parameter != 'S')
             Note(number_, 0, fmt::format("parameters {} are read as S-parameters", parameter));

@@ -1,4 +1,4 @@
-// S-parameter files written anew, so that the de-embedding filter's narrow rules read them as they are meant.
+// S-parameter files rewritten, so that the de-embedding filter's narrow rules read them as they are meant.
 #pragma once
 
 #include <string>

@@ -7,6 +7,7 @@
 
 #include <pybind11/pybind11.h>
 
+#include "batches.h"
 #include "captures.h"
 #include "eye.h"
 #include "filter.h"
@@ -53,4 +54,5 @@ PYBIND11_MODULE(_core, module)
     Python::BindCaptures(module);
     Python::BindChains(module);
     Python::BindNetworks(module);
+    Python::BindBatches(module);
 }

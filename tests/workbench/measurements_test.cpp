@@ -179,7 +179,8 @@ TEST(PulseResponse, IsTheChannelsOwn)
     } cases[] = {{"NRZ", SIGNAL_CODING_NRZ, true, {}},
                  {"PAM4", SIGNAL_CODING_PAM4, true, {}},
                  {"decided", SIGNAL_CODING_NRZ, false, {}},
-                 {"single shot", SIGNAL_CODING_NRZ, true, {1000, 6000}}};
+                 {"single shot", SIGNAL_CODING_NRZ, true, {1000, 6000}},
+                 {"single shot, decided", SIGNAL_CODING_NRZ, false, {1000, 6000}}};
     for (const auto& row : cases) {
         SCOPED_TRACE(row.label);
         const int levelCount = LevelCount(row.coding);

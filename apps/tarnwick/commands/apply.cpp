@@ -26,7 +26,6 @@
 #include "workbench/failure.h"
 #include "workbench/lock.h"
 #include "workbench/run.h"
-#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -137,10 +136,7 @@ void RequirePictures(Workbench::Chain& chain, const Workbench::ChainInput& input
 Workbench::ChainInput ReadInput(const Workbench::ChainFile& file, const Options& options)
 {
     Progress progress(2);
-    progress.Begin("read");
-    const Workbench::Waveform capture = ReadCapture(options.capture);
-    progress.Begin("lock");
-    return InputFor(file, capture, With(options.facts), NameOf(options.capture));
+    return InputFor(file, ReadCaptureToLock(options.capture, progress), With(options.facts), NameOf(options.capture));
 }
 
 void DrawEyes(const Options& options, const Workbench::ChainInput& input, const Workbench::ChainResult& result)
@@ -209,8 +205,9 @@ void Apply(const Options& options)
                         input.start + static_cast<double>(written.first) * input.interval);
     }
     stageNotes.Print(chain);
-    const std::string found = input.acquisition ? LockAsText(*input.acquisition) + "\n" : "";
-    PrintReport(options.json ? ReportAsJson(result.stages, input.acquisition) + "\n" : found + TableOf(result.stages));
+    const std::string lockText = input.acquisition ? LockAsText(*input.acquisition) + "\n" : "";
+    PrintReport(options.json ? ReportAsJson(result.stages, input.acquisition) + "\n"
+                             : lockText + TableOf(result.stages));
     // Behind the table, which does not need gnuplot.
     if (!options.eyePrefix.empty())
         DrawEyes(options, input, result);

@@ -18,7 +18,6 @@
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/lock.h"
-#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -53,10 +52,7 @@ void Run(const Options& options)
     Workbench::EyeReport report;
     {
         Progress progress(3);
-        progress.Begin("read");
-        const Workbench::Waveform capture = ReadCapture(options.capture);
-        progress.Begin("lock");
-        locked = Lock(capture, With(options.facts), NameOf(options.capture));
+        locked = ReadLocked(options.capture, With(options.facts), progress);
         RequireLevels(locked.report, NameOf(options.capture));
         progress.Begin("eyes");
         Workbench::EyeSettings settings = EyeSettingsOf(locked);

@@ -8,7 +8,6 @@
 #include "outputs.h"
 #include "progress.h"
 #include "workbench/capturereport.h"
-#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -27,10 +26,8 @@ void Run(const Options& options)
     Workbench::CaptureContent content;
     {
         Progress progress(2);
-        progress.Begin("read");
-        const Workbench::Waveform capture = ReadCapture(options.capture);
-        progress.Begin("lock");
-        content = FindContent(capture, With(options.facts), NameOf(options.capture));
+        content =
+            FindContent(ReadCaptureToLock(options.capture, progress), With(options.facts), NameOf(options.capture));
     }
     if (content.acquisition)
         PrintNotes(content.acquisition->warnings);

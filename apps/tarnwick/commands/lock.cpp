@@ -17,7 +17,6 @@
 #include "pictures/clockplot.h"
 #include "progress.h"
 #include "workbench/failure.h"
-#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -81,10 +80,7 @@ void Run(const Options& options)
     Workbench::LockedCapture locked;
     {
         Progress progress(2);
-        progress.Begin("read");
-        const Workbench::Waveform capture = ReadCapture(options.capture);
-        progress.Begin("lock");
-        locked = Lock(capture, facts, NameOf(options.capture));
+        locked = ReadLocked(options.capture, facts, progress);
     }
     PrintNotes(locked.report.warnings);
     RequireLevels(locked.report, NameOf(options.capture));

@@ -11,7 +11,6 @@
 #include "workbench/capturereport.h"
 #include "workbench/lock.h"
 #include "workbench/signalquality.h"
-#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -34,10 +33,7 @@ void Run(const Options& options)
     Workbench::SignalQuality quality;
     {
         Progress progress(3);
-        progress.Begin("read");
-        const Workbench::Waveform capture = ReadCapture(options.capture);
-        progress.Begin("lock");
-        locked = Lock(capture, With(options.facts), name);
+        locked = ReadLocked(options.capture, With(options.facts), progress);
         progress.Begin("measure");
         quality = MeasureSignalQuality(locked, options.numberOfTaps, name);
     }

@@ -1,7 +1,6 @@
 #include "filters/filters/ffefilter.h"
 
 #include <algorithm>
-#include <cmath>
 #include <stdexcept>
 #include <utility>
 
@@ -14,7 +13,6 @@
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
 #include "framework/plumbing/trace.h"
-#include "maths/equalisers/ffesearch.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -38,17 +36,13 @@ void Refresh(FFEFilterParameters& parameters, const DeviceConfiguration& config)
     parameters.samplesPerUi = samplesPerUi;
 }
 
-// The TDECQ equaliser is symbol-spaced, whatever tapsPerUi says; where that is no spacing at all, so is what Apply reads.
+// The TDECQ equaliser is symbol-spaced whatever tapsPerUi says. How much of its kernel Apply reads follows from tapsPerUi all
+// the same, unless that is not a spacing.
 TapGrid GridOf(const FFEFilterParameters& parameters, int samplesPerUi)
 {
     const bool isSpacing = parameters.tapsPerUi >= 1 && parameters.tapsPerUi <= samplesPerUi;
     return {samplesPerUi, parameters.useTdecqEqualizer && !isSpacing ? 1 : parameters.tapsPerUi,
             parameters.numberOfTaps};
-}
-
-TapGrid SymbolSpaced(int samplesPerUi, int numberOfTaps)
-{
-    return {samplesPerUi, 1, numberOfTaps};
 }
 
 PhaseSettings PhaseSettingsOf(const FFEFilterParameters& parameters)
@@ -58,20 +52,19 @@ PhaseSettings PhaseSettingsOf(const FFEFilterParameters& parameters)
 
 void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfiguration& config, int length)
 {
-    PhaseSettingsOf(parameters).Require(kFilter, parameters.useTdecqEqualizer);
-    RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
-    const TapGrid grid = GridOf(parameters, parameters.samplesPerUi);
-    grid.Require(kFilter);
-    if (parameters.useManualTaps) {
-        RequireFiniteTaps(kFilter, parameters.taps);
-        if (parameters.quantizeTaps && parameters.numberOfTaps > 0)
-            (void)TapShares(kFilter, parameters.taps);
-    } else {
-        grid.RequireFit(kFilter, config.patternLengthUi, parameters.mainCursorPosition);
-    }
-    if (parameters.useTdecqEqualizer)
-        RequireTdecqTaps(kFilter, config, parameters.samplesPerUi, parameters.numberOfTaps,
-                         parameters.useManualTaps ? &parameters.taps : nullptr, length);
+    EqualiserSettings{GridOf(parameters, parameters.samplesPerUi),
+                      parameters.useManualTaps ? &parameters.taps : nullptr,
+                      parameters.quantizeTaps,
+                      parameters.mainCursorPosition,
+                      PhaseSettingsOf(parameters),
+                      parameters.useTdecqEqualizer}
+        .Require(kFilter, config, length);
+}
+
+std::vector<double> NormalisedTaps(const FFEFilterParameters& settings)
+{
+    return settings.quantizeTaps ? TapSteps(kFilter, settings.taps, settings.tapResolution)
+                                 : TapShares(kFilter, settings.taps);
 }
 
 }  // namespace
@@ -149,15 +142,6 @@ double* FFEFilter::GetOptimizedTaps(FFEFilterParameters* parameters)
     return NewArrayFrom<double>(NormalisedTaps(settings)).release();
 }
 
-std::vector<double> FFEFilter::NormalisedTaps(const FFEFilterParameters& settings)
-{
-    std::vector<double> shares = TapShares(kFilter, settings.taps);
-    if (settings.quantizeTaps)
-        for (double& tap : shares)
-            tap = std::round(tap * settings.tapResolution);
-    return shares;
-}
-
 void FFEFilter::ApplyTaps(FFEFilterParameters& settings, std::vector<double> taps)
 {
     settings.appliedTaps = std::move(taps);
@@ -176,7 +160,7 @@ double* FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters* parameters, 
 }
 
 std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& settings,
-                                                           SystemFramework::BaseFilterParameters* searched,
+                                                           SystemFramework::BaseFilterParameters* owner,
                                                            const SignalData* signal)
 {
     TARNWICK_TRACE("GetFFEAutomaticCoefficients...");
@@ -184,11 +168,11 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
     grid.Require(kFilter);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
-        ReportFit(std::numeric_limits<double>::quiet_NaN());
+        ReportFit({});
     } else {
         PhaseSettingsOf(settings).Require(kFilter, false);
         const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-        const auto& own = ParametersOf<FFEFilterParameters>(kFilter, searched);
+        const auto& own = ParametersOf<FFEFilterParameters>(kFilter, owner);
         const TapSearch search{ConfigurationOf(kFilter, own),
                                SamplesOf(kFilter, signal),
                                config.patternLengthUi,
@@ -198,14 +182,13 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
                                own.useUserPattern,
                                own.patternSymbols,
                                settings.ignoredUi};
-        ApplyTaps(settings, settings.fitAtSamplingPhase
-                                ? GenerateAtSamplingPhase({search, own.mainCursorPosition, PhaseSettingsOf(settings)})
-                                : GenerateFFEAutomaticCoefficients(
-                                      {search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
+        ApplyTaps(
+            settings,
+            settings.fitAtSamplingPhase
+                ? ReportFit(FindTaps(kFilter, PhaseSearch{search, own.mainCursorPosition, PhaseSettingsOf(settings)}))
+                : GenerateFFEAutomaticCoefficients({search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
     }
-    std::vector<double> kernel =
-        Maths::SpacedTaps(settings.appliedTaps, static_cast<std::size_t>(settings.numberOfTaps),
-                          static_cast<std::size_t>(grid.Spacing()));
+    std::vector<double> kernel = grid.Kernel(settings.appliedTaps);
     TARNWICK_TRACE("GetFFEAutomaticCoefficients finished");
     return kernel;
 }
@@ -235,28 +218,19 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
 std::vector<double> FFEFilter::GenerateFFEAutomaticCoefficients(const LeastSquaresSearch& search)
 {
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients...");
-    Maths::TapSolution solution = FindTaps(kFilter, search);
-    ReportFit(solution.residual);
+    std::vector<double> taps = ReportFit(FindTaps(kFilter, search));
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients finished");
-    return std::move(solution.taps);
+    return taps;
 }
 
-std::vector<double> FFEFilter::GenerateAtSamplingPhase(const PhaseSearch& search)
+std::vector<double> FFEFilter::ReportFit(FittedTaps fit)
 {
-    Maths::PhaseFit fit = FindTaps(kFilter, search);
-    ReportFit(fit.residual);
-    conditionNumber = fit.condition;
-    samplingPhaseUi = static_cast<double>(fit.instant) / search.grid.samplesPerUi;
+    residualError = fit.residualError;
+    conditionNumber = fit.conditionNumber;
+    samplingPhaseUi = fit.samplingPhaseUi;
     fitConstant = fit.constant;
     feedbackTaps = std::move(fit.feedback);
     return std::move(fit.taps);
-}
-
-void FFEFilter::ReportFit(double residual)
-{
-    residualError = std::sqrt(residual);
-    conditionNumber = samplingPhaseUi = fitConstant = std::numeric_limits<double>::quiet_NaN();
-    feedbackTaps.clear();
 }
 
 double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, SignalData* signal)
@@ -268,31 +242,28 @@ double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, Signa
 }
 
 std::vector<double> FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters& settings,
-                                                      SystemFramework::BaseFilterParameters* searched,
+                                                      SystemFramework::BaseFilterParameters* owner,
                                                       const SignalData* signal)
 {
     TARNWICK_TRACE("FFEFilter::GenerateTdecqEqualizer...");
     const std::span<const double> record = SamplesOf(kFilter, signal);
     DeviceConfiguration& config = *settings.GetConfig();
+    const TapGrid grid = TapGrid::SymbolSpaced(settings.samplesPerUi, settings.numberOfTaps);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
     } else {
         const auto lowPass = ArrayOf(kFilter, "gaussianFilter", settings.gaussianFilter, "gaussianFilterLength",
                                      settings.gaussianFilterLength);
-        ApplyTaps(settings,
-                  GenerateTDECQAutomaticCoefficients(
-                      {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, searched)), record,
-                        config.patternLengthUi, SymbolSpaced(settings.samplesPerUi, settings.numberOfTaps),
-                        settings.signalCoding, settings.withoutGrayCoding, settings.useUserPattern,
-                        settings.patternSymbols, settings.ignoredUi},
-                       lowPass,
-                       std::max(settings.mainCursorPosition, 0) - 1}));
+        ApplyTaps(settings, GenerateTDECQAutomaticCoefficients(
+                                {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, owner)), record,
+                                  config.patternLengthUi, grid, settings.signalCoding, settings.withoutGrayCoding,
+                                  settings.useUserPattern, settings.patternSymbols, settings.ignoredUi},
+                                 lowPass,
+                                 std::max(settings.mainCursorPosition, 0) - 1}));
     }
-    ReportFit(std::numeric_limits<double>::quiet_NaN());
+    ReportFit({});
 
-    std::vector<double> response =
-        WithUnitGain(kFilter, Maths::SpacedTaps(settings.appliedTaps, static_cast<std::size_t>(settings.numberOfTaps),
-                                                static_cast<std::size_t>(settings.samplesPerUi)));
+    std::vector<double> response = WithUnitGain(kFilter, grid.Kernel(settings.appliedTaps));
     const auto length = static_cast<std::int32_t>(response.size());
     auto published = NewArrayFrom<double>(response);
     response.resize(record.size(), 0.0);
@@ -312,8 +283,8 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
     const auto& own = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     const std::vector<double> taps = GenerateTDECQAutomaticCoefficients(
         {{ConfigurationOf(kFilter, own), ArrayOf(kFilter, "samples", samples, "sampleCount", sampleCount),
-          patternLengthUi, SymbolSpaced(samplesPerUi, numberOfTaps), signalCoding, withoutGrayCoding, useUserPattern,
-          patternSymbols, own.ignoredUi},
+          patternLengthUi, TapGrid::SymbolSpaced(samplesPerUi, numberOfTaps), signalCoding, withoutGrayCoding,
+          useUserPattern, patternSymbols, own.ignoredUi},
          ArrayOf(kFilter, "gaussianFilter", gaussianFilter, "gaussianFilterLength", gaussianFilterLength),
          mainCursorIndex});
     return NewArrayFrom<double>(taps).release();
@@ -381,8 +352,7 @@ double* FFEFilter::Apply(SignalData* signal)
         settings.ResetDirty();
     }
     const Repetitions cut(sampleCount, repetitions(settings.samplesPerUi));
-    const TapGrid grid = GridOf(settings, settings.samplesPerUi);
-    const auto taps = static_cast<std::size_t>(grid.Spacing()) * static_cast<std::size_t>(grid.numberOfTaps);
+    const std::size_t taps = GridOf(settings, settings.samplesPerUi).KernelLength();
     return ConvolveRepetitions(record, cut, KernelTaps(kFilter, taps), Convolver()).release();
 }
 

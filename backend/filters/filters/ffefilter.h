@@ -10,9 +10,9 @@
 // sampling phase take whole ones only.
 // Automatic taps need the pattern's symbols: the text for NRZ and PAM3, the text or detection for PAM4. The capture must
 // hold whole periods of the pattern. Error below 1e-12 of taps against the matrices of samples. Where the capture cannot tell
-// the taps apart (a constant record, more taps than the pattern has places for, equal delays) there is no answer and the
-// call is refused; so are NaN and infinity among the samples that taps are to be found from, while taps by hand let them
-// through, and quantising taps that are all zero, which have no weight to be counted in steps.
+// the taps apart (a constant record, more taps than the pattern has places for, equal delays) the call is refused. NaN and
+// infinity among the samples are refused when taps are to be found from them; taps given by hand let them through. Taps that
+// are all zero cannot be quantised, as they have no weight to be counted in steps.
 #pragma once
 
 #include <cstdint>
@@ -29,8 +29,8 @@
 
 namespace Tarnwick::DSO::Filters {
 
+struct FittedTaps;
 struct LeastSquaresSearch;
-struct PhaseSearch;
 struct TdecqSearch;
 
 class TARNWICK_FILTERS_API FFEFilterParameters : public SystemFramework::BaseFilterParameters {
@@ -65,9 +65,9 @@ public:
     /// Added to the diagonal of the normal equations, whose columns are scaled to one length; finite, 0 or more: for ill-posed
     /// fits. Above 0 only with fitAtSamplingPhase.
     double ridge = 0.0;
-    /// [UI] at both ends of the record that taps are found from, of which no fit takes a sample or a symbol, as of one that
-    /// earlier filters took for periodic though it is not; 0: it wraps round. The reach of the fit's own taps is left out
-    /// beside. Not read with manual taps.
+    /// [UI] at both ends of the record from which no fit takes a sample or a symbol, for a record that earlier filters took
+    /// for periodic though it is not; 0: the record wraps round. The reach of the fit's own taps is left out as well. Not
+    /// read with manual taps.
     std::int32_t ignoredUi = 0;
     std::string patternSymbols;   ///< one character per symbol; written by the filter from the configuration
     bool useUserPattern = false;  ///< patternSymbols is taken as given; written by the filter from the configuration
@@ -81,7 +81,7 @@ public:
 
 private:
     friend class FFEFilter;
-    // Steps that an earlier Prepare has reported are no taps: those are still in appliedTaps.
+    // Steps reported by an earlier Prepare are not taps; the taps are still in appliedTaps.
     const std::vector<double>& ManualTaps() const;
 
     std::vector<double> reportedTaps_;  // the steps that quantizeTaps wrote into `taps`
@@ -169,17 +169,15 @@ public:
     std::vector<double> feedbackTaps;
 
 private:
-    static std::vector<double> NormalisedTaps(const FFEFilterParameters& settings);
-    void ReportFit(double residual);
+    std::vector<double> ReportFit(FittedTaps fit);
     static void ApplyTaps(FFEFilterParameters& settings, std::vector<double> taps);
     // The public members of the same names, on settings that are not the filter's own yet and on what is checked.
     std::vector<double> GetFFEAutomaticCoefficients(FFEFilterParameters& settings,
-                                                    SystemFramework::BaseFilterParameters* searched,
+                                                    SystemFramework::BaseFilterParameters* owner,
                                                     const SystemFramework::SignalData* signal);
     std::vector<double> GenerateFFEAutomaticCoefficients(const LeastSquaresSearch& search);
-    std::vector<double> GenerateAtSamplingPhase(const PhaseSearch& search);
     std::vector<double> GenerateTdecqEqualizer(FFEFilterParameters& settings,
-                                               SystemFramework::BaseFilterParameters* searched,
+                                               SystemFramework::BaseFilterParameters* owner,
                                                const SystemFramework::SignalData* signal);
     static std::vector<double> GenerateTDECQAutomaticCoefficients(const TdecqSearch& search);
 };

@@ -8,6 +8,7 @@
 
 #include "filters/plumbing/timebase.h"
 #include "framework/plumbing/error.h"
+#include "maths/equalisers/ffesearch.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -45,6 +46,14 @@ std::vector<double> TapShares(const char* filter, std::span<const double> taps)
     return shares;
 }
 
+std::vector<double> TapSteps(const char* filter, std::span<const double> taps, int resolution)
+{
+    std::vector<double> steps = TapShares(filter, taps);
+    for (double& tap : steps)
+        tap = std::round(tap * resolution);
+    return steps;
+}
+
 std::vector<double> WithUnitGain(const char* filter, std::vector<double> taps)
 {
     const double gain = std::accumulate(taps.begin(), taps.end(), 0.0);
@@ -65,6 +74,16 @@ void IgnoredEnds::Require(const char* filter) const
         Refuse(filter, "ignoredUi", ignoredUi,
                "at most " + std::to_string(most) + " of " + std::to_string(recordUi) +
                    " UI, which leave twice as many as the fit has unknowns, " + std::to_string(unknowns));
+}
+
+std::size_t TapGrid::KernelLength() const
+{
+    return static_cast<std::size_t>(Spacing()) * static_cast<std::size_t>(numberOfTaps);
+}
+
+std::vector<double> TapGrid::Kernel(std::span<const double> taps) const
+{
+    return Maths::SpacedTaps(taps, static_cast<std::size_t>(numberOfTaps), static_cast<std::size_t>(Spacing()));
 }
 
 void TapGrid::Require(const char* filter) const

@@ -17,6 +17,10 @@ void RequireFiniteTaps(const char* filter, std::span<const double> taps);
 /// @throws std::invalid_argument  the sum is zero or not finite
 std::vector<double> TapShares(const char* filter, std::span<const double> taps);
 
+/// The taps' shares in whole steps, of which `resolution` make 1; halves away from zero.
+/// @throws std::invalid_argument  as TapShares
+std::vector<double> TapSteps(const char* filter, std::span<const double> taps, int resolution);
+
 /// The taps over their sum, so that they pass a constant as it is.
 /// @throws std::invalid_argument  the sum is zero or not finite
 std::vector<double> WithUnitGain(const char* filter, std::vector<double> taps);
@@ -39,7 +43,13 @@ struct TapGrid {
     int tapsPerUi;
     int numberOfTaps;
 
+    static TapGrid SymbolSpaced(int samplesPerUi, int numberOfTaps) { return {samplesPerUi, 1, numberOfTaps}; }
+
     int Spacing() const { return samplesPerUi / tapsPerUi; }
+    /// Values of a kernel with these taps.
+    std::size_t KernelLength() const;
+    /// The taps with zeros between them; taps beyond numberOfTaps are left out, missing ones are zero.
+    std::vector<double> Kernel(std::span<const double> taps) const;
     /// @throws std::invalid_argument  samplesPerUi is below 1, tapsPerUi outside 1 to samplesPerUi, or the number of taps
     ///         outside what RequireTapCount takes or too large for delays in 32 bits
     void Require(const char* filter) const;

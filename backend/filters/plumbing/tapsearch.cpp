@@ -10,6 +10,8 @@
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/patternsymbols.h"
 #include "maths/convolution/circularconvolver.h"
+#include "maths/equalisers/ffesearch.h"
+#include "maths/equalisers/phasefit.h"
 #include "maths/equalisers/tdecq.h"
 #include "maths/patterns/codings.h"
 #include "maths/patterns/idealsignal.h"
@@ -50,7 +52,7 @@ SymbolLevels LevelsOf(const char* filter, const TapSearch& search, const std::st
     return SystemFramework::LevelsOfSymbols(filter, "symbols", symbols, coding, SymbolMapOf(withoutGrayCoding));
 }
 
-// The levels that the least-squares fits go by.
+// The levels that the least-squares fits are made to.
 SymbolLevels SentLevels(const char* filter, const TapSearch& search, const PatternPeriod& period)
 {
     const bool isPam4 = search.signalCoding == SIGNAL_CODING_PAM4 || search.signalCoding == SIGNAL_CODING_PAM4_PRECODED;
@@ -75,7 +77,7 @@ std::size_t RecordUi(const TapSearch& search, const PatternPeriod& period)
            "as many taps as the capture can tell apart: it is constant, not finite, or its pattern too simple");
 }
 
-// The record with the value beside them in place of its ends, so that a filter meets neither them nor a step.
+// The record with its ends replaced by the values next to them, so that a filter meets neither the ends nor a step.
 std::vector<double> WithHeldEnds(std::span<const double> record, std::size_t ends)
 {
     std::vector<double> held(record.begin(), record.end());
@@ -92,7 +94,7 @@ bool IsConstant(std::span<const double> values)
 
 }  // namespace
 
-Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search)
+FittedTaps FindTaps(const char* filter, const LeastSquaresSearch& search)
 {
     const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = search.grid;
     RequirePositive(filter, "baudRateGBd", search.baudRateGBd, "a finite positive symbol rate");
@@ -123,7 +125,10 @@ Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search
                                      static_cast<std::size_t>(std::ceil(search.ignoredUi * period.SamplesPerUi()))});
     if (!solution)
         RefuseIndistinct(filter, numberOfTaps);
-    return *std::move(solution);
+    FittedTaps found;
+    found.taps = std::move(solution->taps);
+    found.residualError = std::sqrt(solution->residual);
+    return found;
 }
 
 void PhaseSettings::Require(const char* filter, bool useTdecqEqualizer) const
@@ -140,7 +145,7 @@ void PhaseSettings::Require(const char* filter, bool useTdecqEqualizer) const
         Refuse(filter, "ridge", ridge, "0 without fitAtSamplingPhase");
 }
 
-Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
+FittedTaps FindTaps(const char* filter, const PhaseSearch& search)
 {
     const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = search.grid;
     search.grid.Require(filter);
@@ -193,7 +198,9 @@ Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search)
     // The fit adds what a DFE takes off.
     for (double& tap : fit->feedback)
         tap = -tap;
-    return *std::move(fit);
+    return {std::move(fit->taps), std::sqrt(fit->residual),
+            fit->condition,       static_cast<double>(fit->instant) / samplesPerUi,
+            fit->constant,        std::move(fit->feedback)};
 }
 
 std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
@@ -226,14 +233,14 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
 
     const std::string symbols =
         search.useUserPattern ? search.patternSymbols : DetectedSymbols(filter, search, filtered, period);
-    // The equaliser is one for PAM4: where the coding is not told, the symbols are still numbered as those of PAM4 are.
+    // The equaliser is one for PAM4: where the coding is not given, the symbols are still numbered as those of PAM4 are.
     const E_SIGNAL_CODING coding =
         Maths::FindCoding(search.signalCoding) == nullptr ? SIGNAL_CODING_PAM4 : search.signalCoding;
     const auto levels = LevelsOf(filter, search, symbols, coding, search.withoutGrayCoding).levels;
     const auto spacing = static_cast<std::size_t>(samplesPerUi);
     const std::size_t ends = ignoredUi * spacing;
     if (ends > 0) {
-        // The low-pass is not over within a few UI: where it ends at half the sample rate it rings on as 1/n.
+        // The low-pass reaches over more than a few UI: cut off at half the sample rate, it rings on as 1/n.
         lowPass.Convolve(WithHeldEnds(record, ends), filtered, work);
     }
     const std::vector<double> capture = Maths::WithoutMean(filtered, ends);
@@ -251,9 +258,21 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
     return std::move(equaliser->taps);
 }
 
-void RequireTdecqTaps(const char* filter, const DeviceConfiguration& config, int samplesPerUi, int numberOfTaps,
-                      const std::vector<double>* manualTaps, int length)
+void EqualiserSettings::Require(const char* filter, const DeviceConfiguration& config, int length) const
 {
+    const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = grid;
+    phase.Require(filter, useTdecqEqualizer);
+    RequirePositive(filter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
+    grid.Require(filter);
+    if (!manualTaps) {
+        grid.RequireFit(filter, config.patternLengthUi, mainCursorPosition);
+    } else {
+        RequireFiniteTaps(filter, *manualTaps);
+        if (quantizeTaps && numberOfTaps > 0)
+            (void)TapShares(filter, *manualTaps);
+    }
+    if (!useTdecqEqualizer)
+        return;
     if (numberOfTaps < 1)
         Refuse(filter, "numberOfTaps", numberOfTaps, "at least 1 for the TDECQ equaliser");
     const double gain = manualTaps ? std::accumulate(manualTaps->begin(), manualTaps->end(), 0.0) : 1.0;

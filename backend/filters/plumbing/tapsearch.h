@@ -1,6 +1,7 @@
 // The searches for the FFE's taps, checked: what they are asked for, and how they refuse.
 #pragma once
 
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
@@ -8,8 +9,6 @@
 #include "filters/plumbing/taps.h"
 #include "framework/deviceconfiguration.h"
 #include "framework/signalcoding.h"
-#include "maths/equalisers/ffesearch.h"
-#include "maths/equalisers/phasefit.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -26,6 +25,17 @@ struct TapSearch {
     int ignoredUi;  // at both ends of the record, that the search leaves out
 };
 
+/// What a search for least-squares taps has found; NaN and empty what it has no figure for.
+struct FittedTaps {
+    std::vector<double> taps;
+    /// rms of the error over that of the reference, at the sampling phase over that of the levels about their mean
+    double residualError = std::numeric_limits<double>::quiet_NaN();
+    double conditionNumber = std::numeric_limits<double>::quiet_NaN();  // largest over smallest pivot
+    double samplingPhaseUi = std::numeric_limits<double>::quiet_NaN();  // [UI] 0 to below 1
+    double constant = std::numeric_limits<double>::quiet_NaN();         // [V] about 0 V
+    std::vector<double> feedback;                                       // what a DFE takes off
+};
+
 /// Taps of least squares against the ideal copy of the pattern. PAM4 symbols are detected unless the user gives them.
 struct LeastSquaresSearch : TapSearch {
     double baudRateGBd;
@@ -35,7 +45,7 @@ struct LeastSquaresSearch : TapSearch {
 };
 
 /// @throws std::invalid_argument  as FFEFilter::Prepare
-Maths::TapSolution FindTaps(const char* filter, const LeastSquaresSearch& search);
+FittedTaps FindTaps(const char* filter, const LeastSquaresSearch& search);
 
 /// The settings of the fit at the sampling phase.
 struct PhaseSettings {
@@ -54,9 +64,9 @@ struct PhaseSearch : TapSearch {
     PhaseSettings settings;
 };
 
-/// The taps keep the polarity of the capture; the feedback is what a DFE takes off.
+/// The taps keep the polarity of the capture.
 /// @throws std::invalid_argument  as FFEFilter::Prepare
-Maths::PhaseFit FindTaps(const char* filter, const PhaseSearch& search);
+FittedTaps FindTaps(const char* filter, const PhaseSearch& search);
 
 /// Taps of the TDECQ reference equaliser, a UI apart. Symbols are detected unless the user gives them.
 struct TdecqSearch : TapSearch {
@@ -67,13 +77,21 @@ struct TdecqSearch : TapSearch {
 /// @throws std::invalid_argument  as FFEFilter::Prepare
 std::vector<double> FindTaps(const char* filter, const TdecqSearch& search);
 
-/// What the TDECQ equaliser asks for.
-/// @param manualTaps  null unless the taps are given by hand
-/// @param length      samples of the record
-/// @throws std::invalid_argument  as RequireWholeSampling, or no taps, more than the record has room for, or such as have no
-///         gain
-void RequireTdecqTaps(const char* filter, const DeviceConfiguration& config, int samplesPerUi, int numberOfTaps,
-                      const std::vector<double>* manualTaps, int length);
+/// An equaliser as its settings ask for it, before any tap is found.
+struct EqualiserSettings {
+    TapGrid grid;
+    const std::vector<double>* manualTaps;  // null: the taps are searched for
+    bool quantizeTaps;
+    int mainCursorPosition;  // counted from 1; below 1: the delay is searched
+    PhaseSettings phase;
+    bool useTdecqEqualizer;
+
+    /// @param length  samples of the record
+    /// @throws std::invalid_argument  as PhaseSettings and TapGrid; the symbol rate is not finite and positive, or taps by hand
+    ///         not finite or, to be quantised, without weight; for the TDECQ equaliser as RequireWholeSampling, or no taps,
+    ///         more than the record has room for, or such as have no gain
+    void Require(const char* filter, const DeviceConfiguration& config, int length) const;
+};
 
 /// The taps of the TDECQ path's low-pass for `length` samples, of 80 GHz.
 /// @param isSearched  for automatic taps the record has to consist of whole repetitions; taps by hand go with part of one

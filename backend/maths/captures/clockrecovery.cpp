@@ -19,7 +19,7 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-constexpr double kTurn = 2.0 * std::numbers::pi;
+constexpr double kTwoPi = 2.0 * std::numbers::pi;
 
 constexpr std::size_t kFewestSamples = 128;
 constexpr double kFewestUi = 16.0;
@@ -43,7 +43,7 @@ constexpr double kLeastMeanSquare = 1e-24;  // of the derivative of a record of 
 constexpr double kLineShare = 0.5;          // of the largest score, for a line to count
 constexpr double kMeanOfLines = 2.0;        // over the median; 1.06 for the magnitudes of noise
 constexpr double kClusterEnd = 1.03;        // over the lowest line: a clock that moves has lines so near each other
-constexpr double kAlike = 0.8;              // of the strongest score, for a line to be its like
+constexpr double kSimilarScore = 0.8;       // of the strongest score, for a line to be its like
 constexpr std::size_t kLineWidth = 4;       // [bins] either side, of a Hann-windowed line
 constexpr std::size_t kMostSpectrumPoints = 4096;  // kept of the spectrum: more than a picture has columns
 
@@ -71,12 +71,12 @@ void Check(bool holds, const std::string& field, double value, const char* expec
 
 double Hann(std::size_t i, std::size_t count)
 {
-    return 0.5 - 0.5 * std::cos(kTurn * (static_cast<double>(i) + 0.5) / static_cast<double>(count));
+    return 0.5 - 0.5 * std::cos(kTwoPi * (static_cast<double>(i) + 0.5) / static_cast<double>(count));
 }
 
 Complex Phasor(double turns)
 {
-    return std::polar(1.0, kTurn * (turns - std::floor(turns)));
+    return std::polar(1.0, kTwoPi * (turns - std::floor(turns)));
 }
 
 /// The squared derivative of a record less its mean and over its largest value, block by block.
@@ -113,7 +113,7 @@ public:
         const std::size_t used = count + 2 * kGuard;
         for (std::size_t i = 0; i < used; ++i)
             values[i] = scale_ * (Continued(begin + static_cast<std::ptrdiff_t>(i)) - mean_);
-        // A trend is taken out and its slope added again: fading it in would drown what is small beside it.
+        // The trend is removed and its slope added back: windowed with the rest, it would drown what is small.
         const double left = Mean({values, kGuard});
         const double right = Mean({values + used - kGuard, kGuard});
         const double slope = (right - left) / static_cast<double>(used - kGuard);
@@ -260,7 +260,7 @@ double CentreOfLine(std::span<const double> scores, std::size_t lowest, std::siz
     bool alone = true;
     for (std::size_t k = lowest; k < end; ++k) {
         const std::size_t away = k > best ? k - best : best - k;
-        alone = alone && (away <= kLineWidth || scores[k] < kAlike * scores[best]);
+        alone = alone && (away <= kLineWidth || scores[k] < kSimilarScore * scores[best]);
         if (scores[k] < least)
             continue;
         weight += scores[k] * scores[k];
@@ -329,13 +329,13 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
             largest = std::max(largest, scores[k]);
     if (!(largest > 0.0))
         return line;
-    std::size_t found = first;
-    while (!isPeak(found) || scores[found] < kLineShare * largest)
-        ++found;
-    const double centre = CentreOfLine(scores, found, last, kLineShare * largest);
+    std::size_t peak = first;
+    while (!isPeak(peak) || scores[peak] < kLineShare * largest)
+        ++peak;
+    const double centre = CentreOfLine(scores, peak, last, kLineShare * largest);
     const auto taken = static_cast<std::size_t>(std::round(centre));
     // The score is that of the strongest bin of the line, which need not be the one at its centre.
-    line.score = std::max(scores[found], scores[taken]);
+    line.score = std::max(scores[peak], scores[taken]);
     line.frequency = centre / binsPerCycle;
     if (search.keepSpectrum)
         line.spectrum = Thinned(scores, first, last, taken, binsPerCycle);
@@ -428,11 +428,11 @@ Phases Unwrapped(std::span<const Complex> sums, double first, double spacing)
     const double faintest = kFaintest * std::sqrt(power / static_cast<double>(sums.size()));
     Phases phases{{first, spacing, {}}, {}, true};
     const auto start = std::find_if(sums.begin(), sums.end(), [&](Complex sum) { return std::abs(sum) >= faintest; });
-    double before = start == sums.end() ? 0.0 : std::arg(*start) / kTurn;
+    double before = start == sums.end() ? 0.0 : std::arg(*start) / kTwoPi;
     for (const Complex sum : sums) {
         phases.faint.push_back(std::abs(sum) < faintest);
         if (!phases.faint.back()) {
-            const double ahead = std::arg(sum) / kTurn - before;
+            const double ahead = std::arg(sum) / kTwoPi - before;
             const double change = ahead - std::round(ahead);
             phases.certain = phases.certain && std::abs(change) <= kMostCertainChange;
             before += change;
@@ -457,7 +457,7 @@ Phases BlockPhases(const Demodulated& line, Stretch stretch, double offset, std:
         const std::size_t begin = stretch.count * b / blocks;
         const std::size_t count = stretch.count * (b + 1) / blocks - begin;
         Complex turn = Phasor(-offset * line.Middle(static_cast<double>(stretch.first + begin)));
-        const Complex windowStep = std::polar(1.0, kTurn / static_cast<double>(count));
+        const Complex windowStep = std::polar(1.0, kTwoPi / static_cast<double>(count));
         Complex window = std::polar(1.0, std::numbers::pi / static_cast<double>(count));
         for (std::size_t i = 0; i < count; ++i) {
             sums[b] += (0.5 - 0.5 * window.real()) * Product(line.values[stretch.first + begin + i], turn);
@@ -568,7 +568,7 @@ struct Loop {
     }
     static double NaturalAngle(double bandwidthPerStep)
     {
-        return kTurn * bandwidthPerStep / std::sqrt(2.0 + std::sqrt(5.0));
+        return kTwoPi * bandwidthPerStep / std::sqrt(2.0 + std::sqrt(5.0));
     }
     /// @return the phase in the middle of the step, which has seen half of it
     double Step(const Phases& steps, std::size_t k)
@@ -577,7 +577,7 @@ struct Loop {
         if (steps.faint[k])
             return phase;
         double error = steps.series.ui[k] - phase;
-        // Where noise may have turned a step the wrong way round, what counts is where the loop stands.
+        // Noise may have unwrapped a step the wrong way: the turn nearest to the loop's phase counts.
         if (!steps.certain)
             error -= std::round(error);
         phase += proportional * error;

@@ -11,7 +11,7 @@ namespace {
 
 constexpr double kBinsPerSigma = 16.0;
 constexpr double kMostBins = 0x1p18;  // beyond, sorting is faster than bins that are mostly empty
-constexpr double kFarAway = 9.0;      // sigma: Q is 1e-19 there, below the rounding of larger sums
+constexpr double kFarthest = 9.0;     // sigma: Q is 1e-19 there, below the rounding of larger sums
 constexpr double kNeverThere = 37.0;  // sigma: Q is 6e-300 there
 constexpr double kRounding = 1e-12;   // of the largest value: a smaller spread is that of reading between the samples
 constexpr int kHalvings = 40;         // of a stretch of 18 sigma and the values' range
@@ -138,7 +138,7 @@ double WrongSide::Beyond(double threshold) const
 
 double WrongSide::Beyond(double threshold, double reach) const
 {
-    const auto from = std::lower_bound(means_.begin(), means_.end(), threshold - kFarAway * sigma_);
+    const auto from = std::lower_bound(means_.begin(), means_.end(), threshold - kFarthest * sigma_);
     const auto to = std::lower_bound(from, means_.end(), threshold + reach * sigma_);
     auto bin = static_cast<std::size_t>(from - means_.begin());
     double sum = before_[bin];
@@ -149,13 +149,13 @@ double WrongSide::Beyond(double threshold, double reach) const
 
 double WrongSide::ThresholdAt(double ratio) const
 {
-    double low = means_.front() - kFarAway * sigma_;
-    double high = means_.back() + kFarAway * sigma_;
+    double low = means_.front() - kFarthest * sigma_;
+    double high = means_.back() + kFarthest * sigma_;
     if (sigma_ == 0.0)
         return means_.front();
     for (int halving = 0; halving < kHalvings; ++halving) {
         const double middle = 0.5 * (low + high);
-        (Beyond(middle, kFarAway) < ratio ? low : high) = middle;
+        (Beyond(middle, kFarthest) < ratio ? low : high) = middle;
     }
     return 0.5 * (low + high);
 }
@@ -209,10 +209,10 @@ std::vector<double> QFactors(const PhaseValues& phase, std::span<const int> leve
     const auto rms = [&](std::size_t k) { return std::sqrt(powers[k] / numbers[k]); };
     std::vector<double> factors;
     for (std::size_t k = 0; k + 1 < count; ++k) {
-        const double spread = rms(k) + rms(k + 1);
+        const double noise = rms(k) + rms(k + 1);
         const double rounding = kRounding * std::max(std::abs(means[k]), std::abs(means[k + 1]));
-        factors.push_back(spread > rounding ? (means[k + 1] - means[k]) / spread
-                                            : std::numeric_limits<double>::infinity());
+        factors.push_back(noise > rounding ? (means[k + 1] - means[k]) / noise
+                                           : std::numeric_limits<double>::infinity());
     }
     return factors;
 }

@@ -19,7 +19,7 @@
 
 namespace Tarnwick::DSO::Maths {
 
-/// Repetitions of a pattern from which on their mean is what the symbols explain.
+/// From this many repetitions of a pattern on, their mean is taken for what the symbols explain.
 inline constexpr std::size_t kFewestRepetitions = 4;
 
 struct NoiseSplit {

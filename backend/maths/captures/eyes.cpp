@@ -261,13 +261,13 @@ double SmallestGap(std::span<const double> values, std::span<const double> thres
     return gap;
 }
 
-std::vector<double> EverySoManyth(std::span<const double> values)
+std::vector<double> Subsampled(std::span<const double> values)
 {
     const std::size_t stride = (values.size() + kMostSorted - 1) / kMostSorted;
-    std::vector<double> some;
+    std::vector<double> subsample;
     for (std::size_t i = 0; i < values.size(); i += stride)
-        some.push_back(values[i]);
-    return some;
+        subsample.push_back(values[i]);
+    return subsample;
 }
 
 // One value a UI at a phase of the search, less their mean and summed over the repetitions of the pattern.
@@ -340,7 +340,7 @@ std::optional<AlignedSymbols> DecideSymbols(const EyeRecord& record)
     gaps.fill(-kInfinity);
     for (int p = 0; p < kSearchPhases; ++p) {
         const std::vector<double> values = ValidOnly(ValuesAt(record, record.samplesPerUi * p / kSearchPhases));
-        if (const auto levels = Levels(EverySoManyth(values), record.levelCount))
+        if (const auto levels = Levels(Subsampled(values), record.levelCount))
             gaps[static_cast<std::size_t>(p)] = SmallestGap(values, levels->thresholds);
     }
     const double largest = *std::max_element(gaps.begin(), gaps.end());

@@ -2,7 +2,7 @@
 // phases a UI; symbols, not voltages, say on which side of an eye a sample belongs, so that a closed eye has a negative
 // height. Of eye k at phase p, over the symbols i of levels a_i:
 //     height = min {x_i(p): a_i > k} - max {x_i(p): a_i <= k},  opening = height / (mean of level k + 1 - mean of level k)
-// The measuring phase is where the smallest opening is largest, told to an eighth of a phase. The width is the span of
+// The measuring phase is where the smallest opening is largest, resolved to an eighth of a phase. The width is the span of
 // phases about it in which no sample crosses the middle between the two samples of the height there, which is what a
 // slicer with a fixed threshold sees. At one sample a UI there is no phase but the samples', and no width. Sources:
 // IEEE 802.3 clauses 120D.3.1 (levels) and 120E.4.2 (eye openings).
@@ -49,7 +49,7 @@ struct AlignedSymbols {
 TARNWICK_FRAMEWORK_API std::optional<AlignedSymbols> DecideSymbols(const EyeRecord& record);
 
 /// Finds a known pattern in the record, where the two correlate best.
-/// @param pattern  level of each UI of one period, any rotation; it starts anew until the record ends
+/// @param pattern  level of each UI of one period, any rotation; it is repeated to the end of the record
 /// @return nothing when the record is shorter than the pattern, or correlates with it by less than 0.3: of random symbols
 ///         and a wrong pattern of 127 UI that is what may come by chance
 TARNWICK_FRAMEWORK_API std::optional<AlignedSymbols> LocateSymbols(const EyeRecord& record,

@@ -128,14 +128,14 @@ double NoiseRms(const CapturedSymbols& capture)
     std::vector<double> rms;
     for (std::size_t k = 0; k < stretches; ++k) {
         const std::size_t first = stretches > 1 ? k * (capture.certain.count - length) / (stretches - 1) : 0;
-        if (const auto found = UnexplainedRms(capture, {capture.certain.first + first, length}))
-            rms.push_back(*found);
+        if (const auto noise = UnexplainedRms(capture, {capture.certain.first + first, length}))
+            rms.push_back(*noise);
     }
     std::sort(rms.begin(), rms.end());
     return std::max(kSmallestNoise * (*highest - *lowest), rms.empty() ? 0.0 : rms[rms.size() / 2]);
 }
 
-std::span<const int> Trusted(const CapturedSymbols& capture)
+std::span<const int> CertainSymbols(const CapturedSymbols& capture)
 {
     return capture.symbols.subspan(capture.certain.first, capture.certain.count);
 }
@@ -216,7 +216,7 @@ bool Repetition::Holds() const
 
 Repetition FindPeriod(const CapturedSymbols& capture)
 {
-    const std::span<const int> symbols = Trusted(capture);
+    const std::span<const int> symbols = CertainSymbols(capture);
     const std::size_t most =
         std::min(capture.symbols.size() / 2, symbols.size() - std::min<std::size_t>(2, symbols.size()));
     if (most < 1)
@@ -244,7 +244,7 @@ Repetition FindPeriod(const CapturedSymbols& capture)
 
 Repetition CheckPeriod(const CapturedSymbols& capture, std::size_t period)
 {
-    const std::span<const int> symbols = Trusted(capture);
+    const std::span<const int> symbols = CertainSymbols(capture);
     Repetition checked;
     checked.symbols = period;
     if (period >= symbols.size())

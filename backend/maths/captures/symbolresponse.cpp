@@ -14,7 +14,7 @@ namespace Tarnwick::DSO::Maths {
 namespace {
 
 constexpr std::size_t kBlock = 2048;  // [UI] at once: the samples of a block stay in the cache
-// Symbols whose share in the matrix is smaller are not told apart; rounding leaves 1e-15.
+// Symbols with a smaller share in the matrix cannot be told apart; rounding leaves 1e-15.
 constexpr double kSmallestShare = 1e-11;
 
 using Eigen::Index;
@@ -90,7 +90,7 @@ Eigen::Map<const Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::Ro
             static_cast<Index>(response.span.Count())};
 }
 
-MatrixXd Explained(const SymbolResponse& response, const Neighbours& neighbours)
+MatrixXd Predicted(const SymbolResponse& response, const Neighbours& neighbours)
 {
     const Eigen::Map<const Eigen::VectorXd> constants(response.constants.data(),
                                                       static_cast<Index>(response.SamplesPerUi()));
@@ -104,7 +104,7 @@ Eigen::VectorXd RestPower(const SymbolResponse& response, std::span<const double
 {
     Eigen::VectorXd power = Eigen::VectorXd::Zero(static_cast<Index>(response.SamplesPerUi()));
     for (SymbolRange block = blocks.Next(); block.count > 0; block = blocks.Next())
-        power += (SamplesOf(samples, response.SamplesPerUi(), block) - Explained(response, blocks.NeighboursOf(block)))
+        power += (SamplesOf(samples, response.SamplesPerUi(), block) - Predicted(response, blocks.NeighboursOf(block)))
                      .rowwise()
                      .squaredNorm();
     return power;
@@ -203,7 +203,7 @@ std::vector<double> ExplainedSamples(const SymbolResponse& response, std::span<c
     for (SymbolRange block = blocks.Next(); block.count > 0; block = blocks.Next())
         Eigen::Map<MatrixXd>(explained.data() + (block.first - range.first) * samplesPerUi,
                              static_cast<Index>(samplesPerUi), static_cast<Index>(block.count)) =
-            Explained(response, blocks.NeighboursOf(block));
+            Predicted(response, blocks.NeighboursOf(block));
     return explained;
 }
 

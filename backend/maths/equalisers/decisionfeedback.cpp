@@ -347,10 +347,10 @@ void DecisionFeedback::StartLevels()
     double power = 0.0;
     for (const double sample : sampled_)
         power += (sample - mean) * (sample - mean);
-    const double spread = std::sqrt(power / static_cast<double>(sampled_.size()));
+    const double rms = std::sqrt(power / static_cast<double>(sampled_.size()));
     const auto steps = static_cast<double>(levels_.size() - 1);
     const double evenRms = std::sqrt((steps + 2.0) / (3.0 * steps));  // of steps + 1 values from -1 to 1
-    const double gain = spread / std::sqrt(1.0 + tapPower_) / evenRms;
+    const double gain = rms / std::sqrt(1.0 + tapPower_) / evenRms;
     for (std::size_t level = 0; level < levels_.size(); ++level)
         levels_[level] = mean + gain * (2.0 * static_cast<double>(level) / steps - 1.0);
 }

@@ -54,7 +54,7 @@ struct FeedbackSearch {
 /// fitted by
 ///     s_i = h_0 v_(i+q) + h_1 v_(i+q-1) + .. + h_n v_(i+q-n) + offset,  t_j = h_j / h_0
 /// with the rotation q from the correlation with the held symbols and with its two neighbours; that of the smallest residual
-/// over h_0 is taken, the lowest one of those equal to 1e-9, among those with every |t_j| <= 1 (a pre-cursor is no main
+/// over h_0 is taken, the lowest one of those equal to 1e-9, among those with every |t_j| <= 1 (a pre-cursor is not a main
 /// cursor). v changes its sign where the record is inverted. The feedback is held for half a UI to either side of the
 /// decision, so the delay is the middle of the longest circular run of delays whose opening is within 0.05 of the largest;
 /// of two middles the later one, unless the earlier is more open by 0.01.

@@ -17,10 +17,10 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// Of residuals that differ by less than this share of the levels' power the first one wins: that of an ideal eye, which all
-// phases reach, is rounding.
+// Of residuals that differ by less than this share of the levels' power the first one is taken: in an ideal eye, which all
+// phases reach, they differ by rounding.
 constexpr double kEqualResidual = 1e-12;
-// Pivots of columns of one length below it are rounding: the record cannot tell the columns apart.
+// Smaller pivots, of columns scaled to one length, are rounding: the record cannot tell the columns apart.
 constexpr double kSmallestPivot = 1e-12;
 
 // One column of the regression: element i is rows[row][i + offset].
@@ -113,7 +113,7 @@ public:
 
     /// The sample at which symbol 0 begins.
     long long Lag() const { return lag_; }
-    /// The levels are upside down.
+    /// The levels are inverted.
     bool IsInverted() const { return isInverted_; }
     /// @param lag  no farther from the peak than the taps and the feedback twice over
     double At(long long lag) const { return nearby_[static_cast<std::size_t>(lag - lag_ + reach_)]; }
@@ -174,9 +174,9 @@ std::optional<Solution> Solve(const Eigen::MatrixXd& normal, const Eigen::Vector
     return Solution{std::move(weights), pivots.maxCoeff() / pivots.minCoeff()};
 }
 
-// Whether a decision feedback behind the fit finds what that leaves to it: its main cursor is where no later one is larger, and
-// it takes levels for turned over whose correlation with the equalised record, that of the record through the taps, peaks
-// below 0.
+// Whether a decision feedback behind the fit finds what the fit leaves to it. It puts its main cursor where no later one is
+// larger, and takes the levels for inverted when their correlation with the equalised record, which is that of the record
+// through the taps, peaks below 0.
 bool SuitsFeedback(const Eigen::VectorXd& weights, const PhaseFitProblem& problem, const LevelCorrelation& correlation,
                    long long first)
 {
@@ -242,7 +242,7 @@ std::optional<PhaseFit> FitAtSamplingPhase(const PhaseFitProblem& problem)
     const Column target = rows.Levels(0);
     const double mean = rows.Product(target, rows.Ones()) / static_cast<double>(count);
     const double power = rows.Product(target, target);
-    const double spread = power - mean * mean * static_cast<double>(count);
+    const double levelPower = power - mean * mean * static_cast<double>(count);
     for (Eigen::Index k = 0; k < feedback; ++k)
         columns[static_cast<std::size_t>(taps + k)] = rows.Levels(-1 - k);
     columns.back() = rows.Ones();
@@ -262,7 +262,7 @@ std::optional<PhaseFit> FitAtSamplingPhase(const PhaseFitProblem& problem)
                 continue;
             const Eigen::VectorXd& weights = solution->weights;
             const double residual =
-                std::max(power - 2.0 * right.dot(weights) + weights.dot(normal * weights), 0.0) / spread;
+                std::max(power - 2.0 * right.dot(weights) + weights.dot(normal * weights), 0.0) / levelPower;
             const bool suits = SuitsFeedback(weights, problem, correlation, q);
             const bool isBetter =
                 !best || (suits != best->suitsFeedback ? suits : residual < best->residual - kEqualResidual);
@@ -278,7 +278,7 @@ std::optional<PhaseFit> FitAtSamplingPhase(const PhaseFitProblem& problem)
     fit.feedback.assign(weights.begin() + taps, weights.begin() + taps + feedback);
     fit.constant = weights(size - 1);
     // From the products it would be the difference of large numbers, no better than their rounding.
-    fit.residual = rows.SquaredErrors(best->columns, weights, target) / spread;
+    fit.residual = rows.SquaredErrors(best->columns, weights, target) / levelPower;
     fit.phase = best->phase;
     fit.instant = WrappedIndex(best->first, s);
     fit.isInverted = correlation.IsInverted();

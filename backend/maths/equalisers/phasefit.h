@@ -2,10 +2,10 @@
 // feedback that follows it.
 //     minimise sum_i (sum_j w_j x[q + i s - c_j] + sum_k b_k a_(i-k) + c - a_i)^2
 // over the UI i of a record x of s samples a UI, a_i the levels that were sent, c_j the delays of the taps, k = 1 .. K. Each
-// phase and each whole delay d is tried, q = phase + d s; the transitions between the symbols, which no slicer sees, have no
-// say. Fits that a decision feedback behind them would take for something else are left out, unless all are like that: those
-// with some |b_k| above 1, and those that leave the correlation with the levels upside down. Closed eyes without noise come to
-// such fits, of next to no residual. Columns are rows of samples one UI apart, so that the matrix needs the products of two such
+// phase and each whole delay d is tried, q = phase + d s; the transitions between the symbols, which no slicer sees, do
+// not count. Fits that a decision feedback behind them would mistake are left out unless there are no others: those with some
+// |b_k| above 1, and those that leave the correlation with the levels inverted. Closed eyes without noise lead to such fits, of
+// almost no residual. Columns are rows of samples one UI apart, so that the matrix needs the products of two such
 // rows at each lag once: no matrix of samples is built. Source: J. G. Proakis, M. Salehi, "Digital Communications", 5th ed.,
 // sections 9.4-4 (fractionally spaced equalisers) and 9.5 (decision feedback).
 #pragma once
@@ -41,7 +41,7 @@ struct PhaseFit {
     double residual = 0.0;         ///< sum of squared errors over that of the levels about their mean
     std::size_t phase = 0;         ///< [samples] 0 to s - 1, from the start of the UI that the correlation finds
     std::size_t instant = 0;       ///< [samples] q mod s: of the first decision from the start of the record
-    /// The correlation finds the levels upside down. The taps turn them back, as the fit is to the levels as they were given.
+    /// The correlation finds the levels inverted. The taps invert them back: the fit is to the levels as given.
     bool isInverted = false;
     double condition = 1.0;  ///< largest over smallest pivot of the matrix, its columns scaled to one length
 };

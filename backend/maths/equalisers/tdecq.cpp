@@ -33,8 +33,8 @@ constexpr double kClosedDb = 50.0;                                             /
 constexpr double kFirstEdge = 0.05;                                            // [UI] or tap weight, of a simplex
 constexpr double kLastEdge = 0.01;                                             // [UI] or tap weight
 constexpr double kFarthestPhase = 1.0;                                         // [UI]
-constexpr double kFlatDb = 1e-3;         // [dB] a simplex of no more difference has arrived
-constexpr double kLeastGainDb = 2e-3;    // [dB] for which it is begun anew
+constexpr double kFlatDb = 1e-3;         // [dB] a simplex that differs by no more has converged
+constexpr double kLeastGainDb = 2e-3;    // [dB] for which it is restarted
 constexpr int kMostTrials = 400;         // of a cursor
 constexpr double kSimplexGainDb = 0.3;   // [dB] hardly ever more: a cursor that much behind is not searched
 constexpr double kCursorGainDb = 0.012;  // [dB] for less the cursor of the best start stays: noise should not move it
@@ -82,7 +82,7 @@ public:
         : samples_(capture.begin(), capture.end()),
           samplesPerUi_(samplesPerUi),
           firstCentre_(symbols.firstCentre),
-          heard_{0, samples_.size() / samplesPerUi}
+          valid_{0, samples_.size() / samplesPerUi}
     {
         const std::size_t ends = ignoredUi == 0 ? 0 : ignoredUi + kTdecqReachUi;
         const auto inner = std::span(samples_).subspan(ends * samplesPerUi, samples_.size() - 2 * ends * samplesPerUi);
@@ -93,20 +93,20 @@ public:
             std::inner_product(inner.begin(), inner.end(), inner.begin(), 0.0) / static_cast<double>(inner.size());
         if (ends == 0)
             return;
-        const std::size_t uiCount = heard_.count;
+        const std::size_t uiCount = valid_.count;
         const std::size_t offset = firstCentre_ / samplesPerUi % uiCount;
-        heard_ = {(ends + uiCount - offset) % uiCount, uiCount - 2 * ends};
+        valid_ = {(ends + uiCount - offset) % uiCount, uiCount - 2 * ends};
     }
     double Variance() const { return variance_; }
     /// The samples of At that are not ignored, at any phase.
-    Stretch Heard() const { return heard_; }
+    Stretch Valid() const { return valid_; }
     /// The symbols whose taps see nothing else.
     Stretch Counted(std::size_t taps, std::size_t cursor) const
     {
         const std::size_t uiCount = samples_.size() / samplesPerUi_;
-        if (heard_.count == uiCount)
-            return heard_;
-        return {(heard_.first + taps - 1 + uiCount - cursor) % uiCount, heard_.count - (taps - 1)};
+        if (valid_.count == uiCount)
+            return valid_;
+        return {(valid_.first + taps - 1 + uiCount - cursor) % uiCount, valid_.count - (taps - 1)};
     }
     void At(double phaseUi, std::vector<double>& values) const
     {
@@ -128,7 +128,7 @@ private:
     std::vector<double> samples_;
     std::size_t samplesPerUi_;
     std::size_t firstCentre_;
-    Stretch heard_;
+    Stretch valid_;
     double variance_ = 0.0;
 };
 
@@ -406,7 +406,7 @@ class SimplexSearch {
 public:
     SimplexSearch(Scorer& scorer, ReferenceEqualizer& best) : scorer_(scorer), best_(best) {}
 
-    /// A simplex that has collapsed is begun anew where it did, until that gains nothing.
+    /// A collapsed simplex is restarted where it ended, until that gains nothing.
     void Run()
     {
         double before = std::numeric_limits<double>::infinity();

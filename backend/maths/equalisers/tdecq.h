@@ -21,7 +21,7 @@ struct ReferenceSymbols {
     std::size_t firstCentre = 0;  // sample at the middle of UI 0; may be beyond the last: the record is periodic
 };
 
-/// The symbols of a pattern's held waveform, whose sample 0 begins UI 0; the pattern starts anew until there are uiCount.
+/// The symbols of a pattern's held waveform, whose sample 0 begins UI 0; the pattern is repeated until there are uiCount.
 /// Levels that it does not use are not counted. For a capture that lags behind that waveform, add the lag to firstCentre.
 /// @param pattern  level of each UI
 /// @return nothing when the pattern uses fewer than 2 or more than 4 levels
@@ -29,7 +29,7 @@ TARNWICK_FRAMEWORK_API std::optional<ReferenceSymbols> SymbolsOfPattern(std::spa
                                                                         std::size_t uiCount, std::size_t samplesPerUi);
 
 /// The symbols of a capture of a pattern, where the pattern correlates best with it, as they are on the line: the levels of
-/// an inverted capture (P and N exchanged) are turned over.
+/// an inverted capture (P and N exchanged) are inverted with it.
 /// @param capture  a whole number of UI of samplesPerUi samples
 /// @param pattern  level of each UI, any rotation
 /// @param ignoredUi  [UI] at both ends of the capture that are not looked at

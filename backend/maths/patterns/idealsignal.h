@@ -21,7 +21,7 @@ struct Swing {
 /// read at the middle of each sample's interval.
 /// @param levels        at least one
 /// @param samplesPerUi  s, positive; need not be whole
-/// @param count         samples to make; the pattern starts anew as often as it takes
+/// @param count         samples to make; the pattern is repeated to fill them
 /// @param edgeUi        [UI] 0 to 1
 TARNWICK_FRAMEWORK_API std::vector<double> IdealSignal(std::span<const int> levels, Swing swing, double samplesPerUi,
                                                        std::size_t count, double edgeUi = 0.0);

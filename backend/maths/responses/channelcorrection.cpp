@@ -20,8 +20,8 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr double kShortestInterval = 1e-15;  // [s] below it the value is no sample interval
-constexpr double kLongestInterval = 1e-9;    // [s] likewise above it
+constexpr double kShortestInterval = 1e-15;  // [s] a smaller value is not a sample interval
+constexpr double kLongestInterval = 1e-9;    // [s] nor is a larger one
 constexpr std::size_t kDensity = 8;          // interpolated points in time for each point of the grid
 
 // Bins 0 .. n/2 of an even number of values.

@@ -94,7 +94,7 @@ Complex LowFrequencyPairResponse::operator()(double frequency) const
 
 namespace {
 
-// exp((1 + j) x). Of a gain that is no number the response is none either, as in the formula: std::polar takes no such value.
+// exp((1 + j) x). A gain that is not a number gives such a response, as in the formula; std::polar takes none.
 Complex InverseOfCable(double exponent)
 {
     const double magnitude = std::exp(exponent);

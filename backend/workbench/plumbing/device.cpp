@@ -69,8 +69,7 @@ const std::vector<Field<DeviceConfiguration>>& DeviceFields()
          "samples per UI are `uiDuration` / `sampleSpacing` instead of `samplesPerUi`"},
         {"uiDuration", &D::uiDuration, "any time", "one UI, in the unit of `sampleSpacing`", ""},
         {"sampleSpacing", &D::sampleSpacing, "any time", "time between two samples", ""},
-        {"signalCoding", Setter<D>{&SetCoding, "text"}, "", "line coding", "found in the capture",
-         NamesOf(Maths::kCodings)},
+        {"signalCoding", Setter<D>{&SetCoding, "text"}, "", "line coding", "found in the capture", CodingNames()},
         {"patternSymbols",
          // Read last: which symbols there are depends on the coding.
          Setter<D>{[](D&, const json&, const Place&) {}, "text or object"}, "",

@@ -89,7 +89,7 @@ Separator SeparatorOf(std::string_view line)
 }
 
 // The fields without their quotes; an empty one counts, but not between blanks. A quote that is not closed makes the rest
-// of the line one field, which is no number.
+// of the line one field, which is not a number.
 void Split(std::string_view line, Separator separator, Fields& fields)
 {
     fields.clear();

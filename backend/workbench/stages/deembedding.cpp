@@ -114,7 +114,7 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
 {
     auto owned = std::make_unique<P>(&config);
     ReadSettings(*owned, Fields(), settings, place);
-    // The noise of a record to which a fixture is added went through none: lifted, it would be too much.
+    // Noise has not passed through a fixture that is only now added: raising it would give too much.
     if (!owned->conversionFlag && !settings.contains("preserveNoise"))
         owned->preserveNoise = false;
     P& parameters = *owned;

@@ -15,6 +15,9 @@ Capture('samples', 3200 samples, 8 per UI, NRZ, single-shot)
 >>> tarnwick.BesselThomson(capture.device, cutoffPercent=75)(capture).size
 3200
 """
+import importlib
+from typing import Any
+
 from ._captures import Capture, lock, measure, read, simulate
 from ._chains import Chain, Response, Result
 from ._core import Eye, PatternLockFailed
@@ -30,3 +33,10 @@ __all__ = [
     "FFEFilter", "Filter", "MovingAverageSmoothingFilter", "Network", "PatternLockFailed", "Record", "Response", "Result",
     "SircFilter", "__version__", "lock", "measure", "read", "simulate", "touchstone",
 ]
+
+
+def __getattr__(name: str) -> Any:
+    """The module `batch`, which can be called, when it is first asked for: it costs a second and few need it."""
+    if name == "batch":
+        return importlib.import_module("tarnwick.batch")
+    raise AttributeError(f"module 'tarnwick' has no attribute {name!r}")

@@ -269,10 +269,12 @@ TEST(DfePrepare, ResizesManualTapsAndLeavesTheDelay)
     }
 }
 
+// However short its pattern is.
 TEST(DfeApply, PassesTheRecordWithoutTaps)
 {
     const auto samples = RandomValues(1021, 1);
-    EXPECT_TRUE(HaveSameBits(Equaliser(Configuration(8, 127), 0).Apply(samples), samples));
+    for (const DeviceConfiguration& config : {Configuration(8, 127), Configuration(1, 1)})
+        EXPECT_TRUE(HaveSameBits(Equaliser(config, 0).Apply(samples), samples)) << config.patternLengthUi;
 }
 
 // Each repetition as if it were alone, with the taps of the first; what follows the last one continues it.
@@ -332,6 +334,13 @@ TEST(DfeApply, TakesFractionalSamples)
             open += std::abs(std::abs(result[here]) - 1.0) < 0.2 ? 1 : 0;
         }
         EXPECT_GT(open, 0.9 * symbols);
+        // The feedback, of 0.4 either way, changes at the first sample of a UI, half a UI before its decision, in every
+        // repetition.
+        for (std::size_t k = 1; count == 8250 && k < result.size(); ++k) {
+            const double change = samples[k] - result[k] - (samples[k - 1] - result[k - 1]);
+            const double intoUi = std::fmod(static_cast<double>(k) - equaliser.DelayInSamples() + 1.65, 3.3);
+            EXPECT_TRUE(std::abs(change) < 0.1 || intoUi < 1.0 || intoUi > 3.3 - 1e-6) << k;
+        }
     }
 }
 

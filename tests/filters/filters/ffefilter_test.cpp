@@ -11,6 +11,7 @@
 #include "filters/filters/dfefilter.h"
 #include "framework/dsp_helpers.h"
 #include "framework/gaussianfilter.h"
+#include "maths/responses/gaussian.h"
 #include "support/captures.h"
 #include "support/expectations.h"
 #include "support/filterrig.h"
@@ -121,7 +122,7 @@ TEST(FFEFilterManualTaps, StandAtTheirSpacing)
         std::size_t numberOfTaps;
         int tapsPerUi;
         std::size_t spacing;
-    } cases[] = {{{1, 2, 3}, 3, 1, 8}, {{1, 2, 3}, 3, 3, 2}, {{1}, 3, 1, 8}, {{1, 2, 3}, 2, 1, 8}};
+    } cases[] = {{{1, 2, 3}, 3, 1, 8}, {{1, 2, 3}, 3, 3, 2}, {{1}, 3, 1, 8}, {{1, 2, 3}, 2, 1, 8}, {{0, 0}, 2, 1, 8}};
     const auto record = RandomValues(3 * 512 + 2, 9);
     for (const auto& [taps, numberOfTaps, tapsPerUi, spacing] : cases) {
         SCOPED_TRACE(testing::PrintToString(taps) + ", " + std::to_string(tapsPerUi) + " a UI");
@@ -459,20 +460,26 @@ TEST(FFEFilterIgnoredEnds, DecideNothing)
     const struct {
         const char* label;
         Set set;
+        double samplesPerUi = 8.0;
     } cases[] = {{"whole waveform", Automatic(5)},
                  {"whole waveform, fixed cursor", Automatic(5, 2)},
+                 {"part of a sample", Automatic(5), 8.0025},
                  {"at the phase", AtPhase(7, 2)},
                  {"with feedback", AtPhase(4, 1, 3)},
                  {"TDECQ", [](auto& p) {
                       Automatic(5)(p);
                       p.useTdecqEqualizer = true;
                   }}};
-    for (const auto& [label, set] : cases) {
+    for (const auto& [label, set, samplesPerUi] : cases) {
         SCOPED_TRACE(label);
+        config.useFractionalSampling = samplesPerUi != 8.0;
+        config.uiDuration = samplesPerUi;
+        config.sampleSpacing = 1.0;
         std::vector<std::vector<double>> taps;
         for (const double size : {0.0, 5.0}) {
             std::vector<double> record = capture;
-            for (std::size_t k = 0; k < 64; ++k)
+            record.resize(static_cast<std::size_t>(400.0 * samplesPerUi));
+            for (std::size_t k = 0; k < static_cast<std::size_t>(std::ceil(8.0 * samplesPerUi)); ++k)
                 record[k] = record[record.size() - 1 - k] = size * std::sin(static_cast<double>(k * k));
             Equaliser equaliser(config, set);
             equaliser.parameters.ignoredUi = 8;
@@ -481,6 +488,26 @@ TEST(FFEFilterIgnoredEnds, DecideNothing)
         }
         EXPECT_TRUE(AreNear(taps[1], taps[0], 1e-9));
     }
+
+    config.useFractionalSampling = false;
+
+    // Behind the low-pass too, which may as well have been there before.
+    const auto taken = static_cast<int>(capture.size());
+    const double sampleRate = 8.0 * config.baudRateGBd;
+    const auto behind = Maths::GaussianLowPass(capture, sampleRate, 15.0);
+    auto lowPass = Maths::GaussianTaps(capture.size(), sampleRate, 15.0);
+    std::vector<double> identity(capture.size());
+    identity.front() = 1.0;
+    Equaliser tdecq(config);
+    tdecq.parameters.ignoredUi = 8;
+    const auto tapsBehind = [&](std::vector<double> record, std::vector<double>& filter) {
+        return Take(
+            tdecq.filter->GenerateTDECQAutomaticCoefficients(record.data(), taken, filter.data(), taken, symbols, 400,
+                                                             8, 5, true, true, SIGNAL_CODING_PAM4, 1),
+            5);
+    };
+    EXPECT_TRUE(AreNear(tapsBehind(capture, lowPass), tapsBehind(behind, identity), 1e-3));
+    EXPECT_FALSE(AreNear(tapsBehind(capture, identity), tapsBehind(behind, identity), 1e-3));
 }
 
 // The first 511 symbols of PRBS13Q: the taps are those of least TDECQ for the capture behind 80 GHz, and the largest is at

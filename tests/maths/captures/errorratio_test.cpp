@@ -96,6 +96,7 @@ TEST(ErrorRatio, IsThatOfTheLineAndTheNoise)
             EXPECT_EQ(split.range.count, wrapping == Wrapping::Circular ? 8191U : 8191U - 16);
             EXPECT_FALSE(split.byRepetitions);
             EXPECT_NEAR(split.noiseRms, row.sigma, 0.024 * row.sigma);  // three deviations
+            EXPECT_GT(split.noiseRms, split.residualRms) << "the fit takes some of the noise";
             const ErrorRatios ratios(split, symbols, row.line.levelCount);
             const double expected = row.line.ErrorRatio(thresholds, row.sigma);
             EXPECT_NEAR(ratios.OfBits(thresholds), expected, 0.15 * expected);

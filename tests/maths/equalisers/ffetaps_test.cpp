@@ -9,7 +9,10 @@
 #include <numeric>
 
 #include "framework/matrixutilities.h"
+#include "maths/equalisers/ffesearch.h"
+#include "maths/patterns/idealsignal.h"
 #include "maths/patterns/periodicrecord.h"
+#include "maths/responses/gaussian.h"
 #include "support/expectations.h"
 #include "support/signals.h"
 
@@ -119,14 +122,21 @@ TEST(FfeTaps, AreThoseOfTheMatricesOfSamples)
     }
 }
 
+// Cosines of equal height over 256 samples.
+std::vector<double> Harmonics(int count)
+{
+    std::vector<double> values(256);
+    for (std::size_t k = 0; k < values.size(); ++k)
+        for (int harmonic = 1; harmonic <= count; ++harmonic)
+            values[k] += std::cos(2.0 * std::numbers::pi * harmonic * static_cast<double>(k) / 256.0);
+    return values;
+}
+
 // Ten harmonics over 256 samples and taps a sample apart: the smallest pivot is 6e-9 of the largest, and the taps can still
 // be told apart. Rounding is magnified by its inverse.
 TEST(FfeTaps, AreFoundWhereTheCaptureIsSmooth)
 {
-    std::vector<double> capture(256);
-    for (std::size_t k = 0; k < capture.size(); ++k)
-        for (int harmonic = 1; harmonic <= 10; ++harmonic)
-            capture[k] += std::cos(2.0 * std::numbers::pi * harmonic * static_cast<double>(k) / 256.0);
+    const std::vector<double> capture = Harmonics(10);
     const std::vector<double> taps = {0.1, -0.3, 1.0, 0.2, -0.1};
     const std::vector<int> delays = {0, 1, 2, 3, 4};
     std::vector<double> reference(capture.size());
@@ -147,6 +157,39 @@ TEST(FfeTaps, AreNoneWhenTheCaptureCannotTellThemApart)
     EXPECT_FALSE(SolveTaps(noise, noise, std::vector<int>{0, 8, 8}, one));
     EXPECT_FALSE(SolveTaps(noise, noise, std::vector<int>{0, 64}, one));
     EXPECT_FALSE(SolveTaps(Constant(std::numeric_limits<double>::quiet_NaN(), 64), noise, std::vector<int>{0, 8}, one));
+    const auto silent = SolveTaps(noise, Constant(0.0, 64), std::vector<int>{0, 8}, one);
+    ASSERT_TRUE(silent);
+    EXPECT_EQ(silent->residual, 0.0);
+    // A harmonic tells two taps apart. What is left of the pivot of one more is rounding, of either sign.
+    for (int taps = 3; taps <= 17; taps += 2) {
+        const auto capture = Harmonics(taps / 2);
+        EXPECT_FALSE(SolveTaps(capture, capture, TapDelays(taps, 256 / taps, 1), one)) << taps << " taps";
+    }
+}
+
+// Three taps equalise the record exactly, so that a row that reaches into the ends would show. The second half of the pattern
+// is the first inverted and each half a palindrome: its mean is 0 with and without the ends.
+TEST(FfeSearch, TakesNoRowFromTheIgnoredEnds)
+{
+    std::vector<int> levels;
+    for (const double value : RandomValues(20, 4))
+        levels.push_back(value > 0.0 ? 1 : 0);
+    for (std::size_t k = 20; k > 0; --k)
+        levels.push_back(levels[k - 1]);
+    for (std::size_t k = 0; k < 40; ++k)
+        levels.push_back(1 - levels[k]);
+    constexpr std::size_t kCount = 640;
+    const auto ideal = GaussianLowPass(IdealSignal(levels, {-1.0, 1.0, 2}, 8.0, kCount), 8.0, 1.0);
+    auto samples = ideal;  // until 0.3, 1 and 0.3 a UI apart make it the ideal one
+    for (int pass = 0; pass < 100; ++pass) {
+        const auto before = samples;
+        for (std::size_t k = 0; k < kCount; ++k)
+            samples[k] = ideal[k] - 0.3 * (before[(k + 8) % kCount] + before[(k + kCount - 8) % kCount]);
+    }
+    const auto solution = FindLeastSquaresTaps({{samples, levels, 2, 8.0}, 8, 3, 1, 2, false, 8.0, 1.0, 64});
+    ASSERT_TRUE(solution);
+    EXPECT_LT(solution->residual, 1e-12);
+    EXPECT_NEAR(solution->taps[0] / solution->taps[1], 0.3, 1e-9);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <numbers>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -117,6 +118,13 @@ TEST(PhaseFit, FindsNothingThatTheRecordCannotTell)
     EXPECT_TRUE(FitAtSamplingPhase(problem));
     problem.ignoredUi = 18;
     EXPECT_FALSE(FitAtSamplingPhase(problem)) << "4 UI are left";
+    std::vector<double> harmonics;
+    for (int k = 0; k < 160; ++k)
+        harmonics.push_back(std::cos(2.0 * std::numbers::pi * k / 160.0) +
+                            std::cos(4.0 * std::numbers::pi * k / 160.0));
+    problem = {
+        .samples = harmonics, .samplesPerUi = kSamplesPerUi, .levels = levels, .tapDelays = {0, 32, 64, 96, 128}};
+    EXPECT_FALSE(FitAtSamplingPhase(problem)) << "two harmonics tell four taps apart, and the fifth pivot is rounding";
 }
 
 }  // namespace

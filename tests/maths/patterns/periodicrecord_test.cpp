@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "maths/patterns/alignment.h"
+#include "support/captures.h"
 #include "support/expectations.h"
 #include "support/signals.h"
 
@@ -69,6 +70,9 @@ TEST(PeriodicProducts, AreThoseOfTheirDefinitions)
         }
         // x is the reference, y the capture.
         EXPECT_TRUE(AreNear(CircularCorrelation(y, x), correlation, 4.0 * rounding));
+        const auto capture = RandomValues(3 * count, 3);
+        EXPECT_TRUE(AreNear(CircularCorrelationWithHeld(capture, x), CircularCorrelation(capture, Held(x, 3)),
+                            12.0 * rounding));
     }
     EXPECT_EQ(CircularDot({}, {}, 3), 0.0);
     EXPECT_EQ(CircularDotInOrder({}, {}, 3), 0.0);
