@@ -17,7 +17,6 @@
 namespace Tarnwick::DSO::Filters {
 
 using SystemFramework::NewArrayFrom;
-using SystemFramework::RequirePositive;
 using SystemFramework::SignalData;
 
 namespace {

@@ -78,6 +78,7 @@ TARNWICK_ALWAYS_INLINE void Load(const double* from, Values& to)
 }
 
 template <typename Values>
+// NOLINTNEXTLINE(readability-non-const-parameter): it is written to
 TARNWICK_ALWAYS_INLINE void Store(const Values& from, double* to)
 {
     reinterpret_cast<Loose<Values>*>(to)->values = from;
