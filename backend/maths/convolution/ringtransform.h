@@ -9,7 +9,7 @@
 // Real values use the ring modulo z^M + i, in which M complex values hold 2 M real ones: the upper half goes into the
 // imaginary parts. So M real values, padded to 2 M, cost one complex transform of M points. Sources: R. Crandall,
 // B. Fagin, "Discrete weighted transforms and large-integer arithmetic", Math. Comp. 62 (1994) 305-324 (right-angle
-// convolution); D. J. Bernstein, "Multidigit multiplication for mathematicians" (2001), section 4 (transforms as a
+// convolution); D. J. Bernstein, "Multidigit multiplication for mathematicians" (2001) (transforms as a
 // tree of remainders).
 #pragma once
 
