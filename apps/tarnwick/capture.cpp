@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "commandline.h"
 #include "notes.h"
-#include "options.h"
 #include "outputs.h"
 #include "workbench/failure.h"
 #include "workbench/units.h"
@@ -12,43 +12,42 @@ namespace Tarnwick::App {
 
 using DSO::Workbench::Waveform;
 
-void AddReadingOptions(CLI::App& command, CaptureOptions& options)
+void AddReadingOptions(const CommandLine& command, CaptureOptions& options)
 {
     constexpr double kMost = 1e12;
     command
-        .add_option("--skip-lines", options.reading.skipLines,
-                    "Lines to drop at the head of a text capture; 0: numbers at its head are samples")
-        ->check(WholeRange(0, 1000000000));
-    command.add_option("--column", options.reading.column, "Which column of a text capture holds the values")
-        ->type_name("NAME|NUMBER");
-    command
-        .add_option("--sample-rate", options.sampleRateGsps, "Sample rate, where the capture does not tell it [GS/s]")
-        ->check(RealRange(1.0 / kMost, kMost))
-        ->type_name("GSPS");
-    command.add_option("--scale", options.reading.scale, "Factor of every sample: for raw counts the volts of one")
-        ->check(RealRange(-kMost, kMost));
+        .AddOption("--skip-lines", options.reading.skipLines,
+                   "Lines to drop at the head of a text capture; 0: numbers at its head are samples")
+        .Check(WholeRange(0, 1000000000));
+    command.AddOption("--column", options.reading.column, "Which column of a text capture holds the values")
+        .TypeName("NAME|NUMBER");
+    command.AddOption("--sample-rate", options.sampleRateGsps, "Sample rate, where the capture does not tell it [GS/s]")
+        .Check(RealRange(1.0 / kMost, kMost))
+        .TypeName("GSPS");
+    command.AddOption("--scale", options.reading.scale, "Factor of every sample: for raw counts the volts of one")
+        .Check(RealRange(-kMost, kMost));
 }
 
-void AddCaptureOptions(CLI::App& command, CaptureOptions& options)
+void AddCaptureOptions(const CommandLine& command, CaptureOptions& options)
 {
     command
-        .add_option(
+        .AddOption(
             "capture", options.name,
             "Capture: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not; - is text on standard input")
-        ->required();
-    command.add_option("--minus", options.minus, "Second capture to subtract (differential pairs)");
+        .Required();
+    command.AddOption("--minus", options.minus, "Second capture to subtract (differential pairs)");
     AddReadingOptions(command, options);
 }
 
-void AddCapturesOptions(CLI::App& command, CapturesOptions& options)
+void AddCapturesOptions(const CommandLine& command, CapturesOptions& options)
 {
     command
-        .add_option(
+        .AddOption(
             "capture", options.names,
             "Capture, or several: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not; - is text on "
             "standard input")
-        ->required();
-    command.add_option("--minus", options.each.minus, "Capture to subtract from the one (differential pairs)");
+        .Required();
+    command.AddOption("--minus", options.each.minus, "Capture to subtract from the one (differential pairs)");
     AddReadingOptions(command, options.each);
 }
 

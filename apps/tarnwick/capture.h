@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
+#include "commandline.h"
 
 #include "progress.h"
 #include "workbench/captures.h"
@@ -27,13 +27,13 @@ struct CapturesOptions {
 };
 
 /// How to read a capture.
-void AddReadingOptions(CLI::App& command, CaptureOptions& options);
+void AddReadingOptions(const CommandLine& command, CaptureOptions& options);
 
 /// The capture and how to read it: the same for every command that reads one.
-void AddCaptureOptions(CLI::App& command, CaptureOptions& options);
+void AddCaptureOptions(const CommandLine& command, CaptureOptions& options);
 
 /// The same for one capture or more.
-void AddCapturesOptions(CLI::App& command, CapturesOptions& options);
+void AddCapturesOptions(const CommandLine& command, CapturesOptions& options);
 
 /// The files that are read.
 std::vector<std::string> FilesOf(const CapturesOptions& options);

@@ -1,21 +1,21 @@
 #include "facts.h"
 
-#include "options.h"
+#include "commandline.h"
 #include "workbench/pattern.h"
 
 namespace Tarnwick::App {
 
-void AddFactOptions(CLI::App& command, FactOptions& options)
+void AddFactOptions(const CommandLine& command, FactOptions& options)
 {
     constexpr int kMostUi = 2147483647;
-    command.add_option("--coding", options.coding, "Line coding; found when left out")
-        ->check(OneOf(DSO::Workbench::CodingNames()));
-    command.add_option("--baud", options.symbolRateGBd, "Symbol rate [GBd]; found when left out")
-        ->check(RealRange(1e-6, 1e6));
-    command.add_option("--samples-per-ui", options.samplesPerUi, "Samples per UI, whole or not; found when left out")
-        ->check(RealRange(1.0, 1e6));
-    command.add_option("--pattern-length", options.patternLengthUi, "UI in the pattern; found when left out")
-        ->check(WholeRange(1, kMostUi));
+    command.AddOption("--coding", options.coding, "Line coding; found when left out")
+        .Check(OneOf(DSO::Workbench::CodingNames()));
+    command.AddOption("--baud", options.symbolRateGBd, "Symbol rate [GBd]; found when left out")
+        .Check(RealRange(1e-6, 1e6));
+    command.AddOption("--samples-per-ui", options.samplesPerUi, "Samples per UI, whole or not; found when left out")
+        .Check(RealRange(1.0, 1e6));
+    command.AddOption("--pattern-length", options.patternLengthUi, "UI in the pattern; found when left out")
+        .Check(WholeRange(1, kMostUi));
 }
 
 DSO::Workbench::CaptureFacts With(const FactOptions& options, DSO::Workbench::CaptureFacts facts)

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include <CLI/CLI.hpp>
+#include "commandline.h"
 
 #include "workbench/lock.h"
 
@@ -16,7 +16,7 @@ struct FactOptions {
     int patternLengthUi = 0;
 };
 
-void AddFactOptions(CLI::App& command, FactOptions& options);
+void AddFactOptions(const CommandLine& command, FactOptions& options);
 
 /// What the options say goes before what `facts` holds.
 DSO::Workbench::CaptureFacts With(const FactOptions& options, DSO::Workbench::CaptureFacts facts = {});

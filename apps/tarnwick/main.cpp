@@ -7,7 +7,9 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
+#include "commandline.h"
 #include "commands/commands.h"
 #include "notes.h"
 #include "workbench/chain.h"
@@ -97,7 +99,7 @@ int main(int argc, char** argv)
         program.require_subcommand(1);
         for (const auto& [name, help, example, addOptions] : Tarnwick::App::Commands()) {
             CLI::App* const command = program.add_subcommand(name, help);
-            addOptions(*command);
+            addOptions(Tarnwick::App::CommandLine(*command));
             // Behind what the command itself has to say there.
             command->footer(fmt::format("{}Example: tarnwick {} {}", command->get_footer(), name, example));
         }

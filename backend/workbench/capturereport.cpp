@@ -11,6 +11,7 @@
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/reportrows.h"
 #include "workbench/symbols.h"
 
@@ -32,7 +33,7 @@ constexpr const char* kAssumptions[] = {
 
 ordered_json ToJson(const LockReport& report)
 {
-    return ordered_json::parse(LockAsJson(report));
+    return OrderedJsonFrom(LockAsJson(report));
 }
 
 ordered_json BathtubToJson(const EyeReport& report)
@@ -90,7 +91,7 @@ std::string ContentAsJson(const CaptureContent& content)
         {"rms", content.statistics.rms},
         {"acquisition", content.acquisition ? ToJson(*content.acquisition) : ordered_json()},
         {"whyNoAcquisition", content.acquisition ? ordered_json() : ordered_json(content.whyNoAcquisition)}};
-    return report.dump(2);
+    return JsonText(report, 2);
 }
 
 std::string QualityAsText(const LockedCapture& capture, const SignalQuality& quality, ZeroVolts zero)
@@ -152,7 +153,7 @@ std::string QualityAsJson(const LockedCapture& capture, const SignalQuality& qua
     } else {
         report["whyNoTdecq"] = quality.whyNoTdecq;
     }
-    return report.dump(2);
+    return JsonText(report, 2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "workbench/plumbing/device.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/stages/stages.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -134,7 +135,7 @@ std::string ChainKeysAsJson()
         groups.push_back(
             {{"name", group.name}, {"meaning", group.meaning}, {"isFilter", group.isFilter}, {"keys", keys}});
     }
-    return nlohmann::ordered_json{{"groups", groups}}.dump(2) + "\n";
+    return JsonText(nlohmann::ordered_json{{"groups", groups}}, 2) + "\n";
 }
 
 std::string ChainKeysAsDictionary()

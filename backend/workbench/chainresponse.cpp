@@ -10,6 +10,7 @@
 
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/run.h"
 #include "workbench/units.h"
 
@@ -27,7 +28,7 @@ constexpr std::int32_t kMostSamples = 1 << 26;  // half a gigabyte an array: no 
 {
     if (!device.contains(key))
         throw UsageFailure(fmt::format("{}: device.{}: is missing; response needs it", name, key));
-    throw UsageFailure(fmt::format("{}: device.{}: is {}; expected {}", name, key, device[key].dump(), expected));
+    throw UsageFailure(fmt::format("{}: device.{}: is {}; expected {}", name, key, JsonText(device[key]), expected));
 }
 
 // The first repetition, rotated so that the impulse, which was sent in its middle, is at sample 0.

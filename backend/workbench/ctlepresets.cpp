@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "maths/responses/ctle.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -103,7 +104,7 @@ std::string PresetsAsText()
 std::string PresetsAsJson()
 {
     const ordered_json presets = {{"ieee802.3bs", ToJson(Ieee802_3bsPresets())}, {"hdmi", ToJson(HdmiPresets())}};
-    return presets.dump(2);
+    return JsonText(presets, 2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -12,6 +12,7 @@
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/reportrows.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -183,9 +184,9 @@ std::string EyeAsJson(const LockedCapture& capture, const EyeReport& report)
         {"levels", report.levels}, {"eyes", EyesToJson(report)},        {"phaseUi", report.phaseUi}};
     AddErrorRatio(stage, report);
     nlohmann::ordered_json content;
-    content["acquisition"] = nlohmann::ordered_json::parse(LockAsJson(capture.report));
+    content["acquisition"] = OrderedJsonFrom(LockAsJson(capture.report));
     content["stages"] = nlohmann::ordered_json::array({stage});
-    return content.dump(2);
+    return JsonText(content, 2);
 }
 
 EyeSettings EyeSettingsOf(const Chain& chain)

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <set>
 #include <vector>
 
@@ -10,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "maths/touchstone/touchstone.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/text.h"
 #include "workbench/units.h"
 
@@ -333,32 +333,30 @@ std::string FixtureAsJson(const FixtureFile& file, const std::string& name, cons
     json["values"] = ValuesToJson(CurvesOf(file), frequencies);
     if (!normalised.empty())
         json["normalised"] = normalised;
-    return json.dump(2, ' ', false, ordered_json::error_handler_t::replace);
+    return JsonText(json, 2);
 }
 
 std::string TransmissionColumns(std::span<const TransmissionCurve> curves)
 {
     std::set<double> frequencies;
-    fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text), "frequency [Hz]");
+    std::string text = "frequency [Hz]";
     for (const TransmissionCurve& curve : curves) {
-        fmt::format_to(std::back_inserter(text), ",\"{0} magnitude [dB]\",\"{0} phase [deg]\",\"{0} delay [s]\"",
-                       curve.name);
+        text += fmt::format(",\"{0} magnitude [dB]\",\"{0} phase [deg]\",\"{0} delay [s]\"", curve.name);
         frequencies.insert(curve.frequency.begin(), curve.frequency.end());
     }
     for (const double frequency : frequencies) {
-        fmt::format_to(std::back_inserter(text), "\n{}", frequency);
+        text += fmt::format("\n{}", frequency);
         for (const TransmissionCurve& curve : curves) {
             const auto k = IndexOf(curve, frequency);
             const bool isFinite = k && std::isfinite(curve.magnitudeDb[*k]);
-            const auto field = [](bool isKnown, double value) { return isKnown ? fmt::to_string(value) : ""; };
-            fmt::format_to(std::back_inserter(text), ",{},{},{}", field(isFinite, k ? curve.magnitudeDb[*k] : 0.0),
-                           field(isFinite, k ? curve.phaseDeg[*k] : 0.0),
-                           field(isFinite && std::isfinite(curve.delay[*k]), k ? curve.delay[*k] : 0.0));
+            const auto field = [](bool isKnown, double value) { return isKnown ? fmt::format("{}", value) : ""; };
+            text += fmt::format(",{},{},{}", field(isFinite, k ? curve.magnitudeDb[*k] : 0.0),
+                                field(isFinite, k ? curve.phaseDeg[*k] : 0.0),
+                                field(isFinite && std::isfinite(curve.delay[*k]), k ? curve.delay[*k] : 0.0));
         }
     }
     text.push_back('\n');
-    return fmt::to_string(text);
+    return text;
 }
 
 }  // namespace Tarnwick::DSO::Workbench

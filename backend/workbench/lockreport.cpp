@@ -9,6 +9,7 @@
 #include "workbench/lock.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/device.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/reportrows.h"
 #include "workbench/symbols.h"
 
@@ -102,7 +103,7 @@ std::string LockAsJson(const LockReport& report)
         {"firstSample", report.firstSample},
         {"samples", report.samples},
         {"warnings", report.warnings}};
-    return content.dump(2);
+    return JsonText(content, 2);
 }
 
 std::string ChainFileFor(const LockedCapture& capture)
@@ -113,7 +114,7 @@ std::string ChainFileFor(const LockedCapture& capture)
         device.erase("patternLengthUi");
         device.erase("patternSymbols");
     }
-    return nlohmann::json{{"device", std::move(device)}, {"filters", nlohmann::json::array()}}.dump(4) + "\n";
+    return JsonText(nlohmann::json{{"device", std::move(device)}, {"filters", nlohmann::json::array()}}, 4) + "\n";
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -17,6 +17,7 @@
 #include "workbench/chainkeys.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/workers.h"
 #include "workbench/run.h"
 #include "workbench/signalquality.h"
@@ -474,7 +475,7 @@ std::string OptimisedChain(const OptimiserInput& input, const EqualiserPoint& po
     UsePattern(device);
     if (!device.empty())
         content["device"] = std::move(device);
-    return content.dump(4) + "\n";
+    return JsonText(content, 4) + "\n";
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -11,6 +11,7 @@
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/checksum.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/reportrows.h"
 #include "workbench/plumbing/text.h"
 
@@ -104,7 +105,7 @@ std::string OptimisedAsJson(const OptimiserResult& result, RankBy rank)
             entry["error"] = trial.error;
         trials.push_back(std::move(entry));
     }
-    return ordered_json{{"rank", NameOf(rank)}, {"stopped", result.stopped}, {"trials", trials}}.dump(2);
+    return JsonText(ordered_json{{"rank", NameOf(rank)}, {"stopped", result.stopped}, {"trials", trials}}, 2);
 }
 
 std::string TrialTableHead(const OptimiserInput& input)
@@ -139,7 +140,7 @@ std::string TrialTableRow(const EqualiserTrial& trial)
         if (trial.ber)
             row["ber"] = *trial.ber;
     }
-    return row.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+    return JsonText(row) + "\n";
 }
 
 std::vector<EqualiserTrial> ReadTrialTable(std::string_view text, const OptimiserInput& input, const std::string& name)
@@ -152,7 +153,7 @@ std::vector<EqualiserTrial> ReadTrialTable(std::string_view text, const Optimise
     std::vector<EqualiserTrial> trials;
     for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
         try {
-            trials.push_back(TrialOf(json::parse(text.substr(0, end))));
+            trials.push_back(TrialOf(JsonFrom(text.substr(0, end))));
         } catch (const json::exception&) {
             throw UsageFailure(fmt::format("{}: line {} is no trial", name, trials.size() + 2));
         }

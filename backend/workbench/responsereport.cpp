@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/text.h"
 #include "workbench/units.h"
 
@@ -17,11 +18,11 @@ namespace {
 using nlohmann::ordered_json;
 
 // A value that is not finite leaves its column empty.
-void AppendColumn(fmt::memory_buffer& text, double value)
+void AppendColumn(std::string& text, double value)
 {
     text.push_back(',');
     if (std::isfinite(value))
-        fmt::format_to(std::back_inserter(text), "{}", value);
+        text += fmt::format("{}", value);
 }
 
 ordered_json InGiga(const std::optional<double>& frequency)
@@ -99,59 +100,56 @@ std::string ResponseAsJson(const ChainResponse& response)
                                  {"filters", filters},
                                  {"whole", ToJson(FiguresOf(response.whole, response.symbolRate, response.bandEnd))},
                                  {"leftOut", response.leftOut}};
-    return report.dump(2);
+    return JsonText(report, 2);
 }
 
 std::string FrequencyColumns(const ChainResponse& response)
 {
-    fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text), "frequency [Hz]");
+    std::string text = "frequency [Hz]";
     response.ForEach([&](const std::string& label, const TransferFunction&) {
-        fmt::format_to(std::back_inserter(text), ",{0} magnitude [dB],{0} group delay [ps]", label);
+        text += fmt::format(",{0} magnitude [dB],{0} group delay [ps]", label);
     });
     for (std::size_t k = 0; k < response.whole.magnitudeDb.size(); ++k) {
-        fmt::format_to(std::back_inserter(text), "\n{}", static_cast<double>(k) * response.whole.Spacing());
+        text += fmt::format("\n{}", static_cast<double>(k) * response.whole.Spacing());
         response.ForEach([&](const std::string&, const TransferFunction& function) {
             AppendColumn(text, function.magnitudeDb[k]);
             AppendColumn(text, function.groupDelay[k] * kPicoPerUnit);
         });
     }
     text.push_back('\n');
-    return fmt::to_string(text);
+    return text;
 }
 
 std::string ImpulseColumns(const ChainResponse& response)
 {
     const auto count = static_cast<std::ptrdiff_t>(response.whole.impulse.size());
-    fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text), "time [s]");
-    response.ForEach([&](const std::string& label, const TransferFunction&) {
-        fmt::format_to(std::back_inserter(text), ",{} [1/UI]", label);
-    });
+    std::string text = "time [s]";
+    response.ForEach(
+        [&](const std::string& label, const TransferFunction&) { text += fmt::format(",{} [1/UI]", label); });
     for (std::ptrdiff_t k = 0; k < count; ++k) {
         const std::ptrdiff_t n = response.whole.peak - (count - 1) / 2 + k;
         const auto index = static_cast<std::size_t>((n % count + count) % count);
-        fmt::format_to(std::back_inserter(text), "\n{}", static_cast<double>(n) / response.whole.sampleRate);
+        text += fmt::format("\n{}", static_cast<double>(n) / response.whole.sampleRate);
         response.ForEach([&](const std::string&, const TransferFunction& function) {
             AppendColumn(text, function.impulse[index] * response.samplesPerUi);
         });
     }
     text.push_back('\n');
-    return fmt::to_string(text);
+    return text;
 }
 
 std::string ChannelColumns(const CorrectedChannel& channel)
 {
-    fmt::memory_buffer text;
+    std::string text;
     fmt::format_to(std::back_inserter(text),
                    "frequency [Hz],measured [dB],target [dB],correction [dB],corrected [dB]\n");
     for (std::size_t k = 0; k < channel.frequency.size(); ++k) {
-        fmt::format_to(std::back_inserter(text), "{}", channel.frequency[k]);
+        text += fmt::format("{}", channel.frequency[k]);
         for (const auto* column : {&channel.measured, &channel.target, &channel.correction, &channel.corrected})
             AppendColumn(text, (*column)[k]);
         text.push_back('\n');
     }
-    return fmt::to_string(text);
+    return text;
 }
 
 }  // namespace Tarnwick::DSO::Workbench

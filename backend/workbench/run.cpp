@@ -17,6 +17,7 @@
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/statistics.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -263,13 +264,13 @@ std::string ReportAsJson(std::span<const StageReport> stages, const std::optiona
                         {"seconds", stage.seconds}});
         AddErrorRatio(list.back(), stage.eye);
         if (!stage.findings.empty())
-            list.back().update(nlohmann::ordered_json::parse(stage.findings));
+            list.back().update(OrderedJsonFrom(stage.findings));
     }
     nlohmann::ordered_json report = nlohmann::ordered_json::object();
     if (acquisition)
-        report["acquisition"] = nlohmann::ordered_json::parse(LockAsJson(*acquisition));
+        report["acquisition"] = OrderedJsonFrom(LockAsJson(*acquisition));
     report["stages"] = std::move(list);
-    return report.dump(2);
+    return JsonText(report, 2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

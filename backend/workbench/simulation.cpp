@@ -17,6 +17,7 @@
 #include "maths/transforms/factors.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/symbols.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -287,7 +288,7 @@ std::string ChainFileFor(const SimulatedPattern& pattern, const Simulation& sett
                                           {"filters",
                                            {{{"type", "moving-average"}, {"WindowLength", 3}},
                                             {{"type", "bessel-thomson"}, {"order", 4}, {"cutoffPercent", 75}}}}};
-    return chain.dump(4) + "\n";
+    return JsonText(chain, 4) + "\n";
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -17,6 +17,7 @@
 #include "workbench/chaininput.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/text.h"
 #include "workbench/run.h"
 #include "workbench/signalquality.h"
@@ -45,8 +46,8 @@ std::string NumberText(double value)
 {
     constexpr double kLargestExact = 0x1p53;  // whole numbers beyond are not all doubles
     if (value == std::round(value) && std::abs(value) <= kLargestExact)
-        return json(static_cast<std::int64_t>(value)).dump();
-    return json(value).dump();
+        return JsonText(json(static_cast<std::int64_t>(value)));
+    return JsonText(json(value));
 }
 
 [[noreturn]] void Refuse(const std::string& axis, const std::string& reason)
@@ -86,7 +87,7 @@ std::string ListValue(const std::string& axis, const std::string& part)
         return part;
     const auto number = NumberFrom(part);
     if (!number)
-        return json(part).dump(-1, ' ', false, json::error_handler_t::replace);
+        return JsonText(json(part));
     if (!std::isfinite(*number))
         Refuse(axis, fmt::format("value is {}; expected a finite number", part));
     return NumberText(*number);
@@ -127,7 +128,7 @@ void SetKey(json& chain, const std::string& chainName, const std::string& path, 
         }
         place += (place.empty() ? "" : ".") + key;
     }
-    *target = json::parse(value);
+    *target = JsonFrom(value);
 }
 
 // Something in the settings or the data, as opposed to this program's own failures.

@@ -7,6 +7,7 @@
 
 #include "workbench/eyereport.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/text.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -18,17 +19,17 @@ namespace {
 
 std::string ValueText(const std::string& jsonText)
 {
-    const json value = json::parse(jsonText);
+    const json value = JsonFrom(jsonText);
     if (value.is_string())
         return value.get<std::string>();
-    return value.is_number_float() ? fmt::format("{:.10g}", value.get<double>()) : value.dump();
+    return value.is_number_float() ? fmt::format("{:.10g}", value.get<double>()) : JsonText(value);
 }
 
 ordered_json ValuesOf(const SweepRun& run, std::span<const SweepAxis> axes)
 {
     ordered_json values;
     for (std::size_t k = 0; k < run.values.size(); ++k)
-        values[axes[k].path] = ordered_json::parse(run.values[k]);
+        values[axes[k].path] = OrderedJsonFrom(run.values[k]);
     return values;
 }
 
@@ -131,7 +132,7 @@ std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRu
     for (const SweepAxis& axis : axes)
         paths.push_back(axis.path);
     const ordered_json report = {{"over", paths}, {"runs", list}};
-    return report.dump(2);
+    return JsonText(report, 2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

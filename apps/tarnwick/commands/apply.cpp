@@ -53,7 +53,7 @@ std::string FindingText(const nlohmann::json& value)
         return value.is_string() ? value.get<std::string>() : value.dump();
     std::string text;
     for (const nlohmann::json& each : value)
-        text += (text.empty() ? "" : " ") + FindingText(each);
+        text.append(text.empty() ? "" : " ").append(FindingText(each));
     return text;
 }
 
@@ -217,27 +217,27 @@ void Apply(const Options& options)
 
 }  // namespace
 
-void AddApply(CLI::App& command)
+void AddApply(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
-    command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
+    command.AddOption("chain", options->chain, "Chain file (JSON): the device and the filters").Required();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
-    command.add_option(
+    command.AddOption(
         "-o,--output", options->output,
         "Filtered capture: .csv, .txt or .npy, or - for CSV on standard output, the report then on standard "
         "error; left out: only the report");
-    command.add_flag("--whole", options->whole, "Write the ends of a single shot too, which the filters have spoilt");
-    command.add_option("--eye", options->eyePrefix, "Draw PREFIX-before.png, PREFIX-after.png and PREFIX-bathtub.png")
-        ->type_name("PREFIX");
+    command.AddFlag("--whole", options->whole, "Write the ends of a single shot too, which the filters have spoilt");
+    command.AddOption("--eye", options->eyePrefix, "Draw PREFIX-before.png, PREFIX-after.png and PREFIX-bathtub.png")
+        .TypeName("PREFIX");
     command
-        .add_option("--taps", options->tapsPrefix,
-                    "Draw PREFIX-ffe-N.png or PREFIX-dfe-N.png for each filter N with taps: the taps, and the pulse "
-                    "response in front of it and behind it by linear fit")
-        ->type_name("PREFIX");
-    command.add_flag("--json", options->json, "Print the stages as JSON");
-    command.footer("Filters are numbered as in the file, from 0. ");
-    command.callback([options] { Apply(*options); });
+        .AddOption("--taps", options->tapsPrefix,
+                   "Draw PREFIX-ffe-N.png or PREFIX-dfe-N.png for each filter N with taps: the taps, and the pulse "
+                   "response in front of it and behind it by linear fit")
+        .TypeName("PREFIX");
+    command.AddFlag("--json", options->json, "Print the stages as JSON");
+    command.Footer("Filters are numbered as in the file, from 0. ");
+    command.OnRun([options] { Apply(*options); });
 }
 
 }  // namespace Tarnwick::App

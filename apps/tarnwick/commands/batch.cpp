@@ -17,12 +17,12 @@
 #include <nlohmann/json.hpp>
 
 #include "capture.h"
+#include "commandline.h"
 #include "commands/commands.h"
 #include "facts.h"
 #include "growingtable.h"
 #include "interruption.h"
 #include "notes.h"
-#include "options.h"
 #include "outputs.h"
 #include "pictures/eyeplot.h"
 #include "progress.h"
@@ -280,33 +280,33 @@ void Run(Options options)
 
 }  // namespace
 
-void AddBatch(CLI::App& command)
+void AddBatch(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
-    command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
+    command.AddOption("chain", options->chain, "Chain file (JSON): the device and the filters").Required();
     command
-        .add_option("captures", options->captures,
-                    "Captures: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not")
-        ->required();
+        .AddOption("captures", options->captures,
+                   "Captures: text or CSV, .npy, or raw .f32, .f64, .i16; packed as .gz or not")
+        .Required();
     AddReadingOptions(command, options->reading);
     AddFactOptions(command, options->facts);
     command
-        .add_option("-o,--output", options->folder,
-                    "Folder for the filtered captures, NAME.npy for each; made when it is not there")
-        ->type_name("FOLDER")
-        ->required();
+        .AddOption("-o,--output", options->folder,
+                   "Folder for the filtered captures, NAME.npy for each; made when it is not there")
+        .TypeName("FOLDER")
+        .Required();
     command
-        .add_option("--results", options->results, "Table with a row for each capture; left out: results.csv in FOLDER")
-        ->type_name("FILE.csv");
-    command.add_option("-j,--jobs", options->jobs, "Captures side by side; left out: as many as there are processors")
-        ->check(WholeRange(1, 1024));
-    command.add_flag("--eyes", options->eyes, "Draw the eye behind the chain into NAME.png for each capture");
-    command.add_flag("--whole", options->whole, "Write the ends of single shots too, which the filters have spoilt");
-    command.add_flag("--resume", options->resume,
-                     "Go on with the table: captures that are done with this chain stay as they are");
-    command.add_flag("--json", options->json, "Print the summary as JSON");
-    command.footer("A capture that fails is a row with its reason; the others go on, and the exit status is 1. ");
-    command.callback([options] { Run(*options); });
+        .AddOption("--results", options->results, "Table with a row for each capture; left out: results.csv in FOLDER")
+        .TypeName("FILE.csv");
+    command.AddOption("-j,--jobs", options->jobs, "Captures side by side; left out: as many as there are processors")
+        .Check(WholeRange(1, 1024));
+    command.AddFlag("--eyes", options->eyes, "Draw the eye behind the chain into NAME.png for each capture");
+    command.AddFlag("--whole", options->whole, "Write the ends of single shots too, which the filters have spoilt");
+    command.AddFlag("--resume", options->resume,
+                    "Go on with the table: captures that are done with this chain stay as they are");
+    command.AddFlag("--json", options->json, "Print the summary as JSON");
+    command.Footer("A capture that fails is a row with its reason; the others go on, and the exit status is 1. ");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

@@ -11,21 +11,21 @@
 
 namespace Tarnwick::App {
 
-void AddChainKeys(CLI::App& command)
+void AddChainKeys(const CommandLine& command)
 {
     using Print = std::string (*)();
     auto print = std::make_shared<Print>(&DSO::Workbench::ChainKeysAsText);
     const auto add = [&](const char* name, const char* help, Print format) {
-        return command.add_flag_callback(
+        return command.AddFlag(
             name, [print, format] { *print = format; }, help);
     };
-    CLI::Option* markdown =
+    const Option markdown =
         add("--markdown", "As the tables of a Markdown document", &DSO::Workbench::ChainKeysAsMarkdown);
-    CLI::Option* json = add("--json", "As JSON", &DSO::Workbench::ChainKeysAsJson);
-    CLI::Option* dictionary = add("--dictionary", "As a fuzzer's dictionary", &DSO::Workbench::ChainKeysAsDictionary);
-    markdown->excludes(json)->excludes(dictionary);
-    json->excludes(dictionary);
-    command.callback([print] { PrintReport((*print)()); });
+    const Option json = add("--json", "As JSON", &DSO::Workbench::ChainKeysAsJson);
+    const Option dictionary = add("--dictionary", "As a fuzzer's dictionary", &DSO::Workbench::ChainKeysAsDictionary);
+    markdown.Excludes(json).Excludes(dictionary);
+    json.Excludes(dictionary);
+    command.OnRun([print] { PrintReport((*print)()); });
 }
 
 }  // namespace Tarnwick::App

@@ -3,32 +3,32 @@
 
 #include <span>
 
-#include <CLI/CLI.hpp>
+#include "commandline.h"
 
 namespace Tarnwick::App {
 
 struct Command {
     const char* name;
-    const char* help;                       ///< one sentence without a full stop
-    const char* example;                    ///< the arguments of one call
-    void (*addOptions)(CLI::App& command);  ///< and what to do when it is called
+    const char* help;                                ///< one sentence without a full stop
+    const char* example;                             ///< the arguments of one call
+    void (*addOptions)(const CommandLine& command);  ///< and what to do when it is called
 };
 
 /// In the order of the program's help.
 std::span<const Command> Commands();
 
-void AddApply(CLI::App& command);
-void AddBatch(CLI::App& command);
-void AddChainKeys(CLI::App& command);
-void AddEye(CLI::App& command);
-void AddInfo(CLI::App& command);
-void AddLock(CLI::App& command);
-void AddMeasure(CLI::App& command);
-void AddOptimise(CLI::App& command);
-void AddPresets(CLI::App& command);
-void AddResponse(CLI::App& command);
-void AddSimulate(CLI::App& command);
-void AddSweep(CLI::App& command);
-void AddTouchstone(CLI::App& command);
+void AddApply(const CommandLine& command);
+void AddBatch(const CommandLine& command);
+void AddChainKeys(const CommandLine& command);
+void AddEye(const CommandLine& command);
+void AddInfo(const CommandLine& command);
+void AddLock(const CommandLine& command);
+void AddMeasure(const CommandLine& command);
+void AddOptimise(const CommandLine& command);
+void AddPresets(const CommandLine& command);
+void AddResponse(const CommandLine& command);
+void AddSimulate(const CommandLine& command);
+void AddSweep(const CommandLine& command);
+void AddTouchstone(const CommandLine& command);
 
 }  // namespace Tarnwick::App

@@ -68,14 +68,14 @@ void Run(const Options& options)
 
 }  // namespace
 
-void AddEye(CLI::App& command)
+void AddEye(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
-    command.add_option("-o,--output", options->prefix, "Draw PREFIX.png and PREFIX-bathtub.png")->type_name("PREFIX");
-    command.add_flag("--json", options->json, "Print as JSON; null where nothing was found");
-    command.callback([options] { Run(*options); });
+    command.AddOption("-o,--output", options->prefix, "Draw PREFIX.png and PREFIX-bathtub.png").TypeName("PREFIX");
+    command.AddFlag("--json", options->json, "Print as JSON; null where nothing was found");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

@@ -36,13 +36,13 @@ void Run(const Options& options)
 
 }  // namespace
 
-void AddInfo(CLI::App& command)
+void AddInfo(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
-    command.add_flag("--json", options->json, "Print as JSON; null where nothing was found");
-    command.callback([options] { Run(*options); });
+    command.AddFlag("--json", options->json, "Print as JSON; null where nothing was found");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

@@ -9,10 +9,10 @@
 #include <fmt/format.h>
 
 #include "capture.h"
+#include "commandline.h"
 #include "commands/commands.h"
 #include "facts.h"
 #include "notes.h"
-#include "options.h"
 #include "outputs.h"
 #include "pictures/clockplot.h"
 #include "progress.h"
@@ -96,39 +96,38 @@ void Run(const Options& options)
 
 }  // namespace
 
-void AddLock(CLI::App& command)
+void AddLock(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
-    command.add_option(
+    command.AddOption(
         "-o,--output", options->output,
         "Locked record: .csv, .txt or .npy; - writes CSV to standard output, and the report to standard error; "
         "left out: only the report");
-    command.add_option("--chain", options->chain, "Also write a chain file with the finished device and no filters");
+    command.AddOption("--chain", options->chain, "Also write a chain file with the finished device and no filters");
     command
-        .add_option("--spu", options->samplesPerUi,
-                    "Samples per UI of the record; left out: its own where they are a "
-                    "whole number, otherwise 16")
-        ->check(WholeRange(1, 4096));
-    command.add_option("--clock", options->clock, "Clock along which the capture is resampled")
-        ->check(OneOf({"constant", "tracked"}))
-        ->capture_default_str();
+        .AddOption("--spu", options->samplesPerUi,
+                   "Samples per UI of the record; left out: its own where they are a "
+                   "whole number, otherwise 16")
+        .Check(WholeRange(1, 4096));
+    command.AddOption("--clock", options->clock, "Clock along which the capture is resampled")
+        .Check(OneOf({"constant", "tracked"}))
+        .ShowDefault();
     command
-        .add_option("--loop-bandwidth", options->loopBandwidthMHz,
-                    "Loop bandwidth of the tracked clock [MHz]; left out: symbol rate / 1667")
-        ->check(RealRange(1e-9, 1e9));
-    command.add_flag("--average", options->average, "Mean of the repetitions in place of them");
-    command.add_flag("--whole", options->whole,
-                     "Write all of the record, as lock always does; here for scripts that say so to apply");
+        .AddOption("--loop-bandwidth", options->loopBandwidthMHz,
+                   "Loop bandwidth of the tracked clock [MHz]; left out: symbol rate / 1667")
+        .Check(RealRange(1e-9, 1e9));
+    command.AddFlag("--average", options->average, "Mean of the repetitions in place of them");
+    command.AddFlag("--whole", options->whole,
+                    "Write all of the record, as lock always does; here for scripts that say so to apply");
     command
-        .add_option(
-            "--picture", options->picturePrefix,
-            "Draw PREFIX-phase.png, the clock's phase over the record, and PREFIX-spectrum.png, in which it was "
-            "found")
-        ->type_name("PREFIX");
-    command.add_flag("--json", options->json, "Print the report as JSON; null where nothing was found");
-    command.callback([options] { Run(*options); });
+        .AddOption("--picture", options->picturePrefix,
+                   "Draw PREFIX-phase.png, the clock's phase over the record, and PREFIX-spectrum.png, in which it was "
+                   "found")
+        .TypeName("PREFIX");
+    command.AddFlag("--json", options->json, "Print the report as JSON; null where nothing was found");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

@@ -2,10 +2,10 @@
 #include <memory>
 
 #include "capture.h"
+#include "commandline.h"
 #include "commands/commands.h"
 #include "facts.h"
 #include "notes.h"
-#include "options.h"
 #include "outputs.h"
 #include "progress.h"
 #include "workbench/capturereport.h"
@@ -44,17 +44,17 @@ void Run(const Options& options)
 
 }  // namespace
 
-void AddMeasure(CLI::App& command)
+void AddMeasure(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
-    command.add_option("--taps", options->numberOfTaps, "Taps of the reference equaliser")
-        ->check(WholeRange(1, 64))
-        ->capture_default_str();
-    command.add_flag("--extinction-ratio", options->zeroIsDark, "Tell the extinction ratio too: 0 V is a dark line");
-    command.add_flag("--json", options->json, "Print as JSON; null where nothing was found");
-    command.callback([options] { Run(*options); });
+    command.AddOption("--taps", options->numberOfTaps, "Taps of the reference equaliser")
+        .Check(WholeRange(1, 64))
+        .ShowDefault();
+    command.AddFlag("--extinction-ratio", options->zeroIsDark, "Tell the extinction ratio too: 0 V is a dark line");
+    command.AddFlag("--json", options->json, "Print as JSON; null where nothing was found");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

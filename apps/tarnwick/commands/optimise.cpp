@@ -9,12 +9,12 @@
 #include <fmt/format.h>
 
 #include "capture.h"
+#include "commandline.h"
 #include "commands/commands.h"
 #include "facts.h"
 #include "growingtable.h"
 #include "interruption.h"
 #include "notes.h"
-#include "options.h"
 #include "outputs.h"
 #include "progress.h"
 #include "workbench/failure.h"
@@ -116,33 +116,30 @@ void Run(const Options& options)
 
 }  // namespace
 
-void AddOptimise(CLI::App& command)
+void AddOptimise(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
-    command
-        .add_option("chain", options->chain, "Chain file (JSON): its CTLE, FFE and DFE are searched, the rest stays")
-        ->required();
+    command.AddOption("chain", options->chain, "Chain file (JSON): its CTLE, FFE and DFE are searched, the rest stays")
+        .Required();
     AddCapturesOptions(command, options->captures);
     AddFactOptions(command, options->facts);
-    command.add_option("-o,--output", options->output, "Chain file with the best equaliser found")->required();
-    command.add_option("--ffe-taps", options->ffeTaps, "Most taps of the FFE; 0: none")
-        ->check(WholeRange(0, 64))
-        ->capture_default_str();
-    command.add_option("--dfe-taps", options->dfeTaps, "Most taps of the DFE; 0: none")
-        ->check(WholeRange(0, 32))
-        ->capture_default_str();
+    command.AddOption("-o,--output", options->output, "Chain file with the best equaliser found").Required();
+    command.AddOption("--ffe-taps", options->ffeTaps, "Most taps of the FFE; 0: none")
+        .Check(WholeRange(0, 64))
+        .ShowDefault();
+    command.AddOption("--dfe-taps", options->dfeTaps, "Most taps of the DFE; 0: none")
+        .Check(WholeRange(0, 32))
+        .ShowDefault();
     std::vector<std::string> types = Workbench::OptimisedCtleTypes();
     types.insert(types.begin(), {kAll, kNone});
-    command.add_option("--ctle", options->ctle, "Type of CTLE, tried beside none")
-        ->check(OneOf(types))
-        ->capture_default_str();
-    command.add_option("--rank", options->rank, "Figure to be made best: of the smallest eye, or of all")
-        ->check(OneOf(Workbench::RankNames()))
-        ->capture_default_str();
-    command.add_option("--tried", options->table, "Table of what was tried: written as it goes, and gone on with");
-    command.add_flag("--json", options->json, "Print the trials as JSON, best first");
-    command.footer("Of several captures the worst counts: the chain is the best for all of them together. ");
-    command.callback([options] { Run(*options); });
+    command.AddOption("--ctle", options->ctle, "Type of CTLE, tried beside none").Check(OneOf(types)).ShowDefault();
+    command.AddOption("--rank", options->rank, "Figure to be made best: of the smallest eye, or of all")
+        .Check(OneOf(Workbench::RankNames()))
+        .ShowDefault();
+    command.AddOption("--tried", options->table, "Table of what was tried: written as it goes, and gone on with");
+    command.AddFlag("--json", options->json, "Print the trials as JSON, best first");
+    command.Footer("Of several captures the worst counts: the chain is the best for all of them together. ");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

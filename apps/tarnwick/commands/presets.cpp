@@ -9,14 +9,14 @@
 
 namespace Tarnwick::App {
 
-void AddPresets(CLI::App& command)
+void AddPresets(const CommandLine& command)
 {
     auto asJson = std::make_shared<bool>(false);
-    command.add_flag("--json", *asJson, "Print the presets as JSON");
-    command.footer(
+    command.AddFlag("--json", *asJson, "Print the presets as JSON");
+    command.Footer(
         "The first column is the filter's \"gain\" in a chain file:\n"
         "  {\"type\": \"ctle\", \"ctleType\": \"ieee802.3bs\", \"gain\": 4.5}\n");
-    command.callback(
+    command.OnRun(
         [asJson] { PrintReport(*asJson ? DSO::Workbench::PresetsAsJson() + "\n" : DSO::Workbench::PresetsAsText()); });
 }
 

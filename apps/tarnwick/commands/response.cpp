@@ -113,19 +113,19 @@ void Run(const Options& options)
 
 }  // namespace
 
-void AddResponse(CLI::App& command)
+void AddResponse(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
-    command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
+    command.AddOption("chain", options->chain, "Chain file (JSON): the device and the filters").Required();
     command
-        .add_option("-o,--output", options->prefix,
-                    "Write PREFIX.png, PREFIX-frequency.csv and PREFIX-impulse.csv, for SiRC filter N also "
-                    "PREFIX-sirc-N.png and .csv, for an FFE or DFE whose taps the file gives PREFIX-ffe-N.png or "
-                    "PREFIX-dfe-N.png")
-        ->type_name("PREFIX");
-    command.add_flag("--json", options->json, "Print the figures as JSON");
-    command.footer("Filters are numbered as in the file, from 0. ");
-    command.callback([options] { Run(*options); });
+        .AddOption("-o,--output", options->prefix,
+                   "Write PREFIX.png, PREFIX-frequency.csv and PREFIX-impulse.csv, for SiRC filter N also "
+                   "PREFIX-sirc-N.png and .csv, for an FFE or DFE whose taps the file gives PREFIX-ffe-N.png or "
+                   "PREFIX-dfe-N.png")
+        .TypeName("PREFIX");
+    command.AddFlag("--json", options->json, "Print the figures as JSON");
+    command.Footer("Filters are numbered as in the file, from 0. ");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

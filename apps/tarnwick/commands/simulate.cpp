@@ -9,9 +9,9 @@
 
 #include <fmt/format.h>
 
+#include "commandline.h"
 #include "commands/commands.h"
 #include "notes.h"
-#include "options.h"
 #include "outputs.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
@@ -72,74 +72,64 @@ void Run(Options& options)
 
 }  // namespace
 
-void AddSimulate(CLI::App& command)
+void AddSimulate(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
     Workbench::Simulation& settings = options->settings;
     Workbench::SimulatedPattern& pattern = options->pattern;
     command
-        .add_option("-o,--output", options->output,
-                    "Capture: .csv, .txt or .npy; - writes CSV to standard output, and the report to standard error")
-        ->required();
-    auto* prbs = command.add_option("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13, 15, 23 or 31")
-                     ->check(OneOf({"7", "9", "11", "13", "15", "23", "31"}))
-                     ->capture_default_str();
-    command.add_option("--symbols", pattern.symbols, "Pattern: one digit a symbol")->excludes(prbs);
-    command.add_option("--coding", options->coding, "Line coding")
-        ->check(OneOf(SimulatedCodings()))
-        ->capture_default_str();
-    command.add_flag("--without-gray", pattern.withoutGrayCoding, "PAM4 symbols are level indices");
-    command.add_option("--baud", settings.symbolRateGBd, "Symbol rate [GBd]")
-        ->check(RealRange(1e-6, 1e6))
-        ->capture_default_str();
-    command.add_option("--spu", settings.samplesPerUi, "Samples per UI, whole or not")
-        ->check(RealRange(1.0, 4096.0))
-        ->capture_default_str();
-    command.add_option("--repetitions", settings.repetitions, "Repetitions of the pattern")
-        ->check(WholeRange(1, 1000000))
-        ->capture_default_str();
-    command.add_option("--amplitude", settings.amplitude, "Lowest to highest level [V]")
-        ->check(RealRange(0.0, 1e6))
-        ->capture_default_str();
-    command.add_option("--rise", settings.riseUi, "Edge from 0 to 100 % [UI]")
-        ->check(RealRange(0.0, 1.0))
-        ->capture_default_str();
-    command.add_option("--loss", settings.lossDb, "Loss of the line at half the symbol rate [dB]")
-        ->check(RealRange(0.0, 100.0))
-        ->capture_default_str();
-    command.add_option("--noise", settings.noiseRms, "White noise, rms [V]")
-        ->check(RealRange(0.0, 1e6))
-        ->capture_default_str();
-    command.add_option("--jitter", settings.jitterRms, "Random jitter of the edges, rms [UI]")
-        ->check(RealRange(0.0, 1.0))
-        ->capture_default_str();
-    auto* repetitions = command.get_option("--repetitions");
-    command
-        .add_option("--length", settings.lengthUi, "Cut so many UI out of the pattern in place of whole repetitions")
-        ->check(WholeRange(1, 1 << 30))
-        ->excludes(repetitions);
-    command.add_option("--first", settings.firstUi, "The cut begins so many UI into the pattern")
-        ->check(WholeRange(0, 1 << 30))
-        ->needs("--length");
-    command.add_option("--ppm", settings.clockOffsetPpm, "Offset of the clock: a UI takes so many samples more [ppm]")
-        ->check(RealRange(-1e5, 1e5));
-    command.add_option("--sinusoidal-jitter", settings.sinusoidalJitterUi, "Its peak deviation of the edges [UI]")
-        ->check(RealRange(0.0, 10.0));
-    command.add_option("--sinusoidal-jitter-frequency", settings.sinusoidalJitterMHz, "Its frequency [MHz]")
-        ->check(RealRange(1e-6, 1e6))
-        ->capture_default_str();
-    command.add_option("--averages", settings.averages, "Acquisitions averaged, which lowers the noise by their root")
-        ->check(WholeRange(1, 1000000))
-        ->capture_default_str();
-    command.add_flag(
+        .AddOption("-o,--output", options->output,
+                   "Capture: .csv, .txt or .npy; - writes CSV to standard output, and the report to standard error")
+        .Required();
+    const Option prbs = command.AddOption("--prbs", pattern.prbs, "Pattern: PRBS 7, 9, 11, 13, 15, 23 or 31")
+                            .Check(OneOf({"7", "9", "11", "13", "15", "23", "31"}))
+                            .ShowDefault();
+    command.AddOption("--symbols", pattern.symbols, "Pattern: one digit a symbol").Excludes(prbs);
+    command.AddOption("--coding", options->coding, "Line coding").Check(OneOf(SimulatedCodings())).ShowDefault();
+    command.AddFlag("--without-gray", pattern.withoutGrayCoding, "PAM4 symbols are level indices");
+    command.AddOption("--baud", settings.symbolRateGBd, "Symbol rate [GBd]").Check(RealRange(1e-6, 1e6)).ShowDefault();
+    command.AddOption("--spu", settings.samplesPerUi, "Samples per UI, whole or not")
+        .Check(RealRange(1.0, 4096.0))
+        .ShowDefault();
+    const Option repetitions = command.AddOption("--repetitions", settings.repetitions, "Repetitions of the pattern")
+                                   .Check(WholeRange(1, 1000000))
+                                   .ShowDefault();
+    command.AddOption("--amplitude", settings.amplitude, "Lowest to highest level [V]")
+        .Check(RealRange(0.0, 1e6))
+        .ShowDefault();
+    command.AddOption("--rise", settings.riseUi, "Edge from 0 to 100 % [UI]").Check(RealRange(0.0, 1.0)).ShowDefault();
+    command.AddOption("--loss", settings.lossDb, "Loss of the line at half the symbol rate [dB]")
+        .Check(RealRange(0.0, 100.0))
+        .ShowDefault();
+    command.AddOption("--noise", settings.noiseRms, "White noise, rms [V]").Check(RealRange(0.0, 1e6)).ShowDefault();
+    command.AddOption("--jitter", settings.jitterRms, "Random jitter of the edges, rms [UI]")
+        .Check(RealRange(0.0, 1.0))
+        .ShowDefault();
+    command.AddOption("--length", settings.lengthUi, "Cut so many UI out of the pattern in place of whole repetitions")
+        .Check(WholeRange(1, 1 << 30))
+        .Excludes(repetitions);
+    command.AddOption("--first", settings.firstUi, "The cut begins so many UI into the pattern")
+        .Check(WholeRange(0, 1 << 30))
+        .Needs("--length");
+    command.AddOption("--ppm", settings.clockOffsetPpm, "Offset of the clock: a UI takes so many samples more [ppm]")
+        .Check(RealRange(-1e5, 1e5));
+    command.AddOption("--sinusoidal-jitter", settings.sinusoidalJitterUi, "Its peak deviation of the edges [UI]")
+        .Check(RealRange(0.0, 10.0));
+    command.AddOption("--sinusoidal-jitter-frequency", settings.sinusoidalJitterMHz, "Its frequency [MHz]")
+        .Check(RealRange(1e-6, 1e6))
+        .ShowDefault();
+    command.AddOption("--averages", settings.averages, "Acquisitions averaged, which lowers the noise by their root")
+        .Check(WholeRange(1, 1000000))
+        .ShowDefault();
+    command.AddFlag(
         "--band-limited", settings.bandLimited,
         "Nothing of the waveform folds at half the sample rate; so is every capture that is no whole number "
         "of repetitions and of samples per UI");
-    command.add_option("--seed", settings.seed, "Seed of noise and jitter")
-        ->check(WholeRange(0, std::numeric_limits<long long>::max()))
-        ->capture_default_str();
-    command.add_option("--chain", options->chain, "Also write a chain file that fits the capture");
-    command.callback([options] { Run(*options); });
+    command.AddOption("--seed", settings.seed, "Seed of noise and jitter")
+        .Check(WholeRange(0, std::numeric_limits<long long>::max()))
+        .ShowDefault();
+    command.AddOption("--chain", options->chain, "Also write a chain file that fits the capture");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

@@ -10,10 +10,10 @@
 #include <fmt/format.h>
 
 #include "capture.h"
+#include "commandline.h"
 #include "commands/commands.h"
 #include "facts.h"
 #include "notes.h"
-#include "options.h"
 #include "outputs.h"
 #include "pictures/contactsheet.h"
 #include "progress.h"
@@ -77,28 +77,28 @@ void Run(const Options& options)
 
 }  // namespace
 
-void AddSweep(CLI::App& command)
+void AddSweep(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
-    command.add_option("chain", options->chain, "Chain file (JSON): the device and the filters")->required();
+    command.AddOption("chain", options->chain, "Chain file (JSON): the device and the filters").Required();
     AddCapturesOptions(command, options->captures);
     AddFactOptions(command, options->facts);
     command
-        .add_option("--over", options->over,
-                    "Key of the chain file with dots between, lists counted from 0, and its values: from, to "
-                    "(included) and step, or a list. Given twice: every pair")
-        ->type_name("PATH=FROM:TO:STEP | PATH=VALUE,VALUE...")
-        ->allow_extra_args(false)
-        ->required();
-    command.add_option("-o,--output", options->prefix, "Draw the eyes, at most 64, into PREFIX.png")
-        ->type_name("PREFIX")
-        ->capture_default_str();
-    command.add_option("--rank", options->rank, "Figure that ranks the runs: of the smallest eye, or of all")
-        ->check(OneOf(Workbench::RankNames()))
-        ->capture_default_str();
-    command.add_flag("--json", options->json, "Print the runs as JSON, best first");
-    command.footer("Of several captures the worst counts for each setting. ");
-    command.callback([options] { Run(*options); });
+        .AddOption("--over", options->over,
+                   "Key of the chain file with dots between, lists counted from 0, and its values: from, to "
+                   "(included) and step, or a list. Given twice: every pair")
+        .TypeName("PATH=FROM:TO:STEP | PATH=VALUE,VALUE...")
+        .OneValueEach()
+        .Required();
+    command.AddOption("-o,--output", options->prefix, "Draw the eyes, at most 64, into PREFIX.png")
+        .TypeName("PREFIX")
+        .ShowDefault();
+    command.AddOption("--rank", options->rank, "Figure that ranks the runs: of the smallest eye, or of all")
+        .Check(OneOf(Workbench::RankNames()))
+        .ShowDefault();
+    command.AddFlag("--json", options->json, "Print the runs as JSON, best first");
+    command.Footer("Of several captures the worst counts for each setting. ");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

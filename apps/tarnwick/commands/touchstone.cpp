@@ -6,9 +6,9 @@
 
 #include <fmt/format.h>
 
+#include "commandline.h"
 #include "commands/commands.h"
 #include "notes.h"
-#include "options.h"
 #include "outputs.h"
 #include "pictures/touchstoneplot.h"
 #include "workbench/failure.h"
@@ -88,23 +88,23 @@ void Run(const Options& options)
 
 }  // namespace
 
-void AddTouchstone(CLI::App& command)
+void AddTouchstone(const CommandLine& command)
 {
     auto options = std::make_shared<Options>();
-    command.add_option("file", options->file, "Fixture: .s1p, .s2p, .s4p, or a table of dB and radians, .s21")
-        ->required();
+    command.AddOption("file", options->file, "Fixture: .s1p, .s2p, .s4p, or a table of dB and radians, .s21")
+        .Required();
     command
-        .add_option("--normalise", options->normalised,
-                    "Write the file anew, so that the filter reads it as it is meant")
-        ->type_name("OUT");
-    command.add_option("-o,--output", options->prefix, "Draw magnitude and delay in PREFIX.png, write PREFIX.csv")
-        ->type_name("PREFIX");
-    command.add_option("--at", options->at, "Print the values at these frequencies [GHz]")
-        ->check(RealRange(0.0, 1e6))
-        ->delimiter(',')
-        ->type_name("GHZ,...");
-    command.add_flag("--json", options->json, "Print the report as JSON");
-    command.callback([options] { Run(*options); });
+        .AddOption("--normalise", options->normalised,
+                   "Write the file anew, so that the filter reads it as it is meant")
+        .TypeName("OUT");
+    command.AddOption("-o,--output", options->prefix, "Draw magnitude and delay in PREFIX.png, write PREFIX.csv")
+        .TypeName("PREFIX");
+    command.AddOption("--at", options->at, "Print the values at these frequencies [GHz]")
+        .Check(RealRange(0.0, 1e6))
+        .Delimiter(',')
+        .TypeName("GHZ,...");
+    command.AddFlag("--json", options->json, "Print the report as JSON");
+    command.OnRun([options] { Run(*options); });
 }
 
 }  // namespace Tarnwick::App

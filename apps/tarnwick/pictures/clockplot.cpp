@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <iterator>
 #include <vector>
 
 #include <fmt/format.h>
@@ -63,13 +62,12 @@ Axis TimeAxis(double seconds)
 
 std::string PhaseData(const char* name, const LockReport& report, const std::vector<double>& phases, double perSample)
 {
-    fmt::memory_buffer data;
-    fmt::format_to(std::back_inserter(data), "${} << END\n", name);
+    std::string data = fmt::format("${} << END\n", name);
     for (std::size_t k = 0; k < phases.size(); ++k)
-        fmt::format_to(std::back_inserter(data), "{:.8g} {:.6g}\n",
-                       (report.phaseFirst + static_cast<double>(k) * report.phaseSpacing) * perSample, phases[k]);
-    fmt::format_to(std::back_inserter(data), "END\n");
-    return fmt::to_string(data);
+        data += fmt::format("{:.8g} {:.6g}\n",
+                            (report.phaseFirst + static_cast<double>(k) * report.phaseSpacing) * perSample, phases[k]);
+    data += "END\n";
+    return data;
 }
 
 }  // namespace
@@ -121,13 +119,11 @@ void DrawClockSpectrum(const fs::path& path, const LockedCapture& capture, const
     const bool isRight = at(line) > 0.5 * (first + last);  // the label stays in the picture
     const double top = std::max(highest, spectrum.leastDb) + kRoomDb;
 
-    fmt::memory_buffer data;
-    fmt::format_to(std::back_inserter(data), "$spectrum << END\n");
+    std::string data = "$spectrum << END\n";
     for (std::size_t k = 0; k < spectrum.scoreDb.size(); ++k)
-        fmt::format_to(std::back_inserter(data), "{:.8g} {:.5g}\n", at(k) * perCycle,
-                       std::max(spectrum.scoreDb[k], kLowestDb));
-    fmt::format_to(std::back_inserter(data), "END\n");
-    std::string script = Theme() + fmt::to_string(data) +
+        data += fmt::format("{:.8g} {:.5g}\n", at(k) * perCycle, std::max(spectrum.scoreDb[k], kLowestDb));
+    data += "END\n";
+    std::string script = Theme() + data +
                          fmt::format(
                              "set title {}\nunset key\nset xlabel 'frequency [{}]'\n"
                              "set ylabel 'spectrum of the squared slope over its median [dB]'\n"

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <limits>
 #include <vector>
 
@@ -67,20 +66,20 @@ public:
     {
         const std::ptrdiff_t stride =
             std::max<std::ptrdiff_t>(1, (last - first) / static_cast<std::ptrdiff_t>(kPoints));
-        fmt::format_to(std::back_inserter(data_), "$line{} << EOD\n", count_++);
+        data_ += fmt::format("$line{} << EOD\n", count_++);
         for (std::ptrdiff_t k = first; k <= last; k += stride) {
             const double shown = value(function, k);
-            fmt::format_to(std::back_inserter(data_), "{:.8g} {}\n", static_cast<double>(k) * perStep,
-                           std::isfinite(shown) ? fmt::format("{:.8g}", shown) : "NaN");
+            data_ += fmt::format("{:.8g} {}\n", static_cast<double>(k) * perStep,
+                                 std::isfinite(shown) ? fmt::format("{:.8g}", shown) : "NaN");
         }
-        fmt::format_to(std::back_inserter(data_), "EOD\n");
+        data_ += "EOD\n";
     }
 
     std::string Plot(const ChainResponse& response) const
     {
         std::string command =
-            fmt::to_string(data_) + fmt::format("plot $line{} with lines linewidth 5 linecolor '#ffffff' title 'whole'",
-                                                response.filters.size());
+            data_ + fmt::format("plot $line{} with lines linewidth 5 linecolor '#ffffff' title 'whole'",
+                                response.filters.size());
         for (std::size_t k = 0; k < response.filters.size(); ++k)
             command += fmt::format(", $line{} with lines linewidth 1.8 linecolor '{}' title {}", k,
                                    kColours[k % std::size(kColours)], Quoted(response.filters[k].label));
@@ -88,7 +87,7 @@ public:
     }
 
 private:
-    fmt::memory_buffer data_;
+    std::string data_;
     std::size_t count_ = 0;
 };
 
@@ -221,22 +220,22 @@ void DrawChannel(const fs::path& path, const CorrectedChannel& channel, const st
     };
     double highest = 0.0;
     double lowest = 0.0;
-    fmt::memory_buffer data;
+    std::string data;
     for (const auto& line : lines) {
-        fmt::format_to(std::back_inserter(data), "$line{} << EOD\n", &line - lines);
+        data += fmt::format("$line{} << EOD\n", &line - lines);
         for (std::size_t k = 0; k < channel.frequency.size(); ++k) {
             const double value = line.values[k];
             if (std::isfinite(value)) {
                 highest = std::max(highest, value);
                 lowest = std::min(lowest, value);
             }
-            fmt::format_to(std::back_inserter(data), "{:.8g} {}\n", channel.frequency[k] / kGiga,
-                           std::isfinite(value) ? fmt::format("{:.8g}", value) : "NaN");
+            data += fmt::format("{:.8g} {}\n", channel.frequency[k] / kGiga,
+                                std::isfinite(value) ? fmt::format("{:.8g}", value) : "NaN");
         }
-        fmt::format_to(std::back_inserter(data), "EOD\n");
+        data += "EOD\n";
     }
     const double end = channel.frequency.back() / kGiga;
-    std::string script = Theme() + fmt::to_string(data) +
+    std::string script = Theme() + data +
                          fmt::format(
                              "set title {} font 'sans,14'\nset lmargin 11\nset rmargin 3\n"
                              "set key above horizontal maxrows 1 samplen 3\nset xlabel 'frequency [GHz]'\n"

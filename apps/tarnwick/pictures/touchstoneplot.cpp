@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <limits>
 #include <vector>
 
@@ -32,18 +31,18 @@ constexpr const char* kColours[] = {"#4cc9f0", "#f9c74f"};
 
 std::string Data(std::span<const TransmissionCurve> curves)
 {
-    fmt::memory_buffer data;
+    std::string data;
     for (std::size_t k = 0; k < curves.size(); ++k) {
         const TransmissionCurve& curve = curves[k];
         const std::size_t stride = std::max<std::size_t>(1, curve.frequency.size() / kPoints);
-        fmt::format_to(std::back_inserter(data), "$line{} << EOD\n", k);
+        data += fmt::format("$line{} << EOD\n", k);
         for (std::size_t i = 0; i < curve.frequency.size(); i += stride)
             if (std::isfinite(curve.magnitudeDb[i]))
-                fmt::format_to(std::back_inserter(data), "{:.8g} {:.8g} {:.8g}\n", curve.frequency[i] / kGiga,
-                               curve.magnitudeDb[i], curve.delay[i] * kNano);
-        fmt::format_to(std::back_inserter(data), "EOD\n");
+                data += fmt::format("{:.8g} {:.8g} {:.8g}\n", curve.frequency[i] / kGiga, curve.magnitudeDb[i],
+                                    curve.delay[i] * kNano);
+        data += "EOD\n";
     }
-    return fmt::to_string(data);
+    return data;
 }
 
 std::string StyleOf(const TransmissionCurve& curve, std::size_t k)

@@ -9,6 +9,7 @@
 #include "workbench/chain.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/wholefile.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -65,7 +66,7 @@ const std::string& ChainFile::Name() const
 
 std::string ChainFile::Text() const
 {
-    return json_->content.dump(2);
+    return JsonText(json_->content, 2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

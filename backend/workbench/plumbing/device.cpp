@@ -6,6 +6,7 @@
 #include "maths/patterns/codings.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/device.h"
+#include "workbench/plumbing/jsontext.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -29,7 +30,7 @@ void SetFlags(bool* flags, const json& value, const Place& place)
         return;
     }
     if (!value.is_boolean())
-        place.Fail(fmt::format("is {}; expected true, false or a list of four of them", value.dump()));
+        place.Fail(fmt::format("is {}; expected true, false or a list of four of them", JsonText(value)));
     std::fill_n(flags, kChannels, value.get<bool>());
 }
 

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "workbench/chain.h"
+#include "workbench/plumbing/jsontext.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -14,38 +15,39 @@ using nlohmann::json;
 double RealFrom(const json& value, const Place& place)
 {
     if (!value.is_number())
-        place.Fail(fmt::format("is {}; expected a number", value.dump()));
+        place.Fail(fmt::format("is {}; expected a number", JsonText(value)));
     return value.get<double>();
 }
 
 std::int32_t IntegerFrom(const json& value, const Place& place)
 {
     if (!value.is_number_integer())
-        place.Fail(fmt::format("is {}; expected a whole number", value.dump()));
+        place.Fail(fmt::format("is {}; expected a whole number", JsonText(value)));
     const auto wide = value.get<double>();
     if (std::abs(wide) > std::numeric_limits<std::int32_t>::max())
-        place.Fail(fmt::format("is {}; expected at most {}", value.dump(), std::numeric_limits<std::int32_t>::max()));
+        place.Fail(
+            fmt::format("is {}; expected at most {}", JsonText(value), std::numeric_limits<std::int32_t>::max()));
     return value.get<std::int32_t>();
 }
 
 bool FlagFrom(const json& value, const Place& place)
 {
     if (!value.is_boolean())
-        place.Fail(fmt::format("is {}; expected true or false", value.dump()));
+        place.Fail(fmt::format("is {}; expected true or false", JsonText(value)));
     return value.get<bool>();
 }
 
 std::string TextFrom(const json& value, const Place& place)
 {
     if (!value.is_string())
-        place.Fail(fmt::format("is {}; expected a text", value.dump()));
+        place.Fail(fmt::format("is {}; expected a text", JsonText(value)));
     return value.get<std::string>();
 }
 
 std::vector<double> NumbersFrom(const json& value, const Place& place)
 {
     if (!value.is_array())
-        place.Fail(fmt::format("is {}; expected a list of numbers", value.dump()));
+        place.Fail(fmt::format("is {}; expected a list of numbers", JsonText(value)));
     std::vector<double> numbers;
     for (const json& each : value)
         numbers.push_back(RealFrom(each, place.Below(std::to_string(numbers.size()))));

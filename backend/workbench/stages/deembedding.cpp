@@ -6,6 +6,7 @@
 #include "filters/filters/deembeddingfilter.h"
 #include "workbench/deembeddingreport.h"
 #include "workbench/fixturefile.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/touchstonenames.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/stages/stages.h"
@@ -107,7 +108,7 @@ std::string Findings(const FilterOfReadFixture& filter, const P& parameters, con
                                      {"bandUsedGHz", {0.0, figures.bandEnd / kGiga}},
                                      {"extrapolatedGHz", {0.0, figures.extrapolatedTo / kGiga}},
                                      {"extrapolatedPercent", 100.0 * figures.extrapolatedTo / figures.bandEnd}};
-    return findings.dump();
+    return JsonText(findings);
 }
 
 StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)

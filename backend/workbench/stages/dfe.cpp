@@ -6,6 +6,7 @@
 #include "workbench/decisions.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/device.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/stages/stages.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -72,7 +73,7 @@ std::string Findings(const P& parameters, const DeviceConfiguration& config, std
 {
     nlohmann::json findings = {{"taps", parameters.taps}, {"samplingDelayPs", parameters.samplingDelayPs}};
     findings.update(DecisionsOf(parameters, config, filtered, valid));
-    return findings.dump();
+    return JsonText(findings);
 }
 
 StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)

@@ -5,6 +5,7 @@
 
 #include "filters/filters/ffefilter.h"
 #include "workbench/plumbing/device.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/stages/stages.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -70,7 +71,7 @@ std::string Findings(const P& parameters, const Filters::FFEFilter& filter)
     }
     if (!filter.feedbackTaps.empty())
         findings["feedbackTaps"] = filter.feedbackTaps;
-    return findings.dump();
+    return JsonText(findings);
 }
 
 // A symbol-spaced reference equaliser, or taps a whole number of samples apart.

@@ -1,4 +1,5 @@
 #include "filters/filters/sircfilter.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/sirctable.h"
 #include "workbench/stages/stages.h"
 #include "workbench/units.h"
@@ -91,7 +92,7 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
         parameters.ReadTables(stage.notes);
         const auto& filter = MakeFilter<Filters::SircFilter>(stage, parameters, place);
         stage.findings = [&](std::span<const double>, ValidPart) {
-            return nlohmann::json{{"kernelLength", filter.kernelLength}}.dump();
+            return JsonText(nlohmann::json{{"kernelLength", filter.kernelLength}});
         };
         stage.channel = parameters.Measurement(filter);
     };
