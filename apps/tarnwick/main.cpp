@@ -1,6 +1,7 @@
 // tarnwick: filters captures from the command line.
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -11,13 +12,10 @@
 
 #include "commandline.h"
 #include "commands/commands.h"
+#include "console.h"
 #include "notes.h"
 #include "workbench/chain.h"
 #include "workbench/failure.h"
-
-#if !defined(_WIN32)
-#include <csignal>
-#endif
 
 namespace {
 
@@ -78,22 +76,13 @@ std::string UsageText(const CLI::App& program, const CLI::ParseError& wrong, con
     return text;
 }
 
-// A write beyond the limit of a file's size then fails and is reported, like one to a full disk.
-void IgnoreFileSizeSignal()
-{
-#if !defined(_WIN32)
-    struct sigaction ignore = {};
-    ignore.sa_handler = SIG_IGN;
-    sigaction(SIGXFSZ, &ignore, nullptr);
-#endif
-}
-
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    IgnoreFileSizeSignal();
     try {
+        Tarnwick::App::PrepareStreams();
+        const std::vector<std::string> arguments = Tarnwick::App::ArgumentsAsUtf8(argc, argv);
         CLI::App program("Filters pattern-locked captures of a sampling oscilloscope.", "tarnwick");
         program.set_version_flag("--version", "tarnwick " TARNWICK_VERSION);
         program.require_subcommand(1);
@@ -104,11 +93,12 @@ int main(int argc, char** argv)
             command->footer(fmt::format("{}Example: tarnwick {} {}", command->get_footer(), name, example));
         }
         try {
-            program.parse(argc, argv);
+            // Without the program's name and the last one first, as the parser wants them.
+            program.parse({arguments.rbegin(), std::prev(arguments.rend())});
         } catch (const CLI::Success& help) {
             return program.exit(help);
         } catch (const CLI::ParseError& wrong) {
-            Tarnwick::App::PrintNote(UsageText(program, wrong, argc > 1 ? argv[1] : "") +
+            Tarnwick::App::PrintNote(UsageText(program, wrong, arguments.size() > 1 ? arguments[1] : "") +
                                      "\nRun with --help for more information.");
             return kUsageStatus;
         }

@@ -1,6 +1,7 @@
 #include "filters/filters/deembeddingfilter.h"
 
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <span>
@@ -153,7 +154,8 @@ double* DeEmbeddingFilter::Apply(SignalData* signal)
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as hosts declare it
 std::map<double, Complex> DeEmbeddingFilter::loadSparamFile(std::string fileName, PortOrderS4P portOrder)
 {
-    std::ifstream file(fileName, std::ios::binary);
+    // As a path: on Windows too the name is UTF-8 then.
+    std::ifstream file(std::filesystem::path(fileName), std::ios::binary);
     SystemFramework::LineReader lines(file);
     Maths::TouchstoneReader reader(Maths::KindOf(fileName), Maths::PairsOf(portOrder));
     while (const auto line = lines.Next())

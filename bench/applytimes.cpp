@@ -1,0 +1,54 @@
+// Least time of a Bessel-Thomson filter's Apply for each length: the same program for every system, so that
+// bench/windows.py can set one build against the other. Prints a line for each: period in UI, samples per UI, repetitions,
+// seconds, and the result's last sample, which both have to agree about.
+//   tarnwick_applytimes [SECONDS]      to spend on each length; 0.2
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+
+#include "captures.h"
+#include "filters/apply.h"
+
+namespace {
+
+using namespace Tarnwick;
+using Clock = std::chrono::steady_clock;
+
+struct Length {
+    int patternLengthUi;
+    int samplesPerUi;
+    int repetitions;
+};
+
+double SecondsSince(Clock::time_point begin)
+{
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+}  // namespace
+
+int main(int count, char** arguments)
+{
+    const double budget = count > 1 ? std::atof(arguments[1]) : 0.2;
+    const Length lengths[] = {{127, 16, 8},  {511, 16, 8},   {2047, 16, 8},  {2047, 32, 2}, {8191, 16, 2},
+                              {8191, 32, 2}, {32767, 16, 2}, {65535, 16, 2}, {65535, 32, 2}};
+    for (const auto& [patternLengthUi, samplesPerUi, repetitions] : lengths) {
+        DSO::DeviceConfiguration config = Bench::Locked(patternLengthUi, samplesPerUi, repetitions);
+        DSO::Filters::BesselThomsonParameters parameters(&config);
+        DSO::Filters::BesselThomson filter(&parameters);
+        const auto period = static_cast<std::size_t>(config.samplesPerPattern);
+        const std::vector<double> record = Bench::Noise(period * static_cast<std::size_t>(repetitions));
+        double last = DSO::Filters::Filtered(filter, record).back();
+        double least = std::numeric_limits<double>::infinity();
+        const auto begin = Clock::now();
+        do {
+            const auto before = Clock::now();
+            last = DSO::Filters::Filtered(filter, record).back();
+            least = std::min(least, SecondsSince(before));
+        } while (SecondsSince(begin) < budget);
+        std::printf("%d %d %d %.9g %.17g\n", patternLengthUi, samplesPerUi, repetitions, least, last);
+    }
+    return 0;
+}
