@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "commandline.h"
 #include "commands/commands.h"
 #include "notes.h"
 #include "workbench/chain.h"
@@ -92,15 +93,8 @@ int main(int argc, char** argv)
 {
     IgnoreFileSizeSignal();
     try {
-        CLI::App program("Filters pattern-locked captures of a sampling oscilloscope.", "tarnwick");
-        program.set_version_flag("--version", "tarnwick " TARNWICK_VERSION);
-        program.require_subcommand(1);
-        for (const auto& [name, help, example, addOptions] : Tarnwick::App::Commands()) {
-            CLI::App* const command = program.add_subcommand(name, help);
-            addOptions(*command);
-            // Behind what the command itself has to say there.
-            command->footer(fmt::format("{}Example: tarnwick {} {}", command->get_footer(), name, example));
-        }
+        const auto made = Tarnwick::App::MakeProgram();
+        CLI::App& program = *made;
         try {
             program.parse(argc, argv);
         } catch (const CLI::Success& help) {
