@@ -3,7 +3,7 @@
 
     script/python bench/batches.py PROGRAM [--captures N] [--samples N] [--rounds N]
 
-PROGRAM is the built `tarnwick`. The captures, NRZ at 16 samples per UI, are made in a temporary folder, nothing of them given,
+PROGRAM is the built `tarnwick`. The captures, NRZ at 16 samples per UI, are made in a temporary folder, their rate alone given,
 so that each is read, locked, filtered, measured and written. A round runs each form with one job and with two, in turns; a
 figure is the median over the rounds. Processor time is that of the batch and its workers. The machine has to be idle.
 """
@@ -19,7 +19,8 @@ import tempfile
 import time
 from pathlib import Path
 
-CHAIN = {"filters": [{"type": "bessel-thomson"}, {"type": "ctle", "ctleType": "peaking", "gain": 3.0}]}
+CHAIN = {"device": {"baudRateGBd": 10.3125},
+         "filters": [{"type": "bessel-thomson"}, {"type": "ctle", "ctleType": "peaking", "gain": 3.0}]}
 JOBS = (1, 2)
 
 
