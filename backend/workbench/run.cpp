@@ -120,8 +120,6 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
                              const std::string& capture)
 {
     const bool isNoiseToBeKept = stage.parameters->preserveNoise;
-    if (stage.adaptive)
-        stage.parameters->SetDirty();  // each record gets taps of its own, whatever came before
     SignalData signal;
     signal.sampleCount = static_cast<std::int32_t>(samples.size());
     signal.samples = samples.data();

@@ -97,15 +97,15 @@ static void test_values(void)
 static void test_records_stand_by_themselves(void)
 {
     static double first[COUNT], second[COUNT], expected[COUNT], result[COUNT];
-    tarnwick_chain* chain = created(fitted);
+    tarnwick_chain *chain = created(fitted), *fresh = created(fitted);
     record(first, 6.0);
     record(second, 2.0);
-    CHECK(tarnwick_chain_apply(chain, first, expected, COUNT) == TARNWICK_OK);
+    CHECK(tarnwick_chain_apply(fresh, first, expected, COUNT) == TARNWICK_OK);
     CHECK(tarnwick_chain_apply(chain, second, result, COUNT) == TARNWICK_OK);
-    CHECK(!same(result, expected, COUNT));
     CHECK(tarnwick_chain_apply(chain, first, result, COUNT) == TARNWICK_OK);
     CHECK(same(result, expected, COUNT));
     tarnwick_chain_destroy(chain);
+    tarnwick_chain_destroy(fresh);
 }
 
 static void test_misuse_of_create(void)
