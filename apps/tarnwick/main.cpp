@@ -7,10 +7,11 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
-#include "commandline.h"
 #include "commands/commands.h"
 #include "notes.h"
+#include "program.h"
 #include "workbench/chain.h"
 #include "workbench/failure.h"
 

@@ -6,10 +6,10 @@
 
 #include <fmt/format.h>
 
-#include "commandline.h"
 #include "commands/commands.h"
 #include "options.h"
 #include "outputs.h"
+#include "program.h"
 
 namespace Tarnwick::App {
 
@@ -34,35 +34,35 @@ std::string FishQuoted(const std::string& text)
     return "'" + Replaced(Replaced(text, "\\", "\\\\"), "'", "\\'") + "'";
 }
 
-std::vector<std::string> NamesOf(const CLI::App& command)
+std::vector<std::string> NamesOf(const std::vector<OptionText>& options)
 {
     std::vector<std::string> names;
-    for (const OptionText& option : OptionsOf(command))
+    for (const OptionText& option : options)
         if (!option.isArgument)
             names.insert(names.end(), option.names.begin(), option.names.end());
     return names;
 }
 
-std::string ForBash(const CLI::App& program)
+std::string ForBash(const ProgramText& program)
 {
     std::vector<std::string> first;
     std::string options;
     std::string choices;
-    for (const CLI::App* command : CommandsOf(program)) {
-        first.push_back(command->get_name());
-        options += fmt::format("        {}) options={} ;;\n", command->get_name(),
-                               Quoted(fmt::format("{}", fmt::join(NamesOf(*command), " "))));
-        for (const OptionText& option : OptionsOf(*command))
+    for (const CommandText& command : program.commands) {
+        first.push_back(command.name);
+        options += fmt::format("        {}) options={} ;;\n", command.name,
+                               Quoted(fmt::format("{}", fmt::join(NamesOf(command.options), " "))));
+        for (const OptionText& option : command.options)
             for (const std::string& name : option.names)
                 if (!option.choices.empty() && !option.isArgument)
-                    choices += fmt::format("        {},{}) choices={} ;;\n", command->get_name(), name,
+                    choices += fmt::format("        {},{}) choices={} ;;\n", command.name, name,
                                            Quoted(fmt::format("{}", fmt::join(option.choices, " "))));
-        for (const OptionText& option : OptionsOf(*command))
+        for (const OptionText& option : command.options)
             if (!option.choices.empty() && option.isArgument)
-                choices += fmt::format("        {},{}) choices={} ;;\n", command->get_name(), command->get_name(),
+                choices += fmt::format("        {},{}) choices={} ;;\n", command.name, command.name,
                                        Quoted(fmt::format("{}", fmt::join(option.choices, " "))));
     }
-    for (const std::string& name : NamesOf(program))
+    for (const std::string& name : NamesOf(program.options))
         first.push_back(name);
     return fmt::format(R"(# Completion of tarnwick for bash; made by "tarnwick completion bash".
 _tarnwick()
@@ -112,14 +112,14 @@ std::string ZshOption(const OptionText& option)
     return (option.isRepeated ? "'*'" : others) + names + Quoted("[" + help + "]" + value);
 }
 
-std::string ForZsh(const CLI::App& program)
+std::string ForZsh(const ProgramText& program)
 {
     std::string commands;
     std::string cases;
-    for (const CLI::App* command : CommandsOf(program)) {
-        commands += fmt::format("                {}\n", Quoted(command->get_name() + ":" + command->get_description()));
-        cases += fmt::format("                {})\n                    _arguments", command->get_name());
-        for (const OptionText& option : OptionsOf(*command))
+    for (const CommandText& command : program.commands) {
+        commands += fmt::format("                {}\n", Quoted(command.name + ":" + command.description));
+        cases += fmt::format("                {})\n                    _arguments", command.name);
+        for (const OptionText& option : command.options)
             cases += " \\\n                        " + ZshOption(option);
         cases += "\n                    ;;\n";
     }
@@ -147,19 +147,18 @@ _tarnwick "$@"
                        commands, cases);
 }
 
-std::string ForFish(const CLI::App& program)
+std::string ForFish(const ProgramText& program)
 {
     std::string text =
         "# Completion of tarnwick for fish; made by \"tarnwick completion fish\".\n"
         "complete -c tarnwick -n __fish_use_subcommand -f -l version -d 'Print the version'\n"
         "complete -c tarnwick -n __fish_use_subcommand -f -s h -l help -d 'Print help'\n";
-    for (const CLI::App* command : CommandsOf(program)) {
-        text += fmt::format("complete -c tarnwick -n __fish_use_subcommand -f -a {} -d {}\n", command->get_name(),
-                            FishQuoted(command->get_description()));
-        for (const OptionText& option : OptionsOf(*command)) {
+    for (const CommandText& command : program.commands) {
+        text += fmt::format("complete -c tarnwick -n __fish_use_subcommand -f -a {} -d {}\n", command.name,
+                            FishQuoted(command.description));
+        for (const OptionText& option : command.options) {
             const std::string words = FishQuoted(fmt::format("{}", fmt::join(option.choices, " ")));
-            std::string line =
-                fmt::format("complete -c tarnwick -n '__fish_seen_subcommand_from {}'", command->get_name());
+            std::string line = fmt::format("complete -c tarnwick -n '__fish_seen_subcommand_from {}'", command.name);
             if (option.isArgument && option.choices.empty())
                 continue;  // files, as fish completes by itself
             if (!option.isArgument)
@@ -183,8 +182,8 @@ void AddCompletion(CLI::App& command)
     command.add_option("shell", *shell, "The shell")->required()->check(OneOf({"bash", "zsh", "fish"}));
     command.footer("An installed program is completed without this. ");
     command.callback([shell] {
-        const auto program = MakeProgram();
-        PrintReport(*shell == "bash" ? ForBash(*program) : *shell == "zsh" ? ForZsh(*program) : ForFish(*program));
+        const ProgramText program = DescribeProgram();
+        PrintReport(*shell == "bash" ? ForBash(program) : *shell == "zsh" ? ForZsh(program) : ForFish(program));
     });
 }
 

@@ -4,9 +4,9 @@
 
 #include <fmt/format.h>
 
-#include "commandline.h"
 #include "commands/commands.h"
 #include "outputs.h"
+#include "program.h"
 #include "workbench/tarnwick.h"
 
 namespace Tarnwick::App {
@@ -54,16 +54,14 @@ std::string Term(const OptionText& option)
     return term;
 }
 
-std::string Describe(const CLI::App& command)
+std::string Describe(const CommandText& command)
 {
-    const auto options = OptionsOf(command);
-    std::string usage = fmt::format("\\fBtarnwick {}\\fR [\\fIoptions\\fR]", Roff(command.get_name()));
-    for (const OptionText& option : options)
+    std::string usage = fmt::format("\\fBtarnwick {}\\fR [\\fIoptions\\fR]", Roff(command.name));
+    for (const OptionText& option : command.options)
         if (option.isArgument)
             usage += fmt::format(" \\fI{}\\fR{}", Roff(option.names.front()), option.isRepeated ? "..." : "");
-    std::string text =
-        fmt::format(".SS {}\n{}.\n.PP\n{}\n", Roff(command.get_name()), Roff(command.get_description()), usage);
-    for (const OptionText& option : options) {
+    std::string text = fmt::format(".SS {}\n{}.\n.PP\n{}\n", Roff(command.name), Roff(command.description), usage);
+    for (const OptionText& option : command.options) {
         text += fmt::format(".TP\n{}\n{}.", Term(option), Roff(option.help));
         if (option.isRequired && !option.isArgument)
             text += " Required.";
@@ -71,19 +69,19 @@ std::string Describe(const CLI::App& command)
             text += fmt::format(" Left out: {}.", Roff(option.standard));
         text += "\n";
     }
-    return text + fmt::format(".PP\n{}\n", Roff(command.get_footer()));
+    return text + fmt::format(".PP\n{}\n", Roff(command.footer));
 }
 
-std::string ManualPage(const CLI::App& program)
+std::string ManualPage(const ProgramText& program)
 {
     std::string text = fmt::format(".TH TARNWICK 1 \"\" \"tarnwick {}\" \"User commands\"\n", tarnwick_version());
     text +=
         ".SH NAME\ntarnwick \\- filter and measure captured serial\\-data waveforms\n"
         ".SH SYNOPSIS\n\\fBtarnwick\\fR \\fIcommand\\fR [\\fIoptions\\fR] [\\fIfiles\\fR]\n"
         ".SH DESCRIPTION\n" +
-        Roff(program.get_description()) + "\n.SH COMMANDS\n";
-    for (const CLI::App* command : CommandsOf(program))
-        text += Describe(*command);
+        Roff(program.description) + "\n.SH COMMANDS\n";
+    for (const CommandText& command : program.commands)
+        text += Describe(command);
     return text +
            ".SH EXIT STATUS\n.TP\n0\nDone.\n.TP\n1\nA failure in the data; the message names file, line or sample.\n"
            ".TP\n2\nWrong usage or chain file; the message names the option or key.\n";
@@ -93,7 +91,7 @@ std::string ManualPage(const CLI::App& program)
 
 void AddManual(CLI::App& command)
 {
-    command.callback([] { PrintReport(ManualPage(*MakeProgram())); });
+    command.callback([] { PrintReport(ManualPage(DescribeProgram())); });
 }
 
 }  // namespace Tarnwick::App

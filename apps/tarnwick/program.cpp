@@ -1,8 +1,9 @@
-#include "commandline.h"
+#include "program.h"
 
-#include <algorithm>
+#include <cstddef>
 
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
 #include "workbench/tarnwick.h"
@@ -50,6 +51,14 @@ OptionText TextOf(const CLI::Option& option)
     return text;
 }
 
+std::vector<OptionText> OptionsOf(const CLI::App& command)
+{
+    std::vector<OptionText> texts;
+    for (const CLI::Option* option : command.get_options())
+        texts.push_back(TextOf(*option));
+    return texts;
+}
+
 }  // namespace
 
 std::unique_ptr<CLI::App> MakeProgram()
@@ -67,17 +76,14 @@ std::unique_ptr<CLI::App> MakeProgram()
     return program;
 }
 
-std::vector<OptionText> OptionsOf(const CLI::App& command)
+ProgramText DescribeProgram()
 {
-    std::vector<OptionText> texts;
-    for (const CLI::Option* option : command.get_options())
-        texts.push_back(TextOf(*option));
-    return texts;
-}
-
-std::vector<const CLI::App*> CommandsOf(const CLI::App& program)
-{
-    return program.get_subcommands([](const CLI::App*) { return true; });
+    const auto program = MakeProgram();
+    ProgramText text{program->get_description(), OptionsOf(*program), {}};
+    for (const CLI::App* command : program->get_subcommands([](const CLI::App*) { return true; }))
+        text.commands.push_back(
+            {command->get_name(), command->get_description(), command->get_footer(), OptionsOf(*command)});
+    return text;
 }
 
 }  // namespace Tarnwick::App

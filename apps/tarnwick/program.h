@@ -1,15 +1,17 @@
-// The command line as a whole: what is parsed, and what manual and shell completion tell of it.
+// The program's command line as a whole: what is parsed, and what manual and shell completion tell of it.
 #pragma once
 
 #include <memory>
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
+namespace CLI {
+class App;
+}
 
 namespace Tarnwick::App {
 
-/// The program with all its commands, ready to parse. It is called once; made again it only describes.
+/// The program with all its commands, ready to parse once.
 std::unique_ptr<CLI::App> MakeProgram();
 
 /// An option or an argument of a command, in words.
@@ -25,10 +27,20 @@ struct OptionText {
     bool isNumber = false;
 };
 
-/// In the order of the help, "--help" among them.
-std::vector<OptionText> OptionsOf(const CLI::App& command);
+struct CommandText {
+    std::string name;
+    std::string description;
+    std::string footer;  ///< what the help says below the options
+    std::vector<OptionText> options;
+};
 
-/// The commands of a program, in their order.
-std::vector<const CLI::App*> CommandsOf(const CLI::App& program);
+struct ProgramText {
+    std::string description;
+    std::vector<OptionText> options;
+    std::vector<CommandText> commands;
+};
+
+/// What the help says, in its order.
+ProgramText DescribeProgram();
 
 }  // namespace Tarnwick::App
