@@ -22,6 +22,20 @@ function(tarnwick_options target)
     endif()
 endfunction()
 
+# The same for C, which only tests and examples are written in: C11 and nothing beyond it.
+function(tarnwick_c_options target)
+    set_target_properties(${target} PROPERTIES C_STANDARD 11 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF)
+    if(MSVC)
+        target_compile_options(${target} PRIVATE /W4 $<$<BOOL:${TARNWICK_WARNINGS_AS_ERRORS}>:/WX>)
+    else()
+        target_compile_options(${target} PRIVATE -Wall -Wextra -pedantic $<$<BOOL:${TARNWICK_WARNINGS_AS_ERRORS}>:-Werror>)
+    endif()
+    # What sanitizers need of C++ comes with that language's linker.
+    if(TARNWICK_SANITIZE)
+        set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
+    endif()
+endfunction()
+
 # Headers that most sources of a target include, read once. The tidy preset does without, and so shows that each source
 # includes what it uses.
 function(tarnwick_precompile target)

@@ -10,10 +10,10 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include "commandline.h"
 #include "commands/commands.h"
 #include "console.h"
 #include "notes.h"
+#include "program.h"
 #include "workbench/chain.h"
 #include "workbench/failure.h"
 
@@ -83,15 +83,8 @@ int main(int argc, char** argv)
     try {
         Tarnwick::App::PrepareStreams();
         const std::vector<std::string> arguments = Tarnwick::App::ArgumentsAsUtf8(argc, argv);
-        CLI::App program("Filters pattern-locked captures of a sampling oscilloscope.", "tarnwick");
-        program.set_version_flag("--version", "tarnwick " TARNWICK_VERSION);
-        program.require_subcommand(1);
-        for (const auto& [name, help, example, addOptions] : Tarnwick::App::Commands()) {
-            CLI::App* const command = program.add_subcommand(name, help);
-            addOptions(Tarnwick::App::CommandLine(*command));
-            // Behind what the command itself has to say there.
-            command->footer(fmt::format("{}Example: tarnwick {} {}", command->get_footer(), name, example));
-        }
+        const auto made = Tarnwick::App::MakeProgram();
+        CLI::App& program = *made;
         try {
             // Without the program's name and the last one first, as the parser wants them.
             program.parse({arguments.rbegin(), std::prev(arguments.rend())});

@@ -35,6 +35,7 @@
 #include "workbench/sweep.h"
 #include "workbench/sweepreport.h"
 #include "workbench/symbols.h"
+#include "workbench/tarnwick.h"
 #include "workbench/touchstonecheck.h"
 #include "workbench/touchstonenormal.h"
 #include "workbench/transferfunction.h"

@@ -1,5 +1,6 @@
 // Captures by the thousand: what a worker process runs, and the table that its rows go into.
 #include <cstddef>
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -11,6 +12,7 @@
 #include <pybind11/stl.h>
 
 #include "batches.h"
+#include "pictures/batchpicture.h"
 #include "workbench/batch.h"
 #include "workbench/pattern.h"
 #include "workbench/units.h"
@@ -41,7 +43,8 @@ BatchRow RowOf(const Cells& cells)
 
 BatchInput InputOf(const std::string& chain, const std::string& name, const std::string& folder,
                    const std::string& coding, double baud, double samplesPerUi, int patternLength, bool whole,
-                   std::optional<std::size_t> skipLines, const std::string& column, double sampleRate, double scale)
+                   std::optional<std::size_t> skipLines, const std::string& column, double sampleRate, double scale,
+                   bool eyes)
 {
     BatchInput input{.chain = ChainFile::FromText(chain, name), .whole = whole, .folder = folder, .threads = 1};
     if (!coding.empty()) {
@@ -54,6 +57,8 @@ BatchInput InputOf(const std::string& chain, const std::string& name, const std:
     input.facts.samplesPerUi = samplesPerUi;
     input.facts.patternLengthUi = patternLength;
     input.reading = {skipLines, column, sampleRate * kGiga, scale};
+    if (eyes)
+        input.picture = App::BatchPictureIn(folder);
     input.chainChecksum = BatchChecksum(input);
     return input;
 }
@@ -85,7 +90,7 @@ void BindBatches(py::module_& module)
         .def(py::init(&InputOf), py::arg("chain"), py::arg("name"), py::arg("folder"), py::arg("coding") = "",
              py::arg("baud") = 0.0, py::arg("samples_per_ui") = 0.0, py::arg("pattern_length") = 0,
              py::arg("whole") = false, py::arg("skip_lines") = std::nullopt, py::arg("column") = "",
-             py::arg("sample_rate") = 0.0, py::arg("scale") = 1.0)
+             py::arg("sample_rate") = 0.0, py::arg("scale") = 1.0, py::arg("eyes") = false)
         .def(
             "run",
             [](const BatchInput& input, const std::string& capture, const std::string& name) {
@@ -95,7 +100,8 @@ void BindBatches(py::module_& module)
         .def(
             "is_up_to_date",
             [](const BatchInput& input, const Cells& row, const std::string& capture, const std::string& name) {
-                return IsUpToDate(RowOf(row), input, {capture, name});
+                return IsUpToDate(RowOf(row), input, {capture, name}) &&
+                       (!input.picture || std::filesystem::exists(App::BatchPictureFile(input.folder, name)));
             },
             py::arg("row"), py::arg("capture"), py::arg("name"), Released());
     module.def("plan_batch", &PlanOf, py::arg("captures"));

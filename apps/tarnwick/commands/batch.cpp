@@ -24,7 +24,7 @@
 #include "interruption.h"
 #include "notes.h"
 #include "outputs.h"
-#include "pictures/eyeplot.h"
+#include "pictures/batchpicture.h"
 #include "progress.h"
 #include "workbench/failure.h"
 
@@ -70,11 +70,6 @@ struct Rows {
     }
 };
 
-fs::path PictureOf(const fs::path& folder, const std::string& name)
-{
-    return folder / (name + ".png");
-}
-
 // What is written must not be what is read; all names at once, for they are many.
 void RequireOutputsApart(const Options& options, const Workbench::ChainFile& chain, std::span<const BatchJob> jobs)
 {
@@ -96,7 +91,7 @@ void RequireOutputsApart(const Options& options, const Workbench::ChainFile& cha
     for (const BatchJob& job : jobs) {
         require("--output", fs::path(options.folder) / (job.name + ".npy"));
         if (options.eyes)
-            require("--output", PictureOf(options.folder, job.name));
+            require("--output", BatchPictureFile(options.folder, job.name));
     }
     require("--results", options.results);
 }
@@ -134,21 +129,12 @@ Rows RowsOf(const Options& options, const GrowingTable& table, const Workbench::
                                 row[BatchColumn::Output], row[BatchColumn::File], jobs[same->second].capture));
             rows.others.push_back(std::move(row));
         } else if (IsUpToDate(row, input, jobs[job->second]) &&
-                   (!options.eyes || fs::exists(PictureOf(options.folder, jobs[job->second].name)))) {
+                   (!options.eyes || fs::exists(BatchPictureFile(options.folder, jobs[job->second].name)))) {
             rows.ofJobs[job->second] = std::move(row);
             ++rows.kept;
         }
     }
     return rows;
-}
-
-Workbench::BatchPicture PictureFor(const std::string& folder)
-{
-    return [folder](const BatchJob& job, std::span<const double> samples, double samplesPerUi,
-                    const Workbench::EyeReport& report) {
-        DrawEye(PictureOf(folder, job.name), samples, samplesPerUi, report, RangeOf(samples),
-                fs::path(job.capture).filename().string());
-    };
 }
 
 // Runs what has no row yet. Its row is added to the table as it ends, and read back when all have ended: rows that were kept
@@ -248,7 +234,7 @@ void Run(Options options)
                                 .reading = ReadingOf(options.reading),
                                 .whole = options.whole,
                                 .folder = options.folder,
-                                .picture = options.eyes ? PictureFor(options.folder) : nullptr,
+                                .picture = options.eyes ? BatchPictureIn(options.folder) : nullptr,
                                 .threads = options.jobs};
     input.chainChecksum = BatchChecksum(input);
     RequireOutputsApart(options, input.chain, plan.jobs);

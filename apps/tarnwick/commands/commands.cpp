@@ -24,6 +24,8 @@ constexpr Command kCommands[] = {
     {"touchstone", "Show an S-parameter file, and where the de-embedding filter reads it otherwise than it is meant",
      "fixture.s4p --normalise clean.s4p -o fixture", AddTouchstone},
     {"chain-keys", "List the keys of a chain file with units and defaults", "--markdown", AddChainKeys},
+    {"completion", "Print what a shell needs to complete this program's commands", "bash", AddCompletion},
+    {"manual", "Print the manual page", "> tarnwick.1", AddManual},
 };
 
 }  // namespace

@@ -234,16 +234,22 @@ def _umask() -> int:
     return mask
 
 
-def _write_parquet(path: Path, records: list[dict[str, Any]]) -> bool:
+def _write_parquet(path: Path, records: list[dict[str, Any]]) -> None:
+    """The rows as a Parquet file, whole or not at all, where pyarrow is installed."""
     try:
         pyarrow: Any = import_module("pyarrow")
         parquet: Any = import_module("pyarrow.parquet")
     except ImportError:
-        return False
+        return
+    # Types of their own: those found in the rows would change with what is known of the captures.
+    schema = pyarrow.schema([(column, pyarrow.float64() if column in _NUMBERS else pyarrow.string()) for column in _columns()])
     temporary = path.with_suffix(".part")
-    parquet.write_table(pyarrow.Table.from_pylist(records), temporary)
-    os.replace(temporary, path)
-    return True
+    try:
+        parquet.write_table(pyarrow.Table.from_pylist(records, schema=schema), temporary)
+        os.replace(temporary, path)
+    except BaseException:
+        temporary.unlink(missing_ok=True)
+        raise
 
 
 class _Bar:
@@ -277,7 +283,7 @@ def _settings(chain: Any, folder: Path, options: Mapping[str, Any]) -> str:
 
 def batch(chain: Any, captures: Iterable[Union[str, os.PathLike[str]]], out: Union[str, os.PathLike[str]],
           scheduler: Optional[str] = None, jobs: Optional[int] = None, *, results: Union[str, os.PathLike[str], None] = None,
-          resume: bool = False, patience: float = 60.0, **options: Any) -> list[dict[str, Any]]:
+          eyes: bool = False, resume: bool = False, patience: float = 60.0, **options: Any) -> list[dict[str, Any]]:
     """Runs captures through a chain, each in a process of its own, and writes what ``tarnwick batch`` writes.
 
     Parameters
@@ -295,6 +301,8 @@ def batch(chain: Any, captures: Iterable[Union[str, os.PathLike[str]]], out: Uni
         How many of these; left out, as many as there are processors. Each holds one capture in memory.
     results : str or path, optional
         The table; left out, ``results.csv`` in ``out``. Where pyarrow is installed there is a ``.parquet`` beside it.
+    eyes : bool
+        Draw the eye behind the chain into NAME.png for each capture, as ``tarnwick batch --eyes`` does; gnuplot draws it.
     resume : bool
         Keep the rows of an earlier batch whose capture, chain and options are the same and whose output is there.
     patience : float
@@ -318,13 +326,14 @@ def batch(chain: Any, captures: Iterable[Union[str, os.PathLike[str]]], out: Uni
     folder = Path(out).absolute()
     if jobs is not None and jobs < 1:
         raise ValueError(f"batch: jobs is {jobs}; expected at least 1")
-    settings = _settings(chain, folder, options)
+    settings = _settings(chain, folder, {**options, "eyes": eyes})
     batch_input = _input(settings)  # says what is wrong with it before anything is written
     plan, notes = _core.plan_batch([os.fspath(capture) for capture in captures])
     for note in notes:
         print(f"tarnwick: {note}", file=sys.stderr)
     table = _Table(Path(results).absolute() if results else folder / "results.csv")
-    outputs = {path.resolve() for path in [*(folder / f"{name}.npy" for _, name in plan), table.path]}
+    endings = (".npy", ".png") if eyes else (".npy",)
+    outputs = {path.resolve() for path in [*(folder / f"{name}{ending}" for _, name in plan for ending in endings), table.path]}
     inputs = [capture for capture, _ in plan] + ([os.fspath(chain)] if isinstance(chain, (str, os.PathLike)) else [])
     for name in inputs:
         if Path(name).resolve() in outputs:
@@ -372,6 +381,7 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
     parser.add_argument("--scheduler", help="tcp://host:port of a Dask cluster; left out: processes on this machine")
     parser.add_argument("-j", "--jobs", type=int, help="processes; left out: as many as there are processors")
     parser.add_argument("--results", metavar="FILE.csv", help="table; left out: results.csv in FOLDER")
+    parser.add_argument("--eyes", action="store_true", help="draw the eye behind the chain into NAME.png for each capture")
     parser.add_argument("--resume", action="store_true", help="do what is missing only")
     parser.add_argument("--patience", type=float, default=60.0, help="how long a scheduler may be gone [s]")
     for option, kind in (("coding", str), ("baud", float), ("samples-per-ui", float), ("pattern-length", int),

@@ -1,11 +1,14 @@
 """Batches: that faults of workers, schedulers and captures lose nothing and do nothing twice. The figures are the workbench's."""
 import csv
+import json
 import os
 import socket
 import subprocess
 import sys
 import threading
 import time
+import types
+from pathlib import Path
 
 import numpy as np
 import pytest
@@ -53,6 +56,46 @@ def test_any_number_of_processes_gives_the_same_table(captures, expected, tmp_pa
     assert table(tmp_path / "two" / "results.csv") == expected
     assert rows[0]["openingPercent"] > 50 and rows[0]["samples"] > 15000 and rows[-1]["openingPercent"] is None
     assert (tmp_path / "two" / "c03.npy").read_bytes() == (tmp_path / "expected" / "c03.npy").read_bytes()
+
+
+def test_eyes_are_the_pictures_of_the_program(captures, tmp_path, program):
+    (tmp_path / "chain.json").write_text(json.dumps(CHAIN))
+    out, names = tmp_path / "out", captures[:2]
+    program("batch", tmp_path / "chain.json", *names, "-o", tmp_path / "program", "--eyes")
+    tarnwick.batch(tmp_path / "chain.json", names, out, jobs=2, eyes=True)
+    for name in ("c00.png", "c01.png"):
+        assert (out / name).read_bytes() == (tmp_path / "program" / name).read_bytes()
+    (out / "c01.png").unlink()
+    before = (out / "c00.png").stat().st_mtime_ns
+    tarnwick.batch(tmp_path / "chain.json", names, out, jobs=1, resume=True)
+    assert not (out / "c01.png").exists()  # nobody asked for it
+    tarnwick.batch(tmp_path / "chain.json", names, out, jobs=1, eyes=True, resume=True)
+    assert (out / "c01.png").exists() and (out / "c00.png").stat().st_mtime_ns == before
+
+
+def test_a_parquet_table_is_whole_or_the_one_before(captures, tmp_path, monkeypatch):
+    """A stand-in for pyarrow keeps what it is given: which columns are numbers, and that a disk that fills spoils nothing."""
+    arrow, parquet = types.ModuleType("pyarrow"), types.ModuleType("pyarrow.parquet")
+    arrow.float64, arrow.string, arrow.schema = (lambda: "number"), (lambda: "text"), dict
+    arrow.Table = types.SimpleNamespace(from_pylist=lambda records, schema: json.dumps([records, schema]))
+    parquet.write_table = lambda table, path: Path(path).write_text(table)
+    monkeypatch.setitem(sys.modules, "pyarrow", arrow)
+    monkeypatch.setitem(sys.modules, "pyarrow.parquet", parquet)
+    out = tmp_path / "out"
+    rows = tarnwick.batch(CHAIN, captures[-2:], out, jobs=1)
+    before = (out / "results.parquet").read_text()
+    records, schema = json.loads(before)
+    assert records == rows and list(schema) == list(rows[0])
+    assert schema["openingPercent"] == "number" and schema["openingsPercent"] == schema["file"] == "text"
+
+    def full(table, path):
+        Path(path).write_text(table[:40])
+        raise OSError("No space left on device")
+    parquet.write_table = full
+    with pytest.raises(OSError, match="No space"):
+        tarnwick.batch(CHAIN, captures[:1], out, jobs=1)
+    assert (out / "results.parquet").read_text() == before and not list(out.glob("*.part"))
+    assert len(table(out / "results.csv")) == 1
 
 
 def test_resume_does_what_is_missing(captures, expected, tmp_path, monkeypatch):

@@ -8,6 +8,7 @@ import weakref
 import numpy as np
 import pandas
 import pytest
+import xarray
 
 import tarnwick
 from conftest import DEVICE
@@ -64,10 +65,11 @@ def unaligned(samples):
 
 
 @pytest.mark.parametrize("dressed", [
-    list, lent, unaligned, pandas.Series, lambda x: pandas.DataFrame({"t": x, "v": x})["v"], lambda x: np.repeat(x, 2)[::2],
+    list, lent, unaligned, pandas.Series, lambda x: pandas.DataFrame({"t": x, "v": x})["v"],
+    lambda x: xarray.Dataset({"v": ("t", x)})["v"], lambda x: np.repeat(x, 2)[::2],
     lambda x: x[::-1].copy()[::-1], lambda x: x.astype(">f8"), lambda x: np.asfortranarray(np.stack([x, x]))[0],
     lambda x: tarnwick.Chain({"filters": []}).apply(tarnwick.lock(x, samples_per_ui=8)) and x,
-], ids=["list", "read-only", "unaligned", "series", "column", "strided", "backwards", "big-endian", "row", "plain"])
+], ids=["list", "read-only", "unaligned", "series", "column", "variable", "strided", "backwards", "big-endian", "row", "plain"])
 def test_any_array_of_reals_goes_in_as_it_is(dressed, wave):
     receiver = made("BesselThomson")
     assert np.array_equal(receiver(dressed(wave.copy())), receiver(wave))

@@ -1,0 +1,11 @@
+# Compiles the C# host with MCS, runs it with MONO on LIBRARY and compares what it prints.
+file(MAKE_DIRECTORY ${FOLDER})
+file(GLOB sources ${SOURCES}/*.cs)
+execute_process(COMMAND ${MCS} -warnaserror -out:${FOLDER}/receiver.exe ${sources} COMMAND_ERROR_IS_FATAL ANY)
+cmake_path(GET LIBRARY PARENT_PATH libraries)
+set(ENV{LD_LIBRARY_PATH} "${libraries}:$ENV{LD_LIBRARY_PATH}")
+execute_process(COMMAND ${MONO} ${FOLDER}/receiver.exe OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+file(READ ${SOURCES}/expected.txt expected)
+if(NOT output STREQUAL expected)
+    message(FATAL_ERROR "expected\n${expected}but it printed\n${output}")
+endif()
