@@ -6,8 +6,8 @@
 
 #include <fmt/format.h>
 
-#include "commands/commands.h"
 #include "commandline.h"
+#include "commands/commands.h"
 #include "outputs.h"
 #include "program.h"
 
