@@ -6,14 +6,19 @@ ratios are medians over the rounds. "naive" is the direct reading of circular co
 and kernel at the exact length, in the same FFT library. "bound" is one real transform and one inverse at the
 nearest smooth length and one copy of the record, which no dense kernel can do without.
 
-Usage: compare.py SHIM [--quick] [--markdown FILE]
+Usage: compare.py SHIM [--program TARNWICK] [--quick] [--markdown FILE]
 SHIM is the benchmark module that CMake builds (libtarnwick_benchshim.so).
 """
 import argparse
 import ctypes
+import json
+import math
+import pathlib
 import platform
 import statistics
+import subprocess
 import sys
+import tempfile
 import time
 
 import numpy as np
@@ -37,7 +42,11 @@ def load(path):
         ("bench_capture", ctypes.c_void_p, [ctypes.c_int, ctypes.c_double]),
         ("bench_capture_count", ctypes.c_int, [ctypes.c_void_p]),
         ("bench_lock", ctypes.c_double, [ctypes.c_void_p]),
+        ("bench_read_capture", ctypes.c_void_p, [ctypes.c_char_p]),
+        ("bench_capture_samples", DOUBLES, [ctypes.c_void_p]),
         ("bench_capture_destroy", None, [ctypes.c_void_p]),
+        ("bench_shade", ctypes.c_double, [DOUBLES, ctypes.c_int, ctypes.c_double]),
+        ("bench_read_network", ctypes.c_int, [ctypes.c_char_p]),
         ("bench_moving_average", ctypes.c_void_p, [ctypes.c_int] * 4),
         ("bench_prepare", None, [ctypes.c_void_p, DOUBLES, ctypes.c_int]),
         ("bench_kernel", DOUBLES, [ctypes.c_void_p]),
@@ -291,6 +300,121 @@ def phase_fit(shim, ui, spu, count, rounds):
             statistics.median(b / a for a, b in times), memory, len(samples) * 8 / 2**20]
 
 
+def processor(call):
+    """Seconds of processor time, of all threads: a machine that is shared does not change it much."""
+    start = time.process_time()
+    call()
+    return time.process_time() - start
+
+
+def child(command):
+    """Processor time [s] and peak resident memory [bytes] of a program that has to succeed."""
+    # A process inherits the peak of the one that starts it, so that a small one has to.
+    between = ("import json, resource, subprocess, sys; subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL, check=True); "
+               "used = resource.getrusage(resource.RUSAGE_CHILDREN); "
+               "print(json.dumps([used.ru_utime + used.ru_stime, 1024 * used.ru_maxrss]))")
+    result = subprocess.run([sys.executable, "-S", "-c", between, *map(str, command)], stdout=subprocess.PIPE, check=False)
+    if result.returncode != 0:
+        raise SystemExit(f"compare.py: {' '.join(map(str, command))} has failed")
+    return json.loads(result.stdout)
+
+
+def read_capture(shim, path):
+    """A capture as the library reads it."""
+    capture = shim.bench_read_capture(str(path).encode())
+    count = shim.bench_capture_count(capture)
+    samples = np.ctypeslib.as_array(shim.bench_capture_samples(capture), (count,)).copy()
+    shim.bench_capture_destroy(capture)
+    return samples
+
+
+def program_apply(shim, program, folder, repetitions, rounds):
+    """`tarnwick apply` with one filter, from .npy to .npy, against Prepare and the first Apply of that filter; its memory
+    against the capture's; and the two pictures of --eye, as far as the library makes them, against the filter."""
+    ui, spu = 32767, 16
+    capture, chain, result = folder / "capture.npy", folder / "chain.json", folder / "filtered.npy"
+    child([program, "simulate", "-o", capture, "--prbs", "15", "--coding", "NRZ", "--spu", str(spu),
+           "--repetitions", str(repetitions), "--loss", "4", "--noise", "0.01"])
+    chain.write_text(json.dumps({"device": {"baudRateGBd": 26.5625, "signalCoding": "NRZ", "samplesPerUi": spu,
+                                            "patternSymbols": {"prbs": 15}},
+                                 "filters": [{"type": "bessel-thomson"}]}), encoding="ascii")
+    command = [program, "apply", chain, capture, "-o", result]
+    samples = np.load(capture)
+    child(command)
+    job = shim.bench_bessel_thomson(ui, spu, repetitions)
+    expected = Ours(shim, job, samples).result()
+    error = np.max(np.abs(np.load(result) - expected)) / np.max(np.abs(expected))
+    if not error < 1e-12:
+        raise SystemExit(f"compare.py: apply: answers differ by {error:.3g} of the peak; expected below 1e-12")
+    shim.bench_destroy(job)
+
+    def filter_once():
+        job = shim.bench_bessel_thomson(ui, spu, repetitions)
+        shim.bench_prepare(job, pointer(samples), len(samples))
+        shim.bench_release(shim.bench_apply(job, pointer(samples), len(samples)))
+        shim.bench_destroy(job)
+
+    ratios, memory = [], 0
+    for _ in range(rounds):
+        alone = processor(filter_once)
+        taken, memory = child(command)
+        pictures = 2 * processor(lambda: shim.bench_shade(pointer(samples), len(samples), spu))
+        ratios.append((taken / alone, memory / samples.nbytes, pictures / alone))
+    applied, memory, pictures = (statistics.median(column) for column in zip(*ratios))
+    name = f"{len(samples) / 1e6:.1f} million samples"
+    return [(f"`apply`, one filter, {name}", "Prepare and Apply of the filter", applied, 4.0),
+            (f"its memory, {name}", "the capture", memory, 3.0),
+            (f"two pictures of eyes, {name}", "Prepare and Apply of the filter", pictures, 2.0)]
+
+
+def text_reading(shim, folder, count, rounds):
+    """Text captures, of one column and of two, against NumPy's loadtxt."""
+    values = np.random.default_rng(4).standard_normal(count)
+    rows = []
+    for name, columns, options in (("a value a line", values[:, None], {}),
+                                   ("time and value", np.stack([np.arange(count) * 1e-12, values], 1), {"delimiter": ","})):
+        path = folder / "capture.csv"
+        np.savetxt(path, columns, fmt="%.9g", **options)
+        expected = np.loadtxt(path, ndmin=2, **options)[:, -1]
+        if not np.array_equal(read_capture(shim, path), expected):
+            raise SystemExit(f"compare.py: {name}: read differently; expected the same to the bit")
+        ratios = [processor(lambda: shim.bench_capture_destroy(shim.bench_read_capture(str(path).encode())))
+                  / processor(lambda: np.loadtxt(path, **options)) for _ in range(rounds)]
+        rows.append((f"reading text, {name}, {count} lines", "NumPy's `loadtxt`", statistics.median(ratios), 0.40))
+    return rows
+
+
+def touchstone(shim, program, folder, rounds):
+    """`tarnwick touchstone` on a file of some 4 MB against reading its parameters once."""
+    path = folder / "fixture.s4p"
+    points = 7500
+    with open(path, "w", encoding="ascii") as file:
+        file.write("# GHz S MA R 50\n")
+        for k in range(1, points + 1):
+            for to in range(4):
+                row = [f"{0.9 * math.exp(-k / 3000) / (1 + 3 * abs(to - by)):.9e} {-3.0 * k % 360 - 180:.9e}" for by in range(4)]
+                file.write((f"{0.01 * k:.9f} " if to == 0 else "") + " ".join(row) + "\n")
+    report = subprocess.run([program, "touchstone", path, "--json"], stdout=subprocess.PIPE, check=True)
+    if shim.bench_read_network(str(path).encode()) != points or json.loads(report.stdout)["points"] != points:
+        raise SystemExit(f"compare.py: touchstone: another number of points was read than {points}")
+    ratios = [child([program, "touchstone", path])[0] / processor(lambda: shim.bench_read_network(str(path).encode()))
+              for _ in range(rounds)]
+    return (f"`touchstone`, {path.stat().st_size / 1e6:.1f} MB", "reading the parameters", statistics.median(ratios), 5.0)
+
+
+def whole_program(shim, program, quick, rounds):
+    """The table of the program; the number of its figures above their limits."""
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        rows = program_apply(shim, program, folder, 4 if quick else 16, rounds)
+        rows += text_reading(shim, folder, 200_000 if quick else 1_000_000, rounds)
+        rows.append(touchstone(shim, program, folder, rounds))
+    late = [value > limit for _, _, value, limit in rows]
+    lines = [[what, against, f"{value:.2f}{' !' if mark else ''}", f"{limit:g}"]
+             for (what, against, value, limit), mark in zip(rows, late)]
+    return "The program, processor time:\n\n" + table(["what", "against", "ratio", "limit"], lines), sum(late)
+
+
 def limits(period):
     """What the figures have to stay below: against SciPy, naive transforms and the bound."""
     against_scipy = 0.70 if period <= 65536 else (0.35 if period >= 1_000_000 else 0.65)
@@ -307,6 +431,7 @@ def table(head, rows):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("shim")
+    parser.add_argument("--program", help="tarnwick: time the whole program too")
     parser.add_argument("--quick", action="store_true", help="few lengths, few rounds")
     parser.add_argument("--markdown", help="write the tables to this file too")
     options = parser.parse_args()
@@ -385,6 +510,12 @@ def main():
         print("Acquisition", *rows[-1], file=sys.stderr, flush=True)
     text += ("\n\nAcquisition of a capture of which nothing is said, against one real transform and its inverse:\n\n"
              + table(["samples", "per UI", "ms", "/ SciPy's rfft + irfft", "peak memory / capture"], rows))
+
+    if options.program:
+        of_program, late = whole_program(shim, options.program, options.quick, 3)
+        missed += late
+        text += "\n\n" + of_program
+        print(of_program, file=sys.stderr, flush=True)
 
     one = dense(shim, shim.bench_bessel_thomson(511, 8, 1), 511, 8, 1, rounds)[2]
     many = dense(shim, shim.bench_bessel_thomson(511, 8, 64), 511, 8, 64, rounds)[2]

@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <numeric>
+#include <span>
 #include <type_traits>
 
 #include <fftw3.h>
@@ -12,8 +14,12 @@
 #include "maths/equalisers/ffetaps.h"
 #include "maths/transforms/alignedbuffer.h"
 #include "maths/transforms/fft.h"
+#include "workbench/eyeimage.h"
+#include "workbench/fixturefile.h"
 #include "workbench/lock.h"
+#include "workbench/network.h"
 #include "workbench/simulation.h"
+#include "workbench/waveform.h"
 
 using namespace Tarnwick;
 namespace Maths = DSO::Maths;
@@ -180,6 +186,32 @@ TARNWICK_EXPORT int bench_capture_count(const DSO::Workbench::Waveform* capture)
 TARNWICK_EXPORT double bench_lock(const DSO::Workbench::Waveform* capture)
 {
     return DSO::Workbench::Lock(*capture, {}, "capture").report.samplesPerUi;
+}
+
+/// A capture from its file.
+TARNWICK_EXPORT DSO::Workbench::Waveform* bench_read_capture(const char* path)
+{
+    return std::make_unique<DSO::Workbench::Waveform>(DSO::Workbench::ReadWaveform(path)).release();
+}
+
+TARNWICK_EXPORT const double* bench_capture_samples(const DSO::Workbench::Waveform* capture)
+{
+    return capture->samples.data();
+}
+
+/// The picture of an eye as the program draws it, but for the drawing; the sum of its shades.
+TARNWICK_EXPORT double bench_shade(const double* samples, int count, double samplesPerUi)
+{
+    const std::span<const double> record(samples, static_cast<std::size_t>(count));
+    const auto image =
+        DSO::Workbench::ShadeBetween(record, samplesPerUi, 0.5, DSO::Workbench::RangeOf(record), 480, 320);
+    return std::accumulate(image.shades.begin(), image.shades.end(), 0.0);
+}
+
+/// Reads all parameters of a Touchstone file; the number of its points.
+TARNWICK_EXPORT int bench_read_network(const char* path)
+{
+    return static_cast<int>(DSO::Workbench::ReadNetwork(DSO::Workbench::ReadFixtureText(path), path).frequency.size());
 }
 
 TARNWICK_EXPORT void bench_capture_destroy(DSO::Workbench::Waveform* capture)

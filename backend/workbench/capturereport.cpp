@@ -60,8 +60,7 @@ CaptureContent FindContent(const Waveform& capture, const CaptureFacts& facts, c
         content.acquisition = Lock(capture, facts, name).report;
     } catch (const DataFailure& failure) {
         // Samples that are not finite have no statistics either.
-        if (!std::all_of(capture.samples.begin(), capture.samples.end(),
-                         [](double sample) { return std::isfinite(sample); }))
+        if (!AreFinite(capture.samples))
             throw;
         content.whyNoAcquisition = failure.what();
     }

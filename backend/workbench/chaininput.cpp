@@ -85,11 +85,11 @@ ChainFile WithDeviceOf(const ChainFile& file, const ChainDevice& asWritten, cons
     return ChainFileOf(std::move(content), file.Name());
 }
 
-ChainInput AsRead(const ChainFile& file, const Waveform& capture, const std::string& name)
+ChainInput AsRead(const ChainFile& file, Waveform capture, const std::string& name)
 {
     std::vector<std::string> notes;
     ChainInput input{WithSymbols(file, capture.samples, name, notes)};
-    input.samples = capture.samples;
+    input.samples = std::move(capture.samples);
     input.interval = capture.interval;
     input.start = capture.start;
     input.notes = std::move(notes);
@@ -134,18 +134,18 @@ CaptureFacts FactsOf(const ChainFile& file, CaptureFacts given)
     return FactsOf(ChainDevice(file), std::move(given));
 }
 
-ChainInput InputFor(const ChainFile& file, const Waveform& capture, const CaptureFacts& given, const std::string& name)
+ChainInput InputFor(const ChainFile& file, Waveform capture, const CaptureFacts& given, const std::string& name)
 {
     const ChainDevice device(file);
     if (KeepsFractionalSampling(device))
-        return AsRead(file, capture, name);
+        return AsRead(file, std::move(capture), name);
     LockedCapture locked;
     try {
-        locked = Lock(capture, FactsOf(device, given), name);
+        locked = Lock(std::move(capture), FactsOf(device, given), name);
     } catch (const NoClockFailure& failure) {
         if (NeedsTiming(file))
             throw;
-        ChainInput input = AsRead(file, capture, name);
+        ChainInput input = AsRead(file, std::move(capture), name);  // which no lock has taken
         input.notes.insert(input.notes.begin(), std::string(failure.what()) + "; it is filtered as it was read");
         return input;
     }

@@ -32,11 +32,12 @@ TARNWICK_WORKBENCH_API CaptureFacts FactsOf(const ChainFile& file, CaptureFacts 
 
 /// Locks the capture and completes the chain file for the record. The capture goes through as it was read where the file asks
 /// for its fractional sampling ("resample" false), and where no filter needs to know the UI and no clock is found.
+/// @param capture  taken: its samples become the record's
 /// @param given  goes before what the file says
 /// @param name   the capture's, for messages
 /// @throws UsageFailure  the file
 /// @throws DataFailure   as Lock
-TARNWICK_WORKBENCH_API ChainInput InputFor(const ChainFile& file, const Waveform& capture, const CaptureFacts& given,
+TARNWICK_WORKBENCH_API ChainInput InputFor(const ChainFile& file, Waveform capture, const CaptureFacts& given,
                                            const std::string& name);
 
 /// @param user  what needs eyes, for messages

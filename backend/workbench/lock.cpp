@@ -15,6 +15,7 @@
 #include "maths/captures/resampling.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
+#include "workbench/statistics.h"
 #include "workbench/symbols.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -31,6 +32,7 @@ constexpr double kMovingUi = 0.05;        // rms; blocks of a clean record stay 
 struct State {
     const CaptureFacts& facts;
     const std::string& name;
+    std::vector<double>* given;  // the capture's samples where they may be taken
     LockedCapture locked;
     std::size_t samplesPerUi = 0;  // of the record
     Maths::CodingDecision decision;
@@ -40,39 +42,49 @@ struct State {
     std::size_t UiCount() const { return locked.samples.size() / samplesPerUi; }
 };
 
-void RequireUsable(std::span<const double> samples, const std::string& name)
+void RequireUsable(std::span<const double> samples, const SampleStatistics& statistics, const std::string& name)
 {
-    const auto broken =
-        std::find_if(samples.begin(), samples.end(), [](double value) { return !std::isfinite(value); });
-    if (broken != samples.end())
+    // Of finite squares all samples are finite.
+    if (!std::isfinite(statistics.rms) && !AreFinite(samples)) {
+        const auto broken =
+            std::find_if(samples.begin(), samples.end(), [](double value) { return !std::isfinite(value); });
         throw DataFailure(
             fmt::format("{}: sample {} is {}; expected finite values", name, broken - samples.begin() + 1, *broken));
-    const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
-    if (*low == *high)
-        throw DataFailure(fmt::format("{}: is constant, {} V; expected a data signal", name, *low));
+    }
+    if (statistics.low == statistics.high)
+        throw DataFailure(fmt::format("{}: is constant, {} V; expected a data signal", name, statistics.low));
 }
 
 // Samples that pile up at the ends of the range, as a converter's that is overdriven. Held levels do too, but then they are
 // most of the record.
-void WarnOfClipping(std::span<const double> samples, State& state)
+void WarnOfClipping(std::span<const double> samples, const SampleStatistics& statistics, State& state)
 {
     constexpr double kNear = 0.02;  // of the range
     constexpr double kLeastShare = 5e-4;
     constexpr double kHeldShare = 0.3;
-    const auto [low, high] = std::minmax_element(samples.begin(), samples.end());
-    const double near = kNear * (*high - *low);
-    std::size_t clipped = 0;
-    for (const double limit : {*low, *high}) {
-        const auto at = static_cast<std::size_t>(std::count(samples.begin(), samples.end(), limit));
-        const auto about = static_cast<std::size_t>(std::count_if(
-            samples.begin(), samples.end(), [&](double value) { return std::abs(value - limit) < near; }));
-        if (2 * at > about)
-            clipped += at;
+    const double low = statistics.low;
+    const double high = statistics.high;
+    const double near = kNear * (high - low);
+    struct Pile {
+        std::size_t at = 0;
+        std::size_t about = 0;
+    };
+    Pile lowest;
+    Pile highest;
+    for (const double value : samples) {
+        lowest.at += value == low ? 1 : 0;
+        lowest.about += value - low < near ? 1 : 0;
+        highest.at += value == high ? 1 : 0;
+        highest.about += high - value < near ? 1 : 0;
     }
+    std::size_t clipped = 0;
+    for (const Pile& pile : {lowest, highest})
+        if (2 * pile.at > pile.about)
+            clipped += pile.at;
     const double share = static_cast<double>(clipped) / static_cast<double>(samples.size());
     if (share > kLeastShare && share < kHeldShare)
         state.Warn(fmt::format("{}: {:.2g} % of the samples lie exactly at {} or {} V, the ends of the range: clipped?",
-                               state.name, 100.0 * share, *low, *high));
+                               state.name, 100.0 * share, low, high));
 }
 
 Maths::ClockSearch SearchOf(const CaptureFacts& facts, double interval)
@@ -127,7 +139,8 @@ void TakeSpectrum(const std::optional<Maths::LineSpectrum>& spectrum, LockReport
 }
 
 // A given rate stays, and is compared with what the capture shows near it, or elsewhere.
-void CheckRate(std::span<const double> samples, double given, State& state)
+Maths::RecoveredClock CheckedRate(std::span<const double> samples, double given, const Maths::ClockSearch& ofRate,
+                                  State& state)
 {
     constexpr double kNearby = 1.25;
     Maths::ClockSearch search;
@@ -135,13 +148,13 @@ void CheckRate(std::span<const double> samples, double given, State& state)
     search.mostSamplesPerUi = std::max(given * kNearby, search.fewestSamplesPerUi * kNearby);
     Maths::ClockSearch anywhere;
     search.keepSpectrum = anywhere.keepSpectrum = true;
-    Maths::RecoveredClock found = Maths::RecoverClock(samples, search);
-    if (!found.found)
-        found = Maths::RecoverClock(samples, anywhere);
+    const Maths::ClockSearch searches[] = {search, anywhere};
+    Maths::CheckedClock clocks = Maths::CheckClock(samples, given, ofRate, searches);
+    const Maths::RecoveredClock& found = clocks.found;
     TakeSpectrum(found.spectrum, state.Report());
     state.Report().clockScore = found.score;
     if (!found.found)
-        return;
+        return std::move(clocks.ofRate);
     const double ui = static_cast<double>(samples.size()) / given;
     const double slip = std::abs(static_cast<double>(samples.size()) / found.clock.samplesPerUi - ui);
     // A short record cannot tell its rate from the whole number that was given.
@@ -150,6 +163,7 @@ void CheckRate(std::span<const double> samples, double given, State& state)
         state.Warn(fmt::format(
             "{}: is said to have {:.8g} samples per UI; its clock has {:.8g}, {:.3g} UI away over the record",
             state.name, given, found.clock.samplesPerUi, slip));
+    return std::move(clocks.ofRate);
 }
 
 // Samples per UI, the clock along which to resample, and the record.
@@ -175,12 +189,10 @@ void LockClock(const Waveform& capture, State& state)
     if (given > 0.0) {
         report.samplesPerUi = given;
         report.samplesPerUiGiven = true;
-        CheckRate(samples, given, state);
+        clock = CheckedRate(samples, given, search, state);
         whole = facts.samplesPerUi > 0.0 && given == std::round(given)
                     ? std::optional(static_cast<std::size_t>(given))
                     : Maths::WholeSamplesPerUi(given, samples.size());
-        if (given >= 2.0)
-            clock = Maths::ClockOfRate(samples, given, search);
     } else {
         clock = Maths::RecoverClock(samples, search);
         report.clockScore = clock.score;
@@ -217,7 +229,10 @@ void LockClock(const Waveform& capture, State& state)
     state.samplesPerUi = wanted;
     report.samplesPerUiOut = static_cast<int>(wanted);
     if (whole == wanted && !tracked) {
-        state.locked.samples.assign(samples.begin(), samples.end());
+        if (state.given != nullptr)
+            state.locked.samples = std::move(*state.given);
+        else
+            state.locked.samples.assign(samples.begin(), samples.end());
         state.locked.interval = capture.interval;
         state.locked.start = capture.start;
         return;
@@ -239,23 +254,36 @@ std::vector<double> WidestLevels(const State& state)
 {
     const Maths::CodingDecision& decision = state.decision;
     const std::vector<double>& samples = state.locked.samples;
-    const auto samplesPerUi = static_cast<long long>(state.samplesPerUi);
-    std::vector<double> widest;
-    for (long long offset = -samplesPerUi / 2; offset < samplesPerUi - samplesPerUi / 2; ++offset) {
-        std::vector<double> means(decision.levels.size(), 0.0);
-        std::vector<double> counts(decision.levels.size(), 0.0);
-        long long place = static_cast<long long>(decision.phase) + offset;
-        for (const int symbol : decision.symbols) {
-            if (place >= 0 && place < static_cast<long long>(samples.size())) {
-                means[static_cast<std::size_t>(symbol)] += samples[static_cast<std::size_t>(place)];
-                counts[static_cast<std::size_t>(symbol)] += 1.0;
-            }
-            place += samplesPerUi;
+    const std::size_t levels = decision.levels.size();
+    const std::size_t samplesPerUi = state.samplesPerUi;
+    // In one pass over the samples, of a UI about the phase at a time.
+    std::vector<double> sums(levels * samplesPerUi, 0.0);
+    std::vector<double> counts(levels * samplesPerUi, 0.0);
+    auto begin = static_cast<long long>(decision.phase) - static_cast<long long>(samplesPerUi / 2);
+    for (const int symbol : decision.symbols) {
+        const std::size_t first = begin < 0 ? static_cast<std::size_t>(-begin) : 0;
+        const auto left = static_cast<std::size_t>(
+            std::clamp<long long>(static_cast<long long>(samples.size()) - begin, 0, samplesPerUi));
+        double* const sum = sums.data() + static_cast<std::size_t>(symbol) * samplesPerUi;
+        double* const count = counts.data() + static_cast<std::size_t>(symbol) * samplesPerUi;
+        const auto from = static_cast<std::size_t>(begin + static_cast<long long>(first));
+        for (std::size_t k = first; k < left; ++k) {
+            sum[k] += samples[from + (k - first)];
+            count[k] += 1.0;
         }
-        if (std::find(counts.begin(), counts.end(), 0.0) != counts.end())
+        begin += static_cast<long long>(samplesPerUi);
+    }
+    std::vector<double> widest;
+    for (std::size_t k = 0; k < samplesPerUi; ++k) {
+        std::vector<double> means(levels);
+        bool hasAll = true;
+        for (std::size_t level = 0; level < levels; ++level) {
+            const std::size_t at = level * samplesPerUi + k;
+            hasAll = hasAll && counts[at] > 0.0;
+            means[level] = sums[at] / counts[at];
+        }
+        if (!hasAll)
             continue;
-        for (std::size_t level = 0; level < means.size(); ++level)
-            means[level] /= counts[level];
         if (widest.empty() || means.back() - means.front() > widest.back() - widest.front())
             widest = std::move(means);
     }
@@ -423,19 +451,20 @@ void Average(State& state)
     samples = std::move(mean);
 }
 
-}  // namespace
-
-LockedCapture Lock(const Waveform& capture, const CaptureFacts& facts, const std::string& name)
+LockedCapture LockRecord(const Waveform& capture, std::vector<double>* given, const CaptureFacts& facts,
+                         const std::string& name)
 {
-    RequireUsable(capture.samples, name);
+    const SampleStatistics statistics = capture.samples.empty() ? SampleStatistics{} : StatisticsOf(capture.samples);
+    RequireUsable(capture.samples, statistics, name);
     if (!capture.gap.empty())
         throw DataFailure(capture.gap + "; expected a record without a gap, or its sample rate");
-    State state{facts, name, {}, 0, {}};
-    WarnOfClipping(capture.samples, state);
+    State state{facts, name, given, {}, 0, {}};
+    const std::size_t count = capture.samples.size();
+    WarnOfClipping(capture.samples, statistics, state);
     LockClock(capture, state);
     if (state.UiCount() < 1)
-        throw DataFailure(fmt::format("{}: has {} samples, less than one UI of {:.6g}", name, capture.samples.size(),
-                                      state.Report().samplesPerUi));
+        throw DataFailure(
+            fmt::format("{}: has {} samples, less than one UI of {:.6g}", name, count, state.Report().samplesPerUi));
     DecideSymbols(state);
     DecidePeriod(state);
     Cut(state);
@@ -443,6 +472,18 @@ LockedCapture Lock(const Waveform& capture, const CaptureFacts& facts, const std
         Average(state);
     state.Report().samples = state.locked.samples.size();
     return std::move(state.locked);
+}
+
+}  // namespace
+
+LockedCapture Lock(const Waveform& capture, const CaptureFacts& facts, const std::string& name)
+{
+    return LockRecord(capture, nullptr, facts, name);
+}
+
+LockedCapture Lock(Waveform&& capture, const CaptureFacts& facts, const std::string& name)
+{
+    return LockRecord(capture, &capture.samples, facts, name);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -98,6 +98,9 @@ struct LockedCapture {
 ///                      a UI, or times with a gap
 TARNWICK_WORKBENCH_API LockedCapture Lock(const Waveform& capture, const CaptureFacts& facts, const std::string& name);
 
+/// The same; the samples are taken when the clock is known and they need not be resampled, and left where no clock is found.
+TARNWICK_WORKBENCH_API LockedCapture Lock(Waveform&& capture, const CaptureFacts& facts, const std::string& name);
+
 /// @throws DataFailure  no levels were made out: there are no eyes to measure
 TARNWICK_WORKBENCH_API void RequireLevels(const LockReport& report, const std::string& name);
 

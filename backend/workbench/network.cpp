@@ -71,14 +71,13 @@ std::array<std::size_t, 2> ThroughPorts(const Network& network)
     return best;
 }
 
-double Strongest(const Network& network, std::size_t point)
+// Magnitudes of all waves from port to another port, as Network has them; 0 from a port to itself.
+void MagnitudesAt(const Network& network, std::size_t point, std::vector<double>& magnitudes)
 {
-    double strongest = 0.0;
+    magnitudes.clear();
     for (std::size_t to = 1; to <= network.ports; ++to)
         for (std::size_t from = 1; from <= network.ports; ++from)
-            if (from != to)
-                strongest = std::max(strongest, std::abs(network.At(point, to, from)));
-    return strongest;
+            magnitudes.push_back(from == to ? 0.0 : std::abs(network.At(point, to, from)));
 }
 
 // Twice the data's band in samples, so that the taper beyond it has room. What one period of the highest frequency holds on
@@ -156,15 +155,18 @@ NetworkQuality JudgeNetwork(const Network& network)
         quality.asymmetry = NetworkFigure{0.0, network.frequency.front()};
     if (ports > 1 && network.frequency.size() > 1)
         quality.phaseStep = NetworkFigure{0.0, network.frequency.front()};
+    std::vector<double> magnitudes;
     for (std::size_t k = 0; k < network.frequency.size(); ++k) {
         const double frequency = network.frequency[k];
+        MagnitudesAt(network, k, magnitudes);
+        const double strongest = *std::max_element(magnitudes.begin(), magnitudes.end());
         const std::span<const Complex> matrix = std::span(network.s).subspan(k * size, size);
         take(quality.largestSingularValue, Maths::LargestSingularValue(matrix), frequency);
         for (std::size_t to = 1; to <= ports; ++to) {
             for (std::size_t from = 1; from <= ports; ++from) {
                 if (from < to)
                     take(*quality.asymmetry, std::abs(network.At(k, to, from) - network.At(k, from, to)), frequency);
-                if (k == 0 || from == to || std::abs(network.At(k, to, from)) < kPathFloor * Strongest(network, k))
+                if (k == 0 || from == to || magnitudes[(to - 1) * ports + from - 1] < kPathFloor * strongest)
                     continue;
                 const double step = std::arg(network.At(k, to, from) * std::conj(network.At(k - 1, to, from)));
                 take(*quality.phaseStep, std::abs(step) * 180.0 / std::numbers::pi, frequency);

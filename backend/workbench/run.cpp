@@ -26,11 +26,6 @@ using DSO::SystemFramework::SignalData;
 
 namespace {
 
-bool AreFinite(const std::vector<double>& values)
-{
-    return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
-}
-
 bool KeepsNoise(const std::string& stage)
 {
     return stage == "bessel-thomson" || stage == "ctle" || stage == "deembedding";
@@ -43,7 +38,7 @@ void NoteOnce(std::vector<std::string>& notes, std::string note)
         notes.push_back(std::move(note));
 }
 
-bool AreZero(const std::vector<double>& values)
+bool AreZero(std::span<const double> values)
 {
     return std::all_of(values.begin(), values.end(), [](double value) { return value == 0.0; });
 }
@@ -51,16 +46,16 @@ bool AreZero(const std::vector<double>& values)
 struct Release {
     void operator()(double* array) const { ::operator delete(array); }
 };
+using Result = std::unique_ptr<double[], Release>;
 
 // The prepared filter on samples; null where the filter says that they are fewer than one repetition.
-std::unique_ptr<double[], Release> Applied(Stage& stage, std::vector<double>& samples, const std::string& chain,
-                                           const std::string& capture)
+Result Applied(Stage& stage, std::vector<double>& samples, const std::string& chain, const std::string& capture)
 {
     SignalData signal;
     signal.sampleCount = static_cast<std::int32_t>(samples.size());
     signal.samples = samples.data();
     try {
-        return std::unique_ptr<double[], Release>(stage.filter->Apply(&signal));
+        return Result(stage.filter->Apply(&signal));
     } catch (const std::invalid_argument& failure) {
         // A filter names what it refuses: the record's length, or a size that the device gives.
         if (std::string_view(failure.what()).find("sampleCount") == std::string_view::npos)
@@ -115,10 +110,8 @@ TapFigure FigureOf(const Stage& stage, const WaveformPart& before, const Passing
     return figure;
 }
 
-}  // namespace
-
-std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
-                             const std::string& capture)
+// As RunStage; the filter's own array, as long as the samples.
+Result Filtered(Stage& stage, std::vector<double>& samples, const std::string& chain, const std::string& capture)
 {
     const bool isNoiseToBeKept = stage.parameters->preserveNoise;
     SignalData signal;
@@ -132,13 +125,12 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
     } catch (const std::runtime_error& failure) {  // what a filter makes of the files that it was given
         throw DataFailure(fmt::format("{}: {}: {}", chain, stage.place, failure.what()));
     }
-    const auto result = Applied(stage, samples, chain, capture);
+    Result result = Applied(stage, samples, chain, capture);
     if (!result)
         throw DataFailure(fmt::format("{}: {}: {} samples are fewer than one repetition of the pattern", capture,
                                       stage.place, samples.size()));
-    std::vector<double> filtered(samples.size());
-    std::copy_n(result.get(), filtered.size(), filtered.begin());
-    if (AreFinite(samples) && !AreFinite(filtered))
+    const std::span<const double> filtered(result.get(), samples.size());
+    if (!AreFinite(filtered) && AreFinite(samples))
         throw UsageFailure(fmt::format("{}: {}: gives values that are not finite; is one of its settings missing?",
                                        chain, stage.place));
     if (AreZero(filtered) && !AreZero(samples))
@@ -150,7 +142,16 @@ std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const s
                                               ? "a corner below half the sample rate may help, or a response that "
                                                 "takes less noise away"
                                               : "a " + stage.name + " keeps no noise"));
-    return filtered;
+    return result;
+}
+
+}  // namespace
+
+std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
+                             const std::string& capture)
+{
+    const Result result = Filtered(stage, samples, chain, capture);
+    return {result.get(), result.get() + samples.size()};
 }
 
 ValidPart PassingRecord::Valid(double samplesPerUi) const
@@ -189,15 +190,21 @@ double PassStage(Stage& stage, PassingRecord& record, const Chain& chain, const 
         grow(stage.spanUi);
     }
     const auto start = std::chrono::steady_clock::now();
-    std::vector<double> filtered = RunStage(stage, record.samples, chain.Name(), capture);
+    const Result filtered = Filtered(stage, record.samples, chain.Name(), capture);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     if (hasEnds && stage.spanUi == 0)
         grow(ReachOf(stage, record.samples, samplesPerUi, chain.Name(), capture));
-    record.samples = std::move(filtered);
+    std::copy_n(filtered.get(), record.samples.size(), record.samples.begin());
     return taken.count();
 }
 
 ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSettings& eyes, const std::string& name,
+                     const std::function<void(const std::string&)>& begin)
+{
+    return RunChain(chain, std::vector<double>(record.begin(), record.end()), eyes, name, begin);
+}
+
+ChainResult RunChain(Chain& chain, std::vector<double>&& record, const EyeSettings& eyes, const std::string& name,
                      const std::function<void(const std::string&)>& begin)
 {
     const auto tell = [&](const std::string& stage) {
@@ -205,7 +212,7 @@ ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSett
             begin(stage);
     };
     ChainResult result;
-    PassingRecord passing = RecordOf({record.begin(), record.end()}, eyes);
+    PassingRecord passing = RecordOf(std::move(record), eyes);
     tell("capture");
     result.stages.push_back(Describe("capture", passing, eyes, eyes.withBathtub, chain));
     for (Stage& stage : chain.Stages()) {

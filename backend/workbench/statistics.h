@@ -14,7 +14,11 @@ struct SampleStatistics {
     double rms = 0.0;   ///< [V] about 0 V
 };
 
+/// In one pass, and to fewer roundings than sums in order.
 /// @param samples  at least one
 TARNWICK_WORKBENCH_API SampleStatistics StatisticsOf(std::span<const double> samples);
+
+/// Whether no sample is infinite or not a number.
+TARNWICK_WORKBENCH_API bool AreFinite(std::span<const double> samples);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <initializer_list>
+#include <optional>
 #include <random>
 #include <string_view>
 #include <utility>
@@ -19,6 +21,7 @@
 #include "workbench/plumbing/gunzip.h"
 #include "workbench/plumbing/textcapture.h"
 #include "workbench/plumbing/wholefile.h"
+#include "workbench/statistics.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -58,22 +61,38 @@ double FromBytes(const char* bytes, bool swap)
     return static_cast<double>(std::bit_cast<Word>(word));
 }
 
-Waveform ReadNpy(const std::string& name, std::string_view content)
+// Where the data of a NumPy file lie, and what they are.
+struct NpyData {
+    std::size_t begin;  // [bytes]
+    std::size_t count;
+    std::size_t itemSize;  // [bytes] 8 or 4
+    bool swap;
+};
+
+constexpr std::size_t kNpyHead = std::size_t{1} << 12U;  // [bytes] that hold the header of any array of numbers
+
+// [bytes] from the beginning of a NumPy file to its data, as its first 12 bytes say.
+std::size_t NpyDataAt(const std::string& name, std::string_view content)
 {
-    const auto fail = [&](std::string_view what) { throw DataFailure(fmt::format("{}: {}", name, what)); };
     const auto byteAt = [&](std::size_t at) {
         return static_cast<std::size_t>(static_cast<unsigned char>(content[at]));
     };
     if (content.size() < 12 || content.substr(0, kNpyMagic.size()) != kNpyMagic)
-        fail("is no NumPy file");
-    const bool isLong = byteAt(6) >= 2;
-    const std::size_t headerAt = isLong ? 12 : 10;
-    std::size_t headerSize = byteAt(8) + 256 * byteAt(9);
-    if (isLong)
-        headerSize += 65536 * byteAt(10) + 16777216 * byteAt(11);
-    if (headerSize > content.size() - std::min(headerAt, content.size()))
+        throw DataFailure(name + ": is no NumPy file");
+    if (byteAt(6) < 2)
+        return 10 + byteAt(8) + 256 * byteAt(9);
+    return 12 + byteAt(8) + 256 * byteAt(9) + 65536 * byteAt(10) + 16777216 * byteAt(11);
+}
+
+/// @param content   the file, or its first bytes with the whole header among them
+/// @param fileSize  [bytes]
+NpyData NpyDataOf(const std::string& name, std::string_view content, std::size_t fileSize)
+{
+    const auto fail = [&](std::string_view what) { throw DataFailure(fmt::format("{}: {}", name, what)); };
+    const std::size_t begin = NpyDataAt(name, content);
+    if (begin > fileSize)
         fail("ends within its header");
-    const std::string_view header = content.substr(headerAt, headerSize);
+    const std::string_view header = content.substr(0, begin);
     const std::string_view type = NpyField(header, "'descr'").substr(0, 5);
     const std::string_view shape = NpyField(header, "'shape'");
     const std::size_t itemSize = type.size() == 5 && type.substr(2, 2) == "f8"   ? 8
@@ -88,21 +107,61 @@ Waveform ReadNpy(const std::string& name, std::string_view content)
     if (shape.empty() || shape.front() != '(' || end.ec != std::errc() ||
         std::string_view(end.ptr, std::min<std::size_t>(2, shape.data() + shape.size() - end.ptr)) != ",)")
         fail("has not one dimension");
-    const std::string_view data = content.substr(headerAt + headerSize);
-    if (count > data.size() / itemSize || count * itemSize != data.size())
-        fail(fmt::format("holds {} bytes of data; expected {} values of {} bytes", data.size(), count, itemSize));
-
-    const bool swap = (order == '<') != (std::endian::native == std::endian::little);
-    Waveform waveform;
-    waveform.samples.resize(count);
-    for (std::size_t k = 0; k < count; ++k) {
-        const char* bytes = data.data() + k * itemSize;
-        waveform.samples[k] = itemSize == 8 ? FromBytes<double>(bytes, swap) : FromBytes<float>(bytes, swap);
-        if (!std::isfinite(waveform.samples[k]))
-            fail(fmt::format("sample {} is {}; expected a finite number", k, waveform.samples[k]));
-    }
+    const std::size_t dataSize = fileSize - begin;
+    if (count > dataSize / itemSize || count * itemSize != dataSize)
+        fail(fmt::format("holds {} bytes of data; expected {} values of {} bytes", dataSize, count, itemSize));
     if (count == 0)
         fail("holds no sample");
+    return {begin, count, itemSize, (order == '<') != (std::endian::native == std::endian::little)};
+}
+
+void RequireFinite(std::span<const double> samples, const std::string& name)
+{
+    if (AreFinite(samples))
+        return;
+    const auto broken =
+        std::find_if(samples.begin(), samples.end(), [](double sample) { return !std::isfinite(sample); });
+    throw DataFailure(
+        fmt::format("{}: sample {} is {}; expected a finite number", name, broken - samples.begin(), *broken));
+}
+
+Waveform ReadNpy(const std::string& name, std::string_view content)
+{
+    const NpyData data = NpyDataOf(name, content, content.size());
+    Waveform waveform;
+    waveform.samples.resize(data.count);
+    for (std::size_t k = 0; k < data.count; ++k) {
+        const char* bytes = content.data() + data.begin + k * data.itemSize;
+        waveform.samples[k] =
+            data.itemSize == 8 ? FromBytes<double>(bytes, data.swap) : FromBytes<float>(bytes, data.swap);
+    }
+    RequireFinite(waveform.samples, name);
+    return waveform;
+}
+
+// Straight from the file into the samples, where it holds them as they lie in memory.
+std::optional<Waveform> ReadNpyInPlace(const fs::path& path)
+{
+    std::error_code error;
+    if (!fs::is_regular_file(path, error))
+        return std::nullopt;
+    std::ifstream file(path, std::ios::binary);
+    const std::uintmax_t size = fs::file_size(path, error);
+    std::string head(std::min<std::uintmax_t>(error ? 0 : size, kNpyHead), '\0');
+    if (!file.read(head.data(), static_cast<std::streamsize>(head.size())))
+        return std::nullopt;
+    if (NpyDataAt(path.string(), head) > head.size())
+        return std::nullopt;
+    const NpyData data = NpyDataOf(path.string(), head, static_cast<std::size_t>(size));
+    if (data.itemSize != sizeof(double) || data.swap)
+        return std::nullopt;
+    Waveform waveform;
+    waveform.samples.resize(data.count);
+    file.seekg(static_cast<std::streamoff>(data.begin));
+    if (!file.read(reinterpret_cast<char*>(waveform.samples.data()),
+                   static_cast<std::streamsize>(data.count * sizeof(double))))
+        return std::nullopt;
+    RequireFinite(waveform.samples, path.string());
     return waveform;
 }
 
@@ -117,11 +176,18 @@ Waveform ReadRaw(const std::string& name, std::string_view content)
     for (std::size_t k = 0; k < waveform.samples.size(); ++k) {
         waveform.samples[k] =
             FromBytes<Word>(content.data() + k * sizeof(Word), std::endian::native != std::endian::little);
-        if (!std::isfinite(waveform.samples[k]))
-            throw DataFailure(
-                fmt::format("{}: sample {} is {}; expected a finite number", name, k, waveform.samples[k]));
     }
+    RequireFinite(waveform.samples, name);
     return waveform;
+}
+
+// Options that say something of a text, of a file that is none.
+void NoteTextOptions(Waveform& waveform, const std::string& name, const WaveformOptions& options)
+{
+    if (options.skipLines.value_or(0) > 0)
+        waveform.notes.push_back(fmt::format("{}: holds no lines to skip", name));
+    if (!options.column.empty())
+        waveform.notes.push_back(fmt::format("{}: holds no columns to choose from", name));
 }
 
 Waveform ReadUnpacked(std::string_view content, const std::string& name, const std::string& ending,
@@ -134,10 +200,7 @@ Waveform ReadUnpacked(std::string_view content, const std::string& name, const s
         if (ending != of)
             continue;
         Waveform waveform = read(name, content);
-        if (options.skipLines.value_or(0) > 0)
-            waveform.notes.push_back(fmt::format("{}: holds no lines to skip", name));
-        if (!options.column.empty())
-            waveform.notes.push_back(fmt::format("{}: holds no columns to choose from", name));
+        NoteTextOptions(waveform, name, options);
         return waveform;
     }
     return ReadTextCapture(content, name, options);
@@ -166,11 +229,10 @@ void TakeRateAndScale(Waveform& waveform, const std::string& name, const Wavefor
     }
 }
 
-std::string Npy(std::span<const double> samples)
+std::string NpyHeader(std::size_t count)
 {
     const char order = std::endian::native == std::endian::little ? '<' : '>';
-    std::string header =
-        fmt::format("{{'descr': '{}f8', 'fortran_order': False, 'shape': ({},), }}", order, samples.size());
+    std::string header = fmt::format("{{'descr': '{}f8', 'fortran_order': False, 'shape': ({},), }}", order, count);
     constexpr std::size_t kFront = 10;
     constexpr std::size_t kAlignment = 64;  // where the data begin
     while ((kFront + header.size() + 1) % kAlignment != 0)
@@ -179,20 +241,10 @@ std::string Npy(std::span<const double> samples)
     std::string file(kNpyMagic);
     file += {'\x01', '\x00', static_cast<char>(header.size() % 256), static_cast<char>(header.size() / 256)};
     file += header;
-    file.append(reinterpret_cast<const char*>(samples.data()), samples.size_bytes());
     return file;
 }
 
-}  // namespace
-
-Waveform ReadWaveform(const fs::path& path, const WaveformOptions& options)
-{
-    if (path == kStandardInput)
-        return WaveformFrom(ReadStandardInput(), "standard input", options);
-    return WaveformFrom(ReadWholeFile(path), path, options);
-}
-
-Waveform WaveformFrom(std::string_view content, const fs::path& path, const WaveformOptions& options)
+void RequireRateAndScale(const WaveformOptions& options)
 {
     const auto require = [](bool holds, const char* option, double value, const char* expected) {
         if (!holds)
@@ -201,6 +253,50 @@ Waveform WaveformFrom(std::string_view content, const fs::path& path, const Wave
     require(std::isfinite(options.sampleRate) && options.sampleRate >= 0.0, "sample rate", options.sampleRate,
             "a number above 0 Hz");
     require(std::isfinite(options.scale) && options.scale != 0.0, "scale", options.scale, "a number other than 0");
+}
+
+// One part behind the other.
+void WriteParts(const fs::path& path, std::initializer_list<std::span<const char>> parts)
+{
+    fs::path temporary = path;
+    temporary += fmt::format(".{:08x}.part", std::random_device()());
+    const auto discard = [&](std::string_view what) {
+        std::error_code ignored;
+        fs::remove(temporary, ignored);
+        throw DataFailure(fmt::format("{}: {}", path.string(), what));
+    };
+    std::ofstream file(temporary, std::ios::binary);
+    for (const std::span<const char> part : parts)
+        file.write(part.data(), static_cast<std::streamsize>(part.size()));
+    file.close();
+    if (!file)
+        discard("cannot be written");
+    std::error_code error;
+    fs::rename(temporary, path, error);
+    if (error)
+        discard(error.message());
+}
+
+}  // namespace
+
+Waveform ReadWaveform(const fs::path& path, const WaveformOptions& options)
+{
+    if (path == kStandardInput)
+        return WaveformFrom(ReadStandardInput(), "standard input", options);
+    if (Ending(path) == ".npy") {
+        RequireRateAndScale(options);
+        if (auto waveform = ReadNpyInPlace(path)) {
+            NoteTextOptions(*waveform, path.string(), options);
+            TakeRateAndScale(*waveform, path.string(), options);
+            return std::move(*waveform);
+        }
+    }
+    return WaveformFrom(ReadWholeFile(path), path, options);
+}
+
+Waveform WaveformFrom(std::string_view content, const fs::path& path, const WaveformOptions& options)
+{
+    RequireRateAndScale(options);
     const std::string name = path.string();
     Waveform waveform = Ending(path) == ".gz"
                             ? ReadUnpacked(Unzipped(content, name), name, Ending(path.stem()), options)
@@ -211,24 +307,8 @@ Waveform WaveformFrom(std::string_view content, const fs::path& path, const Wave
 
 void WriteWhole(const fs::path& path, std::span<const char> content)
 {
-    fs::path temporary = path;
-    temporary += fmt::format(".{:08x}.part", std::random_device()());
-    const auto discard = [&](std::string_view what) {
-        std::error_code ignored;
-        fs::remove(temporary, ignored);
-        throw DataFailure(fmt::format("{}: {}", path.string(), what));
-    };
-    std::ofstream file(temporary, std::ios::binary);
-    file.write(content.data(), static_cast<std::streamsize>(content.size()));
-    file.close();
-    if (!file)
-        discard("cannot be written");
-    std::error_code error;
-    fs::rename(temporary, path, error);
-    if (error)
-        discard(error.message());
+    WriteParts(path, {content});
 }
-
 std::string WaveformAsCsv(std::span<const double> samples, double interval, double start)
 {
     fmt::memory_buffer text;
@@ -253,7 +333,8 @@ void WriteWaveform(const fs::path& path, std::span<const double> samples, double
 {
     RequireWaveformName(path);
     if (Ending(path) == ".npy")
-        WriteWhole(path, Npy(samples));
+        WriteParts(path,
+                   {NpyHeader(samples.size()), {reinterpret_cast<const char*>(samples.data()), samples.size_bytes()}});
     else
         WriteWhole(path, WaveformAsCsv(samples, Ending(path) == ".csv" ? interval : 0.0, start));
 }

@@ -13,6 +13,7 @@
 #include "workbench/capturereport.h"
 #include "workbench/decisions.h"
 #include "workbench/eye.h"
+#include "workbench/eyeimage.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/lock.h"
@@ -53,6 +54,71 @@ TEST(EyeMeasure, FindsLevelsHeightsAndPhaseOfIdealSignals)
             EXPECT_NEAR(eye.height, 1.0 / (levelCount - 1), 1e-12);
         // The middle of the flat part, which lies half a UI behind the edges; samples stand at (k + 1/2)/16 UI.
         EXPECT_NEAR(report.phaseUi, 0.5, 1.0 / 16);
+    }
+}
+
+// A picture by its definition: each line from value to value, cell by cell.
+std::vector<double> DrawnEye(const std::vector<double>& values, double valuesPerUi, double firstUi, VoltageRange range,
+                             std::size_t columns, std::size_t rows)
+{
+    std::vector<double> cells(columns * rows);
+    const double columnsPerValue = static_cast<double>(columns) / kEyeSpanUi / valuesPerUi;
+    for (std::size_t k = 0; k + 1 < values.size(); ++k) {
+        const double from = firstUi * static_cast<double>(columns) / 2.0 + static_cast<double>(k) * columnsPerValue;
+        for (double column = std::ceil(from); column < from + columnsPerValue; ++column) {
+            const auto rowAt = [&](double part) {
+                const double value = values[k] + std::min(part, 1.0) * (values[k + 1] - values[k]);
+                return static_cast<std::size_t>((value - range.low) * static_cast<double>(rows - 1) /
+                                                (range.high - range.low));
+            };
+            const std::size_t a = rowAt((column - from) / columnsPerValue);
+            const std::size_t b = rowAt((column - from + 1.0) / columnsPerValue);
+            const double share = 1.0 / static_cast<double>(std::max(a, b) - std::min(a, b) + 1);
+            for (std::size_t r = std::min(a, b); r <= std::max(a, b); ++r)
+                for (const std::size_t half : {std::size_t{0}, columns / 2})
+                    cells[r * columns + static_cast<std::size_t>(column) % (columns / 2) + half] += share;
+        }
+    }
+    const double most = *std::max_element(cells.begin(), cells.end());
+    for (double& cell : cells)
+        cell = std::pow(cell / most, 0.35);
+    return cells;
+}
+
+TEST(EyeImage, CountsTheLinesThroughEachCell)
+{
+    const struct {
+        double samplesPerUi;
+        std::size_t columns;
+        std::size_t rows;
+    } cases[] = {{16.0, 96, 64}, {16.0, 480, 320}, {7.3, 96, 64}, {40.0, 96, 64}, {16.0, 20, 500}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(testing::Message() << row.samplesPerUi << " per UI, " << row.columns << " x " << row.rows);
+        const std::vector<double> samples =
+            Simulate(Symbols(4), 4, {.samplesPerUi = row.samplesPerUi, .noiseRms = 0.01, .lengthUi = 1500});
+        const VoltageRange range = RangeOf(samples);
+        const EyeImage image = ShadeEye(samples, row.samplesPerUi, 0.3, range, row.columns, row.rows);
+        const std::vector<double> drawn = DrawnEye(samples, row.samplesPerUi, 0.7, range, row.columns, row.rows);
+        double worst = 0.0;
+        ASSERT_EQ(image.shades.size(), drawn.size());
+        for (std::size_t k = 0; k < drawn.size(); ++k)
+            worst = std::max(worst, std::abs(image.shades[k] - drawn[k]));
+        EXPECT_LT(worst, 1e-6);  // the shades are float
+        // Between the samples: 32 values a UI, from the first UI on that has 24 samples before it.
+        if (row.samplesPerUi >= 32.0)
+            continue;
+        const double step = row.samplesPerUi / 32.0;
+        const double first = std::ceil(24.0 / row.samplesPerUi) * row.samplesPerUi;
+        std::vector<double> values(
+            static_cast<std::size_t>((static_cast<double>(samples.size()) - 25.0 - first) / step));
+        ReadBetween(samples, first, step, values);
+        const EyeImage between = ShadeBetween(samples, row.samplesPerUi, 0.3, range, row.columns, row.rows);
+        const std::vector<double> expected = DrawnEye(values, 32.0, 0.7, range, row.columns, row.rows);
+        double sum = 0.0;
+        for (std::size_t k = 0; k < expected.size(); ++k)
+            sum += std::abs(between.shades[k] - expected[k]);
+        // Values that differ by 2e-6 fall into other rows now and then.
+        EXPECT_LT(sum / static_cast<double>(expected.size()), 1e-3);
     }
 }
 

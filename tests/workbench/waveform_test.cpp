@@ -49,6 +49,12 @@ TEST(WaveformText, TakesTheFormsThatCapturesComeIn)
     } cases[] = {
         {"one value a line", "1\n-2.5\n3e-3\n", {}, {1, -2.5, 3e-3}, 0, 0},
         {"no newline at the end, carriage returns, blanks", " 1\r\n\r\n\t2 \r\n3", {}, {1, 2, 3}, 0, 0},
+        {"rows of other kinds among plain ones",
+         "1 ,2\n3,4\r\n\n5,\"6\"\n 7, +8\n9 , 1e-400\n10,11\t\n\"end\"\n",
+         {{}, "2"},
+         {2, 4, 6, 8, 0, 11},
+         1.8,
+         2},
         {"byte-order mark and plus signs", "\xEF\xBB\xBF+1\n+2\n", {}, {1, 2}, 0, 0},
         {"times in the first column", "0,5\n1e-12,6\n2e-12,7\n", {}, {5, 6, 7}, 1e-12, 0},
         {"header lines", "Time,Ch1\n# note\n0,5\n1e-12,6\n", {}, {5, 6}, 1e-12, 1},

@@ -5,6 +5,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -195,7 +196,9 @@ void Apply(const Options& options)
     Workbench::ChainResult result;
     {
         Progress progress(chain.Stages().size() + 2);
-        result = RunChain(chain, input.samples, input.eyes, NameOf(options.capture),
+        // Pictures of the eyes show the record as it was read, too.
+        std::vector<double> record = options.eyePrefix.empty() ? std::move(input.samples) : input.samples;
+        result = RunChain(chain, std::move(record), input.eyes, NameOf(options.capture),
                           [&](const std::string& stage) { progress.Begin(stage); });
         progress.Begin("output");
         const Workbench::ValidPart written =

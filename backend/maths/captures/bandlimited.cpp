@@ -1,8 +1,10 @@
 #include "maths/captures/bandlimited.h"
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
+#include "maths/convolution/hotloops.h"
 #include "maths/patterns/periodicrecord.h"
 #include "maths/responses/kaiser.h"
 
@@ -87,6 +89,42 @@ void BandLimitedRecord::Read(std::span<const BandLimitedReading> readings, std::
         if (reading.towardsNext != 0.0)
             values[k] += reading.towardsNext * (Dot(reading.weights + kWeights, from, kWeights) - values[k]);
     }
+}
+
+BandLimitedPhases::BandLimitedPhases(std::span<const BandLimitedReading> readings)
+    : lines_((readings.size() + kLine - 1) / kLine),
+      first_(readings.front().sample - (kInterpolationReach - 1)),
+      sampleCount_(static_cast<std::size_t>(readings.back().sample + kInterpolationReach - first_) + 1),
+      weights_(lines_ * sampleCount_ * kLine)
+{
+    std::fill_n(weights_.Data(), lines_ * sampleCount_ * kLine, 0.0);
+    for (std::size_t line = 0; line < lines_; ++line) {
+        std::size_t first = sampleCount_;
+        std::size_t end = 0;
+        for (std::size_t k = line * kLine; k < std::min((line + 1) * kLine, readings.size()); ++k) {
+            const BandLimitedReading& reading = readings[k];
+            const std::size_t count = reading.weights == nullptr ? 1 : kWeights;
+            const auto from = static_cast<std::size_t>(
+                reading.sample - (reading.weights == nullptr ? 0 : kInterpolationReach - 1) - first_);
+            for (std::size_t j = 0; j < count; ++j) {
+                double weight = 1.0;
+                if (reading.weights != nullptr)
+                    weight = reading.weights[j] +
+                             (reading.towardsNext != 0.0
+                                  ? reading.towardsNext * (reading.weights[kWeights + j] - reading.weights[j])
+                                  : 0.0);
+                weights_.Data()[(line * sampleCount_ + from + j) * kLine + k % kLine] = weight;
+            }
+            first = std::min(first, from);
+            end = std::max(end, from + count);
+        }
+        used_.insert(used_.end(), {first, end});
+    }
+}
+
+void BandLimitedPhases::Read(const double* samples, std::size_t samplesPerUi, std::size_t uiCount, double* values) const
+{
+    Loops().readPhases({weights_.Data(), sampleCount_, Pitch(), used_.data()}, samples, samplesPerUi, uiCount, values);
 }
 
 }  // namespace Tarnwick::DSO::Maths

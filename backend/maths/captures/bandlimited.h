@@ -6,9 +6,11 @@
 
 #include <cstddef>
 #include <span>
+#include <vector>
 
 #include "framework/export.h"
 #include "maths/captures/symbolresponse.h"
+#include "maths/transforms/alignedbuffer.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -41,6 +43,30 @@ public:
 private:
     std::span<const double> samples_;
     Wrapping wrapping_;
+};
+
+/// The same phases of one UI after the other, where a UI has whole samples: all at once, which is several times as fast as one
+/// after the other. A value differs from BandLimitedRecord's by the rounding of its sum, 48 eps of the largest sample.
+class TARNWICK_FRAMEWORK_API BandLimitedPhases {
+public:
+    /// @param readings  of UI 0, at ascending positions; at least one
+    explicit BandLimitedPhases(std::span<const BandLimitedReading> readings);
+    /// Values that Read gives a UI: as many as readings, and zeros up to a multiple of eight.
+    std::size_t Pitch() const { return lines_ * kLine; }
+    /// Of the samples that the values of UI 0 are made of the first, and their number.
+    std::ptrdiff_t FirstSample() const { return first_; }
+    std::size_t SampleCount() const { return sampleCount_; }
+    /// values[i Pitch() + k] = y(position of readings[k] + i samplesPerUi), i = 0 .. uiCount - 1
+    /// @param samples  from FirstSample() on, up to the last one that the last UI needs
+    void Read(const double* samples, std::size_t samplesPerUi, std::size_t uiCount, double* values) const;
+
+private:
+    static constexpr std::size_t kLine = 8;  // phases whose weights lie side by side
+    std::size_t lines_;
+    std::ptrdiff_t first_;
+    std::size_t sampleCount_;
+    AlignedBuffer<double> weights_;
+    std::vector<std::size_t> used_;  // of each line the first sample that counts and the one behind the last
 };
 
 }  // namespace Tarnwick::DSO::Maths

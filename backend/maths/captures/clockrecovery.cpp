@@ -48,6 +48,7 @@ constexpr std::size_t kLineWidth = 4;       // [bins] either side, of a Hann-win
 constexpr std::size_t kMostSpectrumPoints = 4096;  // kept of the spectrum: more than a picture has columns
 
 constexpr std::size_t kMostSpacing = 16;     // [samples] of the demodulated line
+constexpr double kBeside = 1e-3;             // [cycles in such a spacing] that change its sum by 1e-6
 constexpr std::size_t kFewestValues = 1024;  // of the demodulated line, where the record has as many samples
 constexpr double kUiPerFineBlock = 16.0;     // below, the pattern moves the phase of a block
 constexpr std::size_t kBlocksOfPhase[] = {8, 16, 32};
@@ -368,39 +369,77 @@ struct Demodulated {
     double Middle(double index) const { return (index + 0.5) * static_cast<double>(spacing) - 0.25; }
 };
 
-Demodulated Demodulate(SquaredDerivative& derivative, double frequency, double mean)
-{
-    const std::size_t spacing =
-        std::clamp<std::size_t>(std::bit_floor(derivative.SampleCount() / kFewestValues), 1, kMostSpacing);
-    Demodulated line{frequency, spacing, {}};
-    line.values.reserve(derivative.SampleCount() / spacing);
-    std::vector<double> cosine(2 * spacing);
-    std::vector<double> sine(2 * spacing);
-    for (std::size_t i = 0; i < 2 * spacing; ++i) {
-        const Complex phasor = Phasor(-frequency * 0.5 * static_cast<double>(i));
-        cosine[i] = phasor.real();
-        sine[i] = phasor.imag();
+/// What to demodulate at: a frequency [cycles a sample] and the mean to take off.
+struct Carrier {
+    double frequency;
+    double mean;
+};
+
+class Demodulator {
+public:
+    Demodulator(Carrier carrier, std::size_t sampleCount)
+        : carrier_(carrier),
+          line_{carrier.frequency,
+                std::clamp<std::size_t>(std::bit_floor(sampleCount / kFewestValues), 1, kMostSpacing),
+                {}},
+          cosine_(2 * line_.spacing),
+          sine_(2 * line_.spacing)
+    {
+        line_.values.reserve(sampleCount / line_.spacing);
+        for (std::size_t i = 0; i < cosine_.size(); ++i) {
+            const Complex phasor = Phasor(-carrier.frequency * 0.5 * static_cast<double>(i));
+            cosine_[i] = phasor.real();
+            sine_[i] = phasor.imag();
+        }
     }
-    const Stretch whole{0, derivative.SampleCount() / spacing * spacing};
-    ForBlocks(derivative, whole, [&](std::span<const double> squared, Stretch) {
+    std::size_t Spacing() const { return line_.spacing; }
+
+    /// The values that follow those taken before.
+    void Take(std::span<const double> squared)
+    {
+        const std::size_t spacing = line_.spacing;
         for (std::size_t begin = 0; begin < squared.size(); begin += 2 * spacing) {
             // Two running sums each: the values come in pairs.
             double real[2] = {};
             double imag[2] = {};
             for (std::size_t i = 0; i < 2 * spacing; i += 2)
                 for (std::size_t j = 0; j < 2; ++j) {
-                    const double value = squared[begin + i + j] - mean;
-                    real[j] += value * cosine[i + j];
-                    imag[j] += value * sine[i + j];
+                    const double value = squared[begin + i + j] - carrier_.mean;
+                    real[j] += value * cosine_[i + j];
+                    imag[j] += value * sine_[i + j];
                 }
-            const auto position = static_cast<double>(line.values.size() * spacing);
-            const Complex turn = Phasor(-frequency * position);
+            const auto position = static_cast<double>(line_.values.size() * spacing);
+            const Complex turn = Phasor(-carrier_.frequency * position);
             const double re = real[0] + real[1];
             const double im = imag[0] + imag[1];
-            line.values.emplace_back(re * turn.real() - im * turn.imag(), re * turn.imag() + im * turn.real());
+            line_.values.emplace_back(re * turn.real() - im * turn.imag(), re * turn.imag() + im * turn.real());
         }
+    }
+    Demodulated Finish() { return std::move(line_); }
+
+private:
+    Carrier carrier_;
+    Demodulated line_;
+    std::vector<double> cosine_;
+    std::vector<double> sine_;
+};
+
+/// At one carrier or several, in one pass over the record.
+std::vector<Demodulated> Demodulate(SquaredDerivative& derivative, std::span<const Carrier> carriers)
+{
+    std::vector<Demodulator> demodulators;
+    for (const Carrier& carrier : carriers)
+        demodulators.emplace_back(carrier, derivative.SampleCount());
+    const std::size_t spacing = demodulators.front().Spacing();
+    const Stretch whole{0, derivative.SampleCount() / spacing * spacing};
+    ForBlocks(derivative, whole, [&](std::span<const double> squared, Stretch) {
+        for (Demodulator& demodulator : demodulators)
+            demodulator.Take(squared);
     });
-    return line;
+    std::vector<Demodulated> lines;
+    for (Demodulator& demodulator : demodulators)
+        lines.push_back(demodulator.Finish());
+    return lines;
 }
 
 /// Demodulates what is left: by `offset` [cycles a sample].
@@ -529,11 +568,12 @@ bool HoldsBlocks(double ui, std::size_t blocks)
 
 /// Moves the line's frequency onto the capture's: first over the stretch in which it was found, then over longer ones about
 /// it, up to the whole record.
-void Refine(Demodulated& line, Stretch searched)
+/// @param frequency  [cycles a sample] at which the line was found
+void Refine(Demodulated& line, Stretch searched, double frequency)
 {
     Stretch stretch{searched.first / line.spacing, searched.count / line.spacing};
     stretch.count = std::min(stretch.count, line.values.size() - stretch.first);
-    double offset = 0.0;
+    double offset = frequency - line.frequency;
     while (true) {
         for (const std::size_t blocks : kBlocksOfPhase) {
             const double ui = static_cast<double>(stretch.count * line.spacing) * (line.frequency + offset);
@@ -722,17 +762,12 @@ void SymbolClock::PositionsOf(double firstUi, double step, double parts, std::sp
     }
 }
 
-RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search)
+namespace {
+
+Line FindLineInRecord(SquaredDerivative& derivative, const ClockSearch& search)
 {
-    CheckSearch(search);
-    RecoveredClock result;
-    if (samples.size() < kFewestSamples)
-        return result;
-    SquaredDerivative derivative(samples);
-    if (derivative.IsFlat())
-        return result;
-    const std::size_t count = std::min(samples.size(), kMostSearched);
-    const std::size_t rest = samples.size() - count;
+    const std::size_t count = std::min(derivative.SampleCount(), kMostSearched);
+    const std::size_t rest = derivative.SampleCount() - count;
     Line line;
     // A gap may be anywhere in a long record.
     for (const std::size_t first : {rest / 2, std::size_t{0}, rest}) {
@@ -742,36 +777,97 @@ RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& 
         if (rest == 0 || line.score >= kLeastClockScore)
             break;
     }
-    result.score = line.score;
-    result.spectrum = std::move(line.spectrum);
-    if (!(line.score >= kLeastClockScore))
-        return result;
-    Demodulated demodulated = Demodulate(derivative, line.frequency, line.meanSquare);
-    Refine(demodulated, line.searched);
+    return line;
+}
+
+/// The clock of a line that has been found and demodulated.
+RecoveredClock Refined(Demodulated demodulated, const Line& line, const ClockSearch& search)
+{
+    Refine(demodulated, line.searched, line.frequency);
     Phases phases = ConstantPhases(demodulated);
     if (const Trend trend = TrendOf(phases); trend.rms > kMovingClock) {
         Shift(demodulated, trend.slope);
         phases = ConstantPhases(demodulated);
     }
-    RecoveredClock found = Described(demodulated, std::move(phases), search);
-    found.score = result.score;
-    found.spectrum = std::move(result.spectrum);
-    return found;
+    return Described(demodulated, std::move(phases), search);
+}
+
+Carrier CarrierOfRate(SquaredDerivative& derivative, double samplesPerUi)
+{
+    const std::size_t count = std::min(derivative.SampleCount(), kMostSearched);
+    return {1.0 / samplesPerUi, MeanSquare(derivative, {(derivative.SampleCount() - count) / 2, count})};
+}
+
+bool HoldsClockOfRate(std::span<const double> samples, double samplesPerUi)
+{
+    return samples.size() >= kFewestSamples && static_cast<double>(samples.size()) >= kFewestUi * samplesPerUi;
+}
+
+}  // namespace
+
+RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search)
+{
+    return CheckClock(samples, 0.0, {}, {&search, 1}).found;
 }
 
 RecoveredClock ClockOfRate(std::span<const double> samples, double samplesPerUi, const ClockSearch& search)
 {
     CheckSearch(search);
     Check(samplesPerUi >= 2.0 && std::isfinite(samplesPerUi), "samples per UI", samplesPerUi, "at least 2");
-    if (samples.size() < kFewestSamples || static_cast<double>(samples.size()) < kFewestUi * samplesPerUi)
+    if (!HoldsClockOfRate(samples, samplesPerUi))
         return {};
     SquaredDerivative derivative(samples);
     if (derivative.IsFlat())
         return {};
-    const std::size_t count = std::min(samples.size(), kMostSearched);
-    const double mean = MeanSquare(derivative, {(samples.size() - count) / 2, count});
-    const Demodulated line = Demodulate(derivative, 1.0 / samplesPerUi, mean);
+    const Carrier carrier = CarrierOfRate(derivative, samplesPerUi);
+    const Demodulated line = std::move(Demodulate(derivative, {&carrier, 1}).front());
     return Described(line, ConstantPhases(line), search);
+}
+
+CheckedClock CheckClock(std::span<const double> samples, double samplesPerUi, const ClockSearch& ofRate,
+                        std::span<const ClockSearch> searches)
+{
+    CheckSearch(ofRate);
+    for (const ClockSearch& search : searches)
+        CheckSearch(search);
+    CheckedClock clocks;
+    if (samples.size() < kFewestSamples)
+        return clocks;
+    SquaredDerivative derivative(samples);
+    if (derivative.IsFlat())
+        return clocks;
+    Line line;
+    const ClockSearch* search = nullptr;
+    for (const ClockSearch& tried : searches) {
+        search = &tried;
+        line = FindLineInRecord(derivative, tried);
+        if (line.score >= kLeastClockScore)
+            break;
+    }
+    clocks.found.score = line.score;
+    clocks.found.spectrum = std::move(line.spectrum);
+    const bool isFound = line.score >= kLeastClockScore;
+    const bool hasRate = samplesPerUi >= 2.0 && HoldsClockOfRate(samples, samplesPerUi);
+    std::vector<Carrier> carriers;
+    if (hasRate)
+        carriers.push_back(CarrierOfRate(derivative, samplesPerUi));
+    // A line at the given rate, or beside it, is known from that alone.
+    const bool isBeside =
+        hasRate && std::abs(line.frequency - 1.0 / samplesPerUi) < kBeside / static_cast<double>(kMostSpacing);
+    if (isFound && !isBeside)
+        carriers.push_back({line.frequency, line.meanSquare});
+    if (carriers.empty())
+        return clocks;
+    std::vector<Demodulated> lines = Demodulate(derivative, carriers);
+    if (hasRate)
+        clocks.ofRate = Described(lines.front(), ConstantPhases(lines.front()), ofRate);
+    if (isFound) {
+        RecoveredClock found = Refined(std::move(lines.back()), line, *search);
+        found.score = clocks.found.score;
+        found.spectrum = std::move(clocks.found.spectrum);
+        clocks.found = std::move(found);
+    }
+    return clocks;
 }
 
 std::optional<std::size_t> WholeSamplesPerUi(double samplesPerUi, std::size_t sampleCount)

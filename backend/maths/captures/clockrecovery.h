@@ -99,6 +99,18 @@ TARNWICK_FRAMEWORK_API RecoveredClock RecoverClock(std::span<const double> sampl
 TARNWICK_FRAMEWORK_API RecoveredClock ClockOfRate(std::span<const double> samples, double samplesPerUi,
                                                   const ClockSearch& search = {});
 
+/// A given rate and what the capture itself shows.
+struct CheckedClock {
+    RecoveredClock ofRate;  ///< as ClockOfRate; not found of a rate below 2 samples per UI
+    RecoveredClock found;   ///< as RecoverClock with the first search that finds one, or with the last
+};
+
+/// ClockOfRate and RecoverClock in one pass over the record.
+/// @param samplesPerUi  above 0
+/// @param searches      at least one, tried in turn
+TARNWICK_FRAMEWORK_API CheckedClock CheckClock(std::span<const double> samples, double samplesPerUi,
+                                               const ClockSearch& ofRate, std::span<const ClockSearch> searches);
+
 /// The whole number of samples per UI, of at least 1, from which a clock departs by at most 0.02 UI over the record; by 0.05
 /// UI in records of fewer than 500 UI, where the pattern itself moves the line.
 TARNWICK_FRAMEWORK_API std::optional<std::size_t> WholeSamplesPerUi(double samplesPerUi, std::size_t sampleCount);

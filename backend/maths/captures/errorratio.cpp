@@ -21,33 +21,14 @@ double UpperTail(double z)
     return 0.5 * std::erfc(z / std::sqrt(2.0));
 }
 
-NoiseSplit SplitByRepetitions(const PhaseValues& phase, std::size_t period, std::size_t repetitions)
-{
-    NoiseSplit split;
-    split.byRepetitions = true;
-    split.range = {phase.range.first, period * repetitions};
-    const double* const values = phase.values.data() + phase.range.first;
-    std::vector<double> means(period, 0.0);
-    for (std::size_t i = 0; i < split.range.count; ++i)
-        means[i % period] += values[i];
-    for (double& mean : means)
-        mean /= static_cast<double>(repetitions);
-    split.explained.resize(split.range.count);
-    double power = 0.0;
-    for (std::size_t i = 0; i < split.range.count; ++i) {
-        split.explained[i] = means[i % period];
-        power += (values[i] - means[i % period]) * (values[i] - means[i % period]);
-    }
-    const auto count = static_cast<double>(repetitions);
-    split.residualRms = std::sqrt(power / static_cast<double>(split.range.count));
-    split.noiseRms = split.residualRms * std::sqrt(count / (count - 1.0));
-    return split;
-}
-
 }  // namespace
 
 NoiseSplitter::NoiseSplitter(std::span<const int> levels, Wrapping wrapping, std::size_t period)
-    : sent_(levels.begin(), levels.end()), wrapping_(wrapping), period_(period)
+    : sent_(levels.begin(), levels.end()),
+      wrapping_(wrapping),
+      period_(period),
+      areAlike_(period > 0 && period <= levels.size() &&
+                std::equal(levels.begin() + static_cast<std::ptrdiff_t>(period), levels.end(), levels.begin()))
 {
 }
 
@@ -55,7 +36,7 @@ NoiseSplit NoiseSplitter::Of(const PhaseValues& phase)
 {
     const std::size_t repetitions = period_ > 0 ? phase.range.count / period_ : 0;
     NoiseSplit split =
-        repetitions >= kFewestRepetitions ? SplitByRepetitions(phase, period_, repetitions) : SplitBySymbols(phase);
+        repetitions >= kFewestRepetitions ? SplitByRepetitions(phase, repetitions) : SplitBySymbols(phase);
     double largest = 0.0;
     for (const double value : split.explained)
         largest = std::max(largest, std::abs(value));
@@ -63,6 +44,34 @@ NoiseSplit NoiseSplitter::Of(const PhaseValues& phase)
         split.residualRms = 0.0;
         split.noiseRms = 0.0;
     }
+    return split;
+}
+
+NoiseSplit NoiseSplitter::SplitByRepetitions(const PhaseValues& phase, std::size_t repetitions)
+{
+    NoiseSplit split;
+    split.byRepetitions = true;
+    const double* const values = phase.values.data() + phase.range.first;
+    std::vector<double> means(period_, 0.0);
+    for (std::size_t r = 0; r < repetitions; ++r)
+        for (std::size_t i = 0; i < period_; ++i)
+            means[i] += values[r * period_ + i];
+    for (double& mean : means)
+        mean /= static_cast<double>(repetitions);
+    double power = 0.0;
+    for (std::size_t r = 0; r < repetitions; ++r)
+        for (std::size_t i = 0; i < period_; ++i) {
+            const double rest = values[r * period_ + i] - means[i];
+            power += rest * rest;
+        }
+    const auto count = static_cast<double>(repetitions);
+    split.residualRms = std::sqrt(power / (count * static_cast<double>(period_)));
+    split.noiseRms = split.residualRms * std::sqrt(count / (count - 1.0));
+    // What is the same in all repetitions is counted once.
+    const std::size_t copies = areAlike_ ? 1 : repetitions;
+    split.range = {phase.range.first, period_ * copies};
+    for (std::size_t r = 0; r < copies; ++r)
+        split.explained.insert(split.explained.end(), means.begin(), means.end());
     return split;
 }
 

@@ -24,7 +24,7 @@ inline constexpr std::size_t kFewestRepetitions = 4;
 
 struct NoiseSplit {
     std::vector<double> explained;  ///< [V] m_i of the symbols of the range
-    SymbolRange range;              ///< the symbols that were split
+    SymbolRange range;              ///< the symbols that were split; where all repetitions are alike, those of one
     double residualRms = 0.0;       ///< [V] sigma: the mean of the repetitions carries the part that it lacks
     double noiseRms = 0.0;          ///< [V] of the noise itself
     bool byRepetitions = false;
@@ -45,12 +45,14 @@ public:
 
 private:
     NoiseSplit SplitBySymbols(const PhaseValues& phase);
+    NoiseSplit SplitByRepetitions(const PhaseValues& phase, std::size_t repetitions);
 
     std::vector<double> sent_;
     Wrapping wrapping_;
     std::size_t period_;
     SymbolRange fitted_{};  // the range of values that fit_ is for
     std::optional<SymbolFit> fit_;
+    bool areAlike_ = false;  // all repetitions of the symbols
 };
 
 /// The mean of the repetitions of the pattern where the values hold four or more of them, otherwise least squares on the

@@ -20,7 +20,7 @@ constexpr int kSearchPhases = 16;                 // a UI, at which symbols are 
 constexpr std::size_t kMostSorted = 4096;         // values a phase that tell the levels well enough to rank the phase
 constexpr double kSlack = 1e-9;                   // [UI] of rounding in a record's length
 constexpr double kEqual = 1e-9;                   // openings that differ by less than this part are one flat top
-constexpr double kFinestStep = 1.0 / 8.0;         // of a phase: how well the measuring phase is told
+constexpr int kFinestSteps = 8;                   // in a phase: how well the measuring phase is told
 constexpr double kFlatDecision = 0.9;             // of the largest height: any phase of that stretch decides alike
 constexpr double kFlatCorrelation = 0.99;         // of the largest
 constexpr double kSmallestCorrelation = 0.3;      // see LocateSymbols
@@ -29,41 +29,117 @@ constexpr std::size_t kOffsets = 2 * kEyePhases;  // from a UI before the centre
 // Reads the same phases of one UI after the other.
 class PhaseReader {
 public:
-    /// @param position  [samples] of the first phase in UI 0
-    /// @param step      [samples] from phase to phase
-    PhaseReader(const EyeRecord& record, double position, double step, std::size_t count)
-        : waveform_(record.samples, record.wrapping),
-          position_(position),
-          step_(step),
-          samplesPerUi_(record.samplesPerUi),
-          isWhole_(record.samplesPerUi == std::floor(record.samplesPerUi)),
-          readings_(count)
+    /// @param positions  [samples] of the phases in UI 0, ascending
+    PhaseReader(const EyeRecord& record, std::vector<double> positions)
+        : record_(record),
+          waveform_(record.samples, record.wrapping),
+          positions_(std::move(positions)),
+          readings_(positions_.size())
     {
-        Place(position);
+        Place(0.0);
+        if (record.samplesPerUi == std::floor(record.samplesPerUi))
+            phases_.emplace(readings_);
     }
-    void Read(std::size_t ui, std::span<double> values)
+
+    /// Calls visit(ui, values) for each UI of the range, in order, with a value for each position.
+    template <typename Visit>
+    void ForEach(SymbolRange range, Visit visit)
     {
-        if (isWhole_) {
-            waveform_.Read(readings_, static_cast<std::ptrdiff_t>(samplesPerUi_) * static_cast<std::ptrdiff_t>(ui),
-                           values);
-            return;
+        const std::size_t end = range.first + range.count;
+        const SymbolRange inside = Inside(range);
+        std::vector<double> values(positions_.size());
+        const auto readOne = [&](std::size_t ui) {
+            ReadOne(ui, values);
+            visit(ui, values.data());
+        };
+        for (std::size_t ui = range.first; ui < inside.first; ++ui)
+            readOne(ui);
+        std::vector<double> block(inside.count > 0 ? kUiTogether * phases_->Pitch() : 0);
+        for (std::size_t done = 0; done < inside.count; done += kUiTogether) {
+            const std::size_t first = inside.first + done;
+            const std::size_t count = std::min(kUiTogether, inside.count - done);
+            phases_->Read(record_.samples.data() + FirstSampleOf(first), Stride(), count, block.data());
+            for (std::size_t i = 0; i < count; ++i)
+                visit(first + i, block.data() + i * phases_->Pitch());
         }
-        Place(position_ + static_cast<double>(ui) * samplesPerUi_);
-        waveform_.Read(readings_, 0, values);
+        for (std::size_t ui = inside.first + inside.count; ui < end; ++ui)
+            readOne(ui);
     }
 
 private:
-    void Place(double position)
+    static constexpr std::size_t kUiTogether = 32;  // their values stay in the first-level cache
+
+    void Place(double shift)
     {
         for (std::size_t k = 0; k < readings_.size(); ++k)
-            readings_[k] = ReadingAt(position + step_ * static_cast<double>(k));
+            readings_[k] = ReadingAt(positions_[k] + shift);
     }
+    void ReadOne(std::size_t ui, std::span<double> values)
+    {
+        if (phases_) {
+            waveform_.Read(readings_, static_cast<std::ptrdiff_t>(Stride() * ui), values);
+            return;
+        }
+        Place(static_cast<double>(ui) * record_.samplesPerUi);
+        waveform_.Read(readings_, 0, values);
+    }
+    std::size_t Stride() const { return static_cast<std::size_t>(record_.samplesPerUi); }
+    // Of all that the values of a UI are made of.
+    std::ptrdiff_t FirstSampleOf(std::size_t ui) const
+    {
+        return phases_->FirstSample() + static_cast<std::ptrdiff_t>(ui * Stride());
+    }
+    // The UI of a range all of whose samples lie in the record; none where the phases differ from UI to UI.
+    SymbolRange Inside(SymbolRange range) const
+    {
+        if (!phases_)
+            return {range.first, 0};
+        const auto isIn = [&](std::size_t ui) {
+            const std::ptrdiff_t first = FirstSampleOf(ui);
+            return first >= 0 && static_cast<std::size_t>(first) + phases_->SampleCount() <= record_.samples.size();
+        };
+        std::size_t first = range.first;
+        std::size_t end = range.first + range.count;
+        while (first < end && !isIn(first))
+            ++first;
+        while (first < end && !isIn(end - 1))
+            --end;
+        return {first, end - first};
+    }
+
+    EyeRecord record_;
     BandLimitedRecord waveform_;
-    double position_;
-    double step_;
-    double samplesPerUi_;
-    bool isWhole_;
+    std::vector<double> positions_;
     std::vector<BandLimitedReading> readings_;
+    std::optional<BandLimitedPhases> phases_;  // none where no UI has whole samples
+};
+
+// What the values of some UI reach at each of several phases.
+struct Reach {
+    std::vector<double> low;
+    std::vector<double> high;
+    std::vector<double> sum;
+    double count = 0.0;
+
+    explicit Reach(std::size_t phases) : low(phases, kInfinity), high(phases, -kInfinity), sum(phases, 0.0) {}
+    void Take(const double* values)
+    {
+        double* const lows = low.data();
+        double* const highs = high.data();
+        double* const sums = sum.data();
+        for (std::size_t p = 0; p < low.size(); ++p) {
+            lows[p] = values[p] < lows[p] ? values[p] : lows[p];
+            highs[p] = values[p] > highs[p] ? values[p] : highs[p];
+            sums[p] += values[p];
+        }
+        count += 1.0;
+    }
+    void TakeAt(std::size_t phase, double value)
+    {
+        low[phase] = std::min(low[phase], value);
+        high[phase] = std::max(high[phase], value);
+        sum[phase] += value;
+    }
 };
 
 // What the symbols of one level reach at each offset from the centre.
@@ -71,43 +147,53 @@ struct LevelExtent {
     std::array<double, kOffsets> low;
     std::array<double, kOffsets> high;
     std::array<double, kOffsets> sum{};
-    std::array<std::size_t, 2> count{};  // of symbols, before the centre and from it on
+    std::array<double, 2> count{};  // of symbols, before the centre and from it on
 
     LevelExtent()
     {
         low.fill(kInfinity);
         high.fill(-kInfinity);
     }
-    // @param values  one UI's: at the offsets before the centre (half 0) or from it on (half 1)
-    void Take(const std::array<double, kEyePhases>& values, std::size_t half)
+    // @param half  0: the values lie before the centre; 1: from it on
+    void Add(const Reach& reach, std::size_t half)
     {
-        double* const lows = low.data() + half * kEyePhases;
-        double* const highs = high.data() + half * kEyePhases;
-        double* const sums = sum.data() + half * kEyePhases;
         for (std::size_t p = 0; p < kEyePhases; ++p) {
-            lows[p] = values[p] < lows[p] ? values[p] : lows[p];
-            highs[p] = values[p] > highs[p] ? values[p] : highs[p];
-            sums[p] += values[p];
+            const std::size_t q = half * kEyePhases + p;
+            low[q] = std::min(low[q], reach.low[p]);
+            high[q] = std::max(high[q], reach.high[p]);
+            sum[q] += reach.sum[p];
         }
-        ++count[half];
+        count[half] += reach.count;
     }
-    double MeanAt(std::size_t offset) const { return sum[offset] / static_cast<double>(count[offset / kEyePhases]); }
+    double MeanAt(std::size_t offset) const { return sum[offset] / count[offset / kEyePhases]; }
 };
 
 std::vector<LevelExtent> ExtentsOf(const EyeRecord& record, const AlignedSymbols& symbols)
 {
-    std::vector<LevelExtent> extents(static_cast<std::size_t>(record.levelCount));
+    const auto levels = static_cast<std::size_t>(record.levelCount);
     const double step = record.samplesPerUi / static_cast<double>(kEyePhases);
     const SymbolRange range = ValidUi(record, symbols.centre, step * static_cast<double>(kEyePhases - 1));
-    PhaseReader reader(record, symbols.centre, step, kEyePhases);
-    std::array<double, kEyePhases> values{};
-    for (std::size_t i = range.first; i < range.first + range.count; ++i) {
-        reader.Read(i, values);
-        extents[static_cast<std::size_t>(symbols.levels[i])].Take(values, 1);
-        // The same values lie before the centre of the next symbol.
-        const bool isLast = i + 1 == range.first + range.count;
-        if (!isLast || record.wrapping == Wrapping::Circular)
-            extents[static_cast<std::size_t>(symbols.levels[isLast ? 0 : i + 1])].Take(values, 0);
+    std::vector<double> positions(kEyePhases);
+    for (std::size_t k = 0; k < kEyePhases; ++k)
+        positions[k] = symbols.centre + step * static_cast<double>(k);
+    // The values behind the centre of a symbol lie before that of the next one, if there is one: they are gathered by the
+    // levels of both.
+    std::vector<Reach> reaches(levels * (levels + 1), Reach(kEyePhases));
+    const std::size_t last = range.first + range.count - 1;
+    const bool wraps = record.wrapping == Wrapping::Circular;
+    const auto levelOf = [&](std::size_t ui) { return static_cast<std::size_t>(symbols.levels[ui]); };
+    PhaseReader(record, std::move(positions)).ForEach(range, [&](std::size_t ui, const double* values) {
+        const std::size_t next = ui != last ? levelOf(ui + 1) : wraps ? levelOf(0) : levels;
+        reaches[levelOf(ui) * (levels + 1) + next].Take(values);
+    });
+    std::vector<LevelExtent> extents(levels);
+    for (std::size_t level = 0; level < levels; ++level) {
+        for (std::size_t next = 0; next <= levels; ++next) {
+            const Reach& reach = reaches[level * (levels + 1) + next];
+            extents[level].Add(reach, 1);
+            if (next < levels)
+                extents[next].Add(reach, 0);
+        }
     }
     return extents;
 }
@@ -159,6 +245,27 @@ double OpenSpan(const Sides& sides, std::size_t from, int direction, double thre
     return reach;
 }
 
+SymbolRange Both(SymbolRange a, SymbolRange b)
+{
+    const std::size_t first = std::max(a.first, b.first);
+    const std::size_t end = std::min(a.first + a.count, b.first + b.count);
+    return {first, end > first ? end - first : 0};
+}
+
+// What a range has in front of and behind another one inside it.
+std::vector<SymbolRange> Outside(SymbolRange range, SymbolRange inside)
+{
+    const std::size_t end = range.first + range.count;
+    const std::size_t from = std::clamp(inside.first, range.first, end);
+    const std::size_t to = std::clamp(inside.first + inside.count, from, end);
+    std::vector<SymbolRange> parts;
+    if (from > range.first)
+        parts.push_back({range.first, from - range.first});
+    if (end > to)
+        parts.push_back({to, end - to});
+    return parts;
+}
+
 // The sides of all eyes at one position.
 struct Slice {
     std::vector<double> levels;  // means
@@ -184,29 +291,49 @@ struct Slice {
     }
 };
 
-Slice SliceAt(const EyeRecord& record, const AlignedSymbols& symbols, double position)
+// One for each position, in one pass over the record.
+// @param positions  [samples] of symbol 0, ascending
+std::vector<Slice> SlicesAt(const EyeRecord& record, const AlignedSymbols& symbols,
+                            const std::vector<double>& positions)
 {
-    const PhaseValues phase = ValuesAt(record, symbols, position);
     const auto levels = static_cast<std::size_t>(record.levelCount);
-    std::vector<double> low(levels, kInfinity);
-    std::vector<double> high(levels, -kInfinity);
-    std::vector<double> counts(levels, 0.0);
-    Slice slice{std::vector<double>(levels, 0.0), {}, {}};
-    for (std::size_t i = phase.range.first; i < phase.range.first + phase.range.count; ++i) {
-        const auto level = static_cast<std::size_t>(symbols.levels[i]);
-        low[level] = std::min(low[level], phase.values[i]);
-        high[level] = std::max(high[level], phase.values[i]);
-        slice.levels[level] += phase.values[i];
-        counts[level] += 1.0;
+    std::vector<SymbolRange> ranges;
+    SymbolRange common{0, record.UiCount()};
+    for (const double position : positions) {
+        ranges.push_back(Both(ValidUi(record, position, 0.0), symbols.known));
+        common = Both(common, ranges.back());
     }
-    for (std::size_t level = 0; level < levels; ++level)
-        slice.levels[level] /= counts[level];
-    for (std::size_t eye = 0; eye + 1 < levels; ++eye) {
-        const auto split = static_cast<std::ptrdiff_t>(eye) + 1;
-        slice.above.push_back(*std::min_element(low.begin() + split, low.end()));
-        slice.below.push_back(*std::max_element(high.begin(), high.begin() + split));
+    std::vector<Reach> reaches(levels, Reach(positions.size()));
+    PhaseReader(record, positions).ForEach(common, [&](std::size_t ui, const double* values) {
+        reaches[static_cast<std::size_t>(symbols.levels[ui])].Take(values);
+    });
+    std::vector<Slice> slices;
+    for (std::size_t p = 0; p < positions.size(); ++p) {
+        std::vector<double> counts;
+        for (const Reach& reach : reaches)
+            counts.push_back(reach.count);
+        // At the ends of a record that does not wrap a position may have a UI that others have not.
+        for (const SymbolRange own : Outside(ranges[p], common))
+            PhaseReader(record, {positions[p]}).ForEach(own, [&](std::size_t ui, const double* value) {
+                const auto level = static_cast<std::size_t>(symbols.levels[ui]);
+                reaches[level].TakeAt(p, *value);
+                counts[level] += 1.0;
+            });
+        Slice slice{std::vector<double>(levels), {}, {}};
+        for (std::size_t level = 0; level < levels; ++level)
+            slice.levels[level] = reaches[level].sum[p] / counts[level];
+        double below = -kInfinity;
+        for (std::size_t eye = 0; eye + 1 < levels; ++eye) {
+            below = std::max(below, reaches[eye].high[p]);
+            double above = kInfinity;
+            for (std::size_t level = eye + 1; level < levels; ++level)
+                above = std::min(above, reaches[level].low[p]);
+            slice.above.push_back(above);
+            slice.below.push_back(below);
+        }
+        slices.push_back(std::move(slice));
     }
-    return slice;
+    return slices;
 }
 
 // The middle of the longest stretch of values of at least `least`, of several the first.
@@ -278,9 +405,31 @@ std::vector<double> Folded(const EyeRecord& record, int phase, std::size_t perio
     if (at.range.count == 0 || period == 0)
         return folded;
     const double mean = Mean(std::span(at.values).subspan(at.range.first, at.range.count));
-    for (std::size_t i = at.range.first; i < at.range.first + at.range.count; ++i)
-        folded[i % period] += at.values[i] - mean;
+    std::size_t place = at.range.first % period;
+    for (std::size_t i = at.range.first; i < at.range.first + at.range.count; ++i) {
+        folded[place] += at.values[i] - mean;
+        place = place + 1 < period ? place + 1 : 0;
+    }
     return folded;
+}
+
+// The sum of the repetitions of a pattern in a record of whole ones, where a UI has whole samples: reading between the
+// samples is linear, so that it serves as well as they do one by one. Empty otherwise.
+std::vector<double> SumOfRepetitions(const EyeRecord& record, std::size_t periodUi)
+{
+    const double length = static_cast<double>(periodUi) * record.samplesPerUi;
+    const std::size_t repetitions = record.UiCount() / periodUi;
+    if (record.samplesPerUi != std::floor(record.samplesPerUi) || repetitions < 2 ||
+        length * static_cast<double>(repetitions) != static_cast<double>(record.samples.size()))
+        return {};
+    const std::size_t period = record.samples.size() / repetitions;
+    std::vector<double> sum(record.samples.begin(), record.samples.begin() + static_cast<std::ptrdiff_t>(period));
+    for (std::size_t r = 1; r < repetitions; ++r) {
+        const double* const from = record.samples.data() + r * period;
+        for (std::size_t k = 0; k < period; ++k)
+            sum[k] += from[k];
+    }
+    return sum;
 }
 
 }  // namespace
@@ -319,18 +468,41 @@ SymbolRange ValidUi(const EyeRecord& record, double position, double span)
 PhaseValues ValuesAt(const EyeRecord& record, double position)
 {
     PhaseValues phase{std::vector<double>(record.UiCount(), 0.0), ValidUi(record, position, 0.0)};
-    PhaseReader reader(record, position, 0.0, 1);
-    for (std::size_t i = phase.range.first; i < phase.range.first + phase.range.count; ++i)
-        reader.Read(i, {&phase.values[i], 1});
+    PhaseReader(record, {position}).ForEach(phase.range, [&](std::size_t ui, const double* value) {
+        phase.values[ui] = *value;
+    });
     return phase;
+}
+
+std::vector<PhaseValues> ValuesAt(const EyeRecord& record, const AlignedSymbols& symbols,
+                                  std::span<const double> positions)
+{
+    std::vector<PhaseValues> phases;
+    std::vector<SymbolRange> ranges;
+    SymbolRange common{0, record.UiCount()};
+    for (const double position : positions) {
+        ranges.push_back(ValidUi(record, position, 0.0));
+        phases.push_back({std::vector<double>(record.UiCount(), 0.0), Both(ranges.back(), symbols.known)});
+        common = Both(common, ranges.back());
+    }
+    PhaseReader(record, {positions.begin(), positions.end()})
+        .ForEach(common, [&](std::size_t ui, const double* values) {
+            for (std::size_t p = 0; p < phases.size(); ++p)
+                phases[p].values[ui] = values[p];
+        });
+    // At the ends of a record that does not wrap a position may have a UI that others have not.
+    for (std::size_t p = 0; p < phases.size(); ++p)
+        for (const SymbolRange own : Outside(ranges[p], common))
+            PhaseReader(record, {positions[p]}).ForEach(own, [&](std::size_t ui, const double* value) {
+                phases[p].values[ui] = *value;
+            });
+    return phases;
 }
 
 PhaseValues ValuesAt(const EyeRecord& record, const AlignedSymbols& symbols, double position)
 {
     PhaseValues phase = ValuesAt(record, position);
-    const std::size_t first = std::max(phase.range.first, symbols.known.first);
-    const std::size_t end = std::min(phase.range.first + phase.range.count, symbols.known.first + symbols.known.count);
-    phase.range = {first, end > first ? end - first : 0};
+    phase.range = Both(phase.range, symbols.known);
     return phase;
 }
 
@@ -377,12 +549,15 @@ std::optional<AlignedSymbols> LocateSymbols(const EyeRecord& record, std::span<c
         return both > 0.0 ? CircularDot(sent, seen, lag) / std::sqrt(both) : 0.0;
     };
 
+    const std::vector<double> summed = isWhole ? SumOfRepetitions(record, period) : std::vector<double>();
+    const EyeRecord searched = summed.empty() ? record : WholePeriods(summed, record.samplesPerUi, record.levelCount);
+
     // Two phases half a UI apart: one of them at least lies well inside the eye. From there, phase by phase.
     int start = 0;
     long long lag = 0;
     double largest = -kInfinity;
     for (const int phase : {0, kSearchPhases / 2}) {
-        const std::vector<double> seen = Folded(record, phase, period);
+        const std::vector<double> seen = Folded(searched, phase, period);
         const auto peak = static_cast<long long>(LargestCorrelation(seen, sent).lag);
         if (const double value = correlation(seen, peak); value > largest) {
             largest = value;
@@ -397,7 +572,7 @@ std::optional<AlignedSymbols> LocateSymbols(const EyeRecord& record, std::span<c
     for (auto& value : correlations) {
         const long long carry = carryOf(start + step);
         const int phase = start + step - static_cast<int>(carry) * kSearchPhases;
-        value = correlation(Folded(record, phase, period), lag + carry);
+        value = correlation(Folded(searched, phase, period), lag + carry);
         ++step;
     }
     largest = *std::max_element(correlations.begin(), correlations.end());
@@ -409,8 +584,11 @@ std::optional<AlignedSymbols> LocateSymbols(const EyeRecord& record, std::span<c
     const auto phase = static_cast<double>(chosen - static_cast<int>(carry) * kSearchPhases);
     AlignedSymbols symbols{std::vector<int>(count), record.samplesPerUi * phase / kSearchPhases, {0, count}};
     const std::size_t shift = WrappedIndex(lag + carry, period);
-    for (std::size_t i = 0; i < count; ++i)
-        symbols.levels[i] = pattern[(i % period + period - shift) % period % pattern.size()];
+    std::size_t place = (period - shift) % period;
+    for (int& level : symbols.levels) {
+        level = pattern[place % pattern.size()];
+        place = place + 1 < period ? place + 1 : 0;
+    }
     return symbols;
 }
 
@@ -420,7 +598,7 @@ namespace {
 std::optional<EyeFigures> MeasureAtSamples(const EyeRecord& record, const AlignedSymbols& symbols)
 {
     const double position = std::round(symbols.centre);
-    const Slice slice = SliceAt(record, symbols, position);
+    const Slice slice = SlicesAt(record, symbols, {position}).front();
     if (!std::isfinite(slice.SmallestOpening()))
         return std::nullopt;
     EyeFigures figures{slice.levels, {}, position};
@@ -437,7 +615,7 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
         return MeasureAtSamples(record, symbols);
     const std::vector<LevelExtent> extents = ExtentsOf(record, symbols);
     if (std::any_of(extents.begin(), extents.end(),
-                    [](const LevelExtent& extent) { return extent.count[0] == 0 || extent.count[1] == 0; }))
+                    [](const LevelExtent& extent) { return extent.count[0] == 0.0 || extent.count[1] == 0.0; }))
         return std::nullopt;
     const auto eyes = static_cast<std::size_t>(record.levelCount - 1);
     std::vector<Sides> sides;
@@ -466,21 +644,24 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
 
     constexpr auto kUi = static_cast<double>(kEyePhases);
     const double coarse = symbols.centre + (static_cast<double>(at) / kUi - 1.0) * record.samplesPerUi;
-    double position = coarse;
-    Slice slice = SliceAt(record, symbols, position);
-    double step = 0.5;
-    while (step >= kFinestStep) {
-        for (const double direction : {-1.0, 1.0}) {
-            const double tried = position + direction * step / kUi * record.samplesPerUi;
-            Slice there = SliceAt(record, symbols, tried);
-            if (there.SmallestOpening() > slice.SmallestOpening() + kEqual * std::abs(slice.SmallestOpening())) {
-                slice = std::move(there);
-                position = tried;
+    // Finer steps about it: halves, then quarters, then eighths of a phase, from the best so far.
+    constexpr int kReach = kFinestSteps - 1;
+    std::vector<double> positions;
+    for (int n = -kReach; n <= kReach; ++n)
+        positions.push_back(coarse + static_cast<double>(n) / kFinestSteps / kUi * record.samplesPerUi);
+    const std::vector<Slice> slices = SlicesAt(record, symbols, positions);
+    int chosen = kReach;
+    for (int step = kFinestSteps / 2; step >= 1; step /= 2) {
+        const double here = slices[static_cast<std::size_t>(chosen)].SmallestOpening();
+        for (const int tried : {chosen - step, chosen + step}) {
+            if (slices[static_cast<std::size_t>(tried)].SmallestOpening() > here + kEqual * std::abs(here)) {
+                chosen = tried;
                 break;
             }
         }
-        step *= 0.5;
     }
+    const double position = positions[static_cast<std::size_t>(chosen)];
+    const Slice& slice = slices[static_cast<std::size_t>(chosen)];
 
     EyeFigures figures{slice.levels, {}, position};
     const double shift = (coarse - position) / record.samplesPerUi;  // [UI] of the phase that the spans start from

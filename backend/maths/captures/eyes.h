@@ -88,6 +88,11 @@ TARNWICK_FRAMEWORK_API SymbolRange ValidUi(const EyeRecord& record, double posit
 /// @param position  [samples] of symbol 0
 TARNWICK_FRAMEWORK_API PhaseValues ValuesAt(const EyeRecord& record, double position);
 
+/// At several positions in one pass over the record.
+/// @param positions  [samples] of symbol 0, ascending
+TARNWICK_FRAMEWORK_API std::vector<PhaseValues> ValuesAt(const EyeRecord& record, const AlignedSymbols& symbols,
+                                                         std::span<const double> positions);
+
 /// The same of the UI whose symbols are known.
 TARNWICK_FRAMEWORK_API PhaseValues ValuesAt(const EyeRecord& record, const AlignedSymbols& symbols, double position);
 

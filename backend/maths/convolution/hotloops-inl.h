@@ -232,9 +232,42 @@ inline void Interpolate(const KernelRows& kernel, const double* x, const double*
     }
 }
 
-inline constexpr HotLoops kLoops = {
-    kPack,      SumTaps,      SumWindow,    MultiplyToParts, PartsTimes,  RealToRows,   ComplexToRows, PairsToRows,
-    RowsToBins, MultiplyRows, RealFromRows, ComplexFromRows, BinsToPairs, SplitColumns, JoinColumns,   Interpolate};
+// A pack of phases at `Positions` positions: a weight is loaded once for all of them.
+template <std::size_t Positions>
+TARNWICK_ALWAYS_INLINE void ReadPackOfPhases(const PhaseBank& bank, std::size_t phase, const double* x,
+                                             std::size_t stride, double* values)
+{
+    const std::size_t line = phase / kLine;
+    const double* const weights = bank.weights + line * bank.sampleCount * kLine + phase % kLine;
+    Pack sums[Positions] = {};
+    for (std::size_t k = bank.samples[2 * line]; k < bank.samples[2 * line + 1]; ++k) {
+        Pack weight;
+        Load(weights + k * kLine, weight);
+        TARNWICK_UNROLL
+        for (std::size_t i = 0; i < Positions; ++i)
+            sums[i] = sums[i] + x[i * stride + k] * weight;
+    }
+    TARNWICK_UNROLL
+    for (std::size_t i = 0; i < Positions; ++i)
+        Store(sums[i], values + i * bank.phaseCount + phase);
+}
+
+inline void ReadPhases(const PhaseBank& bank, const double* x, std::size_t stride, std::size_t count, double* values)
+{
+    constexpr std::size_t kTogether = 8;  // sums in registers: as many as hide the latency of one
+    std::size_t i = 0;
+    for (; i + kTogether <= count; i += kTogether)
+        for (std::size_t phase = 0; phase < bank.phaseCount; phase += kPack)
+            ReadPackOfPhases<kTogether>(bank, phase, x + i * stride, stride, values + i * bank.phaseCount);
+    for (; i < count; ++i)
+        for (std::size_t phase = 0; phase < bank.phaseCount; phase += kPack)
+            ReadPackOfPhases<1>(bank, phase, x + i * stride, stride, values + i * bank.phaseCount);
+}
+
+inline constexpr HotLoops kLoops = {kPack,        SumTaps,         SumWindow,   MultiplyToParts, PartsTimes,
+                                    RealToRows,   ComplexToRows,   PairsToRows, RowsToBins,      MultiplyRows,
+                                    RealFromRows, ComplexFromRows, BinsToPairs, SplitColumns,    JoinColumns,
+                                    Interpolate,  ReadPhases};
 
 }  // namespace TARNWICK_LOOP_TARGET
 

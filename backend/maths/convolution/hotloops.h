@@ -91,6 +91,15 @@ struct KernelRows {
     std::size_t phaseCount;
 };
 
+/// What the samples about a position weigh in the values at several phases of it, eight phases side by side: of the first
+/// eight the weights of sample 0, then those of sample 1 ...; then of the next eight.
+struct PhaseBank {
+    const double* weights;       // (phaseCount / 8) sampleCount 8 values; quicker at the start of a cache line
+    std::size_t sampleCount;     // of which the values at all phases are made
+    std::size_t phaseCount;      // a multiple of 8
+    const std::size_t* samples;  // of each eight phases the first sample that counts and the one behind the last
+};
+
 struct HotLoops {
     std::size_t lanes;  // doubles in a vector of the target
     /// y[i] = sum_t taps[t].value x[i - taps[t].lag], i = 0 .. count - 1, taps in the order given; at least one.
@@ -121,6 +130,8 @@ struct HotLoops {
     /// @param positions  at least tapCount/2 - 1, and as far from the last sample as tapCount/2
     void (*interpolate)(const KernelRows& kernel, const double* x, const double* positions, double* y,
                         std::size_t count);
+    /// values[i phaseCount + p] = sum_k weight of sample k at phase p x[i stride + k], in the order of k, i = 0 .. count - 1
+    void (*readPhases)(const PhaseBank& bank, const double* x, std::size_t stride, std::size_t count, double* values);
 };
 
 enum class LoopTarget { Plain, Avx2, Avx512 };

@@ -16,7 +16,6 @@ namespace {
 
 constexpr double kRadiansPerDegree = 0.017453292519943295;
 constexpr std::size_t kRecordTokens = 9;  // a frequency and four pairs
-constexpr std::string_view kBlanks = " \t\n\v\f\r";
 
 using Matrix4 = Eigen::Matrix<double, 4, 4, Eigen::RowMajor>;
 using ComplexMatrix4 = Eigen::Matrix<Complex, 4, 4, Eigen::RowMajor>;
@@ -29,6 +28,12 @@ Complex Polar(double magnitude, double radians)
 double FromLevel(double level)
 {
     return std::pow(10.0, level / 20.0);
+}
+
+// Of one character at a time: searches for any of several start anew at each.
+bool IsSpace(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
 bool IsDigit(char c)
@@ -107,8 +112,9 @@ Complex DifferentialTransmission(std::span<const Complex, 16> matrix, PortPairs 
 
 Number NumberAtStart(std::string_view text)
 {
-    const std::size_t start = std::min(text.find_first_not_of(kBlanks), text.size());
-    std::string_view number = text.substr(start);
+    std::string_view number = text;
+    while (!number.empty() && IsSpace(number.front()))
+        number.remove_prefix(1);
     const bool isNegative = !number.empty() && number.front() == '-';
     if (isNegative || (!number.empty() && number.front() == '+'))
         number.remove_prefix(1);
@@ -137,7 +143,7 @@ Number NumberAtStart(std::string_view text)
 
 bool IsBlank(std::string_view text)
 {
-    return text.find_first_not_of(kBlanks) == std::string_view::npos;
+    return std::all_of(text.begin(), text.end(), IsSpace);
 }
 
 std::string UpperCase(std::string_view text)

@@ -10,15 +10,26 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t\v\f\r";
+// Of one character at a time: searches for any of several start anew at each.
+bool IsBetweenWords(char c)
+{
+    return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
+}
+
+bool IsOfDecimals(char c)
+{
+    return (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.' || c == 'e' || c == 'E';
+}
 
 std::vector<std::string_view> WordsOf(std::string_view text)
 {
     std::vector<std::string_view> words;
-    for (std::size_t begin = text.find_first_not_of(kBlanks); begin != std::string_view::npos;) {
-        const std::size_t end = std::min(text.find_first_of(kBlanks, begin), text.size());
-        words.push_back(text.substr(begin, end - begin));
-        begin = text.find_first_not_of(kBlanks, end);
+    const char* const end = text.data() + text.size();
+    for (const char* at = text.data(); at != end;) {
+        const char* const begin = std::find_if_not(at, end, IsBetweenWords);
+        at = std::find_if(begin, end, IsBetweenWords);
+        if (begin != at)
+            words.emplace_back(begin, static_cast<std::size_t>(at - begin));
     }
     return words;
 }
@@ -35,8 +46,8 @@ std::string Quoted(std::string_view word)
 std::optional<double> DecimalOf(std::string_view word)
 {
     const Number number = NumberAtStart(word);
-    const bool isDecimal = word.find_first_not_of("+-.0123456789eE") == std::string_view::npos;
-    if (!isDecimal || number.status != NumberStatus::Number || number.length != word.size())
+    if (!std::all_of(word.begin(), word.end(), IsOfDecimals) || number.status != NumberStatus::Number ||
+        number.length != word.size())
         return std::nullopt;
     return number.value;
 }
@@ -70,8 +81,9 @@ PlainTouchstoneReader::Line PlainTouchstoneReader::Take(std::string_view line, c
     Line taken;
     const std::size_t comment = line.find('!');
     const std::string_view text = line.substr(0, comment);
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos)
+    const auto first =
+        static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), IsBetweenWords) - text.begin());
+    if (first == text.size())
         return taken;
     taken.hasComment = comment != std::string_view::npos;
     if (text[first] == '#') {

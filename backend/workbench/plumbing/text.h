@@ -22,6 +22,14 @@ public:
 
     /// The next line without its newline, and without a carriage return before that; nothing at the end.
     std::optional<std::string_view> Next();
+    /// What is left behind the line read last.
+    std::string_view Rest() const { return rest_; }
+    /// Passes over so many characters of that, which are so many whole lines.
+    void Skip(std::size_t characters, std::size_t lines)
+    {
+        rest_.remove_prefix(characters);
+        number_ += lines;
+    }
     /// Of the line read last, counted from 1.
     std::size_t Number() const { return number_; }
 

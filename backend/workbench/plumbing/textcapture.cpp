@@ -33,6 +33,7 @@ constexpr double kNoVoltage = 1e6;        // a number from here on, and so many 
 constexpr double kFarAbove = 1e3;
 constexpr std::size_t kLongestQuote = 60;  // characters of a line in a message
 constexpr std::size_t kMostNamed = 16;     // columns in a message
+constexpr std::size_t kMostInPlace = 8;    // columns of a row that is read without being taken apart first
 constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
 // The whole token as a number, in the C locale whatever the process uses.
@@ -215,8 +216,13 @@ public:
         LineCursor lines(content);
         while (const auto line = lines.Next()) {
             line_ = lines.Number();
-            if (line_ > options_.skipLines.value_or(0))
-                Take(*line);
+            if (line_ <= options_.skipLines.value_or(0))
+                continue;
+            const bool isFirst = columns_.empty();
+            Take(*line);
+            if (isFirst && !columns_.empty())
+                Reserve(content.size() / (line->size() + 1));
+            TakeNumbers(lines);
         }
         if (waveform_.samples.empty())
             throw DataFailure(fmt::format("{}: holds no number", name_));
@@ -232,6 +238,76 @@ public:
     }
 
 private:
+    // Rows of numbers and nothing else, as nearly all are, up to a line of any other kind.
+    void TakeNumbers(LineCursor& lines)
+    {
+        if (columns_.empty() || columns_.size() > kMostInPlace || firstTrailer_ != 0)
+            return;
+        const std::string_view rest = lines.Rest();
+        const char* at = rest.data();
+        const char* const end = at + rest.size();
+        const char* behind = at;
+        std::size_t count = 0;
+        while (at != end && TakeNumbers(at, end)) {
+            behind = at;
+            ++count;
+        }
+        lines.Skip(static_cast<std::size_t>(behind - rest.data()), count);
+    }
+
+    // @param at  begins a line; when it is taken, the next one
+    bool TakeNumbers(const char*& at, const char* end)
+    {
+        const std::size_t count = columns_.size();
+        std::array<double, kMostInPlace> numbers{};
+        const auto skipBlanks = [&] {
+            while (at != end && (*at == ' ' || *at == '\t'))
+                ++at;
+        };
+        for (std::size_t k = 0; k < count; ++k) {
+            if (k > 0 && separator_ != Separator::Blanks) {
+                if (at == end || *at != (separator_ == Separator::Comma ? ',' : ';'))
+                    return false;
+                ++at;
+            }
+            skipBlanks();
+            const char* const begin = at;
+            const auto [behind, error] = std::from_chars(begin, end, numbers[k]);
+            if (error != std::errc() || !std::isfinite(numbers[k]))
+                return false;
+            at = behind;
+            skipBlanks();
+            if (at == behind && k + 1 < count && separator_ == Separator::Blanks)
+                return false;
+        }
+        if (at != end && *at == '\r')
+            ++at;
+        if (at != end && *at++ != '\n')
+            return false;
+        const double sample = numbers[value_] * Factor(value_);
+        if (!std::isfinite(sample))
+            return false;
+        ++line_;
+        Add(sample, time_ == kNone ? 0.0 : numbers[time_]);
+        return true;
+    }
+
+    void Add(double sample, double time)
+    {
+        if (waveform_.samples.size() < headLines_.size())
+            headLines_[waveform_.samples.size()] = line_;
+        waveform_.samples.push_back(sample);
+        if (time_ != kNone)
+            times_.push_back(time * Factor(time_));
+    }
+
+    void Reserve(std::size_t rows)
+    {
+        waveform_.samples.reserve(rows);
+        if (time_ != kNone)
+            times_.reserve(rows);
+    }
+
     void Take(std::string_view line)
     {
         const Separator separator = columns_.empty() || firstTrailer_ ? SeparatorOf(line) : separator_;
@@ -398,11 +474,7 @@ private:
         if (!std::isfinite(sample) || !std::isfinite(*time))
             Fail(
                 fmt::format("value is {}; expected a finite number", fields_[!std::isfinite(sample) ? value_ : time_]));
-        if (waveform_.samples.size() < headLines_.size())
-            headLines_[waveform_.samples.size()] = line_;
-        waveform_.samples.push_back(sample);
-        if (time_ != kNone)
-            times_.push_back(*time * Factor(time_));
+        Add(sample, *time);
         return true;
     }
 

@@ -70,6 +70,27 @@ TEST(BandLimitedRecord, ReadsTonesBetweenTheSamples)
     }
 }
 
+// All at once, phases are read as one by one: at samples to the bit, elsewhere but for the rounding of 48 products.
+TEST(BandLimitedPhases, ReadWhatTheRecordReads)
+{
+    const std::vector<double> samples = StraightEdges(SomeSymbols(4), 4, 16.0, 0.5);
+    const BandLimitedRecord record(samples, Wrapping::None);
+    std::vector<BandLimitedReading> readings;
+    for (int k = 0; k < 13; ++k)
+        readings.push_back(ReadingAt(31.0 + 0.3 * k));  // every tenth at a sample
+    constexpr std::size_t kUi = 37;
+    const BandLimitedPhases phases(readings);
+    std::vector<double> values(kUi * phases.Pitch());
+    phases.Read(samples.data() + phases.FirstSample(), 16, kUi, values.data());
+    for (std::size_t ui = 0; ui < kUi; ++ui) {
+        std::vector<double> expected(readings.size());
+        record.Read(readings, static_cast<std::ptrdiff_t>(16 * ui), expected);
+        for (std::size_t k = 0; k < expected.size(); ++k)
+            EXPECT_NEAR(values[ui * phases.Pitch() + k], expected[k], k % 10 == 0 ? 0.0 : 48 * 2.3e-16)
+                << ui << " " << k;
+    }
+}
+
 // Between straight edges an eye is as high as the distance of its levels, and its width is that of the whole UI: all edges
 // cross the threshold at the boundary. 49 samples: a phase times the samples per UI is not always a whole number again.
 TEST(CaptureEyes, AreExactBetweenStraightEdges)

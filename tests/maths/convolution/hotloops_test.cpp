@@ -110,6 +110,33 @@ TEST_P(HotLoopsOf, SamplesBetweenSamples)
     EXPECT_TRUE(AreNear(result, expected, kTaps * kTaps * DBL_EPSILON));
 }
 
+TEST_P(HotLoopsOf, PhasesOfManyPositions)
+{
+    constexpr std::size_t kSamples = 21;
+    constexpr std::size_t kPhases = 16;
+    constexpr std::size_t kStride = 5;
+    const std::vector<std::size_t> used = {2, 19, 20, 21};  // the others' weights are never read
+    Values weights = RandomValues(kPhases * kSamples, 1);
+    for (const std::size_t count : {1U, 7U, 8U, 21U}) {
+        SCOPED_TRACE(testing::Message() << count << " positions");
+        const Values samples = RandomValues(kSamples + (count - 1) * kStride, count);
+        Values expected(count * kPhases + 1, kGuard);
+        for (std::size_t i = 0; i < count; ++i)
+            for (std::size_t p = 0; p < kPhases; ++p) {
+                long double sum = 0.0L;
+                for (std::size_t k = used[p / 8 * 2]; k < used[p / 8 * 2 + 1]; ++k)
+                    sum += static_cast<long double>(weights[(p / 8 * kSamples + k) * 8 + p % 8]) *
+                           samples[i * kStride + k];
+                expected[i * kPhases + p] = static_cast<double>(sum);
+            }
+        Values result(count * kPhases + 1, kGuard);
+        loops_->readPhases({weights.data(), kSamples, kPhases, used.data()}, samples.data(), kStride, count,
+                           result.data());
+        // Two roundings a sample, of sums below the number of samples.
+        EXPECT_TRUE(AreNear(result, expected, kSamples * kSamples * DBL_EPSILON));
+    }
+}
+
 TEST_P(HotLoopsOf, ProductsOfValues)
 {
     for (std::size_t count = 1; count <= 17; ++count) {
