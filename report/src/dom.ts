@@ -51,14 +51,18 @@ export function csvButton(what: string, name: string, rows: () => (string | numb
 }
 
 export function copyButton(what: string, text: string): HTMLButtonElement {
+    const say = (text: string): void => {
+        element.textContent = text;
+        element.setAttribute("aria-label", `${text}: ${what}`);
+    };
     const copied = (done: boolean): void => {
-        element.textContent = done ? "Copied" : "Press Ctrl+C";
-        window.setTimeout(() => (element.textContent = "Copy"), 2000);
+        say(done ? "Copied" : "Not allowed here");
+        window.setTimeout(() => say("Copy"), 2000);
     };
     const element = button("Copy", () => {
         // Pages from files may be refused the clipboard.
         navigator.clipboard.writeText(text).then(() => copied(true), () => copied(false));
-    }, { class: "small", "aria-label": `Copy ${what}` });
+    }, { class: "small", "aria-label": `Copy: ${what}` });
     return element;
 }
 

@@ -3,9 +3,9 @@ import type { Eye, Quantity, Taps } from "./document";
 import { h } from "./dom";
 import * as format from "./format";
 
-/** Of several eyes one figure each, lowest first. */
+/** Of several eyes one figure each, below each other, from the lowest. */
 export function eachEye(eye: Eye | null, text: (opening: Eye["eyes"][number]) => string): string {
-    return eye && eye.eyes.length > 0 ? eye.eyes.map(text).join(" / ") : format.kNone;
+    return eye && eye.eyes.length > 0 ? eye.eyes.map(text).join("\n") : format.kNone;
 }
 
 export const openingText = (eye: Eye | null): string => eachEye(eye, (each) => format.fixed(each.openingPercent, 1));

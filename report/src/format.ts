@@ -58,7 +58,8 @@ export function quantityText({ value, unit }: Quantity): string {
     if (typeof value === "boolean") return value ? "yes" : "no";
     // Whole numbers and texts as they are, others to as many digits as any figure of a report is good for.
     const text = typeof value === "number" && !Number.isInteger(value) ? figure(value, 6) : String(value);
-    return unit === "" ? text : `${text} ${unit}`;
+    const isFigure = typeof value === "number" || /\d/.test(value);
+    return unit === "" || !isFigure ? text : `${text} ${unit}`;
 }
 
 /** A field of comma-separated values, RFC 4180. */

@@ -10,7 +10,9 @@ function build(root: HTMLElement): void {
     const report = JSON.parse(document.getElementById("tarnwick-report")?.textContent ?? "") as ReportDocument;
     if (report.format !== kFormat) throw new Error(`format is ${String(report.format)}; expected ${kFormat}`);
     onThemeChange(() => {
-        if (printing()) drawAll(); // paper has no screen to scroll
+        if (!printing()) return;
+        drawAll(); // paper has no screen to scroll
+        for (const folded of document.querySelectorAll("details")) folded.open = true;
     });
     root.replaceChildren(pageHead(report.head), ...[warningList(report.warnings)].flatMap((warnings) => warnings ?? []),
         ...(report.kind === "run" ? runPage(report) : tablePage(report)));

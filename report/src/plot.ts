@@ -35,6 +35,8 @@ export interface PlotContent {
     logarithmicY?: [number, number];
     /** Shown first are at most so many units below the largest value. */
     depth?: number;
+    /** What is farther from zero than so many times the largest value of the first line is cut off at first. */
+    tallest?: number;
     /** What is shown first; default: all. */
     xRange?: [number, number];
     includeZero?: boolean;
@@ -78,6 +80,10 @@ function limitsOf(content: PlotContent): Limits {
         });
     for (const marker of content.markers ?? [])
         if (marker.axis === "y") [low, high] = [Math.min(low, marker.at), Math.max(high, marker.at)];
+    if (content.tallest !== undefined) {
+        const most = content.tallest * content.lines[0]!.y.reduce<number>((largest, value) => Math.max(largest, Math.abs(value ?? 0)), 0);
+        [low, high] = [Math.max(low, -most), Math.min(high, most)];
+    }
     if (content.depth !== undefined) low = Math.max(low, high - content.depth);
     return { x, y: padded(low, high, 0.06) };
 }
@@ -107,7 +113,7 @@ export class Plot {
         const tools = h("div", { class: "tools" },
             button("+", () => this.zoom(1 / kZoom), { class: "small", "aria-label": "Zoom in" }),
             button("−", () => this.zoom(kZoom), { class: "small", "aria-label": "Zoom out" }),
-            button("Reset", () => this.reset(), { class: "small", "aria-label": "Show all of the plot" }),
+            button("Reset", () => this.reset(), { class: "small", "aria-label": "Reset: show all of the plot" }),
             csvButton("the lines of the plot", name, () => this.table()));
         this.root = h("figure", { class: "plot", id: `plot-${name}` },
             h("figcaption", {}, this.caption, tools), this.frame, this.legend, this.readout);

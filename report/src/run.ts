@@ -111,7 +111,9 @@ function stageTable(report: RunDocument, rows: HTMLTableRowElement[]): HTMLEleme
     const table = h("table", { class: "list stages" },
         h("thead", {}, h("tr", {}, ...heads.map(([name, kind]) => h("th", { scope: "col", class: kind }, name)))),
         h("tbody", {}, ...rows));
-    const result = section("stages", "Stages", scrollable("Stages", table));
+    const hasSeveral = report.stages.some((stage) => (stage.eye?.eyes.length ?? 0) > 1);
+    const result = section("stages", "Stages", scrollable("Stages", table),
+        hasSeveral ? h("p", { class: "status" }, "Figures of several eyes stand from the lowest eye to the highest.") : null);
     result.querySelector("h2")!.append(csvButton("the stages", "stages", () => stageCsv(report.stages)));
     return result;
 }
@@ -171,7 +173,7 @@ function stagePlots(report: RunDocument): StagePlots {
             plots.delay.show(content(responseLines(stage, (each) => each.groupDelayPs),
                 { title: "Group delay", ...frequency, yLabel: "group delay", yUnit: "ps" }));
             plots.impulse.show(content(responseLines(stage, (each) => each.impulse),
-                { title: "Impulse response", xLabel: "time from the impulse", xUnit: "UI", yLabel: "impulse response", yUnit: "1/UI" }));
+                { title: "Impulse response", xLabel: "time from the impulse", xUnit: "UI", yLabel: "impulse response", yUnit: "1/UI", tallest: 3 }));
             plots.pulse.show(pulseContent(stage));
             plots.taps.show(tapsContent(stage));
             plots.bathtub.show(bathtubContent(stages, stage));

@@ -8,6 +8,7 @@ import { origins } from "./head";
 import { lineOf, Plot } from "./plot";
 
 const kDigits = 5;
+const kNarrowColumns = 9; // more do not stand side by side on paper
 const kRowsAtOnce = 250; // more are shown when asked for: a browser lays tables out as a whole
 
 type Direction = "ascending" | "descending";
@@ -20,32 +21,38 @@ export function compareValues(one: Row["values"][number], other: Row["values"][n
     return direction === "ascending" ? order : -order;
 }
 
-function cellText(value: Row["values"][number], column: Column): string {
-    if (value === null) return format.kNone;
-    if (typeof value === "string") return value;
-    if (column.kind !== "number" || Number.isInteger(value)) return String(value);
-    return format.figure(value, kDigits);
+interface ShownColumn extends Column {
+    /** Among the values of a row. */
+    index: number;
+    /** Points stand below each other: all have as many as the one that needs most. */
+    decimals: number;
+    isKnown: boolean;
 }
 
-/** Points stand below each other: all of a column have the decimals of the one that needs most. */
-function columnText(value: Row["values"][number], column: Column, decimals: number): string {
-    const text = cellText(value, column);
-    return typeof value === "number" && column.kind === "number" && !text.includes("e") ? value.toFixed(decimals) : text;
+const valueOf = (row: Row, column: ShownColumn): Row["values"][number] => row.values[column.index] ?? null;
+
+function cellText(row: Row, column: ShownColumn): string {
+    const value = valueOf(row, column);
+    if (value === null) return format.kNone;
+    if (typeof value === "string") return value;
+    if (column.key === "ber") return format.ber(value);
+    const text = format.figure(value, kDigits);
+    return text.includes("e") ? text : value.toFixed(column.decimals);
 }
 
 const headOf = (column: Column): string => (column.unit === "" ? column.label : `${column.label} [${column.unit}]`);
 
 export function tablePage(report: TableDocument): HTMLElement[] {
     const { rows } = report;
-    const hasReason = rows.some((row) => row.failure !== null) && !report.columns.some((column) => column.key === "reason");
-    const columns: Column[] = hasReason ? [...report.columns, { key: "failure", label: "Failed because", unit: "", kind: "text" }] : report.columns;
-    const valuesOf = (row: Row): Row["values"] => (hasReason ? [...row.values, row.failure] : row.values);
+    // What no row knows is left out here, not in the file that is saved.
+    const columns = report.columns.map((column, index): ShownColumn => {
+        const known = rows.flatMap((row) => row.values[index] ?? []);
+        const decimals = known.reduce<number>((most, value) =>
+            typeof value === "number" ? Math.max(most, format.decimalsOf(value, kDigits)) : most, 0);
+        return { ...column, index, decimals, isKnown: known.length > 0 };
+    }).filter((column) => column.isKnown);
     const hasEyes = rows.some((row) => row.eye?.density);
     const settings = new EyeSettings(report.mask, commonRange(rows.map((row) => row.eye)));
-    const decimals = columns.map((_, index) => rows.reduce((most, row) => {
-        const value = valuesOf(row)[index];
-        return typeof value === "number" ? Math.max(most, format.decimalsOf(value, kDigits)) : most;
-    }, 0));
     const dialog = new EyeDialog(report, columns, settings);
 
     let sorted: Row[] = rows;
@@ -62,14 +69,14 @@ export function tablePage(report: TableDocument): HTMLElement[] {
     const rowOf = (row: Row): HTMLTableRowElement => {
         const known = elements.get(row);
         if (known) return known;
-        const element = tableRow(row, valuesOf(row), columns, decimals, hasEyes, settings, () => dialog.open(row, shown));
+        const element = tableRow(row, columns, hasEyes, settings, () => dialog.open(row, shown));
         elements.set(row, element);
         return element;
     };
     const update = (): void => {
         const wanted = filter.value.trim().toLowerCase();
         shown = wanted === "" ? sorted
-            : sorted.filter((row) => [row.label, ...valuesOf(row)].some((value) => value !== null && String(value).toLowerCase().includes(wanted)));
+            : sorted.filter((row) => [row.label, row.failure, ...row.values].some((value) => value !== null && String(value).toLowerCase().includes(wanted)));
         body.replaceChildren(...shown.slice(0, limit).map(rowOf));
         more.hidden = shown.length <= limit;
         const failed = shown.filter((row) => row.failure !== null).length;
@@ -78,29 +85,40 @@ export function tablePage(report: TableDocument): HTMLElement[] {
     };
     filter.addEventListener("input", update);
 
-    const heads = columns.map((column, index) => {
+    const heads = columns.map((column) => {
         const head = h("th", { scope: "col", class: column.kind === "number" ? "number" : "", "aria-sort": "none" });
         head.append(button(headOf(column), () => {
             const direction: Direction = head.getAttribute("aria-sort") === "ascending" ? "descending" : "ascending";
             for (const each of heads) each.setAttribute("aria-sort", "none");
             head.setAttribute("aria-sort", direction);
-            sorted = [...rows].sort((one, other) => compareValues(valuesOf(one)[index] ?? null, valuesOf(other)[index] ?? null, direction));
+            sorted = [...rows].sort((one, other) => compareValues(valueOf(one, column), valueOf(other, column), direction));
             update();
         }, { class: "sort" }));
         return head;
     });
     update();
-    const table = h("table", { class: "list runs" },
+    const table = h("table", { class: columns.length > kNarrowColumns ? "list runs wide" : "list runs" },
         h("thead", {}, h("tr", {}, hasEyes ? h("th", { scope: "col" }, "Eye") : null, ...heads)), body);
     const result = section("runs", "Runs",
         h("div", { class: "controls" }, h("label", { for: "filter" }, "Show rows with"), filter, status),
         scrollable("Runs", table), more, dialog.element);
     result.querySelector("h2")!.append(csvButton("the table", "runs", () => [
-        columns.map(headOf), ...sorted.map((row) => columns.map((_, index) => valuesOf(row)[index] ?? null))]));
+        [...report.columns.map(headOf), "failure"],
+        ...sorted.map((row) => [...report.columns.map((_, index) => row.values[index] ?? null), row.failure])]));
     return [origins(report.head), result];
 }
 
-function tableRow(row: Row, values: Row["values"], columns: Column[], decimals: number[], hasEyes: boolean, settings: EyeSettings, open: () => void): HTMLTableRowElement {
+/** Where a failed row has room for its reason: the longest run of columns that it does not know, as first and count. */
+function roomIn(row: Row, columns: ShownColumn[]): [number, number] {
+    let [best, length, first] = [0, 0, 0];
+    columns.forEach((column, at) => {
+        if (valueOf(row, column) !== null) first = at + 1;
+        else if (at + 1 - first > length) [best, length] = [first, at + 1 - first];
+    });
+    return [best, length];
+}
+
+function tableRow(row: Row, columns: ShownColumn[], hasEyes: boolean, settings: EyeSettings, open: () => void): HTMLTableRowElement {
     const density = row.eye?.density;
     const element = h("tr", { class: row.failure === null ? "" : "failed" });
     if (hasEyes) {
@@ -119,9 +137,13 @@ function tableRow(row: Row, values: Row["values"], columns: Column[], decimals: 
         }
         element.append(cell);
     }
-    columns.forEach((column, index) => {
-        const text = columnText(values[index] ?? null, column, decimals[index]!);
-        element.append(h("td", { class: column.kind === "number" ? "number" : text.length > 40 ? "words" : "" }, text));
+    const [room, length] = row.failure === null ? [0, 0] : roomIn(row, columns);
+    columns.forEach((column, at) => {
+        if (at === room && length > 0) element.append(h("td", { class: "words reason", colspan: length }, row.failure));
+        if (at >= room && at < room + length) return;
+        const text = cellText(row, column);
+        const kind = column.kind === "number" ? "number" : text.length > 40 ? "words" : "";
+        element.append(h("td", { class: kind, "data-label": headOf(column) }, text));
     });
     return element;
 }
@@ -137,7 +159,7 @@ class EyeDialog {
     private rows: Row[] = [];
     private index = 0;
 
-    constructor(private readonly report: TableDocument, private readonly columns: Column[], settings: EyeSettings) {
+    constructor(private readonly report: TableDocument, private readonly columns: ShownColumn[], settings: EyeSettings) {
         this.title = h("h2", { id: "dialog-title" });
         this.view = new EyeView(settings);
         this.panel = h("div", { class: "panel" });
@@ -170,10 +192,8 @@ class EyeDialog {
         const unitIntervalPs = row.unitIntervalPs ?? this.report.unitIntervalPs;
         this.title.textContent = row.label;
         this.view.show(eye, row.label, unitIntervalPs);
-        const values = this.columns.flatMap((column, at): [string, string][] => {
-            const value = row.values[at] ?? null;
-            return value === null ? [] : [[headOf(column), cellText(value, column)]];
-        });
+        const values = this.columns.filter((column) => valueOf(row, column) !== null)
+            .map((column): [string, string] => [headOf(column), cellText(row, column)]);
         this.panel.replaceChildren(eyeTable(eye, unitIntervalPs), h("h3", {}, "Row of the table"), quantityList(values));
         this.bathtub.show(eye.bathtub && {
             title: "Bathtub", xLabel: "time from the measuring phase", xUnit: "UI", yLabel: "bit error ratio", yUnit: "",
