@@ -78,7 +78,7 @@ function(tarnwick_report_bundle target)
         set(bundle ${CMAKE_CURRENT_BINARY_DIR}/report)
         set(installed ${CMAKE_CURRENT_BINARY_DIR}/report-packages.stamp)
         add_custom_command(OUTPUT ${installed}
-                           COMMAND ${TARNWICK_NPM} ci
+                           COMMAND ${TARNWICK_NPM} ci --ignore-scripts
                            COMMAND ${CMAKE_COMMAND} -E touch ${installed}
                            DEPENDS ${folder}/package.json ${folder}/package-lock.json
                            WORKING_DIRECTORY ${folder} VERBATIM)

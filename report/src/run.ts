@@ -233,7 +233,7 @@ function recordPlots({ clockPhase, spectrum, levels }: RunDocument): HTMLElement
             includeZero: true,
         }],
         ["spectrum", spectrum && {
-            title: "Spectrum about the symbol clock", xLabel: "frequency", xUnit: spectrum.frequencyUnit, yLabel: spectrum.quantity, yUnit: "dB",
+            title: `Spectrum: ${spectrum.quantity}`, xLabel: "frequency", xUnit: spectrum.frequencyUnit, yLabel: "magnitude", yUnit: "dB",
             lines: [lineOf("spectrum", spectrum.magnitudeDb, 0, { width: 1.2 })],
             markers: [
                 ...(spectrum.line === null ? [] : [{ axis: "x" as const, at: spectrum.line, label: `clock ${format.figure(spectrum.line, 6)} ${spectrum.frequencyUnit}` }]),

@@ -99,17 +99,32 @@ test("run: texts stay texts, and the command is there to copy", () => withReport
 
 test("run: the eye reads its density by pointer and by keys", () => withReport("run", {}, async (page) => {
     const { stages } = documentOf(join(folder, "run.html"));
-    const points = pointsOf(stages.at(-1).eye.density);
+    const { density } = stages.at(-1).eye;
+    const points = pointsOf(density);
+    // Nothing is drawn over the cells, and they fill the picture.
+    for (const name of ["Threshold", "Opening", "BER contour", "One voltage scale for all"]) await page.getByLabel(name).uncheck();
     const frame = page.locator(".eye-frame");
+    await frame.scrollIntoViewIfNeeded();
     const { width, height } = await frame.boundingBox();
+    const positions = [0.1, 0.31, 0.52, 0.7, 0.97].flatMap((x) => [0.05, 0.2, 0.35, 0.5, 0.65, 0.8].map((y) =>
+        ({ x: Math.round(x * width), y: Math.round(y * height) })));
+    const areBlack = await page.locator(".eye-picture").evaluate((canvas, at) => {
+        const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+        return at.map(({ x, y }) => data.slice(4 * (y * canvas.width + x), 4 * (y * canvas.width + x) + 4).join() === "16,16,24,255");
+    }, positions);
     let hits = 0;
-    for (const [x, y] of [[0.1, 0.5], [0.3, 0.4], [0.52, 0.3], [0.52, 0.62], [0.9, 0.5]]) {
-        await frame.hover({ position: { x: x * width, y: y * height } });
+    let [least, most] = [[Infinity, Infinity], [-Infinity, -Infinity]];
+    for (const [index, position] of positions.entries()) {
+        await frame.hover({ position });
         const reading = await readingOf(page.locator(".eye"));
         assert.equal(reading[2], hitsAt(points, reading));
+        assert.equal(areBlack[index], reading[2] === 0, `the picture at ${reading}`);
         hits += reading[2];
+        least = least.map((value, axis) => Math.min(value, reading[axis]));
+        most = most.map((value, axis) => Math.max(value, reading[axis]));
     }
     assert.ok(hits > 0);
+    assert.ok(least[0] < -0.9 && most[0] > 0.9 && most[1] - least[1] > 0.7 * (density.high - density.low));
     await frame.focus();
     const before = await readingOf(page.locator(".eye"));
     await page.keyboard.press("Shift+ArrowLeft");
