@@ -18,6 +18,7 @@ export function runPage(report: RunDocument): HTMLElement[] {
     const slider = h("input", { type: "range", min: 0, max: Math.max(stages.length - 1, 0), step: 1, "aria-label": "Stage" });
     const where = h("output", { class: "where" });
     const plots = stagePlots(report);
+    const plotSection = section("plots", "Responses, pulses and error ratio", h("div", { class: "plots" }, ...plots.roots));
     const rows = stages.map((stage, index) => stageRow(stage, index, settings, () => select(index)));
 
     let selected = -1;
@@ -36,6 +37,7 @@ export function runPage(report: RunDocument): HTMLElement[] {
         measured.replaceChildren(...(stage.eye ? [eyeTable(stage.eye, unitIntervalPs)] : []));
         about.replaceChildren(...stageLists(stage));
         plots.show(index);
+        plotSection.hidden = plots.roots.every((root) => root.hidden);
     };
     const previous = button("‹", () => select(selected - 1), { "aria-label": "Previous stage" });
     const next = button("›", () => select(selected + 1), { "aria-label": "Next stage" });
@@ -48,15 +50,16 @@ export function runPage(report: RunDocument): HTMLElement[] {
         select(selected + step);
     });
 
-    const eye = section("eye", "Eye behind each stage");
-    eye.append(h("div", { class: "stepper" }, previous, slider, next, where), eyeControls(settings, eye),
+    const several = stages.length > 1;
+    const eye = section("eye", several ? "Eye behind each stage" : "Eye");
+    eye.append(h("div", { class: "stepper", hidden: !several }, previous, slider, next, where), eyeControls(settings, eye),
         h("div", { class: "beside" }, h("div", {}, view.root, about), measured));
     select(stages.length - 1);
     return [
         origins(report.head),
         eye,
         stageTable(report, rows),
-        section("plots", "Filters and pulses", h("div", { class: "plots" }, ...plots.roots)),
+        plotSection,
         ...recordPlots(report),
     ];
 }
