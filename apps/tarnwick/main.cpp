@@ -10,6 +10,7 @@
 
 #include "commands/commands.h"
 #include "notes.h"
+#include "reports.h"
 #include "workbench/chain.h"
 #include "workbench/failure.h"
 
@@ -91,6 +92,7 @@ void IgnoreFileSizeSignal()
 int main(int argc, char** argv)
 {
     IgnoreFileSizeSignal();
+    Tarnwick::App::KeepCommandLine(argc, argv);
     try {
         CLI::App program("Filters pattern-locked captures of a sampling oscilloscope.", "tarnwick");
         program.set_version_flag("--version", "tarnwick " TARNWICK_VERSION);

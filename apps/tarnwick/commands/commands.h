@@ -26,6 +26,7 @@ void AddLock(CLI::App& command);
 void AddMeasure(CLI::App& command);
 void AddOptimise(CLI::App& command);
 void AddPresets(CLI::App& command);
+void AddReport(CLI::App& command);
 void AddResponse(CLI::App& command);
 void AddSimulate(CLI::App& command);
 void AddSweep(CLI::App& command);
