@@ -20,12 +20,6 @@ export function padded(value: number | null | undefined, digits = 4): string {
     return value.toFixed(Math.min(Math.max(decimals, 0), 8));
 }
 
-/** How many decimals figure() would show. */
-export function decimalsOf(value: number, digits: number): number {
-    const text = figure(value, digits);
-    return text.includes("e") || !text.includes(".") ? 0 : text.length - text.indexOf(".") - 1;
-}
-
 export function fixed(value: number | null | undefined, decimals: number): string {
     return value === null || value === undefined ? kNone : value.toFixed(decimals);
 }

@@ -24,7 +24,7 @@ export function compareValues(one: Row["values"][number], other: Row["values"][n
 interface ShownColumn extends Column {
     /** Among the values of a row. */
     index: number;
-    /** Points stand below each other: all have as many as the one that needs most. */
+    /** Points stand below each other: all have as many as the largest needs. */
     decimals: number;
     isKnown: boolean;
 }
@@ -36,8 +36,10 @@ function cellText(row: Row, column: ShownColumn): string {
     if (value === null) return format.kNone;
     if (typeof value === "string") return value;
     if (column.key === "ber") return format.ber(value);
-    const text = format.figure(value, kDigits);
-    return text.includes("e") ? text : value.toFixed(column.decimals);
+    // What is far smaller than the others would lose all its digits.
+    const isSmall = value !== 0 && Math.abs(value) < 10 ** (2 - column.decimals);
+    const text = format.figure(value, isSmall ? 3 : kDigits);
+    return isSmall && column.decimals > 0 || text.includes("e") ? text : value.toFixed(column.decimals);
 }
 
 const headOf = (column: Column): string => (column.unit === "" ? column.label : `${column.label} [${column.unit}]`);
@@ -47,8 +49,9 @@ export function tablePage(report: TableDocument): HTMLElement[] {
     // What no row knows is left out here, not in the file that is saved.
     const columns = report.columns.map((column, index): ShownColumn => {
         const known = rows.flatMap((row) => row.values[index] ?? []);
-        const decimals = known.reduce<number>((most, value) =>
-            typeof value === "number" ? Math.max(most, format.decimalsOf(value, kDigits)) : most, 0);
+        const largest = known.reduce<number>((most, value) => (typeof value === "number" ? Math.max(most, Math.abs(value)) : most), 0);
+        const isWhole = known.every((value) => typeof value !== "number" || Number.isInteger(value));
+        const decimals = isWhole || largest === 0 ? 0 : Math.min(Math.max(kDigits - 1 - Math.floor(Math.log10(largest)), 0), 12);
         return { ...column, index, decimals, isKnown: known.length > 0 };
     }).filter((column) => column.isKnown);
     const hasEyes = rows.some((row) => row.eye?.density);
