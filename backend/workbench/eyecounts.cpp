@@ -88,12 +88,14 @@ private:
     double high_ = 0.0;
 };
 
-}  // namespace
+// How a waveform is read where there are few samples in a UI. To make ready for it as a band-limited one takes longer than to count
+// a small eye, in which lines are as good.
+enum class Between { Lines, BandLimited };
 
-EyeCounts CountEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
-                   EyeGrid grid)
+EyeCounts Count(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range, EyeGrid grid,
+                Between between)
 {
-    constexpr std::size_t kBlock = std::size_t{1} << 16U;
+    constexpr std::size_t kBlock = std::size_t{1} << 18U;
     if (samples.size() < 2 ||
         !std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); }))
         return {};
@@ -101,7 +103,7 @@ EyeCounts CountEye(std::span<const double> samples, double samplesPerUi, double 
     double step = std::min(1.0, samplesPerUi / kValuesPerUi);
     double first = kReach;
     double last = static_cast<double>(samples.size()) - 1.0 - kReach;
-    if (step == 1.0 || samplesPerUi < kFewestSamplesPerUi || last - first < samplesPerUi) {
+    if (between == Between::Lines || step == 1.0 || samplesPerUi < kFewestSamplesPerUi || last - first < samplesPerUi) {
         step = 1.0;
         first = 0.0;
         last = static_cast<double>(samples.size()) - 1.0;
@@ -123,6 +125,14 @@ EyeCounts CountEye(std::span<const double> samples, double samplesPerUi, double 
     for (auto row = counts.hits.begin(); row != counts.hits.end(); row += static_cast<std::ptrdiff_t>(grid.columns))
         std::copy_n(row, half, row + static_cast<std::ptrdiff_t>(half));
     return counts;
+}
+
+}  // namespace
+
+EyeCounts CountEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
+                   EyeGrid grid)
+{
+    return Count(samples, samplesPerUi, phaseUi, range, grid, Between::BandLimited);
 }
 
 EyeGrid GridForReport(std::size_t eyes, std::size_t traces)
@@ -155,7 +165,7 @@ void RowEyes::Add(const std::string& row, double figure, const EyeReport& report
     constexpr std::size_t kMostSmallRows = 100;
     if (grid.rows > kMostSmallRows)
         grid = {static_cast<std::size_t>(kColumnsPerRow * kMostSmallRows), kMostSmallRows};
-    Eye eye{figure, report, CountEye(samples, samplesPerUi, report.phaseUi, RangeOf(samples), grid)};
+    Eye eye{figure, report, Count(samples, samplesPerUi, report.phaseUi, RangeOf(samples), grid, Between::Lines)};
     eye.report.bathtub.clear();
     const std::lock_guard lock(mutex_);
     eyes_.insert_or_assign(row, std::move(eye));
