@@ -14,6 +14,7 @@
 #include "console.h"
 #include "notes.h"
 #include "program.h"
+#include "reports.h"
 #include "workbench/chain.h"
 #include "workbench/failure.h"
 
@@ -83,6 +84,7 @@ int main(int argc, char** argv)
     try {
         Tarnwick::App::PrepareStreams();
         const std::vector<std::string> arguments = Tarnwick::App::ArgumentsAsUtf8(argc, argv);
+        Tarnwick::App::KeepCommandLine(arguments);
         const auto made = Tarnwick::App::MakeProgram();
         CLI::App& program = *made;
         try {

@@ -159,6 +159,8 @@ void Fill(BatchRow& row, const BatchInput& input, const BatchJob& job)
     row[Column::Samples] = fmt::format("{}", written.count);
     if (input.picture)
         input.picture(job, result.valid.Of(result.samples), record.eyes.samplesPerUi, eyes);
+    if (input.measured && !eyes.eyes.empty())
+        input.measured(job, result.valid.Of(result.samples), record.eyes.samplesPerUi, eyes);
     row[Column::Output] = job.name + kOutputEnding;
 }
 

@@ -83,6 +83,7 @@ struct BatchInput {
     bool whole = false;            ///< write the ends of a single shot too
     std::filesystem::path folder;  ///< that takes the outputs; exists
     BatchPicture picture = {};     ///< called on any thread; empty: none. A capture without eyes fails when it is set
+    BatchPicture measured = {};    ///< called on any thread with the eyes of captures that have some; empty: none
     std::uint64_t chainChecksum = 0;  ///< BatchChecksum
     unsigned threads = 0;             ///< 0: as many as there are processors
 };

@@ -26,8 +26,9 @@ struct EyeSettings {
     bool circular = true;                 ///< the record is whole periods, all of it valid; false: its ends are ends
     double targetBer = 1e-6;              ///< bit error ratio at which heights and contours are measured
     bool withBathtub = false;             ///< measure the error ratio at every phase too
-    bool holdsWaveform = true;  ///< false: it was taken at fewer than two samples per UI, which tell no widths
-    bool withPulses = false;    ///< of a chain: fit the pulse responses in front of and behind each stage that has taps
+    bool holdsWaveform = true;        ///< false: it was taken at fewer than two samples per UI, which tell no widths
+    bool bathtubOfEachStage = false;  ///< of a chain: behind every stage, not only behind the last
+    bool withPulses = false;  ///< of a chain: fit the pulse responses in front of and behind each stage that has taps
 };
 
 /// Whether the waveform is known between the symbols: its width, its bathtub and TDECQ ask for it.

@@ -152,7 +152,7 @@ public:
     const std::string& Name() const { return name_; }
 
     /// Fills in the figures of the trial's point.
-    void Measure(EqualiserTrial& trial)
+    void Measure(EqualiserTrial& trial, const OptimiserObserver& observer)
     {
         const PassingRecord record = Pass(trial.point, *InFrontOfFfe(trial.point), plan_.CountBeforeFfe(trial.point));
         EyeSettings eyes = eyes_;
@@ -168,6 +168,8 @@ public:
         trial.heightV = SmallestOf(report, &EyeOpening::height);
         trial.widthUi = SmallestWidthUi(report);
         trial.ber = report.ber;
+        if (observer.measured)
+            observer.measured(trial, report, eyes.valid->Of(record.samples), eyes.samplesPerUi);
     }
 
     /// One record is kept: that in front of the point's FFE.
@@ -394,7 +396,7 @@ private:
         std::optional<EqualiserTrial> worst;
         for (Bench& bench : benches_) {
             EqualiserTrial one{trial.point};
-            bench.Measure(one);
+            bench.Measure(one, observer_);
             if (benches_.size() > 1)
                 one.capture = bench.Name();
             if (!worst) {

@@ -6,12 +6,14 @@
 #include <functional>
 #include <limits>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "framework/export.h"
 #include "workbench/captures.h"
 #include "workbench/chain.h"
+#include "workbench/eye.h"
 #include "workbench/lock.h"
 #include "workbench/ranking.h"
 
@@ -60,6 +62,11 @@ struct OptimiserObserver {
     std::function<void(const EqualiserTrial& trial)> end;  ///< of those that were not known
     std::function<void(const std::string& note)> note;     ///< what was found of the capture, assumed or left out
     std::function<bool()> stop;                            ///< true: no further trial is begun
+    /// What a trial made of a capture, on any thread: its figure, its eyes, and the samples that are valid, from the start of a
+    /// UI on.
+    std::function<void(const EqualiserTrial& trial, const EyeReport& eye, std::span<const double> samples,
+                       double samplesPerUi)>
+        measured = {};
 };
 
 struct OptimiserResult {

@@ -22,15 +22,6 @@ using nlohmann::ordered_json;
 
 namespace {
 
-std::vector<std::size_t> BestFirst(const OptimiserResult& result)
-{
-    std::vector<std::size_t> order(result.trials.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b) { return result.trials[a].figure > result.trials[b].figure; });
-    return order;
-}
-
 std::string CtleText(const EqualiserPoint& point)
 {
     return point.ctle.empty() ? "none" : fmt::format("{} {:g}", point.ctle, point.gain);
@@ -64,6 +55,21 @@ EqualiserTrial TrialOf(const json& row)
 }
 
 }  // namespace
+
+std::string CaptionOf(const EqualiserPoint& point)
+{
+    return fmt::format("{}, FFE {}, DFE {}", point.ctle.empty() ? "no CTLE" : CtleText(point), point.ffeTaps,
+                       point.dfeTaps);
+}
+
+std::vector<std::size_t> BestFirst(const OptimiserResult& result)
+{
+    std::vector<std::size_t> order(result.trials.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return result.trials[a].figure > result.trials[b].figure; });
+    return order;
+}
 
 std::string OptimisedAsText(const OptimiserResult& result)
 {

@@ -1,6 +1,7 @@
 // What a search for the best equaliser has tried, as text, JSON and a table that a later search reads.
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
@@ -10,6 +11,12 @@
 #include "workbench/optimiser.h"
 
 namespace Tarnwick::DSO::Workbench {
+
+/// "peaking 4.5, FFE 5, DFE 0"
+TARNWICK_WORKBENCH_API std::string CaptionOf(const EqualiserPoint& point);
+
+/// The trials in the order of the reports, best first: indices.
+TARNWICK_WORKBENCH_API std::vector<std::size_t> BestFirst(const OptimiserResult& result);
 
 /// The trials, best first: a line each.
 TARNWICK_WORKBENCH_API std::string OptimisedAsText(const OptimiserResult& result);

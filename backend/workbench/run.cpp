@@ -199,7 +199,8 @@ double PassStage(Stage& stage, PassingRecord& record, const Chain& chain, const 
 }
 
 ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSettings& eyes, const std::string& name,
-                     const std::function<void(const std::string&)>& begin)
+                     const std::function<void(const std::string&)>& begin,
+                     const std::function<void(const StageReport&, std::span<const double>)>& end)
 {
     return RunChain(chain, std::vector<double>(record.begin(), record.end()), eyes, name, begin);
 }
@@ -214,19 +215,25 @@ ChainResult RunChain(Chain& chain, std::vector<double>&& record, const EyeSettin
     ChainResult result;
     PassingRecord passing = RecordOf(std::move(record), eyes);
     tell("capture");
+    const auto tellEnd = [&] {
+        if (end)
+            end(result.stages.back(), passing.samples);
+    };
     result.stages.push_back(Describe("capture", passing, eyes, eyes.withBathtub, chain));
+    tellEnd();
     for (Stage& stage : chain.Stages()) {
         tell(stage.name);
         const bool withPulses = eyes.withPulses && stage.taps;
         const std::vector<double> before = withPulses ? passing.samples : std::vector<double>();
         const ValidPart validBefore = passing.Valid(eyes.samplesPerUi);
         const double seconds = PassStage(stage, passing, chain, name);
-        const bool withBathtub = eyes.withBathtub && &stage == &chain.Stages().back();
+        const bool withBathtub = eyes.withBathtub && (eyes.bathtubOfEachStage || &stage == &chain.Stages().back());
         result.stages.push_back(Describe(stage.name, passing, eyes, withBathtub, chain, seconds));
         if (stage.findings)
             result.stages.back().findings = stage.findings(passing.samples, result.stages.back().eye.valid);
         if (withPulses)
             result.stages.back().taps = FigureOf(stage, {before, validBefore}, passing, result.stages.back().eye, eyes);
+        tellEnd();
     }
     result.samples = std::move(passing.samples);
     result.valid = result.stages.back().eye.valid;

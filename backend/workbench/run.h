@@ -82,10 +82,12 @@ struct ChainResult {
 ///                with pulse responses these are in front of and behind each stage that has taps
 /// @param name    the capture's, for messages
 /// @param begin   called with the name of each stage before it runs, "capture" first; may be empty
+/// @param end     called with what each stage has made; may be empty
 /// @throws UsageFailure  @throws DataFailure  as PassStage
-TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSettings& eyes,
-                                            const std::string& name,
-                                            const std::function<void(const std::string& stage)>& begin = {});
+TARNWICK_WORKBENCH_API ChainResult
+RunChain(Chain& chain, std::span<const double> record, const EyeSettings& eyes, const std::string& name,
+         const std::function<void(const std::string& stage)>& begin = {},
+         const std::function<void(const StageReport& report, std::span<const double> samples)>& end = {});
 
 /// The same; the record is taken, so that it is not held beside what becomes of it.
 TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::vector<double>&& record, const EyeSettings& eyes,

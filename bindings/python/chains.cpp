@@ -14,8 +14,10 @@
 #include "workbench/chain.h"
 #include "workbench/chaininput.h"
 #include "workbench/chainresponse.h"
+#include "workbench/htmlreport.h"
 #include "workbench/responsereport.h"
 #include "workbench/run.h"
+#include "workbench/runreport.h"
 #include "workbench/units.h"
 #include "workbench/waveform.h"
 
@@ -65,6 +67,24 @@ SharedResult Apply(const ChainFile& file, const Waveform& waveform, const std::s
     result->interval = input.interval;
     result->start = input.start;
     return result;
+}
+
+// As the program's report.
+// @param samples  of each capture's file; 0: not known
+void WriteReport(const ChainFile& file, const Waveform& waveform, const std::string& device, const std::string& name,
+                 const std::vector<std::string>& captures, std::size_t samples, const std::string& mask,
+                 const std::string& path)
+{
+    const std::string chain = std::filesystem::path(file.Name()).filename().string();
+    ReportHead head{name + " through " + chain, TARNWICK_VERSION, ReportDate(), "", {}, file, {}};
+    if (!mask.empty())
+        head.mask = ReadReportMask(mask);
+    for (const std::string& capture : captures)
+        head.captures.push_back(SourceOf(capture, samples > 0 ? std::optional(samples) : std::nullopt));
+    if (captures.empty())
+        head.captures.push_back({name, waveform.samples.size(), ""});
+    const RunReport report = RunForReport(file, waveform, FactsOf(ChainFile::FromText(device, name)), name);
+    WriteWhole(path, HtmlReport(report, head));
 }
 
 Eye EyeOf(const SharedResult& result, double targetBer, bool bathtub)
@@ -158,6 +178,8 @@ void BindChains(py::module_& module)
         .def("check", &CheckChain)
         .def("files", &FilesOf)
         .def("apply", &Apply, py::arg("waveform"), py::arg("device"), py::arg("name"), py::arg("pulses"), Released())
+        .def("report", &WriteReport, py::arg("waveform"), py::arg("device"), py::arg("name"), py::arg("captures"),
+             py::arg("samples"), py::arg("mask"), py::arg("path"), Released())
         .def("response", &ResponseOf);
 
     py::class_<Result, SharedResult>(module, "Result", "A capture behind a chain.")

@@ -26,7 +26,13 @@
 #include "outputs.h"
 #include "pictures/batchpicture.h"
 #include "progress.h"
+#include "reports.h"
+#include "workbench/eyecounts.h"
 #include "workbench/failure.h"
+#include "workbench/htmlreport.h"
+#include "workbench/ranking.h"
+#include "workbench/tablereport.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -45,6 +51,8 @@ struct Options {
     FactOptions facts;
     std::string folder;
     std::string results;
+    std::string report;
+    std::string mask;
     unsigned jobs = 0;
     bool eyes = false;
     bool whole = false;
@@ -94,6 +102,13 @@ void RequireOutputsApart(const Options& options, const Workbench::ChainFile& cha
             require("--output", BatchPictureFile(options.folder, job.name));
     }
     require("--results", options.results);
+    if (options.report.empty())
+        return;
+    require("--report", options.report);
+    for (const std::string& other : {options.results, options.mask})
+        if (!other.empty() && IsSameFile(options.report, other))
+            throw Workbench::UsageFailure(
+                fmt::format("--report: is {}, another file of this command; expected another", options.report));
 }
 
 void MakeFolder(const std::string& folder)
@@ -224,6 +239,23 @@ void PrintFailures(const Rows& rows)
         PrintNote(fmt::format("and {} more", count - kMostPrinted));
 }
 
+void WriteReport(const Options& options, const Rows& rows, const Workbench::RowEyes& eyes,
+                 const Workbench::ReportHead& head)
+{
+    std::vector<BatchRow> done;
+    for (const std::optional<BatchRow>& row : rows.ofJobs)
+        if (row)
+            done.push_back(*row);
+    Workbench::TableReport table = TableOf(done, eyes);
+    if (done.size() < rows.ofJobs.size())
+        table.notes.push_back(
+            fmt::format("The batch was interrupted: {} of {} captures have a row.", done.size(), rows.ofJobs.size()));
+    if (rows.kept > 0)
+        table.notes.push_back(fmt::format(
+            "{} of the captures were done before, by an earlier run: their eyes are not shown.", rows.kept));
+    Workbench::WriteWhole(options.report, HtmlReport(table, head));
+}
+
 void Run(Options options)
 {
     if (options.results.empty())
@@ -236,7 +268,17 @@ void Run(Options options)
                                 .folder = options.folder,
                                 .picture = options.eyes ? BatchPictureIn(options.folder) : nullptr,
                                 .threads = options.jobs};
+    Workbench::RowEyes eyes(plan.jobs.size(), Workbench::RowEyes::Keep::Worst);
+    if (!options.report.empty())
+        input.measured = [&](const BatchJob& job, std::span<const double> samples, double samplesPerUi,
+                             const Workbench::EyeReport& report) {
+            eyes.Add(job.capture, SmallestOf(report, &Workbench::EyeOpening::openingPercent), report, samples,
+                     samplesPerUi);
+        };
     input.chainChecksum = BatchChecksum(input);
+    const Workbench::ReportHead head =
+        HeadOf(fmt::format("Batch of {} captures through {}", plan.jobs.size(), FileNameOf(options.chain)), input.chain,
+               options.mask);
     RequireOutputsApart(options, input.chain, plan.jobs);
     PrintNotes(plan.notes);
     MakeFolder(options.folder);
@@ -251,6 +293,8 @@ void Run(Options options)
         table.Replace(rows.Table());
         isInterrupted = InterruptionWatch::IsInterrupted();
     }
+    if (!options.report.empty())
+        WriteReport(options, rows, eyes, head);
     const Summary summary = SummaryOf(rows);
     PrintReport(options.json ? AsJson(summary, rows, options.results) : AsText(summary, rows, options.results));
     PrintFailures(rows);
@@ -284,6 +328,8 @@ void AddBatch(const CommandLine& command)
     command
         .AddOption("--results", options->results, "Table with a row for each capture; left out: results.csv in FOLDER")
         .TypeName("FILE.csv");
+    AddReportOptions(command, options->report, options->mask,
+                     "Also write a page with the table and the eyes, of many captures the worst");
     command.AddOption("-j,--jobs", options->jobs, "Captures side by side; left out: as many as there are processors")
         .Check(WholeRange(1, 1024));
     command.AddFlag("--eyes", options->eyes, "Draw the eye behind the chain into NAME.png for each capture");

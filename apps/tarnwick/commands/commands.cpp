@@ -19,6 +19,8 @@ constexpr Command kCommands[] = {
      "chain.json capture.csv -o best.json --ffe-taps 5 --dfe-taps 3", AddOptimise},
     {"batch", "Run many captures through a chain, side by side, with a table of the results",
      "chain.json captures/*.csv -o filtered --eyes", AddBatch},
+    {"report", "Write a page with all figures, eyes and plots of a capture behind a chain, for any browser",
+     "chain.json capture.csv -o report.html", AddReport},
     {"response", "Show what the filters of a chain do to a spectrum", "chain.json -o response", AddResponse},
     {"presets", "List the presets of the CTLE", "--json", AddPresets},
     {"touchstone", "Show an S-parameter file, and where the de-embedding filter reads it otherwise than it is meant",

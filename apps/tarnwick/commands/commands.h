@@ -28,6 +28,7 @@ void AddManual(const CommandLine& command);
 void AddMeasure(const CommandLine& command);
 void AddOptimise(const CommandLine& command);
 void AddPresets(const CommandLine& command);
+void AddReport(const CommandLine& command);
 void AddResponse(const CommandLine& command);
 void AddSimulate(const CommandLine& command);
 void AddSweep(const CommandLine& command);

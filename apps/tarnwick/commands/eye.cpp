@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <fmt/format.h>
@@ -14,10 +15,15 @@
 #include "outputs.h"
 #include "pictures/bathtubplot.h"
 #include "pictures/eyeplot.h"
+#include "pictures/gnuplot.h"
 #include "progress.h"
+#include "reports.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
+#include "workbench/htmlreport.h"
 #include "workbench/lock.h"
+#include "workbench/runreport.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -29,8 +35,19 @@ struct Options {
     CaptureOptions capture;
     FactOptions facts;
     std::string prefix;
+    std::string report;
+    std::string mask;
     bool json = false;
 };
+
+// A chain without filters.
+void WriteReport(const Options& options, const Workbench::Waveform& capture, Workbench::ReportHead head)
+{
+    const auto chain = Workbench::ChainFile::FromText(R"({"filters": []})", "no chain");
+    head.captures = SourcesOf(options.capture, capture.samples.size());
+    Workbench::WriteWhole(options.report,
+                          HtmlReport(RunForReport(chain, capture, With(options.facts), NameOf(options.capture)), head));
+}
 
 void Draw(const Options& options, const Workbench::LockedCapture& locked, const Workbench::EyeReport& report)
 {
@@ -43,16 +60,32 @@ void Draw(const Options& options, const Workbench::LockedCapture& locked, const 
     }
 }
 
-void Run(const Options& options)
+void Run(Options options)
 {
     for (const char* const end : {".png", "-bathtub.png"})
         if (!options.prefix.empty())
             RequireApart("--output", options.prefix + end, {options.capture.name, options.capture.minus});
+    // Without gnuplot a page takes the place of the pictures.
+    const bool canDraw = !options.prefix.empty() && HasGnuplot();
+    if (!options.prefix.empty() && !canDraw) {
+        if (options.report.empty())
+            options.report = options.prefix + ".html";
+        PrintNote(
+            fmt::format("gnuplot, which draws the pictures, is missing (Debian: gnuplot-nox); {} has the eye and the "
+                        "bathtub instead",
+                        options.report));
+    }
+    RequireApart("--report", options.report, {options.capture.name, options.capture.minus, options.mask});
+    const Workbench::ReportHead head = HeadOf(FileNameOf(NameOf(options.capture)), std::nullopt, options.mask);
+    Workbench::Waveform capture;  // as read
     Workbench::LockedCapture locked;
     Workbench::EyeReport report;
     {
         Progress progress(3);
-        locked = ReadLocked(options.capture, With(options.facts), progress);
+        capture = ReadCaptureToLock(options.capture, progress);
+        locked = Lock(capture, With(options.facts), NameOf(options.capture));
+        if (options.report.empty())
+            capture = {};  // not held beside the record
         RequireLevels(locked.report, NameOf(options.capture));
         progress.Begin("eyes");
         Workbench::EyeSettings settings = EyeSettingsOf(locked);
@@ -61,8 +94,10 @@ void Run(const Options& options)
     }
     PrintNotes(locked.report.warnings);
     PrintReport(options.json ? EyeAsJson(locked, report) + "\n" : LockAsText(locked.report) + EyeAsText(report));
+    if (!options.report.empty())
+        WriteReport(options, capture, head);
     // Behind the table, which does not need gnuplot.
-    if (!options.prefix.empty())
+    if (canDraw)
         Draw(options, locked, report);
 }
 
@@ -74,6 +109,8 @@ void AddEye(const CommandLine& command)
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
     command.AddOption("-o,--output", options->prefix, "Draw PREFIX.png and PREFIX-bathtub.png").TypeName("PREFIX");
+    AddReportOptions(command, options->report, options->mask,
+                     "Write a page with the eye and all plots of the capture, for any browser");
     command.AddFlag("--json", options->json, "Print as JSON; null where nothing was found");
     command.OnRun([options] { Run(*options); });
 }

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,9 +18,13 @@
 #include "notes.h"
 #include "outputs.h"
 #include "progress.h"
+#include "reports.h"
+#include "workbench/eyecounts.h"
 #include "workbench/failure.h"
+#include "workbench/htmlreport.h"
 #include "workbench/optimiser.h"
 #include "workbench/optimiserreport.h"
+#include "workbench/tablereport.h"
 #include "workbench/waveform.h"
 
 namespace Tarnwick::App {
@@ -41,6 +46,8 @@ struct Options {
     std::string rank = NameOf(Workbench::RankBy::Opening);
     int ffeTaps = 5;
     int dfeTaps = 0;
+    std::string report;
+    std::string mask;
     bool json = false;
 };
 
@@ -66,13 +73,6 @@ void GoOnWith(const GrowingTable& table, Workbench::OptimiserInput& input)
         table.Replace(whole);
 }
 
-std::string CaptionOf(const Workbench::EqualiserPoint& point)
-{
-    return fmt::format("{}, FFE {}, DFE {}",
-                       point.ctle.empty() ? "no CTLE" : fmt::format("{} {:g}", point.ctle, point.gain), point.ffeTaps,
-                       point.dfeTaps);
-}
-
 void Run(const Options& options)
 {
     Workbench::ChainFile file(options.chain);
@@ -87,6 +87,15 @@ void Run(const Options& options)
             throw Workbench::UsageFailure(
                 fmt::format("--tried: is {}, as the best chain; expected another file", options.table));
     }
+    inputs.push_back(options.mask);
+    if (!options.report.empty()) {
+        RequireApart("--report", options.report, inputs);
+        for (const std::string& other : {options.output, options.table})
+            if (!other.empty() && IsSameFile(options.report, other))
+                throw Workbench::UsageFailure(
+                    fmt::format("--report: is {}, which is written too; expected another file", options.report));
+    }
+    Workbench::ReportHead head = HeadOf("Equalisers for " + FileNameOf(options.chain), file, options.mask);
     if (options.ffeTaps == 0 && options.dfeTaps == 0 && options.ctle == kNone)
         throw Workbench::UsageFailure("--ffe-taps: is 0, with no CTLE and no DFE; expected something to search");
     Workbench::OptimiserInput input{
@@ -96,13 +105,19 @@ void Run(const Options& options)
     GoOnWith(table, input);
     std::vector<std::string> notes;
     Workbench::OptimiserResult result;
+    Workbench::RowEyes eyes(Workbench::kMostTrials, Workbench::RowEyes::Keep::Best);
     {
         const InterruptionWatch watch;
         Progress progress(Workbench::kMostTrials);
         Workbench::OptimiserObserver observer;
-        observer.begin = [&](const Workbench::EqualiserPoint& point) { progress.Begin(CaptionOf(point)); };
+        observer.begin = [&](const Workbench::EqualiserPoint& point) { progress.Begin(Workbench::CaptionOf(point)); };
         observer.end = [&](const Workbench::EqualiserTrial& trial) { table.Add(TrialTableRow(trial)); };
         observer.note = [&](const std::string& note) { notes.push_back(note); };
+        if (!options.report.empty())
+            observer.measured = [&](const Workbench::EqualiserTrial& trial, const Workbench::EyeReport& eye,
+                                    std::span<const double> samples, double samplesPerUi) {
+                eyes.Add(Workbench::CaptionOf(trial.point), trial.figure, eye, samples, samplesPerUi);
+            };
         observer.stop = InterruptionWatch::IsInterrupted;
         result = Optimise(input, observer);
     }
@@ -111,6 +126,12 @@ void Run(const Options& options)
         PrintNote(fmt::format("interrupted: the best of {} trials is written", result.trials.size()));
     Workbench::WriteWhole(options.output, OptimisedChain(input, result.trials[result.best].point,
                                                          std::filesystem::path(options.output).parent_path()));
+    if (!options.report.empty()) {
+        head.captures = SourcesOf(options.captures, input.captures);
+        Workbench::TableReport report = TableOf(result, eyes);
+        report.notes = notes;
+        Workbench::WriteWhole(options.report, HtmlReport(report, head));
+    }
     PrintReport(options.json ? OptimisedAsJson(result, input.rank) + "\n" : OptimisedAsText(result));
 }
 
@@ -137,6 +158,7 @@ void AddOptimise(const CommandLine& command)
         .Check(OneOf(Workbench::RankNames()))
         .ShowDefault();
     command.AddOption("--tried", options->table, "Table of what was tried: written as it goes, and gone on with");
+    AddReportOptions(command, options->report, options->mask, "Also write a page with the table and the eyes");
     command.AddFlag("--json", options->json, "Print the trials as JSON, best first");
     command.Footer("Of several captures the worst counts: the chain is the best for all of them together. ");
     command.OnRun([options] { Run(*options); });

@@ -17,8 +17,13 @@
 #include "outputs.h"
 #include "pictures/contactsheet.h"
 #include "progress.h"
+#include "reports.h"
+#include "workbench/eyecounts.h"
 #include "workbench/failure.h"
+#include "workbench/htmlreport.h"
 #include "workbench/sweepreport.h"
+#include "workbench/tablereport.h"
+#include "workbench/waveform.h"
 
 namespace Tarnwick::App {
 
@@ -35,16 +40,36 @@ struct Options {
     std::vector<std::string> over;
     std::string prefix = "sweep";
     std::string rank = NameOf(Workbench::RankBy::Opening);
+    std::string report;
+    std::string mask;
     bool json = false;
 };
+
+void WriteReport(const Options& options, const SweepInput& input, const std::vector<SweepRun>& runs,
+                 const Workbench::RowEyes& eyes, Workbench::ReportHead head, const std::vector<std::string>& notes)
+{
+    head.captures = SourcesOf(options.captures, input.captures);
+    Workbench::TableReport table = TableOf(input.axes, runs, eyes);
+    table.notes = notes;
+    Workbench::WriteWhole(options.report, HtmlReport(table, head));
+}
 
 void Run(const Options& options)
 {
     std::vector<Workbench::SweepAxis> axes = Workbench::ReadSweepAxes(options.over);
     Workbench::ChainFile file(options.chain);
+    if (!options.report.empty()) {
+        std::vector<std::string> inputs = FilesOf(options.captures);
+        for (const std::string& name : FilesOf(file))
+            inputs.push_back(name);
+        inputs.insert(inputs.end(), {options.chain, options.mask, options.prefix + ".png"});
+        RequireApart("--report", options.report, inputs);
+    }
+    const Workbench::ReportHead head = HeadOf("Sweep of " + FileNameOf(options.chain), file, options.mask);
     const SweepInput input{std::move(file), ReadCaptures(options.captures), With(options.facts), std::move(axes),
                            *Workbench::RankOf(options.rank)};
     ContactSheet sheet(input.axes);
+    Workbench::RowEyes eyes(CombinationsOf(input.axes), Workbench::RowEyes::Keep::Best);
     std::vector<SweepRun> runs;
     std::vector<std::string> notes;
     {
@@ -54,7 +79,11 @@ void Run(const Options& options)
             progress.Begin(Workbench::CaptionOf(Workbench::ShortNamesOf(input.axes), values));
         };
         observer.end = [&](std::size_t run, const SweepRun& result, std::span<const double> samples,
-                           double samplesPerUi) { sheet.Add(run, result, samples, samplesPerUi); };
+                           double samplesPerUi) {
+            sheet.Add(run, result, samples, samplesPerUi);
+            if (!options.report.empty())
+                eyes.Add(Workbench::RowOf(run), result.figure, result.eye, samples, samplesPerUi);
+        };
         observer.note = [&](const std::string& note) { notes.push_back(note); };
         runs = Sweep(input, observer);
     }
@@ -65,6 +94,9 @@ void Run(const Options& options)
         throw Workbench::DataFailure(runs.front().error);
     }
     PrintReport(options.json ? SweepAsJson(input.axes, runs) + "\n" : SweepAsText(input.axes, runs));
+    // In front of the sheet, which needs gnuplot.
+    if (!options.report.empty())
+        WriteReport(options, input, runs, eyes, head, notes);
     const std::size_t count = input.captures.size();
     if (count > 1 && !sheet.HoldsAll())
         PrintNote(fmt::format(
@@ -96,6 +128,7 @@ void AddSweep(const CommandLine& command)
     command.AddOption("--rank", options->rank, "Figure that ranks the runs: of the smallest eye, or of all")
         .Check(OneOf(Workbench::RankNames()))
         .ShowDefault();
+    AddReportOptions(command, options->report, options->mask, "Also write a page with the table and the eyes");
     command.AddFlag("--json", options->json, "Print the runs as JSON, best first");
     command.Footer("Of several captures the worst counts for each setting. ");
     command.OnRun([options] { Run(*options); });

@@ -116,6 +116,11 @@ fs::path TemporaryBeside(const fs::path& path)
 
 }  // namespace
 
+bool HasGnuplot()
+{
+    return RunGnuplot("");
+}
+
 void DrawPng(const fs::path& path, int width, int height, const std::string& script)
 {
     const fs::path temporary = TemporaryBeside(path);

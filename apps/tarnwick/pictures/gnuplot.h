@@ -6,6 +6,9 @@
 
 namespace Tarnwick::App {
 
+/// Whether gnuplot is there.
+bool HasGnuplot();
+
 /// Draws a picture as a PNG file on a dark background.
 /// @param width, height  [pixels]
 /// @param script  gnuplot's commands, inline binary data among them; without those that set the terminal and the output

@@ -43,6 +43,7 @@ class Capture:
         self._core = core
         self.name = name
         self.device = device
+        self._files: list[str] = []  # that it was read from
         self.interval = core.interval
         self.start = core.start
         self.samples: NDArray[np.float64] = core.samples
@@ -155,7 +156,9 @@ def read(path: str | os.PathLike[str], *, minus: str | os.PathLike[str] | None =
         core = _core.read(name, other, skip_lines, str(column), _rate("read", sample_rate), scale)
     except ValueError as failure:  # the options are the program's, but for their spelling
         raise ValueError(re.sub(r"--([a-z-]+)", lambda match: match[1].replace("-", "_"), str(failure))) from None
-    return Capture(core, Path(name).name, DeviceConfiguration())
+    capture = Capture(core, Path(name).name, DeviceConfiguration())
+    capture._files = [file for file in (name, other) if file]
+    return capture
 
 
 def lock(samples: ArrayLike | Capture, *, coding: str = "", baud: float = 0.0, samples_per_ui: float = 0.0,
@@ -225,7 +228,9 @@ def lock(samples: ArrayLike | Capture, *, coding: str = "", baud: float = 0.0, s
         waveform = capture._core
     core = _lock(waveform, capture.name, known, codings, baud, samples_per_ui, pattern_length, spu, clock == "tracked",
                  loop_bandwidth, average)
-    return Capture(core, capture.name, _device_of(core))
+    locked = Capture(core, capture.name, _device_of(core))
+    locked._files = capture._files
+    return locked
 
 
 def simulate(*, coding: str = "PAM4", prbs: int = 13, symbols: str = "", baud: float = 26.5625, spu: float = 16.0,

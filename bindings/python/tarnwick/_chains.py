@@ -3,7 +3,7 @@ from __future__ import annotations
 
 import json
 import os
-from collections.abc import Mapping
+from collections.abc import Callable, Mapping
 from pathlib import Path
 from typing import Any
 
@@ -40,8 +40,9 @@ class Result:
         What was assumed or left out, for the user to read.
     """
 
-    def __init__(self, core: _core.Result, name: str) -> None:
+    def __init__(self, core: _core.Result, name: str, write: Callable[[str, str], None]) -> None:
         self._core = core
+        self._write = write
         self.name = name
         report = Record.from_json(core.report())
         first, count = core.valid
@@ -70,6 +71,36 @@ class Result:
             There are none: line coding or samples per UI are not known.
         """
         return self._core.eye(target_ber, bathtub)
+
+    def report(self, path: str | os.PathLike[str], *, mask: str | os.PathLike[str] = "") -> None:
+        """Writes a page with all figures, eyes and plots, which any browser opens: what ``tarnwick report`` writes.
+
+        The chain runs once more, and the eyes of every stage are measured at every phase.
+
+        Parameters
+        ----------
+        path : str or path
+            The page, complete or absent.
+        mask : str or path, optional
+            A JSON file of polygons [UI, V] that the page compares eyes with.
+
+        Raises
+        ------
+        ValueError
+            The page cannot be written, or the mask is none.
+
+        Examples
+        --------
+        >>> import pathlib, tempfile, tarnwick
+        >>> chain = tarnwick.Chain({"filters": [{"type": "bessel-thomson"}]})
+        >>> result = chain.apply(tarnwick.simulate(coding="NRZ", prbs=7, repetitions=4, noise=0.01))
+        >>> with tempfile.TemporaryDirectory() as folder:
+        ...     path = pathlib.Path(folder, "report.html")
+        ...     result.report(path)
+        ...     path.read_text().startswith("<!DOCTYPE html>")
+        True
+        """
+        self._write(os.fspath(path), os.fspath(mask))
 
     def __array__(self, dtype: Any = None) -> NDArray[Any]:
         return self.samples if dtype is None else self.samples.astype(dtype, copy=False)
@@ -236,7 +267,12 @@ class Chain:
         waveform = (core if isinstance(core, _core.Waveform) else
                     _core.waveform("Chain.apply", given.samples, given.interval, given.start))
         device = json.dumps({"device": given.device.to_dict(), "filters": []})
-        return Result(self._file.apply(waveform, device, given.name, pulses), given.name)
+
+        def write(path: str, mask: str) -> None:
+            self._file.report(waveform, device, given.name, given._files, 0 if given.is_locked else given.samples.size,
+                              mask, path)
+
+        return Result(self._file.apply(waveform, device, given.name, pulses), given.name, write)
 
     def response(self) -> Response:
         """What each filter, and the whole chain, does to an impulse; the device has to give rate, sampling and pattern length.

@@ -40,6 +40,21 @@ def test_a_chain_gives_what_the_program_gives(capture, folder, program):
     assert len(again.stages) == 4 and repr(again).startswith("Result('samples', ")
 
 
+def test_a_report_is_the_program_s(folder, program):
+    def document(page):
+        return json.loads(page.read_text().split('id="tarnwick-report">')[1].split("</script>")[0])
+    program("report", folder / "chain.json", folder / "shot.csv", "-o", folder / "printed.html")
+    printed = document(folder / "printed.html")
+    chain = tarnwick.Chain.from_json(folder / "chain.json")
+    chain.apply(tarnwick.read(folder / "shot.csv")).report(folder / "made.html")
+    made = document(folder / "made.html")
+    assert made["stages"] == printed["stages"] and made["warnings"] == printed["warnings"]
+    assert made["head"]["captures"][0]["sha256"] == printed["head"]["captures"][0]["sha256"]
+    assert made["head"]["command"] is None and made["head"]["version"] == printed["head"]["version"]
+    with pytest.raises(ValueError, match="none/made.html"):
+        chain.apply(tarnwick.lock(tarnwick.read(folder / "shot.csv"))).report(folder / "none" / "made.html")
+
+
 @pytest.mark.parametrize("capture", ["periodic.csv", "shot.csv"])
 def test_lock_and_measure_find_what_the_program_finds(capture, folder, program):
     printed = json.loads(program("lock", folder / capture, "-o", folder / "locked.npy", "--json"))
