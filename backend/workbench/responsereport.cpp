@@ -140,9 +140,7 @@ std::string ImpulseColumns(const ChainResponse& response)
 
 std::string ChannelColumns(const CorrectedChannel& channel)
 {
-    std::string text;
-    fmt::format_to(std::back_inserter(text),
-                   "frequency [Hz],measured [dB],target [dB],correction [dB],corrected [dB]\n");
+    std::string text("frequency [Hz],measured [dB],target [dB],correction [dB],corrected [dB]\n");
     for (std::size_t k = 0; k < channel.frequency.size(); ++k) {
         text += fmt::format("{}", channel.frequency[k]);
         for (const auto* column : {&channel.measured, &channel.target, &channel.correction, &channel.corrected})

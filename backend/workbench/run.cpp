@@ -202,11 +202,12 @@ ChainResult RunChain(Chain& chain, std::span<const double> record, const EyeSett
                      const std::function<void(const std::string&)>& begin,
                      const std::function<void(const StageReport&, std::span<const double>)>& end)
 {
-    return RunChain(chain, std::vector<double>(record.begin(), record.end()), eyes, name, begin);
+    return RunChain(chain, std::vector<double>(record.begin(), record.end()), eyes, name, begin, end);
 }
 
 ChainResult RunChain(Chain& chain, std::vector<double>&& record, const EyeSettings& eyes, const std::string& name,
-                     const std::function<void(const std::string&)>& begin)
+                     const std::function<void(const std::string&)>& begin,
+                     const std::function<void(const StageReport&, std::span<const double>)>& end)
 {
     const auto tell = [&](const std::string& stage) {
         if (begin)

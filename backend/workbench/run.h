@@ -90,9 +90,10 @@ RunChain(Chain& chain, std::span<const double> record, const EyeSettings& eyes, 
          const std::function<void(const StageReport& report, std::span<const double> samples)>& end = {});
 
 /// The same; the record is taken, so that it is not held beside what becomes of it.
-TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::vector<double>&& record, const EyeSettings& eyes,
-                                            const std::string& name,
-                                            const std::function<void(const std::string& stage)>& begin = {});
+TARNWICK_WORKBENCH_API ChainResult
+RunChain(Chain& chain, std::vector<double>&& record, const EyeSettings& eyes, const std::string& name,
+         const std::function<void(const std::string& stage)>& begin = {},
+         const std::function<void(const StageReport& report, std::span<const double> samples)>& end = {});
 
 /// The same of whole periods of the pattern that the chain's device describes.
 TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double> record, const std::string& name,

@@ -20,11 +20,11 @@
 #include "workbench/failure.h"
 #include "workbench/plumbing/base64.h"
 #include "workbench/plumbing/chainjson.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/sha256.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/symbols.h"
 #include "workbench/units.h"
-#include "workbench/plumbing/jsontext.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -260,7 +260,7 @@ ordered_json DefaultOf(const ChainKey& key)
 {
     if (!key.choices.empty() && !key.defaultValue.empty())
         return key.defaultValue;
-    const json value = JsonFrom(key.defaultValue, nullptr, false);
+    const json value = json::parse(key.defaultValue, nullptr, false);
     const bool isSet = value.is_boolean() || (value.is_number() && value != 0);
     return isSet && key.meaning.find("no effect") == std::string::npos ? Shown(value) : ordered_json();
 }
