@@ -89,7 +89,7 @@ int main(int argc, char** argv)
         CLI::App& program = *made;
         try {
             // Without the program's name and the last one first, as the parser wants them.
-            program.parse({arguments.rbegin(), std::prev(arguments.rend())});
+            program.parse(std::vector<std::string>(arguments.rbegin(), std::prev(arguments.rend())));
         } catch (const CLI::Success& help) {
             return program.exit(help);
         } catch (const CLI::ParseError& wrong) {

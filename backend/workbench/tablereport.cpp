@@ -34,7 +34,7 @@ Value ValueOf(const std::string& text)
 // A JSON text: numbers stay numbers.
 Value ValueOfJson(const std::string& text)
 {
-    const nlohmann::json value = JsonFrom(text, nullptr, false);
+    const nlohmann::json value = nlohmann::json::parse(text, nullptr, false);
     if (value.is_number())
         return value.get<double>();
     return value.is_string() ? value.get<std::string>() : text;
