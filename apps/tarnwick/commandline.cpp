@@ -1,6 +1,7 @@
 #include "commandline.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <utility>
@@ -99,10 +100,12 @@ Option CommandLine::AddOption(const std::string& names, Value& value, const std:
 }
 template Option CommandLine::AddOption(const std::string&, double&, const std::string&) const;
 template Option CommandLine::AddOption(const std::string&, std::int32_t&, const std::string&) const;
+template Option CommandLine::AddOption(const std::string&, std::uint32_t&, const std::string&) const;
 template Option CommandLine::AddOption(const std::string&, std::uint64_t&, const std::string&) const;
 template Option CommandLine::AddOption(const std::string&, std::string&, const std::string&) const;
 template Option CommandLine::AddOption(const std::string&, std::optional<double>&, const std::string&) const;
 template Option CommandLine::AddOption(const std::string&, std::optional<std::int32_t>&, const std::string&) const;
+template Option CommandLine::AddOption(const std::string&, std::optional<std::size_t>&, const std::string&) const;
 template Option CommandLine::AddOption(const std::string&, std::vector<double>&, const std::string&) const;
 template Option CommandLine::AddOption(const std::string&, std::vector<std::string>&, const std::string&) const;
 
