@@ -35,7 +35,7 @@ public:
     {
         double edge = NextEdge();
         for (std::size_t k = 0; k + 1 < values.size(); ++k) {
-            for (; edge <= static_cast<double>(k + 1); edge = NextEdge()) {
+            while (edge <= static_cast<double>(k + 1)) {
                 const double value = values[k] + (edge - static_cast<double>(k)) * (values[k + 1] - values[k]);
                 Extend(value);
                 if (hasBegun_)
@@ -44,6 +44,7 @@ public:
                 low_ = value;
                 high_ = value;
                 ++column_;
+                edge = NextEdge();
             }
             Extend(values[k + 1]);
         }

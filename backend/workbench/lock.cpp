@@ -262,8 +262,8 @@ std::vector<double> WidestLevels(const State& state)
     auto begin = static_cast<long long>(decision.phase) - static_cast<long long>(samplesPerUi / 2);
     for (const int symbol : decision.symbols) {
         const std::size_t first = begin < 0 ? static_cast<std::size_t>(-begin) : 0;
-        const auto left = static_cast<std::size_t>(
-            std::clamp<long long>(static_cast<long long>(samples.size()) - begin, 0, samplesPerUi));
+        const auto left = static_cast<std::size_t>(std::clamp<long long>(static_cast<long long>(samples.size()) - begin,
+                                                                         0, static_cast<long long>(samplesPerUi)));
         double* const sum = sums.data() + static_cast<std::size_t>(symbol) * samplesPerUi;
         double* const count = counts.data() + static_cast<std::size_t>(symbol) * samplesPerUi;
         const auto from = static_cast<std::size_t>(begin + static_cast<long long>(first));

@@ -437,6 +437,7 @@ std::vector<Demodulated> Demodulate(SquaredDerivative& derivative, std::span<con
             demodulator.Take(squared);
     });
     std::vector<Demodulated> lines;
+    lines.reserve(demodulators.size());
     for (Demodulator& demodulator : demodulators)
         lines.push_back(demodulator.Finish());
     return lines;

@@ -47,7 +47,7 @@ NoiseSplit NoiseSplitter::Of(const PhaseValues& phase)
     return split;
 }
 
-NoiseSplit NoiseSplitter::SplitByRepetitions(const PhaseValues& phase, std::size_t repetitions)
+NoiseSplit NoiseSplitter::SplitByRepetitions(const PhaseValues& phase, std::size_t repetitions) const
 {
     NoiseSplit split;
     split.byRepetitions = true;

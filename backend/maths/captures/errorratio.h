@@ -45,7 +45,7 @@ public:
 
 private:
     NoiseSplit SplitBySymbols(const PhaseValues& phase);
-    NoiseSplit SplitByRepetitions(const PhaseValues& phase, std::size_t repetitions);
+    NoiseSplit SplitByRepetitions(const PhaseValues& phase, std::size_t repetitions) const;
 
     std::vector<double> sent_;
     Wrapping wrapping_;

@@ -182,7 +182,7 @@ std::vector<LevelExtent> ExtentsOf(const EyeRecord& record, const AlignedSymbols
     const std::size_t last = range.first + range.count - 1;
     const bool wraps = record.wrapping == Wrapping::Circular;
     const auto levelOf = [&](std::size_t ui) { return static_cast<std::size_t>(symbols.levels[ui]); };
-    PhaseReader(record, std::move(positions)).ForEach(range, [&](std::size_t ui, const double* values) {
+    PhaseReader(record, positions).ForEach(range, [&](std::size_t ui, const double* values) {
         const std::size_t next = ui != last ? levelOf(ui + 1) : wraps ? levelOf(0) : levels;
         reaches[levelOf(ui) * (levels + 1) + next].Take(values);
     });
@@ -310,6 +310,7 @@ std::vector<Slice> SlicesAt(const EyeRecord& record, const AlignedSymbols& symbo
     std::vector<Slice> slices;
     for (std::size_t p = 0; p < positions.size(); ++p) {
         std::vector<double> counts;
+        counts.reserve(reaches.size());
         for (const Reach& reach : reaches)
             counts.push_back(reach.count);
         // At the ends of a record that does not wrap a position may have a UI that others have not.

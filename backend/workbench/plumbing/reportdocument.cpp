@@ -37,8 +37,9 @@ constexpr std::size_t kMostPoints = 600;        // of a curve: more are not seen
 constexpr double kPointsOfAllStages = 30000.0;  // of each kind of curve
 constexpr std::size_t kFewestPoints = 64;
 constexpr std::size_t kMostPointsOfCapture = 1200;
-constexpr std::size_t kLongestChain = 256 * 1024;  // [bytes] a pattern of a million symbols is not for reading
-constexpr double kUiBeforePeak = 5.0;              // of an impulse response that are shown
+constexpr std::size_t kLongestChain =
+    std::size_t{256} * 1024;           // [bytes] a pattern of a million symbols is not for reading
+constexpr double kUiBeforePeak = 5.0;  // of an impulse response that are shown
 constexpr double kUiBehindPeak = 15.0;
 
 ordered_json OrNull(double value)
@@ -61,7 +62,7 @@ ordered_json Rounded(double value)
 {
     char text[32];
     double rounded = value;
-    const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6).ptr;
+    const char* const end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6).ptr;
     std::from_chars(text, end, rounded);
     return OrNull(rounded);
 }

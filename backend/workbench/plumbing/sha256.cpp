@@ -71,8 +71,9 @@ Sha256Digest Sha256(std::string_view text)
     std::string end(rest);
     end += '\x80';
     end.resize((end.size() + kLength + kBlock - 1) / kBlock * kBlock, '\0');
+    const std::uint64_t bits = 8 * static_cast<std::uint64_t>(text.size());
     for (std::size_t k = 0; k < kLength; ++k)
-        end[end.size() - 1 - k] = static_cast<char>((std::uint64_t{text.size()} * 8) >> (8 * k));
+        end[end.size() - 1 - k] = static_cast<char>(bits >> (8 * k));
     for (std::size_t at = 0; at < end.size(); at += kBlock)
         AddBlock(state, end.data() + at);
     Sha256Digest digest{};
