@@ -31,7 +31,7 @@ double SecondsSince(Clock::time_point begin)
 
 int main(int count, char** arguments)
 {
-    const double budget = count > 1 ? std::atof(arguments[1]) : 0.2;
+    const double budget = count > 1 ? std::strtod(arguments[1], nullptr) : 0.2;
     const Length lengths[] = {{127, 16, 8},  {511, 16, 8},   {2047, 16, 8},  {2047, 32, 2}, {8191, 16, 2},
                               {8191, 32, 2}, {32767, 16, 2}, {65535, 16, 2}, {65535, 32, 2}};
     for (const auto& [patternLengthUi, samplesPerUi, repetitions] : lengths) {

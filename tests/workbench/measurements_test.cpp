@@ -65,7 +65,9 @@ std::vector<double> DrawnEye(const std::vector<double>& values, double valuesPer
     const double columnsPerValue = static_cast<double>(columns) / kEyeSpanUi / valuesPerUi;
     for (std::size_t k = 0; k + 1 < values.size(); ++k) {
         const double from = firstUi * static_cast<double>(columns) / 2.0 + static_cast<double>(k) * columnsPerValue;
-        for (double column = std::ceil(from); column < from + columnsPerValue; ++column) {
+        for (auto place = static_cast<std::size_t>(std::ceil(from));
+             static_cast<double>(place) < from + columnsPerValue; ++place) {
+            const auto column = static_cast<double>(place);
             const auto rowAt = [&](double part) {
                 const double value = values[k] + std::min(part, 1.0) * (values[k + 1] - values[k]);
                 return static_cast<std::size_t>((value - range.low) * static_cast<double>(rows - 1) /
@@ -76,7 +78,7 @@ std::vector<double> DrawnEye(const std::vector<double>& values, double valuesPer
             const double share = 1.0 / static_cast<double>(std::max(a, b) - std::min(a, b) + 1);
             for (std::size_t r = std::min(a, b); r <= std::max(a, b); ++r)
                 for (const std::size_t half : {std::size_t{0}, columns / 2})
-                    cells[r * columns + static_cast<std::size_t>(column) % (columns / 2) + half] += share;
+                    cells[r * columns + place % (columns / 2) + half] += share;
         }
     }
     const double most = *std::max_element(cells.begin(), cells.end());
