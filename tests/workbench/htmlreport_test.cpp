@@ -130,7 +130,7 @@ TEST(EyeCounts, TellWhatCrossesEachCell)
     // Few samples a UI are read between; a record is as many traces as UI, less what the reading needs at its ends.
     const EyeCounts between = CountEye(std::vector<double>(4000, 0.55), 4.0, 0.3, {0.0, 1.0}, {20, 10});
     for (std::size_t column = 0; column < 20; ++column)
-        EXPECT_NEAR(between.hits[std::size_t{5 * 20} + column], 1000 - 12, 1.0);
+        EXPECT_NEAR(between.hits[std::size_t{5} * 20 + column], 1000 - 12, 1.0);
     EXPECT_TRUE(CountEye(std::vector<double>(99, NAN), 4.0, 0.0, {0.0, 1.0}, {20, 10}).hits.empty());
 }
 
