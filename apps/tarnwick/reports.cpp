@@ -46,7 +46,7 @@ void KeepCommandLine(const std::vector<std::string>& arguments)
 {
     KeptCommandLine() = "tarnwick";
     for (std::size_t k = 1; k < arguments.size(); ++k)
-        KeptCommandLine() += " " + QuotedForShell(arguments[k]);
+        KeptCommandLine().append(" ").append(QuotedForShell(arguments[k]));
 }
 
 std::string CommandText()

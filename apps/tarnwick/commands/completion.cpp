@@ -25,13 +25,13 @@ std::string Replaced(std::string text, std::string_view what, std::string_view b
 // In single quotes for a shell of the Bourne family.
 std::string Quoted(const std::string& text)
 {
-    return "'" + Replaced(text, "'", "'\\''") + "'";
+    return fmt::format("'{}'", Replaced(text, "'", "'\\''"));
 }
 
 // In single quotes for fish.
 std::string FishQuoted(const std::string& text)
 {
-    return "'" + Replaced(Replaced(text, "\\", "\\\\"), "'", "\\'") + "'";
+    return fmt::format("'{}'", Replaced(Replaced(text, "\\", "\\\\"), "'", "\\'"));
 }
 
 std::vector<std::string> NamesOf(const std::vector<OptionText>& options)
@@ -105,11 +105,11 @@ std::string ZshOption(const OptionText& option)
     else if (!option.value.empty())
         value = option.isNumber ? ":number: " : ":file:_files";
     if (option.isArgument)
-        return Quoted((option.isRepeated ? "*" : "") + (value.empty() ? ":file:_files" : value));
+        return Quoted(fmt::format("{}{}", option.isRepeated ? "*" : "", value.empty() ? ":file:_files" : value));
     const bool isPair = option.names.size() > 1;
     const std::string names = isPair ? fmt::format("{{{}}}", fmt::join(option.names, ",")) : option.names.front();
     const std::string others = fmt::format("'({})'", fmt::join(option.names, " "));
-    return (option.isRepeated ? "'*'" : others) + names + Quoted("[" + help + "]" + value);
+    return fmt::format("{}{}{}", option.isRepeated ? "'*'" : others, names, Quoted(fmt::format("[{}]{}", help, value)));
 }
 
 std::string ForZsh(const ProgramText& program)
@@ -120,7 +120,7 @@ std::string ForZsh(const ProgramText& program)
         commands += fmt::format("                {}\n", Quoted(command.name + ":" + command.description));
         cases += fmt::format("                {})\n                    _arguments", command.name);
         for (const OptionText& option : command.options)
-            cases += " \\\n                        " + ZshOption(option);
+            cases += fmt::format(" \\\n                        {}", ZshOption(option));
         cases += "\n                    ;;\n";
     }
     return fmt::format(R"(#compdef tarnwick
@@ -163,7 +163,8 @@ std::string ForFish(const ProgramText& program)
                 continue;  // files, as fish completes by itself
             if (!option.isArgument)
                 for (const std::string& name : option.names)
-                    line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
+                    line += name.starts_with("--") ? fmt::format(" -l {}", name.substr(2))
+                                                   : fmt::format(" -s {}", name.substr(1));
             if (!option.choices.empty())
                 line += (option.isArgument ? " -f -a " : " -x -a ") + words;
             else if (!option.value.empty())
