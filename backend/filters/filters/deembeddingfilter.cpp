@@ -1,7 +1,6 @@
 #include "filters/filters/deembeddingfilter.h"
 
 #include <cmath>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <span>
@@ -154,8 +153,7 @@ double* DeEmbeddingFilter::Apply(SignalData* signal)
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as hosts declare it
 std::map<double, Complex> DeEmbeddingFilter::loadSparamFile(std::string fileName, PortOrderS4P portOrder)
 {
-    // As a path: on Windows too the name is UTF-8 then.
-    std::ifstream file(std::filesystem::path(fileName), std::ios::binary);
+    std::ifstream file(fileName, std::ios::binary);
     SystemFramework::LineReader lines(file);
     Maths::TouchstoneReader reader(Maths::KindOf(fileName), Maths::PairsOf(portOrder));
     while (const auto line = lines.Next())
