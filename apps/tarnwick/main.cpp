@@ -1,7 +1,6 @@
 // tarnwick: filters captures from the command line.
 #include <cstdio>
 #include <exception>
-#include <iterator>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -83,17 +82,15 @@ int main(int argc, char** argv)
 {
     try {
         Tarnwick::App::PrepareStreams();
-        const std::vector<std::string> arguments = Tarnwick::App::ArgumentsAsUtf8(argc, argv);
-        Tarnwick::App::KeepCommandLine(arguments);
+        Tarnwick::App::KeepCommandLine(argc, argv);
         const auto made = Tarnwick::App::MakeProgram();
         CLI::App& program = *made;
         try {
-            // Without the program's name and the last one first, as the parser wants them.
-            program.parse(std::vector<std::string>(arguments.rbegin(), std::prev(arguments.rend())));
+            program.parse(argc, argv);
         } catch (const CLI::Success& help) {
             return program.exit(help);
         } catch (const CLI::ParseError& wrong) {
-            Tarnwick::App::PrintNote(UsageText(program, wrong, arguments.size() > 1 ? arguments[1] : "") +
+            Tarnwick::App::PrintNote(UsageText(program, wrong, argc > 1 ? argv[1] : "") +
                                      "\nRun with --help for more information.");
             return kUsageStatus;
         }

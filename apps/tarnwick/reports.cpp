@@ -42,10 +42,10 @@ Workbench::ReportSource SourceOf(const std::string& name, std::size_t samples)
 
 }  // namespace
 
-void KeepCommandLine(const std::vector<std::string>& arguments)
+void KeepCommandLine(int count, const char* const* arguments)
 {
     KeptCommandLine() = "tarnwick";
-    for (std::size_t k = 1; k < arguments.size(); ++k)
+    for (int k = 1; k < count; ++k)
         KeptCommandLine().append(" ").append(QuotedForShell(arguments[k]));
 }
 

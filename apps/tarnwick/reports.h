@@ -15,7 +15,7 @@
 namespace Tarnwick::App {
 
 /// To be called once, before a command runs: reports name the command line that makes them again.
-void KeepCommandLine(const std::vector<std::string>& arguments);
+void KeepCommandLine(int count, const char* const* arguments);
 
 /// The command line with the program's plain name, quoted for a shell.
 std::string CommandText();

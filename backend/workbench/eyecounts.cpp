@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+#include "workbench/statistics.h"
+
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
@@ -97,8 +99,7 @@ EyeCounts Count(std::span<const double> samples, double samplesPerUi, double pha
                 Between between)
 {
     constexpr std::size_t kBlock = std::size_t{1} << 18U;
-    if (samples.size() < 2 ||
-        !std::all_of(samples.begin(), samples.end(), [](double sample) { return std::isfinite(sample); }))
+    if (samples.size() < 2 || !AreFinite(samples))
         return {};
     EyeCounts counts{grid.columns, grid.rows, range, std::vector<std::uint32_t>(grid.columns * grid.rows, 0)};
     double step = std::min(1.0, samplesPerUi / kValuesPerUi);
@@ -179,7 +180,7 @@ void RowEyes::Add(const std::string& row, double figure, const EyeReport& report
 }
 
 // Whether one that is kept matters less.
-bool RowEyes::IsToMakeWay(double figure)
+bool RowEyes::IsToMakeWay(double figure) const
 {
     return std::any_of(eyes_.begin(), eyes_.end(), [&](const auto& one) {
         return keep_ == Keep::Best ? one.second.figure < figure : one.second.figure > figure;

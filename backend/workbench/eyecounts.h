@@ -64,7 +64,7 @@ public:
     const Eye* Find(const std::string& row) const;
 
 private:
-    bool IsToMakeWay(double figure);
+    bool IsToMakeWay(double figure) const;
 
     std::size_t kept_;
     Keep keep_;
