@@ -95,17 +95,14 @@ void AddEyes(BatchRow& row, const EyeReport& report)
         return;
     std::vector<double> openings;
     std::vector<double> heights;
-    std::optional<double> heightAtBer = report.eyes.front().heightAtBer;
     for (const EyeOpening& eye : report.eyes) {
         openings.push_back(eye.openingPercent);
         heights.push_back(eye.height);
-        if (heightAtBer && eye.heightAtBer)
-            heightAtBer = std::min(*heightAtBer, *eye.heightAtBer);
     }
     row[Column::OpeningPercent] = TextOf(SmallestOf(report, &EyeOpening::openingPercent));
     row[Column::HeightV] = TextOf(SmallestOf(report, &EyeOpening::height));
-    row[Column::WidthUi] = TextOf(SmallestWidthUi(report));
-    row[Column::HeightAtBerV] = TextOf(heightAtBer);
+    row[Column::WidthUi] = TextOf(SmallestOf(report, &EyeOpening::widthUi));
+    row[Column::HeightAtBerV] = TextOf(SmallestOf(report, &EyeOpening::heightAtBer));
     row[Column::Q] = TextOf(SmallestOf(report, &EyeOpening::q));
     row[Column::OpeningsPercent] = fmt::format("{}", fmt::join(openings, " "));
     row[Column::HeightsV] = fmt::format("{}", fmt::join(heights, " "));

@@ -179,4 +179,15 @@ void ReadBetween(std::span<const double> samples, double first, double step, std
     resampler.At(samples, positions, values);
 }
 
+std::optional<ReadingGrid> GridBetween(std::size_t sampleCount, double samplesPerUi)
+{
+    constexpr double kReach = 24.0;  // [samples] that a value is made of, to either side
+    const double step = samplesPerUi / static_cast<double>(ReadingGrid::kValuesPerUi);
+    const double first = std::ceil(kReach / samplesPerUi) * samplesPerUi;
+    const double last = static_cast<double>(sampleCount) - 1.0 - kReach;
+    if (step >= 1.0 || samplesPerUi < kFewestSamplesPerUi || last - first < samplesPerUi)
+        return std::nullopt;
+    return ReadingGrid{first, step, static_cast<std::size_t>((last - first) / step)};
+}
+
 }  // namespace Tarnwick::DSO::Workbench

@@ -92,4 +92,16 @@ TARNWICK_WORKBENCH_API EyeReport MeasureEyes(std::span<const double> samples, do
 TARNWICK_WORKBENCH_API void ReadBetween(std::span<const double> samples, double first, double step,
                                         std::span<double> values);
 
+/// Where a picture of a waveform reads it between its samples, so that lines from value to value are not seen as such.
+struct ReadingGrid {
+    static constexpr std::size_t kValuesPerUi = 32;
+    double first;  ///< [samples] where a UI begins
+    double step;   ///< [samples]
+    std::size_t count;
+};
+
+/// Nothing: the samples are as many already, hold no waveform between the symbols, or are too few to be read between.
+/// @param samplesPerUi  of samples from the start of a UI on
+TARNWICK_WORKBENCH_API std::optional<ReadingGrid> GridBetween(std::size_t sampleCount, double samplesPerUi);
+
 }  // namespace Tarnwick::DSO::Workbench

@@ -10,8 +10,6 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-constexpr double kValuesPerUi = 32.0;   // lines between fewer would be seen as such
-constexpr double kReach = 24.0;         // [samples] that a value between samples is made of, to either side
 constexpr std::size_t kMostRows = 200;  // of an eye that is looked at by itself
 constexpr double kColumnsPerRow = 1.6;
 constexpr double kBytesOfAllEyes = 1.35e6;  // as they are coded; base64 makes four of three
@@ -91,50 +89,32 @@ private:
     double high_ = 0.0;
 };
 
-// How a waveform is read where there are few samples in a UI. To make ready for it as a band-limited one takes longer than to count
-// a small eye, in which lines are as good.
-enum class Between { Lines, BandLimited };
-
-EyeCounts Count(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range, EyeGrid grid,
-                Between between)
-{
-    constexpr std::size_t kBlock = std::size_t{1} << 18U;
-    if (samples.size() < 2 || !AreFinite(samples))
-        return {};
-    EyeCounts counts{grid.columns, grid.rows, range, std::vector<std::uint32_t>(grid.columns * grid.rows, 0)};
-    double step = std::min(1.0, samplesPerUi / kValuesPerUi);
-    double first = kReach;
-    double last = static_cast<double>(samples.size()) - 1.0 - kReach;
-    if (between == Between::Lines || step == 1.0 || samplesPerUi < kFewestSamplesPerUi || last - first < samplesPerUi) {
-        step = 1.0;
-        first = 0.0;
-        last = static_cast<double>(samples.size()) - 1.0;
-    }
-    const double firstUi = first / samplesPerUi - phaseUi;
-    Counter counter(counts, samplesPerUi / step, firstUi - std::floor(firstUi));
-    if (step == 1.0) {
-        counter.Add(samples);
-    } else {
-        const auto count = static_cast<std::size_t>((last - first) / step) + 1;
-        std::vector<double> values;
-        for (std::size_t begin = 0; begin + 1 < count; begin += kBlock) {
-            values.resize(std::min(kBlock + 1, count - begin));  // the last one begins the next block
-            ReadBetween(samples, first + static_cast<double>(begin) * step, step, values);
-            counter.Add(values);
-        }
-    }
-    const std::size_t half = grid.columns / 2;
-    for (auto row = counts.hits.begin(); row != counts.hits.end(); row += static_cast<std::ptrdiff_t>(grid.columns))
-        std::copy_n(row, half, row + static_cast<std::ptrdiff_t>(half));
-    return counts;
-}
-
 }  // namespace
 
 EyeCounts CountEye(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
                    EyeGrid grid)
 {
-    return Count(samples, samplesPerUi, phaseUi, range, grid, Between::BandLimited);
+    constexpr std::size_t kBlock = std::size_t{1} << 18U;
+    if (samples.size() < 2 || !AreFinite(samples))
+        return {};
+    EyeCounts counts{grid.columns, grid.rows, range, std::vector<std::uint32_t>(grid.columns * grid.rows, 0)};
+    const double firstUi = std::ceil(phaseUi) - phaseUi;  // of the start of any UI
+    if (const auto between = GridBetween(samples.size(), samplesPerUi)) {
+        Counter counter(counts, static_cast<double>(ReadingGrid::kValuesPerUi), firstUi);
+        std::vector<double> values;
+        for (std::size_t begin = 0; begin + 1 < between->count; begin += kBlock) {
+            values.resize(std::min(kBlock + 1, between->count - begin));  // the last one begins the next block
+            ReadBetween(samples, between->first + static_cast<double>(begin) * between->step, between->step, values);
+            counter.Add(values);
+        }
+    } else {
+        Counter counter(counts, samplesPerUi, firstUi);
+        counter.Add(samples);
+    }
+    const std::size_t half = grid.columns / 2;
+    for (auto row = counts.hits.begin(); row != counts.hits.end(); row += static_cast<std::ptrdiff_t>(grid.columns))
+        std::copy_n(row, half, row + static_cast<std::ptrdiff_t>(half));
+    return counts;
 }
 
 EyeGrid GridForReport(std::size_t eyes, std::size_t traces)
@@ -167,7 +147,7 @@ void RowEyes::Add(const std::string& row, double figure, const EyeReport& report
     constexpr std::size_t kMostSmallRows = 100;
     if (grid.rows > kMostSmallRows)
         grid = {static_cast<std::size_t>(kColumnsPerRow * kMostSmallRows), kMostSmallRows};
-    Eye eye{figure, report, Count(samples, samplesPerUi, report.phaseUi, RangeOf(samples), grid, Between::Lines)};
+    Eye eye{figure, report, CountEye(samples, samplesPerUi, report.phaseUi, RangeOf(samples), grid)};
     eye.report.bathtub.clear();
     const std::lock_guard lock(mutex_);
     eyes_.insert_or_assign(row, std::move(eye));

@@ -286,16 +286,13 @@ EyeImage ShadeEye(std::span<const double> samples, double samplesPerUi, double p
 EyeImage ShadeBetween(std::span<const double> samples, double samplesPerUi, double phaseUi, VoltageRange range,
                       std::size_t columns, std::size_t rows)
 {
-    constexpr std::size_t kValuesPerUi = 32;
-    constexpr double kReach = 24.0;  // [samples] that a value is made of, to either side
+    constexpr std::size_t kValuesPerUi = ReadingGrid::kValuesPerUi;
     constexpr std::size_t kBlock = std::size_t{1} << 18U;
-    const double step = std::min(1.0, samplesPerUi / static_cast<double>(kValuesPerUi));
-    const double first = std::ceil(kReach / samplesPerUi) * samplesPerUi;  // where a UI begins
-    const double last = static_cast<double>(samples.size()) - 1.0 - kReach;
-    if (step == 1.0 || samplesPerUi < kFewestSamplesPerUi || last - first < samplesPerUi || !AreFinite(samples))
+    const std::optional<ReadingGrid> grid = GridBetween(samples.size(), samplesPerUi);
+    if (!grid || !AreFinite(samples))
         return ShadeEye(samples, samplesPerUi, phaseUi, range, columns, rows);
-    TraceDrawing drawing(range, columns, rows, samplesPerUi / step);
-    const auto count = static_cast<std::size_t>((last - first) / step);
+    const auto& [first, step, count] = *grid;
+    TraceDrawing drawing(range, columns, rows, static_cast<double>(kValuesPerUi));
     std::size_t begin = 0;  // [values]
     if (samplesPerUi == std::floor(samplesPerUi) && drawing.CanAddWhole()) {
         const auto stride = static_cast<std::size_t>(samplesPerUi);

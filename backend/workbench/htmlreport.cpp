@@ -92,7 +92,7 @@ std::string PageOf(const ordered_json& document, const ReportHead& head, const s
     std::string page = fmt::format(
         "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
         "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; script-src '{}'; style-src '{}'; "
-        "img-src data:; base-uri 'none'; form-action 'none'\">\n"
+        "base-uri 'none'; form-action 'none'\">\n"
         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
         "<meta name=\"color-scheme\" content=\"light dark\">\n<meta name=\"generator\" content=\"tarnwick {}\">\n"
         "<title>{}</title>\n<style>",

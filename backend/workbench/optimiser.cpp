@@ -166,7 +166,7 @@ public:
             return;
         trial.openingPercent = SmallestOf(report, &EyeOpening::openingPercent);
         trial.heightV = SmallestOf(report, &EyeOpening::height);
-        trial.widthUi = SmallestWidthUi(report);
+        trial.widthUi = SmallestOf(report, &EyeOpening::widthUi);
         trial.ber = report.ber;
         if (observer.measured)
             observer.measured(trial, report, eyes.valid->Of(record.samples), eyes.samplesPerUi);

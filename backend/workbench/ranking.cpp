@@ -48,12 +48,12 @@ double SmallestOf(const EyeReport& report, double EyeOpening::*figure)
     return smallest;
 }
 
-std::optional<double> SmallestWidthUi(const EyeReport& report)
+std::optional<double> SmallestOf(const EyeReport& report, std::optional<double> EyeOpening::*figure)
 {
     std::optional<double> smallest;
     for (const EyeOpening& eye : report.eyes)
-        if (eye.widthUi)
-            smallest = std::min(smallest.value_or(*eye.widthUi), *eye.widthUi);
+        if (const std::optional<double>& value = eye.*figure)
+            smallest = std::min(smallest.value_or(*value), *value);
     return smallest;
 }
 
@@ -62,7 +62,7 @@ double FigureOf(const EyeReport& report, std::optional<double> tdecqDb, RankBy r
     switch (rank) {
         case RankBy::Opening: return SmallestOf(report, &EyeOpening::openingPercent);
         case RankBy::Height: return SmallestOf(report, &EyeOpening::height);
-        case RankBy::Width: return SmallestWidthUi(report).value_or(kNone);
+        case RankBy::Width: return SmallestOf(report, &EyeOpening::widthUi).value_or(kNone);
         case RankBy::Ber: return report.ber ? -*report.ber : kNone;
         case RankBy::Tdecq: return tdecqDb ? -*tdecqDb : kNone;
     }

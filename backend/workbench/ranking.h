@@ -32,7 +32,8 @@ TARNWICK_WORKBENCH_API double FigureOf(const EyeReport& report, std::optional<do
 /// The smallest over the eyes; -infinity without eyes.
 TARNWICK_WORKBENCH_API double SmallestOf(const EyeReport& report, double EyeOpening::*figure);
 
-/// The smallest width over the eyes [UI]; none without eyes, and where too few samples per UI tell none.
-TARNWICK_WORKBENCH_API std::optional<double> SmallestWidthUi(const EyeReport& report);
+/// The smallest over the eyes that have the figure; none where no eye has it.
+TARNWICK_WORKBENCH_API std::optional<double> SmallestOf(const EyeReport& report,
+                                                        std::optional<double> EyeOpening::*figure);
 
 }  // namespace Tarnwick::DSO::Workbench

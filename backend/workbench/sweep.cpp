@@ -377,7 +377,8 @@ std::size_t CombinationsOf(std::span<const SweepAxis> axes)
 
 bool IsBetter(const SweepRun& one, const SweepRun& other)
 {
-    return std::pair(one.figure, SmallestWidthUi(one.eye)) > std::pair(other.figure, SmallestWidthUi(other.eye));
+    return std::pair(one.figure, SmallestOf(one.eye, &EyeOpening::widthUi)) >
+           std::pair(other.figure, SmallestOf(other.eye, &EyeOpening::widthUi));
 }
 
 std::vector<std::size_t> Ranking(std::span<const SweepRun> runs)

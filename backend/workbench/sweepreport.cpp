@@ -89,7 +89,7 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
     for (const std::size_t index : Ranking(runs)) {
         const SweepRun& run = runs[index];
         text += fmt::format("{:>5}{}  {:>9}  {:>8}  {:>11}{}  {:<16}  {}{}\n", ++rank, columns(run), opening(run),
-                            WidthText(SmallestWidthUi(run.eye)), BerText(run.eye.ber), tdecq(run),
+                            WidthText(SmallestOf(run.eye, &EyeOpening::widthUi)), BerText(run.eye.ber), tdecq(run),
                             OpeningsText(run.eye), HeightsText(run.eye), capture(run));
     }
     for (const SweepRun& run : runs)
@@ -116,7 +116,7 @@ std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRu
         if (!run.eye.eyes.empty()) {
             entry["smallestOpeningPercent"] = SmallestOf(run.eye, &EyeOpening::openingPercent);
             entry["smallestHeight"] = SmallestOf(run.eye, &EyeOpening::height);
-            if (const auto width = SmallestWidthUi(run.eye))
+            if (const auto width = SmallestOf(run.eye, &EyeOpening::widthUi))
                 entry["smallestWidthUi"] = *width;
         }
         if (!run.capture.empty())

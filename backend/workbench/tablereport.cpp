@@ -40,15 +40,6 @@ Value ValueOfJson(const std::string& text)
     return value.is_string() ? value.get<std::string>() : text;
 }
 
-std::optional<double> SmallestHeightAtBer(const EyeReport& report)
-{
-    std::optional<double> smallest;
-    for (const EyeOpening& eye : report.eyes)
-        if (eye.heightAtBer)
-            smallest = std::min(smallest.value_or(*eye.heightAtBer), *eye.heightAtBer);
-    return smallest;
-}
-
 template <typename Rows, typename Holds>
 bool AnyOf(const Rows& rows, Holds holds)
 {
@@ -97,9 +88,10 @@ TableReport TableOf(std::span<const SweepAxis> axes, std::span<const SweepRun> r
         const auto smallest = [&](double EyeOpening::*figure) {
             return hasEyes ? ValueOf(std::optional(SmallestOf(run.eye, figure))) : Value();
         };
-        row.values.insert(row.values.end(), {smallest(&EyeOpening::openingPercent), smallest(&EyeOpening::height),
-                                             ValueOf(SmallestWidthUi(run.eye)), ValueOf(run.eye.ber),
-                                             ValueOf(SmallestHeightAtBer(run.eye)), ValueOf(run.eye.noiseRms)});
+        row.values.insert(row.values.end(),
+                          {smallest(&EyeOpening::openingPercent), smallest(&EyeOpening::height),
+                           ValueOf(SmallestOf(run.eye, &EyeOpening::widthUi)), ValueOf(run.eye.ber),
+                           ValueOf(SmallestOf(run.eye, &EyeOpening::heightAtBer)), ValueOf(run.eye.noiseRms)});
         if (hasTdecq)
             row.values.push_back(ValueOf(run.tdecqDb));
         if (areSeveral)

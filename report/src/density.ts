@@ -46,6 +46,16 @@ export function countsOf(density: Density): Uint32Array {
     return counts;
 }
 
+/** What is wrong with a density's counts; null: nothing. */
+export function faultOf(density: Density): string | null {
+    try {
+        countsOf(density);
+        return null;
+    } catch (error) {
+        return error instanceof Error ? error.message : String(error);
+    }
+}
+
 export interface Cell {
     column: number;
     row: number;

@@ -1,5 +1,5 @@
 // An eye on a canvas, drawn from its density, with axes, what was measured, a mask, and a cursor that reads the cells.
-import { type Cell, cell, cellAt, countsOf } from "./density";
+import { type Cell, cell, cellAt, countsOf, faultOf } from "./density";
 import type { Density, Eye, Mask, Point } from "./document";
 import { button, checkbox, h } from "./dom";
 import * as format from "./format";
@@ -73,6 +73,7 @@ function imageOf(density: Density, logarithmic: boolean): HTMLCanvasElement {
 
 /** The eye without axes, for lists. */
 export function drawSmall(canvas: HTMLCanvasElement, density: Density, logarithmic: boolean): void {
+    if (faultOf(density) !== null) return; // the large one says so
     const context = canvas.getContext("2d")!;
     context.imageSmoothingQuality = "high";
     context.drawImage(imageOf(density, logarithmic), 0, 0, canvas.width, canvas.height);
@@ -148,16 +149,20 @@ export class EyeView {
     }
 
     show(eye: Eye | null, title: string, unitIntervalPs: number | null): void {
-        this.eye = eye;
+        const fault = eye?.density ? faultOf(eye.density) : null;
+        this.eye = eye && fault !== null ? { ...eye, density: null } : eye;
         this.title = title;
         this.unitIntervalPs = unitIntervalPs;
-        const density = eye?.density ?? null;
+        const density = this.eye?.density ?? null;
         // The cursor stays where it is, so that stages compare at one point.
         this.cursor = density && this.cursor ? cellAt(density, this.cursor.ui, this.cursor.volt) : null;
         this.frame.hidden = density === null;
         this.draw();
         this.move(this.cursor);
-        if (!density) this.readout.textContent = "There is no picture of this eye.";
+        if (!density)
+            this.readout.textContent = fault === null
+                ? "There is no picture of this eye."
+                : `There is no picture of this eye: ${fault}. The file is damaged; its other figures may be, too.`;
     }
 
     private axes(): Axes | null {

@@ -134,6 +134,17 @@ test("run: the eye reads its density by pointer and by keys", () => withReport("
     assert.equal(moved[2], hitsAt(points, moved));
 }));
 
+test("run: damaged counts are told in place of an eye", () => {
+    const page = readFileSync(join(folder, "run.html"), "utf8");
+    const totals = /"total":\s*(\d+)/g;
+    writeFileSync(join(folder, "damaged.html"), page.replace(totals, (_, total) => `"total":${Number(total) + 1}`));
+    return withReport("damaged", {}, async (damaged) => {
+        assert.match(await damaged.locator(".eye .readout").first().textContent(), /^There is no picture of this eye: a density holds \d+ hits/);
+        assert.equal(await damaged.locator(".eye-frame").isVisible(), false);
+        assert.ok(await damaged.locator("table").first().isVisible());
+    });
+});
+
 test("run: slider, keys and rows step through the stages", () => withReport("run", {}, async (page) => {
     const { stages } = documentOf(join(folder, "run.html"));
     const picture = page.locator(".eye-picture");

@@ -169,7 +169,7 @@ TEST(EyeMeasure, PrintsNothingThatTheRecordDoesNotCarry)
         EXPECT_FALSE(eye.widthPs);
         EXPECT_TRUE(std::isinf(eye.q));
     }
-    EXPECT_FALSE(SmallestWidthUi(report));
+    EXPECT_FALSE(SmallestOf(report, &EyeOpening::widthUi));
     EXPECT_NE(EyeAsText(report).find("not known: fewer than 2 samples per UI"), std::string::npos);
 }
 
