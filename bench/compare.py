@@ -26,6 +26,8 @@ import scipy
 import scipy.fft
 import scipy.ndimage
 
+import figures
+
 DOUBLES = ctypes.POINTER(ctypes.c_double)
 
 
@@ -433,7 +435,7 @@ def main():
     parser.add_argument("shim")
     parser.add_argument("--program", help="tarnwick: time the whole program too")
     parser.add_argument("--quick", action="store_true", help="few lengths, few rounds")
-    parser.add_argument("--markdown", help="write the tables to this file too")
+    parser.add_argument("--markdown", help="write the tables to this file too, or to their place in a document")
     options = parser.parse_args()
     shim = load(options.shim)
     rounds = 3 if options.quick else 7
@@ -525,8 +527,7 @@ def main():
              f"Smaller is better; `!` marks a figure above its limit: {missed} of them.\n")
     print(text)
     if options.markdown:
-        with open(options.markdown, "w", encoding="utf-8") as out:
-            out.write(text)
+        figures.keep(options.markdown, text)
 
 
 if __name__ == "__main__":

@@ -9,6 +9,8 @@ import shlex
 import subprocess
 import sys
 
+import figures
+
 
 def times(command):
     """{(period, samples per UI, repetitions): (seconds, last sample)}"""
@@ -42,8 +44,8 @@ def main():
         lines.append(f"| {period}·{samples_per_ui} | {repetitions} | {here * 1e6:.0f} | {there / here:.2f} |")
     print("\n".join(lines))
     if options.markdown:
-        with open(options.markdown, "a", encoding="utf-8") as file:
-            file.write("\nThe Windows build under Wine, Bessel-Thomson, `Apply`:\n\n" + "\n".join(lines) + "\n")
+        figures.keep(options.markdown, "The Windows build under Wine, Bessel-Thomson, `Apply`:\n\n" + "\n".join(lines) + "\n",
+                     behind=True)
 
 
 if __name__ == "__main__":

@@ -16,6 +16,13 @@ namespace {
 constexpr int kCandidatesPerTap = 4;
 constexpr int kNarrowCandidates = 7;
 
+std::vector<long long> Distinct(std::vector<long long> lags)
+{
+    std::ranges::sort(lags);
+    lags.erase(std::ranges::unique(lags).begin(), lags.end());
+    return lags;
+}
+
 }  // namespace
 
 std::vector<int> TapDelays(int numberOfTaps, int samplesPerUi, int tapsPerUi)
@@ -48,7 +55,12 @@ std::optional<TapSolution> SolveTaps(std::span<const double> capture, std::span<
     const auto at = [](std::span<const int> delays, Eigen::Index k) -> long long {
         return delays[static_cast<std::size_t>(k)];
     };
+    std::vector<long long> lags;
+    for (Eigen::Index j = 0; j < taps; ++j)
+        for (Eigen::Index l = 0; l <= j; ++l)
+            lags.push_back(std::abs(at(tapDelays, j) - at(tapDelays, l)));
     StretchProducts itself(capture, capture, count);
+    itself.MakeReady(first, Distinct(lags));
     Eigen::MatrixXd normal(taps, taps);
     for (Eigen::Index j = 0; j < taps; ++j) {
         for (Eigen::Index l = 0; l <= j; ++l) {
@@ -64,7 +76,12 @@ std::optional<TapSolution> SolveTaps(std::span<const double> capture, std::span<
     if (!(pivots.minCoeff() > smallestShare * pivots.maxCoeff()))
         return std::nullopt;
 
+    lags.clear();
+    for (Eigen::Index k = 0; k < candidates; ++k)
+        for (Eigen::Index j = 0; j < taps; ++j)
+            lags.push_back(at(tapDelays, j) - at(referenceDelays, k));
     StretchProducts across(capture, reference, count);
+    across.MakeReady(first, Distinct(lags));
     Eigen::MatrixXd right(taps, candidates);
     for (Eigen::Index k = 0; k < candidates; ++k)
         for (Eigen::Index j = 0; j < taps; ++j)

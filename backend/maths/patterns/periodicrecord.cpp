@@ -7,20 +7,47 @@
 
 namespace Tarnwick::DSO::Maths {
 
+namespace {
+
+constexpr std::size_t kSums = 16;
+constexpr std::size_t kTogether =
+    1024;  // products of one lag before the next has its turn: both records stay in the cache
+
+/// A dot product that may be taken piece by piece, each but the last of a multiple of kSums values.
+class RunningDot {
+public:
+    void Add(const double* x, const double* y, std::size_t count)
+    {
+        // A copy is kept in registers.
+        std::array<double, kSums> sums = sums_;
+        std::size_t i = 0;
+        for (; i + kSums <= count; i += kSums)
+            for (std::size_t s = 0; s < kSums; ++s)
+                sums[s] += x[i + s] * y[i + s];
+        for (std::size_t s = 0; i < count; ++i, ++s)
+            sums[s] += x[i] * y[i];
+        sums_ = sums;
+    }
+    double Value() const
+    {
+        std::array<double, kSums> sums = sums_;
+        for (std::size_t half = kSums / 2; half > 0; half /= 2)
+            for (std::size_t s = 0; s < half; ++s)
+                sums[s] += sums[s + half];
+        return sums[0];
+    }
+
+private:
+    std::array<double, kSums> sums_{};
+};
+
+}  // namespace
+
 double Dot(const double* x, const double* y, std::size_t count)
 {
-    constexpr std::size_t kSums = 16;
-    std::array<double, kSums> sums{};
-    std::size_t i = 0;
-    for (; i + kSums <= count; i += kSums)
-        for (std::size_t s = 0; s < kSums; ++s)
-            sums[s] += x[i + s] * y[i + s];
-    for (std::size_t s = 0; i < count; ++i, ++s)
-        sums[s] += x[i] * y[i];
-    for (std::size_t half = kSums / 2; half > 0; half /= 2)
-        for (std::size_t s = 0; s < half; ++s)
-            sums[s] += sums[s + half];
-    return sums[0];
+    RunningDot dot;
+    dot.Add(x, y, count);
+    return dot.Value();
 }
 
 double SampleAt(std::span<const double> samples, double position)
@@ -46,6 +73,35 @@ double CircularDot(std::span<const double> x, std::span<const double> y, long lo
     const std::size_t start = WrappedIndex(lag, y.size());
     const std::size_t head = std::min(x.size(), y.size() - start);
     return Dot(x.data(), y.data() + start, head) + Dot(x.data() + head, y.data(), x.size() - head);
+}
+
+std::vector<double> CircularDots(std::span<const double> x, std::span<const double> y, std::span<const long long> lags)
+{
+    // The two stretches of y, and how much of x lies beside the first.
+    struct Lag {
+        std::size_t start;
+        std::size_t head;
+        std::array<RunningDot, 2> dots;
+    };
+    std::vector<Lag> sums;
+    sums.reserve(lags.size());
+    for (const long long lag : lags) {
+        const std::size_t start = x.empty() ? 0 : WrappedIndex(lag, y.size());
+        sums.push_back({start, std::min(x.size(), y.size() - start), {}});
+    }
+    for (std::size_t begin = 0; begin < x.size(); begin += kTogether)
+        for (Lag& lag : sums) {
+            // Pieces are counted from where their stretch begins, so that its sums are those of CircularDot.
+            if (begin < lag.head)
+                lag.dots[0].Add(&x[begin], &y[lag.start + begin], std::min(kTogether, lag.head - begin));
+            if (begin < x.size() - lag.head)
+                lag.dots[1].Add(&x[lag.head + begin], &y[begin], std::min(kTogether, x.size() - lag.head - begin));
+        }
+    std::vector<double> values;
+    values.reserve(sums.size());
+    for (const Lag& lag : sums)
+        values.push_back(lag.dots[0].Value() + lag.dots[1].Value());
+    return values;
 }
 
 double CircularDotInOrder(std::span<const double> x, std::span<const double> y, long long lag)
@@ -82,20 +138,30 @@ std::vector<double> WithoutMean(std::span<const double> values, std::size_t ends
     return result;
 }
 
+void StretchProducts::MakeReady(long long first, std::span<const long long> lags)
+{
+    const std::size_t n = x_.size();
+    const std::size_t start = count_ == n ? 0 : WrappedIndex(first, n);
+    const std::size_t head = std::min(count_, n - start);
+    std::vector<long long> fromStart(lags.begin(), lags.end());
+    for (long long& lag : fromStart)
+        lag += static_cast<long long>(start);
+    const std::vector<double> before = CircularDots(x_.subspan(start, head), y_, fromStart);
+    const std::vector<double> behind = CircularDots(x_.first(count_ - head), y_, lags);
+    for (std::size_t k = 0; k < lags.size(); ++k)
+        sums_[WrappedIndex(lags[k], n)] = {start, before[k] + behind[k]};
+}
+
 double StretchProducts::At(long long first, long long lag)
 {
     const std::size_t n = x_.size();
     const std::size_t shift = WrappedIndex(lag, n);
-    const auto [place, isNew] = sums_.try_emplace(shift);
-    Sum& sum = place->second;
-    if (isNew && count_ == n) {
-        sum.value = CircularDot(x_, y_, lag);
-    } else if (isNew) {
-        sum.first = WrappedIndex(first, n);
-        const std::size_t head = std::min(count_, n - sum.first);
-        sum.value = CircularDot(x_.subspan(sum.first, head), y_, static_cast<long long>(sum.first) + lag) +
-                    CircularDot(x_.first(count_ - head), y_, lag);
+    auto place = sums_.find(shift);
+    if (place == sums_.end()) {
+        MakeReady(first, {&lag, 1});
+        place = sums_.find(shift);
     }
+    const Sum& sum = place->second;
     if (count_ == n)
         return sum.value;
 

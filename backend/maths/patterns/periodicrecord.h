@@ -49,7 +49,11 @@ TARNWICK_FRAMEWORK_API double Dot(const double* x, const double* y, std::size_t 
 /// @param x  at most as many values as y, n
 TARNWICK_FRAMEWORK_API double CircularDot(std::span<const double> x, std::span<const double> y, long long lag);
 
-/// The same in one running sum in the order of x, for records of a sample a UI. The last bits differ from CircularDot's.
+/// CircularDot for each lag, to the same bits, in one pass over the records: for lags that lie close together or close to 0.
+TARNWICK_FRAMEWORK_API std::vector<double> CircularDots(std::span<const double> x, std::span<const double> y,
+                                                        std::span<const long long> lags);
+
+/// CircularDot in one running sum in the order of x, for records of a sample a UI. The last bits differ from CircularDot's.
 TARNWICK_FRAMEWORK_API double CircularDotInOrder(std::span<const double> x, std::span<const double> y, long long lag);
 
 /// The arithmetic mean, summed in order.
@@ -76,6 +80,9 @@ public:
     {
     }
     double At(long long first, long long lag);
+
+    /// Makes the products of all these lags ready in one pass over the records.
+    void MakeReady(long long first, std::span<const long long> lags);
 
 private:
     struct Sum {

@@ -60,6 +60,7 @@ TEST(PeriodicProducts, AreThoseOfTheirDefinitions)
         // Over a stretch of the rows, wherever the one before began.
         const std::size_t rows = (count + 1) / 2;
         StretchProducts products(x, y, rows);
+        products.MakeReady(1, std::vector<long long>{2, -1});
         for (const long long first : {0LL, 3LL, -2LL, static_cast<long long>(2 * count)}) {
             for (const long long lag : {0LL, 2LL, -1LL}) {
                 double dot = 0.0;
@@ -75,6 +76,16 @@ TEST(PeriodicProducts, AreThoseOfTheirDefinitions)
                             12.0 * rounding));
     }
     EXPECT_EQ(CircularDot({}, {}, 3), 0.0);
+    // Pieces of many lags in turn leave the same bits, be x as long as y or shorter.
+    const auto y = RandomValues(5000, 4);
+    const std::vector<long long> lags{0, 17, -5, 2500, 4999, -7000};
+    for (const std::size_t count : {std::size_t{0}, std::size_t{3001}, y.size()}) {
+        const auto x = RandomValues(count, 5);
+        std::vector<double> expected;
+        for (const long long lag : lags)
+            expected.push_back(CircularDot(x, y, lag));
+        EXPECT_TRUE(HaveSameBits(CircularDots(x, y, lags), expected)) << count;
+    }
     EXPECT_EQ(CircularDotInOrder({}, {}, 3), 0.0);
 }
 
