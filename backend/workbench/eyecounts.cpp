@@ -26,7 +26,8 @@ public:
           valuesPerColumn_(valuesPerUi / static_cast<double>(half_)),
           rowsPerVolt_(static_cast<double>(counts.rows) / (counts.range.high - counts.range.low)),
           firstColumn_(firstUi * static_cast<double>(half_)),
-          column_(static_cast<std::size_t>(std::ceil(firstColumn_)))
+          column_(static_cast<std::int64_t>(std::ceil(firstColumn_))),
+          place_((static_cast<std::size_t>(column_) + half_ - 1) % half_)
     {
     }
 
@@ -39,8 +40,9 @@ public:
                 const double value = values[k] + (edge - static_cast<double>(k)) * (values[k + 1] - values[k]);
                 Extend(value);
                 if (hasBegun_)
-                    Hit((column_ + half_ - 1) % half_);
+                    Hit(place_);
                 hasBegun_ = true;
+                place_ = place_ + 1 == half_ ? 0 : place_ + 1;
                 low_ = value;
                 high_ = value;
                 ++column_;
@@ -48,7 +50,7 @@ public:
             }
             Extend(values[k + 1]);
         }
-        before_ += values.size() - 1;
+        before_ += static_cast<std::int64_t>(values.size()) - 1;
     }
 
 private:
@@ -66,26 +68,28 @@ private:
 
     void Hit(std::size_t column)
     {
-        const double first = std::floor((low_ - counts_.range.low) * rowsPerVolt_);
-        const double last = std::floor((high_ - counts_.range.low) * rowsPerVolt_);
+        const double first = (low_ - counts_.range.low) * rowsPerVolt_;
+        const double last = (high_ - counts_.range.low) * rowsPerVolt_;
         const auto end = static_cast<double>(counts_.rows);
         if (last < 0.0 || first >= end)
             return;
-        const auto from = static_cast<std::size_t>(std::max(first, 0.0));
-        const auto to = static_cast<std::size_t>(std::min(last, end - 1.0));
-        for (std::size_t row = from; row <= to; ++row)
-            ++counts_.hits[row * counts_.columns + column];
+        const auto from = static_cast<std::int64_t>(std::max(first, 0.0));
+        const auto to = static_cast<std::int64_t>(std::min(last, end - 1.0));
+        std::size_t cell = static_cast<std::size_t>(from) * counts_.columns + column;
+        for (std::int64_t row = from; row <= to; ++row, cell += counts_.columns)
+            ++counts_.hits[cell];
     }
 
     EyeCounts& counts_;
     std::size_t half_;
     double valuesPerColumn_;
     double rowsPerVolt_;
-    double firstColumn_;      // of the first value, from the measuring phase of some UI
-    std::size_t column_;      // the next one that begins
-    std::size_t before_ = 0;  // values
-    bool hasBegun_ = false;   // the first column with all of its values
-    double low_ = 0.0;        // [V] of the column so far
+    double firstColumn_;       // of the first value, from the measuring phase of some UI
+    std::int64_t column_;      // the next one that begins
+    std::size_t place_;        // in a UI, of the one that ends there
+    std::int64_t before_ = 0;  // values
+    bool hasBegun_ = false;    // the first column with all of its values
+    double low_ = 0.0;         // [V] of the column so far
     double high_ = 0.0;
 };
 
