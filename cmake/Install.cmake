@@ -55,7 +55,7 @@ endif()
 install(EXPORT TarnwickFiltersTargets NAMESPACE Tarnwick:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/TarnwickFiltersConfig.cmake.in TarnwickFiltersConfig.cmake
                               INSTALL_DESTINATION ${package_dir})
-write_basic_package_version_file(TarnwickFiltersConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+write_basic_package_version_file(TarnwickFiltersConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TarnwickFiltersConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/TarnwickFiltersConfigVersion.cmake
         DESTINATION ${package_dir})

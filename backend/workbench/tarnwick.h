@@ -37,7 +37,7 @@ enum {
 /* A chain of filters for records of one length. */
 typedef struct tarnwick_chain tarnwick_chain; /* NOLINT(modernize-use-using): C has no other */
 
-/* The library's version, such as "0.1.0". Never null, never to be freed. */
+/* The library's version, such as "1.0.0". Never null, never to be freed. */
 TARNWICK_WORKBENCH_API const char* tarnwick_version(void);
 
 /* Makes a chain from the JSON text of a chain file and opens the files that it names.
