@@ -4,6 +4,8 @@ import re
 import sys
 from pathlib import Path
 
+from sphinx.ext.napoleon.docstring import GoogleDocstring
+
 here = Path(__file__).resolve().parent
 sys.path.insert(0, str(here))
 top = here.parent.parent
@@ -17,6 +19,9 @@ extensions = ["myst_parser", "breathe", "sphinx.ext.autodoc", "sphinx.ext.napole
 myst_enable_extensions = ["dollarmath"]
 myst_heading_anchors = 4
 suppress_warnings = ["myst.header"]  # a document may begin its sections at the third level: tables that the program prints
+exclude_patterns = ["keys/*"]        # included by others
+# What C++ names is nowhere declared in these pages where it is the standard library's, a namespace, or only declared forward.
+nitpick_ignore_regex = [("cpp:identifier", ".*"), ("py:class", "ndarray|float64|shape|n")]
 
 # Doxygen's XML, made by script/docs.
 breathe_projects = {"tarnwick": os.environ["TARNWICK_DOXYGEN"]}
@@ -29,6 +34,8 @@ autodoc_typehints = "none"  # signatures of the package are generated, docstring
 napoleon_google_docstring = False
 napoleon_use_rtype = False
 napoleon_use_param = False
+# A property's docstring is its description; napoleon would take what stands in front of a colon for a type.
+GoogleDocstring._consume_inline_attribute = lambda self: ("", self._consume_to_end())
 python_use_unqualified_type_names = True
 add_module_names = False
 

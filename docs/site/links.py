@@ -47,7 +47,8 @@ def main():
         for url in re.findall(r"url\(\s*['\"]?([^'\")]+)", path.read_text(encoding="utf-8")):
             if urlsplit(url).scheme not in ("", "data") or url.startswith("//"):
                 wrong.append(f"{path.relative_to(site)}: loads {url}")
-    print(*(f"docs: {each}" for each in wrong), sep="\n", file=sys.stderr)
+    for each in wrong:
+        print(f"docs: {each}", file=sys.stderr)
     if seen < 1000:
         sys.exit(f"docs: only {seen} links in {site}; is the search still right?")
     if wrong:

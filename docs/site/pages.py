@@ -1,9 +1,9 @@
 """Makes the pages of the site ready for Sphinx, and runs their samples.
 
-    pages.py TOP OUT PREFIX EACHFILTER
+    pages.py TOP OUT PREFIX EACHFILTER XML
 
 TOP is the project, OUT the folder for the pages, PREFIX where the project is installed, EACHFILTER the program of
-examples/eachfilter.cpp. Every `sh` and `python` block of a page runs, from top to bottom, in an empty folder that stands beside the
+examples/eachfilter.cpp, XML what doxygen made of the headers. Every `sh` and `python` block of a page runs, from top to bottom, in an empty folder that stands beside the
 page as NAME.run; a page shows the pictures that its samples leave there. Below a sample, a `text output` block takes what it
 printed. Anything else in a fence is refused: what is shown has been run.
 """
@@ -17,14 +17,15 @@ import subprocess
 import sys
 import traceback
 from pathlib import Path
+from xml.etree import ElementTree
 
 FENCE = re.compile(r"^```(\w+)([^\n]*)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 RUN = ("start.md", "captures.md", "filters/*.md", "howto/*.md")
 # A document that is read in the repository too: its commands begin at the top, and name the program in the build tree.
 ALSO_RUN = ("reports.md",)
 IN_BUILD_TREE = "build/release/apps/tarnwick/"
-# Of a header: not its macros and not its includes.
-SECTIONS = "innerclass enum typedef func var user-defined public-type public-func public-static-func public-attrib public-static-attrib protected-func"
+# Of a header, beside its classes: not its macros and not its includes.
+SECTIONS = "enum typedef func var user-defined"
 SECONDS = 120  # the longest that a sample may take
 
 
@@ -149,9 +150,27 @@ def introduction(header):
     return "\n".join(parts + ["```"] * formula)
 
 
-def write_references(top, out):
+def declared(xml):
+    """The directives for what each header declares, by its path: its classes, and what stands outside of them."""
+    for file in sorted(xml.glob("*_8h.xml")):
+        compound = ElementTree.parse(file).getroot().find("compounddef")
+        name = compound.find("location").get("file").partition("backend/")[2]
+        classes = [(each.text, each.get("refid")) for each in compound.findall("innerclass") if each.get("prot") == "public"]
+        names = {each for each, _ in classes}
+        directives = []
+        for each, refid in classes:
+            if each.rpartition("::")[0] not in names:  # those within others stand there
+                kind = "struct" if refid.startswith("struct") else "class"
+                directives.append(f"```{{doxygen{kind}}} {each}\n:members:\n:protected-members:\n:undoc-members:\n```\n")
+        if compound.find("sectiondef") is not None:
+            directives.append(f"```{{doxygenfile}} {name}\n:sections: {SECTIONS}\n```\n")
+        yield name, directives
+
+
+def write_references(top, out, xml):
     """A page for every public header: its introduction, and what doxygen reads in it."""
     (out / "reference" / "cpp").mkdir()
+    contents = dict(declared(xml))
     for layer, (title, text, patterns) in REFERENCES.items():
         rows, names = [], []
         for header in sorted(path for pattern in patterns for path in (top / "backend").glob(pattern)):
@@ -166,7 +185,7 @@ def write_references(top, out):
             rows.append(f"| [`{name}`](cpp/{page}.md) | {sentence} |")
             names.append(f"cpp/{page}")
             (out / "reference" / "cpp" / f"{page}.md").write_text(
-                f"# {name}\n\n{intro}\n\n```cpp\n#include \"{name}\"\n```\n\n```{{doxygenfile}} {name}\n:sections: {SECTIONS}\n```\n", encoding="utf-8")
+                "\n".join([f"# {name}\n", f"{intro}\n", f"```cpp\n#include \"{name}\"\n```\n", *contents[name]]), encoding="utf-8")
         table = "\n".join(["| header | what |", "|---|---|", *rows])
         toctree = "\n".join(["```{toctree}", ":hidden:", "", *names, "```"])
         (out / "reference" / f"cpp-{layer}.md").write_text(f"# {title}\n\n{text}\n\n{table}\n\n{toctree}\n", encoding="utf-8")
@@ -181,7 +200,7 @@ def commands():
 
 
 def main():
-    top, out, prefix, program = (Path(argument).resolve() for argument in sys.argv[1:5])
+    top, out, prefix, program, xml = (Path(argument).resolve() for argument in sys.argv[1:6])
     shutil.rmtree(out, ignore_errors=True)
     shutil.copytree(top / "docs", out, ignore=shutil.ignore_patterns("site"))
     shutil.copytree(top / "examples", out / "examples")
@@ -206,7 +225,7 @@ def main():
         if table:
             (out / "keys" / f"{name}.md").write_text(table + "\n", encoding="utf-8")
     (out / "keys" / "commands.md").write_text(commands(), encoding="utf-8")
-    write_references(top, out)
+    write_references(top, out, xml)
     shutil.copytree(top / "backend" / "workbench", out / "headers" / "workbench",
                     ignore=lambda folder, names: [name for name in names if name != "tarnwick.h"])
 
