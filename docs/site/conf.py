@@ -41,7 +41,8 @@ add_module_names = False
 
 html_theme = "sphinx_rtd_theme"
 html_theme_options = {"navigation_depth": 3, "collapse_navigation": True, "titles_only": True}
-html_static_path = [str(here / "site.css")]
+# Formulas need a font that knows how to set them, which few systems have.
+html_static_path = [str(here / "site.css"), "/usr/share/fonts/truetype/dejavu/DejaVuMathTeXGyre.ttf"]
 html_css_files = ["site.css"]
 html_title = f"Tarnwick Filters {release}"
 html_show_copyright = False
