@@ -5,6 +5,7 @@
 #include <exception>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <limits>
 #include <map>
 #include <span>
@@ -184,7 +185,7 @@ int main(int count, char** arguments)
         {"sirc", Corrected},
     };
     if (count != 3 || !filters.contains(arguments[1])) {
-        std::fputs("usage: eachfilter TYPE CAPTURE\n", stderr);
+        std::cerr << "usage: eachfilter TYPE CAPTURE\n";
         return 2;
     }
     try {
@@ -192,7 +193,7 @@ int main(int count, char** arguments)
         for (const double sample : filters.at(arguments[1])(device, ReadCapture(arguments[2])))
             std::printf("%.17g\n", sample);
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "eachfilter: %s\n", failure.what());
+        std::cerr << "eachfilter: " << failure.what() << '\n';
         return 1;
     }
 }
