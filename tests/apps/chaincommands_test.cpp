@@ -71,6 +71,10 @@ TEST(LockProgram, TakesAndGivesStreams)
     ASSERT_EQ(RunProgram(folder, "lock - -o -", "cat capture.csv | "), 0);
     EXPECT_EQ(folder.Read("out"), folder.Read("locked.csv"));
     EXPECT_NE(folder.Read("err").find(report), std::string::npos) << folder.Read("err");
+    ASSERT_EQ(RunProgram(folder, "apply chain.json capture.csv -o applied.csv"), 0);
+    ASSERT_EQ(RunProgram(folder, "apply chain.json capture.csv -o -"), 0);
+    EXPECT_EQ(folder.Read("out"), folder.Read("applied.csv"));
+    EXPECT_NE(folder.Read("err").find("eye open %"), std::string::npos) << folder.Read("err");
     ASSERT_EQ(RunProgram(folder,
                          "simulate -o - --prbs 7 --coding NRZ --baud 10 --spu 8 --repetitions 2 --amplitude 0.5 "
                          "--rise 0"),

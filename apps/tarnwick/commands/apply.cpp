@@ -209,8 +209,9 @@ void Apply(const Options& options)
     }
     stageNotes.Print(chain);
     const std::string lockText = input.acquisition ? LockAsText(*input.acquisition) + "\n" : "";
-    PrintReport(options.json ? ReportAsJson(result.stages, input.acquisition) + "\n"
-                             : lockText + TableOf(result.stages));
+    PrintReport(
+        options.json ? ReportAsJson(result.stages, input.acquisition) + "\n" : lockText + TableOf(result.stages),
+        options.output);
     // Behind the table, which does not need gnuplot.
     if (!options.eyePrefix.empty())
         DrawEyes(options, input, result);

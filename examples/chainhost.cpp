@@ -1,0 +1,33 @@
+// A host of the workbench: chainhost CHAIN CAPTURE runs a capture of which nothing is known through a chain file.
+#include <cstdio>
+#include <exception>
+#include <iostream>
+
+#include "workbench/workbench.h"
+
+using namespace Tarnwick::DSO::Workbench;
+
+int main(int count, char** arguments)
+{
+    if (count != 3) {
+        std::cerr << "usage: chainhost CHAIN CAPTURE\n";
+        return 2;
+    }
+    try {
+        const char* const name = arguments[2];
+        const Waveform capture = ReadCapture({name, "", {}});
+        const ChainInput input = InputFor(ChainFile(arguments[1]), capture, {}, name);  // locked, the device completed
+        for (const auto& note : input.notes)
+            std::printf("note: %s\n", note.c_str());
+        Chain chain(input.chain, input.samples.size());
+        const ChainResult result = RunChain(chain, input.samples, input.eyes, name);
+        for (const StageReport& stage : result.stages)
+            for (const EyeOpening& eye : stage.eye.eyes)
+                std::printf("%-16s eye of %+.4f V\n", stage.name.c_str(), eye.height);
+        std::printf("%zu samples, of which %zu are valid\n", result.samples.size(),
+                    result.valid.Of(result.samples).size());
+    } catch (const std::exception& failure) {
+        std::cerr << "chainhost: " << failure.what() << '\n';
+        return 1;
+    }
+}
