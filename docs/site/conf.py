@@ -26,7 +26,6 @@ nitpick_ignore_regex = [("cpp:identifier", ".*"), ("py:class", "ndarray|float64|
 # Doxygen's XML, made by script/docs.
 breathe_projects = {"tarnwick": os.environ["TARNWICK_DOXYGEN"]}
 breathe_default_project = "tarnwick"
-breathe_domain_by_file_pattern = {"*/workbench/tarnwick.h": "c"}
 breathe_show_include = False
 
 autodoc_member_order = "bysource"
