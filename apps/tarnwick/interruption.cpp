@@ -3,6 +3,10 @@
 #include <atomic>
 #include <csignal>
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 namespace Tarnwick::App {
 
 namespace {
@@ -32,8 +36,13 @@ bool InterruptionWatch::IsInterrupted()
 
 void EndInterrupted()
 {
+#if defined(_WIN32)
+    // By which command files know; what raise would end with is an ordinary failure.
+    ExitProcess(STATUS_CONTROL_C_EXIT);
+#else
     (void)std::signal(SIGINT, SIG_DFL);
     (void)std::raise(SIGINT);
+#endif
 }
 
 }  // namespace Tarnwick::App

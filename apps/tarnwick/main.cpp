@@ -78,8 +78,16 @@ std::string UsageText(const CLI::App& program, const CLI::ParseError& wrong, con
 
 }  // namespace
 
+#if defined(_WIN32)
+// The arguments as Windows has them: those of main have lost what the code page does not know.
+int wmain(int argc, wchar_t** wideArgv)
+{
+    const Tarnwick::App::Utf8Arguments arguments(argc, wideArgv);
+    const char* const* const argv = arguments.Get();
+#else
 int main(int argc, char** argv)
 {
+#endif
     try {
         Tarnwick::App::PrepareStreams();
         Tarnwick::App::KeepCommandLine(argc, argv);

@@ -1,9 +1,11 @@
 #include "outputs.h"
 
 #include <cstdio>
+#include <filesystem>
 
 #include <fmt/format.h>
 
+#include "framework/filenames.h"
 #include "workbench/failure.h"
 #include "workbench/waveform.h"
 
@@ -34,7 +36,7 @@ void PrintReport(const std::string& report, const std::string& output)
 void RequireRecordName(const std::string& output)
 {
     if (output != kStandardStream)
-        DSO::Workbench::RequireWaveformName(output);
+        DSO::Workbench::RequireWaveformName(DSO::PathOf(output));
 }
 
 void WriteRecord(const std::string& output, std::span<const double> samples, double interval, double start)
@@ -42,25 +44,27 @@ void WriteRecord(const std::string& output, std::span<const double> samples, dou
     if (output == kStandardStream)
         Print(DSO::Workbench::WaveformAsCsv(samples, interval, start), stdout, "standard output");
     else
-        DSO::Workbench::WriteWaveform(output, samples, interval, start);
+        DSO::Workbench::WriteWaveform(DSO::PathOf(output), samples, interval, start);
 }
 
-bool IsSameFile(const fs::path& one, const fs::path& other)
+bool IsSameFile(const std::string& one, const std::string& other)
 {
+    const fs::path onePath = DSO::PathOf(one);
+    const fs::path otherPath = DSO::PathOf(other);
     std::error_code error;
-    if (fs::equivalent(one, other, error))
+    if (fs::equivalent(onePath, otherPath, error))
         return true;
-    const fs::path first = fs::weakly_canonical(fs::absolute(one, error), error);
-    const fs::path second = fs::weakly_canonical(fs::absolute(other, error), error);
+    const fs::path first = fs::weakly_canonical(fs::absolute(onePath, error), error);
+    const fs::path second = fs::weakly_canonical(fs::absolute(otherPath, error), error);
     return !first.empty() && first == second;
 }
 
-void RequireApart(const char* option, const fs::path& output, const std::vector<std::string>& inputs)
+void RequireApart(const char* option, const std::string& output, const std::vector<std::string>& inputs)
 {
     for (const std::string& input : inputs)
         if (output != kStandardStream && !input.empty() && IsSameFile(output, input))
             throw UsageFailure(
-                fmt::format("{}: is {}, which this command reads; expected another file", option, output.string()));
+                fmt::format("{}: is {}, which this command reads; expected another file", option, output));
 }
 
 }  // namespace Tarnwick::App

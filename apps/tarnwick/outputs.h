@@ -1,7 +1,6 @@
 // What a command leaves behind: its report on stdout, and files that must not be those that it reads.
 #pragma once
 
-#include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
@@ -24,10 +23,10 @@ void RequireRecordName(const std::string& output);
 void WriteRecord(const std::string& output, std::span<const double> samples, double interval = 0.0, double start = 0.0);
 
 /// Two names of one file; of those that do not exist yet, by the names.
-bool IsSameFile(const std::filesystem::path& one, const std::filesystem::path& other);
+bool IsSameFile(const std::string& one, const std::string& other);
 
 /// @param option  that names the output, for the message
 /// @throws UsageFailure  the output is one of the files that are read; standard output is none
-void RequireApart(const char* option, const std::filesystem::path& output, const std::vector<std::string>& inputs);
+void RequireApart(const char* option, const std::string& output, const std::vector<std::string>& inputs);
 
 }  // namespace Tarnwick::App

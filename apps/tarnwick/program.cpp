@@ -68,6 +68,7 @@ std::unique_ptr<CLI::App> MakeProgram()
         std::make_unique<CLI::App>("Filters pattern-locked captures of a sampling oscilloscope.", "tarnwick");
     program->set_version_flag("--version", fmt::format("tarnwick {}", tarnwick_version()));
     program->require_subcommand(1);
+    program->allow_windows_style_options(false);  // "/data/capture.npy" is a file everywhere
     for (const auto& [name, help, example, addOptions] : Commands()) {
         CLI::App* const command = program->add_subcommand(name, help);
         addOptions(CommandLine(*command));

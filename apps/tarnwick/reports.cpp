@@ -1,10 +1,10 @@
 #include "reports.h"
 
 #include <cctype>
-#include <filesystem>
 #include <string_view>
 #include <utility>
 
+#include "framework/filenames.h"
 #include "outputs.h"
 #include "workbench/tarnwick.h"
 
@@ -37,7 +37,7 @@ std::string QuotedForShell(const std::string& word)
 Workbench::ReportSource SourceOf(const std::string& name, std::size_t samples)
 {
     return name == kStandardStream ? Workbench::ReportSource{"standard input", samples}
-                                   : Workbench::SourceOf(name, samples);
+                                   : Workbench::SourceOf(DSO::PathOf(name), samples);
 }
 
 }  // namespace
@@ -75,7 +75,7 @@ Workbench::ReportHead HeadOf(const std::string& title, std::optional<Workbench::
     Workbench::ReportHead head{title, tarnwick_version(), Workbench::ReportDate(), CommandText(), {}, std::move(chain),
                                {}};
     if (!mask.empty())
-        head.mask = Workbench::ReadReportMask(mask);
+        head.mask = Workbench::ReadReportMask(DSO::PathOf(mask));
     return head;
 }
 
@@ -102,7 +102,7 @@ std::vector<Workbench::ReportSource> SourcesOf(const CapturesOptions& options,
 
 std::string FileNameOf(const std::string& path)
 {
-    return std::filesystem::path(path).filename().string();
+    return DSO::PathOf(path).filename().string();
 }
 
 }  // namespace Tarnwick::App

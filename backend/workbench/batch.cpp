@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "framework/filenames.h"
 #include "workbench/captures.h"
 #include "workbench/chaininput.h"
 #include "workbench/failure.h"
@@ -152,7 +153,7 @@ void Fill(BatchRow& row, const BatchInput& input, const BatchJob& job)
     const EyeReport& eyes = result.stages.back().eye;
     AddEyes(row, eyes);
     const ValidPart written = input.whole ? ValidPart{0, result.samples.size()} : result.valid;
-    WriteWaveform(input.folder / (job.name + kOutputEnding), written.Of(result.samples));
+    WriteWaveform(input.folder / PathOf(job.name + kOutputEnding), written.Of(result.samples));
     row[Column::Samples] = fmt::format("{}", written.count);
     if (input.picture)
         input.picture(job, result.valid.Of(result.samples), record.eyes.samplesPerUi, eyes);
@@ -186,8 +187,8 @@ BatchPlan PlanBatch(const std::vector<std::string>& captures)
         if (capture == "-")
             throw UsageFailure("batch: a capture is -, standard input; expected files");
         std::error_code error;
-        if (known.insert(fs::weakly_canonical(fs::absolute(capture, error), error)).second)
-            plan.jobs.push_back({capture, OutputName(fs::path(capture), 0)});
+        if (known.insert(fs::weakly_canonical(fs::absolute(PathOf(capture), error), error)).second)
+            plan.jobs.push_back({capture, OutputName(PathOf(capture), 0)});
         else
             plan.notes.push_back(capture + ": is given twice; it is run once");
     }
@@ -205,7 +206,7 @@ BatchPlan PlanBatch(const std::vector<std::string>& captures)
             for (const std::size_t k : jobs) {
                 if (jobs.size() == 1)
                     continue;
-                plan.jobs[k].name = OutputName(fs::path(plan.jobs[k].capture), ++folders[k]);
+                plan.jobs[k].name = OutputName(PathOf(plan.jobs[k].capture), ++folders[k]);
                 if (round >= kMostFolders)
                     plan.jobs[k].name += fmt::format("-{}", k + 1);
             }
@@ -218,7 +219,7 @@ std::uint64_t BatchChecksum(const BatchInput& input)
     Checksum sum;
     sum.Add(input.chain.Text());
     for (const std::string& file : FilesOf(WithoutDisabledFilters(input.chain)))
-        sum.Add(ReadWholeFile(file));
+        sum.Add(ReadWholeFile(PathOf(file)));
     const CaptureFacts& facts = input.facts;
     const WaveformOptions& reading = input.reading;
     sum.Add(fmt::format("\n{} {} {} {}\n{} {} {} {} {}", facts.symbolRateGBd, facts.samplesPerUi,
@@ -230,11 +231,12 @@ std::uint64_t BatchChecksum(const BatchInput& input)
 
 std::string BatchKey(const BatchInput& input, const std::string& capture)
 {
+    const fs::path file = Openable(PathOf(capture));
     std::error_code error;
-    const fs::file_time_type changed = fs::last_write_time(capture, error);
+    const fs::file_time_type changed = fs::last_write_time(file, error);
     if (error)
         return "";
-    const std::uintmax_t size = fs::file_size(capture, error);
+    const std::uintmax_t size = fs::file_size(file, error);
     Checksum sum;
     sum.Add(fmt::format("{} {} {}", input.chainChecksum, error ? 0 : size, changed.time_since_epoch().count()));
     return fmt::format("{:016x}", sum.Value());
@@ -314,7 +316,8 @@ bool IsUpToDate(const BatchRow& row, const BatchInput& input, const BatchJob& jo
 {
     std::error_code error;
     return row.IsDone() && row[Column::Output] == job.name + kOutputEnding && !row[Column::Key].empty() &&
-           row[Column::Key] == BatchKey(input, job.capture) && fs::exists(input.folder / row[Column::Output], error);
+           row[Column::Key] == BatchKey(input, job.capture) &&
+           fs::exists(Openable(input.folder / PathOf(row[Column::Output])), error);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "framework/filenames.h"
 #include "workbench/failure.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -15,9 +16,9 @@ namespace Tarnwick::DSO::Workbench {
 Waveform ReadCapture(const CaptureSource& source)
 {
     constexpr std::size_t kMostSamples = std::numeric_limits<std::int32_t>::max();
-    Waveform capture = ReadWaveform(source.name, source.options);
+    Waveform capture = ReadWaveform(PathOf(source.name), source.options);
     if (!source.minus.empty()) {
-        const Waveform minus = ReadWaveform(source.minus, source.options);
+        const Waveform minus = ReadWaveform(PathOf(source.minus), source.options);
         if (minus.samples.size() != capture.samples.size())
             throw DataFailure(fmt::format("{}: has {} samples; expected {}, as {} has", source.minus,
                                           minus.samples.size(), capture.samples.size(), source.name));

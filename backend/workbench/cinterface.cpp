@@ -14,6 +14,7 @@
 
 #include <fmt/format.h>
 
+#include "framework/filenames.h"
 #include "workbench/chain.h"
 #include "workbench/failure.h"
 #include "workbench/run.h"
@@ -109,7 +110,7 @@ int tarnwick_chain_create(const char* chain_json, const char* base_folder, size_
         RequireGiven(chain_json, kFunction, "chain_json");
         if (sample_count == 0 || sample_count > kMost)
             throw BadArgument(fmt::format("{}: sample_count is {}; expected 1 to {}", kFunction, sample_count, kMost));
-        const std::filesystem::path folder(base_folder != nullptr ? base_folder : "");
+        const std::filesystem::path folder = Tarnwick::DSO::PathOf(base_folder != nullptr ? base_folder : "");
         const auto file = Workbench::ChainFile::FromText(chain_json, (folder / "chain_json").string());
         *chain = new tarnwick_chain(file, sample_count);  // NOLINT(cppcoreguidelines-owning-memory): C owns it
     });

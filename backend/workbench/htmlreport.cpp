@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "framework/filenames.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
@@ -159,7 +160,7 @@ ReportSource SourceOf(const std::filesystem::path& file, std::optional<std::size
 {
     ReportSource source{file.string(), samples};
     std::error_code error;
-    if (std::filesystem::is_regular_file(file, error))
+    if (std::filesystem::is_regular_file(Openable(file), error))
         source.sha256 = HexOf(Sha256(ReadWholeFile(file)));
     return source;
 }

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "framework/filenames.h"
 #include "workbench/chaininput.h"
 #include "workbench/chainkeys.h"
 #include "workbench/failure.h"
@@ -449,11 +450,11 @@ std::string OptimisedChain(const OptimiserInput& input, const EqualiserPoint& po
     namespace fs = std::filesystem;
     json content = JsonOf(input.chain);
     content["filters"] = FilterPlan(input.chain).FiltersFor(point);
-    const fs::path from = fs::absolute(input.chain.Name()).parent_path();
+    const fs::path from = fs::absolute(PathOf(input.chain.Name())).parent_path();
     for (json& filter : content["filters"])
         for (const std::string& key : FileKeysOf(filter.value("type", "")))
             if (filter.contains(key) && filter[key].is_string()) {
-                const fs::path file = filter[key].get<std::string>();
+                const fs::path file = PathOf(filter[key].get<std::string>());
                 if (file.is_relative())
                     filter[key] = fs::relative(from / file, fs::absolute(folder)).generic_string();
             }

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "framework/filenames.h"
 #include "workbench/optimiserreport.h"
 #include "workbench/plumbing/jsontext.h"
 #include "workbench/ranking.h"
@@ -184,7 +185,7 @@ TableReport TableOf(std::span<const BatchRow> rows, const RowEyes& eyes)
         table.columns.push_back(described);
     for (const BatchRow& cells : rows) {
         TableReport::Row row;
-        row.label = std::filesystem::path(cells[BatchColumn::File]).filename().string();
+        row.label = PathOf(cells[BatchColumn::File]).filename().string();
         for (const auto& [column, described] : columns)
             row.values.push_back(described.isNumber ? ValueOf(cells.Number(column)) : ValueOf(cells[column]));
         if (!cells.IsDone())

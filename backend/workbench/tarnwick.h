@@ -5,8 +5,8 @@
  *         fprintf(stderr, "%s\n", tarnwick_last_error());
  *     tarnwick_chain_destroy(chain);
  *
- * Texts are UTF-8 and end in a zero byte; names of files, on Windows, are in the code page of the process, which its manifest
- * can make UTF-8. Voltages are in volts. No function throws, prints or ends the process.
+ * Texts are UTF-8, names of files too, and end in a zero byte. Voltages are in volts. No function throws, prints or ends the
+ * process.
  *
  * Errors: 0 is success, anything else a code of the enumeration below with a text that names the value and what was expected.
  * After an error nothing has changed: no array is written to, no chain exists that did not before.

@@ -17,6 +17,7 @@
 
 #include <fmt/format.h>
 
+#include "framework/filenames.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/gunzip.h"
 #include "workbench/plumbing/textcapture.h"
@@ -142,11 +143,12 @@ Waveform ReadNpy(const std::string& name, std::string_view content)
 // Straight from the file into the samples, where it holds them as they lie in memory.
 std::optional<Waveform> ReadNpyInPlace(const fs::path& path)
 {
+    const fs::path opened = Openable(path);
     std::error_code error;
-    if (!fs::is_regular_file(path, error))
+    if (!fs::is_regular_file(opened, error))
         return std::nullopt;
-    std::ifstream file(path, std::ios::binary);
-    const std::uintmax_t size = fs::file_size(path, error);
+    std::ifstream file(opened, std::ios::binary);
+    const std::uintmax_t size = fs::file_size(opened, error);
     std::string head(std::min<std::uintmax_t>(error ? 0 : size, kNpyHead), '\0');
     if (!file.read(head.data(), static_cast<std::streamsize>(head.size())))
         return std::nullopt;
@@ -259,7 +261,8 @@ void RequireRateAndScale(const WaveformOptions& options)
 void WriteParts(const fs::path& path, std::initializer_list<std::span<const char>> parts)
 {
     fs::path temporary = path;
-    temporary += fmt::format(".{:08x}.part", std::random_device()());
+    temporary += PathOf(fmt::format(".{:08x}.part", std::random_device()()));
+    temporary = Openable(temporary);
     const auto discard = [&](std::string_view what) {
         std::error_code ignored;
         fs::remove(temporary, ignored);
@@ -272,7 +275,7 @@ void WriteParts(const fs::path& path, std::initializer_list<std::span<const char
     if (!file)
         discard("cannot be written");
     std::error_code error;
-    fs::rename(temporary, path, error);
+    fs::rename(temporary, Openable(path), error);
     if (error)
         discard(error.message());
 }

@@ -17,14 +17,21 @@ using nlohmann::json;
 using Testing::FailureOf;
 using Testing::TestFolder;
 
+/// The program of this build, or the one that the environment names: one for another system, with what runs it here.
+inline std::string TestedProgram()
+{
+    const char* const other = std::getenv("TARNWICK_TESTED_PROGRAM");  // NOLINT(concurrency-mt-unsafe)
+    return other != nullptr ? other : TARNWICK_PROGRAM;
+}
+
 /// Runs the program inside the folder; stdout and stderr go to the files "out" and "err" there.
 /// @return its exit status
 /// @param before  what the shell does first, "ulimit -f 1 && " for example
 inline int RunProgram(const TestFolder& folder, const std::string& arguments, const std::string& before = "")
 {
     const std::string place = (folder / ".").string();
-    const std::string command = "cd \"" + place + "\" && " + before + "\"" + std::string(TARNWICK_PROGRAM) + "\" " +
-                                arguments + " > out 2> err";
+    const std::string command =
+        "cd \"" + place + "\" && " + before + "\"" + TestedProgram() + "\" " + arguments + " > out 2> err";
     const int status = std::system(command.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
     return status / 256 + status % 256;               // a shell's exit status, 0 to 255
 }

@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "framework/filenames.h"
+
 namespace Tarnwick::Testing {
 
 class TestFolder {
@@ -18,8 +20,9 @@ public:
     {
         const auto* test = testing::UnitTest::GetInstance()->current_test_info();
         const std::string name = test ? std::string(test->test_suite_name()) + "-" + test->name() : "process";
+        // A blank, and a letter that hardly any code page has: what opens a file by other means than a path does not find it.
         path_ = std::filesystem::temp_directory_path() /
-                ("tarnwick-" + name + "-" + std::to_string(std::random_device()()));
+                DSO::PathOf("tarnwick 50 \u03a9-" + name + "-" + std::to_string(std::random_device()()));
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
     }
@@ -31,15 +34,15 @@ public:
         std::filesystem::remove_all(path_, ignored);
     }
 
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / DSO::PathOf(name); }
     std::filesystem::path Write(const std::string& name, std::string_view content) const
     {
-        std::ofstream(path_ / name, std::ios::binary) << content;
-        return path_ / name;
+        std::ofstream(*this / name, std::ios::binary) << content;
+        return *this / name;
     }
     std::string Read(const std::string& name) const
     {
-        std::ifstream file(path_ / name, std::ios::binary);
+        std::ifstream file(*this / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
     std::size_t Count() const

@@ -1,7 +1,6 @@
 // tarnwick apply: a capture through a chain of filters.
 #include <algorithm>
 #include <cstddef>
-#include <filesystem>
 #include <memory>
 #include <span>
 #include <string>
@@ -14,12 +13,14 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "facts.h"
+#include "framework/filenames.h"
 #include "notes.h"
 #include "outputs.h"
 #include "pictures/bathtubplot.h"
 #include "pictures/eyeplot.h"
 #include "pictures/tapsplot.h"
 #include "progress.h"
+#include "reports.h"
 #include "workbench/chain.h"
 #include "workbench/chaininput.h"
 #include "workbench/eye.h"
@@ -147,21 +148,21 @@ void DrawEyes(const Options& options, const Workbench::ChainInput& input, const 
     const std::span<const double> asRead = first.eye.valid.Of(input.samples);
     const std::span<const double> filtered = result.valid.Of(result.samples);
     const VoltageRange range = RangeOf(asRead, filtered);
-    const std::string name = std::filesystem::path(NameOf(options.capture)).filename().string();
+    const std::string name = FileNameOf(NameOf(options.capture));
     const BathtubCurve curves[] = {{"as read", first.eye}, {"behind " + last.name, last.eye}};
     Progress progress(2);
     progress.Begin("eye before");
-    DrawEye(options.eyePrefix + "-before.png", asRead, input.eyes.samplesPerUi, first.eye, range,
+    DrawEye(DSO::PathOf(options.eyePrefix + "-before.png"), asRead, input.eyes.samplesPerUi, first.eye, range,
             name + " " + curves[0].name);
     progress.Begin("eye after");
-    DrawEye(options.eyePrefix + "-after.png", filtered, input.eyes.samplesPerUi, last.eye, range,
+    DrawEye(DSO::PathOf(options.eyePrefix + "-after.png"), filtered, input.eyes.samplesPerUi, last.eye, range,
             name + " " + curves[1].name);
-    DrawBathtub(options.eyePrefix + "-bathtub.png", curves, name);
+    DrawBathtub(DSO::PathOf(options.eyePrefix + "-bathtub.png"), curves, name);
 }
 
 void DrawStageTaps(const Options& options, Workbench::Chain& chain, const Workbench::ChainResult& result)
 {
-    const std::string name = std::filesystem::path(NameOf(options.capture)).filename().string();
+    const std::string name = FileNameOf(NameOf(options.capture));
     std::size_t report = 0;  // of the capture; those of the stages follow
     for (const Workbench::Stage& stage : chain.Stages()) {
         const auto& figure = result.stages[++report].taps;
@@ -171,7 +172,7 @@ void DrawStageTaps(const Options& options, Workbench::Chain& chain, const Workbe
             PrintNote(fmt::format(
                 "{}: {}: no pulse response is drawn; its symbols are too few, repeat too soon, or cannot be made out",
                 NameOf(options.capture), stage.place));
-        DrawTaps(TapsPicture(options.tapsPrefix, stage.name, stage.index), *figure,
+        DrawTaps(DSO::PathOf(TapsPicture(options.tapsPrefix, stage.name, stage.index)), *figure,
                  fmt::format("{}: filter {} {}", name, stage.index, stage.name));
     }
 }
@@ -180,7 +181,7 @@ void Apply(const Options& options)
 {
     if (!options.output.empty())
         RequireRecordName(options.output);
-    const Workbench::ChainFile file(options.chain);
+    const Workbench::ChainFile file(DSO::PathOf(options.chain));
     std::vector<std::string> inputs = FilesOf(file);
     inputs.insert(inputs.end(), {options.chain, options.capture.name, options.capture.minus});
     RequireOutputsApart(inputs, options);

@@ -20,6 +20,7 @@
 #include "commandline.h"
 #include "commands/commands.h"
 #include "facts.h"
+#include "framework/filenames.h"
 #include "growingtable.h"
 #include "interruption.h"
 #include "notes.h"
@@ -85,10 +86,10 @@ void RequireOutputsApart(const Options& options, const Workbench::ChainFile& cha
     const auto place = [&](const fs::path& path) { return fs::weakly_canonical(fs::absolute(path, error), error); };
     std::map<fs::path, std::string> inputs;
     for (const BatchJob& job : jobs)
-        inputs.emplace(place(job.capture), job.capture);
+        inputs.emplace(place(DSO::PathOf(job.capture)), job.capture);
     for (const std::string& file : FilesOf(chain))
-        inputs.emplace(place(file), file);
-    inputs.emplace(place(options.chain), options.chain);
+        inputs.emplace(place(DSO::PathOf(file)), file);
+    inputs.emplace(place(DSO::PathOf(options.chain)), options.chain);
     const auto require = [&](const char* option, const fs::path& output) {
         const fs::path at = place(output);
         const auto input = inputs.find(at);
@@ -97,14 +98,14 @@ void RequireOutputsApart(const Options& options, const Workbench::ChainFile& cha
                 "{}: {} would be written, which this command reads; expected another", option, input->second));
     };
     for (const BatchJob& job : jobs) {
-        require("--output", fs::path(options.folder) / (job.name + ".npy"));
+        require("--output", DSO::PathOf(options.folder) / DSO::PathOf(job.name + ".npy"));
         if (options.eyes)
-            require("--output", BatchPictureFile(options.folder, job.name));
+            require("--output", BatchPictureFile(DSO::PathOf(options.folder), job.name));
     }
-    require("--results", options.results);
+    require("--results", DSO::PathOf(options.results));
     if (options.report.empty())
         return;
-    require("--report", options.report);
+    require("--report", DSO::PathOf(options.report));
     for (const std::string& other : {options.results, options.mask})
         if (!other.empty() && IsSameFile(options.report, other))
             throw Workbench::UsageFailure(
@@ -113,9 +114,10 @@ void RequireOutputsApart(const Options& options, const Workbench::ChainFile& cha
 
 void MakeFolder(const std::string& folder)
 {
+    const fs::path path = DSO::Openable(DSO::PathOf(folder));
     std::error_code error;
-    fs::create_directories(folder, error);
-    if (!fs::is_directory(folder))
+    fs::create_directories(path, error);
+    if (!fs::is_directory(path))
         throw Workbench::DataFailure(
             fmt::format("--output: {} cannot be made a folder{}", folder, error ? ": " + error.message() : ""));
 }
@@ -144,7 +146,8 @@ Rows RowsOf(const Options& options, const GrowingTable& table, const Workbench::
                                 row[BatchColumn::Output], row[BatchColumn::File], jobs[same->second].capture));
             rows.others.push_back(std::move(row));
         } else if (IsUpToDate(row, input, jobs[job->second]) &&
-                   (!options.eyes || fs::exists(BatchPictureFile(options.folder, jobs[job->second].name)))) {
+                   (!options.eyes ||
+                    fs::exists(DSO::Openable(BatchPictureFile(DSO::PathOf(options.folder), jobs[job->second].name))))) {
             rows.ofJobs[job->second] = std::move(row);
             ++rows.kept;
         }
@@ -253,20 +256,20 @@ void WriteReport(const Options& options, const Rows& rows, const Workbench::RowE
     if (rows.kept > 0)
         table.notes.push_back(fmt::format(
             "{} of the captures were done before, by an earlier run: their eyes are not shown.", rows.kept));
-    Workbench::WriteWhole(options.report, HtmlReport(table, head));
+    Workbench::WriteWhole(DSO::PathOf(options.report), HtmlReport(table, head));
 }
 
 void Run(Options options)
 {
     if (options.results.empty())
-        options.results = (fs::path(options.folder) / "results.csv").string();
+        options.results = (DSO::PathOf(options.folder) / "results.csv").string();
     const Workbench::BatchPlan plan = Workbench::PlanBatch(options.captures);
-    Workbench::BatchInput input{.chain = Workbench::ChainFile(options.chain),
+    Workbench::BatchInput input{.chain = Workbench::ChainFile(DSO::PathOf(options.chain)),
                                 .facts = With(options.facts),
                                 .reading = ReadingOf(options.reading),
                                 .whole = options.whole,
-                                .folder = options.folder,
-                                .picture = options.eyes ? BatchPictureIn(options.folder) : nullptr,
+                                .folder = DSO::PathOf(options.folder),
+                                .picture = options.eyes ? BatchPictureIn(DSO::PathOf(options.folder)) : nullptr,
                                 .threads = options.jobs};
     Workbench::RowEyes eyes(plan.jobs.size(), Workbench::RowEyes::Keep::Worst);
     if (!options.report.empty())

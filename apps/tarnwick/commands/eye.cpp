@@ -1,7 +1,6 @@
 // tarnwick eye: the eye of a capture of which nothing needs to be known.
 #include "workbench/eye.h"
 
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,6 +10,7 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "facts.h"
+#include "framework/filenames.h"
 #include "notes.h"
 #include "outputs.h"
 #include "pictures/bathtubplot.h"
@@ -45,18 +45,18 @@ void WriteReport(const Options& options, const Workbench::Waveform& capture, Wor
 {
     const auto chain = Workbench::ChainFile::FromText(R"({"filters": []})", "no chain");
     head.captures = SourcesOf(options.capture, capture.samples.size());
-    Workbench::WriteWhole(options.report,
+    Workbench::WriteWhole(DSO::PathOf(options.report),
                           HtmlReport(RunForReport(chain, capture, With(options.facts), NameOf(options.capture)), head));
 }
 
 void Draw(const Options& options, const Workbench::LockedCapture& locked, const Workbench::EyeReport& report)
 {
-    const std::string name = std::filesystem::path(NameOf(options.capture)).filename().string();
-    DrawEye(options.prefix + ".png", locked.samples, locked.report.samplesPerUiOut, report, RangeOf(locked.samples),
-            name);
+    const std::string name = FileNameOf(NameOf(options.capture));
+    DrawEye(DSO::PathOf(options.prefix + ".png"), locked.samples, locked.report.samplesPerUiOut, report,
+            RangeOf(locked.samples), name);
     if (!report.bathtub.empty()) {
         const BathtubCurve curve{"as read", report};
-        DrawBathtub(options.prefix + "-bathtub.png", {&curve, 1}, name);
+        DrawBathtub(DSO::PathOf(options.prefix + "-bathtub.png"), {&curve, 1}, name);
     }
 }
 

@@ -1,7 +1,6 @@
 // tarnwick lock: from whatever a scope saved to a record that filters can take.
 #include "workbench/lock.h"
 
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,10 +11,12 @@
 #include "commandline.h"
 #include "commands/commands.h"
 #include "facts.h"
+#include "framework/filenames.h"
 #include "notes.h"
 #include "outputs.h"
 #include "pictures/clockplot.h"
 #include "progress.h"
+#include "reports.h"
 #include "workbench/failure.h"
 
 namespace Tarnwick::App {
@@ -43,13 +44,13 @@ struct Options {
 
 void Draw(const Options& options, const Workbench::LockedCapture& locked)
 {
-    const std::string name = std::filesystem::path(NameOf(options.capture)).filename().string();
+    const std::string name = FileNameOf(NameOf(options.capture));
     const bool hasPhase = !locked.report.phaseUi.empty();
     const bool hasSpectrum = !locked.report.spectrum.scoreDb.empty();
     if (hasPhase)
-        DrawClockPhase(options.picturePrefix + kPhaseEnd, locked, name);
+        DrawClockPhase(DSO::PathOf(options.picturePrefix + kPhaseEnd), locked, name);
     if (hasSpectrum)
-        DrawClockSpectrum(options.picturePrefix + kSpectrumEnd, locked, name);
+        DrawClockSpectrum(DSO::PathOf(options.picturePrefix + kSpectrumEnd), locked, name);
     if (!hasPhase || !hasSpectrum)
         throw Workbench::DataFailure(
             fmt::format("{}: has too few samples, or fewer than 2 per UI, to look for its clock; no {} is drawn",
@@ -87,7 +88,7 @@ void Run(const Options& options)
     if (!options.output.empty())
         WriteRecord(options.output, locked.samples, locked.interval, locked.start);
     if (!options.chain.empty())
-        Workbench::WriteWhole(options.chain, ChainFileFor(locked));
+        Workbench::WriteWhole(DSO::PathOf(options.chain), ChainFileFor(locked));
     PrintReport(options.json ? LockAsJson(locked.report) + "\n" : LockAsText(locked.report), options.output);
     // Behind the table, which does not need gnuplot.
     if (!options.picturePrefix.empty())

@@ -1,5 +1,4 @@
 // tarnwick optimise: the best equaliser for a capture, or for several together.
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <span>
@@ -13,6 +12,7 @@
 #include "commandline.h"
 #include "commands/commands.h"
 #include "facts.h"
+#include "framework/filenames.h"
 #include "growingtable.h"
 #include "interruption.h"
 #include "notes.h"
@@ -75,7 +75,7 @@ void GoOnWith(const GrowingTable& table, Workbench::OptimiserInput& input)
 
 void Run(const Options& options)
 {
-    Workbench::ChainFile file(options.chain);
+    Workbench::ChainFile file(DSO::PathOf(options.chain));
     std::vector<std::string> inputs = FilesOf(file);
     inputs.push_back(options.chain);
     for (const std::string& capture : FilesOf(options.captures))
@@ -124,13 +124,13 @@ void Run(const Options& options)
     PrintNotes(notes);
     if (result.stopped)
         PrintNote(fmt::format("interrupted: the best of {} trials is written", result.trials.size()));
-    Workbench::WriteWhole(options.output, OptimisedChain(input, result.trials[result.best].point,
-                                                         std::filesystem::path(options.output).parent_path()));
+    Workbench::WriteWhole(DSO::PathOf(options.output), OptimisedChain(input, result.trials[result.best].point,
+                                                                      DSO::PathOf(options.output).parent_path()));
     if (!options.report.empty()) {
         head.captures = SourcesOf(options.captures, input.captures);
         Workbench::TableReport report = TableOf(result, eyes);
         report.notes = notes;
-        Workbench::WriteWhole(options.report, HtmlReport(report, head));
+        Workbench::WriteWhole(DSO::PathOf(options.report), HtmlReport(report, head));
     }
     PrintReport(options.json ? OptimisedAsJson(result, input.rank) + "\n" : OptimisedAsText(result));
 }

@@ -11,6 +11,7 @@
 #include "capture.h"
 #include "commands/commands.h"
 #include "facts.h"
+#include "framework/filenames.h"
 #include "notes.h"
 #include "outputs.h"
 #include "progress.h"
@@ -36,7 +37,7 @@ struct Options {
 
 void Run(const Options& options)
 {
-    const Workbench::ChainFile file(options.chain);
+    const Workbench::ChainFile file(DSO::PathOf(options.chain));
     std::vector<std::string> inputs = FilesOf(file);
     inputs.insert(inputs.end(), {options.chain, options.capture.name, options.capture.minus, options.mask});
     RequireApart("--output", options.output, inputs);
@@ -63,7 +64,7 @@ void Run(const Options& options)
         head.captures = SourcesOf(options.capture, capture.samples.size());
         page = HtmlReport(report, head);
     }
-    Workbench::WriteWhole(options.output, page);
+    Workbench::WriteWhole(DSO::PathOf(options.output), page);
     PrintReport(fmt::format("report           {}\nsize             {:.0f} kB\n", options.output,
                             1e-3 * static_cast<double>(page.size())));
 }

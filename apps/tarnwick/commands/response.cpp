@@ -1,6 +1,5 @@
 // tarnwick response: what the filters of a chain do to a spectrum.
 #include <cstddef>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -8,11 +7,13 @@
 #include <fmt/format.h>
 
 #include "commands/commands.h"
+#include "framework/filenames.h"
 #include "notes.h"
 #include "outputs.h"
 #include "pictures/responseplot.h"
 #include "pictures/tapsplot.h"
 #include "progress.h"
+#include "reports.h"
 #include "workbench/chainresponse.h"
 #include "workbench/responsereport.h"
 #include "workbench/units.h"
@@ -56,7 +57,7 @@ void RequireOutputsApart(const Workbench::ChainFile& file, Workbench::Chain& cha
 
 Workbench::ChainResponse Measure(const Options& options)
 {
-    const Workbench::ChainFile file(options.chain);
+    const Workbench::ChainFile file(DSO::PathOf(options.chain));
     const Workbench::ImpulseRecord record = Workbench::ImpulseRecordFor(file);
     Workbench::Chain chain(file, record.sampleCount);
     RequireOutputsApart(file, chain, options);
@@ -74,25 +75,25 @@ Workbench::ChainResponse Measure(const Options& options)
 
 void WriteColumns(const Options& options, const Workbench::ChainResponse& response)
 {
-    Workbench::WriteWhole(options.prefix + "-frequency.csv", Workbench::FrequencyColumns(response));
-    Workbench::WriteWhole(options.prefix + "-impulse.csv", Workbench::ImpulseColumns(response));
+    Workbench::WriteWhole(DSO::PathOf(options.prefix + "-frequency.csv"), Workbench::FrequencyColumns(response));
+    Workbench::WriteWhole(DSO::PathOf(options.prefix + "-impulse.csv"), Workbench::ImpulseColumns(response));
     for (const Workbench::FilterResponse& filter : response.filters)
         if (filter.channel)
-            Workbench::WriteWhole(ChannelName(options, filter.index) + ".csv",
+            Workbench::WriteWhole(DSO::PathOf(ChannelName(options, filter.index) + ".csv"),
                                   Workbench::ChannelColumns(*filter.channel));
 }
 
 void Draw(const Options& options, const Workbench::ChainResponse& response)
 {
-    const std::string chain = std::filesystem::path(options.chain).filename().string();
-    DrawResponse(options.prefix + ".png", response, "Response of " + chain);
+    const std::string chain = FileNameOf(options.chain);
+    DrawResponse(DSO::PathOf(options.prefix + ".png"), response, "Response of " + chain);
     for (const Workbench::FilterResponse& filter : response.filters)
         if (filter.channel)
-            DrawChannel(ChannelName(options, filter.index) + ".png", *filter.channel,
+            DrawChannel(DSO::PathOf(ChannelName(options, filter.index) + ".png"), *filter.channel,
                         fmt::format("Channel corrected to a Bessel-Thomson response of {:.4g} GHz: filter {} of {}",
                                     filter.channel->cutoff / Workbench::kGiga, filter.index, chain));
     for (const Workbench::FilterTaps& taps : response.taps)
-        DrawTaps(TapsPicture(options.prefix, taps.type, taps.index), taps.figure,
+        DrawTaps(DSO::PathOf(TapsPicture(options.prefix, taps.type, taps.index)), taps.figure,
                  fmt::format("{}: filter {} {}", chain, taps.index, taps.type));
 }
 

@@ -1,4 +1,5 @@
 // tarnwick simulate: a synthetic capture to try things on.
+#include "framework/filenames.h"
 #include "workbench/simulation.h"
 
 #include <algorithm>
@@ -56,7 +57,7 @@ void Run(Options& options)
         Workbench::Simulate(levels, Workbench::LevelCount(options.pattern.coding), settings);
     WriteRecord(options.output, capture, 1e-9 / (settings.symbolRateGBd * settings.samplesPerUi));
     if (!options.chain.empty())
-        Workbench::WriteWhole(options.chain, Workbench::ChainFileFor(options.pattern, settings));
+        Workbench::WriteWhole(DSO::PathOf(options.chain), Workbench::ChainFileFor(options.pattern, settings));
     // Beyond three standard deviations clipping hardly shows.
     if (3.0 * settings.jitterRms > settings.LargestEdgeShiftUi())
         PrintNote(fmt::format("edges of {} UI hold the jitter within {:.6g} UI; its rms stays below {} UI",

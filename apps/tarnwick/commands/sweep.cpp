@@ -13,6 +13,7 @@
 #include "commandline.h"
 #include "commands/commands.h"
 #include "facts.h"
+#include "framework/filenames.h"
 #include "notes.h"
 #include "outputs.h"
 #include "pictures/contactsheet.h"
@@ -51,13 +52,13 @@ void WriteReport(const Options& options, const SweepInput& input, const std::vec
     head.captures = SourcesOf(options.captures, input.captures);
     Workbench::TableReport table = TableOf(input.axes, runs, eyes);
     table.notes = notes;
-    Workbench::WriteWhole(options.report, HtmlReport(table, head));
+    Workbench::WriteWhole(DSO::PathOf(options.report), HtmlReport(table, head));
 }
 
 void Run(const Options& options)
 {
     std::vector<Workbench::SweepAxis> axes = Workbench::ReadSweepAxes(options.over);
-    Workbench::ChainFile file(options.chain);
+    Workbench::ChainFile file(DSO::PathOf(options.chain));
     if (!options.report.empty()) {
         std::vector<std::string> inputs = FilesOf(options.captures);
         for (const std::string& name : FilesOf(file))
@@ -103,7 +104,7 @@ void Run(const Options& options)
             "{}.png: is not drawn: the worst eyes of {} settings on {} captures are more than a sheet takes",
             options.prefix, runs.size(), count));
     else
-        sheet.Draw(options.prefix + ".png", runs,
+        sheet.Draw(DSO::PathOf(options.prefix + ".png"), runs,
                    count == 1 ? input.captures.front().name : fmt::format("worst of {} captures", count));
 }
 

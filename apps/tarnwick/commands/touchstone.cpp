@@ -1,5 +1,4 @@
 // tarnwick touchstone: an S-parameter file before a waveform is de-embedded with it.
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -8,9 +7,11 @@
 
 #include "commandline.h"
 #include "commands/commands.h"
+#include "framework/filenames.h"
 #include "notes.h"
 #include "outputs.h"
 #include "pictures/touchstoneplot.h"
+#include "reports.h"
 #include "workbench/failure.h"
 #include "workbench/fixturefile.h"
 #include "workbench/fixturereport.h"
@@ -35,7 +36,7 @@ struct Options {
 void Normalise(std::string_view text, const Options& options)
 {
     const auto normalised = Workbench::NormaliseFixture(text, options.file, options.normalised);
-    Workbench::WriteWhole(options.normalised, normalised.text);
+    Workbench::WriteWhole(DSO::PathOf(options.normalised), normalised.text);
     PrintNotes(normalised.notes);
 }
 
@@ -64,7 +65,7 @@ std::vector<double> Frequencies(const Workbench::FixtureFile& file, const Option
 
 void Run(const Options& options)
 {
-    const std::string text = Workbench::ReadFixtureText(options.file);
+    const std::string text = Workbench::ReadFixtureText(DSO::PathOf(options.file));
     const Workbench::FixtureFile file = Workbench::DescribeFixture(text, options.file);
     if (!options.normalised.empty())
         Normalise(text, options);
@@ -72,12 +73,12 @@ void Run(const Options& options)
     std::vector<Workbench::TransmissionCurve> curves;
     if (!options.prefix.empty()) {
         curves = Curves(file, options);
-        Workbench::WriteWhole(options.prefix + ".csv", Workbench::TransmissionColumns(curves));
+        Workbench::WriteWhole(DSO::PathOf(options.prefix + ".csv"), Workbench::TransmissionColumns(curves));
     }
     PrintReport(options.json ? FixtureAsJson(file, options.file, options.normalised, frequencies) + "\n"
                              : FixtureAsText(file, options.file, frequencies));
     if (!options.prefix.empty())  // behind the table, which does not need gnuplot
-        DrawTransmission(options.prefix + ".png", curves, std::filesystem::path(options.file).filename().string());
+        DrawTransmission(DSO::PathOf(options.prefix + ".png"), curves, FileNameOf(options.file));
     const Workbench::TouchstoneReport& report = file.Report();
     if (!report.readFailure.empty() && options.normalised.empty())
         throw Workbench::DataFailure(fmt::format(

@@ -2,6 +2,7 @@
 
 #include <span>
 
+#include "framework/filenames.h"
 #include "pictures/eyeplot.h"
 #include "workbench/eye.h"
 #include "workbench/eyeimage.h"
@@ -15,7 +16,7 @@ using DSO::Workbench::EyeReport;
 
 fs::path BatchPictureFile(const fs::path& folder, const std::string& name)
 {
-    return folder / (name + ".png");
+    return folder / DSO::PathOf(name + ".png");
 }
 
 BatchPicture BatchPictureIn(const fs::path& folder)
@@ -23,7 +24,7 @@ BatchPicture BatchPictureIn(const fs::path& folder)
     return
         [folder](const BatchJob& job, std::span<const double> samples, double samplesPerUi, const EyeReport& report) {
             DrawEye(BatchPictureFile(folder, job.name), samples, samplesPerUi, report, RangeOf(samples),
-                    fs::path(job.capture).filename().string());
+                    DSO::PathOf(job.capture).filename().string());
         };
 }
 

@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "framework/filenames.h"
 #include "workbench/failure.h"
 
 #if !defined(_WIN32)
@@ -71,9 +72,9 @@ private:
 // A fixed command that ignores the user's own settings: the picture is described through its standard input alone.
 bool RunGnuplot(const std::string& script)
 {
-    const BrokenPipesIgnored guard;
+    [[maybe_unused]] const BrokenPipesIgnored guard;
 #if defined(_WIN32)
-    std::FILE* pipe = _popen("gnuplot -d -", "wb");
+    std::FILE* pipe = _popen("gnuplot -d - 2>NUL", "wb");
 #else
     std::FILE* pipe = popen("gnuplot -d - 2>/dev/null", "w");
 #endif
@@ -104,7 +105,8 @@ fs::path TemporaryBeside(const fs::path& path)
 {
     std::error_code error;
     fs::path temporary = fs::absolute(path, error);
-    temporary += fmt::format(".{:08x}.part", std::random_device()());
+    temporary += DSO::PathOf(fmt::format(".{:08x}.part", std::random_device()()));
+    temporary = DSO::Openable(temporary);
     const std::string name = temporary.string();
     if (std::any_of(name.begin(), name.end(), IsControl))
         throw DataFailure(
@@ -124,10 +126,11 @@ bool HasGnuplot()
 void DrawPng(const fs::path& path, int width, int height, const std::string& script)
 {
     const fs::path temporary = TemporaryBeside(path);
-    const std::string whole =
-        fmt::format("set terminal pngcairo size {},{} noenhanced font 'sans,12' background '#101018'\nset output {}\n",
-                    width, height, Quoted(temporary.string())) +
-        script + "\nunset output\n";
+    const std::string whole = fmt::format(
+                                  "set encoding utf8\nset terminal pngcairo size {},{} noenhanced font 'sans,12' "
+                                  "background '#101018'\nset output {}\n",
+                                  width, height, Quoted(temporary.string())) +
+                              script + "\nunset output\n";
     std::error_code error;
     const auto discard = [&](const char* why) {
         fs::remove(temporary, error);
@@ -140,7 +143,7 @@ void DrawPng(const fs::path& path, int width, int height, const std::string& scr
         discard("cannot be written as a whole; is the disk full?");
     if (!isRun || !isBegun)
         discard("gnuplot, which draws the pictures, is missing or failed, or the disk is full (Debian: gnuplot-nox)");
-    fs::rename(temporary, path, error);
+    fs::rename(temporary, DSO::Openable(path), error);
     if (error) {
         const std::string reason = error.message();
         fs::remove(temporary, error);

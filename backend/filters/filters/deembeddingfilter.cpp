@@ -11,6 +11,7 @@
 #include "filters/plumbing/repetitions.h"
 #include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
+#include "framework/filenames.h"
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/fixturekernel.h"
 #include "framework/plumbing/linereader.h"
@@ -153,7 +154,7 @@ double* DeEmbeddingFilter::Apply(SignalData* signal)
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as hosts declare it
 std::map<double, Complex> DeEmbeddingFilter::loadSparamFile(std::string fileName, PortOrderS4P portOrder)
 {
-    std::ifstream file(fileName, std::ios::binary);
+    std::ifstream file(Openable(PathOf(fileName)), std::ios::binary);
     SystemFramework::LineReader lines(file);
     Maths::TouchstoneReader reader(Maths::KindOf(fileName), Maths::PairsOf(portOrder));
     while (const auto line = lines.Next())

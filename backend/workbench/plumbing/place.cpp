@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "framework/filenames.h"
 #include "workbench/chain.h"
 #include "workbench/plumbing/jsontext.h"
 
@@ -63,7 +64,7 @@ const json& ObjectFrom(const json& value, const Place& place)
 
 std::filesystem::path FileFrom(const json& value, const Place& place)
 {
-    return std::filesystem::path(place.file).parent_path() / TextFrom(value, place);
+    return PathOf(place.file).parent_path() / PathOf(TextFrom(value, place));
 }
 
 void RefuseUnknownKey(const std::string& name, const std::vector<std::string>& known, const Place& place)

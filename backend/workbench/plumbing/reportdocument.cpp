@@ -16,6 +16,7 @@
 
 #include <fmt/format.h>
 
+#include "framework/filenames.h"
 #include "workbench/chainkeys.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/base64.h"
@@ -389,8 +390,9 @@ ordered_json ChainHeadOf(const std::optional<ChainFile>& chain)
     if (!chain)
         return nullptr;
     std::error_code error;
-    const bool isFile = std::filesystem::is_regular_file(chain->Name(), error);
-    std::string text = isFile ? ReadWholeFile(chain->Name()) : chain->Text();
+    const std::filesystem::path file = PathOf(chain->Name());
+    const bool isFile = std::filesystem::is_regular_file(Openable(file), error);
+    std::string text = isFile ? ReadWholeFile(file) : chain->Text();
     const ordered_json digest = isFile ? ordered_json(HexOf(Sha256(text))) : ordered_json();
     if (text.size() > kLongestChain)
         text = fmt::format("{} bytes: too long for a report", text.size());

@@ -16,6 +16,7 @@
 
 #include <fmt/format.h>
 
+#include "framework/filenames.h"
 #include "workbench/failure.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -104,12 +105,13 @@ std::string ReadWholeFile(const std::filesystem::path& path)
     if (std::filesystem::is_fifo(path, error))
         return ReadPipe(path);
 #endif
+    const std::filesystem::path opened = Openable(path);
     std::ifstream file;
     std::uintmax_t size = 0;
-    if (std::filesystem::is_regular_file(path, error)) {
-        size = std::filesystem::file_size(path, error);
+    if (std::filesystem::is_regular_file(opened, error)) {
+        size = std::filesystem::file_size(opened, error);
         if (!error)
-            file.open(path, std::ios::binary);
+            file.open(opened, std::ios::binary);
     }
     if (!file.is_open())
         throw DataFailure(fmt::format("{}: cannot be read", path.string()));

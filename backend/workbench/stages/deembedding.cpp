@@ -4,6 +4,7 @@
 #include <map>
 
 #include "filters/filters/deembeddingfilter.h"
+#include "framework/filenames.h"
 #include "workbench/deembeddingreport.h"
 #include "workbench/fixturefile.h"
 #include "workbench/plumbing/jsontext.h"
@@ -64,7 +65,7 @@ Transmission ReadFixture(const P& parameters, std::vector<std::string>& notes)
 {
     constexpr std::size_t kKindsNoted = 3;
     const std::string& name = parameters.sparamFileName;
-    const std::string text = ReadWholeFile(name);
+    const std::string text = ReadWholeFile(PathOf(name));
     auto report = CheckTouchstoneText(text, name, parameters.portOrder);
     if (!report.readFailure.empty()) {
         const auto refused =
