@@ -17,15 +17,15 @@ inline std::filesystem::path PathOf(std::string_view name)
 {
 #if defined(_WIN32)
     try {
-        return std::filesystem::path(std::u8string(name.begin(), name.end()));
+        return std::u8string(name.begin(), name.end());
     } catch (const std::filesystem::filesystem_error&) {
         std::string plain(name);
         for (char& letter : plain)
             letter = static_cast<unsigned char>(letter) < 0x80 ? letter : '?';
-        return std::filesystem::path(plain.c_str());
+        return plain;
     }
 #else
-    return std::filesystem::path(std::u8string(name.begin(), name.end()));
+    return std::u8string(name.begin(), name.end());
 #endif
 }
 

@@ -18,8 +18,8 @@ constexpr int kNarrowCandidates = 7;
 
 std::vector<long long> Distinct(std::vector<long long> lags)
 {
-    std::ranges::sort(lags);
-    lags.erase(std::ranges::unique(lags).begin(), lags.end());
+    std::sort(lags.begin(), lags.end());
+    lags.erase(std::unique(lags.begin(), lags.end()), lags.end());
     return lags;
 }
 
