@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <span>
 
 #include "workbench/workbench.h"
 
@@ -15,7 +16,7 @@ int main(int count, char** arguments)
     }
     try {
         const char* const name = arguments[2];
-        const Waveform capture = ReadCapture({name, "", {}});
+        const Waveform capture = ReadCapture({name, "", {}});  // a capture to subtract, and how to read them
         const ChainInput input = InputFor(ChainFile(arguments[1]), capture, {}, name);  // locked, the device completed
         for (const auto& note : input.notes)
             std::printf("note: %s\n", note.c_str());
@@ -23,9 +24,9 @@ int main(int count, char** arguments)
         const ChainResult result = RunChain(chain, input.samples, input.eyes, name);
         for (const StageReport& stage : result.stages)
             for (const EyeOpening& eye : stage.eye.eyes)
-                std::printf("%-16s eye of %+.4f V\n", stage.name.c_str(), eye.height);
-        std::printf("%zu samples, of which %zu are valid\n", result.samples.size(),
-                    result.valid.Of(result.samples).size());
+                std::printf("%-16s eye of %+.4f V\n", stage.name.c_str(), eye.height);  // negative: closed
+        const std::span<const double> valid = result.valid.Of(result.samples);  // of a single shot without its ends
+        std::printf("%zu samples, of which %zu are valid\n", result.samples.size(), valid.size());
     } catch (const std::exception& failure) {
         std::cerr << "chainhost: " << failure.what() << '\n';
         return 1;

@@ -2,7 +2,6 @@
 // callback that is handed each line. Exits with 1 when a line that should arrive does not.
 #include <cstdio>
 #include <string>
-#include <vector>
 
 #include <easylogging++.h>
 
@@ -13,16 +12,20 @@ SHARE_EASYLOGGINGPP(Tarnwick::DSO::SystemFramework::StorageSinglton::GetStorage(
 
 namespace {
 
-class HostLog : public el::LogDispatchCallback {
-public:
-    std::vector<std::string> lines;
+int received = 0;
 
+void Write(const std::string& file, unsigned long line, const std::string& function, const std::string& message)
+{
+    ++received;
+    std::printf("%s:%lu %s: %s\n", file.c_str(), line, function.c_str(), message.c_str());
+}
+
+class HostLog : public el::LogDispatchCallback {
 protected:
     void handle(const el::LogDispatchData* data) override
     {
         const el::LogMessage& message = *data->logMessage();
-        lines.push_back(message.logger()->id() + ": " + message.message());
-        std::printf("%s\n", lines.back().c_str());
+        Write(message.file(), message.line(), message.func(), message.message());  // the host's own
     }
 };
 
@@ -32,7 +35,6 @@ int main()
 {
     using namespace Tarnwick::DSO;
     el::Helpers::installLogDispatchCallback<HostLog>("HostLog");
-    auto* log = el::Helpers::logDispatchCallback<HostLog>("HostLog");
 
     DeviceConfiguration config;
     config.baudRateGBd = 26.5625;
@@ -47,8 +49,16 @@ int main()
     }
     CLOG(INFO, "default") << "the host writes through the same storage";
 
-    const std::size_t received = log->lines.size();
     el::Helpers::uninstallLogDispatchCallback<HostLog>("HostLog");
+    // From here on the logger prints by itself.
+    el::Configurations printed;
+    printed.setToDefault();
+    printed.setGlobally(el::ConfigurationType::ToFile, "false");
+    printed.setGlobally(el::ConfigurationType::ToStandardOutput, "true");
+    printed.setGlobally(el::ConfigurationType::Format, "%datetime %level %func: %msg");
+    el::Loggers::reconfigureLogger("default", printed);
+    CLOG(INFO, "default") << "and prints its lines";
+
     // Three pairs around constructor, Prepare and destructor, and the host's own line.
     return received == 7 ? 0 : 1;
 }

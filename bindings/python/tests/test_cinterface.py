@@ -2,6 +2,8 @@
 import ctypes
 import json
 import os
+import re
+from pathlib import Path
 
 import numpy as np
 import pytest
@@ -68,3 +70,16 @@ def test_files_are_looked_for_in_the_folder(library, wave, tmp_path):
 
 def test_versions_agree(library):
     assert library.tarnwick_version().decode() == tarnwick.__version__
+
+
+def test_what_the_document_shows(monkeypatch):
+    document = Path(__file__).parents[3] / "docs" / "c-interface.md"
+    shown = re.search(r"^```python\n(.*?)^```$", document.read_text(encoding="utf-8"), re.MULTILINE | re.DOTALL)[1]
+    loaded = []
+    load = ctypes.CDLL
+    monkeypatch.setattr(ctypes, "CDLL", lambda name: loaded.append(name) or load(os.environ["TARNWICK_WORKBENCH"]))
+    names = {}
+    exec(compile(shown, str(document), "exec"), names)
+    assert names["code"] == 0 and list(names["filtered"][1:4]) == [1.0, 2.0, 3.0]
+    # As Linux' linker notes it into programs.
+    assert loaded == ["libtarnwick_workbench.so.1"]
