@@ -149,15 +149,21 @@ TEST(BatchProgram, SaysWhoseFaultAFailureIs)
                     {"chain.json c.npy -o a --resume --results a/x.npy", 2, "is no table of a batch"},
                     {"chain.json c.npy -o z --jobs 0", 2, "--jobs"},
                     {"chain.json -o z", 2, "captures is required"}});
+}
+
 #if !defined(_WIN32)
-    // A full disk: the limit, of 512 or of 1024 bytes a block, is below a record and above the table.
+// The limit, of 512 or of 1024 bytes a block, is below a record and above the table.
+TEST(Outputs, OfABatchAreToldInItsTable)
+{
+    const TestFolder folder;
+    WriteCase(folder);
     EXPECT_EQ(RunProgram(folder, "batch chain.json c.npy a/x.npy -o full", "ulimit -f 4 && "), 1);
     EXPECT_EQ(RowsOf(folder, "full/results.csv")[0][BatchColumn::Reason], "full/c.npy: cannot be written");
     EXPECT_EQ(RunProgram(folder, "batch chain.json c.npy -o full --resume --results /dev/full"), 1);
     EXPECT_NE(folder.Read("err").find("/dev/full: is no regular file"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(folder / "full/c.npy"));
-#endif
 }
+#endif
 
 TEST(Progress, TellsThePaceAndWhatIsLeft)
 {
