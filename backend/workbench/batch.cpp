@@ -1,6 +1,7 @@
 #include "workbench/batch.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <charconv>
 #include <chrono>
@@ -264,15 +265,22 @@ BatchRow RunCapture(const BatchInput& input, const BatchJob& job)
 void RunBatch(const BatchInput& input, std::span<const BatchJob> jobs, const BatchObserver& observer)
 {
     std::mutex mutex;
+    std::atomic<bool> isRefused = false;
     RunOnThreads(
         jobs.size(), ThreadCount(input.threads),
         [&](std::size_t k) {
             const BatchRow row = RunCapture(input, jobs[k]);
             const std::lock_guard lock(mutex);
-            if (observer.end)
+            if (isRefused || !observer.end)
+                return;
+            try {
                 observer.end(k, row);
+            } catch (...) {
+                isRefused = true;  // before the lock goes: no other thread's row comes after it
+                throw;
+            }
         },
-        observer.stop);
+        [&] { return isRefused || (observer.stop && observer.stop()); });
 }
 
 std::string BatchTableHead()

@@ -50,12 +50,19 @@ std::string TextOf(const std::vector<BatchRow>& rows)
     return text;
 }
 
+// Windows joins folder and name by another sign.
+std::string WithSlashes(std::string text)
+{
+    std::replace(text.begin(), text.end(), '\\', '/');
+    return text;
+}
+
 TEST(BatchProgram, WritesARowForEachCaptureWhateverTheJobs)
 {
     const TestFolder folder;
     WriteCase(folder);
     EXPECT_EQ(RunProgram(folder, std::string("batch ") + kCaptures + "./c.npy -o one --jobs 1 --eyes --json"), 1);
-    const std::string notes = folder.Read("err");
+    const std::string notes = WithSlashes(folder.Read("err"));
     for (const char* const note : {"./c.npy: is given twice", "bad.csv: holds no", "none.csv: cannot be read",
                                    "a: cannot be read", "3 of 6 captures failed; one/results.csv says why"})
         EXPECT_NE(notes.find(note), std::string::npos) << note << " in " << notes;
@@ -149,15 +156,28 @@ TEST(BatchProgram, SaysWhoseFaultAFailureIs)
                     {"chain.json c.npy -o a --resume --results a/x.npy", 2, "is no table of a batch"},
                     {"chain.json c.npy -o z --jobs 0", 2, "--jobs"},
                     {"chain.json -o z", 2, "captures is required"}});
+}
+
 #if !defined(_WIN32)
-    // A full disk: the limit, of 512 or of 1024 bytes a block, is below a record and above the table.
+// The limit, of 512 or of 1024 bytes a block, is below a record and above the table.
+TEST(Outputs, OfABatchAreToldInItsTable)
+{
+    const TestFolder folder;
+    WriteCase(folder);
     EXPECT_EQ(RunProgram(folder, "batch chain.json c.npy a/x.npy -o full", "ulimit -f 4 && "), 1);
-    EXPECT_EQ(RowsOf(folder, "full/results.csv")[0][BatchColumn::Reason], "full/c.npy: cannot be written");
+    EXPECT_EQ(WithSlashes(RowsOf(folder, "full/results.csv")[0][BatchColumn::Reason]), "full/c.npy: cannot be written");
+    EXPECT_FALSE(std::filesystem::exists(folder / "full/c.npy"));
+}
+
+TEST(Devices, AreNoTablesOfBatches)
+{
+    const TestFolder folder;
+    WriteCase(folder);
     EXPECT_EQ(RunProgram(folder, "batch chain.json c.npy -o full --resume --results /dev/full"), 1);
     EXPECT_NE(folder.Read("err").find("/dev/full: is no regular file"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(folder / "full/c.npy"));
-#endif
 }
+#endif
 
 TEST(Progress, TellsThePaceAndWhatIsLeft)
 {

@@ -1,7 +1,9 @@
-# Debian's compiled fmt is for the machine that compiles; its headers can do without.
+# Debian's compiled fmt is for the machine that compiles. Its headers alone would do, but each source that includes them would
+# compile the whole of it.
 if(NOT TARGET fmt::fmt)
     get_filename_component(fmt_headers ${CMAKE_CURRENT_LIST_DIR}/../../../include ABSOLUTE)
-    add_library(fmt::fmt INTERFACE IMPORTED GLOBAL)
-    target_include_directories(fmt::fmt INTERFACE ${fmt_headers})
-    target_compile_definitions(fmt::fmt INTERFACE FMT_HEADER_ONLY=1)
+    get_filename_component(fmt_source ${CMAKE_CURRENT_LIST_DIR}/fmt.cpp REALPATH)  # this folder is a link
+    add_library(tarnwick_fmt STATIC EXCLUDE_FROM_ALL ${fmt_source})
+    target_include_directories(tarnwick_fmt SYSTEM PUBLIC ${fmt_headers})
+    add_library(fmt::fmt ALIAS tarnwick_fmt)
 endif()
