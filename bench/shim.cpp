@@ -8,7 +8,8 @@
 
 #include <fftw3.h>
 
-#include <Eigen/Dense>
+#include <Eigen/Core>
+#include <Eigen/LU>
 
 #include "captures.h"
 #include "maths/equalisers/ffetaps.h"

@@ -47,3 +47,21 @@ function(tarnwick_precompile target)
                                "$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")
     endif()
 endfunction()
+
+# The same headers as another target that is compiled with the same options.
+function(tarnwick_precompile_as target other)
+    if(PROJECT_IS_TOP_LEVEL AND NOT MSVC)
+        target_precompile_headers(${target} REUSE_FROM ${other})
+        target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+    endif()
+endfunction()
+
+# Sources of a target that are compiled as one where TARNWICK_UNITY asks for it: what all of them include and instantiate is
+# then paid for once. Names in their anonymous namespaces must differ. Each still stands by itself, which the presets without
+# it show.
+function(tarnwick_unity target group)
+    if(TARNWICK_UNITY)
+        set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+        set_source_files_properties(${ARGN} TARGET_DIRECTORY ${target} PROPERTIES UNITY_GROUP ${group})
+    endif()
+endfunction()

@@ -1,5 +1,5 @@
-// The options of a command, over CLI11. Its headers are read by commandline.cpp, program.cpp and main.cpp alone: every source that
-// includes them compiles all of that library again.
+// The options of a command, over CLI11. Its headers are read by commandline.cpp and program.cpp alone: every source that includes
+// them compiles all of that library again.
 #pragma once
 
 #include <functional>

@@ -1,12 +1,15 @@
 #include "program.h"
 
 #include <cstddef>
+#include <memory>
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
 #include "commandline.h"
 #include "commands/commands.h"
+#include "workbench/chain.h"
+#include "workbench/failure.h"
 #include "workbench/tarnwick.h"
 
 namespace Tarnwick::App {
@@ -60,8 +63,52 @@ std::vector<OptionText> OptionsOf(const CLI::App& command)
     return texts;
 }
 
-}  // namespace
+std::vector<std::string> CommandNames()
+{
+    std::vector<std::string> names;
+    for (const auto& command : Commands())
+        names.emplace_back(command.name);
+    return names;
+}
 
+std::string ExtraText(const CLI::App& command, const std::string& extra)
+{
+    std::vector<std::string> known = {"--help"};
+    for (const CLI::Option* option : command.get_options())
+        for (const std::string& name : option->get_lnames())
+            known.push_back("--" + name);
+    if (extra.substr(0, 1) != "-")
+        return fmt::format("{} takes no further argument: \"{}\"", command.get_name(), extra);
+    return fmt::format("{} is no option of {}; the nearest one is {}", extra, command.get_name(),
+                       DSO::Workbench::Nearest(extra, known));
+}
+
+// What is wrong with the arguments.
+std::string UsageText(const CLI::App& program, const CLI::ParseError& wrong, const std::string& first)
+{
+    const auto commands = program.get_subcommands();
+    if (commands.empty()) {
+        const std::vector<std::string> names = CommandNames();
+        if (first.empty() || first.front() == '-')
+            return fmt::format("a command is missing; expected one of {}", fmt::join(names, ", "));
+        return fmt::format("\"{}\" is no command; the nearest one is \"{}\"", first,
+                           DSO::Workbench::Nearest(first, names));
+    }
+    const CLI::App& command = *commands.front();
+    std::string text = wrong.what();
+    const std::vector<std::string> extras = program.remaining(true);
+    if (dynamic_cast<const CLI::ExtrasError*>(&wrong) != nullptr && !extras.empty())
+        return ExtraText(command, extras.front());
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&wrong) != nullptr)
+        return fmt::format("{}: needs one value", text.substr(0, text.find(':')));
+    if (dynamic_cast<const CLI::RequiredError*>(&wrong) != nullptr)
+        for (const CLI::Option* option : command.get_options())
+            if (option->get_required() && option->count() == 0)
+                return fmt::format("{} is required", option->get_name());
+    return text;
+}
+
+/// The program with all its commands, ready to parse once.
 std::unique_ptr<CLI::App> MakeProgram()
 {
     auto program =
@@ -76,6 +123,21 @@ std::unique_ptr<CLI::App> MakeProgram()
         command->footer(fmt::format("{}Example: tarnwick {} {}", command->get_footer(), name, example));
     }
     return program;
+}
+
+}  // namespace
+
+void RunProgram(int argc, const char* const* argv)
+{
+    const auto program = MakeProgram();
+    try {
+        program->parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        program->exit(help);
+    } catch (const CLI::ParseError& wrong) {
+        throw DSO::Workbench::UsageFailure(UsageText(*program, wrong, argc > 1 ? argv[1] : "") +
+                                           "\nRun with --help for more information.");
+    }
 }
 
 ProgramText DescribeProgram()

@@ -1,18 +1,15 @@
 // The program's command line as a whole: what is parsed, and what manual and shell completion tell of it.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 namespace Tarnwick::App {
 
-/// The program with all its commands, ready to parse once.
-std::unique_ptr<CLI::App> MakeProgram();
+/// Runs the command that the arguments ask for, or prints the help.
+/// @throws UsageFailure  saying what is wrong with the arguments
+/// @throws std::exception  what the command throws
+void RunProgram(int argc, const char* const* argv);
 
 /// An option or an argument of a command, in words.
 struct OptionText {

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <limits>
 #include <string>
+#include <type_traits>
 #include <utility>
 
-#include <Eigen/Dense>
+#include <Eigen/Core>
+#include <Eigen/LU>
 
 #include "framework/plumbing/error.h"
 #include "framework/plumbing/ownedarray.h"
@@ -76,13 +78,22 @@ double* NewArrayOf(const Expression& expression, Shape shape)
     return result.release();
 }
 
+// A real and a complex factor: its parts by themselves, so that all products here are of one kind, which takes seconds less to
+// compile.
 template <typename Left, typename Right>
 Rows<std::complex<double>> Product(const char* operation, const Rows<Left>& a, const Rows<Right>& b)
 {
     const Dense<Left> left = Checked(operation, "a", a);
     const Dense<Right> right = Checked(operation, "b", b);
     RequireProduct(operation, left.cols(), right.rows());
-    return RowsOf<std::complex<double>>(left * right);
+    const Dense<double> leftReal = left.real(), rightReal = right.real();
+    Dense<std::complex<double>> product(left.rows(), right.cols());
+    product.real() = leftReal * rightReal;
+    if constexpr (std::is_same_v<Left, double>)
+        product.imag() = leftReal * Dense<double>(right.imag());
+    else
+        product.imag() = Dense<double>(left.imag()) * rightReal;
+    return RowsOf(product);
 }
 
 }  // namespace

@@ -19,7 +19,6 @@ using Maths::TouchstoneReader;
 
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kRecordTokens = 9;
 
 const char* NameOf(FileKind kind)

@@ -24,7 +24,6 @@ using Maths::PlainTouchstoneReader;
 
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kBlanks = " \t\v\f\r";
 constexpr std::size_t kNoiseNumbers = 5;  // frequency, minimum noise figure, source reflection (two), resistance
 constexpr std::size_t kRowNumbers = 8;    // of a line of a four-port record, beside the frequency

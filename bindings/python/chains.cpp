@@ -87,7 +87,7 @@ void WriteReport(const ChainFile& file, const Waveform& waveform, const std::str
     WriteWhole(path, HtmlReport(report, head));
 }
 
-Eye EyeOf(const SharedResult& result, double targetBer, bool bathtub)
+Eye EyeOfResult(const SharedResult& result, double targetBer, bool bathtub)
 {
     EyeSettings settings = result->eyes;
     settings.valid = result->chain.valid;
@@ -193,7 +193,7 @@ void BindChains(py::module_& module)
         .def_readonly("notes", &Result::notes)
         .def("report", [](const Result& result) { return ReportAsJson(result.chain.stages, result.acquisition); })
         .def("taps", &TapsOf)
-        .def("eye", &EyeOf, py::arg("target_ber"), py::arg("bathtub"), Released());
+        .def("eye", &EyeOfResult, py::arg("target_ber"), py::arg("bathtub"), Released());
 }
 
 }  // namespace Tarnwick::Python

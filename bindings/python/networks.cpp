@@ -16,7 +16,7 @@ using namespace DSO::Workbench;
 namespace {
 
 // (f [n], s [n, ports, ports], the reference as written)
-py::tuple Read(const std::string& path)
+py::tuple NetworkTuple(const std::string& path)
 {
     FixtureFile file;
     {
@@ -40,7 +40,7 @@ py::tuple Read(const std::string& path)
 
 void BindNetworks(py::module_& module)
 {
-    module.def("read_network", &Read, py::arg("path"));
+    module.def("read_network", &NetworkTuple, py::arg("path"));
 }
 
 }  // namespace Tarnwick::Python

@@ -14,12 +14,12 @@ using DSO::Workbench::BatchColumn;
 using DSO::Workbench::BatchRow;
 using DSO::Workbench::ReadBatchTable;
 
-constexpr const char* kChain =
+constexpr const char* kBatchChain =
     R"({"device": {"baudRateGBd": 10}, "filters": [{"type": "bessel-thomson"}, {"type": "copy"}]})";
 constexpr const char* kCaptures = "chain.json a/x.npy bad.csv b/x.npy c.npy none.csv a ";
 
 // Three captures, two of them of one name; what else kCaptures names cannot be read.
-void WriteCase(const TestFolder& folder)
+void WriteBatchCase(const TestFolder& folder)
 {
     std::filesystem::create_directory(folder / "a");
     std::filesystem::create_directory(folder / "b");
@@ -31,7 +31,7 @@ void WriteCase(const TestFolder& folder)
                   0)
             << folder.Read("err");
     folder.Write("bad.csv", "");
-    folder.Write("chain.json", kChain);
+    folder.Write("chain.json", kBatchChain);
 }
 
 std::vector<BatchRow> RowsOf(const TestFolder& folder, const std::string& table)
@@ -60,7 +60,7 @@ std::string WithSlashes(std::string text)
 TEST(BatchProgram, WritesARowForEachCaptureWhateverTheJobs)
 {
     const TestFolder folder;
-    WriteCase(folder);
+    WriteBatchCase(folder);
     EXPECT_EQ(RunProgram(folder, std::string("batch ") + kCaptures + "./c.npy -o one --jobs 1 --eyes --json"), 1);
     const std::string notes = WithSlashes(folder.Read("err"));
     for (const char* const note : {"./c.npy: is given twice", "bad.csv: holds no", "none.csv: cannot be read",
@@ -102,7 +102,7 @@ TEST(BatchProgram, WritesARowForEachCaptureWhateverTheJobs)
 TEST(BatchProgram, GoesOnWithItsTable)
 {
     const TestFolder folder;
-    WriteCase(folder);
+    WriteBatchCase(folder);
     const std::string batch = "batch chain.json a/x.npy c.npy bad.csv -o filtered --resume --json";
     EXPECT_EQ(RunProgram(folder, batch), 1);
     const std::string table = folder.Read("filtered/results.csv");
@@ -142,7 +142,7 @@ TEST(BatchProgram, GoesOnWithItsTable)
 TEST(BatchProgram, SaysWhoseFaultAFailureIs)
 {
     const TestFolder folder;
-    WriteCase(folder);
+    WriteBatchCase(folder);
     folder.Write("wrong.json", R"({"filters": [{"type": "copy", "enabeld": true}]})");
     folder.Write("fixture.json", R"({"filters": [{"type": "deembedding", "sparamFileName": "none.s2p"}]})");
     ExpectRefusals(folder, "batch",

@@ -64,8 +64,8 @@ TEST(Gnuplot, SurvivesThatThereIsNone)
     const TestFolder folder;
     const std::string path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe)
     setenv("PATH", (folder / "").c_str(), 1);      // NOLINT(concurrency-mt-unsafe)
-    const std::string message =
-        FailureOf<DataFailure>([&] { DrawPng(folder / "a.png", 64, 64, std::string(1U << 22U, '\n') + "plot x\n"); });
+    const std::string message = FailureOf<DataFailure>(
+        [&] { DrawPng(folder / "a.png", 64, 64, std::string(1U << 22U, '\n').append("plot x\n")); });
     setenv("PATH", path.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
     EXPECT_NE(message.find("a.png: gnuplot, which draws the pictures, is missing"), std::string::npos) << message;
     EXPECT_EQ(folder.Count(), 0U);

@@ -13,7 +13,7 @@ json DocumentIn(const std::string& page)
     return json::parse(page.substr(first, page.find("</script>", first) - first));
 }
 
-void WriteCase(const TestFolder& folder)
+void WriteReportCase(const TestFolder& folder)
 {
     ASSERT_EQ(
         RunProgram(folder, "simulate -o c.csv --prbs 7 --coding NRZ --spu 8 --loss 4 --noise 0.01 --repetitions 3"), 0);
@@ -24,7 +24,7 @@ void WriteCase(const TestFolder& folder)
 TEST(ReportProgram, WritesOnePageThatSaysHowToMakeItAgain)
 {
     const TestFolder folder;
-    WriteCase(folder);
+    WriteReportCase(folder);
     const std::string command = "report chain.json c.csv -o r.html --mask mask.json --coding NRZ";
     ASSERT_EQ(RunProgram(folder, command, "PATH=none "), 0) << folder.Read("err");
     const json document = DocumentIn(folder.Read("r.html"));
@@ -51,7 +51,7 @@ TEST(ReportProgram, WritesOnePageThatSaysHowToMakeItAgain)
 TEST(ReportProgram, TakesThePlaceOfPicturesWithoutGnuplot)
 {
     const TestFolder folder;
-    WriteCase(folder);
+    WriteReportCase(folder);
     ASSERT_EQ(RunProgram(folder, "eye c.csv -o eye", "PATH=none "), 0) << folder.Read("err");
     EXPECT_NE(folder.Read("err").find("gnuplot, which draws the pictures, is missing"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(folder / "eye.png"));
@@ -65,7 +65,7 @@ TEST(ReportProgram, TakesThePlaceOfPicturesWithoutGnuplot)
 TEST(ReportProgram, ShowsTheTablesOfOtherCommands)
 {
     const TestFolder folder;
-    WriteCase(folder);
+    WriteReportCase(folder);
     const struct {
         std::string command;
         int status;

@@ -27,7 +27,6 @@ using namespace Tarnwick::Testing;
 using SystemFramework::BaseFilterParameters;
 using SystemFramework::SignalData;
 
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr int kLargest = std::numeric_limits<int>::max();
 constexpr int kSmallest = std::numeric_limits<int>::min();

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <limits>
 #include <numbers>
 #include <vector>
 
@@ -20,7 +19,6 @@ namespace {
 using namespace Tarnwick::DSO::SystemFramework;
 using namespace Tarnwick::Testing;
 
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr double kGHz = 1e9;
 constexpr double kUpper = 200 * kGHz;
 

@@ -33,7 +33,6 @@ using RealMatrix = Matrices::RealMatrix;
 using ComplexMatrix = Matrices::ComplexMatrix;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 // Calls, each with the rest of the text that refuses it.
 using Refusals = std::vector<std::pair<std::function<void()>, std::string>>;

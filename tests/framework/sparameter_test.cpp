@@ -24,7 +24,6 @@ using Data = std::map<double, Complex>;
 using Response = std::function<Complex(double f)>;  // f in Hz
 
 constexpr double kTwoPi = 2.0 * std::numbers::pi;
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kRateGBd = 26.5625;
 constexpr int kSymbols = 8191;

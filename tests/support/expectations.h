@@ -6,6 +6,7 @@
 #include <complex>
 #include <cstddef>
 #include <exception>
+#include <limits>
 #include <new>
 #include <span>
 #include <stdexcept>
@@ -14,6 +15,8 @@
 #include <vector>
 
 namespace Tarnwick::Testing {
+
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 /// The values of a raw result, which is released as its caller has to.
 template <typename Value>

@@ -100,7 +100,7 @@ TEST(SweepRanking, PutsTheLargerFigureFirstThenTheWiderEye)
     EXPECT_EQ(Ranking(runs), (std::vector<std::size_t>{3, 2, 1, 4, 0}));
 }
 
-constexpr const char* kChain = R"({
+constexpr const char* kSweptChain = R"({
     "device": {"baudRateGBd": 10, "samplesPerUi": 8, "signalCoding": "NRZ", "patternSymbols": {"prbs": 7}},
     "filters": [{"type": "copy"},
                 {"type": "moving-average", "WindowLength": 3},
@@ -116,7 +116,7 @@ Waveform CaptureOf(double lossDb)
 
 SweepInput InputOver(std::initializer_list<const char*> axes)
 {
-    SweepInput input{ChainFile::FromText(kChain, "chain.json"), {{"capture.csv", CaptureOf(6.0)}}, {}, {}};
+    SweepInput input{ChainFile::FromText(kSweptChain, "chain.json"), {{"capture.csv", CaptureOf(6.0)}}, {}, {}};
     for (const char* axis : axes)
         input.axes.push_back(ReadSweepAxis(axis));
     return input;
@@ -158,7 +158,7 @@ TEST(Sweep, GivesWhatTheWholeChainGives)
             EXPECT_EQ(runs[run].error, "");
             const std::size_t last = input.axes.back().values.size();
             EXPECT_EQ(runs[run].values.back(), input.axes.back().values[run % last]);  // the last one changes fastest
-            json file = json::parse(kChain);
+            json file = json::parse(kSweptChain);
             for (std::size_t axis = 0; axis < input.axes.size(); ++axis)
                 file[pointerTo(input.axes[axis].path)] = json::parse(runs[run].values[axis]);
             const ChainInput record =
@@ -213,7 +213,7 @@ TEST(Sweep, TakesTheWorstOfSeveralCaptures)
 TEST(Sweep, StopsAtWhatNoValueMends)
 {
     SweepInput input = InputOver({"filters.3.cutoffPercent=50,75"});
-    json file = json::parse(kChain);
+    json file = json::parse(kSweptChain);
     file["filters"][2]["order"] = 17;
     input.chain = ChainFile::FromText(file.dump(), "chain.json");
     const std::string message = FailureOf<UsageFailure>([&] { Sweep(input, kNobody); });

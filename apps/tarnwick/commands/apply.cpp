@@ -35,7 +35,7 @@ namespace {
 
 namespace Workbench = DSO::Workbench;
 
-struct Options {
+struct ApplyOptions {
     std::string chain;
     CaptureOptions capture;
     FactOptions facts;
@@ -108,7 +108,7 @@ std::string TableOf(const std::vector<Workbench::StageReport>& reports)
 }
 
 // A chain that is run again must find what it read the first time.
-void RequireOutputsApart(const std::vector<std::string>& inputs, const Options& options)
+void RequireOutputsApart(const std::vector<std::string>& inputs, const ApplyOptions& options)
 {
     RequireApart("--output", options.output, inputs);
     if (!options.eyePrefix.empty())
@@ -118,7 +118,7 @@ void RequireOutputsApart(const std::vector<std::string>& inputs, const Options& 
 
 // What the pictures that were asked for need.
 void RequirePictures(Workbench::Chain& chain, const Workbench::ChainInput& input,
-                     const std::vector<std::string>& inputs, const Options& options)
+                     const std::vector<std::string>& inputs, const ApplyOptions& options)
 {
     if (!options.eyePrefix.empty())
         RequireEyes(input, NameOf(options.capture), "--eye");
@@ -135,13 +135,13 @@ void RequirePictures(Workbench::Chain& chain, const Workbench::ChainInput& input
 }
 
 // The capture, locked for the chain.
-Workbench::ChainInput ReadInput(const Workbench::ChainFile& file, const Options& options)
+Workbench::ChainInput ReadInput(const Workbench::ChainFile& file, const ApplyOptions& options)
 {
     Progress progress(2);
     return InputFor(file, ReadCaptureToLock(options.capture, progress), With(options.facts), NameOf(options.capture));
 }
 
-void DrawEyes(const Options& options, const Workbench::ChainInput& input, const Workbench::ChainResult& result)
+void DrawEyes(const ApplyOptions& options, const Workbench::ChainInput& input, const Workbench::ChainResult& result)
 {
     const auto& first = result.stages.front();
     const auto& last = result.stages.back();
@@ -160,7 +160,7 @@ void DrawEyes(const Options& options, const Workbench::ChainInput& input, const 
     DrawBathtub(DSO::PathOf(options.eyePrefix + "-bathtub.png"), curves, name);
 }
 
-void DrawStageTaps(const Options& options, Workbench::Chain& chain, const Workbench::ChainResult& result)
+void DrawStageTaps(const ApplyOptions& options, Workbench::Chain& chain, const Workbench::ChainResult& result)
 {
     const std::string name = FileNameOf(NameOf(options.capture));
     std::size_t report = 0;  // of the capture; those of the stages follow
@@ -177,7 +177,7 @@ void DrawStageTaps(const Options& options, Workbench::Chain& chain, const Workbe
     }
 }
 
-void Apply(const Options& options)
+void Apply(const ApplyOptions& options)
 {
     if (!options.output.empty())
         RequireRecordName(options.output);
@@ -224,7 +224,7 @@ void Apply(const Options& options)
 
 void AddApply(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ApplyOptions>();
     command.AddOption("chain", options->chain, "Chain file (JSON): the device and the filters").Required();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);

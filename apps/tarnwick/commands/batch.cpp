@@ -45,7 +45,7 @@ using Workbench::BatchColumn;
 using Workbench::BatchJob;
 using Workbench::BatchRow;
 
-struct Options {
+struct BatchOptions {
     std::string chain;
     std::vector<std::string> captures;
     CaptureOptions reading;
@@ -80,7 +80,7 @@ struct Rows {
 };
 
 // What is written must not be what is read; all names at once, for they are many.
-void RequireOutputsApart(const Options& options, const Workbench::ChainFile& chain, std::span<const BatchJob> jobs)
+void RequireOutputsApart(const BatchOptions& options, const Workbench::ChainFile& chain, std::span<const BatchJob> jobs)
 {
     std::error_code error;
     const auto place = [&](const fs::path& path) { return fs::weakly_canonical(fs::absolute(path, error), error); };
@@ -123,7 +123,7 @@ void MakeFolder(const std::string& folder)
 }
 
 // What an earlier batch has done already.
-Rows RowsOf(const Options& options, const GrowingTable& table, const Workbench::BatchInput& input,
+Rows RowsOf(const BatchOptions& options, const GrowingTable& table, const Workbench::BatchInput& input,
             std::span<const BatchJob> jobs)
 {
     Rows rows;
@@ -242,7 +242,7 @@ void PrintFailures(const Rows& rows)
         PrintNote(fmt::format("and {} more", count - kMostPrinted));
 }
 
-void WriteReport(const Options& options, const Rows& rows, const Workbench::RowEyes& eyes,
+void WriteReport(const BatchOptions& options, const Rows& rows, const Workbench::RowEyes& eyes,
                  const Workbench::ReportHead& head)
 {
     std::vector<BatchRow> done;
@@ -259,7 +259,7 @@ void WriteReport(const Options& options, const Rows& rows, const Workbench::RowE
     Workbench::WriteWhole(DSO::PathOf(options.report), HtmlReport(table, head));
 }
 
-void Run(Options options)
+void Run(BatchOptions options)
 {
     if (options.results.empty())
         options.results = (DSO::PathOf(options.folder) / "results.csv").string();
@@ -315,7 +315,7 @@ void Run(Options options)
 
 void AddBatch(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<BatchOptions>();
     command.AddOption("chain", options->chain, "Chain file (JSON): the device and the filters").Required();
     command
         .AddOption("captures", options->captures,

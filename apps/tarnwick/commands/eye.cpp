@@ -31,7 +31,7 @@ namespace {
 
 namespace Workbench = DSO::Workbench;
 
-struct Options {
+struct EyeOptions {
     CaptureOptions capture;
     FactOptions facts;
     std::string prefix;
@@ -41,7 +41,7 @@ struct Options {
 };
 
 // A chain without filters.
-void WriteReport(const Options& options, const Workbench::Waveform& capture, Workbench::ReportHead head)
+void WriteReport(const EyeOptions& options, const Workbench::Waveform& capture, Workbench::ReportHead head)
 {
     const auto chain = Workbench::ChainFile::FromText(R"({"filters": []})", "no chain");
     head.captures = SourcesOf(options.capture, capture.samples.size());
@@ -49,7 +49,7 @@ void WriteReport(const Options& options, const Workbench::Waveform& capture, Wor
                           HtmlReport(RunForReport(chain, capture, With(options.facts), NameOf(options.capture)), head));
 }
 
-void Draw(const Options& options, const Workbench::LockedCapture& locked, const Workbench::EyeReport& report)
+void Draw(const EyeOptions& options, const Workbench::LockedCapture& locked, const Workbench::EyeReport& report)
 {
     const std::string name = FileNameOf(NameOf(options.capture));
     DrawEye(DSO::PathOf(options.prefix + ".png"), locked.samples, locked.report.samplesPerUiOut, report,
@@ -60,7 +60,7 @@ void Draw(const Options& options, const Workbench::LockedCapture& locked, const 
     }
 }
 
-void Run(Options options)
+void Run(EyeOptions options)
 {
     for (const char* const end : {".png", "-bathtub.png"})
         if (!options.prefix.empty())
@@ -105,7 +105,7 @@ void Run(Options options)
 
 void AddEye(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<EyeOptions>();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
     command.AddOption("-o,--output", options->prefix, "Draw PREFIX.png and PREFIX-bathtub.png").TypeName("PREFIX");

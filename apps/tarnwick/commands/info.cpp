@@ -15,13 +15,13 @@ namespace {
 
 namespace Workbench = DSO::Workbench;
 
-struct Options {
+struct InfoOptions {
     CaptureOptions capture;
     FactOptions facts;
     bool json = false;
 };
 
-void Run(const Options& options)
+void Run(const InfoOptions& options)
 {
     Workbench::CaptureContent content;
     {
@@ -38,7 +38,7 @@ void Run(const Options& options)
 
 void AddInfo(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<InfoOptions>();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
     command.AddFlag("--json", options->json, "Print as JSON; null where nothing was found");

@@ -28,7 +28,7 @@ namespace Workbench = DSO::Workbench;
 constexpr const char* kPhaseEnd = "-phase.png";
 constexpr const char* kSpectrumEnd = "-spectrum.png";
 
-struct Options {
+struct LockOptions {
     CaptureOptions capture;
     FactOptions facts;
     std::string output;
@@ -42,7 +42,7 @@ struct Options {
     bool json = false;
 };
 
-void Draw(const Options& options, const Workbench::LockedCapture& locked)
+void Draw(const LockOptions& options, const Workbench::LockedCapture& locked)
 {
     const std::string name = FileNameOf(NameOf(options.capture));
     const bool hasPhase = !locked.report.phaseUi.empty();
@@ -60,7 +60,7 @@ void Draw(const Options& options, const Workbench::LockedCapture& locked)
                                                   : "phase"));
 }
 
-void Run(const Options& options)
+void Run(const LockOptions& options)
 {
     if (!options.output.empty())
         RequireRecordName(options.output);
@@ -99,7 +99,7 @@ void Run(const Options& options)
 
 void AddLock(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<LockOptions>();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
     command.AddOption(

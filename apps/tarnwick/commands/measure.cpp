@@ -18,7 +18,7 @@ namespace {
 
 namespace Workbench = DSO::Workbench;
 
-struct Options {
+struct MeasureOptions {
     CaptureOptions capture;
     FactOptions facts;
     int numberOfTaps = 5;
@@ -26,7 +26,7 @@ struct Options {
     bool json = false;
 };
 
-void Run(const Options& options)
+void Run(const MeasureOptions& options)
 {
     const std::string name = NameOf(options.capture);
     Workbench::LockedCapture locked;
@@ -46,7 +46,7 @@ void Run(const Options& options)
 
 void AddMeasure(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<MeasureOptions>();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);
     command.AddOption("--taps", options->numberOfTaps, "Taps of the reference equaliser")

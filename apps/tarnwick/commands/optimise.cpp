@@ -36,7 +36,7 @@ namespace Workbench = DSO::Workbench;
 constexpr const char* kAll = "all";
 constexpr const char* kNone = "none";
 
-struct Options {
+struct OptimiseOptions {
     std::string chain;
     CapturesOptions captures;
     FactOptions facts;
@@ -73,7 +73,7 @@ void GoOnWith(const GrowingTable& table, Workbench::OptimiserInput& input)
         table.Replace(whole);
 }
 
-void Run(const Options& options)
+void Run(const OptimiseOptions& options)
 {
     Workbench::ChainFile file(DSO::PathOf(options.chain));
     std::vector<std::string> inputs = FilesOf(file);
@@ -139,7 +139,7 @@ void Run(const Options& options)
 
 void AddOptimise(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<OptimiseOptions>();
     command.AddOption("chain", options->chain, "Chain file (JSON): its CTLE, FFE and DFE are searched, the rest stays")
         .Required();
     AddCapturesOptions(command, options->captures);

@@ -27,7 +27,7 @@ namespace {
 
 namespace Workbench = DSO::Workbench;
 
-struct Options {
+struct ReportOptions {
     std::string chain;
     CaptureOptions capture;
     FactOptions facts;
@@ -35,7 +35,7 @@ struct Options {
     std::string mask;
 };
 
-void Run(const Options& options)
+void Run(const ReportOptions& options)
 {
     const Workbench::ChainFile file(DSO::PathOf(options.chain));
     std::vector<std::string> inputs = FilesOf(file);
@@ -73,7 +73,7 @@ void Run(const Options& options)
 
 void AddReport(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ReportOptions>();
     command.AddOption("chain", options->chain, "Chain file (JSON): the device and the filters").Required();
     AddCaptureOptions(command, options->capture);
     AddFactOptions(command, options->facts);

@@ -25,18 +25,18 @@ namespace {
 
 namespace Workbench = DSO::Workbench;
 
-struct Options {
+struct ResponseOptions {
     std::string chain;
     std::string prefix;
     bool json = false;
 };
 
-std::string ChannelName(const Options& options, std::size_t index)
+std::string ChannelName(const ResponseOptions& options, std::size_t index)
 {
     return fmt::format("{}-sirc-{}", options.prefix, index);
 }
 
-void RequireOutputsApart(const Workbench::ChainFile& file, Workbench::Chain& chain, const Options& options)
+void RequireOutputsApart(const Workbench::ChainFile& file, Workbench::Chain& chain, const ResponseOptions& options)
 {
     if (options.prefix.empty())
         return;
@@ -55,7 +55,7 @@ void RequireOutputsApart(const Workbench::ChainFile& file, Workbench::Chain& cha
         RequireApart("--output", output, inputs);
 }
 
-Workbench::ChainResponse Measure(const Options& options)
+Workbench::ChainResponse Measure(const ResponseOptions& options)
 {
     const Workbench::ChainFile file(DSO::PathOf(options.chain));
     const Workbench::ImpulseRecord record = Workbench::ImpulseRecordFor(file);
@@ -73,7 +73,7 @@ Workbench::ChainResponse Measure(const Options& options)
     return response;
 }
 
-void WriteColumns(const Options& options, const Workbench::ChainResponse& response)
+void WriteColumns(const ResponseOptions& options, const Workbench::ChainResponse& response)
 {
     Workbench::WriteWhole(DSO::PathOf(options.prefix + "-frequency.csv"), Workbench::FrequencyColumns(response));
     Workbench::WriteWhole(DSO::PathOf(options.prefix + "-impulse.csv"), Workbench::ImpulseColumns(response));
@@ -83,7 +83,7 @@ void WriteColumns(const Options& options, const Workbench::ChainResponse& respon
                                   Workbench::ChannelColumns(*filter.channel));
 }
 
-void Draw(const Options& options, const Workbench::ChainResponse& response)
+void Draw(const ResponseOptions& options, const Workbench::ChainResponse& response)
 {
     const std::string chain = FileNameOf(options.chain);
     DrawResponse(DSO::PathOf(options.prefix + ".png"), response, "Response of " + chain);
@@ -97,7 +97,7 @@ void Draw(const Options& options, const Workbench::ChainResponse& response)
                  fmt::format("{}: filter {} {}", chain, taps.index, taps.type));
 }
 
-void Run(const Options& options)
+void Run(const ResponseOptions& options)
 {
     const Workbench::ChainResponse response = Measure(options);
     for (const std::string& label : response.leftOut)
@@ -116,7 +116,7 @@ void Run(const Options& options)
 
 void AddResponse(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ResponseOptions>();
     command.AddOption("chain", options->chain, "Chain file (JSON): the device and the filters").Required();
     command
         .AddOption("-o,--output", options->prefix,

@@ -25,7 +25,7 @@ namespace {
 
 namespace Workbench = DSO::Workbench;
 
-struct Options {
+struct SimulateOptions {
     Workbench::Simulation settings;
     Workbench::SimulatedPattern pattern;
     std::string coding = "PAM4";
@@ -41,7 +41,7 @@ std::vector<std::string> SimulatedCodings()
     return names;
 }
 
-void Run(Options& options)
+void Run(SimulateOptions& options)
 {
     RequireRecordName(options.output);
     if (!options.chain.empty() && IsSameFile(options.output, options.chain))
@@ -75,7 +75,7 @@ void Run(Options& options)
 
 void AddSimulate(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<SimulateOptions>();
     Workbench::Simulation& settings = options->settings;
     Workbench::SimulatedPattern& pattern = options->pattern;
     command

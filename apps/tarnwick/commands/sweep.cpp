@@ -34,7 +34,7 @@ namespace Workbench = DSO::Workbench;
 using Workbench::SweepInput;
 using Workbench::SweepRun;
 
-struct Options {
+struct SweepOptions {
     std::string chain;
     CapturesOptions captures;
     FactOptions facts;
@@ -46,7 +46,7 @@ struct Options {
     bool json = false;
 };
 
-void WriteReport(const Options& options, const SweepInput& input, const std::vector<SweepRun>& runs,
+void WriteReport(const SweepOptions& options, const SweepInput& input, const std::vector<SweepRun>& runs,
                  const Workbench::RowEyes& eyes, Workbench::ReportHead head, const std::vector<std::string>& notes)
 {
     head.captures = SourcesOf(options.captures, input.captures);
@@ -55,7 +55,7 @@ void WriteReport(const Options& options, const SweepInput& input, const std::vec
     Workbench::WriteWhole(DSO::PathOf(options.report), HtmlReport(table, head));
 }
 
-void Run(const Options& options)
+void Run(const SweepOptions& options)
 {
     std::vector<Workbench::SweepAxis> axes = Workbench::ReadSweepAxes(options.over);
     Workbench::ChainFile file(DSO::PathOf(options.chain));
@@ -112,7 +112,7 @@ void Run(const Options& options)
 
 void AddSweep(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<SweepOptions>();
     command.AddOption("chain", options->chain, "Chain file (JSON): the device and the filters").Required();
     AddCapturesOptions(command, options->captures);
     AddFactOptions(command, options->facts);

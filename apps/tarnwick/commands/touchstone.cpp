@@ -25,7 +25,7 @@ namespace {
 
 namespace Workbench = DSO::Workbench;
 
-struct Options {
+struct TouchstoneOptions {
     std::string file;
     std::string normalised;
     std::string prefix;
@@ -33,14 +33,14 @@ struct Options {
     bool json = false;
 };
 
-void Normalise(std::string_view text, const Options& options)
+void Normalise(std::string_view text, const TouchstoneOptions& options)
 {
     const auto normalised = Workbench::NormaliseFixture(text, options.file, options.normalised);
     Workbench::WriteWhole(DSO::PathOf(options.normalised), normalised.text);
     PrintNotes(normalised.notes);
 }
 
-std::vector<Workbench::TransmissionCurve> Curves(const Workbench::FixtureFile& file, const Options& options)
+std::vector<Workbench::TransmissionCurve> Curves(const Workbench::FixtureFile& file, const TouchstoneOptions& options)
 {
     std::vector<Workbench::TransmissionCurve> curves = CurvesOf(file);
     if (curves.empty())
@@ -50,7 +50,7 @@ std::vector<Workbench::TransmissionCurve> Curves(const Workbench::FixtureFile& f
 }
 
 // [Hz] Those at which values are asked for.
-std::vector<double> Frequencies(const Workbench::FixtureFile& file, const Options& options)
+std::vector<double> Frequencies(const Workbench::FixtureFile& file, const TouchstoneOptions& options)
 {
     const Workbench::FixtureTransmission& data = file.Report().plain;
     std::vector<double> frequencies;
@@ -63,7 +63,7 @@ std::vector<double> Frequencies(const Workbench::FixtureFile& file, const Option
     return frequencies;
 }
 
-void Run(const Options& options)
+void Run(const TouchstoneOptions& options)
 {
     const std::string text = Workbench::ReadFixtureText(DSO::PathOf(options.file));
     const Workbench::FixtureFile file = Workbench::DescribeFixture(text, options.file);
@@ -91,7 +91,7 @@ void Run(const Options& options)
 
 void AddTouchstone(const CommandLine& command)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<TouchstoneOptions>();
     command.AddOption("file", options->file, "Fixture: .s1p, .s2p, .s4p, or a table of dB and radians, .s21")
         .Required();
     command

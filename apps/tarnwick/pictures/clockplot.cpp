@@ -20,8 +20,8 @@ using DSO::Workbench::ClockSpectrum;
 using DSO::Workbench::LockedCapture;
 using DSO::Workbench::LockReport;
 
-constexpr int kWidth = 960;  // [pixels]
-constexpr int kHeight = 640;
+constexpr int kClockWidth = 960;  // [pixels]
+constexpr int kClockHeight = 640;
 constexpr double kLeastShownUi = 0.01;   // to either side: what any clean capture stays within looks flat
 constexpr std::size_t kMostMarked = 64;  // phases that get a dot each
 constexpr double kLowestDb = -10.0;      // shown of a spectrum whose median is 0 dB
@@ -102,7 +102,7 @@ void DrawClockPhase(const fs::path& path, const LockedCapture& capture, const st
             ", $tracked using 1:2 with lines linewidth 2 linecolor '{}' title "
             "'tracked, {:.2g} UI rms left'",
             kMark, report.trackedResidualUi);
-    DrawPng(path, kWidth, kHeight, script + "\n");
+    DrawPng(path, kClockWidth, kClockHeight, script + "\n");
 }
 
 void DrawClockSpectrum(const fs::path& path, const LockedCapture& capture, const std::string& title)
@@ -151,7 +151,7 @@ void DrawClockSpectrum(const fs::path& path, const LockedCapture& capture, const
         spectrum.leastDb, at(line) * perCycle, top - 1.0, spectrum.scoreDb[line], kMark, isRight ? "right" : "left",
         isRight ? -0.8 : 0.8);
     script += fmt::format("plot $spectrum using 1:2 with lines linewidth 1 linecolor '{}'\n", kCurve);
-    DrawPng(path, kWidth, kHeight, script);
+    DrawPng(path, kClockWidth, kClockHeight, script);
 }
 
 }  // namespace Tarnwick::App

@@ -22,8 +22,8 @@ using DSO::Workbench::kEyeSpanUi;
 
 constexpr std::size_t kColumns = 480;  // cells of a picture of one eye
 constexpr std::size_t kRows = 320;
-constexpr int kWidth = 960;  // [pixels] two by two of a cell
-constexpr int kHeight = 640;
+constexpr int kEyeWidth = 960;  // [pixels] two by two of a cell
+constexpr int kEyeHeight = 640;
 constexpr double kMillivoltRange = 0.5;  // [V] a smaller range is labelled in millivolts
 
 // Commands common to all pictures of eyes.
@@ -156,7 +156,7 @@ void DrawEye(const fs::path& path, std::span<const double> samples, double sampl
         throw DataFailure(
             fmt::format("{}: a sample of \"{}\" is not finite; there is no eye to draw", path.string(), title));
     script += PlotOf(image, unit.perVolt);
-    DrawPng(path, kWidth, kHeight, script);
+    DrawPng(path, kEyeWidth, kEyeHeight, script);
 }
 
 SheetGrid GridFor(std::size_t tiles, std::size_t columns)

@@ -20,21 +20,21 @@ using DSO::Workbench::StageTaps;
 using DSO::Workbench::TapFigure;
 using Source = PulseResponses::Source;
 
-constexpr int kWidth = 960;  // [pixels]
-constexpr int kHeight = 760;
-constexpr int kBarsHeight = 420;               // [pixels] of the taps alone
-constexpr double kPlotWidth = 840.0;           // [pixels] within the margins
-constexpr double kLabelWidth = 52.0;           // [pixels] of a tap's value
-constexpr std::size_t kMostLabels = 16;        // taps; more would not be read
-constexpr double kRoom = 0.2;                  // of the range of the taps, above and below, for their values
-constexpr double kUprightRoom = 0.35;          // the same for values that stand upright
-constexpr double kShown = 0.02;                // of its peak: a pulse response is shown until it stays below this
-constexpr double kNarrowestUi[] = {2.0, 5.0};  // shown before and behind the main cursor, at least
+constexpr int kTapsWidth = 960;  // [pixels]
+constexpr int kTapsHeight = 760;
+constexpr int kBarsHeight = 420;                   // [pixels] of the taps alone
+constexpr double kPlotWidth = 840.0;               // [pixels] within the margins
+constexpr double kLabelWidth = 52.0;               // [pixels] of a tap's value
+constexpr std::size_t kMostLabels = 16;            // taps; more would not be read
+constexpr double kRoom = 0.2;                      // of the range of the taps, above and below, for their values
+constexpr double kUprightRoom = 0.35;              // the same for values that stand upright
+constexpr double kShown = 0.02;                    // of its peak: a pulse response is shown until it stays below this
+constexpr double kNarrowestTapsUi[] = {2.0, 5.0};  // shown before and behind the main cursor, at least
 constexpr const char* kBars = "#f9c74f";
 constexpr const char* kBefore = "#a0a0b0";
 constexpr const char* kAfter = "#4cc9f0";
 
-struct Axis {
+struct UiAxis {
     double first;  // [UI]
     double last;
 
@@ -63,9 +63,9 @@ double Largest(const std::vector<double>& values)
     return largest;
 }
 
-Axis AxisOf(const TapFigure& figure)
+UiAxis AxisOf(const TapFigure& figure)
 {
-    Axis axis{-kNarrowestUi[0], kNarrowestUi[1]};
+    UiAxis axis{-kNarrowestTapsUi[0], kNarrowestTapsUi[1]};
     const double room = std::max(0.5, 0.75 * SpacingOf(figure.taps));
     axis.Take(figure.taps.offsetsUi.front() - room, figure.taps.offsetsUi.back() + room);
     if (!figure.pulses)
@@ -115,7 +115,7 @@ std::string CursorMarkOver(const StageTaps& taps)
     return isUp ? CursorMark("graph 0", "0") : CursorMark("0", "graph 1");
 }
 
-std::string BarsPanel(const StageTaps& taps, const Axis& axis)
+std::string BarsPanel(const StageTaps& taps, const UiAxis& axis)
 {
     const double spacing = SpacingOf(taps);
     const bool isLabelled = taps.values.size() <= kMostLabels;
@@ -201,7 +201,7 @@ void DrawTaps(const std::filesystem::path& path, const TapFigure& figure, const 
 {
     if (figure.taps.values.empty())
         throw DataFailure(fmt::format("{}: \"{}\" has no taps to draw", path.string(), title));
-    const Axis axis = AxisOf(figure);
+    const UiAxis axis = AxisOf(figure);
     std::string script =
         Theme() + fmt::format(
                       "set multiplot layout {},1 title {} textcolor '#e8e8f0' font 'sans,14'\n"
@@ -216,7 +216,7 @@ void DrawTaps(const std::filesystem::path& path, const TapFigure& figure, const 
     script += BarsPanel(figure.taps, axis);
     if (figure.pulses)
         script += kTime + PulsePanel(*figure.pulses);
-    DrawPng(path, kWidth, figure.pulses ? kHeight : kBarsHeight, script + "unset multiplot\n");
+    DrawPng(path, kTapsWidth, figure.pulses ? kTapsHeight : kBarsHeight, script + "unset multiplot\n");
 }
 
 }  // namespace Tarnwick::App

@@ -18,23 +18,23 @@ namespace fs = std::filesystem;
 using DSO::Workbench::kGiga;
 using DSO::Workbench::TransmissionCurve;
 
-constexpr double kNano = 1e9;          // nanoseconds in a second
-constexpr int kWidth = 1100;           // [pixels]
-constexpr int kHeight = 850;           // [pixels]
-constexpr double kShownDb = 80.0;      // magnitudes are shown down to this far below the largest
-constexpr std::size_t kPoints = 4000;  // of a line: more than the picture has columns
-constexpr std::size_t kMarked = 200;   // up to so many values are marked one by one
-constexpr double kFarAbove = 0.3;      // of the last frequency: data that begin above leave 0 Hz out of the picture
-constexpr int kMagnitude = 2;          // columns of the data
+constexpr double kNano = 1e9;                    // nanoseconds in a second
+constexpr int kTouchstoneWidth = 1100;           // [pixels]
+constexpr int kTouchstoneHeight = 850;           // [pixels]
+constexpr double kTouchstoneShownDb = 80.0;      // magnitudes are shown down to this far below the largest
+constexpr std::size_t kTouchstonePoints = 4000;  // of a line: more than the picture has columns
+constexpr std::size_t kMarked = 200;             // up to so many values are marked one by one
+constexpr double kFarAbove = 0.3;  // of the last frequency: data that begin above leave 0 Hz out of the picture
+constexpr int kMagnitude = 2;      // columns of the data
 constexpr int kDelay = 3;
-constexpr const char* kColours[] = {"#4cc9f0", "#f9c74f"};
+constexpr const char* kTouchstoneColours[] = {"#4cc9f0", "#f9c74f"};
 
 std::string Data(std::span<const TransmissionCurve> curves)
 {
     std::string data;
     for (std::size_t k = 0; k < curves.size(); ++k) {
         const TransmissionCurve& curve = curves[k];
-        const std::size_t stride = std::max<std::size_t>(1, curve.frequency.size() / kPoints);
+        const std::size_t stride = std::max<std::size_t>(1, curve.frequency.size() / kTouchstonePoints);
         data += fmt::format("$line{} << EOD\n", k);
         for (std::size_t i = 0; i < curve.frequency.size(); i += stride)
             if (std::isfinite(curve.magnitudeDb[i]))
@@ -55,7 +55,7 @@ std::string StyleOf(const TransmissionCurve& curve, std::size_t k)
         case TransmissionCurve::Role::Meant: break;
     }
     return fmt::format("{} linewidth 2.5 linecolor '{}'", curve.frequency.size() == 1 ? "points pointtype 7" : "lines",
-                       kColours[k % std::size(kColours)]);
+                       kTouchstoneColours[k % std::size(kTouchstoneColours)]);
 }
 
 // The weaker port order first, so that nothing hides behind it; it carries coupling, whose delay means nothing.
@@ -111,7 +111,7 @@ void DrawTransmission(const fs::path& path, std::span<const TransmissionCurve> c
     }
     if (highest < lowest)
         highest = lowest = 0.0;
-    lowest = std::max(lowest, highest - kShownDb);
+    lowest = std::max(lowest, highest - kTouchstoneShownDb);
     const double room = std::max(1.0, 0.06 * (highest - lowest));
     const double begin = first > kFarAbove * last ? first : std::min(first, 0.0);
     const double end = last > begin ? last : begin + 1.0;
@@ -124,7 +124,7 @@ void DrawTransmission(const fs::path& path, std::span<const TransmissionCurve> c
                                    Quoted(title), begin, end, lowest - room, highest + room) +
                                Plot(curves, kMagnitude) + "unset key\nset ylabel 'group delay [ns]'\n" +
                                DelayRange(curves, lowest) + Plot(curves, kDelay) + "unset multiplot\n";
-    DrawPng(path, kWidth, kHeight, script);
+    DrawPng(path, kTouchstoneWidth, kTouchstoneHeight, script);
 }
 
 }  // namespace Tarnwick::App

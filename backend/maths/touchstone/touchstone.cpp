@@ -6,8 +6,6 @@
 #include <iterator>
 #include <utility>
 
-#include <Eigen/Core>
-
 namespace Tarnwick::DSO::Maths {
 
 using Complex = std::complex<double>;
@@ -16,9 +14,6 @@ namespace {
 
 constexpr double kRadiansPerDegree = 0.017453292519943295;
 constexpr std::size_t kRecordTokens = 9;  // a frequency and four pairs
-
-using Matrix4 = Eigen::Matrix<double, 4, 4, Eigen::RowMajor>;
-using ComplexMatrix4 = Eigen::Matrix<Complex, 4, 4, Eigen::RowMajor>;
 
 Complex Polar(double magnitude, double radians)
 {
@@ -101,13 +96,10 @@ Complex FromPair(PairFormat format, double a, double b)
 
 Complex DifferentialTransmission(std::span<const Complex, 16> matrix, PortPairs pairs)
 {
-    static const Matrix4 toMixed{{1, -1, 0, 0}, {0, 0, 1, -1}, {1, 1, 0, 0}, {0, 0, 1, 1}};
-    static const Matrix4 fromMixed = 0.5 * toMixed.transpose();
-    ComplexMatrix4 single = Eigen::Map<const ComplexMatrix4>(matrix.data());
-    if (pairs == PortPairs::Alternate)
-        single.row(1).swap(single.row(2));
-    const ComplexMatrix4 mixed = toMixed * single * fromMixed;
-    return mixed(1, 0);
+    // (S31 - S41 - S32 + S42)/2, with ports 1, 2 and 3, 4 for the pairs.
+    const std::size_t positive = pairs == PortPairs::Alternate ? 1 : 2;
+    const auto across = [&](std::size_t column) { return matrix[4 * positive + column] - matrix[4 * 3 + column]; };
+    return 0.5 * across(0) - 0.5 * across(1);
 }
 
 Number NumberAtStart(std::string_view text)

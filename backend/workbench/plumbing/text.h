@@ -9,6 +9,8 @@
 
 namespace Tarnwick::DSO::Workbench {
 
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  ///< in UTF-8
+
 /// The parts between separators, empty ones among them; always at least one.
 std::vector<std::string> SplitAt(std::string_view text, char separator);
 

@@ -5,14 +5,14 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-using P = Filters::BesselThomsonParameters;
+using Filters::BesselThomsonParameters;
 
-const std::vector<Field<P>>& Fields()
+const std::vector<Field<BesselThomsonParameters>>& BesselThomsonFields()
 {
-    static const std::vector<Field<P>> fields = {
-        {"order", &P::order, "", "order of the Bessel polynomial, 1 to 16"},
-        {"cutoffPercent", &P::cutoffPercent, "% of the symbol rate", "cutoff"},
-        {"cutoffFrequency", &P::cutoffFrequency, "Hz", "carried; no effect"},
+    static const std::vector<Field<BesselThomsonParameters>> fields = {
+        {"order", &BesselThomsonParameters::order, "", "order of the Bessel polynomial, 1 to 16"},
+        {"cutoffPercent", &BesselThomsonParameters::cutoffPercent, "% of the symbol rate", "cutoff"},
+        {"cutoffFrequency", &BesselThomsonParameters::cutoffFrequency, "Hz", "carried; no effect"},
     };
     return fields;
 }
@@ -21,11 +21,14 @@ const std::vector<Field<P>>& Fields()
 
 StageType BesselThomsonStage()
 {
-    return {"bessel-thomson", "reference receiver: a Bessel-Thomson low-pass", [] { return KeysOf(Fields(), P()); },
-            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return std::make_unique<P>(); },
+    return {"bessel-thomson", "reference receiver: a Bessel-Thomson low-pass",
+            [] { return KeysOf(BesselThomsonFields(), BesselThomsonParameters()); },
+            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> {
+                return std::make_unique<BesselThomsonParameters>();
+            },
             [](const nlohmann::json& settings, const Place& place, DeviceConfiguration& config) {
-                auto parameters = std::make_unique<P>(&config);
-                ReadSettings(*parameters, Fields(), settings, place);
+                auto parameters = std::make_unique<BesselThomsonParameters>(&config);
+                ReadSettings(*parameters, BesselThomsonFields(), settings, place);
                 return PlanOf<Filters::BesselThomson>(std::move(parameters), place);
             }};
 }

@@ -5,7 +5,7 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-using P = Filters::CTLEFilterParameters;
+using Filters::CTLEFilterParameters;
 
 struct CtleName {
     const char* name;
@@ -20,36 +20,37 @@ constexpr CtleName kCtleNames[] = {
     {"oif-cei-112g", CTLE_OIF_CEI_112G_LINEAR_PAM4},
 };
 
-void SetCtleType(P& parameters, const nlohmann::json& value, const Place& place)
+void SetCtleType(CTLEFilterParameters& parameters, const nlohmann::json& value, const Place& place)
 {
     parameters.type = RowFrom(kCtleNames, value, place).type;
 }
 
-const std::vector<Field<P>>& Fields()
+const std::vector<Field<CTLEFilterParameters>>& CtleFields()
 {
     constexpr const char* kDerived = "derived by the filter; no effect here";
-    static const std::vector<Field<P>> fields = {
-        {"ctleType", Setter<P>{&SetCtleType, "text"}, "", "form of the response", "peaking", NamesOf(kCtleNames)},
-        {"gain", &P::gain, "dB",
+    static const std::vector<Field<CTLEFilterParameters>> fields = {
+        {"ctleType", Setter<CTLEFilterParameters>{&SetCtleType, "text"}, "", "form of the response", "peaking",
+         NamesOf(kCtleNames)},
+        {"gain", &CTLEFilterParameters::gain, "dB",
          "`peaking`, `hdmi2.0`: gain at half the symbol rate over DC; `hdmi`: level 1 to 8, without unit; "
          "`ieee802.3bs`: preset 1.0 to 9.0 in steps of 0.5; `oif-cei-112g`: g_DC"},
-        {"gain2", &P::gain2, "dB", "`oif-cei-112g`: g_DC2"},
-        {"pole1", &P::pole1, "GHz", "`oif-cei-112g`: first pole"},
-        {"pole2", &P::pole2, "GHz", "`oif-cei-112g`: second pole"},
-        {"zero1", &P::zero1, "GHz", "`oif-cei-112g`: zero"},
-        {"zero2", &P::zero2, "GHz", "`oif-cei-112g`: low-frequency pole and zero"},
-        {"outputScale", &P::outputScale, "", "`oif-cei-112g`: factor of every output sample"},
-        {"pole3", &P::pole3, "rad/s", kDerived},
-        {"dcGain", &P::dcGain, "", kDerived},
-        {"dcGain2", &P::dcGain2, "dB", kDerived},
-        {"peakingRatio", &P::peakingRatio, "", kDerived},
-        {"samplesPerUi", &P::samplesPerUi, "samples", "taken from the device; no effect here"},
+        {"gain2", &CTLEFilterParameters::gain2, "dB", "`oif-cei-112g`: g_DC2"},
+        {"pole1", &CTLEFilterParameters::pole1, "GHz", "`oif-cei-112g`: first pole"},
+        {"pole2", &CTLEFilterParameters::pole2, "GHz", "`oif-cei-112g`: second pole"},
+        {"zero1", &CTLEFilterParameters::zero1, "GHz", "`oif-cei-112g`: zero"},
+        {"zero2", &CTLEFilterParameters::zero2, "GHz", "`oif-cei-112g`: low-frequency pole and zero"},
+        {"outputScale", &CTLEFilterParameters::outputScale, "", "`oif-cei-112g`: factor of every output sample"},
+        {"pole3", &CTLEFilterParameters::pole3, "rad/s", kDerived},
+        {"dcGain", &CTLEFilterParameters::dcGain, "", kDerived},
+        {"dcGain2", &CTLEFilterParameters::dcGain2, "dB", kDerived},
+        {"peakingRatio", &CTLEFilterParameters::peakingRatio, "", kDerived},
+        {"samplesPerUi", &CTLEFilterParameters::samplesPerUi, "samples", "taken from the device; no effect here"},
     };
     return fields;
 }
 
 // Settings with which the filter answers zeros.
-void RefuseZeros(const P& parameters, const nlohmann::json& settings, const Place& place,
+void RefuseZeros(const CTLEFilterParameters& parameters, const nlohmann::json& settings, const Place& place,
                  const DeviceConfiguration& config)
 {
     constexpr double kHdmiLevels = 8.0;
@@ -69,11 +70,13 @@ void RefuseZeros(const P& parameters, const nlohmann::json& settings, const Plac
 
 StageType CtleStage()
 {
-    return {"ctle", "continuous-time linear equaliser", [] { return KeysOf(Fields(), P()); },
-            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return std::make_unique<P>(); },
+    return {"ctle", "continuous-time linear equaliser", [] { return KeysOf(CtleFields(), CTLEFilterParameters()); },
+            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> {
+                return std::make_unique<CTLEFilterParameters>();
+            },
             [](const nlohmann::json& settings, const Place& place, DeviceConfiguration& config) {
-                auto parameters = std::make_unique<P>(&config);
-                ReadSettings(*parameters, Fields(), settings, place);
+                auto parameters = std::make_unique<CTLEFilterParameters>(&config);
+                ReadSettings(*parameters, CtleFields(), settings, place);
                 RefuseZeros(*parameters, settings, place, config);
                 return PlanOf<Filters::CTLEFilter>(std::move(parameters), place);
             }};

@@ -18,15 +18,15 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-using P = Filters::DeEmbeddingParameters;
+using Filters::DeEmbeddingParameters;
 using Transmission = std::map<double, std::complex<double>>;
 
-void SetFile(P& parameters, const nlohmann::json& value, const Place& place)
+void SetFile(DeEmbeddingParameters& parameters, const nlohmann::json& value, const Place& place)
 {
     parameters.sparamFileName = FileFrom(value, place).string();
 }
 
-void SetPortOrder(P& parameters, const nlohmann::json& value, const Place& place)
+void SetPortOrder(DeEmbeddingParameters& parameters, const nlohmann::json& value, const Place& place)
 {
     const std::int32_t order = IntegerFrom(value, place);
     if (order != PORT_ORDER_12_34 && order != PORT_ORDER_13_24)
@@ -34,15 +34,15 @@ void SetPortOrder(P& parameters, const nlohmann::json& value, const Place& place
     parameters.portOrder = static_cast<PortOrderS4P>(order);
 }
 
-const std::vector<Field<P>>& Fields()
+const std::vector<Field<DeEmbeddingParameters>>& DeEmbeddingFields()
 {
-    static const std::vector<Field<P>> fields = {
-        {"sparamFileName", Setter<P>{&SetFile, "file"}, "", "the fixture's S-parameters", ""},
-        {"portOrder", Setter<P>{&SetPortOrder, "whole number"}, "",
+    static const std::vector<Field<DeEmbeddingParameters>> fields = {
+        {"sparamFileName", Setter<DeEmbeddingParameters>{&SetFile, "file"}, "", "the fixture's S-parameters", ""},
+        {"portOrder", Setter<DeEmbeddingParameters>{&SetPortOrder, "whole number"}, "",
          "of a four-port file: 0 for the pairs 1, 2 and 3, 4, 1 for 1, 3 and 2, 4", "0"},
-        {"conversionFlag", &P::conversionFlag, "", "true removes the fixture, false adds it"},
-        {"conversionParameterA", &P::conversionParameterA, "dB", "largest boost when removing"},
-        {"conversionParameterB", &P::conversionParameterB, "GHz",
+        {"conversionFlag", &DeEmbeddingParameters::conversionFlag, "", "true removes the fixture, false adds it"},
+        {"conversionParameterA", &DeEmbeddingParameters::conversionParameterA, "dB", "largest boost when removing"},
+        {"conversionParameterB", &DeEmbeddingParameters::conversionParameterB, "GHz",
          "bandwidth: the response is 6 dB down there; 0: as far as the data reach"},
     };
     return fields;
@@ -61,7 +61,7 @@ public:
 // Checks the file before the first record: what the filter would refuse, and where it reads something else than the file
 // says.
 // @return what the filter reads
-Transmission ReadFixture(const P& parameters, std::vector<std::string>& notes)
+Transmission ReadFixture(const DeEmbeddingParameters& parameters, std::vector<std::string>& notes)
 {
     constexpr std::size_t kKindsNoted = 3;
     const std::string& name = parameters.sparamFileName;
@@ -93,7 +93,8 @@ Transmission ReadFixture(const P& parameters, std::vector<std::string>& notes)
     return std::move(report.read);
 }
 
-std::string Findings(const FilterOfReadFixture& filter, const P& parameters, const DeviceConfiguration& config)
+std::string Findings(const FilterOfReadFixture& filter, const DeEmbeddingParameters& parameters,
+                     const DeviceConfiguration& config)
 {
     const std::span<const double> kernel(filter.kernel, static_cast<std::size_t>(filter.kernelLength));
     const auto figures = FiguresOfDeEmbedding(
@@ -112,14 +113,14 @@ std::string Findings(const FilterOfReadFixture& filter, const P& parameters, con
     return JsonText(findings);
 }
 
-StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
+StagePlan PlanDeEmbedding(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
 {
-    auto owned = std::make_unique<P>(&config);
-    ReadSettings(*owned, Fields(), settings, place);
+    auto owned = std::make_unique<DeEmbeddingParameters>(&config);
+    ReadSettings(*owned, DeEmbeddingFields(), settings, place);
     // Noise has not passed through a fixture that is only now added: raising it would give too much.
     if (!owned->conversionFlag && !settings.contains("preserveNoise"))
         owned->preserveNoise = false;
-    P& parameters = *owned;
+    DeEmbeddingParameters& parameters = *owned;
     StagePlan plan;
     plan.stage.parameters = std::move(owned);
     plan.complete = [&parameters, &config, place](Stage& stage) {
@@ -137,8 +138,11 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
 StageType DeEmbeddingStage()
 {
     return {"deembedding", "removes a fixture described by its S-parameters, or adds it",
-            [] { return KeysOf(Fields(), P()); },
-            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return std::make_unique<P>(); }, &Plan};
+            [] { return KeysOf(DeEmbeddingFields(), DeEmbeddingParameters()); },
+            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> {
+                return std::make_unique<DeEmbeddingParameters>();
+            },
+            &PlanDeEmbedding};
 }
 
 }  // namespace Tarnwick::DSO::Workbench

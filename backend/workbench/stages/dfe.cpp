@@ -13,27 +13,30 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-using P = Filters::DFEFilterParameters;
+using Filters::DFEFilterParameters;
 
-const std::vector<Field<P>>& Fields()
+const std::vector<Field<DFEFilterParameters>>& DfeFields()
 {
     constexpr const char* kFromDevice = "taken from the device; no effect here";
-    static const std::vector<Field<P>> fields = {
-        {"numberOfTaps", &P::numberOfTaps, "", "how many taps, at least 1",
+    static const std::vector<Field<DFEFilterParameters>> fields = {
+        {"numberOfTaps", &DFEFilterParameters::numberOfTaps, "", "how many taps, at least 1",
          "with `useManualTaps` as many as `taps` has"},
-        {"useManualTaps", &P::useManualTaps, "", "`taps` and `samplingDelayPs` are used; otherwise they are found"},
-        {"taps", Setter<P>{&SetTaps<P>, "list of numbers"}, "main cursors",
+        {"useManualTaps", &DFEFilterParameters::useManualTaps, "",
+         "`taps` and `samplingDelayPs` are used; otherwise they are found"},
+        {"taps", Setter<DFEFilterParameters>{&SetTaps<DFEFilterParameters>, "list of numbers"}, "main cursors",
          "what a symbol leaves in the symbols 1, 2, ... UI later", "none"},
-        {"samplingDelayPs", &P::samplingDelayPs, "ps", "from the start of a repetition to its first decision"},
-        {"ignoredUi", &P::ignoredUi, "UI", "left out at both ends of a repetition when taps are found"},
-        {"samplesPerUi", &P::samplesPerUi, "samples", kFromDevice},
-        {"withoutGrayCoding", &P::withoutGrayCoding, "", kFromDevice},
+        {"samplingDelayPs", &DFEFilterParameters::samplingDelayPs, "ps",
+         "from the start of a repetition to its first decision"},
+        {"ignoredUi", &DFEFilterParameters::ignoredUi, "UI",
+         "left out at both ends of a repetition when taps are found"},
+        {"samplesPerUi", &DFEFilterParameters::samplesPerUi, "samples", kFromDevice},
+        {"withoutGrayCoding", &DFEFilterParameters::withoutGrayCoding, "", kFromDevice},
     };
     return fields;
 }
 
 // [samples] of the first decision.
-double Instant(const P& parameters, const DeviceConfiguration& config)
+double Instant(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
     const double samples =
         Maths::SamplesFromDelay(parameters.samplingDelayPs, parameters.samplesPerUi, config.baudRateGBd);
@@ -41,7 +44,7 @@ double Instant(const P& parameters, const DeviceConfiguration& config)
     return delay < 0.0 ? delay + parameters.samplesPerUi : delay;
 }
 
-StageTaps TapsOf(const P& parameters, const DeviceConfiguration& config)
+StageTaps TapsOf(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
     StageTaps taps{.kind = StageTaps::Kind::Feedback, .values = parameters.taps};
     taps.values.resize(static_cast<std::size_t>(std::max(parameters.numberOfTaps, 0)), 0.0);
@@ -53,8 +56,8 @@ StageTaps TapsOf(const P& parameters, const DeviceConfiguration& config)
 
 // Decisions and errors behind the filter, where the pattern's symbols are known. Without taps to find there is no
 // sampling delay either.
-nlohmann::json DecisionsOf(const P& parameters, const DeviceConfiguration& config, std::span<const double> filtered,
-                           ValidPart valid)
+nlohmann::json DecisionsOf(const DFEFilterParameters& parameters, const DeviceConfiguration& config,
+                           std::span<const double> filtered, ValidPart valid)
 {
     const int levelCount = LevelCount(config.signalCoding);
     const bool hasDelay = parameters.useManualTaps || parameters.numberOfTaps > 0;
@@ -68,21 +71,21 @@ nlohmann::json DecisionsOf(const P& parameters, const DeviceConfiguration& confi
     return {{"decisions", count.decisions}, {"errors", count.errors}};
 }
 
-std::string Findings(const P& parameters, const DeviceConfiguration& config, std::span<const double> filtered,
-                     ValidPart valid)
+std::string Findings(const DFEFilterParameters& parameters, const DeviceConfiguration& config,
+                     std::span<const double> filtered, ValidPart valid)
 {
     nlohmann::json findings = {{"taps", parameters.taps}, {"samplingDelayPs", parameters.samplingDelayPs}};
     findings.update(DecisionsOf(parameters, config, filtered, valid));
     return JsonText(findings);
 }
 
-StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
+StagePlan PlanDfe(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
 {
-    auto owned = std::make_unique<P>(&config);
-    ReadSettings(*owned, Fields(), settings, place);
+    auto owned = std::make_unique<DFEFilterParameters>(&config);
+    ReadSettings(*owned, DfeFields(), settings, place);
     CountManualTaps(*owned, settings);
     RequireTaps(*owned, settings, place, config);
-    P& parameters = *owned;
+    DFEFilterParameters& parameters = *owned;
     StagePlan plan = PlanOf<Filters::DFEFilter>(std::move(owned), place);
     plan.stage.linear = false;
     plan.stage.adaptive = !parameters.useManualTaps;
@@ -103,8 +106,11 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
 
 StageType DfeStage()
 {
-    return {"dfe", "decision-feedback equaliser", [] { return KeysOf(Fields(), P()); },
-            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return std::make_unique<P>(); }, &Plan};
+    return {"dfe", "decision-feedback equaliser", [] { return KeysOf(DfeFields(), DFEFilterParameters()); },
+            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> {
+                return std::make_unique<DFEFilterParameters>();
+            },
+            &PlanDfe};
 }
 
 }  // namespace Tarnwick::DSO::Workbench

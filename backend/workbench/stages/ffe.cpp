@@ -12,52 +12,54 @@ namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-using P = Filters::FFEFilterParameters;
+using Filters::FFEFilterParameters;
 
-const std::vector<Field<P>>& Fields()
+const std::vector<Field<FFEFilterParameters>>& FfeFields()
 {
     constexpr const char* kFromDevice = "taken from the device; no effect here";
-    static const std::vector<Field<P>> fields = {
-        {"numberOfTaps", &P::numberOfTaps, "", "how many taps, at least 1",
+    static const std::vector<Field<FFEFilterParameters>> fields = {
+        {"numberOfTaps", &FFEFilterParameters::numberOfTaps, "", "how many taps, at least 1",
          "with `useManualTaps` as many as `taps` has"},
-        {"tapsPerUi", &P::tapsPerUi, "", "taps in a UI, 1 to `samplesPerUi`"},
-        {"mainCursorPosition", &P::mainCursorPosition, "",
+        {"tapsPerUi", &FFEFilterParameters::tapsPerUi, "", "taps in a UI, 1 to `samplesPerUi`"},
+        {"mainCursorPosition", &FFEFilterParameters::mainCursorPosition, "",
          "place of the main cursor among the taps, from 1; 0: searched"},
-        {"useTdecqEqualizer", &P::useTdecqEqualizer, "", "the TDECQ reference equaliser instead of least-squares taps"},
-        {"fitAtSamplingPhase", &P::fitAtSamplingPhase, "",
+        {"useTdecqEqualizer", &FFEFilterParameters::useTdecqEqualizer, "",
+         "the TDECQ reference equaliser instead of least-squares taps"},
+        {"fitAtSamplingPhase", &FFEFilterParameters::fitAtSamplingPhase, "",
          "least squares where a receiver samples, once a UI, instead of over the whole waveform"},
-        {"dfeTaps", &P::dfeTaps, "",
+        {"dfeTaps", &FFEFilterParameters::dfeTaps, "",
          "`fitAtSamplingPhase`: taps of the `dfe` behind, to which the fit leaves what they take off"},
-        {"ridge", &P::ridge, "",
+        {"ridge", &FFEFilterParameters::ridge, "",
          "`fitAtSamplingPhase`: added to the diagonal of its equations, which is 1, where they are ill-posed"},
-        {"ignoredUi", &P::ignoredUi, "UI", "left out at both ends of the record when taps are found"},
-        {"useManualTaps", &P::useManualTaps, "", "`taps` are used; otherwise they are found"},
-        {"taps", Setter<P>{&SetTaps<P>, "list of numbers"}, "", "the taps, first to last", "none"},
-        {"quantizeTaps", &P::quantizeTaps, "", "taps are reported as steps of `tapResolution`"},
-        {"tapResolution", &P::tapResolution, "", "steps in the sum of the taps' magnitudes"},
-        {"samplesPerUi", &P::samplesPerUi, "samples", kFromDevice},
-        {"withoutGrayCoding", &P::withoutGrayCoding, "", kFromDevice},
-        {"useUserPattern", &P::useUserPattern, "", kFromDevice},
-        {"spareFlag", &P::spareFlag, "", "carried; no effect"},
+        {"ignoredUi", &FFEFilterParameters::ignoredUi, "UI", "left out at both ends of the record when taps are found"},
+        {"useManualTaps", &FFEFilterParameters::useManualTaps, "", "`taps` are used; otherwise they are found"},
+        {"taps", Setter<FFEFilterParameters>{&SetTaps<FFEFilterParameters>, "list of numbers"}, "",
+         "the taps, first to last", "none"},
+        {"quantizeTaps", &FFEFilterParameters::quantizeTaps, "", "taps are reported as steps of `tapResolution`"},
+        {"tapResolution", &FFEFilterParameters::tapResolution, "", "steps in the sum of the taps' magnitudes"},
+        {"samplesPerUi", &FFEFilterParameters::samplesPerUi, "samples", kFromDevice},
+        {"withoutGrayCoding", &FFEFilterParameters::withoutGrayCoding, "", kFromDevice},
+        {"useUserPattern", &FFEFilterParameters::useUserPattern, "", kFromDevice},
+        {"spareFlag", &FFEFilterParameters::spareFlag, "", "carried; no effect"},
     };
     return fields;
 }
 
-std::unique_ptr<P> NewParameters(DeviceConfiguration* config)
+std::unique_ptr<FFEFilterParameters> NewParameters(DeviceConfiguration* config)
 {
-    auto parameters = std::make_unique<P>(config);
+    auto parameters = std::make_unique<FFEFilterParameters>(config);
     parameters->tapsPerUi = 1;  // the usual equaliser, where the chain does not say
     return parameters;
 }
 
-std::ptrdiff_t LargestTap(const P& parameters)
+std::ptrdiff_t LargestTap(const FFEFilterParameters& parameters)
 {
     const auto& taps = parameters.appliedTaps;
     return std::max_element(taps.begin(), taps.end(), [](double a, double b) { return std::abs(a) < std::abs(b); }) -
            taps.begin();
 }
 
-std::string Findings(const P& parameters, const Filters::FFEFilter& filter)
+std::string Findings(const FFEFilterParameters& parameters, const Filters::FFEFilter& filter)
 {
     nlohmann::json findings = {{"taps", parameters.taps}, {"appliedTaps", parameters.appliedTaps}};
     if (!parameters.appliedTaps.empty())
@@ -75,7 +77,7 @@ std::string Findings(const P& parameters, const Filters::FFEFilter& filter)
 }
 
 // A symbol-spaced reference equaliser, or taps a whole number of samples apart.
-double SpacingUi(const P& parameters, const DeviceConfiguration& config)
+double SpacingUi(const FFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
     if (parameters.useTdecqEqualizer)
         return 1.0;
@@ -83,7 +85,8 @@ double SpacingUi(const P& parameters, const DeviceConfiguration& config)
     return samples / SamplesPerUiOf(config);
 }
 
-StageTaps TapsOf(const P& parameters, const Filters::FFEFilter& filter, const DeviceConfiguration& config)
+StageTaps TapsOf(const FFEFilterParameters& parameters, const Filters::FFEFilter& filter,
+                 const DeviceConfiguration& config)
 {
     StageTaps taps{.values = parameters.appliedTaps};
     const double spacing = SpacingUi(parameters, config);
@@ -97,19 +100,19 @@ StageTaps TapsOf(const P& parameters, const Filters::FFEFilter& filter, const De
 }
 
 // From the first tap to the last, whole UI.
-std::size_t SpanUi(const P& parameters)
+std::size_t SpanUi(const FFEFilterParameters& parameters)
 {
     const std::int32_t perUi = parameters.useTdecqEqualizer ? 1 : std::max(parameters.tapsPerUi, 1);
     return static_cast<std::size_t>(std::max((std::max(parameters.numberOfTaps, 1) + perUi - 2) / perUi, 1));
 }
 
-StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
+StagePlan PlanFfe(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
 {
     auto owned = NewParameters(&config);
-    ReadSettings(*owned, Fields(), settings, place);
+    ReadSettings(*owned, FfeFields(), settings, place);
     CountManualTaps(*owned, settings);
     RequireTaps(*owned, settings, place, config);
-    P& parameters = *owned;
+    FFEFilterParameters& parameters = *owned;
     StagePlan plan;
     plan.stage.parameters = std::move(owned);
     plan.stage.adaptive = !parameters.useManualTaps;
@@ -130,8 +133,9 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
 
 StageType FfeStage()
 {
-    return {"ffe", "feed-forward equaliser", [] { return KeysOf(Fields(), *NewParameters(nullptr)); },
-            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return NewParameters(nullptr); }, &Plan};
+    return {"ffe", "feed-forward equaliser", [] { return KeysOf(FfeFields(), *NewParameters(nullptr)); },
+            []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> { return NewParameters(nullptr); },
+            &PlanFfe};
 }
 
 }  // namespace Tarnwick::DSO::Workbench

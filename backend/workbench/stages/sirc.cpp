@@ -55,34 +55,34 @@ private:
     DeviceConfiguration own_;
 };
 
-using P = SircStageParameters;
-
-const std::vector<Field<P>>& Fields()
+const std::vector<Field<SircStageParameters>>& SircFields()
 {
-    static const std::vector<Field<P>> fields = {
+    static const std::vector<Field<SircStageParameters>> fields = {
         {"channelResponse",
-         Setter<P>{
-             [](P& p, const nlohmann::json& value, const Place& place) { p.responseFile = FileFrom(value, place); },
-             "file"},
+         Setter<SircStageParameters>{[](SircStageParameters& p, const nlohmann::json& value, const Place& place) {
+                                         p.responseFile = FileFrom(value, place);
+                                     },
+                                     "file"},
          "", "measured impulse response of the channel", ""},
         {"channelReference",
-         Setter<P>{
-             [](P& p, const nlohmann::json& value, const Place& place) { p.referenceFile = FileFrom(value, place); },
-             "file"},
+         Setter<SircStageParameters>{[](SircStageParameters& p, const nlohmann::json& value, const Place& place) {
+                                         p.referenceFile = FileFrom(value, place);
+                                     },
+                                     "file"},
          "", "measured impulse response of a reference receiver",
          "a Bessel-Thomson response of the channel's bandwidth"},
-        {"referenceCutoffPercent", &P::referenceCutoffPercent, "% of the symbol rate",
+        {"referenceCutoffPercent", &SircStageParameters::referenceCutoffPercent, "% of the symbol rate",
          "cutoff of channel and correction together", ""},
-        {"uiSamples", &P::uiSamples, "samples", "taken from the device; no effect here"},
+        {"uiSamples", &SircStageParameters::uiSamples, "samples", "taken from the device; no effect here"},
     };
     return fields;
 }
 
-StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
+StagePlan PlanSirc(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
 {
-    auto owned = std::make_unique<P>(config);
-    ReadSettings(*owned, Fields(), settings, place);
-    P& parameters = *owned;
+    auto owned = std::make_unique<SircStageParameters>(config);
+    ReadSettings(*owned, SircFields(), settings, place);
+    SircStageParameters& parameters = *owned;
     StagePlan plan;
     plan.stage.parameters = std::move(owned);
     plan.complete = [&parameters, place](Stage& stage) {
@@ -104,11 +104,11 @@ StagePlan Plan(const nlohmann::json& settings, const Place& place, DeviceConfigu
 StageType SircStage()
 {
     return {"sirc", "corrects the channel's measured response",
-            [] { return KeysOf(Fields(), P(DeviceConfiguration())); },
+            [] { return KeysOf(SircFields(), SircStageParameters(DeviceConfiguration())); },
             []() -> std::unique_ptr<SystemFramework::BaseFilterParameters> {
                 return std::make_unique<Filters::SircFilterParameters>();
             },
-            &Plan};
+            &PlanSirc};
 }
 
 }  // namespace Tarnwick::DSO::Workbench

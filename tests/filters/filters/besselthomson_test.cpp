@@ -6,7 +6,6 @@
 #include <cfloat>
 #include <cmath>
 #include <functional>
-#include <limits>
 #include <numbers>
 #include <numeric>
 
@@ -22,7 +21,6 @@ using namespace Tarnwick::DSO;
 using namespace Tarnwick::DSO::Filters;
 using namespace Tarnwick::Testing;
 
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr double kHalfPower = 2.1139287217715976;      // where the walk of order 4 ends for 1/sqrt(2)
 constexpr double kHalfAmplitude = 2.8860245572148999;  // and for 1/2
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <numeric>
 #include <sstream>
 #include <stdexcept>
@@ -22,8 +21,6 @@ using namespace Tarnwick::DSO;
 using namespace Tarnwick::DSO::Filters;
 using namespace Tarnwick::Testing;
 using Data = std::map<double, Complex>;
-
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 Data Load(const std::string& path, PortOrderS4P order = PORT_ORDER_12_34)
 {

@@ -19,8 +19,6 @@ using namespace Tarnwick::DSO;
 using namespace Tarnwick::DSO::Filters;
 using namespace Tarnwick::Testing;
 
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-
 std::vector<int> RandomLevels(std::size_t count, int levelCount)
 {
     std::vector<int> levels;
@@ -80,13 +78,13 @@ struct Line {
     DeviceConfiguration DecimatedConfigured() const { return FractionallySampled(Configured(), samplesPerUi / 10.0); }
 };
 
-struct Equaliser : FilterRig<DFEFilter, DFEFilterParameters> {
-    Equaliser(DeviceConfiguration configuration, int numberOfTaps) : FilterRig(std::move(configuration))
+struct FeedbackEqualiser : FilterRig<DFEFilter, DFEFilterParameters> {
+    FeedbackEqualiser(DeviceConfiguration configuration, int numberOfTaps) : FilterRig(std::move(configuration))
     {
         parameters.numberOfTaps = numberOfTaps;
     }
-    Equaliser(DeviceConfiguration configuration, std::vector<double> taps, double delayPs)
-        : Equaliser(std::move(configuration), static_cast<int>(taps.size()))
+    FeedbackEqualiser(DeviceConfiguration configuration, std::vector<double> taps, double delayPs)
+        : FeedbackEqualiser(std::move(configuration), static_cast<int>(taps.size()))
     {
         parameters.useManualTaps = true;
         parameters.taps = std::move(taps);
@@ -184,7 +182,7 @@ TEST(DfePrepare, OpensTheEyesOfKnownLines)
         for (const bool isNoisy : {false, line.bandwidthGHz != 11.0}) {
             line.noise = isNoisy ? 0.02 : 0.0;
             const auto capture = line.Capture();
-            Equaliser equaliser(line.Configured(), static_cast<int>(each.taps.size()));
+            FeedbackEqualiser equaliser(line.Configured(), static_cast<int>(each.taps.size()));
             const auto result = equaliser.Apply(capture);
             const int delay = equaliser.DelayInSamples();
             const Eye eye = EyeOf(result, line, delay);
@@ -203,7 +201,7 @@ TEST(DfePrepare, OpensTheEyesOfKnownLines)
             std::vector<double> inverted = capture;
             for (double& sample : inverted)
                 sample = -sample;
-            Equaliser exchanged(line.Configured(), static_cast<int>(each.taps.size()));
+            FeedbackEqualiser exchanged(line.Configured(), static_cast<int>(each.taps.size()));
             exchanged.Apply(inverted);
             EXPECT_EQ(exchanged.DelayInSamples(), delay);
             EXPECT_TRUE(AreNear(exchanged.parameters.taps, equaliser.parameters.taps, 1e-12));
@@ -236,7 +234,7 @@ TEST(DfePrepare, TakesTheSymbolsFromTextBufferOrCapture)
         config.patternSymbols = each.text;
         std::string buffer = each.buffer;
         config.patternSequenceBuffer = buffer.data();
-        Equaliser equaliser(config, 1);
+        FeedbackEqualiser equaliser(config, 1);
         equaliser.Apply(capture);
         taps.push_back(equaliser.parameters.taps[0]);
         EXPECT_NEAR(taps.back(), 0.3, 0.01) << each.label;
@@ -255,7 +253,7 @@ TEST(DfePrepare, ResizesManualTapsAndLeavesTheDelay)
     const Line line{SIGNAL_CODING_NRZ, PrbsLevels(7, 6), {}, 8};
     Record record(line.Capture());
     for (const auto& [taps, count, expected] : cases) {
-        Equaliser equaliser(line.Configured(), taps, 12.5);
+        FeedbackEqualiser equaliser(line.Configured(), taps, 12.5);
         equaliser.parameters.numberOfTaps = count;
         equaliser.filter->Prepare(&record);
         EXPECT_EQ(equaliser.parameters.taps, expected);
@@ -274,7 +272,7 @@ TEST(DfeApply, PassesTheRecordWithoutTaps)
 {
     const auto samples = RandomValues(1021, 1);
     for (const DeviceConfiguration& config : {Configuration(8, 127), Configuration(1, 1)})
-        EXPECT_TRUE(HaveSameBits(Equaliser(config, 0).Apply(samples), samples)) << config.patternLengthUi;
+        EXPECT_TRUE(HaveSameBits(FeedbackEqualiser(config, 0).Apply(samples), samples)) << config.patternLengthUi;
 }
 
 // Each repetition as if it were alone, with the taps of the first; what follows the last one continues it.
@@ -284,13 +282,13 @@ TEST(DfeApply, KeepsRepetitionsApart)
     line.noise = 0.02;
     const auto one = line.Capture();
     const std::size_t period = one.size();
-    Equaliser alone(line.Configured(), 2);
+    FeedbackEqualiser alone(line.Configured(), 2);
     const auto expected = alone.Apply(one);
 
     auto samples = Tiled(one, 4);
     std::fill_n(samples.begin() + static_cast<std::ptrdiff_t>(period), period, kNan);
     samples.resize(3 * period + 100);
-    Equaliser equaliser(line.Configured(3), 2);
+    FeedbackEqualiser equaliser(line.Configured(3), 2);
     const auto result = equaliser.Apply(samples);
     EXPECT_EQ(equaliser.parameters.taps, alone.parameters.taps);
     EXPECT_EQ(equaliser.parameters.samplingDelayPs, alone.parameters.samplingDelayPs);
@@ -305,11 +303,11 @@ TEST(DfeApply, TakesTheDelayModuloAUi)
     Line line{SIGNAL_CODING_NRZ, PrbsLevels(7, 6), {0.4}, 8};
     const auto capture = line.Capture();
     const double sample = 1000.0 / (8 * line.baudRateGBd);  // [ps]
-    const auto expected = Equaliser(line.Configured(), {0.4}, 3.5 * sample).Apply(capture);
+    const auto expected = FeedbackEqualiser(line.Configured(), {0.4}, 3.5 * sample).Apply(capture);
     for (const double delay : {3.1, 3.9, 11.5, 803.5, -5.5})
-        EXPECT_TRUE(HaveSameBits(Equaliser(line.Configured(), {0.4}, delay * sample).Apply(capture), expected))
+        EXPECT_TRUE(HaveSameBits(FeedbackEqualiser(line.Configured(), {0.4}, delay * sample).Apply(capture), expected))
             << delay;
-    EXPECT_FALSE(HaveSameBits(Equaliser(line.Configured(), {0.4}, 4.5 * sample).Apply(capture), expected));
+    EXPECT_FALSE(HaveSameBits(FeedbackEqualiser(line.Configured(), {0.4}, 4.5 * sample).Apply(capture), expected));
 }
 
 // 3.3 samples a UI: the decisions lie between samples, and a repetition does not end with one. Over 20 repetitions of
@@ -320,7 +318,7 @@ TEST(DfeApply, TakesFractionalSamples)
     for (const int count : {412, 413, 8250, 8249}) {
         SCOPED_TRACE(std::to_string(count) + " samples");
         const auto samples = line.Decimated(static_cast<std::size_t>(count));
-        Equaliser equaliser(line.DecimatedConfigured(), 1);
+        FeedbackEqualiser equaliser(line.DecimatedConfigured(), 1);
         const auto result = equaliser.Apply(samples);
         EXPECT_NEAR(equaliser.parameters.taps[0], 0.4, 0.03);
         EXPECT_LT(equaliser.DelayInSamples(), 3);
@@ -359,7 +357,7 @@ TEST(DfePrepare, LeavesOutTheEnds)
             std::vector<double> record = capture;
             for (std::size_t k = 0; k < 9 * record.size() / 250; ++k)
                 record[k] = record[record.size() - 1 - k] = size * std::sin(static_cast<double>(k * k));
-            Equaliser equaliser(config, 2);
+            FeedbackEqualiser equaliser(config, 2);
             equaliser.parameters.ignoredUi = 9;
             equaliser.Apply(record);
             EXPECT_NEAR(equaliser.parameters.taps[0], 0.4, 0.03);
@@ -374,7 +372,7 @@ TEST(DfeApply, CutsTheRecordIntoEqualSharesWhereTheSamplingIsFractional)
 {
     const Line line{SIGNAL_CODING_NRZ, RandomLevels(125, 2), {0.4}, 33};
     const auto one = line.Decimated(413);  // of 412.5
-    const auto result = Equaliser(line.DecimatedConfigured(), {0.4}, 0.0).Apply(Tiled(one, 20));
+    const auto result = FeedbackEqualiser(line.DecimatedConfigured(), {0.4}, 0.0).Apply(Tiled(one, 20));
     EXPECT_TRUE(HaveSameBits(result, Tiled({result.begin(), result.begin() + 413}, 20)));
 }
 
@@ -406,7 +404,7 @@ TEST(DfeErrors, NameTheValueAndChangeNothing)
     };
     for (const auto& [spoil, text] : cases) {
         SCOPED_TRACE(text);
-        Equaliser equaliser(line.Configured(), 1);
+        FeedbackEqualiser equaliser(line.Configured(), 1);
         equaliser.parameters.taps = {0.25};
         spoil(equaliser.parameters, equaliser.config);
         const auto taps = equaliser.parameters.taps;
@@ -415,7 +413,7 @@ TEST(DfeErrors, NameTheValueAndChangeNothing)
         EXPECT_TRUE(HaveSameBits(equaliser.parameters.taps, taps));
     }
     // Noise, which follows no symbols.
-    Equaliser equaliser(line.Configured(), 60);
+    FeedbackEqualiser equaliser(line.Configured(), 60);
     try {
         equaliser.Apply(RandomValues(capture.size(), 1));
         ADD_FAILURE() << "not refused";
@@ -428,7 +426,7 @@ TEST(DfeErrors, NameTheValueAndChangeNothing)
 
 TEST(DfeErrors, NameWhatIsMissing)
 {
-    Equaliser equaliser(Configuration(8, 127), 1);
+    FeedbackEqualiser equaliser(Configuration(8, 127), 1);
     equaliser.config.signalCoding = SIGNAL_CODING_NRZ;
     DFEFilterParameters& parameters = equaliser.parameters;
     parameters.ResetDirty();

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <limits>
 #include <numeric>
 
 #include "filters/filters/dfefilter.h"
@@ -27,9 +26,7 @@ using SystemFramework::DSP_Helpers;
 using SystemFramework::GaussianFilter;
 using Set = std::function<void(FFEFilterParameters&)>;
 
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-
-using Equaliser = FilterRig<FFEFilter, FFEFilterParameters>;
+using ForwardEqualiser = FilterRig<FFEFilter, FFEFilterParameters>;
 
 Set Manual(const std::vector<double>& taps, int tapsPerUi = 1)
 {
@@ -95,7 +92,7 @@ TEST(FFEFilter, RefreshesFromTheConfigurationAndMakesALowPassOfItsOwn)
     EXPECT_TRUE(FFEFilterParameters(&config).withoutGrayCoding);
     config.gaussianFilter = hosts.data();
     config.gaussianFilterLength = 1;
-    Equaliser equaliser(config, Manual({1.0}));
+    ForwardEqualiser equaliser(config, Manual({1.0}));
     const FFEFilterParameters& p = equaliser.parameters;
     EXPECT_EQ(p.samplesPerUi, 8);
     EXPECT_EQ(p.patternSymbols, kBits);
@@ -131,7 +128,7 @@ TEST(FFEFilterManualTaps, StandAtTheirSpacing)
         std::vector<double> kernel(numberOfTaps * spacing);
         for (std::size_t j = 0; j < numberOfTaps; ++j)
             kernel[j * spacing] = used[j];
-        Equaliser equaliser(Nrz(kBits, 8), Manual(taps, tapsPerUi));
+        ForwardEqualiser equaliser(Nrz(kBits, 8), Manual(taps, tapsPerUi));
         FFEFilterParameters& p = equaliser.parameters;
         p.numberOfTaps = static_cast<int>(numberOfTaps);
         const auto output = equaliser.Apply(record);
@@ -156,13 +153,13 @@ TEST(FFEFilterManualTaps, GoWithPartOfARepetition)
 {
     for (const int count : {14, 15, 16, 19, 26}) {
         SCOPED_TRACE(count);
-        Equaliser equaliser(Nrz(kBits.substr(0, 10), 1), Manual({2.0}));
+        ForwardEqualiser equaliser(Nrz(kBits.substr(0, 10), 1), Manual({2.0}));
         const auto record = RandomValues(static_cast<std::size_t>(count), 9);
         const auto output = equaliser.Apply(record);
         const int whole = count / 10 * (count / (count / 10));  // equal shares of the record
         for (std::size_t k = 0; k < record.size(); ++k)
             EXPECT_EQ(output[k], k < static_cast<std::size_t>(whole) ? 2.0 * record[k] : 0.0) << k;
-        ExpectRefused([&] { Equaliser(Nrz(kBits.substr(0, 10), 1), Automatic(1)).Apply(record); },
+        ExpectRefused([&] { ForwardEqualiser(Nrz(kBits.substr(0, 10), 1), Automatic(1)).Apply(record); },
                       "FFEFilter: sampleCount is " + std::to_string(count) +
                           "; expected a whole number of repetitions of 10 samples");
     }
@@ -172,7 +169,7 @@ TEST(FFEFilterQuantisedTaps, AreReportedButNeverApplied)
 {
     const std::vector<double> exact = {-0.1, 0.8, -0.1};
     const std::vector<double> steps = {-6.0, 51.0, -6.0};
-    Equaliser equaliser(Nrz(kBits, 8), Manual(exact));
+    ForwardEqualiser equaliser(Nrz(kBits, 8), Manual(exact));
     FFEFilterParameters& p = equaliser.parameters;
     p.quantizeTaps = true;
     p.tapResolution = 64;
@@ -235,7 +232,7 @@ TEST(FFEFilterAutomaticTaps, LeaveTheLeastError)
         const auto capture = Pam4Capture(11.0, 0.0015, samplesPerUi);
         for (int cursor = 0; cursor <= 5; ++cursor) {
             SCOPED_TRACE(std::to_string(samplesPerUi) + " samples per UI, main cursor " + std::to_string(cursor));
-            Equaliser equaliser(Pam4(1, samplesPerUi), Automatic(5, cursor));
+            ForwardEqualiser equaliser(Pam4(1, samplesPerUi), Automatic(5, cursor));
             equaliser.Prepare(capture);
             // Five times the last digit of the figures: another noise.
             EXPECT_NEAR(equaliser.filter->residualError, residuals[cursor], 5e-4);
@@ -252,7 +249,7 @@ TEST(FFEFilterAutomaticTaps, LeaveTheLeastError)
 TEST(FFEFilterAutomaticTaps, AreTheSameForSeveralRepetitionsAndAnInvertedCapture)
 {
     const auto capture = Pam4Capture(11.0, 0.0015);
-    Equaliser one(Pam4(), Automatic(5));
+    ForwardEqualiser one(Pam4(), Automatic(5));
     one.Prepare(capture);
     DeviceConfiguration tiled = Pam4(3);
     tiled.multiplePatternRecord = false;  // the whole record is searched, against a reference tiled three times
@@ -273,7 +270,7 @@ TEST(FFEFilterAutomaticTaps, AreTheSameForSeveralRepetitionsAndAnInvertedCapture
         std::vector<double> record = Tiled(capture, repetitions);
         for (double& sample : record)
             sample *= sign;
-        Equaliser equaliser(config, Automatic(5));
+        ForwardEqualiser equaliser(config, Automatic(5));
         equaliser.Prepare(record);
         EXPECT_TRUE(AreNear(equaliser.parameters.taps, one.parameters.taps, 1e-12)) << label;
     }
@@ -301,7 +298,7 @@ TEST(FFEFilterAutomaticTaps, OpenTheEyeOfEveryCoding)
             received[k] = sent[k] + 0.6 * sent[(k + sent.size() - 1) % sent.size()] -
                           0.5 * sent[(k + sent.size() - 2) % sent.size()];
         const auto capture = ThroughFrontEnd(Held(received, samplesPerUi), 26.5625 * samplesPerUi, 20.0);
-        Equaliser equaliser(config, Automatic(11));
+        ForwardEqualiser equaliser(config, Automatic(11));
         const auto output = equaliser.Apply(capture);
         EXPECT_LT(Opening(capture, config.patternSymbols, samplesPerUi), 0.0);
         EXPECT_GT(Opening(output, config.patternSymbols, samplesPerUi), 0.1);
@@ -358,7 +355,7 @@ TEST(FFEFilterAtSamplingPhase, OpensTheEyeFurtherThanTheWholeWaveform)
         const auto capture = ThroughLine(symbols, pre, post);
         const double ideal = 0.4 / (levels - 1);
         const auto openingOf = [&](const Set& set) {
-            return Opening(Equaliser(config, set).Apply(capture), symbols, 8.0) / ideal;
+            return Opening(ForwardEqualiser(config, set).Apply(capture), symbols, 8.0) / ideal;
         };
         EXPECT_LT(Opening(capture, symbols, 8.0), 0.0);
         double before = openingOf(Automatic(5));
@@ -370,10 +367,10 @@ TEST(FFEFilterAtSamplingPhase, OpensTheEyeFurtherThanTheWholeWaveform)
         EXPECT_GT(before, 0.9);
 
         FilterRig<DFEFilter, DFEFilterParameters> feedback(config, [](auto& p) { p.numberOfTaps = 3; });
-        const auto behind = feedback.Apply(Equaliser(config, AtPhase(5, 1, 3)).Apply(capture));
+        const auto behind = feedback.Apply(ForwardEqualiser(config, AtPhase(5, 1, 3)).Apply(capture));
         EXPECT_GT(Opening(behind, symbols, 8.0) / ideal, openingOf(AtPhase(5)));
 
-        Equaliser joint(config, AtPhase(5, 1, 3));
+        ForwardEqualiser joint(config, AtPhase(5, 1, 3));
         const FFEFilter& filter = *joint.filter;
         joint.Apply(capture);
         ASSERT_EQ(filter.feedbackTaps.size(), 3U);
@@ -405,7 +402,7 @@ TEST(FFEFilterAtSamplingPhase, KeepsCursorPolarityAndRepetitions)
 {
     const auto capture = ThroughLine(kBits, 0.2, 0.4);
     const auto tapsOf = [](const DeviceConfiguration& config, const std::vector<double>& record, const Set& set) {
-        Equaliser equaliser(config, set);
+        ForwardEqualiser equaliser(config, set);
         equaliser.Prepare(record);
         return equaliser.parameters.appliedTaps;
     };
@@ -426,12 +423,12 @@ TEST(FFEFilterAtSamplingPhase, KeepsCursorPolarityAndRepetitions)
             std::max_element(fixed.begin(), fixed.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
         EXPECT_EQ(largest - fixed.begin(), cursor - 1);
     }
-    Equaliser ideal(Nrz(kBits, 8), AtPhase(7));
+    ForwardEqualiser ideal(Nrz(kBits, 8), AtPhase(7));
     const auto output = ideal.Apply(Held(Voltages(kBits), 8));
     EXPECT_GT(Opening(output, kBits, 8.0), 0.99 * 0.4);
     EXPECT_LT(ideal.filter->residualError, 1e-12);
 
-    Equaliser thirds(Nrz(kBits, 8), AtPhase(6, 3));
+    ForwardEqualiser thirds(Nrz(kBits, 8), AtPhase(6, 3));
     const auto filtered = thirds.Apply(capture);
     const auto instant = static_cast<std::size_t>(std::lround(8.0 * thirds.filter->samplingPhaseUi));
     double error = 1.0;
@@ -481,7 +478,7 @@ TEST(FFEFilterIgnoredEnds, DecideNothing)
             record.resize(static_cast<std::size_t>(400.0 * samplesPerUi));
             for (std::size_t k = 0; k < static_cast<std::size_t>(std::ceil(8.0 * samplesPerUi)); ++k)
                 record[k] = record[record.size() - 1 - k] = size * std::sin(static_cast<double>(k * k));
-            Equaliser equaliser(config, set);
+            ForwardEqualiser equaliser(config, set);
             equaliser.parameters.ignoredUi = 8;
             equaliser.Prepare(record);
             taps.push_back(equaliser.parameters.appliedTaps);
@@ -498,7 +495,7 @@ TEST(FFEFilterIgnoredEnds, DecideNothing)
     auto lowPass = Maths::GaussianTaps(capture.size(), sampleRate, 15.0);
     std::vector<double> identity(capture.size());
     identity.front() = 1.0;
-    Equaliser tdecq(config);
+    ForwardEqualiser tdecq(config);
     tdecq.parameters.ignoredUi = 8;
     const auto tapsBehind = [&](std::vector<double> record, std::vector<double>& filter) {
         return Take(
@@ -527,7 +524,7 @@ TEST(FFEFilterTdecq, FindsItsTapsBehindTheLowPassAtTheMainCursor)
     config.useUserPattern = true;
     for (const int position : {1, 2, 3}) {
         SCOPED_TRACE("main cursor " + std::to_string(position));
-        Equaliser equaliser(config, Automatic(4, position));
+        ForwardEqualiser equaliser(config, Automatic(4, position));
         equaliser.parameters.useTdecqEqualizer = true;
         equaliser.Prepare(capture);
         const auto& taps = equaliser.parameters.appliedTaps;
@@ -559,7 +556,7 @@ TEST(FFEFilterTdecq, PublishesItsSymbolSpacedTaps)
     unknown.signalCoding = SIGNAL_CODING_UNKNOWN;
     int tapsPerUi = 0;
     for (const DeviceConfiguration& config : {gray, detected, levels, unknown}) {
-        Equaliser equaliser(config, Automatic(5));
+        ForwardEqualiser equaliser(config, Automatic(5));
         equaliser.parameters.useTdecqEqualizer = true;
         equaliser.parameters.tapsPerUi = tapsPerUi;  // whatever it says
         tapsPerUi += 4;
@@ -582,7 +579,7 @@ TEST(FFEFilterTdecq, PublishesItsSymbolSpacedTaps)
 
 TEST(FFEFilterTdecq, TakesManualTapsWithGainOne)
 {
-    Equaliser equaliser(Nrz(kBits, 8), Manual({0.0, 2.0, 0.0}, 0));
+    ForwardEqualiser equaliser(Nrz(kBits, 8), Manual({0.0, 2.0, 0.0}, 0));
     equaliser.parameters.useTdecqEqualizer = true;
     const auto record = RandomValues(512, 2);
     EXPECT_NEAR(equaliser.Apply(record)[8], record[0], 1e-15);
@@ -646,7 +643,7 @@ TEST(FFEFilterErrors, NameWhatIsWrongAndChangeNothing)
     const auto record = RandomValues(512, 1);
     for (const auto& [text, spoil] : cases) {
         SCOPED_TRACE(text);
-        Equaliser equaliser(Nrz(kBits, 8), Automatic(3));
+        ForwardEqualiser equaliser(Nrz(kBits, 8), Automatic(3));
         equaliser.parameters.quantizeTaps = true;
         equaliser.Prepare(record);
         const double* kernel = equaliser.filter->kernel;
@@ -658,10 +655,10 @@ TEST(FFEFilterErrors, NameWhatIsWrongAndChangeNothing)
         EXPECT_EQ(equaliser.parameters.appliedTaps, taps);
         EXPECT_TRUE(equaliser.parameters.IsDirty());
     }
-    ExpectRefused([] { Equaliser(Nrz(kBits, 8), Automatic(3)).Apply(Constant(0.5, 512)); },
+    ExpectRefused([] { ForwardEqualiser(Nrz(kBits, 8), Automatic(3)).Apply(Constant(0.5, 512)); },
                   "FFEFilter: numberOfTaps is 3; expected as many taps as the capture can tell apart: it is constant, "
                   "not finite, or its pattern too simple");
-    Equaliser fractional(FractionallySampled(Nrz(kBits, 8), 7.5), Automatic(3));
+    ForwardEqualiser fractional(FractionallySampled(Nrz(kBits, 8), 7.5), Automatic(3));
     auto samples = record;
     const auto generate = [&](int samplesPerUi) {
         fractional.filter->GenerateTDECQAutomaticCoefficients(samples.data(), 512, nullptr, 0, kBits, 64, samplesPerUi,

@@ -26,7 +26,6 @@ using namespace Tarnwick::DSO::Filters;
 using namespace Tarnwick::Testing;
 using Response = std::function<Complex(double f)>;  // f in Hz
 
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr double kTwoPi = 2.0 * std::numbers::pi;
 constexpr double kHalfPower = 2.1139176749042;  // |B_4(0) / B_4(jw)|^2 = 1/2
 constexpr double kBandwidth = 39.8e9;           // [Hz] of the reference

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
-#include <limits>
 #include <numeric>
 #include <vector>
 
@@ -20,7 +19,6 @@ using namespace Tarnwick::Testing;
 using Values = std::vector<double>;
 using Method = ConvolutionMethod;
 
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 Values Convolved(const CircularConvolver& convolver, std::span<const double> samples)
 {
