@@ -26,6 +26,60 @@ constexpr double kFlatCorrelation = 0.99;         // of the largest
 constexpr double kSmallestCorrelation = 0.3;      // see LocateSymbols
 constexpr std::size_t kOffsets = 2 * kEyePhases;  // from a UI before the centre to a UI behind it
 
+SymbolRange Both(SymbolRange a, SymbolRange b)
+{
+    const std::size_t first = std::max(a.first, b.first);
+    const std::size_t end = std::min(a.first + a.count, b.first + b.count);
+    return {first, end > first ? end - first : 0};
+}
+
+// What a range has in front of and behind another one inside it.
+std::vector<SymbolRange> Outside(SymbolRange range, SymbolRange inside)
+{
+    const std::size_t end = range.first + range.count;
+    const std::size_t from = std::clamp(inside.first, range.first, end);
+    const std::size_t to = std::clamp(inside.first + inside.count, from, end);
+    std::vector<SymbolRange> parts;
+    if (from > range.first)
+        parts.push_back({range.first, from - range.first});
+    if (end > to)
+        parts.push_back({to, end - to});
+    return parts;
+}
+
+// What the values of some UI reach at each of several phases.
+struct Reach {
+    std::vector<double> low;
+    std::vector<double> high;
+    std::vector<double> sum;
+    double count = 0.0;
+
+    explicit Reach(std::size_t phases) : low(phases, kInfinity), high(phases, -kInfinity), sum(phases, 0.0) {}
+    void Take(const double* values)
+    {
+        Stretch(values);
+        for (std::size_t p = 0; p < sum.size(); ++p)
+            sum[p] += values[p];
+        count += 1.0;
+    }
+    // Without the sum.
+    void Stretch(const double* values)
+    {
+        double* const lows = low.data();
+        double* const highs = high.data();
+        for (std::size_t p = 0; p < low.size(); ++p) {
+            lows[p] = values[p] < lows[p] ? values[p] : lows[p];
+            highs[p] = values[p] > highs[p] ? values[p] : highs[p];
+        }
+    }
+    void TakeAt(std::size_t phase, double value)
+    {
+        low[phase] = std::min(low[phase], value);
+        high[phase] = std::max(high[phase], value);
+        sum[phase] += value;
+    }
+};
+
 // Reads the same phases of one UI after the other.
 class PhaseReader {
 public:
@@ -41,6 +95,15 @@ public:
             phases_.emplace(readings_);
     }
 
+    void ReadOne(std::size_t ui, std::span<double> values)
+    {
+        if (phases_) {
+            waveform_.Read(readings_, static_cast<std::ptrdiff_t>(Stride() * ui), values);
+            return;
+        }
+        Place(static_cast<double>(ui) * record_.samplesPerUi);
+        waveform_.Read(readings_, 0, values);
+    }
     /// Calls visit(ui, values) for each UI of the range, in order, with a value for each position.
     template <typename Visit>
     void ForEach(SymbolRange range, Visit visit)
@@ -66,29 +129,72 @@ public:
             readOne(ui);
     }
 
-private:
-    static constexpr std::size_t kUiTogether = 32;  // their values stay in the first-level cache
-
-    void Place(double shift)
+    /// What the values of the range's UI reach, gathered by kinds of UI. The extremes are those of the values of ForEach, to the
+    /// bit: most UI cannot move one and are screened out. The sums are the phases of the sum of the kind's samples, since reading
+    /// is linear; they differ from those of the values by rounding.
+    /// @param kindOf  the place in reaches of a UI
+    template <typename KindOf>
+    void Gather(SymbolRange range, KindOf kindOf, std::vector<Reach>& reaches)
     {
-        for (std::size_t k = 0; k < readings_.size(); ++k)
-            readings_[k] = ReadingAt(positions_[k] + shift);
-    }
-    void ReadOne(std::size_t ui, std::span<double> values)
-    {
-        if (phases_) {
-            waveform_.Read(readings_, static_cast<std::ptrdiff_t>(Stride() * ui), values);
+        const SymbolRange inside = Inside(range);
+        const auto takeOne = [&](std::size_t ui, const double* values) { reaches[kindOf(ui)].Take(values); };
+        for (const SymbolRange part : Outside(range, inside))
+            ForEach(part, takeOne);
+        if (inside.count == 0)
             return;
+        PhaseScreening screening(*phases_, record_.samples);
+        struct Kind {
+            std::vector<float> limits;
+            std::vector<double> sum;  // of the samples
+        };
+        std::vector<Kind> kinds(reaches.size());
+        const auto setLimits = [&](std::size_t kind) {
+            screening.SetLimits(reaches[kind].low, reaches[kind].high, kinds[kind].limits);
+        };
+        for (std::size_t kind = 0; kind < kinds.size(); ++kind) {
+            kinds[kind] = {std::vector<float>(screening.LimitCount()),
+                           std::vector<double>(phases_->SampleCount(), 0.0)};
+            setLimits(kind);
         }
-        Place(static_cast<double>(ui) * record_.samplesPerUi);
-        waveform_.Read(readings_, 0, values);
+        std::array<std::size_t, kUiTogether> kindOfUi{};
+        std::array<const float*, kUiTogether> limits{};
+        std::array<double*, kUiTogether> sums{};
+        std::array<unsigned char, kUiTogether> counts{};
+        std::vector<double> values(kUiTogether * phases_->Pitch());
+        for (std::size_t done = 0; done < inside.count; done += kUiTogether) {
+            const std::size_t first = inside.first + done;
+            const std::size_t count = std::min(kUiTogether, inside.count - done);
+            for (std::size_t i = 0; i < count; ++i) {
+                kindOfUi[i] = kindOf(first + i);
+                limits[i] = kinds[kindOfUi[i]].limits.data();
+                sums[i] = kinds[kindOfUi[i]].sum.data();
+                reaches[kindOfUi[i]].count += 1.0;
+            }
+            const double* const samples = record_.samples.data() + FirstSampleOf(first);
+            AddStretches(samples, Stride(), phases_->SampleCount(), std::span(sums).first(count));
+            screening.Screen(samples, Stride(), std::span(limits).first(count), std::span(counts).first(count));
+            const auto left = static_cast<std::size_t>(std::count(counts.begin(), counts.begin() + count, 1));
+            // Together they are read several times as fast as one by one.
+            const bool readAll = left > kUiTogether / 4;
+            if (readAll)
+                phases_->Read(samples, Stride(), count, values.data());
+            for (std::size_t i = 0; i < count && left > 0; ++i) {
+                if (counts[i] == 0)
+                    continue;
+                double* const own = values.data() + i * phases_->Pitch();
+                if (!readAll)
+                    phases_->Read(samples + i * Stride(), Stride(), 1, own);
+                reaches[kindOfUi[i]].Stretch(own);
+                setLimits(kindOfUi[i]);
+            }
+        }
+        for (std::size_t kind = 0; kind < kinds.size(); ++kind) {
+            phases_->Read(kinds[kind].sum.data(), Stride(), 1, values.data());
+            for (std::size_t p = 0; p < positions_.size(); ++p)
+                reaches[kind].sum[p] += values[p];
+        }
     }
-    std::size_t Stride() const { return static_cast<std::size_t>(record_.samplesPerUi); }
-    // Of all that the values of a UI are made of.
-    std::ptrdiff_t FirstSampleOf(std::size_t ui) const
-    {
-        return phases_->FirstSample() + static_cast<std::ptrdiff_t>(ui * Stride());
-    }
+
     // The UI of a range all of whose samples lie in the record; none where the phases differ from UI to UI.
     SymbolRange Inside(SymbolRange range) const
     {
@@ -106,40 +212,30 @@ private:
             --end;
         return {first, end - first};
     }
+    /// Whether some of the phases of a UI are read as they would be without the others: where all samples lie in the record, or
+    /// phases differ from UI to UI.
+    SymbolRange Alike(SymbolRange range) const { return phases_ ? Inside(range) : range; }
+
+private:
+    static constexpr std::size_t kUiTogether = 32;  // their values stay in the first-level cache
+
+    void Place(double shift)
+    {
+        for (std::size_t k = 0; k < readings_.size(); ++k)
+            readings_[k] = ReadingAt(positions_[k] + shift);
+    }
+    std::size_t Stride() const { return static_cast<std::size_t>(record_.samplesPerUi); }
+    // Of all that the values of a UI are made of.
+    std::ptrdiff_t FirstSampleOf(std::size_t ui) const
+    {
+        return phases_->FirstSample() + static_cast<std::ptrdiff_t>(ui * Stride());
+    }
 
     EyeRecord record_;
     BandLimitedRecord waveform_;
     std::vector<double> positions_;
     std::vector<BandLimitedReading> readings_;
     std::optional<BandLimitedPhases> phases_;  // none where no UI has whole samples
-};
-
-// What the values of some UI reach at each of several phases.
-struct Reach {
-    std::vector<double> low;
-    std::vector<double> high;
-    std::vector<double> sum;
-    double count = 0.0;
-
-    explicit Reach(std::size_t phases) : low(phases, kInfinity), high(phases, -kInfinity), sum(phases, 0.0) {}
-    void Take(const double* values)
-    {
-        double* const lows = low.data();
-        double* const highs = high.data();
-        double* const sums = sum.data();
-        for (std::size_t p = 0; p < low.size(); ++p) {
-            lows[p] = values[p] < lows[p] ? values[p] : lows[p];
-            highs[p] = values[p] > highs[p] ? values[p] : highs[p];
-            sums[p] += values[p];
-        }
-        count += 1.0;
-    }
-    void TakeAt(std::size_t phase, double value)
-    {
-        low[phase] = std::min(low[phase], value);
-        high[phase] = std::max(high[phase], value);
-        sum[phase] += value;
-    }
 };
 
 // What the symbols of one level reach at each offset from the centre.
@@ -182,10 +278,11 @@ std::vector<LevelExtent> ExtentsOf(const EyeRecord& record, const AlignedSymbols
     const std::size_t last = range.first + range.count - 1;
     const bool wraps = record.wrapping == Wrapping::Circular;
     const auto levelOf = [&](std::size_t ui) { return static_cast<std::size_t>(symbols.levels[ui]); };
-    PhaseReader(record, positions).ForEach(range, [&](std::size_t ui, const double* values) {
+    const auto kindOf = [&](std::size_t ui) {
         const std::size_t next = ui != last ? levelOf(ui + 1) : wraps ? levelOf(0) : levels;
-        reaches[levelOf(ui) * (levels + 1) + next].Take(values);
-    });
+        return levelOf(ui) * (levels + 1) + next;
+    };
+    PhaseReader(record, positions).Gather(range, kindOf, reaches);
     std::vector<LevelExtent> extents(levels);
     for (std::size_t level = 0; level < levels; ++level) {
         for (std::size_t next = 0; next <= levels; ++next) {
@@ -245,27 +342,6 @@ double OpenSpan(const Sides& sides, std::size_t from, int direction, double thre
     return reach;
 }
 
-SymbolRange Both(SymbolRange a, SymbolRange b)
-{
-    const std::size_t first = std::max(a.first, b.first);
-    const std::size_t end = std::min(a.first + a.count, b.first + b.count);
-    return {first, end > first ? end - first : 0};
-}
-
-// What a range has in front of and behind another one inside it.
-std::vector<SymbolRange> Outside(SymbolRange range, SymbolRange inside)
-{
-    const std::size_t end = range.first + range.count;
-    const std::size_t from = std::clamp(inside.first, range.first, end);
-    const std::size_t to = std::clamp(inside.first + inside.count, from, end);
-    std::vector<SymbolRange> parts;
-    if (from > range.first)
-        parts.push_back({range.first, from - range.first});
-    if (end > to)
-        parts.push_back({to, end - to});
-    return parts;
-}
-
 // The sides of all eyes at one position.
 struct Slice {
     std::vector<double> levels;  // means
@@ -291,10 +367,15 @@ struct Slice {
     }
 };
 
+struct Slices {
+    std::vector<Slice> slices;  // the levels but for the rounding of their sums
+    SymbolRange common;         // the UI that all positions have
+    SymbolRange alike;          // of these, the UI that are read as at one position alone
+};
+
 // One for each position, in one pass over the record.
 // @param positions  [samples] of symbol 0, ascending
-std::vector<Slice> SlicesAt(const EyeRecord& record, const AlignedSymbols& symbols,
-                            const std::vector<double>& positions)
+Slices SlicesAt(const EyeRecord& record, const AlignedSymbols& symbols, const std::vector<double>& positions)
 {
     const auto levels = static_cast<std::size_t>(record.levelCount);
     std::vector<SymbolRange> ranges;
@@ -304,9 +385,9 @@ std::vector<Slice> SlicesAt(const EyeRecord& record, const AlignedSymbols& symbo
         common = Both(common, ranges.back());
     }
     std::vector<Reach> reaches(levels, Reach(positions.size()));
-    PhaseReader(record, positions).ForEach(common, [&](std::size_t ui, const double* values) {
-        reaches[static_cast<std::size_t>(symbols.levels[ui])].Take(values);
-    });
+    PhaseReader reader(record, positions);
+    reader.Gather(
+        common, [&](std::size_t ui) { return static_cast<std::size_t>(symbols.levels[ui]); }, reaches);
     std::vector<Slice> slices;
     for (std::size_t p = 0; p < positions.size(); ++p) {
         std::vector<double> counts;
@@ -334,7 +415,42 @@ std::vector<Slice> SlicesAt(const EyeRecord& record, const AlignedSymbols& symbo
         }
         slices.push_back(std::move(slice));
     }
-    return slices;
+    return {std::move(slices), common, reader.Alike(common)};
+}
+
+// The means of the levels at one of the positions, summed value by value in the order of the record.
+// @param values  at that position
+std::vector<double> LevelsAt(const EyeRecord& record, const AlignedSymbols& symbols, const Slices& slices,
+                             double position, const PhaseValues& values)
+{
+    std::vector<double> sums(static_cast<std::size_t>(record.levelCount), 0.0);
+    std::vector<double> counts(sums.size(), 0.0);
+    const auto take = [&](std::size_t ui, double value) {
+        const auto level = static_cast<std::size_t>(symbols.levels[ui]);
+        sums[level] += value;
+        counts[level] += 1.0;
+    };
+    PhaseReader reader(record, {position});
+    const auto takeAgain = [&](SymbolRange range) {
+        std::array<double, 1> value{};
+        for (std::size_t ui = range.first; ui < range.first + range.count; ++ui) {
+            reader.ReadOne(ui, value);
+            take(ui, value.front());
+        }
+    };
+    const auto takeRead = [&](SymbolRange range) {
+        for (std::size_t ui = range.first; ui < range.first + range.count; ++ui)
+            take(ui, values.values[ui]);
+    };
+    const std::size_t end = slices.alike.first + slices.alike.count;
+    takeAgain({slices.common.first, slices.alike.first - slices.common.first});
+    takeRead(slices.alike);
+    takeAgain({end, slices.common.first + slices.common.count - end});
+    for (const SymbolRange part : Outside(values.range, slices.common))
+        takeRead(part);
+    for (std::size_t level = 0; level < sums.size(); ++level)
+        sums[level] /= counts[level];
+    return sums;
 }
 
 // The middle of the longest stretch of values of at least `least`, of several the first.
@@ -599,10 +715,12 @@ namespace {
 std::optional<EyeFigures> MeasureAtSamples(const EyeRecord& record, const AlignedSymbols& symbols)
 {
     const double position = std::round(symbols.centre);
-    const Slice slice = SlicesAt(record, symbols, {position}).front();
+    const Slices slices = SlicesAt(record, symbols, {position});
+    Slice slice = slices.slices.front();
     if (!std::isfinite(slice.SmallestOpening()))
         return std::nullopt;
-    EyeFigures figures{slice.levels, {}, position};
+    EyeFigures figures{{}, {}, position, ValuesAt(record, symbols, position)};
+    figures.levels = slice.levels = LevelsAt(record, symbols, slices, position, figures.values);
     for (std::size_t eye = 0; eye < slice.above.size(); ++eye)
         figures.eyes.push_back(slice.EyeOf(eye));
     return figures;
@@ -650,21 +768,22 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
     std::vector<double> positions;
     for (int n = -kReach; n <= kReach; ++n)
         positions.push_back(coarse + static_cast<double>(n) / kFinestSteps / kUi * record.samplesPerUi);
-    const std::vector<Slice> slices = SlicesAt(record, symbols, positions);
+    Slices slices = SlicesAt(record, symbols, positions);
     int chosen = kReach;
     for (int step = kFinestSteps / 2; step >= 1; step /= 2) {
-        const double here = slices[static_cast<std::size_t>(chosen)].SmallestOpening();
+        const double here = slices.slices[static_cast<std::size_t>(chosen)].SmallestOpening();
         for (const int tried : {chosen - step, chosen + step}) {
-            if (slices[static_cast<std::size_t>(tried)].SmallestOpening() > here + kEqual * std::abs(here)) {
+            if (slices.slices[static_cast<std::size_t>(tried)].SmallestOpening() > here + kEqual * std::abs(here)) {
                 chosen = tried;
                 break;
             }
         }
     }
     const double position = positions[static_cast<std::size_t>(chosen)];
-    const Slice& slice = slices[static_cast<std::size_t>(chosen)];
+    Slice& slice = slices.slices[static_cast<std::size_t>(chosen)];
 
-    EyeFigures figures{slice.levels, {}, position};
+    EyeFigures figures{{}, {}, position, ValuesAt(record, symbols, position)};
+    figures.levels = slice.levels = LevelsAt(record, symbols, slices, position, figures.values);
     const double shift = (coarse - position) / record.samplesPerUi;  // [UI] of the phase that the spans start from
     for (std::size_t eye = 0; eye < eyes; ++eye) {
         Eye figure = slice.EyeOf(eye);
