@@ -212,9 +212,9 @@ void PhaseScreening::Screen(const double* samples, std::size_t samplesPerUi, std
                          samplesPerUi, counts.size(), limits.data(), scaled_.data(), counts.data());
 }
 
-void AddStretches(const double* samples, std::size_t stride, std::size_t width, std::span<double* const> sums)
+void AddStretches(std::span<const double* const> stretches, std::span<double> sum)
 {
-    Loops().addStretches(samples, stride, sums.size(), width, sums.data());
+    Loops().addStretches(stretches.data(), stretches.size(), sum.size(), sum.data());
 }
 
 }  // namespace Tarnwick::DSO::Maths

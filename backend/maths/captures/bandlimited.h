@@ -100,8 +100,8 @@ private:
     double margin_ = 0.0;  // of scaled values
 };
 
-/// sums[i][k] += samples[i stride + k], k = 0 .. width - 1
-TARNWICK_FRAMEWORK_API void AddStretches(const double* samples, std::size_t stride, std::size_t width,
-                                         std::span<double* const> sums);
+/// sum[k] += stretches[i][k]
+/// @param stretches  of as many samples as the sum has
+TARNWICK_FRAMEWORK_API void AddStretches(std::span<const double* const> stretches, std::span<double> sum);
 
 }  // namespace Tarnwick::DSO::Maths

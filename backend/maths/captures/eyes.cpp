@@ -80,6 +80,95 @@ struct Reach {
     }
 };
 
+constexpr std::size_t kUiTogether = 32;  // their values stay in the first-level cache
+
+// Gathers what the values of UI reach by kinds of UI. The extremes are those of all values, to the bit: most UI cannot move one,
+// and are screened out. The sums are the phases of the sum of a kind's samples, since reading is linear; they differ from those
+// of the values by rounding.
+class Gatherer {
+public:
+    /// @param record   a UI has whole samples
+    /// @param reaches  one of each kind, at all phases
+    Gatherer(const BandLimitedPhases& phases, const EyeRecord& record, std::vector<Reach>& reaches)
+        : phases_(phases),
+          screening_(phases, record.samples),
+          stride_(static_cast<std::size_t>(record.samplesPerUi)),
+          reaches_(reaches),
+          kinds_(reaches.size()),
+          limits_(kUiTogether),
+          mayReach_(kUiTogether),
+          values_(kUiTogether * phases.Pitch())
+    {
+        for (std::size_t kind = 0; kind < kinds_.size(); ++kind) {
+            kinds_[kind].limits.resize(screening_.LimitCount());
+            kinds_[kind].sum.assign(phases_.SampleCount(), 0.0);
+            SetLimits(kind);
+        }
+    }
+
+    /// @param samples  of the first of the UI, whose kinds are these: at most kUiTogether
+    void Take(const double* samples, std::span<const std::size_t> kinds)
+    {
+        for (std::size_t i = 0; i < kinds.size(); ++i) {
+            Kind& kind = kinds_[kinds[i]];
+            limits_[i] = kind.limits.data();
+            kind.stretches.push_back(samples + i * stride_);
+            reaches_[kinds[i]].count += 1.0;
+        }
+        for (Kind& kind : kinds_) {
+            AddStretches(kind.stretches, kind.sum);
+            kind.stretches.clear();
+        }
+        const auto mayReach = std::span(mayReach_).first(kinds.size());
+        screening_.Screen(samples, stride_, std::span(limits_).first(kinds.size()), mayReach);
+        const auto left = static_cast<std::size_t>(std::count(mayReach.begin(), mayReach.end(), 1));
+        // Together they are read several times as fast as one by one.
+        const bool readAll = left > kUiTogether / 4;
+        if (readAll)
+            phases_.Read(samples, stride_, kinds.size(), values_.data());
+        for (std::size_t i = 0; i < kinds.size() && left > 0; ++i) {
+            if (mayReach[i] == 0)
+                continue;
+            double* const values = values_.data() + i * phases_.Pitch();
+            if (!readAll)
+                phases_.Read(samples + i * stride_, stride_, 1, values);
+            reaches_[kinds[i]].Stretch(values);
+            SetLimits(kinds[i]);
+        }
+    }
+
+    /// Adds the sums.
+    void Finish()
+    {
+        for (std::size_t kind = 0; kind < kinds_.size(); ++kind) {
+            phases_.Read(kinds_[kind].sum.data(), stride_, 1, values_.data());
+            for (std::size_t p = 0; p < reaches_[kind].sum.size(); ++p)
+                reaches_[kind].sum[p] += values_[p];
+        }
+    }
+
+private:
+    struct Kind {
+        std::vector<float> limits;
+        std::vector<double> sum;  // of the samples
+        std::vector<const double*> stretches;
+    };
+
+    void SetLimits(std::size_t kind)
+    {
+        screening_.SetLimits(reaches_[kind].low, reaches_[kind].high, kinds_[kind].limits);
+    }
+
+    const BandLimitedPhases& phases_;
+    PhaseScreening screening_;
+    std::size_t stride_;
+    std::vector<Reach>& reaches_;
+    std::vector<Kind> kinds_;
+    std::vector<const float*> limits_;     // of each UI taken together
+    std::vector<unsigned char> mayReach_;  // and whether it has to be read
+    std::vector<double> values_;
+};
+
 // Reads the same phases of one UI after the other.
 class PhaseReader {
 public:
@@ -129,9 +218,7 @@ public:
             readOne(ui);
     }
 
-    /// What the values of the range's UI reach, gathered by kinds of UI. The extremes are those of the values of ForEach, to the
-    /// bit: most UI cannot move one and are screened out. The sums are the phases of the sum of the kind's samples, since reading
-    /// is linear; they differ from those of the values by rounding.
+    /// What the values that ForEach gives reach, gathered by kinds of UI; the sums to their rounding.
     /// @param kindOf  the place in reaches of a UI
     template <typename KindOf>
     void Gather(SymbolRange range, KindOf kindOf, std::vector<Reach>& reaches)
@@ -142,57 +229,16 @@ public:
             ForEach(part, takeOne);
         if (inside.count == 0)
             return;
-        PhaseScreening screening(*phases_, record_.samples);
-        struct Kind {
-            std::vector<float> limits;
-            std::vector<double> sum;  // of the samples
-        };
-        std::vector<Kind> kinds(reaches.size());
-        const auto setLimits = [&](std::size_t kind) {
-            screening.SetLimits(reaches[kind].low, reaches[kind].high, kinds[kind].limits);
-        };
-        for (std::size_t kind = 0; kind < kinds.size(); ++kind) {
-            kinds[kind] = {std::vector<float>(screening.LimitCount()),
-                           std::vector<double>(phases_->SampleCount(), 0.0)};
-            setLimits(kind);
-        }
-        std::array<std::size_t, kUiTogether> kindOfUi{};
-        std::array<const float*, kUiTogether> limits{};
-        std::array<double*, kUiTogether> sums{};
-        std::array<unsigned char, kUiTogether> counts{};
-        std::vector<double> values(kUiTogether * phases_->Pitch());
+        std::vector<std::size_t> kinds(kUiTogether);
+        Gatherer gatherer(*phases_, record_, reaches);
         for (std::size_t done = 0; done < inside.count; done += kUiTogether) {
             const std::size_t first = inside.first + done;
-            const std::size_t count = std::min(kUiTogether, inside.count - done);
-            for (std::size_t i = 0; i < count; ++i) {
-                kindOfUi[i] = kindOf(first + i);
-                limits[i] = kinds[kindOfUi[i]].limits.data();
-                sums[i] = kinds[kindOfUi[i]].sum.data();
-                reaches[kindOfUi[i]].count += 1.0;
-            }
-            const double* const samples = record_.samples.data() + FirstSampleOf(first);
-            AddStretches(samples, Stride(), phases_->SampleCount(), std::span(sums).first(count));
-            screening.Screen(samples, Stride(), std::span(limits).first(count), std::span(counts).first(count));
-            const auto left = static_cast<std::size_t>(std::count(counts.begin(), counts.begin() + count, 1));
-            // Together they are read several times as fast as one by one.
-            const bool readAll = left > kUiTogether / 4;
-            if (readAll)
-                phases_->Read(samples, Stride(), count, values.data());
-            for (std::size_t i = 0; i < count && left > 0; ++i) {
-                if (counts[i] == 0)
-                    continue;
-                double* const own = values.data() + i * phases_->Pitch();
-                if (!readAll)
-                    phases_->Read(samples + i * Stride(), Stride(), 1, own);
-                reaches[kindOfUi[i]].Stretch(own);
-                setLimits(kindOfUi[i]);
-            }
+            kinds.resize(std::min(kUiTogether, inside.count - done));
+            for (std::size_t i = 0; i < kinds.size(); ++i)
+                kinds[i] = kindOf(first + i);
+            gatherer.Take(record_.samples.data() + FirstSampleOf(first), kinds);
         }
-        for (std::size_t kind = 0; kind < kinds.size(); ++kind) {
-            phases_->Read(kinds[kind].sum.data(), Stride(), 1, values.data());
-            for (std::size_t p = 0; p < positions_.size(); ++p)
-                reaches[kind].sum[p] += values[p];
-        }
+        gatherer.Finish();
     }
 
     // The UI of a range all of whose samples lie in the record; none where the phases differ from UI to UI.
@@ -217,8 +263,6 @@ public:
     SymbolRange Alike(SymbolRange range) const { return phases_ ? Inside(range) : range; }
 
 private:
-    static constexpr std::size_t kUiTogether = 32;  // their values stay in the first-level cache
-
     void Place(double shift)
     {
         for (std::size_t k = 0; k < readings_.size(); ++k)

@@ -362,14 +362,29 @@ inline void ScreenPhases(const PhaseScreen& screen, const double* x, std::size_t
     }
 }
 
-inline void AddStretches(const double* x, std::size_t stride, std::size_t count, std::size_t width, double* const* sums)
+inline void AddStretches(const double* const* stretches, std::size_t count, std::size_t width, double* sum)
 {
-    for (std::size_t i = 0; i < count; ++i) {
-        const double* const from = x + i * stride;
-        double* __restrict sum = sums[i];
-        for (std::size_t k = 0; k < width; ++k)
-            sum[k] += from[k];
+    std::size_t k = 0;
+    for (; k + kLine <= width; k += kLine) {
+        Pack sums[kPacksPerLine];
+        TARNWICK_UNROLL
+        for (std::size_t part = 0; part < kPacksPerLine; ++part)
+            Load(sum + k + part * kPack, sums[part]);
+        for (std::size_t i = 0; i < count; ++i) {
+            TARNWICK_UNROLL
+            for (std::size_t part = 0; part < kPacksPerLine; ++part) {
+                Pack some;
+                Load(stretches[i] + k + part * kPack, some);
+                sums[part] = sums[part] + some;
+            }
+        }
+        TARNWICK_UNROLL
+        for (std::size_t part = 0; part < kPacksPerLine; ++part)
+            Store(sums[part], sum + k + part * kPack);
     }
+    for (; k < width; ++k)
+        for (std::size_t i = 0; i < count; ++i)
+            sum[k] += stretches[i][k];
 }
 
 inline constexpr HotLoops kLoops = {kPack,        SumTaps,         SumWindow,    MultiplyToParts, PartsTimes,

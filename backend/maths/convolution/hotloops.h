@@ -147,9 +147,8 @@ struct HotLoops {
     /// @param scaled  room for (count - 1) stride + sampleCount values
     void (*screenPhases)(const PhaseScreen& screen, const double* x, std::size_t stride, std::size_t count,
                          const float* const* limits, float* scaled, unsigned char* beyond);
-    /// sums[i][k] += x[i stride + k], i = 0 .. count - 1, k = 0 .. width - 1
-    void (*addStretches)(const double* x, std::size_t stride, std::size_t count, std::size_t width,
-                         double* const* sums);
+    /// sum[k] += stretches[i][k], i = 0 .. count - 1, k = 0 .. width - 1
+    void (*addStretches)(const double* const* stretches, std::size_t count, std::size_t width, double* sum);
 };
 
 enum class LoopTarget { Plain, Avx2, Avx512 };
