@@ -127,7 +127,7 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
     if (!figures)
         return report;
 
-    const Maths::PhaseValues values = ValuesAt(record, *symbols, figures->position);
+    const Maths::PhaseValues& values = figures->values;
     Maths::NoiseSplitter splitter(symbols->levels, record.wrapping, settings.periodUi);
     const Maths::NoiseSplit split = splitter.Of(values);
     const auto ratios = RatiosAt(record, *symbols, split);

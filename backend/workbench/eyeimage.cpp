@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "maths/captures/bandlimited.h"
+#include "maths/captures/traceloops.h"
 #include "workbench/eye.h"
 #include "workbench/statistics.h"
 
@@ -52,15 +53,8 @@ public:
             const std::size_t count = std::min(kTogether, a.size() - begin);
             const std::int16_t* const as = a.data() + begin;
             const std::int16_t* const bs = b.data() + begin;
-            std::int16_t most = 0;
-            for (std::size_t i = 0; i < count; ++i) {
-                const std::int16_t low = as[i] < bs[i] ? as[i] : bs[i];
-                const std::int16_t high = as[i] < bs[i] ? bs[i] : as[i];
-                const auto more = static_cast<std::int16_t>(high - low);
-                most = more > most ? more : most;
-                const auto span = static_cast<std::int16_t>(more < kSteep ? more : kSteep);
-                places[i] = static_cast<std::uint16_t>(low * static_cast<std::int16_t>(kSpans) + span);
-            }
+            const std::int16_t most = Maths::FastestTraceLoops().placesOf(
+                as, bs, count, static_cast<std::int16_t>(kSpans), kSteep, places.data());
             // Neighbours often share a cell, and each would wait for the one before: they count apart.
             std::size_t i = 0;
             for (; i + kApart <= count; i += kApart)
@@ -204,18 +198,8 @@ private:
     void RowsAt(const std::vector<double>& from, const std::vector<double>& to, double part,
                 std::vector<std::int16_t>& rows) const
     {
-        const double low = range_.low;
-        const double rowsPerVolt = rowsPerVolt_;
-        const auto beyond = static_cast<double>(rows_ + 1);
-        const double* const a = from.data();
-        const double* const b = to.data();
-        std::int16_t* const result = rows.data();
-        for (std::size_t i = 0; i < rows.size(); ++i) {
-            double row = (a[i] + part * (b[i] - a[i]) - low) * rowsPerVolt + 1.0;
-            row = row > 0.0 ? row : 0.0;
-            row = row < beyond ? row : beyond;
-            result[i] = static_cast<std::int16_t>(static_cast<std::int32_t>(row));
-        }
+        Maths::FastestTraceLoops().rowsAt({range_.low, rowsPerVolt_, static_cast<double>(rows_ + 1)}, from.data(),
+                                          to.data(), part, rows.size(), rows.data());
     }
 
     VoltageRange range_;

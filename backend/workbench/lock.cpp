@@ -345,7 +345,7 @@ bool GivenPeriodHolds(std::size_t period, State& state)
     if (state.decision.symbols.empty())
         return true;  // nothing speaks against it
     if (state.UiCount() >= 2 * period) {
-        const double agreement = Maths::CheckPeriod(SymbolsOf(state), period).agreement;
+        const double agreement = Maths::AgreementAt(SymbolsOf(state), period);
         if (agreement >= Maths::kLeastAgreement)
             return true;
         state.Warn(

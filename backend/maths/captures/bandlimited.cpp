@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <vector>
 
 #include "maths/convolution/hotloops.h"
@@ -125,6 +126,95 @@ BandLimitedPhases::BandLimitedPhases(std::span<const BandLimitedReading> reading
 void BandLimitedPhases::Read(const double* samples, std::size_t samplesPerUi, std::size_t uiCount, double* values) const
 {
     Loops().readPhases({weights_.Data(), sampleCount_, Pitch(), used_.data()}, samples, samplesPerUi, uiCount, values);
+}
+
+PhaseScreening::PhaseScreening(const BandLimitedPhases& phases, std::span<const double> samples)
+    : phases_(&phases), weights_(phases.sampleCount_ * Pitch())
+{
+    constexpr double kLeftOut = 0.002;  // sum of the magnitudes of weights, of 1
+    constexpr std::size_t kNarrow = BandLimitedPhases::kLine;
+    const std::size_t count = phases.sampleCount_;
+    std::fill_n(weights_.Data(), count * Pitch(), 0.0F);
+    used_.assign(2 * Pitch() / kLine, 0);
+    double largest = 0.0;  // sum of the weights' magnitudes at a phase
+    for (std::size_t phase = 0; phase < phases.Pitch(); ++phase) {
+        const double* const weights = phases.weights_.Data() + phase / kNarrow * count * kNarrow + phase % kNarrow;
+        const auto magnitude = [&](std::size_t k) { return std::abs(weights[k * kNarrow]); };
+        std::size_t first = 0;
+        std::size_t end = count;
+        while (first < end && weights[first * kNarrow] == 0.0)
+            ++first;
+        if (first == end)
+            continue;  // there for the sake of the pitch
+        // Outer weights that matter little are left out on either side, and counted into the margin.
+        for (double left = magnitude(first); left < kLeftOut && first + 1 < end; left += magnitude(first))
+            ++first;
+        for (double left = magnitude(end - 1); left < kLeftOut && first + 1 < end; left += magnitude(end - 1))
+            --end;
+        double sum = 0.0;
+        for (std::size_t k = first; k < end; ++k) {
+            weights_.Data()[(phase / kLine * count + k) * kLine + phase % kLine] =
+                static_cast<float>(weights[k * kNarrow]);
+            sum += magnitude(k);
+        }
+        largest = std::max(largest, sum);
+        std::size_t* const used = used_.data() + 2 * (phase / kLine);
+        used[0] = used[1] == 0 ? first : std::min(used[0], first);
+        used[1] = std::max(used[1], end);
+    }
+
+    constexpr std::size_t kStretches = 64;
+    constexpr std::size_t kStretch = 64;  // [samples]
+    constexpr double kRoom = 1.25;        // times the range that the stretches have
+    double low = samples.front();
+    double high = samples.front();
+    for (std::size_t n = 0; n < kStretches; ++n) {
+        const std::size_t begin = samples.size() / kStretches * n;
+        for (const double sample : samples.subspan(begin, std::min(kStretch, samples.size() - begin))) {
+            low = std::min(low, sample);
+            high = std::max(high, sample);
+        }
+    }
+    middle_ = 0.5 * low + 0.5 * high;
+    scale_ = 1.0 / (kRoom * (0.5 * high - 0.5 * low));
+    // Of the scaled samples, which lie from -1 to 1, and of the weights one rounding each in single precision, then one for each
+    // product and for each sum. In double precision so many of the values themselves, and the weights' sum is 1 to as many.
+    constexpr double kRoundings = 2.0 * static_cast<double>(kWeights) + 4.0;
+    constexpr double kFloatRounding = 0x1p-24;
+    constexpr double kDoubleRounding = 0x1p-53;
+    margin_ = 2.0 * kLeftOut + 2.0 * kRoundings * (largest + 2.0 * kLeftOut) *
+                                   (kFloatRounding + kDoubleRounding * (1.0 + std::abs(middle_) * scale_));
+    if (!std::isfinite(scale_) || !std::isfinite(margin_))
+        scale_ = 0.0;
+}
+
+void PhaseScreening::SetLimits(std::span<const double> low, std::span<const double> high, std::span<float> limits) const
+{
+    // Phases that are there for the sake of the pitch reach nothing.
+    constexpr float kNever = std::numeric_limits<float>::infinity();
+    std::fill_n(limits.begin(), Pitch(), -kNever);
+    std::fill_n(limits.begin() + static_cast<std::ptrdiff_t>(Pitch()), Pitch(), kNever);
+    for (std::size_t p = 0; p < low.size(); ++p) {
+        limits[p] = static_cast<float>((low[p] - middle_) * scale_ + margin_);
+        limits[Pitch() + p] = static_cast<float>((high[p] - middle_) * scale_ - margin_);
+    }
+}
+
+void PhaseScreening::Screen(const double* samples, std::size_t samplesPerUi, std::span<const float* const> limits,
+                            std::span<unsigned char> counts)
+{
+    if (scale_ == 0.0) {
+        std::fill(counts.begin(), counts.end(), static_cast<unsigned char>(1));
+        return;
+    }
+    scaled_.resize((counts.size() - 1) * samplesPerUi + phases_->sampleCount_);
+    Loops().screenPhases({weights_.Data(), phases_->sampleCount_, Pitch(), used_.data(), middle_, scale_}, samples,
+                         samplesPerUi, counts.size(), limits.data(), scaled_.data(), counts.data());
+}
+
+void AddStretches(std::span<const double* const> stretches, std::span<double> sum)
+{
+    Loops().addStretches(stretches.data(), stretches.size(), sum.size(), sum.data());
 }
 
 }  // namespace Tarnwick::DSO::Maths

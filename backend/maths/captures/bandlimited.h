@@ -61,6 +61,7 @@ public:
     void Read(const double* samples, std::size_t samplesPerUi, std::size_t uiCount, double* values) const;
 
 private:
+    friend class PhaseScreening;
     static constexpr std::size_t kLine = 8;  // phases whose weights lie side by side
     std::size_t lines_;
     std::ptrdiff_t first_;
@@ -68,5 +69,39 @@ private:
     AlignedBuffer<double> weights_;
     std::vector<std::size_t> used_;  // of each line the first sample that counts and the one behind the last
 };
+
+/// Which UI may hold a value beyond extremes that are known already, at any of the phases: all that do, and a few more. Values are
+/// made in single precision, which takes half the time, and a UI counts when one comes nearer to an extreme than the rounding of
+/// them all.
+class TARNWICK_FRAMEWORK_API PhaseScreening {
+public:
+    /// @param phases   outlives this
+    /// @param samples  the record, a few stretches of which tell the range; UI with samples far out of it always count
+    PhaseScreening(const BandLimitedPhases& phases, std::span<const double> samples);
+    /// The limits that UI are screened with, as they follow from extremes at each phase.
+    /// @param limits  twice as many as phases.Pitch(), rounded up to a multiple of 16
+    void SetLimits(std::span<const double> low, std::span<const double> high, std::span<float> limits) const;
+    std::size_t LimitCount() const { return 2 * Pitch(); }
+    /// counts[i] = whether UI i may hold a value below the low or above the high that limits[i] were made of, or equal to it
+    /// @param samples  as BandLimitedPhases::Read
+    void Screen(const double* samples, std::size_t samplesPerUi, std::span<const float* const> limits,
+                std::span<unsigned char> counts);
+
+private:
+    static constexpr std::size_t kLine = 2 * BandLimitedPhases::kLine;
+    std::size_t Pitch() const { return (phases_->lines_ + 1) / 2 * kLine; }
+
+    const BandLimitedPhases* phases_;
+    AlignedBuffer<float> weights_;
+    std::vector<std::size_t> used_;
+    std::vector<float> scaled_;
+    double middle_ = 0.0;
+    double scale_ = 0.0;   // 0: all UI count
+    double margin_ = 0.0;  // of scaled values
+};
+
+/// sum[k] += stretches[i][k]
+/// @param stretches  of as many samples as the sum has
+TARNWICK_FRAMEWORK_API void AddStretches(std::span<const double* const> stretches, std::span<double> sum);
 
 }  // namespace Tarnwick::DSO::Maths

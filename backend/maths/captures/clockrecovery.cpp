@@ -85,20 +85,35 @@ class SquaredDerivative {
 public:
     explicit SquaredDerivative(std::span<const double> samples)
         : samples_(samples),
-          mean_(Mean(samples)),
           blockLength_(std::min(kMostBlock, std::bit_ceil(samples.size() + 2 * kGuard))),
           forward_(RealTransform::Of(blockLength_)),
           inverse_(RealTransform::Of(2 * blockLength_)),
           bins_(blockLength_ + 1),
           values_(2 * blockLength_)
     {
-        const auto [lowest, highest] = std::minmax_element(samples.begin(), samples.end());
-        const double scale = 1.0 / (*highest - *lowest);
+        // In one pass: the sum, whose additions wait for each other, takes the time.
+        double sum = 0.0;
+        double low = samples.front();
+        double high = samples.front();
+        for (const double sample : samples) {
+            sum += sample;
+            low = sample < low ? sample : low;
+            high = sample > high ? sample : high;
+        }
+        mean_ = sum / static_cast<double>(samples.size());
+        const double scale = 1.0 / (high - low);
         // What is not a number may hide from the comparisons, but not from the mean.
         if (std::isfinite(scale) && std::isfinite(mean_))
             scale_ = scale;
         for (std::size_t i = 0; i < kGuard; ++i)
             fade_[i] = 0.5 - 0.5 * std::cos(std::numbers::pi * (static_cast<double>(i) + 0.5) / kGuard);
+        const double middle = 0.5 * static_cast<double>(kGuard - 1);
+        for (std::size_t i = 0; i < blockLength_; ++i)
+            ramp_.push_back(static_cast<double>(i) - middle);
+        const double ofInverse = 1.0 / static_cast<double>(blockLength_);
+        for (std::size_t k = 0; k < blockLength_ / 2; ++k)
+            factors_.push_back(ofInverse * std::numbers::pi * static_cast<double>(2 * k) /
+                               static_cast<double>(blockLength_));
     }
 
     /// Whether there is anything to differentiate.
@@ -112,15 +127,21 @@ public:
         double* const values = values_.Data();
         const auto begin = static_cast<std::ptrdiff_t>(first) - static_cast<std::ptrdiff_t>(kGuard);
         const std::size_t used = count + 2 * kGuard;
-        for (std::size_t i = 0; i < used; ++i)
-            values[i] = scale_ * (Continued(begin + static_cast<std::ptrdiff_t>(i)) - mean_);
+        if (first >= kGuard && first + count + kGuard <= samples_.size()) {
+            const double* const from = samples_.data() + begin;
+            for (std::size_t i = 0; i < used; ++i)
+                values[i] = scale_ * (from[i] - mean_);
+        } else {
+            for (std::size_t i = 0; i < used; ++i)
+                values[i] = scale_ * (Continued(begin + static_cast<std::ptrdiff_t>(i)) - mean_);
+        }
         // The trend is removed and its slope added back: windowed with the rest, it would drown what is small.
         const double left = Mean({values, kGuard});
         const double right = Mean({values + used - kGuard, kGuard});
         const double slope = (right - left) / static_cast<double>(used - kGuard);
-        const double middle = 0.5 * static_cast<double>(kGuard - 1);
+        const double* const ramp = ramp_.data();
         for (std::size_t i = 0; i < used; ++i)
-            values[i] -= left + slope * (static_cast<double>(i) - middle);
+            values[i] -= left + slope * ramp[i];
         for (std::size_t i = 0; i < kGuard; ++i) {
             values[i] *= fade_[i];
             values[used - 1 - i] *= fade_[i];
@@ -129,12 +150,9 @@ public:
 
         Complex* const bins = bins_.Data();
         forward_->Forward(values, bins);
-        const double scale = 1.0 / static_cast<double>(blockLength_);
-        for (std::size_t k = 0; k < blockLength_ / 2; ++k) {
-            const double factor =
-                scale * std::numbers::pi * static_cast<double>(2 * k) / static_cast<double>(blockLength_);
-            bins[k] = {-factor * bins[k].imag(), factor * bins[k].real()};
-        }
+        const double* const factors = factors_.data();
+        for (std::size_t k = 0; k < blockLength_ / 2; ++k)
+            bins[k] = {-factors[k] * bins[k].imag(), factors[k] * bins[k].real()};
         std::fill(bins + blockLength_ / 2, bins + blockLength_ + 1, Complex{});
         inverse_->Inverse(bins, values);
         const std::span<double> squared(values + 2 * kGuard, 2 * count);
@@ -156,7 +174,7 @@ private:
     }
 
     std::span<const double> samples_;
-    double mean_;
+    double mean_ = 0.0;
     double scale_ = 0.0;
     std::size_t blockLength_;
     std::shared_ptr<const RealTransform> forward_;
@@ -164,6 +182,8 @@ private:
     AlignedBuffer<Complex> bins_;
     AlignedBuffer<double> values_;
     double fade_[kGuard];
+    std::vector<double> ramp_;     // [samples] from the middle of the guard on the left
+    std::vector<double> factors_;  // of the bins, what differentiates and what the inverse transform multiplies by
 };
 
 struct Stretch {

@@ -26,6 +26,149 @@ constexpr double kFlatCorrelation = 0.99;         // of the largest
 constexpr double kSmallestCorrelation = 0.3;      // see LocateSymbols
 constexpr std::size_t kOffsets = 2 * kEyePhases;  // from a UI before the centre to a UI behind it
 
+SymbolRange Both(SymbolRange a, SymbolRange b)
+{
+    const std::size_t first = std::max(a.first, b.first);
+    const std::size_t end = std::min(a.first + a.count, b.first + b.count);
+    return {first, end > first ? end - first : 0};
+}
+
+// What a range has in front of and behind another one inside it.
+std::vector<SymbolRange> Outside(SymbolRange range, SymbolRange inside)
+{
+    const std::size_t end = range.first + range.count;
+    const std::size_t from = std::clamp(inside.first, range.first, end);
+    const std::size_t to = std::clamp(inside.first + inside.count, from, end);
+    std::vector<SymbolRange> parts;
+    if (from > range.first)
+        parts.push_back({range.first, from - range.first});
+    if (end > to)
+        parts.push_back({to, end - to});
+    return parts;
+}
+
+// What the values of some UI reach at each of several phases.
+struct Reach {
+    std::vector<double> low;
+    std::vector<double> high;
+    std::vector<double> sum;
+    double count = 0.0;
+
+    explicit Reach(std::size_t phases) : low(phases, kInfinity), high(phases, -kInfinity), sum(phases, 0.0) {}
+    void Take(const double* values)
+    {
+        Stretch(values);
+        for (std::size_t p = 0; p < sum.size(); ++p)
+            sum[p] += values[p];
+        count += 1.0;
+    }
+    // Without the sum.
+    void Stretch(const double* values)
+    {
+        double* const lows = low.data();
+        double* const highs = high.data();
+        for (std::size_t p = 0; p < low.size(); ++p) {
+            lows[p] = values[p] < lows[p] ? values[p] : lows[p];
+            highs[p] = values[p] > highs[p] ? values[p] : highs[p];
+        }
+    }
+    void TakeAt(std::size_t phase, double value)
+    {
+        low[phase] = std::min(low[phase], value);
+        high[phase] = std::max(high[phase], value);
+        sum[phase] += value;
+    }
+};
+
+constexpr std::size_t kUiTogether = 32;  // their values stay in the first-level cache
+
+// Gathers what the values of UI reach by kinds of UI. The extremes are those of all values, to the bit: most UI cannot move one,
+// and are screened out. The sums are the phases of the sum of a kind's samples, since reading is linear; they differ from those
+// of the values by rounding.
+class Gatherer {
+public:
+    /// @param record   a UI has whole samples
+    /// @param reaches  one of each kind, at all phases
+    Gatherer(const BandLimitedPhases& phases, const EyeRecord& record, std::vector<Reach>& reaches)
+        : phases_(phases),
+          screening_(phases, record.samples),
+          stride_(static_cast<std::size_t>(record.samplesPerUi)),
+          reaches_(reaches),
+          kinds_(reaches.size()),
+          limits_(kUiTogether),
+          mayReach_(kUiTogether),
+          values_(kUiTogether * phases.Pitch())
+    {
+        for (std::size_t kind = 0; kind < kinds_.size(); ++kind) {
+            kinds_[kind].limits.resize(screening_.LimitCount());
+            kinds_[kind].sum.assign(phases_.SampleCount(), 0.0);
+            SetLimits(kind);
+        }
+    }
+
+    /// @param samples  of the first of the UI, whose kinds are these: at most kUiTogether
+    void Take(const double* samples, std::span<const std::size_t> kinds)
+    {
+        for (std::size_t i = 0; i < kinds.size(); ++i) {
+            Kind& kind = kinds_[kinds[i]];
+            limits_[i] = kind.limits.data();
+            kind.stretches.push_back(samples + i * stride_);
+            reaches_[kinds[i]].count += 1.0;
+        }
+        for (Kind& kind : kinds_) {
+            AddStretches(kind.stretches, kind.sum);
+            kind.stretches.clear();
+        }
+        const auto mayReach = std::span(mayReach_).first(kinds.size());
+        screening_.Screen(samples, stride_, std::span(limits_).first(kinds.size()), mayReach);
+        const auto left = static_cast<std::size_t>(std::count(mayReach.begin(), mayReach.end(), 1));
+        // Together they are read several times as fast as one by one.
+        const bool readAll = left > kUiTogether / 4;
+        if (readAll)
+            phases_.Read(samples, stride_, kinds.size(), values_.data());
+        for (std::size_t i = 0; i < kinds.size() && left > 0; ++i) {
+            if (mayReach[i] == 0)
+                continue;
+            double* const values = values_.data() + i * phases_.Pitch();
+            if (!readAll)
+                phases_.Read(samples + i * stride_, stride_, 1, values);
+            reaches_[kinds[i]].Stretch(values);
+            SetLimits(kinds[i]);
+        }
+    }
+
+    /// Adds the sums.
+    void Finish()
+    {
+        for (std::size_t kind = 0; kind < kinds_.size(); ++kind) {
+            phases_.Read(kinds_[kind].sum.data(), stride_, 1, values_.data());
+            for (std::size_t p = 0; p < reaches_[kind].sum.size(); ++p)
+                reaches_[kind].sum[p] += values_[p];
+        }
+    }
+
+private:
+    struct Kind {
+        std::vector<float> limits;
+        std::vector<double> sum;  // of the samples
+        std::vector<const double*> stretches;
+    };
+
+    void SetLimits(std::size_t kind)
+    {
+        screening_.SetLimits(reaches_[kind].low, reaches_[kind].high, kinds_[kind].limits);
+    }
+
+    const BandLimitedPhases& phases_;
+    PhaseScreening screening_;
+    std::size_t stride_;
+    std::vector<Reach>& reaches_;
+    std::vector<Kind> kinds_;
+    std::vector<const float*> limits_;     // of each UI taken together
+    std::vector<unsigned char> mayReach_;  // and whether it has to be read
+    std::vector<double> values_;
+};
+
 // Reads the same phases of one UI after the other.
 class PhaseReader {
 public:
@@ -41,6 +184,15 @@ public:
             phases_.emplace(readings_);
     }
 
+    void ReadOne(std::size_t ui, std::span<double> values)
+    {
+        if (phases_) {
+            waveform_.Read(readings_, static_cast<std::ptrdiff_t>(Stride() * ui), values);
+            return;
+        }
+        Place(static_cast<double>(ui) * record_.samplesPerUi);
+        waveform_.Read(readings_, 0, values);
+    }
     /// Calls visit(ui, values) for each UI of the range, in order, with a value for each position.
     template <typename Visit>
     void ForEach(SymbolRange range, Visit visit)
@@ -66,29 +218,29 @@ public:
             readOne(ui);
     }
 
-private:
-    static constexpr std::size_t kUiTogether = 32;  // their values stay in the first-level cache
-
-    void Place(double shift)
+    /// What the values that ForEach gives reach, gathered by kinds of UI; the sums to their rounding.
+    /// @param kindOf  the place in reaches of a UI
+    template <typename KindOf>
+    void Gather(SymbolRange range, KindOf kindOf, std::vector<Reach>& reaches)
     {
-        for (std::size_t k = 0; k < readings_.size(); ++k)
-            readings_[k] = ReadingAt(positions_[k] + shift);
-    }
-    void ReadOne(std::size_t ui, std::span<double> values)
-    {
-        if (phases_) {
-            waveform_.Read(readings_, static_cast<std::ptrdiff_t>(Stride() * ui), values);
+        const SymbolRange inside = Inside(range);
+        const auto takeOne = [&](std::size_t ui, const double* values) { reaches[kindOf(ui)].Take(values); };
+        for (const SymbolRange part : Outside(range, inside))
+            ForEach(part, takeOne);
+        if (inside.count == 0)
             return;
+        std::vector<std::size_t> kinds(kUiTogether);
+        Gatherer gatherer(*phases_, record_, reaches);
+        for (std::size_t done = 0; done < inside.count; done += kUiTogether) {
+            const std::size_t first = inside.first + done;
+            kinds.resize(std::min(kUiTogether, inside.count - done));
+            for (std::size_t i = 0; i < kinds.size(); ++i)
+                kinds[i] = kindOf(first + i);
+            gatherer.Take(record_.samples.data() + FirstSampleOf(first), kinds);
         }
-        Place(static_cast<double>(ui) * record_.samplesPerUi);
-        waveform_.Read(readings_, 0, values);
+        gatherer.Finish();
     }
-    std::size_t Stride() const { return static_cast<std::size_t>(record_.samplesPerUi); }
-    // Of all that the values of a UI are made of.
-    std::ptrdiff_t FirstSampleOf(std::size_t ui) const
-    {
-        return phases_->FirstSample() + static_cast<std::ptrdiff_t>(ui * Stride());
-    }
+
     // The UI of a range all of whose samples lie in the record; none where the phases differ from UI to UI.
     SymbolRange Inside(SymbolRange range) const
     {
@@ -106,40 +258,28 @@ private:
             --end;
         return {first, end - first};
     }
+    /// Whether some of the phases of a UI are read as they would be without the others: where all samples lie in the record, or
+    /// phases differ from UI to UI.
+    SymbolRange Alike(SymbolRange range) const { return phases_ ? Inside(range) : range; }
+
+private:
+    void Place(double shift)
+    {
+        for (std::size_t k = 0; k < readings_.size(); ++k)
+            readings_[k] = ReadingAt(positions_[k] + shift);
+    }
+    std::size_t Stride() const { return static_cast<std::size_t>(record_.samplesPerUi); }
+    // Of all that the values of a UI are made of.
+    std::ptrdiff_t FirstSampleOf(std::size_t ui) const
+    {
+        return phases_->FirstSample() + static_cast<std::ptrdiff_t>(ui * Stride());
+    }
 
     EyeRecord record_;
     BandLimitedRecord waveform_;
     std::vector<double> positions_;
     std::vector<BandLimitedReading> readings_;
     std::optional<BandLimitedPhases> phases_;  // none where no UI has whole samples
-};
-
-// What the values of some UI reach at each of several phases.
-struct Reach {
-    std::vector<double> low;
-    std::vector<double> high;
-    std::vector<double> sum;
-    double count = 0.0;
-
-    explicit Reach(std::size_t phases) : low(phases, kInfinity), high(phases, -kInfinity), sum(phases, 0.0) {}
-    void Take(const double* values)
-    {
-        double* const lows = low.data();
-        double* const highs = high.data();
-        double* const sums = sum.data();
-        for (std::size_t p = 0; p < low.size(); ++p) {
-            lows[p] = values[p] < lows[p] ? values[p] : lows[p];
-            highs[p] = values[p] > highs[p] ? values[p] : highs[p];
-            sums[p] += values[p];
-        }
-        count += 1.0;
-    }
-    void TakeAt(std::size_t phase, double value)
-    {
-        low[phase] = std::min(low[phase], value);
-        high[phase] = std::max(high[phase], value);
-        sum[phase] += value;
-    }
 };
 
 // What the symbols of one level reach at each offset from the centre.
@@ -182,10 +322,11 @@ std::vector<LevelExtent> ExtentsOf(const EyeRecord& record, const AlignedSymbols
     const std::size_t last = range.first + range.count - 1;
     const bool wraps = record.wrapping == Wrapping::Circular;
     const auto levelOf = [&](std::size_t ui) { return static_cast<std::size_t>(symbols.levels[ui]); };
-    PhaseReader(record, positions).ForEach(range, [&](std::size_t ui, const double* values) {
+    const auto kindOf = [&](std::size_t ui) {
         const std::size_t next = ui != last ? levelOf(ui + 1) : wraps ? levelOf(0) : levels;
-        reaches[levelOf(ui) * (levels + 1) + next].Take(values);
-    });
+        return levelOf(ui) * (levels + 1) + next;
+    };
+    PhaseReader(record, positions).Gather(range, kindOf, reaches);
     std::vector<LevelExtent> extents(levels);
     for (std::size_t level = 0; level < levels; ++level) {
         for (std::size_t next = 0; next <= levels; ++next) {
@@ -245,27 +386,6 @@ double OpenSpan(const Sides& sides, std::size_t from, int direction, double thre
     return reach;
 }
 
-SymbolRange Both(SymbolRange a, SymbolRange b)
-{
-    const std::size_t first = std::max(a.first, b.first);
-    const std::size_t end = std::min(a.first + a.count, b.first + b.count);
-    return {first, end > first ? end - first : 0};
-}
-
-// What a range has in front of and behind another one inside it.
-std::vector<SymbolRange> Outside(SymbolRange range, SymbolRange inside)
-{
-    const std::size_t end = range.first + range.count;
-    const std::size_t from = std::clamp(inside.first, range.first, end);
-    const std::size_t to = std::clamp(inside.first + inside.count, from, end);
-    std::vector<SymbolRange> parts;
-    if (from > range.first)
-        parts.push_back({range.first, from - range.first});
-    if (end > to)
-        parts.push_back({to, end - to});
-    return parts;
-}
-
 // The sides of all eyes at one position.
 struct Slice {
     std::vector<double> levels;  // means
@@ -291,10 +411,15 @@ struct Slice {
     }
 };
 
+struct Slices {
+    std::vector<Slice> slices;  // the levels but for the rounding of their sums
+    SymbolRange common;         // the UI that all positions have
+    SymbolRange alike;          // of these, the UI that are read as at one position alone
+};
+
 // One for each position, in one pass over the record.
 // @param positions  [samples] of symbol 0, ascending
-std::vector<Slice> SlicesAt(const EyeRecord& record, const AlignedSymbols& symbols,
-                            const std::vector<double>& positions)
+Slices SlicesAt(const EyeRecord& record, const AlignedSymbols& symbols, const std::vector<double>& positions)
 {
     const auto levels = static_cast<std::size_t>(record.levelCount);
     std::vector<SymbolRange> ranges;
@@ -304,9 +429,9 @@ std::vector<Slice> SlicesAt(const EyeRecord& record, const AlignedSymbols& symbo
         common = Both(common, ranges.back());
     }
     std::vector<Reach> reaches(levels, Reach(positions.size()));
-    PhaseReader(record, positions).ForEach(common, [&](std::size_t ui, const double* values) {
-        reaches[static_cast<std::size_t>(symbols.levels[ui])].Take(values);
-    });
+    PhaseReader reader(record, positions);
+    reader.Gather(
+        common, [&](std::size_t ui) { return static_cast<std::size_t>(symbols.levels[ui]); }, reaches);
     std::vector<Slice> slices;
     for (std::size_t p = 0; p < positions.size(); ++p) {
         std::vector<double> counts;
@@ -334,7 +459,42 @@ std::vector<Slice> SlicesAt(const EyeRecord& record, const AlignedSymbols& symbo
         }
         slices.push_back(std::move(slice));
     }
-    return slices;
+    return {std::move(slices), common, reader.Alike(common)};
+}
+
+// The means of the levels at one of the positions, summed value by value in the order of the record.
+// @param values  at that position
+std::vector<double> LevelsAt(const EyeRecord& record, const AlignedSymbols& symbols, const Slices& slices,
+                             double position, const PhaseValues& values)
+{
+    std::vector<double> sums(static_cast<std::size_t>(record.levelCount), 0.0);
+    std::vector<double> counts(sums.size(), 0.0);
+    const auto take = [&](std::size_t ui, double value) {
+        const auto level = static_cast<std::size_t>(symbols.levels[ui]);
+        sums[level] += value;
+        counts[level] += 1.0;
+    };
+    PhaseReader reader(record, {position});
+    const auto takeAgain = [&](SymbolRange range) {
+        std::array<double, 1> value{};
+        for (std::size_t ui = range.first; ui < range.first + range.count; ++ui) {
+            reader.ReadOne(ui, value);
+            take(ui, value.front());
+        }
+    };
+    const auto takeRead = [&](SymbolRange range) {
+        for (std::size_t ui = range.first; ui < range.first + range.count; ++ui)
+            take(ui, values.values[ui]);
+    };
+    const std::size_t end = slices.alike.first + slices.alike.count;
+    takeAgain({slices.common.first, slices.alike.first - slices.common.first});
+    takeRead(slices.alike);
+    takeAgain({end, slices.common.first + slices.common.count - end});
+    for (const SymbolRange part : Outside(values.range, slices.common))
+        takeRead(part);
+    for (std::size_t level = 0; level < sums.size(); ++level)
+        sums[level] /= counts[level];
+    return sums;
 }
 
 // The middle of the longest stretch of values of at least `least`, of several the first.
@@ -599,10 +759,12 @@ namespace {
 std::optional<EyeFigures> MeasureAtSamples(const EyeRecord& record, const AlignedSymbols& symbols)
 {
     const double position = std::round(symbols.centre);
-    const Slice slice = SlicesAt(record, symbols, {position}).front();
+    const Slices slices = SlicesAt(record, symbols, {position});
+    Slice slice = slices.slices.front();
     if (!std::isfinite(slice.SmallestOpening()))
         return std::nullopt;
-    EyeFigures figures{slice.levels, {}, position};
+    EyeFigures figures{{}, {}, position, ValuesAt(record, symbols, position)};
+    figures.levels = slice.levels = LevelsAt(record, symbols, slices, position, figures.values);
     for (std::size_t eye = 0; eye < slice.above.size(); ++eye)
         figures.eyes.push_back(slice.EyeOf(eye));
     return figures;
@@ -650,21 +812,22 @@ std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymb
     std::vector<double> positions;
     for (int n = -kReach; n <= kReach; ++n)
         positions.push_back(coarse + static_cast<double>(n) / kFinestSteps / kUi * record.samplesPerUi);
-    const std::vector<Slice> slices = SlicesAt(record, symbols, positions);
+    Slices slices = SlicesAt(record, symbols, positions);
     int chosen = kReach;
     for (int step = kFinestSteps / 2; step >= 1; step /= 2) {
-        const double here = slices[static_cast<std::size_t>(chosen)].SmallestOpening();
+        const double here = slices.slices[static_cast<std::size_t>(chosen)].SmallestOpening();
         for (const int tried : {chosen - step, chosen + step}) {
-            if (slices[static_cast<std::size_t>(tried)].SmallestOpening() > here + kEqual * std::abs(here)) {
+            if (slices.slices[static_cast<std::size_t>(tried)].SmallestOpening() > here + kEqual * std::abs(here)) {
                 chosen = tried;
                 break;
             }
         }
     }
     const double position = positions[static_cast<std::size_t>(chosen)];
-    const Slice& slice = slices[static_cast<std::size_t>(chosen)];
+    Slice& slice = slices.slices[static_cast<std::size_t>(chosen)];
 
-    EyeFigures figures{slice.levels, {}, position};
+    EyeFigures figures{{}, {}, position, ValuesAt(record, symbols, position)};
+    figures.levels = slice.levels = LevelsAt(record, symbols, slices, position, figures.values);
     const double shift = (coarse - position) / record.samplesPerUi;  // [UI] of the phase that the spans start from
     for (std::size_t eye = 0; eye < eyes; ++eye) {
         Eye figure = slice.EyeOf(eye);

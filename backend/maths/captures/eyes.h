@@ -64,21 +64,22 @@ struct Eye {
     double rightUi;    ///< [UI] where it ends; both 0 of a closed eye
 };
 
-struct EyeFigures {
-    std::vector<double> levels;  ///< [V] means at the measuring phase, lowest first
-    std::vector<Eye> eyes;       ///< one fewer
-    double position;  ///< [samples] of symbol 0 at the measuring phase; may lie a UI before or behind the record
-};
-
-/// In one pass over the record. The phases looked at reach from a UI before the symbols' centre to a UI behind it.
-/// @return nothing when a level has no symbols in the valid part, or at no phase the levels' means ascend
-TARNWICK_FRAMEWORK_API std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymbols& symbols);
-
 /// One value a UI.
 struct PhaseValues {
     std::vector<double> values;  ///< [V] of each UI of the record; 0 outside the range
     SymbolRange range;           ///< the UI whose value the valid part holds
 };
+
+struct EyeFigures {
+    std::vector<double> levels;  ///< [V] means at the measuring phase, lowest first
+    std::vector<Eye> eyes;       ///< one fewer
+    double position;     ///< [samples] of symbol 0 at the measuring phase; may lie a UI before or behind the record
+    PhaseValues values;  ///< there, of the UI whose symbols are known
+};
+
+/// In one pass over the record. The phases looked at reach from a UI before the symbols' centre to a UI behind it.
+/// @return nothing when a level has no symbols in the valid part, or at no phase the levels' means ascend
+TARNWICK_FRAMEWORK_API std::optional<EyeFigures> MeasureEyes(const EyeRecord& record, const AlignedSymbols& symbols);
 
 /// The UI whose values from a position on are valid; all of a record that wraps.
 /// @param position  [samples] of symbol 0

@@ -242,16 +242,22 @@ Repetition FindPeriod(const CapturedSymbols& capture)
     return {};
 }
 
-Repetition CheckPeriod(const CapturedSymbols& capture, std::size_t period)
+double AgreementAt(const CapturedSymbols& capture, std::size_t period)
 {
     const std::span<const int> symbols = CertainSymbols(capture);
+    if (period >= symbols.size())
+        return 0.0;
+    const std::size_t count = symbols.size() - period;
+    return 1.0 - static_cast<double>(Compare(symbols, period, count).differing) / static_cast<double>(count);
+}
+
+Repetition CheckPeriod(const CapturedSymbols& capture, std::size_t period)
+{
     Repetition checked;
     checked.symbols = period;
-    if (period >= symbols.size())
+    if (period >= capture.certain.count)
         return checked;
-    const std::size_t count = symbols.size() - period;
-    checked.agreement =
-        1.0 - static_cast<double>(Compare(symbols, period, count).differing) / static_cast<double>(count);
+    checked.agreement = AgreementAt(capture, period);
     checked.differenceRms = DifferenceRms(WholeUis(capture), period * capture.samplesPerUi);
     checked.noiseRms = NoiseRms(capture);
     return checked;

@@ -41,6 +41,10 @@ struct Repetition {
 /// @return a repetition of 0 symbols where none Holds
 TARNWICK_FRAMEWORK_API Repetition FindPeriod(const CapturedSymbols& capture);
 
+/// The share of the trusted symbols that are the same a period later; 0 where no two are so far apart.
+/// @param period  [symbols] at least 1
+TARNWICK_FRAMEWORK_API double AgreementAt(const CapturedSymbols& capture, std::size_t period);
+
 /// How well a period that is said to be one agrees, of which the record holds more than one.
 /// @param period  [symbols] at least 1; with no two trusted symbols so far apart the agreement is 0
 TARNWICK_FRAMEWORK_API Repetition CheckPeriod(const CapturedSymbols& capture, std::size_t period);

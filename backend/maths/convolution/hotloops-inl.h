@@ -264,10 +264,133 @@ inline void ReadPhases(const PhaseBank& bank, const double* x, std::size_t strid
             ReadPackOfPhases<1>(bank, phase, x + i * stride, stride, values + i * bank.phaseCount);
 }
 
-inline constexpr HotLoops kLoops = {kPack,        SumTaps,         SumWindow,   MultiplyToParts, PartsTimes,
-                                    RealToRows,   ComplexToRows,   PairsToRows, RowsToBins,      MultiplyRows,
-                                    RealFromRows, ComplexFromRows, BinsToPairs, SplitColumns,    JoinColumns,
-                                    Interpolate,  ReadPhases};
+// ---- which values may be the largest or the smallest
+
+// One for each of `Positions`: how far the values at all phases lie beyond their limits, at most.
+template <std::size_t Positions>
+TARNWICK_ALWAYS_INLINE void ExcessOfPhases(const PhaseScreen& screen, const float* x, std::size_t stride,
+                                           const float* const* limits, FloatPack* excess)
+{
+    constexpr std::size_t kFloatLine = 2 * kLine;
+    float none[kFloatPack];
+    for (float& lane : none)
+        lane = -1.0F;  // not reached
+    for (std::size_t i = 0; i < Positions; ++i)
+        Load(none, excess[i]);
+    for (std::size_t phase = 0; phase < screen.phaseCount; phase += kFloatPack) {
+        const std::size_t line = phase / kFloatLine;
+        const float* const weights = screen.weights + line * screen.sampleCount * kFloatLine + phase % kFloatLine;
+        FloatPack sums[Positions] = {};
+        for (std::size_t k = screen.samples[2 * line]; k < screen.samples[2 * line + 1]; ++k) {
+            FloatPack weight;
+            Load(weights + k * kFloatLine, weight);
+            TARNWICK_UNROLL
+            for (std::size_t i = 0; i < Positions; ++i)
+                sums[i] = sums[i] + x[i * stride + k] * weight;
+        }
+        TARNWICK_UNROLL
+        for (std::size_t i = 0; i < Positions; ++i) {
+            FloatPack low;
+            FloatPack high;
+            Load(limits[i] + phase, low);
+            Load(limits[i] + screen.phaseCount + phase, high);
+            RaiseTo(low - sums[i], excess[i]);
+            RaiseTo(sums[i] - high, excess[i]);
+        }
+    }
+}
+
+TARNWICK_ALWAYS_INLINE bool IsAnyReached(const FloatPack& excess)
+{
+    float lanes[kFloatPack];
+    Store(excess, lanes);
+    unsigned reached = 0;
+    for (std::size_t c = 0; c < kFloatPack; ++c)
+        reached |= lanes[c] >= 0.0F ? 1U : 0U;
+    return reached != 0;
+}
+
+TARNWICK_ALWAYS_INLINE bool LieWithinOne(const float* values, std::size_t count)
+{
+    FloatPack most{};
+    std::size_t k = 0;
+    for (; k + kFloatPack <= count; k += kFloatPack) {
+        FloatPack some;
+        Load(values + k, some);
+        RaiseTo(some, most);
+        RaiseTo(FloatPack{} - some, most);
+    }
+    float lanes[kFloatPack];
+    Store(most, lanes);
+    bool within = true;
+    for (const float lane : lanes)
+        within = within && lane <= 1.0F;
+    for (; k < count; ++k)
+        within = within && values[k] >= -1.0F && values[k] <= 1.0F;
+    return within;
+}
+
+inline void ScreenPhases(const PhaseScreen& screen, const double* x, std::size_t stride, std::size_t count,
+                         const float* const* limits, float* scaled, unsigned char* beyond)
+{
+    constexpr std::size_t kTogether = 8;  // as ReadPhases
+    const std::size_t samples = (count - 1) * stride + screen.sampleCount;
+    const double middle = screen.middle;
+    const double scale = screen.scale;
+    for (std::size_t k = 0; k < samples; ++k)
+        scaled[k] = static_cast<float>((x[k] - middle) * scale);
+    if (!LieWithinOne(scaled, samples)) {
+        for (std::size_t i = 0; i < count; ++i)
+            beyond[i] = 1;
+        return;
+    }
+    std::size_t i = 0;
+    for (; i + kTogether <= count; i += kTogether) {
+        FloatPack excess[kTogether];
+        ExcessOfPhases<kTogether>(screen, scaled + i * stride, stride, limits + i, excess);
+        FloatPack most = excess[0];
+        for (std::size_t c = 1; c < kTogether; ++c)
+            RaiseTo(excess[c], most);
+        const bool isAny = IsAnyReached(most);
+        for (std::size_t c = 0; c < kTogether; ++c)
+            beyond[i + c] = isAny && IsAnyReached(excess[c]) ? 1 : 0;
+    }
+    for (; i < count; ++i) {
+        FloatPack excess[1];
+        ExcessOfPhases<1>(screen, scaled + i * stride, stride, limits + i, excess);
+        beyond[i] = IsAnyReached(excess[0]) ? 1 : 0;
+    }
+}
+
+inline void AddStretches(const double* const* stretches, std::size_t count, std::size_t width, double* sum)
+{
+    std::size_t k = 0;
+    for (; k + kLine <= width; k += kLine) {
+        Pack sums[kPacksPerLine];
+        TARNWICK_UNROLL
+        for (std::size_t part = 0; part < kPacksPerLine; ++part)
+            Load(sum + k + part * kPack, sums[part]);
+        for (std::size_t i = 0; i < count; ++i) {
+            TARNWICK_UNROLL
+            for (std::size_t part = 0; part < kPacksPerLine; ++part) {
+                Pack some;
+                Load(stretches[i] + k + part * kPack, some);
+                sums[part] = sums[part] + some;
+            }
+        }
+        TARNWICK_UNROLL
+        for (std::size_t part = 0; part < kPacksPerLine; ++part)
+            Store(sums[part], sum + k + part * kPack);
+    }
+    for (; k < width; ++k)
+        for (std::size_t i = 0; i < count; ++i)
+            sum[k] += stretches[i][k];
+}
+
+inline constexpr HotLoops kLoops = {kPack,        SumTaps,         SumWindow,    MultiplyToParts, PartsTimes,
+                                    RealToRows,   ComplexToRows,   PairsToRows,  RowsToBins,      MultiplyRows,
+                                    RealFromRows, ComplexFromRows, BinsToPairs,  SplitColumns,    JoinColumns,
+                                    Interpolate,  ReadPhases,      ScreenPhases, AddStretches};
 
 }  // namespace TARNWICK_LOOP_TARGET
 

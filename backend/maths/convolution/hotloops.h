@@ -100,6 +100,16 @@ struct PhaseBank {
     const std::size_t* samples;  // of each eight phases the first sample that counts and the one behind the last
 };
 
+/// A bank in single precision, sixteen phases side by side, for samples less `middle` times `scale`.
+struct PhaseScreen {
+    const float* weights;        // (phaseCount / 16) sampleCount 16 values; quicker at the start of a cache line
+    std::size_t sampleCount;     // as PhaseBank
+    std::size_t phaseCount;      // a multiple of 16
+    const std::size_t* samples;  // of each sixteen phases the first sample that counts and the one behind the last
+    double middle;
+    double scale;
+};
+
 struct HotLoops {
     std::size_t lanes;  // doubles in a vector of the target
     /// y[i] = sum_t taps[t].value x[i - taps[t].lag], i = 0 .. count - 1, taps in the order given; at least one.
@@ -132,6 +142,13 @@ struct HotLoops {
                         std::size_t count);
     /// values[i phaseCount + p] = sum_k weight of sample k at phase p x[i stride + k], in the order of k, i = 0 .. count - 1
     void (*readPhases)(const PhaseBank& bank, const double* x, std::size_t stride, std::size_t count, double* values);
+    /// beyond[i] = 1 where at some phase p the value of x[i stride ...] reaches limits[i][p] from above or
+    /// limits[i][phaseCount + p] from below, else 0; 1 everywhere where a scaled sample lies beyond -1 to 1.
+    /// @param scaled  room for (count - 1) stride + sampleCount values
+    void (*screenPhases)(const PhaseScreen& screen, const double* x, std::size_t stride, std::size_t count,
+                         const float* const* limits, float* scaled, unsigned char* beyond);
+    /// sum[k] += stretches[i][k], i = 0 .. count - 1, k = 0 .. width - 1
+    void (*addStretches)(const double* const* stretches, std::size_t count, std::size_t width, double* sum);
 };
 
 enum class LoopTarget { Plain, Avx2, Avx512 };

@@ -7,6 +7,7 @@ namespace {
 namespace TARNWICK_LOOP_TARGET {
 
 inline constexpr std::size_t kPack = TARNWICK_LOOP_LANES;  // [doubles]
+inline constexpr std::size_t kFloatPack = 2 * kPack;       // [floats]
 inline constexpr std::size_t kLine = 8;                    // [doubles] in a cache line of 64 bytes
 inline constexpr std::size_t kPacksPerLine = kLine / kPack;
 
@@ -29,10 +30,11 @@ TARNWICK_ALWAYS_INLINE const double* Parts(const Complex* values)
 #if defined(__GNUC__) || defined(__clang__)
 using Pack = double __attribute__((vector_size(kPack * sizeof(double))));
 using Quad = double __attribute__((vector_size(4 * sizeof(double))));
+using FloatPack = float __attribute__((vector_size(kFloatPack * sizeof(float))));
 #else
-template <std::size_t Lanes>
+template <typename Real, std::size_t Lanes>
 struct Vector {
-    double lane[Lanes];
+    Real lane[Lanes];
     template <typename Operation>
     static Vector Each(const Vector& a, const Vector& b, Operation operation)
     {
@@ -43,23 +45,24 @@ struct Vector {
     }
     friend Vector operator+(const Vector& a, const Vector& b)
     {
-        return Each(a, b, [](double x, double y) { return x + y; });
+        return Each(a, b, [](Real x, Real y) { return x + y; });
     }
     friend Vector operator-(const Vector& a, const Vector& b)
     {
-        return Each(a, b, [](double x, double y) { return x - y; });
+        return Each(a, b, [](Real x, Real y) { return x - y; });
     }
     friend Vector operator*(const Vector& a, const Vector& b)
     {
-        return Each(a, b, [](double x, double y) { return x * y; });
+        return Each(a, b, [](Real x, Real y) { return x * y; });
     }
-    friend Vector operator*(double a, const Vector& b)
+    friend Vector operator*(Real a, const Vector& b)
     {
-        return Each(b, b, [a](double x, double) { return a * x; });
+        return Each(b, b, [a](Real x, Real) { return a * x; });
     }
 };
-using Pack = Vector<kPack>;
-using Quad = Vector<4>;
+using Pack = Vector<double, kPack>;
+using Quad = Vector<double, 4>;
+using FloatPack = Vector<float, kFloatPack>;
 #endif
 
 // Packs are passed by reference: how a vector is returned depends on the ABI. Memory needs no alignment.
@@ -71,31 +74,41 @@ struct [[gnu::packed, gnu::may_alias]] Loose
     Values values;
 };
 
-template <typename Values>
-TARNWICK_ALWAYS_INLINE void Load(const double* from, Values& to)
+template <typename Real, typename Values>
+TARNWICK_ALWAYS_INLINE void Load(const Real* from, Values& to)
 {
     to = reinterpret_cast<const Loose<Values>*>(from)->values;
 }
 
-template <typename Values>
+template <typename Real, typename Values>
 // NOLINTNEXTLINE(readability-non-const-parameter): it is written to
-TARNWICK_ALWAYS_INLINE void Store(const Values& from, double* to)
+TARNWICK_ALWAYS_INLINE void Store(const Values& from, Real* to)
 {
     reinterpret_cast<Loose<Values>*>(to)->values = from;
 }
 #else
-template <typename Values>
-TARNWICK_ALWAYS_INLINE void Load(const double* from, Values& to)
+template <typename Real, typename Values>
+TARNWICK_ALWAYS_INLINE void Load(const Real* from, Values& to)
 {
     std::memcpy(&to, from, sizeof to);
 }
 
-template <typename Values>
-TARNWICK_ALWAYS_INLINE void Store(const Values& from, double* to)
+template <typename Real, typename Values>
+TARNWICK_ALWAYS_INLINE void Store(const Values& from, Real* to)
 {
     std::memcpy(to, &from, sizeof from);
 }
 #endif
+
+// The larger of each two lanes, in `most`.
+TARNWICK_ALWAYS_INLINE void RaiseTo(const FloatPack& other, FloatPack& most)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    most = other > most ? other : most;
+#else
+    most = FloatPack::Each(other, most, [](float a, float b) { return a > b ? a : b; });
+#endif
+}
 
 // values[at .. at + kPack - 1], with zeros from `count` on.
 TARNWICK_ALWAYS_INLINE void LoadPadded(const double* values, std::size_t count, std::size_t at, Pack& to)

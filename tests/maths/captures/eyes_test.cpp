@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 #include <random>
 #include <stdexcept>
@@ -88,6 +89,140 @@ TEST(BandLimitedPhases, ReadWhatTheRecordReads)
         for (std::size_t k = 0; k < expected.size(); ++k)
             EXPECT_NEAR(values[ui * phases.Pitch() + k], expected[k], k % 10 == 0 ? 0.0 : 48 * 2.3e-16)
                 << ui << " " << k;
+    }
+}
+
+std::vector<double> WithNoise(std::vector<double> samples, double rms)
+{
+    std::mt19937 generator(7);
+    std::normal_distribution<double> noise(0.0, rms);
+    for (double& sample : samples)
+        sample += noise(generator);
+    return samples;
+}
+
+// What is screened out cannot move an extreme: those of the UI that count are those of all, to the bit. Where many UI are alike, or
+// nothing can be said in single precision, more count, but none is missed.
+TEST(PhaseScreening, MissesNoUiThatMovesAnExtreme)
+{
+    const std::vector<double> clean = StraightEdges(SomeSymbols(4), 4, 16.0, 0.5);
+    const auto scaled = [](std::vector<double> samples, double scale, double offset) {
+        for (double& sample : samples)
+            sample = sample * scale + offset;
+        return samples;
+    };
+    std::vector<double> withSpikes = WithNoise(clean, 0.02);
+    withSpikes[1080] = 40.0;
+    withSpikes[5090] = -1e9;
+    const struct {
+        const char* label;
+        std::vector<double> samples;
+        double mostCounted;  // of the UI
+    } cases[] = {
+        {"noise", WithNoise(clean, 0.02), 0.6},  // of 350 UI; the share falls as there are more
+        {"ties", clean, 1.0},
+        {"two values", StraightEdges(SomeSymbols(2), 2, 16.0, 0.0), 1.0},
+        {"spikes", withSpikes, 0.8},
+        {"far from 0", scaled(WithNoise(clean, 0.02), 1.0, 1e6), 0.6},
+        {"so far that single precision says nothing", scaled(clean, 1e-9, 1e6), 1.0},
+        {"large", scaled(WithNoise(clean, 0.02), 1e140, 0.0), 0.6},
+        {"small", scaled(WithNoise(clean, 0.02), 1e-300, 0.0), 1.0},
+        {"constant", std::vector<double>(clean.size(), 0.25), 1.0},
+    };
+    std::vector<BandLimitedReading> readings;
+    for (int k = 0; k < 21; ++k)  // three packs of eight in double precision, two of sixteen in single
+        readings.push_back(ReadingAt(37.0 + 0.25 * k));
+    const BandLimitedPhases phases(readings);
+    constexpr std::size_t kUi = 350;
+    constexpr std::size_t kTogether = 25;
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        const double* const from = row.samples.data() + phases.FirstSample();
+        std::vector<double> values(kUi * phases.Pitch());
+        phases.Read(from, 16, kUi, values.data());
+        PhaseScreening screening(phases, row.samples);
+        const std::size_t count = readings.size();
+        std::vector<double> low(count, std::numeric_limits<double>::infinity());
+        std::vector<double> high(count, -std::numeric_limits<double>::infinity());
+        std::vector<double> lowOfAll = low;
+        std::vector<double> highOfAll = high;
+        std::vector<float> limits(screening.LimitCount());
+        std::vector<unsigned char> counts(kTogether);
+        std::size_t counted = 0;
+        for (std::size_t ui = 0; ui < kUi; ++ui) {
+            if (ui % kTogether == 0) {
+                screening.SetLimits(low, high, limits);
+                screening.Screen(from + 16 * ui, 16, std::vector<const float*>(kTogether, limits.data()), counts);
+            }
+            counted += counts[ui % kTogether];
+            for (std::size_t p = 0; p < count; ++p) {
+                const double value = values[ui * phases.Pitch() + p];
+                lowOfAll[p] = std::min(lowOfAll[p], value);
+                highOfAll[p] = std::max(highOfAll[p], value);
+                if (counts[ui % kTogether] == 1) {
+                    low[p] = std::min(low[p], value);
+                    high[p] = std::max(high[p], value);
+                }
+            }
+        }
+        EXPECT_EQ(low, lowOfAll);
+        EXPECT_EQ(high, highOfAll);
+        EXPECT_LE(counted, static_cast<std::size_t>(row.mostCounted * kUi));
+    }
+}
+
+// The heights are those of the values read one by one at the measuring phase, and so are the levels: with noise, closed, few symbols
+// and many that are alike.
+TEST(CaptureEyes, AreThoseOfAllValuesAtTheirPhase)
+{
+    const struct {
+        const char* label;
+        int levelCount;
+        double noise;
+        std::size_t symbols;
+        Wrapping wrapping;
+    } cases[] = {
+        {"open", 2, 0.02, 400, Wrapping::Circular},       {"open, single shot", 2, 0.02, 400, Wrapping::None},
+        {"closed", 4, 0.3, 400, Wrapping::Circular},      {"closed, single shot", 4, 0.3, 400, Wrapping::None},
+        {"clean", 4, 0.0, 400, Wrapping::Circular},       {"few", 2, 0.05, 9, Wrapping::Circular},
+        {"few, single shot", 2, 0.05, 9, Wrapping::None},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        std::vector<int> sent = SomeSymbols(row.levelCount);
+        sent.resize(row.symbols);
+        const std::vector<double> samples = WithNoise(StraightEdges(sent, row.levelCount, 16.0, 0.5), row.noise);
+        EyeRecord record = WholePeriods(samples, 16.0, row.levelCount);
+        record.wrapping = row.wrapping;
+        const AlignedSymbols symbols{sent, 8.0, {0, sent.size()}};
+        const EyeFigures figures = Measured(record, symbols);
+        const BandLimitedRecord waveform(samples, row.wrapping);
+        std::vector<double> low(static_cast<std::size_t>(row.levelCount), std::numeric_limits<double>::infinity());
+        std::vector<double> high(low.size(), -std::numeric_limits<double>::infinity());
+        std::vector<double> sum(low.size(), 0.0);
+        std::vector<double> count(low.size(), 0.0);
+        const SymbolRange range = ValidUi(record, figures.position, 0.0);
+        for (std::size_t ui = range.first; ui < range.first + range.count; ++ui) {
+            std::vector<double> value(1);
+            waveform.Read(std::vector{ReadingAt(figures.position)}, static_cast<std::ptrdiff_t>(16 * ui), value);
+            const auto level = static_cast<std::size_t>(sent[ui]);
+            low[level] = std::min(low[level], value.front());
+            high[level] = std::max(high[level], value.front());
+            sum[level] += value.front();
+            count[level] += 1.0;
+            EXPECT_NEAR(figures.values.values[ui], value.front(), 48 * 2.3e-16);
+        }
+        // 48 products are summed in another order, and up to 400 values.
+        constexpr double kBound = 400 * 2.3e-16;
+        for (std::size_t level = 0; level < low.size(); ++level)
+            EXPECT_NEAR(figures.levels[level], sum[level] / count[level], kBound);
+        for (std::size_t eye = 0; eye + 1 < low.size(); ++eye) {
+            const auto middle = static_cast<std::ptrdiff_t>(eye) + 1;
+            const double above = *std::min_element(low.begin() + middle, low.end());
+            const double below = *std::max_element(high.begin(), high.begin() + middle);
+            EXPECT_NEAR(figures.eyes[eye].height, above - below, kBound);
+            EXPECT_NEAR(figures.eyes[eye].threshold, 0.5 * (above + below), kBound);
+        }
     }
 }
 

@@ -6,6 +6,7 @@
 #include <cfloat>
 #include <cmath>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "maths/convolution/ringtransform.h"
@@ -134,6 +135,71 @@ TEST_P(HotLoopsOf, PhasesOfManyPositions)
                            result.data());
         // Two roundings a sample, of sums below the number of samples.
         EXPECT_TRUE(AreNear(result, expected, kSamples * kSamples * DBL_EPSILON));
+    }
+}
+
+// A UI is beyond where the value at some phase reaches a limit, and all are where a sample is too large for the screen.
+TEST_P(HotLoopsOf, PhasesBeyondLimits)
+{
+    constexpr std::size_t kPhases = 32;
+    constexpr std::size_t kSamples = 11;
+    constexpr std::size_t kStride = 3;
+    constexpr std::size_t kCount = 19;
+    const Values inDouble = RandomValues(kSamples * kPhases, 1);
+    const std::vector<float> weights(inDouble.begin(), inDouble.end());
+    const std::size_t used[] = {0, kSamples, 2, 9};
+    Values samples = RandomValues((kCount - 1) * kStride + kSamples, 2);
+    const PhaseScreen screen{weights.data(), kSamples, kPhases, used, 0.25, 0.75};
+    const auto valueAt = [&](std::size_t i, std::size_t p) {
+        double sum = 0.0;
+        for (std::size_t k = used[2 * (p / 16)]; k < used[2 * (p / 16) + 1]; ++k)
+            sum += static_cast<double>(weights[(p / 16 * kSamples + k) * 16 + p % 16]) * 0.75 *
+                   (samples[i * kStride + k] - 0.25);
+        return sum;
+    };
+    constexpr double kNear = 1e-5;  // more than 22 roundings in single precision of sums below 11
+    for (std::size_t p = 0; p < kPhases; ++p)
+        for (const double side : {-1.0, 1.0}) {
+            std::vector<float> limits(2 * kPhases, 1e3F);
+            std::fill_n(limits.begin(), kPhases, -1e3F);
+            // At this phase half of the UI have their limit just within their value, the others just beyond it.
+            std::vector<std::vector<float>> ofUi(kCount, limits);
+            std::vector<const float*> pointers;
+            for (std::size_t i = 0; i < kCount; ++i) {
+                const double reached = valueAt(i, p) - side * (i % 2 == 0 ? kNear : -kNear);
+                ofUi[i][side > 0.0 ? kPhases + p : p] = static_cast<float>(reached);
+                pointers.push_back(ofUi[i].data());
+            }
+            std::vector<float> scaled(samples.size());
+            std::vector<unsigned char> beyond(kCount + 1, 9);
+            loops_->screenPhases(screen, samples.data(), kStride, kCount, pointers.data(), scaled.data(),
+                                 beyond.data());
+            for (std::size_t i = 0; i < kCount; ++i)
+                EXPECT_EQ(beyond[i], i % 2 == 0 ? 1 : 0) << i << " at " << p;
+            EXPECT_EQ(beyond[kCount], 9);
+            if (p > 0)
+                continue;
+            for (const std::size_t large : {std::size_t{0}, samples.size() - 1}) {
+                const double kept = std::exchange(samples[large], side * 1e300);
+                loops_->screenPhases(screen, samples.data(), kStride, kCount, pointers.data(), scaled.data(),
+                                     beyond.data());
+                samples[large] = kept;
+                EXPECT_EQ(std::count(beyond.begin(), beyond.end(), 1), static_cast<std::ptrdiff_t>(kCount));
+            }
+        }
+}
+
+TEST_P(HotLoopsOf, SumsOfStretches)
+{
+    for (const std::size_t width : {1U, 7U, 8U, 21U}) {
+        const Values samples = RandomValues(60, 3);
+        const double* const stretches[] = {samples.data(), samples.data() + 5, samples.data() + 30};
+        Values sum(width + 1, kGuard);
+        std::fill_n(sum.begin(), width, 0.5);
+        loops_->addStretches(stretches, 3, width, sum.data());
+        for (std::size_t k = 0; k < width; ++k)
+            EXPECT_NEAR(sum[k], 0.5 + samples[k] + samples[k + 5] + samples[k + 30], 4 * DBL_EPSILON * 4.0);
+        EXPECT_EQ(sum[width], kGuard);
     }
 }
 
