@@ -147,10 +147,12 @@ PhaseScreening::PhaseScreening(const BandLimitedPhases& phases, std::span<const 
         if (first == end)
             continue;  // there for the sake of the pitch
         // Outer weights that matter little are left out on either side, and counted into the margin.
-        for (double left = magnitude(first); left < kLeftOut && first + 1 < end; left += magnitude(first))
-            ++first;
-        for (double left = magnitude(end - 1); left < kLeftOut && first + 1 < end; left += magnitude(end - 1))
-            --end;
+        double left = magnitude(first);
+        while (left < kLeftOut && first + 1 < end)
+            left += magnitude(++first);
+        double right = magnitude(end - 1);
+        while (right < kLeftOut && first + 1 < end)
+            right += magnitude(--end - 1);
         double sum = 0.0;
         for (std::size_t k = first; k < end; ++k) {
             weights_.Data()[(phase / kLine * count + k) * kLine + phase % kLine] =

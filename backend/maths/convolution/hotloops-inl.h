@@ -305,8 +305,8 @@ TARNWICK_ALWAYS_INLINE bool IsAnyReached(const FloatPack& excess)
     float lanes[kFloatPack];
     Store(excess, lanes);
     unsigned reached = 0;
-    for (std::size_t c = 0; c < kFloatPack; ++c)
-        reached |= lanes[c] >= 0.0F ? 1U : 0U;
+    for (const float lane : lanes)
+        reached |= lane >= 0.0F ? 1U : 0U;
     return reached != 0;
 }
 
