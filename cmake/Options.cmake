@@ -7,7 +7,14 @@ if(TARNWICK_SANITIZE)
     endif()
 endif()
 
+# g++ searches its memory for what it no longer needs from 128 MB on, which a precompiled header all but fills: the search is
+# up to a sixth of the time then. From 512 MB on, a group that took 460 MB takes 560, and its object is the same.
+function(tarnwick_memory target)
+    target_compile_options(${target} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:--param=ggc-min-heapsize=524288>)
+endfunction()
+
 function(tarnwick_options target)
+    tarnwick_memory(${target})
     set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
     if(MSVC)
         target_compile_options(${target} PRIVATE /W4 /wd4251 $<$<BOOL:${TARNWICK_WARNINGS_AS_ERRORS}>:/WX>)

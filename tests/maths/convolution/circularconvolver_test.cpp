@@ -19,7 +19,6 @@ using namespace Tarnwick::Testing;
 using Values = std::vector<double>;
 using Method = ConvolutionMethod;
 
-
 Values Convolved(const CircularConvolver& convolver, std::span<const double> samples)
 {
     Values result(samples.size(), kNan);
