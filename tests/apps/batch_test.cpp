@@ -163,7 +163,7 @@ TEST(BatchProgram, SaysWhoseFaultAFailureIs)
 TEST(Outputs, OfABatchAreToldInItsTable)
 {
     const TestFolder folder;
-    WriteCase(folder);
+    WriteBatchCase(folder);
     EXPECT_EQ(RunProgram(folder, "batch chain.json c.npy a/x.npy -o full", "ulimit -f 4 && "), 1);
     EXPECT_EQ(WithSlashes(RowsOf(folder, "full/results.csv")[0][BatchColumn::Reason]), "full/c.npy: cannot be written");
     EXPECT_FALSE(std::filesystem::exists(folder / "full/c.npy"));
@@ -172,7 +172,7 @@ TEST(Outputs, OfABatchAreToldInItsTable)
 TEST(Devices, AreNoTablesOfBatches)
 {
     const TestFolder folder;
-    WriteCase(folder);
+    WriteBatchCase(folder);
     EXPECT_EQ(RunProgram(folder, "batch chain.json c.npy -o full --resume --results /dev/full"), 1);
     EXPECT_NE(folder.Read("err").find("/dev/full: is no regular file"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(folder / "full/c.npy"));
