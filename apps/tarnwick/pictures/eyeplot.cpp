@@ -29,13 +29,15 @@ constexpr double kMillivoltRange = 0.5;  // [V] a smaller range is labelled in m
 // Commands common to all pictures of eyes.
 std::string EyeTheme()
 {
-    return Theme() +
-           "unset key\nunset colorbox\n"
-           "set palette defined (0 '#101018', 0.15 '#14288c', 0.4 '#1e96c8', 0.65 '#50dc78', 0.85 '#ffe650', 1 "
-           "'#ffffff')\n"
-           "set cbrange [0:1]\n"
-           "set style textbox opaque noborder fillcolor '#101018' margins 0.6,0.6\n"
-           "set xrange [-1:1]\n";
+    std::string theme = Theme();
+    theme +=
+        "unset key\nunset colorbox\n"
+        "set palette defined (0 '#101018', 0.15 '#14288c', 0.4 '#1e96c8', 0.65 '#50dc78', 0.85 '#ffe650', 1 "
+        "'#ffffff')\n"
+        "set cbrange [0:1]\n"
+        "set style textbox opaque noborder fillcolor '#101018' margins 0.6,0.6\n"
+        "set xrange [-1:1]\n";
+    return theme;
 }
 
 std::string NoteOf(const EyeTile& tile)
