@@ -69,6 +69,8 @@ endfunction()
 function(tarnwick_unity target group)
     if(TARNWICK_UNITY)
         set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+        # A name of one source may hide one of another, which clang takes for a shadow; the presets without groups ask.
+        target_compile_options(${target} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-shadow>)
         set_source_files_properties(${ARGN} TARGET_DIRECTORY ${target} PROPERTIES UNITY_GROUP ${group})
     endif()
 endfunction()

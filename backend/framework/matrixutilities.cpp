@@ -86,7 +86,9 @@ Rows<std::complex<double>> Product(const char* operation, const Rows<Left>& a, c
     const Dense<Left> left = Checked(operation, "a", a);
     const Dense<Right> right = Checked(operation, "b", b);
     RequireProduct(operation, left.cols(), right.rows());
-    const Dense<double> leftReal = left.real(), rightReal = right.real();
+    // Of a complex factor a copy, of a real one itself.
+    const Dense<double>& leftReal = left.real();
+    const Dense<double>& rightReal = right.real();
     Dense<std::complex<double>> product(left.rows(), right.cols());
     product.real() = leftReal * rightReal;
     if constexpr (std::is_same_v<Left, double>)

@@ -98,7 +98,10 @@ Complex DifferentialTransmission(std::span<const Complex, 16> matrix, PortPairs 
 {
     // (S31 - S41 - S32 + S42)/2, with ports 1, 2 and 3, 4 for the pairs.
     const std::size_t positive = pairs == PortPairs::Alternate ? 1 : 2;
-    const auto across = [&](std::size_t column) { return matrix[4 * positive + column] - matrix[4 * 3 + column]; };
+    constexpr std::size_t kPorts = 4;
+    const auto across = [&](std::size_t column) {
+        return matrix[kPorts * positive + column] - matrix[kPorts * 3 + column];
+    };
     return 0.5 * across(0) - 0.5 * across(1);
 }
 
