@@ -95,9 +95,9 @@ TEST(BandLimitedPhases, ReadWhatTheRecordReads)
 std::vector<double> WithNoise(std::vector<double> samples, double rms)
 {
     std::mt19937 generator(7);
-    std::normal_distribution<double> noise(0.0, rms);
+    std::normal_distribution<double> noise;
     for (double& sample : samples)
-        sample += noise(generator);
+        sample += rms * noise(generator);
     return samples;
 }
 
