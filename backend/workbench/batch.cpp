@@ -1,13 +1,11 @@
 #include "workbench/batch.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cctype>
 #include <charconv>
 #include <chrono>
 #include <exception>
 #include <map>
-#include <mutex>
 #include <new>
 #include <set>
 #include <utility>
@@ -264,23 +262,15 @@ BatchRow RunCapture(const BatchInput& input, const BatchJob& job)
 
 void RunBatch(const BatchInput& input, std::span<const BatchJob> jobs, const BatchObserver& observer)
 {
-    std::mutex mutex;
-    std::atomic<bool> isRefused = false;
+    CallsInTurn calls;
     RunOnThreads(
         jobs.size(), ThreadCount(input.threads),
         [&](std::size_t k) {
             const BatchRow row = RunCapture(input, jobs[k]);
-            const std::lock_guard lock(mutex);
-            if (isRefused || !observer.end)
-                return;
-            try {
-                observer.end(k, row);
-            } catch (...) {
-                isRefused = true;  // before the lock goes: no other thread's row comes after it
-                throw;
-            }
+            if (observer.end)
+                calls.Tell([&] { observer.end(k, row); });
         },
-        [&] { return isRefused || (observer.stop && observer.stop()); });
+        observer.stop);
 }
 
 std::string BatchTableHead()

@@ -335,8 +335,9 @@ private:
         }
         std::vector<char> isDone(result_.trials.size() - first, 0);
         const auto isStopped = [&] {
-            const std::lock_guard lock(mutex_);
-            return IsStopped();
+            bool stops = true;
+            calls_.Tell([&] { stops = IsStopped(); });
+            return stops;
         };
         RunOnThreads(
             isDone.size(), threads_,
@@ -374,10 +375,8 @@ private:
             trial = *known;
             return;
         }
-        if (observer_.begin) {
-            const std::lock_guard lock(mutex_);
-            observer_.begin(trial.point);
-        }
+        if (observer_.begin)
+            calls_.Tell([&] { observer_.begin(trial.point); });
         try {
             Measure(trial);
         } catch (const UsageFailure& failure) {
@@ -385,10 +384,8 @@ private:
         } catch (const DataFailure& failure) {
             trial.error = failure.what();
         }
-        if (observer_.end) {
-            const std::lock_guard lock(mutex_);
-            observer_.end(trial);
-        }
+        if (observer_.end)
+            calls_.Tell([&] { observer_.end(trial); });
     }
 
     // Of several captures each figure is that of the capture where it is worst.
@@ -421,7 +418,7 @@ private:
     FilterPlan plan_;
     std::deque<Bench> benches_;  // one a capture
     unsigned threads_ = 1;
-    std::mutex mutex_;
+    CallsInTurn calls_;
     OptimiserResult result_;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -104,6 +105,20 @@ TEST(Optimise, GoesOnWhereItWasStoppedWhateverTheThreads)
     }
     EXPECT_EQ(rest.best, whole.best);
     EXPECT_EQ(OptimisedAsText(rest), OptimisedAsText(whole));
+
+    // A listener that cannot take a trial is told of no other.
+    std::size_t taken = 0;
+    input.known.clear();
+    EXPECT_THROW((void)Optimise(input, {.begin = {},
+                                        .end =
+                                            [&](const EqualiserTrial&) {
+                                                if (++taken == 2)
+                                                    throw std::runtime_error("full");
+                                            },
+                                        .note = {},
+                                        .stop = {}}),
+                 std::runtime_error);
+    EXPECT_EQ(taken, 2U);
 
     input.captures[0].waveform.samples[7] += 1e-9;
     EXPECT_EQ(
