@@ -1,6 +1,5 @@
 #include "filters/filters/besselthomson.h"
 
-#include <algorithm>
 #include <cmath>
 #include <span>
 #include <string>
@@ -86,15 +85,6 @@ void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
                "a cutoff that half the sample rate exceeds by at most 1e12 times");
 }
 
-std::vector<Complex> FourthOrderResponses(std::span<const double> frequencies, double cutoff)
-{
-    std::vector<Complex> response(frequencies.size());
-    std::transform(frequencies.begin(), frequencies.end(), response.begin(), [cutoff](double frequency) {
-        return Maths::FourthOrderResponse(frequency * Maths::kFourthOrderCutoff / cutoff);
-    });
-    return response;
-}
-
 std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
 {
     RequireBuildable(parameters, {parameters.samplesPerPattern, parameters.sampleInterval});
@@ -177,7 +167,7 @@ Complex* BesselThomson::BesselThomson4th(double* frequencies, int count, double 
     if (frequencies == nullptr)
         Refuse(kFourthOrder, "frequencies", "null", "an array of count values");
     const std::span<double> axis(frequencies, static_cast<std::size_t>(count));
-    OwnedArrayOf<Complex> result = NewArrayFrom<Complex>(FourthOrderResponses(axis, cutoff));
+    OwnedArrayOf<Complex> result = NewArrayFrom<Complex>(Maths::FourthOrderResponses(axis, cutoff));
     // The caller's frequencies come back normalised. Deliberate.
     for (double& frequency : axis)
         frequency = frequency * Maths::kFourthOrderCutoff / cutoff;
@@ -192,22 +182,11 @@ Complex* BesselThomson::BesselThomson4th(std::vector<double> frequencies, double
 void BesselThomson::BesselThomson4th(std::vector<double>* impulseResponse, std::vector<double> frequencies,
                                      double cutoff)
 {
-    const std::size_t length = frequencies.size();
-    if (length > 0)
+    if (!frequencies.empty())
         RequirePositive(kFourthOrder, "cutoff", cutoff, "a finite positive frequency in hertz");
     if (impulseResponse == nullptr)
         Refuse(kFourthOrder, "impulseResponse", "null", "a vector to write to");
-    std::vector<Complex> bins(length);
-    if (length > 0) {
-        const std::vector<Complex> half =
-            FourthOrderResponses(std::span<const double>(frequencies).first(length / 2 + 1), cutoff);
-        bins[0] = half[0];
-        for (std::size_t k = 1; k <= length / 2; ++k) {
-            bins[length - k] = std::conj(half[k]);
-            bins[k] = half[k];
-        }
-    }
-    *impulseResponse = Maths::RealInverse(bins);
+    *impulseResponse = Maths::FourthOrderTaps(frequencies, cutoff);
 }
 
 void BesselThomson::Prepare(SignalData*)

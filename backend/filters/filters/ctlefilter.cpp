@@ -256,8 +256,7 @@ void CTLEFilter::PolesAndZerosChanged(CTLEFilterParameters* parameters)
     const double pole2 = settings.pole2 * Maths::kRadPerGHz;
     const double zero = settings.zero1 * Maths::kRadPerGHz;
     const Maths::TwoPoleResponse response{pole1 * settings.dcGain * pole2 / zero, pole1, pole2, zero};
-    const double peaking = 20.0 * std::log10(std::abs(response(symbolRate / 2.0)) / std::abs(response(0.0)));
-    settings.gain = Maths::RoundedToDecimals(peaking, 2);
+    settings.gain = Maths::RoundedToDecimals(response.PeakingDb(symbolRate / 2.0), 2);
 }
 
 Complex CTLEFilter::ComplexConjugate(Complex value)
@@ -280,8 +279,8 @@ std::vector<double> CTLEFilter::GetCTLEFilter(CTLEFilterParameters* parameters)
             settings, grid, Maths::HdmiResponse(settings.peakingRatio, settings.pole1, settings.pole2, settings.zero1));
     }
     RequireFiniteInputs(settings, {{"zero1", &P::zero1}, {"dcGain", &P::dcGain}});
-    const double k = settings.dcGain * settings.pole1 * settings.pole2 / settings.zero1;
-    return ImpulseResponse(settings, grid, Maths::TwoPoleResponse{k, settings.pole1, settings.pole2, settings.zero1});
+    const Maths::PeakingDesign design{settings.gain, settings.pole1, settings.pole2, settings.zero1, settings.dcGain};
+    return ImpulseResponse(settings, grid, design.Response());
 }
 
 std::vector<double> CTLEFilter::GetCTLEFilter_HDMI_2_0(CTLEFilterParameters* parameters)

@@ -35,35 +35,20 @@ void Refresh(FFEFilterParameters& parameters, const DeviceConfiguration& config)
     parameters.samplesPerUi = samplesPerUi;
 }
 
-// The TDECQ equaliser is symbol-spaced whatever tapsPerUi says. How much of its kernel Apply reads follows from tapsPerUi all
-// the same, unless that is not a spacing.
-TapGrid GridOf(const FFEFilterParameters& parameters, int samplesPerUi)
+EqualiserSettings SettingsOf(const FFEFilterParameters& parameters)
 {
-    const bool isSpacing = parameters.tapsPerUi >= 1 && parameters.tapsPerUi <= samplesPerUi;
-    return {samplesPerUi, parameters.useTdecqEqualizer && !isSpacing ? 1 : parameters.tapsPerUi,
-            parameters.numberOfTaps};
+    return {{parameters.samplesPerUi, parameters.tapsPerUi, parameters.numberOfTaps},
+            parameters.useManualTaps ? &parameters.taps : nullptr,
+            parameters.quantizeTaps,
+            parameters.mainCursorPosition,
+            {parameters.fitAtSamplingPhase, parameters.dfeTaps, parameters.ridge},
+            parameters.useTdecqEqualizer};
 }
 
-PhaseSettings PhaseSettingsOf(const FFEFilterParameters& parameters)
+std::vector<double> ReportedTaps(const FFEFilterParameters& parameters)
 {
-    return {parameters.fitAtSamplingPhase, parameters.dfeTaps, parameters.ridge};
-}
-
-void RequirePreparable(const FFEFilterParameters& parameters, const DeviceConfiguration& config, int length)
-{
-    EqualiserSettings{GridOf(parameters, parameters.samplesPerUi),
-                      parameters.useManualTaps ? &parameters.taps : nullptr,
-                      parameters.quantizeTaps,
-                      parameters.mainCursorPosition,
-                      PhaseSettingsOf(parameters),
-                      parameters.useTdecqEqualizer}
-        .Require(kFilter, config, length);
-}
-
-std::vector<double> NormalisedTaps(const FFEFilterParameters& settings)
-{
-    return settings.quantizeTaps ? TapSteps(kFilter, settings.taps, settings.tapResolution)
-                                 : TapShares(kFilter, settings.taps);
+    return parameters.quantizeTaps ? TapSteps(kFilter, parameters.taps, parameters.tapResolution)
+                                   : TapShares(kFilter, parameters.taps);
 }
 
 }  // namespace
@@ -138,7 +123,7 @@ double* FFEFilter::GetOptimizedTaps(FFEFilterParameters* parameters)
     const auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     if (settings.taps.empty())
         return nullptr;
-    return NewArrayFrom<double>(NormalisedTaps(settings)).release();
+    return NewArrayFrom<double>(ReportedTaps(settings)).release();
 }
 
 void FFEFilter::ApplyTaps(FFEFilterParameters& settings, std::vector<double> taps)
@@ -147,7 +132,7 @@ void FFEFilter::ApplyTaps(FFEFilterParameters& settings, std::vector<double> tap
     settings.taps = settings.appliedTaps;
     if (!settings.quantizeTaps || settings.taps.empty())
         return;
-    settings.reportedTaps_ = NormalisedTaps(settings);
+    settings.reportedTaps_ = ReportedTaps(settings);
     settings.reportedTaps_.resize(static_cast<std::size_t>(std::max(settings.numberOfTaps, 0)), 0.0);
     settings.taps = settings.reportedTaps_;
 }
@@ -163,13 +148,14 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
                                                            const SignalData* signal)
 {
     TARNWICK_TRACE("GetFFEAutomaticCoefficients...");
-    const TapGrid grid{settings.samplesPerUi, settings.tapsPerUi, settings.numberOfTaps};
+    const EqualiserSettings asked = SettingsOf(settings);
+    const TapGrid& grid = asked.grid;
     grid.Require(kFilter);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
         ReportFit({});
     } else {
-        PhaseSettingsOf(settings).Require(kFilter, false);
+        asked.phase.Require(kFilter, false);
         const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
         const auto& own = ParametersOf<FFEFilterParameters>(kFilter, owner);
         const TapSearch search{ConfigurationOf(kFilter, own),
@@ -181,11 +167,10 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
                                own.useUserPattern,
                                own.patternSymbols,
                                settings.ignoredUi};
-        ApplyTaps(
-            settings,
-            settings.fitAtSamplingPhase
-                ? ReportFit(FindTaps(kFilter, PhaseSearch{search, own.mainCursorPosition, PhaseSettingsOf(settings)}))
-                : GenerateFFEAutomaticCoefficients({search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
+        ApplyTaps(settings, settings.fitAtSamplingPhase
+                                ? ReportFit(FindTaps(kFilter, PhaseSearch{search, own.mainCursorPosition, asked.phase}))
+                                : GenerateFFEAutomaticCoefficients(
+                                      {search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
     }
     std::vector<double> kernel = grid.Kernel(settings.appliedTaps);
     TARNWICK_TRACE("GetFFEAutomaticCoefficients finished");
@@ -236,7 +221,7 @@ double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, Signa
 {
     auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-    RequirePreparable(settings, config, static_cast<int>(SamplesOf(kFilter, signal).size()));
+    SettingsOf(settings).Require(kFilter, config, static_cast<int>(SamplesOf(kFilter, signal).size()));
     return NewArrayFrom<double>(GenerateTdecqEqualizer(settings, this->parameters, signal)).release();
 }
 
@@ -318,7 +303,7 @@ void FFEFilter::Prepare(SignalData* signal)
     SignalData working;
     working.sampleCount = WorkingLength(kFilter, config, next.samplesPerUi, next.patternSymbols, signal->sampleCount);
     working.samples = signal->samples;
-    RequirePreparable(next, config, working.sampleCount);
+    SettingsOf(next).Require(kFilter, config, working.sampleCount);
 
     auto lowPass = NewArrayFrom<double>(TdecqLowPass(kFilter, config, next.samplesPerUi, working.sampleCount,
                                                      !next.useManualTaps, next.patternSymbols.size()));
@@ -341,7 +326,7 @@ double* FFEFilter::Apply(SignalData* signal)
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     const auto sampleCount = static_cast<int>(record.size());
     const auto repetitions = [&](int samplesPerUi) {
-        GridOf(settings, samplesPerUi).Require(kFilter);
+        SettingsOf(settings).KernelGrid(samplesPerUi).Require(kFilter);
         return PatternPeriod(kFilter, config, samplesPerUi, config.patternLengthUi).RequiredIn(sampleCount);
     };
     if (!IsDerivedByHost(*this))
@@ -351,7 +336,7 @@ double* FFEFilter::Apply(SignalData* signal)
         settings.ResetDirty();
     }
     const Repetitions cut(sampleCount, repetitions(settings.samplesPerUi));
-    const std::size_t taps = GridOf(settings, settings.samplesPerUi).KernelLength();
+    const std::size_t taps = SettingsOf(settings).KernelGrid(settings.samplesPerUi).KernelLength();
     return ConvolveRepetitions(record, cut, KernelTaps(kFilter, taps), Convolver()).release();
 }
 

@@ -258,14 +258,21 @@ std::vector<double> FindTaps(const char* filter, const TdecqSearch& search)
     return std::move(equaliser->taps);
 }
 
+TapGrid EqualiserSettings::KernelGrid(int samplesPerUi) const
+{
+    const bool isSpacing = grid.tapsPerUi >= 1 && grid.tapsPerUi <= samplesPerUi;
+    return {samplesPerUi, useTdecqEqualizer && !isSpacing ? 1 : grid.tapsPerUi, grid.numberOfTaps};
+}
+
 void EqualiserSettings::Require(const char* filter, const DeviceConfiguration& config, int length) const
 {
-    const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = grid;
+    const TapGrid kernelGrid = KernelGrid(grid.samplesPerUi);
+    const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = kernelGrid;
     phase.Require(filter, useTdecqEqualizer);
     RequirePositive(filter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
-    grid.Require(filter);
+    kernelGrid.Require(filter);
     if (!manualTaps) {
-        grid.RequireFit(filter, config.patternLengthUi, mainCursorPosition);
+        kernelGrid.RequireFit(filter, config.patternLengthUi, mainCursorPosition);
     } else {
         RequireFiniteTaps(filter, *manualTaps);
         if (quantizeTaps && numberOfTaps > 0)

@@ -86,6 +86,9 @@ struct EqualiserSettings {
     PhaseSettings phase;
     bool useTdecqEqualizer;
 
+    /// Where the taps lie in the kernel as Apply reads it. The TDECQ equaliser is symbol-spaced whatever tapsPerUi says; how
+    /// much of its kernel is read follows from tapsPerUi all the same, unless that is not a spacing.
+    TapGrid KernelGrid(int samplesPerUi) const;
     /// @param length  samples of the record
     /// @throws std::invalid_argument  as PhaseSettings and TapGrid; the symbol rate is not finite and positive, or taps by hand
     ///         not finite or, to be quantised, without weight; for the TDECQ equaliser as RequireWholeSampling, or no taps,

@@ -1,5 +1,6 @@
 #include "maths/responses/besselthomson.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cmath>
@@ -7,6 +8,7 @@
 #include <numbers>
 
 #include "maths/responses/rounding.h"
+#include "maths/transforms/spectrum.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -125,6 +127,25 @@ std::complex<double> FourthOrderPolynomial(std::complex<double> s)
 std::complex<double> FourthOrderResponse(double x)
 {
     return 105.0 / FourthOrderPolynomial({0.0, 2.0 * std::numbers::pi * x});
+}
+
+std::vector<std::complex<double>> FourthOrderResponses(std::span<const double> frequencies, double cutoff)
+{
+    std::vector<std::complex<double>> response(frequencies.size());
+    std::transform(frequencies.begin(), frequencies.end(), response.begin(),
+                   [cutoff](double frequency) { return FourthOrderResponse(frequency * kFourthOrderCutoff / cutoff); });
+    return response;
+}
+
+std::vector<double> FourthOrderTaps(std::span<const double> frequencies, double cutoff)
+{
+    HermitianBins bins(frequencies.size());
+    if (!frequencies.empty()) {
+        const auto half = FourthOrderResponses(frequencies.first(frequencies.size() / 2 + 1), cutoff);
+        for (std::size_t k = 0; k < half.size(); ++k)
+            bins.Set(k, half[k]);
+    }
+    return bins.Inverse();
 }
 
 }  // namespace Tarnwick::DSO::Maths

@@ -4,6 +4,7 @@
 
 #include <complex>
 #include <cstddef>
+#include <span>
 #include <vector>
 
 #include "framework/export.h"
@@ -51,6 +52,11 @@ TARNWICK_FRAMEWORK_API std::complex<double> FourthOrderPolynomial(std::complex<d
 
 /// 105 / FourthOrderPolynomial(j 2 pi x), x = f kFourthOrderCutoff / cutoff.
 TARNWICK_FRAMEWORK_API std::complex<double> FourthOrderResponse(double x);
+/// The same at each frequency [Hz], 3 dB down at `cutoff` [Hz].
+TARNWICK_FRAMEWORK_API std::vector<std::complex<double>> FourthOrderResponses(std::span<const double> frequencies,
+                                                                              double cutoff);
+/// The impulse response of as many samples as there are frequencies, of which only the lower half is read.
+TARNWICK_FRAMEWORK_API std::vector<double> FourthOrderTaps(std::span<const double> frequencies, double cutoff);
 
 inline constexpr double kFourthOrderCutoff = 0.33644;  // -3 dB frequency of the fourth-order polynomial over 2 pi
 

@@ -34,7 +34,7 @@ std::optional<PeakingDesign> Design(double symbolRate, double gain)
     for (double z = design.pole1 / 2.0;;) {
         design.zero = z;
         const TwoPoleResponse response = design.Response();
-        const double peaking = Rounded(20.0 * std::log10(std::abs(response(middle)) / std::abs(response(0.0))));
+        const double peaking = Rounded(response.PeakingDb(middle));
         if (!std::isfinite(peaking))
             return std::nullopt;
         if (peaking == design.gain || Rounded(low) == Rounded(high))
@@ -71,6 +71,11 @@ Complex TwoPoleResponse::operator()(double frequency) const
 {
     const double w = kTwoPi * frequency;
     return k * Complex(zero, w) / Complex(pole1 * pole2 - w * w, w * (pole1 + pole2));
+}
+
+double TwoPoleResponse::PeakingDb(double frequency) const
+{
+    return 20.0 * std::log10(std::abs((*this)(frequency)) / std::abs((*this)(0.0)));
 }
 
 Complex ThreePoleResponse::operator()(double frequency) const

@@ -20,6 +20,8 @@ inline constexpr double kRadPerGHz = kTwoPi * 1e9;  // [rad/s] of 1 GHz
 struct TARNWICK_FRAMEWORK_API TwoPoleResponse {
     double k, pole1, pole2, zero;  // [rad/s] for a dimensionless H
     std::complex<double> operator()(double frequency) const;
+    /// [dB] of |H| at a frequency [Hz] over |H(0)|
+    double PeakingDb(double frequency) const;
 };
 
 /// The same times (s + z2) / (s + p3).
