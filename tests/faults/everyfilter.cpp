@@ -88,10 +88,12 @@ std::string FixtureText()
 
 template <typename F, typename P>
 struct Traits {
-    std::function<void(P&, bool other)> set;
-    std::function<std::vector<double>(const F&, const P&)> prepared;
+    /// Parameters on settings of someone's choice, mostly with the configuration.
+    std::unique_ptr<P> (*choose)(Choices& choices, DeviceConfiguration* config);
+    std::function<void(P&, bool other)> set = nullptr;
+    std::function<std::vector<double>(const F&, const P&)> prepared = nullptr;
     E_SIGNAL_CODING coding = SIGNAL_CODING_NRZ;
-    std::function<void(DeviceConfiguration&)> configure;
+    std::function<void(DeviceConfiguration&)> configure = nullptr;
 };
 
 template <typename F, typename P>
@@ -151,9 +153,26 @@ private:
 template <typename F, typename P>
 FilterKind KindOf(std::string name, std::string filter, Traits<F, P> traits)
 {
-    return {std::move(name), std::move(filter), [traits = std::move(traits)](int samplesPerUi) {
-                return std::make_unique<RigOf<F, P>>(traits, samplesPerUi);
-            }};
+    const auto choose = traits.choose;
+    return {
+        std::move(name), std::move(filter),
+        [traits = std::move(traits)](int samplesPerUi) { return std::make_unique<RigOf<F, P>>(traits, samplesPerUi); },
+        [choose](Choices& choices, DeviceConfiguration* config) {
+            std::unique_ptr<P> parameters = choose(choices, config);
+            auto chosen = std::make_unique<F>(parameters.get());
+            return ChosenFilter{std::move(parameters), std::move(chosen)};
+        }};
+}
+
+template <typename P>
+std::unique_ptr<P> ChosenForAll(Choices& choices, DeviceConfiguration* config)
+{
+    auto parameters = choices.Within(0, 15) != 1 ? std::make_unique<P>(config) : std::make_unique<P>();
+    parameters->channel = choices.Within(0, 7) == 1 ? choices.Whole(0, 4) : 0;
+    parameters->preserveNoise = choices.Flag();
+    parameters->noiseCornerFrequency = choices.Real(0.0, 50e9);
+    parameters->noiseSecondParameter = choices.Real(0.0, 200e9);
+    return parameters;
 }
 
 std::vector<double> KernelOf(const BaseFilter& filter, int count)
@@ -161,9 +180,24 @@ std::vector<double> KernelOf(const BaseFilter& filter, int count)
     return filter.kernel == nullptr ? std::vector<double>{} : std::vector(filter.kernel, filter.kernel + count);
 }
 
+std::unique_ptr<CopyParameters> ChosenCopy(Choices&, DeviceConfiguration* config)
+{
+    return std::make_unique<CopyParameters>(config);
+}
+
+std::unique_ptr<BesselThomsonParameters> ChosenBessel(Choices& choices, DeviceConfiguration* config)
+{
+    auto parameters = ChosenForAll<BesselThomsonParameters>(choices, config);
+    parameters->order = choices.Whole(1, 17);
+    parameters->cutoffPercent = choices.Real(1.0, 200.0);
+    parameters->samplesPerPattern = choices.Within(0, 300);
+    parameters->sampleInterval = choices.Real(0.0, 1e-11);
+    return parameters;
+}
+
 FilterKind Bessel(std::string name, bool preserveNoise)
 {
-    Traits<BesselThomson, BesselThomsonParameters> traits;
+    Traits<BesselThomson, BesselThomsonParameters> traits{ChosenBessel};
     traits.set = [preserveNoise](auto& p, bool other) {
         p.cutoffPercent = other ? 50.0 : 75.0;
         p.preserveNoise = preserveNoise;
@@ -172,9 +206,23 @@ FilterKind Bessel(std::string name, bool preserveNoise)
     return KindOf(std::move(name), "BesselThomson", std::move(traits));
 }
 
+std::unique_ptr<CTLEFilterParameters> ChosenCtle(Choices& choices, DeviceConfiguration* config)
+{
+    auto parameters = ChosenForAll<CTLEFilterParameters>(choices, config);
+    parameters->type = choices.One<CTLE_Type>(CTLE_OIF_CEI_112G_LINEAR_PAM4);
+    // Presets stand half a dB apart.
+    parameters->gain = choices.Flag() ? 0.5 * choices.Whole(-4, 20) : choices.Real(-20.0, 20.0);
+    parameters->gain2 = choices.Real(-10.0, 0.0);
+    parameters->outputScale = choices.Real(-2.0, 2.0);
+    for (double* field : {&parameters->pole1, &parameters->pole2, &parameters->pole3, &parameters->zero1,
+                          &parameters->zero2, &parameters->dcGain, &parameters->dcGain2, &parameters->peakingRatio})
+        *field = choices.Real(0.0, 50.0);
+    return parameters;
+}
+
 FilterKind Ctle(std::string name, CTLE_Type type, double gain, double otherGain, bool preserveNoise = false)
 {
-    Traits<CTLEFilter, CTLEFilterParameters> traits;
+    Traits<CTLEFilter, CTLEFilterParameters> traits{ChosenCtle};
     traits.set = [=](auto& p, bool other) {
         p.type = type;
         p.gain = other ? otherGain : gain;
@@ -194,6 +242,24 @@ FilterKind Ctle(std::string name, CTLE_Type type, double gain, double otherGain,
 
 using FfeTraits = Traits<FFEFilter, FFEFilterParameters>;
 
+std::unique_ptr<FFEFilterParameters> ChosenFfe(Choices& choices, DeviceConfiguration* config)
+{
+    auto parameters = ChosenForAll<FFEFilterParameters>(choices, config);
+    parameters->numberOfTaps = choices.Whole(1, 9);
+    parameters->tapsPerUi = choices.Whole(1, 3);
+    parameters->mainCursorPosition = choices.Whole(0, 9);
+    parameters->useManualTaps = choices.Flag();
+    parameters->useTdecqEqualizer = choices.Within(0, 3) == 1;
+    parameters->quantizeTaps = choices.Flag();
+    parameters->tapResolution = choices.Whole(1, 64);
+    parameters->taps = choices.Reals(9, 2.0);
+    parameters->fitAtSamplingPhase = choices.Within(0, 3) == 1;
+    parameters->dfeTaps = choices.Within(0, 7) == 1 ? choices.Whole(-1, 5) : 0;
+    parameters->ridge = choices.Within(0, 7) == 1 ? choices.Real(-0.1, 1.0) : 0.0;
+    parameters->ignoredUi = choices.Within(0, 3) == 1 ? choices.Whole(-1, 20) : 0;
+    return parameters;
+}
+
 FilterKind Ffe(std::string name, E_SIGNAL_CODING coding, FfeTraits traits)
 {
     traits.coding = coding;
@@ -209,7 +275,7 @@ FilterKind Ffe(std::string name, E_SIGNAL_CODING coding, FfeTraits traits)
 
 FilterKind ManualFfe()
 {
-    FfeTraits traits;
+    FfeTraits traits{ChosenFfe};
     traits.set = [](auto& p, bool other) {
         p.useManualTaps = true;
         p.quantizeTaps = true;
@@ -223,7 +289,7 @@ FilterKind ManualFfe()
 
 FilterKind AutomaticFfe(std::string name, E_SIGNAL_CODING coding, bool tdecq)
 {
-    FfeTraits traits;
+    FfeTraits traits{ChosenFfe};
     traits.set = [tdecq](auto& p, bool) {
         p.useTdecqEqualizer = tdecq;
         p.tapsPerUi = 1;
@@ -235,7 +301,7 @@ FilterKind AutomaticFfe(std::string name, E_SIGNAL_CODING coding, bool tdecq)
 
 FilterKind PhaseFfe()
 {
-    FfeTraits traits;
+    FfeTraits traits{ChosenFfe};
     traits.set = [](auto& p, bool) {
         p.fitAtSamplingPhase = true;
         p.tapsPerUi = 2;
@@ -245,9 +311,20 @@ FilterKind PhaseFfe()
     return Ffe("FfePhase", SIGNAL_CODING_NRZ, std::move(traits));
 }
 
+std::unique_ptr<DFEFilterParameters> ChosenDfe(Choices& choices, DeviceConfiguration* config)
+{
+    auto parameters = ChosenForAll<DFEFilterParameters>(choices, config);
+    parameters->numberOfTaps = choices.Whole(0, 5);
+    parameters->useManualTaps = choices.Flag();
+    parameters->samplingDelayPs = choices.Real(-100.0, 100.0);
+    parameters->taps = choices.Reals(5, 1.0);
+    parameters->ignoredUi = choices.Within(0, 3) == 1 ? choices.Whole(-1, 20) : 0;
+    return parameters;
+}
+
 FilterKind Dfe(std::string name, E_SIGNAL_CODING coding, bool manual)
 {
-    Traits<DFEFilter, DFEFilterParameters> traits;
+    Traits<DFEFilter, DFEFilterParameters> traits{ChosenDfe};
     traits.coding = coding;
     traits.set = [manual](auto& p, bool) {
         p.numberOfTaps = 2;
@@ -265,9 +342,17 @@ FilterKind Dfe(std::string name, E_SIGNAL_CODING coding, bool manual)
     return KindOf(std::move(name), "DFEFilter", std::move(traits));
 }
 
+std::unique_ptr<SircFilterParameters> ChosenSirc(Choices& choices, DeviceConfiguration* config)
+{
+    auto parameters = ChosenForAll<SircFilterParameters>(choices, config);
+    parameters->uiSamples = choices.Real(0.0, 16.0);
+    parameters->referenceCutoffPercent = choices.Real(10.0, 100.0);
+    return parameters;
+}
+
 FilterKind Sirc()
 {
-    Traits<SircFilter, SircFilterParameters> traits;
+    Traits<SircFilter, SircFilterParameters> traits{ChosenSirc};
     traits.set = [](auto& p, bool other) { p.referenceCutoffPercent = other ? 50.0 : 75.0; };
     traits.prepared = [](const auto& f, const auto&) { return KernelOf(f, f.kernelLength); };
     traits.configure = [](DeviceConfiguration& config) {
@@ -278,9 +363,20 @@ FilterKind Sirc()
     return KindOf("Sirc", "SircFilter", std::move(traits));
 }
 
+std::unique_ptr<DeEmbeddingParameters> ChosenDeEmbedding(Choices& choices, DeviceConfiguration* config)
+{
+    auto parameters = ChosenForAll<DeEmbeddingParameters>(choices, config);
+    parameters->sparamFileName = choices.File();
+    parameters->portOrder = choices.One<PortOrderS4P>(PORT_ORDER_13_24);
+    parameters->conversionFlag = choices.Flag();
+    parameters->conversionParameterA = choices.Whole(0, 60);
+    parameters->conversionParameterB = choices.Whole(0, 60);
+    return parameters;
+}
+
 FilterKind DeEmbedding(std::string name, bool preserveNoise)
 {
-    Traits<DeEmbeddingFilter, DeEmbeddingParameters> traits;
+    Traits<DeEmbeddingFilter, DeEmbeddingParameters> traits{ChosenDeEmbedding};
     traits.set = [preserveNoise](auto& p, bool other) {
         static const TestFolder kFolder;  // lasts as long as the process
         static const std::string kFixture = kFolder.Write("fixture.s2p", FixtureText()).string();
@@ -292,9 +388,18 @@ FilterKind DeEmbedding(std::string name, bool preserveNoise)
     return KindOf(std::move(name), "DeEmbeddingFilter", std::move(traits));
 }
 
+std::unique_ptr<MovingAverageWindowSmoothingParameters> ChosenMovingAverage(Choices& choices,
+                                                                            DeviceConfiguration* config)
+{
+    auto parameters = std::make_unique<MovingAverageWindowSmoothingParameters>(choices.Whole(-1, 64));
+    if (choices.Flag())
+        static_cast<BaseFilterParameters&>(*parameters) = BaseFilterParameters(config);
+    return parameters;
+}
+
 FilterKind MovingAverage()
 {
-    Traits<MovingAverageSmoothingFilter, MovingAverageWindowSmoothingParameters> traits;
+    Traits<MovingAverageSmoothingFilter, MovingAverageWindowSmoothingParameters> traits{ChosenMovingAverage};
     traits.set = [](auto& p, bool other) { p.WindowLength = other ? 9 : 5; };
     traits.prepared = [](const auto& f, const auto& p) {
         const DeviceConfiguration& config = *p.GetConfig();
@@ -308,7 +413,7 @@ FilterKind MovingAverage()
 const std::vector<FilterKind>& EveryFilter()
 {
     static const std::vector<FilterKind> kinds = {
-        KindOf("Copy", "Copy", Traits<Copy, CopyParameters>{}),
+        KindOf("Copy", "Copy", Traits<Copy, CopyParameters>{ChosenCopy}),
         MovingAverage(),
         Bessel("BesselThomson", false),
         Bessel("BesselThomsonNoise", true),
@@ -322,12 +427,12 @@ const std::vector<FilterKind>& EveryFilter()
         AutomaticFfe("FfeAutomatic", SIGNAL_CODING_NRZ, false),
         AutomaticFfe("FfeTdecq", SIGNAL_CODING_PAM4, true),
         PhaseFfe(),
-        Sirc(),
         Dfe("DfeAutomatic", SIGNAL_CODING_NRZ, false),
         Dfe("DfePam4", SIGNAL_CODING_PAM4, false),
         Dfe("DfeManual", SIGNAL_CODING_NRZ, true),
         DeEmbedding("DeEmbedding", false),
         DeEmbedding("DeEmbeddingNoise", true),
+        Sirc(),
     };
     return kinds;
 }

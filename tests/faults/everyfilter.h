@@ -12,6 +12,7 @@
 #include "framework/basefilterparameters.h"
 #include "framework/deviceconfiguration.h"
 #include "framework/signaldata.h"
+#include "support/choices.h"
 
 namespace Tarnwick::Testing {
 
@@ -47,11 +48,19 @@ public:
     std::vector<double> first, second;
 };
 
+/// A filter with the parameters that it points to.
+struct ChosenFilter {
+    std::unique_ptr<DSO::SystemFramework::BaseFilterParameters> parameters;
+    std::unique_ptr<DSO::SystemFramework::BaseFilter> filter;
+};
+
 struct FilterKind {
     std::string name;    // letters and digits
     std::string filter;  // as its messages begin
     /// Two repetitions of 31 UI.
     std::function<std::unique_ptr<Rig>(int samplesPerUi)> make;
+    /// On any settings; the same for all kinds of a filter.
+    std::function<ChosenFilter(Choices& choices, DSO::DeviceConfiguration* config)> choose;
 
     friend void PrintTo(const FilterKind& kind, std::ostream* out) { *out << kind.name; }
 };
