@@ -169,7 +169,8 @@ double WrongSide::ThresholdAt(double ratio) const
     return 0.5 * (low + high);
 }
 
-ErrorRatios::ErrorRatios(const NoiseSplit& split, std::span<const int> levels, int levelCount) : levelCount_(levelCount)
+ErrorRatios::ErrorRatios(const NoiseSplit& split, std::span<const int> levels, int levelCount)
+    : levelCount_(levelCount), least_(split.residualRms > 0.0 ? kLeastRatio : 0.0)
 {
     for (int eye = 0; eye + 1 < levelCount; ++eye) {
         std::vector<double> above;
@@ -190,7 +191,7 @@ double ErrorRatios::OfBits(std::span<const double> thresholds) const
     double wrong = 0.0;
     for (std::size_t eye = 0; eye < above_.size(); ++eye)
         wrong += above_[eye].Beyond(thresholds[eye]) + below_[eye].Beyond(-thresholds[eye]);
-    return wrong / std::log2(static_cast<double>(levelCount_));
+    return std::max(wrong / std::log2(static_cast<double>(levelCount_)), least_);
 }
 
 ErrorRatios::Opening ErrorRatios::At(std::size_t eye, double ratio) const

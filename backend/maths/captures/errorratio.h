@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstddef>
+#include <limits>
 #include <optional>
 #include <span>
 #include <vector>
@@ -86,6 +87,9 @@ private:
     double total_;
 };
 
+/// A ratio that noise leaves is at least this, the smallest normal double: tails beyond 37 sigma are smaller.
+inline constexpr double kLeastRatio = std::numeric_limits<double>::min();
+
 /// Error ratios at one phase.
 class TARNWICK_FRAMEWORK_API ErrorRatios {
 public:
@@ -93,7 +97,8 @@ public:
     ErrorRatios(const NoiseSplit& split, std::span<const int> levels, int levelCount);
     /// @param thresholds  of each eye
     /// @return of bits, which carry 1, log2 3 and 2 a symbol of two, three and four levels; Gray coding, or one wrong bit a
-    ///         wrong symbol in any case
+    ///         wrong symbol in any case. 0 only without noise and with every symbol on its side: what noise leaves below
+    ///         kLeastRatio is given as that
     double OfBits(std::span<const double> thresholds) const;
     struct Opening {
         double low;   ///< [V]
@@ -103,6 +108,7 @@ public:
 
 private:
     int levelCount_;
+    double least_;                  // that noise leaves
     std::vector<WrongSide> above_;  // of each eye
     std::vector<WrongSide> below_;  // of each eye, of negated values
 };

@@ -163,6 +163,10 @@ TEST(ErrorRatio, IsZeroWithoutNoiseAndNeverNotANumber)
             symbols[i] == 1 ? high = std::min(high, values.values[i]) : low = std::max(low, values.values[i]);
         EXPECT_NEAR(opening.high - opening.low, high - low, 1e-12);
     }
+    // So little noise that no tail of it is a double is noise all the same.
+    const PhaseValues quiet = All(Testing::WithNoise(line.Behind(symbols), 1e-3, 7));
+    const ErrorRatios ratios(SplitNoise(quiet, symbols, Wrapping::Circular, 64), symbols, 2);
+    EXPECT_EQ(ratios.OfBits(std::vector<double>{0.0}), kLeastRatio);
     const PhaseValues flat = All(line.Behind(std::vector<int>(64, 1)));
     EXPECT_TRUE(std::isfinite(SplitNoise(flat, std::vector<int>(64, 1), Wrapping::Circular, 0).noiseRms));
     const PhaseValues held = All({-0.5, 0.5, -0.5, 0.5});
