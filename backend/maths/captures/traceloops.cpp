@@ -5,9 +5,7 @@
 #include "maths/captures/traceloops-inl.h"
 #undef TARNWICK_LOOP_TARGET
 
-#if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
-#define TARNWICK_HAS_X86_TRACES 1
-
+#if defined(TARNWICK_HAS_X86_TARGETS)
 // Without fused multiply-add, which would round otherwise.
 #define TARNWICK_LOOP_TARGET Avx2Traces
 #if defined(__clang__)
@@ -25,24 +23,23 @@
 
 namespace Tarnwick::DSO::Maths {
 
-const TraceLoops* TraceLoopsFor(TraceTarget target)
+const TraceLoops* TraceLoopsFor(LoopTarget target)
 {
-    if (target == TraceTarget::Plain)
-        return &PlainTraces::kLoops;
-#if defined(TARNWICK_HAS_X86_TRACES)
-    if (__builtin_cpu_supports("avx2"))
-        return &Avx2Traces::kLoops;
+    if (!RunsHere(target))
+        return nullptr;
+    switch (target) {
+        case LoopTarget::Plain: return &PlainTraces::kLoops;
+#if defined(TARNWICK_HAS_X86_TARGETS)
+        case LoopTarget::Avx2: return &Avx2Traces::kLoops;
 #endif
-    return nullptr;
+        default: return nullptr;
+    }
 }
 
 const TraceLoops& FastestTraceLoops()
 {
-    static const TraceLoops* const best = [] {
-        const TraceLoops* const newer = TraceLoopsFor(TraceTarget::Avx2);
-        return newer != nullptr ? newer : TraceLoopsFor(TraceTarget::Plain);
-    }();
-    return *best;
+    static const TraceLoops& best = FastestLoops(TraceLoopsFor);
+    return best;
 }
 
 }  // namespace Tarnwick::DSO::Maths

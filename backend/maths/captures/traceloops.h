@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "framework/export.h"
+#include "maths/convolution/looptarget.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -26,10 +27,8 @@ struct TraceLoops {
                              std::int16_t steep, std::uint16_t* places);
 };
 
-enum class TraceTarget { Plain, Avx2 };
-
 /// The loops compiled for one target; null when this build or this processor has none.
-TARNWICK_FRAMEWORK_API const TraceLoops* TraceLoopsFor(TraceTarget target);
+TARNWICK_FRAMEWORK_API const TraceLoops* TraceLoopsFor(LoopTarget target);
 
 /// The fastest loops that this processor runs.
 TARNWICK_FRAMEWORK_API const TraceLoops& FastestTraceLoops();

@@ -76,9 +76,7 @@ struct OddRoots<5> {
 #undef TARNWICK_LOOP_TARGET
 #undef TARNWICK_LOOP_LANES
 
-#if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
-#define TARNWICK_HAS_X86_LOOPS 1
-
+#if defined(TARNWICK_HAS_X86_TARGETS)
 #define TARNWICK_LOOP_TARGET Avx2Loops
 #define TARNWICK_LOOP_LANES 4
 #if defined(__clang__)
@@ -114,33 +112,21 @@ namespace Tarnwick::DSO::Maths {
 
 const HotLoops* LoopsFor(LoopTarget target)
 {
+    if (!RunsHere(target))
+        return nullptr;
     switch (target) {
-        case LoopTarget::Plain: return &PlainLoops::kLoops;
-#if defined(TARNWICK_HAS_X86_LOOPS)
-        case LoopTarget::Avx2:
-            if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
-                return &Avx2Loops::kLoops;
-            break;
-        case LoopTarget::Avx512:
-            if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-                __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("fma"))
-                return &Avx512Loops::kLoops;
-            break;
+#if defined(TARNWICK_HAS_X86_TARGETS)
+        case LoopTarget::Avx2: return &Avx2Loops::kLoops;
+        case LoopTarget::Avx512: return &Avx512Loops::kLoops;
 #endif
-        default: break;
+        default: return &PlainLoops::kLoops;
     }
-    return nullptr;
 }
 
 const HotLoops& Loops()
 {
-    static const HotLoops* const best = [] {
-        for (const LoopTarget target : {LoopTarget::Avx512, LoopTarget::Avx2})
-            if (const HotLoops* loops = LoopsFor(target))
-                return loops;
-        return LoopsFor(LoopTarget::Plain);
-    }();
-    return *best;
+    static const HotLoops& best = FastestLoops(LoopsFor);
+    return best;
 }
 
 }  // namespace Tarnwick::DSO::Maths

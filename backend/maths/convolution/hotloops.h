@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "framework/export.h"
+#include "maths/convolution/looptarget.h"
 #include "maths/transforms/fft.h"
 
 namespace Tarnwick::DSO::Maths {
@@ -150,8 +151,6 @@ struct HotLoops {
     /// sum[k] += stretches[i][k], i = 0 .. count - 1, k = 0 .. width - 1
     void (*addStretches)(const double* const* stretches, std::size_t count, std::size_t width, double* sum);
 };
-
-enum class LoopTarget { Plain, Avx2, Avx512 };
 
 /// The loops compiled for one target; null when this build or this processor has none.
 TARNWICK_FRAMEWORK_API const HotLoops* LoopsFor(LoopTarget target);

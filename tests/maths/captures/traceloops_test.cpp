@@ -14,7 +14,7 @@ namespace {
 std::vector<const TraceLoops*> AllLoops()
 {
     std::vector<const TraceLoops*> all;
-    for (const TraceTarget target : {TraceTarget::Plain, TraceTarget::Avx2})
+    for (const LoopTarget target : {LoopTarget::Plain, LoopTarget::Avx2})
         if (const TraceLoops* loops = TraceLoopsFor(target))
             all.push_back(loops);
     return all;
