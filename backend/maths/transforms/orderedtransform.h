@@ -1,18 +1,18 @@
-// The discrete Fourier transform in our own loops, for lengths that the ring of convolutions fits.
+// The discrete Fourier transform in our own loops, for lengths that the ring of convolutions fits. Part of the build with
+// kissfft alone.
 #pragma once
 
 #include <cstddef>
 #include <memory>
 #include <vector>
 
-#include "framework/export.h"
 #include "maths/convolution/ringtransform.h"
 #include "maths/transforms/fft.h"
 
 namespace Tarnwick::DSO::Maths {
 
 /// Lengths 2^a 3^b 5^c with a from 6 on at the most lanes.
-class TARNWICK_FRAMEWORK_API OrderedTransform final : public ComplexTransform {
+class OrderedTransform final : public ComplexTransform {
 public:
     /// Null where the ring has more points than `length`.
     static std::shared_ptr<const OrderedTransform> For(std::size_t length);
