@@ -100,9 +100,4 @@ std::vector<Workbench::ReportSource> SourcesOf(const CapturesOptions& options,
     return sources;
 }
 
-std::string FileNameOf(const std::string& path)
-{
-    return DSO::PathOf(path).filename().string();
-}
-
 }  // namespace Tarnwick::App

@@ -39,7 +39,4 @@ std::vector<DSO::Workbench::ReportSource> SourcesOf(const CaptureOptions& option
 std::vector<DSO::Workbench::ReportSource> SourcesOf(const CapturesOptions& options,
                                                     const std::vector<DSO::Workbench::NamedCapture>& captures);
 
-/// The last part of a path, for titles.
-std::string FileNameOf(const std::string& path);
-
 }  // namespace Tarnwick::App

@@ -29,6 +29,12 @@ inline std::filesystem::path PathOf(std::string_view name)
 #endif
 }
 
+/// The last part of a path, for titles and messages.
+inline std::string FileNameOf(std::string_view path)
+{
+    return PathOf(path).filename().string();
+}
+
 /// The path by which a file is opened, made, renamed or asked for its size. Windows' functions refuse paths of 260 letters and
 /// more, folders of 248, unless they begin with \\?\ and are absolute, without . and .. and with backslashes alone.
 /// Source: Windows documentation, "Naming Files, Paths, and Namespaces". Elsewhere, and of short paths, the path itself.

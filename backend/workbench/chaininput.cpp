@@ -104,6 +104,21 @@ ChainInput AsRead(const ChainFile& file, Waveform capture, const std::string& na
     return input;
 }
 
+ChainInput InputOf(const ChainFile& file, const ChainDevice& device, LockedCapture locked, const std::string& name)
+{
+    ChainInput input{WithDeviceOf(file, device, locked)};
+    input.interval = locked.interval;
+    input.start = locked.start;
+    input.eyes = EyeSettingsOf(locked);
+    input.notes = locked.report.warnings;
+    if (locked.report.mode == RecordKind::Periodic && locked.report.leftOut > 0)
+        input.notes.push_back(
+            fmt::format("{}: {} samples after the last whole repetition are left out", name, locked.report.leftOut));
+    input.samples = std::move(locked.samples);
+    input.acquisition = std::move(locked.report);
+    return input;
+}
+
 CaptureFacts FactsOf(const ChainDevice& device, CaptureFacts given)
 {
     const DeviceConfiguration& config = device.config;
@@ -134,6 +149,11 @@ CaptureFacts FactsOf(const ChainFile& file, CaptureFacts given)
     return FactsOf(ChainDevice(file), std::move(given));
 }
 
+ChainInput InputFor(const ChainFile& file, LockedCapture locked, const std::string& name)
+{
+    return InputOf(file, ChainDevice(file), std::move(locked), name);
+}
+
 ChainInput InputFor(const ChainFile& file, Waveform capture, const CaptureFacts& given, const std::string& name)
 {
     const ChainDevice device(file);
@@ -151,17 +171,7 @@ ChainInput InputFor(const ChainFile& file, Waveform capture, const CaptureFacts&
         input.notes.insert(input.notes.begin(), std::string(failure.what()) + "; it is filtered as it was read");
         return input;
     }
-    ChainInput input{WithDeviceOf(file, device, locked)};
-    input.interval = locked.interval;
-    input.start = locked.start;
-    input.eyes = EyeSettingsOf(locked);
-    input.notes = locked.report.warnings;
-    if (locked.report.mode == RecordKind::Periodic && locked.report.leftOut > 0)
-        input.notes.push_back(
-            fmt::format("{}: {} samples after the last whole repetition are left out", name, locked.report.leftOut));
-    input.samples = std::move(locked.samples);
-    input.acquisition = std::move(locked.report);
-    return input;
+    return InputOf(file, device, std::move(locked), name);
 }
 
 void RequireEyes(const ChainInput& input, const std::string& name, const std::string& user)

@@ -39,6 +39,8 @@ TARNWICK_WORKBENCH_API CaptureFacts FactsOf(const ChainFile& file, CaptureFacts 
 /// @throws DataFailure   as Lock
 TARNWICK_WORKBENCH_API ChainInput InputFor(const ChainFile& file, Waveform capture, const CaptureFacts& given,
                                            const std::string& name);
+/// The same of a capture that is locked already.
+TARNWICK_WORKBENCH_API ChainInput InputFor(const ChainFile& file, LockedCapture locked, const std::string& name);
 
 /// @param user  what needs eyes, for messages
 /// @throws DataFailure   no levels were made out in the capture

@@ -9,7 +9,6 @@
 
 #include "maths/captures/clipping.h"
 #include "maths/captures/leveldrift.h"
-#include "workbench/chaininput.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/units.h"
@@ -136,7 +135,12 @@ void NoteOnce(std::vector<std::string>& notes, const std::string& note)
 RunReport RunForReport(const ChainFile& file, const Waveform& capture, const CaptureFacts& given,
                        const std::string& name, const std::function<void(const std::string&)>& begin)
 {
-    ChainInput input = InputFor(file, capture, given, name);
+    return RunForReport(InputFor(file, capture, given, name), capture, name, begin);
+}
+
+RunReport RunForReport(ChainInput input, const Waveform& capture, const std::string& name,
+                       const std::function<void(const std::string&)>& begin)
+{
     RunReport report{input.chain};
     report.samplesPerUi = input.eyes.samplesPerUi;
     report.symbolRateGBd = input.eyes.symbolRateGBd;

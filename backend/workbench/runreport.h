@@ -9,6 +9,7 @@
 
 #include "framework/export.h"
 #include "workbench/chain.h"
+#include "workbench/chaininput.h"
 #include "workbench/chainresponse.h"
 #include "workbench/eyecounts.h"
 #include "workbench/lock.h"
@@ -49,6 +50,11 @@ struct RunReport {
 /// @throws UsageFailure  @throws DataFailure  as those
 TARNWICK_WORKBENCH_API RunReport RunForReport(const ChainFile& chain, const Waveform& capture,
                                               const CaptureFacts& given, const std::string& name,
+                                              const std::function<void(const std::string& step)>& begin = {});
+/// The same of a capture that is locked already.
+/// @param input    as InputFor
+/// @param capture  as it was read
+TARNWICK_WORKBENCH_API RunReport RunForReport(ChainInput input, const Waveform& capture, const std::string& name,
                                               const std::function<void(const std::string& step)>& begin = {});
 
 }  // namespace Tarnwick::DSO::Workbench

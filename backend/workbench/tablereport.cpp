@@ -185,7 +185,7 @@ TableReport TableOf(std::span<const BatchRow> rows, const RowEyes& eyes)
         table.columns.push_back(described);
     for (const BatchRow& cells : rows) {
         TableReport::Row row;
-        row.label = PathOf(cells[BatchColumn::File]).filename().string();
+        row.label = FileNameOf(cells[BatchColumn::File]);
         for (const auto& [column, described] : columns)
             row.values.push_back(described.isNumber ? ValueOf(cells.Number(column)) : ValueOf(cells[column]));
         if (!cells.IsDone())

@@ -11,6 +11,7 @@
 
 #include "captures.h"
 #include "eye.h"
+#include "framework/filenames.h"
 #include "workbench/chain.h"
 #include "workbench/chaininput.h"
 #include "workbench/chainresponse.h"
@@ -75,7 +76,7 @@ void WriteReport(const ChainFile& file, const Waveform& waveform, const std::str
                  const std::vector<std::string>& captures, std::size_t samples, const std::string& mask,
                  const std::string& path)
 {
-    const std::string chain = std::filesystem::path(file.Name()).filename().string();
+    const std::string chain = DSO::FileNameOf(file.Name());
     ReportHead head{name + " through " + chain, TARNWICK_VERSION, ReportDate(), "", {}, file, {}};
     if (!mask.empty())
         head.mask = ReadReportMask(mask);

@@ -148,7 +148,7 @@ void DrawEyes(const ApplyOptions& options, const Workbench::ChainInput& input, c
     const std::span<const double> asRead = first.eye.valid.Of(input.samples);
     const std::span<const double> filtered = result.valid.Of(result.samples);
     const VoltageRange range = RangeOf(asRead, filtered);
-    const std::string name = FileNameOf(NameOf(options.capture));
+    const std::string name = DSO::FileNameOf(NameOf(options.capture));
     const BathtubCurve curves[] = {{"as read", first.eye}, {"behind " + last.name, last.eye}};
     Progress progress(2);
     progress.Begin("eye before");
@@ -162,7 +162,7 @@ void DrawEyes(const ApplyOptions& options, const Workbench::ChainInput& input, c
 
 void DrawStageTaps(const ApplyOptions& options, Workbench::Chain& chain, const Workbench::ChainResult& result)
 {
-    const std::string name = FileNameOf(NameOf(options.capture));
+    const std::string name = DSO::FileNameOf(NameOf(options.capture));
     std::size_t report = 0;  // of the capture; those of the stages follow
     for (const Workbench::Stage& stage : chain.Stages()) {
         const auto& figure = result.stages[++report].taps;

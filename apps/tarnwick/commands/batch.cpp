@@ -280,8 +280,8 @@ void Run(BatchOptions options)
         };
     input.chainChecksum = BatchChecksum(input);
     const Workbench::ReportHead head =
-        HeadOf(fmt::format("Batch of {} captures through {}", plan.jobs.size(), FileNameOf(options.chain)), input.chain,
-               options.mask);
+        HeadOf(fmt::format("Batch of {} captures through {}", plan.jobs.size(), DSO::FileNameOf(options.chain)),
+               input.chain, options.mask);
     RequireOutputsApart(options, input.chain, plan.jobs);
     PrintNotes(plan.notes);
     MakeFolder(options.folder);

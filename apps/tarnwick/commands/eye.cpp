@@ -18,6 +18,7 @@
 #include "pictures/gnuplot.h"
 #include "progress.h"
 #include "reports.h"
+#include "workbench/chaininput.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/htmlreport.h"
@@ -40,18 +41,18 @@ struct EyeOptions {
     bool json = false;
 };
 
-// A chain without filters.
-void WriteReport(const EyeOptions& options, const Workbench::Waveform& capture, Workbench::ReportHead head)
+// What a page shows, of a chain without filters.
+Workbench::RunReport PageOf(const EyeOptions& options, const Workbench::Waveform& capture,
+                            const Workbench::LockedCapture& locked)
 {
     const auto chain = Workbench::ChainFile::FromText(R"({"filters": []})", "no chain");
-    head.captures = SourcesOf(options.capture, capture.samples.size());
-    Workbench::WriteWhole(DSO::PathOf(options.report),
-                          HtmlReport(RunForReport(chain, capture, With(options.facts), NameOf(options.capture)), head));
+    const std::string name = NameOf(options.capture);
+    return RunForReport(InputFor(chain, locked, name), capture, name);
 }
 
 void Draw(const EyeOptions& options, const Workbench::LockedCapture& locked, const Workbench::EyeReport& report)
 {
-    const std::string name = FileNameOf(NameOf(options.capture));
+    const std::string name = DSO::FileNameOf(NameOf(options.capture));
     DrawEye(DSO::PathOf(options.prefix + ".png"), locked.samples, locked.report.samplesPerUiOut, report,
             RangeOf(locked.samples), name);
     if (!report.bathtub.empty()) {
@@ -76,26 +77,32 @@ void Run(EyeOptions options)
                         options.report));
     }
     RequireApart("--report", options.report, {options.capture.name, options.capture.minus, options.mask});
-    const Workbench::ReportHead head = HeadOf(FileNameOf(NameOf(options.capture)), std::nullopt, options.mask);
-    Workbench::Waveform capture;  // as read
+    Workbench::ReportHead head = HeadOf(DSO::FileNameOf(NameOf(options.capture)), std::nullopt, options.mask);
     Workbench::LockedCapture locked;
     Workbench::EyeReport report;
+    std::optional<Workbench::RunReport> page;
     {
         Progress progress(3);
-        capture = ReadCaptureToLock(options.capture, progress);
+        Workbench::Waveform capture = ReadCaptureToLock(options.capture, progress);
         locked = Lock(capture, With(options.facts), NameOf(options.capture));
         if (options.report.empty())
             capture = {};  // not held beside the record
         RequireLevels(locked.report, NameOf(options.capture));
         progress.Begin("eyes");
-        Workbench::EyeSettings settings = EyeSettingsOf(locked);
-        settings.withBathtub = true;
-        report = MeasureEyes(locked.samples, settings);
+        if (options.report.empty()) {
+            Workbench::EyeSettings settings = EyeSettingsOf(locked);
+            settings.withBathtub = true;
+            report = MeasureEyes(locked.samples, settings);
+        } else {
+            page = PageOf(options, capture, locked);
+            report = page->stages.front().eye;
+            head.captures = SourcesOf(options.capture, capture.samples.size());
+        }
     }
     PrintNotes(locked.report.warnings);
     PrintReport(options.json ? EyeAsJson(locked, report) + "\n" : LockAsText(locked.report) + EyeAsText(report));
-    if (!options.report.empty())
-        WriteReport(options, capture, head);
+    if (page)
+        Workbench::WriteWhole(DSO::PathOf(options.report), HtmlReport(*page, head));
     // Behind the table, which does not need gnuplot.
     if (canDraw)
         Draw(options, locked, report);

@@ -44,7 +44,7 @@ struct LockOptions {
 
 void Draw(const LockOptions& options, const Workbench::LockedCapture& locked)
 {
-    const std::string name = FileNameOf(NameOf(options.capture));
+    const std::string name = DSO::FileNameOf(NameOf(options.capture));
     const bool hasPhase = !locked.report.phaseUi.empty();
     const bool hasSpectrum = !locked.report.spectrum.scoreDb.empty();
     if (hasPhase)

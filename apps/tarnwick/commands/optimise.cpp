@@ -95,7 +95,7 @@ void Run(const OptimiseOptions& options)
                 throw Workbench::UsageFailure(
                     fmt::format("--report: is {}, which is written too; expected another file", options.report));
     }
-    Workbench::ReportHead head = HeadOf("Equalisers for " + FileNameOf(options.chain), file, options.mask);
+    Workbench::ReportHead head = HeadOf("Equalisers for " + DSO::FileNameOf(options.chain), file, options.mask);
     if (options.ffeTaps == 0 && options.dfeTaps == 0 && options.ctle == kNone)
         throw Workbench::UsageFailure("--ffe-taps: is 0, with no CTLE and no DFE; expected something to search");
     Workbench::OptimiserInput input{

@@ -43,7 +43,7 @@ void Run(const ReportOptions& options)
     RequireApart("--output", options.output, inputs);
     const std::string name = NameOf(options.capture);
     Workbench::ReportHead head =
-        HeadOf(fmt::format("{} through {}", FileNameOf(name), FileNameOf(options.chain)), file, options.mask);
+        HeadOf(fmt::format("{} through {}", DSO::FileNameOf(name), DSO::FileNameOf(options.chain)), file, options.mask);
     std::string page;
     {
         constexpr std::size_t kStepsBesideFilters = 5;

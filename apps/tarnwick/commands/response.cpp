@@ -85,7 +85,7 @@ void WriteColumns(const ResponseOptions& options, const Workbench::ChainResponse
 
 void Draw(const ResponseOptions& options, const Workbench::ChainResponse& response)
 {
-    const std::string chain = FileNameOf(options.chain);
+    const std::string chain = DSO::FileNameOf(options.chain);
     DrawResponse(DSO::PathOf(options.prefix + ".png"), response, "Response of " + chain);
     for (const Workbench::FilterResponse& filter : response.filters)
         if (filter.channel)

@@ -66,7 +66,7 @@ void Run(const SweepOptions& options)
         inputs.insert(inputs.end(), {options.chain, options.mask, options.prefix + ".png"});
         RequireApart("--report", options.report, inputs);
     }
-    const Workbench::ReportHead head = HeadOf("Sweep of " + FileNameOf(options.chain), file, options.mask);
+    const Workbench::ReportHead head = HeadOf("Sweep of " + DSO::FileNameOf(options.chain), file, options.mask);
     const SweepInput input{std::move(file), ReadCaptures(options.captures), With(options.facts), std::move(axes),
                            *Workbench::RankOf(options.rank)};
     ContactSheet sheet(input.axes);

@@ -78,7 +78,7 @@ void Run(const TouchstoneOptions& options)
     PrintReport(options.json ? FixtureAsJson(file, options.file, options.normalised, frequencies) + "\n"
                              : FixtureAsText(file, options.file, frequencies));
     if (!options.prefix.empty())  // behind the table, which does not need gnuplot
-        DrawTransmission(DSO::PathOf(options.prefix + ".png"), curves, FileNameOf(options.file));
+        DrawTransmission(DSO::PathOf(options.prefix + ".png"), curves, DSO::FileNameOf(options.file));
     const Workbench::TouchstoneReport& report = file.Report();
     if (!report.readFailure.empty() && options.normalised.empty())
         throw Workbench::DataFailure(fmt::format(

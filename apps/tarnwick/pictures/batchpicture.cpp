@@ -24,7 +24,7 @@ BatchPicture BatchPictureIn(const fs::path& folder)
     return
         [folder](const BatchJob& job, std::span<const double> samples, double samplesPerUi, const EyeReport& report) {
             DrawEye(BatchPictureFile(folder, job.name), samples, samplesPerUi, report, RangeOf(samples),
-                    DSO::PathOf(job.capture).filename().string());
+                    DSO::FileNameOf(job.capture));
         };
 }
 
