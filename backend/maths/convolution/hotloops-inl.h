@@ -232,21 +232,29 @@ inline void Interpolate(const KernelRows& kernel, const double* x, const double*
     }
 }
 
-// A pack of phases at `Positions` positions: a weight is loaded once for all of them.
-template <std::size_t Positions>
-TARNWICK_ALWAYS_INLINE void ReadPackOfPhases(const PhaseBank& bank, std::size_t phase, const double* x,
-                                             std::size_t stride, double* values)
+// The values at a pack of phases, of which `Line` lie side by side in the bank, at `Positions` positions: a weight is loaded
+// once for all of them.
+template <std::size_t Line, std::size_t Positions, typename Bank, typename Value, typename Values>
+TARNWICK_ALWAYS_INLINE void SumPhases(const Bank& bank, std::size_t phase, const Value* x, std::size_t stride,
+                                      Values (&sums)[Positions])
 {
-    const std::size_t line = phase / kLine;
-    const double* const weights = bank.weights + line * bank.sampleCount * kLine + phase % kLine;
-    Pack sums[Positions] = {};
+    const std::size_t line = phase / Line;
+    const Value* const weights = bank.weights + line * bank.sampleCount * Line + phase % Line;
     for (std::size_t k = bank.samples[2 * line]; k < bank.samples[2 * line + 1]; ++k) {
-        Pack weight;
-        Load(weights + k * kLine, weight);
+        Values weight;
+        Load(weights + k * Line, weight);
         TARNWICK_UNROLL
         for (std::size_t i = 0; i < Positions; ++i)
             sums[i] = sums[i] + x[i * stride + k] * weight;
     }
+}
+
+template <std::size_t Positions>
+TARNWICK_ALWAYS_INLINE void ReadPackOfPhases(const PhaseBank& bank, std::size_t phase, const double* x,
+                                             std::size_t stride, double* values)
+{
+    Pack sums[Positions] = {};
+    SumPhases<kLine>(bank, phase, x, stride, sums);
     TARNWICK_UNROLL
     for (std::size_t i = 0; i < Positions; ++i)
         Store(sums[i], values + i * bank.phaseCount + phase);
@@ -271,23 +279,14 @@ template <std::size_t Positions>
 TARNWICK_ALWAYS_INLINE void ExcessOfPhases(const PhaseScreen& screen, const float* x, std::size_t stride,
                                            const float* const* limits, FloatPack* excess)
 {
-    constexpr std::size_t kFloatLine = 2 * kLine;
     float none[kFloatPack];
     for (float& lane : none)
         lane = -1.0F;  // not reached
     for (std::size_t i = 0; i < Positions; ++i)
         Load(none, excess[i]);
     for (std::size_t phase = 0; phase < screen.phaseCount; phase += kFloatPack) {
-        const std::size_t line = phase / kFloatLine;
-        const float* const weights = screen.weights + line * screen.sampleCount * kFloatLine + phase % kFloatLine;
         FloatPack sums[Positions] = {};
-        for (std::size_t k = screen.samples[2 * line]; k < screen.samples[2 * line + 1]; ++k) {
-            FloatPack weight;
-            Load(weights + k * kFloatLine, weight);
-            TARNWICK_UNROLL
-            for (std::size_t i = 0; i < Positions; ++i)
-                sums[i] = sums[i] + x[i * stride + k] * weight;
-        }
+        SumPhases<2 * kLine>(screen, phase, x, stride, sums);
         TARNWICK_UNROLL
         for (std::size_t i = 0; i < Positions; ++i) {
             FloatPack low;

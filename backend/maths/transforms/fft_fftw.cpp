@@ -11,6 +11,7 @@
 #include <fftw3.h>
 
 #include "maths/transforms/fft.h"
+#include "maths/transforms/lengths.h"
 #include "maths/transforms/lifetimes.h"
 #include "maths/transforms/plancache.h"
 
@@ -100,9 +101,7 @@ private:
 
 std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
 {
-    if (length == 0 || length % 2 != 0)
-        throw std::invalid_argument("RealTransform: length is " + std::to_string(length) +
-                                    "; expected an even number of values");
+    RequireRealLength(length);
     static NeverDestroyed<PlanCache<RealTransform>> cache;
     return cache->Get(length, [length] {
         // With FFTW_ESTIMATE the planner looks at the arrays' alignment and does not write to them.
@@ -114,9 +113,7 @@ std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
 
 std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
 {
-    if (length == 0)
-        throw std::invalid_argument("ComplexTransform: length is " + std::to_string(length) +
-                                    "; expected at least one value");
+    RequireComplexLength(length);
     static NeverDestroyed<PlanCache<ComplexTransform>> cache;
     return cache->Get(length, [length] {
         AlignedBuffer<Complex> data(length);

@@ -1,8 +1,6 @@
 // kissfft's C++ header behind the seam: no licence condition, no planner, no global state. Its butterfly for a prime
 // factor p above 5 takes O(p n) and shares a scratch array between threads, so lengths with such a factor go through a
 // chirp transform.
-#include <stdexcept>
-#include <string>
 #include <vector>
 
 #include <kissfft.hh>
@@ -10,6 +8,7 @@
 #include "maths/transforms/chirptransform.h"
 #include "maths/transforms/factors.h"
 #include "maths/transforms/fft.h"
+#include "maths/transforms/lengths.h"
 #include "maths/transforms/lifetimes.h"
 #include "maths/transforms/orderedtransform.h"
 #include "maths/transforms/plancache.h"
@@ -124,18 +123,14 @@ private:
 
 std::shared_ptr<const RealTransform> RealTransform::Of(std::size_t length)
 {
-    if (length == 0 || length % 2 != 0)
-        throw std::invalid_argument("RealTransform: length is " + std::to_string(length) +
-                                    "; expected an even number of values");
+    RequireRealLength(length);
     static NeverDestroyed<PlanCache<RealTransform>> cache;
     return cache->Get(length, [length] { return std::make_shared<PairedReal>(length); });
 }
 
 std::shared_ptr<const ComplexTransform> ComplexTransform::Of(std::size_t length)
 {
-    if (length == 0)
-        throw std::invalid_argument("ComplexTransform: length is " + std::to_string(length) +
-                                    "; expected at least one value");
+    RequireComplexLength(length);
     static NeverDestroyed<PlanCache<ComplexTransform>> smooth;
     if (IsFiveSmooth(length))
         return smooth->Get(length, [length]() -> std::shared_ptr<const ComplexTransform> {
