@@ -6,6 +6,7 @@
 #include <numbers>
 #include <numeric>
 
+#include "maths/patterns/periodicrecord.h"
 #include "maths/transforms/arraytransform.h"
 #include "workbench/units.h"
 
@@ -25,7 +26,7 @@ void ForEachAroundPeak(const TransferFunction& function, Visit visit)
 {
     const auto count = static_cast<std::ptrdiff_t>(function.impulse.size());
     for (std::ptrdiff_t n = -(count - 1) / 2; n <= count / 2; ++n)
-        visit(n, function.impulse[static_cast<std::size_t>((function.peak + n + count) % count)]);
+        visit(n, function.impulse[Maths::WrappedIndex(function.peak + n, function.impulse.size())]);
 }
 
 std::vector<double> GroupDelay(const TransferFunction& function)
@@ -113,7 +114,7 @@ ResponseFigures FiguresOf(const TransferFunction& function, double symbolRate, d
     figures.noiseGain = std::sqrt(energy);
     if (!std::isfinite(figures.dcGainDb))
         return figures;
-    // The trapezoidal rule. Of an odd count the last bin lies half a bin below half the sample rate and counts whole.
+    // The trapezoidal rule. With an odd count the last bin lies half a bin below half the sample rate and counts in full.
     const auto power = [&](double value) { return std::pow(10.0, 0.1 * (value - figures.dcGainDb)); };
     const bool isOddsLast = last + 1 == db.end() && function.impulse.size() % 2 == 1;
     double sum = 0.5;

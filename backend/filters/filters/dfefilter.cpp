@@ -21,6 +21,7 @@
 #include "maths/equalisers/decisionfeedback.h"
 #include "maths/patterns/codings.h"
 #include "maths/patterns/idealsignal.h"
+#include "maths/patterns/periodicrecord.h"
 
 namespace Tarnwick::DSO::Filters {
 
@@ -180,8 +181,7 @@ int DecisionDelay(const DFEFilterParameters& parameters, const DeviceConfigurati
     const int samples =
         Truncated(kFilter, "samplingDelayPs * 0.001 * baudRateGBd * samplesPerUi",
                   Maths::SamplesFromDelay(parameters.samplingDelayPs, parameters.samplesPerUi, config.baudRateGBd));
-    const int rest = samples % parameters.samplesPerUi;
-    return rest < 0 ? rest + parameters.samplesPerUi : rest;
+    return static_cast<int>(Maths::WrappedIndex(samples, static_cast<std::size_t>(parameters.samplesPerUi)));
 }
 
 }  // namespace

@@ -148,14 +148,14 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
                                                            const SignalData* signal)
 {
     TARNWICK_TRACE("GetFFEAutomaticCoefficients...");
-    const EqualiserSettings asked = SettingsOf(settings);
-    const TapGrid& grid = asked.grid;
+    const EqualiserSettings equaliser = SettingsOf(settings);
+    const TapGrid& grid = equaliser.grid;
     grid.Require(kFilter);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
         ReportFit({});
     } else {
-        asked.phase.Require(kFilter, false);
+        equaliser.phase.Require(kFilter, false);
         const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
         const auto& own = ParametersOf<FFEFilterParameters>(kFilter, owner);
         const TapSearch search{ConfigurationOf(kFilter, own),
@@ -167,10 +167,11 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
                                own.useUserPattern,
                                own.patternSymbols,
                                settings.ignoredUi};
-        ApplyTaps(settings, settings.fitAtSamplingPhase
-                                ? ReportFit(FindTaps(kFilter, PhaseSearch{search, own.mainCursorPosition, asked.phase}))
-                                : GenerateFFEAutomaticCoefficients(
-                                      {search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
+        ApplyTaps(
+            settings,
+            settings.fitAtSamplingPhase
+                ? ReportFit(FindTaps(kFilter, PhaseSearch{search, own.mainCursorPosition, equaliser.phase}))
+                : GenerateFFEAutomaticCoefficients({search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
     }
     std::vector<double> kernel = grid.Kernel(settings.appliedTaps);
     TARNWICK_TRACE("GetFFEAutomaticCoefficients finished");
