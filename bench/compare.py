@@ -114,7 +114,7 @@ def scipy_ways(kernel, period, repetitions):
 
 
 def acquisition(shim, ui, spu, rounds):
-    """The whole acquisition of a capture of which nothing is said, against one real transform and one inverse."""
+    """The whole acquisition of a capture about which nothing is known, against one real transform and one inverse."""
     capture = shim.bench_capture(ui, spu)
     count = shim.bench_capture_count(capture)
     values = np.random.default_rng(1).standard_normal(count)
@@ -510,7 +510,7 @@ def main():
         missed += late
         rows.append([str(row[0]), f"{row[1]:g}", f"{row[2]:.0f}", f"{row[3]:.2f}{' !' if late else ''}", "-" if row[4] is None else f"{row[4]:.1f}"])
         print("Acquisition", *rows[-1], file=sys.stderr, flush=True)
-    text += ("\n\nAcquisition of a capture of which nothing is said, against one real transform and its inverse:\n\n"
+    text += ("\n\nAcquisition of a capture about which nothing is known, against one real transform and its inverse:\n\n"
              + table(["samples", "per UI", "ms", "/ SciPy's rfft + irfft", "peak memory / capture"], rows))
 
     if options.program:

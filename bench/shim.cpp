@@ -167,7 +167,7 @@ TARNWICK_EXPORT void bench_taps_destroy(TapSearch* job)
     delete job;  // NOLINT(cppcoreguidelines-owning-memory)
 }
 
-/// A stretch of PRBS31 at any number of samples per UI, as a capture of which nothing is said.
+/// A stretch of PRBS31 at any number of samples per UI, as a capture about which nothing is known.
 TARNWICK_EXPORT DSO::Workbench::Waveform* bench_capture(int lengthUi, double samplesPerUi)
 {
     const DSO::Workbench::SimulatedPattern pattern{.coding = SIGNAL_CODING_NRZ, .prbs = 31};

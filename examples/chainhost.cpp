@@ -1,4 +1,4 @@
-// A host of the workbench: chainhost CHAIN CAPTURE runs a capture of which nothing is known through a chain file.
+// A host of the workbench: chainhost CHAIN CAPTURE runs a capture about which nothing is known through a chain file.
 #include <cstdio>
 #include <exception>
 #include <iostream>

@@ -1,5 +1,5 @@
 // A host that hands records over as SignalData, without the helpers of filters/apply.h, and changes a parameter between two of
-// them. Exits with 1 when the second record does not come back otherwise than the first.
+// them. Exits with 1 when the second record comes back the same as the first.
 #include <cstdio>
 #include <memory>
 #include <new>

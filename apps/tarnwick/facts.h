@@ -1,4 +1,4 @@
-// What the user knows of a capture: the same options for every command that reads one.
+// What the user knows about a capture: the same options for every command that reads one.
 #pragma once
 
 #include <string>

@@ -86,7 +86,7 @@ public:
     double sampleSpacing = 0.0;                            ///< time between two samples
     double setting10 = 0.0, setting11 = 0.0;
     /// Samples per UI is uiDuration / sampleSpacing instead of samplesPerUi. Where that has a fraction some filters work with
-    /// the whole samples per UI (see theirs): a host had better hand over whole ones.
+    /// the whole samples per UI (see theirs): a host does better with whole ones.
     bool useFractionalSampling = false;
     std::int64_t setting12 = 0, setting13 = 0, setting14 = 0, setting15 = 0, setting16 = 0, setting17 = 0;
     std::vector<double> table22;

@@ -86,7 +86,7 @@ Rows<std::complex<double>> Product(const char* operation, const Rows<Left>& a, c
     const Dense<Left> left = Checked(operation, "a", a);
     const Dense<Right> right = Checked(operation, "b", b);
     RequireProduct(operation, left.cols(), right.rows());
-    // Of a complex factor a copy, of a real one itself.
+    // A copy of the real part of a complex factor; a real factor itself.
     const Dense<double>& leftReal = left.real();
     const Dense<double>& rightReal = right.real();
     Dense<std::complex<double>> product(left.rows(), right.cols());

@@ -61,7 +61,7 @@ std::string WithoutEnding(const fs::path& file)
     return (file.extension() == ".gz" ? file.stem() : file).stem().string();
 }
 
-// The output's name with so many folders before it; more than there are stand for the ending.
+// The output's name with this many folders before it; more than there are stand for the ending.
 std::string OutputName(const fs::path& file, std::size_t folders)
 {
     std::string name = WithoutEnding(file.filename());

@@ -104,7 +104,7 @@ struct BatchPlan {
 /// @throws UsageFailure  no captures; standard input among them
 TARNWICK_WORKBENCH_API BatchPlan PlanBatch(const std::vector<std::string>& captures);
 
-/// Checks what can be told of a chain without a capture: its keys, and that the files which it names can be read.
+/// Checks what can be checked of a chain without a capture: its keys, and that the files which it names can be read.
 /// @return a checksum of chain, files, facts and options
 /// @throws UsageFailure  the chain file
 /// @throws DataFailure   a file that it names

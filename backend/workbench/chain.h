@@ -54,7 +54,7 @@ struct Stage {
     bool needsSymbols = false;       ///< it needs the pattern's symbols, given or found in the capture
     /// [UI] from the first tap to the last of an equaliser; 0: how far the stage reaches is seen by its response to an impulse
     std::size_t spanUi = 0;
-    /// Of its parameters, where it has such: the UI at both ends of the record that its fit leaves out.
+    /// The field of its parameters, if it has one, for the UI at both ends of the record that its fit leaves out.
     std::int32_t* ignoredUi = nullptr;
     /// What the filter has found, for reports: a JSON object as text, from the samples that the stage made [V] and the part of
     /// them that is valid. Empty for a filter that finds nothing. To be called after the stage has run.

@@ -54,7 +54,7 @@ public:
     }
 
 private:
-    // Of the next column, from the first of the values.
+    // Where the next column begins, from the first of the values.
     double NextEdge() const
     {
         return (static_cast<double>(column_) - firstColumn_) * valuesPerColumn_ - static_cast<double>(before_);

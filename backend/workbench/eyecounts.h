@@ -38,7 +38,7 @@ struct EyeGrid {
 TARNWICK_WORKBENCH_API EyeCounts CountEye(std::span<const double> samples, double samplesPerUi, double phaseUi,
                                           VoltageRange range, EyeGrid grid);
 
-/// So many eyes, each of so many traces, on a grid fine enough to look at and coarse enough for one report to hold them all.
+/// This many eyes, each of this many traces, on a grid fine enough to look at and coarse enough for one report to hold them all.
 TARNWICK_WORKBENCH_API EyeGrid GridForReport(std::size_t eyes, std::size_t traces);
 
 /// The small eyes of a table's rows as they are measured: of all rows, or of those that matter most.
@@ -54,7 +54,7 @@ public:
     /// @param rows  that there will be at most
     RowEyes(std::size_t rows, Keep keep);
 
-    /// On any thread. Of a row that is measured on several captures the one with the smallest figure stays.
+    /// On any thread. A row that is measured on several captures keeps the eye with the smallest figure.
     /// @param row      what names it
     /// @param figure   larger is better
     /// @param samples  [V] the valid ones, from the start of a UI on

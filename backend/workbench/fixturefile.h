@@ -1,4 +1,4 @@
-// What an S-parameter file holds, and where the de-embedding filter reads it otherwise than its author meant.
+// What an S-parameter file holds, and where the de-embedding filter reads it differently from what its author meant.
 #pragma once
 
 #include <array>
@@ -81,7 +81,7 @@ struct TARNWICK_WORKBENCH_API FixtureFile {
     std::vector<TouchstoneDifference> differences;  ///< without the value made at 0 Hz
     std::optional<double> madeAtZero;
     std::optional<ThroughPath> through;  ///< of a four-port file of single-ended ports
-    /// Of a Touchstone file. Where that has other parameters than S, the plain readings above are made of these, as
+    /// For a Touchstone file. Where that has parameters other than S, the plain readings above are made of these, as
     /// NormaliseFixture writes them.
     Network network;
 

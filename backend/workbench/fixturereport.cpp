@@ -278,7 +278,7 @@ std::string FixtureAsText(const FixtureFile& file, const std::string& name, std:
         text += "the filter reads it as it is meant\n";
     } else {
         text += fmt::format(
-            "the filter {}reads it otherwise than it is meant:\n",
+            "the filter {}reads it differently from what was meant:\n",
             report.readFailure.empty() ? "" : fmt::format("refuses it in line {}, and ", report.readFailureLine));
         const std::vector<DifferenceKind> kinds = KindsOf(file.differences);
         for (std::size_t k = 0; k < std::min(kinds.size(), kMostKindsInText); ++k)

@@ -20,7 +20,7 @@ struct TARNWICK_WORKBENCH_API Network {
     std::string converted;                ///< Z, Y, H or G where the file has those; empty: S
     std::size_t mixedModeLine = 0;        ///< where the file says that its ports are modes; 0: nowhere
 
-    /// Of one point, from port `from` to port `to`, counted from 1.
+    /// S at one point, from port `from` to port `to`, counted from 1.
     std::complex<double> At(std::size_t point, std::size_t to, std::size_t from) const
     {
         return s[(point * ports + to - 1) * ports + from - 1];

@@ -45,7 +45,8 @@ struct EqualiserTrial {
 };
 
 struct OptimiserInput {
-    ChainFile chain;  ///< its CTLE, FFE and DFE are searched anew, with what else they say; the other filters stay
+    ChainFile
+        chain;  ///< its CTLE, FFE and DFE are searched again, with their other settings kept; the other filters stay
     std::vector<NamedCapture> captures;  ///< at least one; all are held in memory
     CaptureFacts facts;                  ///< of each capture; go before what the chain file says
     std::vector<std::string> ctleTypes;  ///< to be tried beside none
@@ -79,8 +80,8 @@ struct OptimiserResult {
 inline constexpr std::size_t kMostTrials = 60;
 
 /// A coarse grid of gains for each type of CTLE with all taps, then descent along gain, FFE taps and DFE taps from the best,
-/// the steps halved until the finest. Of several captures the worst
-/// figure of a setting counts. The same result for any number of threads.
+/// the steps halved until the finest. With several captures, a
+/// setting counts by its worst figure. The same result for any number of threads.
 /// @throws UsageFailure  the chain file
 /// @throws DataFailure   a capture; or no setting gives a figure: why the first did not
 TARNWICK_WORKBENCH_API OptimiserResult Optimise(const OptimiserInput& input, const OptimiserObserver& observer = {});

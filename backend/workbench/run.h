@@ -66,7 +66,7 @@ struct StageReport {
     EyeReport eye;            ///< with the valid part; without levels when coding or samples per UI are not known
     double seconds = 0.0;     ///< [s] that the filter took
     std::string findings;     ///< what the filter has found: a JSON object as text; empty: nothing
-    /// Of a stage that has taps, when pulse responses were asked for.
+    /// For a stage that has taps, when pulse responses were asked for.
     std::optional<TapFigure> taps;
 };
 

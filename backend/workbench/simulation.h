@@ -16,7 +16,7 @@ namespace Tarnwick::DSO::Workbench {
 struct SimulatedPattern {
     E_SIGNAL_CODING coding = SIGNAL_CODING_PAM4;
     int prbs = 13;             ///< order of the PRBS: 7, 9, 11, 13, 15, 23 or 31
-    std::string symbols = {};  ///< one character a symbol, in place of the PRBS; empty: the PRBS
+    std::string symbols = {};  ///< one character a symbol, instead of the PRBS; empty: the PRBS
     bool withoutGrayCoding = false;
 
     /// Level index of each symbol, 0 the lowest: of one period, or of its first `count` symbols where it has more.
@@ -40,7 +40,7 @@ struct Simulation {
     double clockOffsetPpm = 0.0;       ///< by which a UI is longer than samplesPerUi samples
     double sinusoidalJitterUi = 0.0;   ///< [UI] peak deviation of the edges
     double sinusoidalJitterMHz = 1.0;  ///< its frequency
-    int firstUi = 0;                   ///< a cut begins so many UI into the pattern
+    int firstUi = 0;                   ///< a cut begins this many UI into the pattern
     int lengthUi = 0;                  ///< [UI] of a cut; 0: whole repetitions
     /// Nothing of the waveform folds at half the sample rate: it ends between 0.35 and 0.45 of that rate, before the
     /// noise. So is every capture that does not consist of whole repetitions of whole samples per UI.

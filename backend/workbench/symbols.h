@@ -27,7 +27,7 @@ struct TARNWICK_WORKBENCH_API FoundSymbols {
 /// @param samplesPerUi     real
 /// @param patternLengthUi  [UI] of the period
 /// @param what             the capture's name, for messages
-/// @throws DataFailure  no pattern of so many levels can be made out in the capture
+/// @throws DataFailure  no pattern of that many levels can be made out in the capture
 TARNWICK_WORKBENCH_API FoundSymbols FindSymbols(std::span<const double> samples, double samplesPerUi,
                                                 int patternLengthUi, E_SIGNAL_CODING coding, const std::string& what);
 

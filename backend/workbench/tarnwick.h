@@ -51,7 +51,7 @@ TARNWICK_WORKBENCH_API int tarnwick_chain_create(const char* chain_json, const c
                                                  tarnwick_chain** chain);
 
 /* Runs a record through the enabled filters, one after the other. Each record stands by itself: an equaliser that finds its
- * taps finds them anew, and the same samples give the same result to the last bit, whatever came before.
+ * taps finds them again, and the same samples give the same result to the last bit, whatever came before.
  *   samples       [V] sample_count of them; NaN and infinity flow through to all that they reach
  *   result        [V] sample_count of them; may be samples, or overlap them; written to on success alone
  *   sample_count  as given to tarnwick_chain_create

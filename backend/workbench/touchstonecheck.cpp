@@ -59,7 +59,7 @@ public:
           plainTable_(FileKind::Table, Maths::PairsOf(portOrder))
     {
         if (!plainKind_)
-            FailPlainly(0, 0, "a file of so many ports has no one transmission; it is read as a two-port file");
+            FailPlainly(0, 0, "a file of this many ports has no single transmission; it is read as a two-port file");
         else if (*plainKind_ != kind_)
             Note(0, 0,
                  std::string("the name says ") + NameOf(*plainKind_) + ", but it is read as a " + NameOf(kind_) +

@@ -277,7 +277,7 @@ NormalisedFile NormaliseTouchstone(std::string_view text, const std::string& nam
 {
     const auto kind = MeantKind(name);
     if (!kind)
-        throw DataFailure(fmt::format("{}: a file of so many ports has no one transmission", name));
+        throw DataFailure(fmt::format("{}: a file of this many ports has no single transmission", name));
     return kind == FileKind::Table ? Normalised(TableNormaliser(name), text)
                                    : Normalised(Normaliser(*kind, name), text);
 }

@@ -16,7 +16,7 @@ struct NormalisedFile {
 
 /// The file with one option line in the filter's order before the data, a record on one line or, of four ports, four, and
 /// every comment on a line of its own. Numbers stay as they are written, unless other parameters than S are converted.
-/// Noise parameters become comments. Of a table only the rows remain.
+/// Noise parameters become comments. Only the rows remain of a table.
 /// @param name  the file's, which says what it is, and for messages
 /// @throws DataFailure  something has more than one reading; the text names file and line
 TARNWICK_WORKBENCH_API NormalisedFile NormaliseTouchstone(std::string_view text, const std::string& name);

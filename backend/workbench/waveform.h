@@ -31,8 +31,8 @@ struct WaveformOptions {
 };
 
 /// Reads a capture; "-" is text on standard input. Its name's ending says what it is: ".npy" NumPy's; ".f32", ".f64" and
-/// ".i16" raw little-endian numbers; any other is text. ".gz" behind that is unpacked first. Of a text, header and trailer
-/// lines are passed over, units in the header are honoured.
+/// ".i16" raw little-endian numbers; any other is text. ".gz" after that is unpacked first. In a text, header and trailer
+/// lines are skipped, and units in the header are honoured.
 /// @throws DataFailure   naming the file and the line or sample; also where a file leaves open which of its numbers are the
 ///                       samples: several columns of values, numbers at its head that look like a header
 /// @throws UsageFailure  a column that the file has not, a sample rate or scale that is none

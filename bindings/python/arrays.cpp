@@ -7,7 +7,7 @@ namespace Tarnwick::Python {
 
 namespace {
 
-// Every value of such a type is a float64 to within its own rounding; bool, complex and text are no voltages.
+// Every value of such a type is a float64 to within its own rounding; bool, complex and text are not voltages.
 bool IsReal(const py::dtype& type)
 {
     constexpr py::ssize_t kWidest = sizeof(double);

@@ -22,7 +22,7 @@ struct ApplyRelease {
 };
 using ApplyResult = std::unique_ptr<double[], ApplyRelease>;
 
-/// A record that Python hands over, held while it is read. Contiguous float64 is taken as it lies; anything else that converts
+/// A record that Python passes in, held while it is read. Contiguous float64 is taken as it is; anything else that converts
 /// to float64 without loss is copied once.
 class Samples {
 public:

@@ -46,7 +46,7 @@ SharedWaveform Read(const std::string& name, const std::string& minus, std::opti
 SharedWaveform Simulated(SimulatedPattern pattern, const std::string& coding, const Simulation& settings)
 {
     pattern.coding = CodingOf(coding);
-    // Of a long pattern no more than the cut reaches into.
+    // Only as much of a long pattern as the cut reaches into.
     const bool isCut = settings.lengthUi > 0;
     const std::vector<int> levels = pattern.Levels(
         isCut ? static_cast<std::size_t>(settings.firstUi) + static_cast<std::size_t>(settings.lengthUi) : 0);

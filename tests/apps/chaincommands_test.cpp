@@ -26,7 +26,7 @@ void WriteCase(const TestFolder& folder)
     folder.Write("chain.json", kChain);
 }
 
-// A capture of which nothing is said, at no whole number of samples per UI: its eye, and a record that filters take.
+// A capture about which nothing is said, not at a whole number of samples per UI: its eye, and a record that filters take.
 TEST(LockProgram, MakesAnyCaptureFitForTheFilters)
 {
     const TestFolder folder;

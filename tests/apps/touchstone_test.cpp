@@ -79,7 +79,7 @@ TEST(TouchstoneCommand, ShowsWhatItWouldWrite)
 
     (void)folder.Write("short.s2p", kMagnitudeOptions + "1 .1 0 .5 -90\n.5 -90 .1 0\n");
     EXPECT_EQ(RunProgram(folder, "touchstone short.s2p"), 1);
-    EXPECT_NE(folder.Read("err").find("refuses it in line 3; --normalise OUT writes it anew"), std::string::npos)
+    EXPECT_NE(folder.Read("err").find("refuses it in line 3; --normalise OUT rewrites it"), std::string::npos)
         << folder.Read("err");
 }
 

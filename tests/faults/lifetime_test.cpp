@@ -41,7 +41,7 @@ void ExpectNothingLeft(const Scene& scene)
 
 class FilterLifetime : public testing::TestWithParam<FilterKind> {};
 
-// The original, a copy, a copy of that and an assigned one hold one kernel; the original is then prepared anew. They go
+// The original, a copy, a copy of that and an assigned one hold one kernel; the original is then prepared again. They go
 // in any order, and those that are left filter as before.
 TEST_P(FilterLifetime, LetsCopiesGoInAnyOrder)
 {

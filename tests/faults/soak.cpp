@@ -1,6 +1,6 @@
 // All filters over and over with changing settings: results stay the same bit for bit, and the process does not grow.
 //     tarnwick_soak [--cycles N | --seconds S]
-// A cycle is one setting of a fixed list for every filter: changed, prepared, applied, copied, and made anew now and then.
+// A cycle is one setting of a fixed list for every filter: changed, prepared, applied, copied, and remade now and then.
 // Exit status: 0 all held, 1 something did not (named on stderr), 2 wrong usage.
 #include <charconv>
 #include <chrono>
@@ -35,7 +35,7 @@ constexpr long kAllowanceKib = 4096;
 constexpr int kSamplesPerUiChoices[] = {4, 5, 6, 7, 8, 9, 10, 11, 12, 13};
 constexpr long kChoices = sizeof(kSamplesPerUiChoices) / sizeof(*kSamplesPerUiChoices);
 constexpr long kSettings = 2 * kChoices;
-constexpr long kRemakeEvery = 7;  // shares no factor with the settings: each is made anew in its turn
+constexpr long kRemakeEvery = 7;  // shares no factor with the settings: each is remade in its turn
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kIsSanitized = true;

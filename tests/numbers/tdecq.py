@@ -121,7 +121,7 @@ def simplex(score, c, start, edge, limit):
 
 
 def search(score, name):
-    """From ten starts spread over the cursors and phases, each begun anew where it ended until that gains nothing."""
+    """From ten starts spread over the cursors and phases, each restarted where it ended until that gains nothing."""
     random = np.random.default_rng(1)
     best = (np.inf, None, None)
     for start in range(STARTS):

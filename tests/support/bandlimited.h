@@ -12,7 +12,7 @@ namespace Tarnwick::Testing {
 ///     x(t) = l[0] + sum_k (l[k] - l[k - 1]) Phi((u(t) - k) / edgeUi)
 /// Phi is the normal distribution, so an edge's spectrum is exp(-2 (pi f edgeUi)^2) of an ideal step's, f in symbol rates:
 /// at 0.3 UI it is down by 80 dB at 2.3 symbol rates.
-/// @param levels  as sent from UI 0 on; they start anew as often as it takes
+/// @param levels  as sent from UI 0 on; they start again as often as it takes
 /// @param uiAt    u(t); UI k lies from u = k to k + 1. Jitter and a moving clock belong here
 std::vector<double> BandLimited(std::span<const double> levels, std::size_t count,
                                 const std::function<double(double position)>& uiAt, double edgeUi = 0.3);

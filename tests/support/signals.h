@@ -38,7 +38,7 @@ std::vector<double> Tiled(const std::vector<double>& values, std::size_t repetit
 
 /// All four channels locked.
 DSO::DeviceConfiguration Configuration(int samplesPerUi, int patternLengthUi, double baudRateGBd = 26.5625);
-/// Of uiDuration / sampleSpacing samples per UI, whatever the whole number says.
+/// With uiDuration / sampleSpacing samples per UI, whatever the whole number says.
 DSO::DeviceConfiguration FractionallySampled(DSO::DeviceConfiguration config, double uiDuration,
                                              double sampleSpacing = 1.0);
 

@@ -127,7 +127,7 @@ TEST(DeEmbeddingStage, KeepsNoiseUnlessItAdds)
     EXPECT_TRUE(chain.Stages()[2].parameters->preserveNoise);
 }
 
-// Of two ports; in the second the wave that comes back is 0.1 stronger, in the third the path has a step of 120 degrees and
+// Networks of two ports; in the second the wave that comes back is 0.1 stronger, in the third the path has a step of 120 degrees and
 // gain.
 TEST(NetworkQuality, TellsWhatAFixtureCannotBe)
 {
@@ -262,7 +262,7 @@ TEST(TouchstoneNormal, RefusesWhatHasNoOneMeaning)
         {"a.s1p", "# GHz Z RI R 50\n1 -1 0\n", "line 2: no S-parameters follow from these Z-parameters"},
         {"a.s2p", kMagnitudeOptions + "1 \x1b[2J\n", "line 2, token 2: \"?[2J\" is no decimal number"},
         {"a.s2p", kMagnitudeOptions, "holds no data"},
-        {"a.s3p", kMagnitudeOptions, "a file of so many ports has no one transmission"},
+        {"a.s3p", kMagnitudeOptions, "a file of this many ports has no single transmission"},
         {"a.s21", "1e9;-6\n",
          "line 1: is no row of a table: frequency in Hz, level in dB and phase in radians by commas"},
     };

@@ -124,7 +124,7 @@ TEST(EyeCounts, TellWhatCrossesEachCell)
             EXPECT_LE(eye.hits[row * 20 + column], isCrossed ? kUi : 0U);
             EXPECT_GE(eye.hits[row * 20 + column], row == within ? kUi - 1 : 0U);
         }
-    // Of a UI that begins at the measuring phase the same columns come half a picture later.
+    // With a UI that begins at the measuring phase the same columns come half a picture later.
     const EyeCounts shifted = CountEye(ramp, kPerUi, 0.5, {0.0, 1.0}, {20, 10});
     EXPECT_GE(shifted.hits[7 * 20 + 2], kUi - 2);
     // Few samples a UI are read between; a record is as many traces as UI, less what the reading needs at its ends.

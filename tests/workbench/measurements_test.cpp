@@ -291,8 +291,8 @@ TEST(PulseResponse, IsTheChannelsOwn)
     EXPECT_FALSE(FitPulseResponses({}, part, part, {.samplesPerUi = 16.0}, behind));
 }
 
-// Of an FFE and a DFE fitted together: what is behind the FFE at the instants is the taps' sum of what is in front, and the
-// taps of the DFE are what is in front of it, of which it leaves nothing.
+// An FFE and a DFE fitted together: what comes out of the FFE at the instants is the taps' sum of what goes in, and the
+// taps of the DFE are what goes into it, of which it leaves nothing.
 TEST(PulseResponse, ShowsWhatTheTapsDo)
 {
     const json device = {

@@ -36,7 +36,7 @@ ChainResponse ResponseOf(const json& filters, int samplesPerUi = 16)
     return MeasureResponse(chain, record, 1e10);
 }
 
-// Of an odd number of samples, on which the taps have the formula's values at every bin.
+// With an odd number of samples, for which the taps have the formula's values at every bin.
 // Each (1 + jf/z) brings forward and each 1/(1 + jf/p) delays, by 1 / (2 pi c (1 + (f/c)^2)) for its corner c.
 TEST(Response, OfACtleHasTheGroupDelayOfItsPolesAndZeros)
 {
@@ -102,7 +102,7 @@ TEST(Response, OfAnFfeToAnIdealSymbolIsItsTaps)
             return pulse.at(static_cast<std::size_t>((ui - figure.pulses->firstUi) * perUi));
         };
         const auto height = [](double ui) { return std::abs(ui) < 0.5 ? 1.0 : 0.0; };
-        // Of two taps in a UI both are added in the second half of the first one's rectangle.
+        // With two taps in a UI both are added in the second half of the first one's rectangle.
         const double middle = row.tapsPerUi == 1 ? 0.0 : 0.25;
         for (const double ui : {-2.25, -1.0, -0.375, 0.0, 0.125, 0.875, 1.125, 3.0}) {
             double expected = 0.0;

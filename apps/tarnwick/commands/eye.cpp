@@ -1,4 +1,4 @@
-// tarnwick eye: the eye of a capture of which nothing needs to be known.
+// tarnwick eye: the eye of any capture; nothing about it needs to be known.
 #include "workbench/eye.h"
 
 #include <memory>

@@ -119,7 +119,7 @@ void AddLock(const CommandLine& command)
         .AddOption("--loop-bandwidth", options->loopBandwidthMHz,
                    "Loop bandwidth of the tracked clock [MHz]; left out: symbol rate / 1667")
         .Check(RealRange(1e-9, 1e9));
-    command.AddFlag("--average", options->average, "Mean of the repetitions in place of them");
+    command.AddFlag("--average", options->average, "Write the mean of the repetitions instead of all of them");
     command.AddFlag("--whole", options->whole,
                     "Write all of the record, as lock always does; here for scripts that say so to apply");
     command

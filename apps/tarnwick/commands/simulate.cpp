@@ -49,7 +49,7 @@ void Run(SimulateOptions& options)
             fmt::format("--chain: is {}, as the capture; expected another file", options.chain));
     const Workbench::Simulation& settings = options.settings;
     options.pattern.coding = Workbench::CodingOf(options.coding);
-    // Of a long pattern no more than the cut reaches into.
+    // Only as much of a long pattern as the cut reaches into.
     const bool isCut = settings.lengthUi > 0;
     const std::vector<int> levels = options.pattern.Levels(
         isCut ? static_cast<std::size_t>(settings.firstUi) + static_cast<std::size_t>(settings.lengthUi) : 0);
@@ -106,13 +106,13 @@ void AddSimulate(const CommandLine& command)
     command.AddOption("--jitter", settings.jitterRms, "Random jitter of the edges, rms [UI]")
         .Check(RealRange(0.0, 1.0))
         .ShowDefault();
-    command.AddOption("--length", settings.lengthUi, "Cut so many UI out of the pattern in place of whole repetitions")
+    command.AddOption("--length", settings.lengthUi, "Cut this many UI out of the pattern instead of whole repetitions")
         .Check(WholeRange(1, 1 << 30))
         .Excludes(repetitions);
-    command.AddOption("--first", settings.firstUi, "The cut begins so many UI into the pattern")
+    command.AddOption("--first", settings.firstUi, "The cut begins this many UI into the pattern")
         .Check(WholeRange(0, 1 << 30))
         .Needs("--length");
-    command.AddOption("--ppm", settings.clockOffsetPpm, "Offset of the clock: a UI takes so many samples more [ppm]")
+    command.AddOption("--ppm", settings.clockOffsetPpm, "Offset of the clock: a UI takes this many more samples [ppm]")
         .Check(RealRange(-1e5, 1e5));
     command.AddOption("--sinusoidal-jitter", settings.sinusoidalJitterUi, "Its peak deviation of the edges [UI]")
         .Check(RealRange(0.0, 10.0));

@@ -83,7 +83,7 @@ void Run(const TouchstoneOptions& options)
     if (!report.readFailure.empty() && options.normalised.empty())
         throw Workbench::DataFailure(fmt::format(
             "{}: the filter refuses it in line {}; {}", options.file, report.readFailureLine,
-            report.plainFailure.empty() ? "--normalise OUT writes it anew, so that it is read"
+            report.plainFailure.empty() ? "--normalise OUT rewrites it so that it is read"
                                         : "--normalise cannot mend it: " + Workbench::Printable(report.plainFailure)));
 }
 
@@ -94,9 +94,7 @@ void AddTouchstone(const CommandLine& command)
     auto options = std::make_shared<TouchstoneOptions>();
     command.AddOption("file", options->file, "Fixture: .s1p, .s2p, .s4p, or a table of dB and radians, .s21")
         .Required();
-    command
-        .AddOption("--normalise", options->normalised,
-                   "Write the file anew, so that the filter reads it as it is meant")
+    command.AddOption("--normalise", options->normalised, "Rewrite the file so that the filter reads it as intended")
         .TypeName("OUT");
     command.AddOption("-o,--output", options->prefix, "Draw magnitude and delay in PREFIX.png, write PREFIX.csv")
         .TypeName("PREFIX");

@@ -13,7 +13,7 @@
 namespace Tarnwick::App {
 
 /// Keeps an image of each run as it ends: of all runs when the sheet has room for them, otherwise of the best so far.
-/// Of a run that ends more than once, on several captures, the worst stays.
+/// A run that ends more than once, on several captures, keeps the worst.
 class ContactSheet {
 public:
     /// @param axes  outlives the sheet

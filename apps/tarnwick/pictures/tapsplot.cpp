@@ -182,7 +182,7 @@ std::string PulsePanel(const PulseResponses& pulses)
             plot.empty() ? "plot " : ", ", name, curve.colour, Quoted(curve.name), name, pulses.valuesPerUi,
             curve.colour);
     }
-    // Names as long as those of a fit stand beside each other when gnuplot reckons with less than their width.
+    // Names as long as those of a fit fit beside each other only when gnuplot assumes less than their width.
     return data + CursorMark("graph 0", "graph 1") +
            fmt::format("set ylabel {}\nset yrange [{}:{}]\nset key above horizontal maxrows 1 samplen 2 width {}\n",
                        Quoted(YLabelOf(pulses, unit)), range.low * unit.perVolt, range.high * unit.perVolt,

@@ -23,7 +23,7 @@ constexpr int kTouchstoneWidth = 1100;           // [pixels]
 constexpr int kTouchstoneHeight = 850;           // [pixels]
 constexpr double kTouchstoneShownDb = 80.0;      // magnitudes are shown down to this far below the largest
 constexpr std::size_t kTouchstonePoints = 4000;  // of a line: more than the picture has columns
-constexpr std::size_t kMarked = 200;             // up to so many values are marked one by one
+constexpr std::size_t kMarked = 200;             // up to this many values are marked one by one
 constexpr double kFarAbove = 0.3;  // of the last frequency: data that begin above leave 0 Hz out of the picture
 constexpr int kMagnitude = 2;      // columns of the data
 constexpr int kDelay = 3;
@@ -74,7 +74,7 @@ std::string Plot(std::span<const TransmissionCurve> curves, int column)
 // Without the extreme values at either end, which stand where the magnitude has a notch.
 std::string DelayRange(std::span<const TransmissionCurve> curves, double lowestDb)
 {
-    constexpr std::size_t kOutlierShare = 50;  // one in so many at either end
+    constexpr std::size_t kOutlierShare = 50;  // one in this many at either end
     constexpr double kRoom = 0.25;
     std::vector<double> delays;
     for (const TransmissionCurve& curve : curves)

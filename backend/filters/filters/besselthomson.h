@@ -5,7 +5,7 @@
 // an optical-to-electrical converter (half the optical power is half the voltage). Orders 1 to 16 are taken; from order
 // 7 on the factorials wrap in 32 bits and the coefficients are no longer those of a Bessel polynomial. Deliberate.
 // With fractional sampling the sample interval is one UI over the whole samples of it, and the cutoff too high by the samples
-// per UI over the whole ones, 3.1 % at 16.5; a host had better hand over whole samples per UI. Deliberate.
+// per UI over the whole ones, 3.1 % at 16.5; a host does better with whole samples per UI. Deliberate.
 // Error below 1e-12 at every bin of the taps' spectrum. The walk that finds w0 ends within 5e-6 of |H| at the cutoff.
 // Source: W. E. Thomson, "Delay networks having maximally flat frequency characteristics", Proc. IEE 96 (1949) 487-490.
 #pragma once

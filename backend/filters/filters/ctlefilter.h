@@ -10,7 +10,7 @@
 // Every response is sampled at k f_s/N over the whole record of N samples, mirrored and transformed back. With an even N
 // the bin at half the sample rate is absent and the taps are N - 1. N counts whole samples per UI: with fractional sampling the
 // taps are fewer than the record's samples, and what lies before time zero is misplaced (an NRZ waveform is off by 17 % rms at
-// 3.3 samples per UI, by 3.9 % at 16.5 and by 1.8 % at 16). A host had better hand over whole samples per UI. Deliberate.
+// 3.3 samples per UI, by 3.9 % at 16.5 and by 1.8 % at 16). A host does better with whole samples per UI. Deliberate.
 // Error below 1e-12 of |H| at every bin of the taps' spectrum, 2e-5 for CTLE_PEAKING, whose gains are found to five decimals.
 #pragma once
 

@@ -1,6 +1,6 @@
 // Moving-average smoothing: a centred boxcar of odd length w.
 //     y[k] = (1/w) sum_{m=-h..h} x[k - m],  h = (w - 1)/2          H(f) = sin(pi f w/fs) / (w sin(pi f/fs))
-// Zero phase, gain 1 at DC, first null at fs/w. Of a record cut into several repetitions only m = 0..h act, gain
+// Zero phase, gain 1 at DC, first null at fs/w. In a record cut into several repetitions only m = 0..h act, gain
 // (h + 1)/w. Error below (w + 1) eps max|x|. Source: S. W. Smith, "The Scientist and Engineer's Guide to Digital Signal Processing", chapter 15.
 #pragma once
 

@@ -55,7 +55,7 @@ public:
     ~SircFilter() override;
 
     /// Rebuilds the kernel and resets the dirty state; the signal is not read. Dirty parameters get their tables and
-    /// uiSamples from the configuration anew. A failure leaves kernel, parameters and dirty state as they were:
+    /// uiSamples from the configuration again. A failure leaves kernel, parameters and dirty state as they were:
     /// the kernel from before is not released, and filters again as soon as the host calls ResetDirty.
     /// @throws std::exception  what GenerateSircFilter_BasedOnDCA throws: std::bad_alloc itself, a new
     ///                         std::invalid_argument or, for anything else, a new exception with the same text

@@ -19,7 +19,7 @@ public:
     /// The next line without its newline, and without a carriage return before that; nothing at the end. It stays valid
     /// until the next call.
     std::optional<std::string_view> Next();
-    /// Of the line read last, counted from 1.
+    /// The number of the line read last, from 1.
     std::size_t Number() const { return number_; }
 
 private:

@@ -141,7 +141,7 @@ long long LagOf(const NeighbourColumns& columns, const LevelDecisions& decisions
     return lag;
 }
 
-// Of the possible codings those with all pairs, or all possible ones where each lacks some.
+// Among the possible codings those with all pairs, or all possible ones where each lacks some.
 const Candidate* Choose(std::span<const Candidate> candidates, bool pairsCount)
 {
     double best = std::numeric_limits<double>::infinity();

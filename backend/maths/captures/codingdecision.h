@@ -1,9 +1,8 @@
 // Which line coding a capture carries, and its symbols, from the samples alone. For two, three and four levels the symbols
 // are decided behind a short linear equaliser (leveldecisions.h) at each of several phases of the UI, and the tightest phase
 // counts. Interference makes of NRZ what lies about three or four levels more tightly than about two; but then the levels
-// follow each other as the echoes have it. So a coding is out in which some pair of neighbouring symbols comes less than a
-// tenth as often as chance would have it. Of the rest, the fewest levels win whose quality is within a factor of 1.5 of the
-// best.
+// follow each other as the echoes dictate. So a coding is ruled out when some pair of neighbouring symbols occurs less than a
+// tenth as often as by chance. Among the rest, the fewest levels win whose quality is within a factor of 1.5 of the best.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +20,7 @@ namespace Tarnwick::DSO::Maths {
 struct CodingFit {
     E_SIGNAL_CODING coding = SIGNAL_CODING_UNKNOWN;
     /// At its best phase: mean squared distance from the levels over the square of their smallest spacing. Infinite where
-    /// not so many levels are to be seen.
+    /// not as many levels can be seen.
     double quality = std::numeric_limits<double>::infinity();
     /// How often the scarcest pair of neighbouring symbols comes, over how often chance would have it; 1 where the symbols
     /// are too few to say.
@@ -39,7 +38,7 @@ struct CodingDecision {
     std::size_t phase = 0;       ///< [samples] symbol i is that of the sample i samplesPerUi + phase
     /// As in CodingFit, over all of the symbols. Below 0.01 the thresholds are five times as far as the rms distance.
     double quality = std::numeric_limits<double>::infinity();
-    /// So many symbols at either end of a record that does not wrap were decided without all of their neighbours, in whose
+    /// This many symbols at either end of a record that does not wrap were decided without all of their neighbours, in whose
     /// place stood the nearest ones.
     std::size_t uncertainEnds = 0;
     /// Some pair of neighbours hardly comes in any possible coding, as in a clock pattern or a code that avoids some steps:

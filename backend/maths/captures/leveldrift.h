@@ -18,7 +18,7 @@ struct SlicedAt {
 
 /// Means of the samples of each level, block by block of as many UI; between two samples the waveform is read along a line. A level
 /// that a block does not hold is not a number there.
-/// @param uiPerBlock  at least 1; of the last block that is not full nothing is told
+/// @param uiPerBlock  at least 1; a last block that is not full is left out
 /// @return [level][block], one level more than thresholds
 TARNWICK_FRAMEWORK_API std::vector<std::vector<double>> LevelDrift(std::span<const double> samples, const SlicedAt& at,
                                                                    std::size_t uiPerBlock);

@@ -21,7 +21,7 @@ constexpr double kSmallestNoise = 1e-3;     // of the span of the samples: what 
 constexpr std::size_t kMostStretches = 9;   // that the noise is measured on
 constexpr std::size_t kLeastStretch = 512;  // [symbols]
 constexpr std::size_t kMostStretch = 2048;  // [symbols]
-// Of the steps a period apart: one symbol in 100 wrong leaves 0.98 of NRZ and 0.96 of PAM4, and 0.8 of NRZ with a step in only
+// Between the steps a period apart: one symbol in 100 wrong leaves 0.98 of NRZ and 0.96 of PAM4, and 0.8 of NRZ with a step in only
 // one of 20 symbols. A period and its multiples correlate alike.
 constexpr double kLeastCorrelation = 0.8;
 constexpr double kEqualCorrelations = 0.05;

@@ -52,10 +52,10 @@ TARNWICK_FRAMEWORK_API Repetition CheckPeriod(const CapturedSymbols& capture, st
 /// A pseudo-random sequence in the symbols of a capture.
 struct KnownPattern {
     PrbsPolynomial polynomial;
-    bool isOfBitPairs;  // PAM4: two bits a symbol
-    SymbolMap map;      // of bit pairs
-    bool highBitFirst;  // of bit pairs
-    bool inverted;  // the levels: what is sent high came low. Of pairs without Gray coding, and of NRZ, the bits too
+    bool isOfBitPairs;   // PAM4: two bits a symbol
+    SymbolMap map;       // of bit pairs
+    bool highBitFirst;   // of bit pairs
+    bool inverted;       // the levels: what is sent high came low. For pairs without Gray coding, and NRZ, the bits too
     bool complemented;   // the bits of Gray-coded pairs, 0 for 1
     std::size_t checks;  // of the recursion
     std::size_t failing;

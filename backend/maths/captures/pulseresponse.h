@@ -35,9 +35,9 @@ struct PulseRecord {
 
 /// The responses of records that carry the same symbols, of one rate and one wrapping, on one axis of time. Its cursor is, of
 /// the positions a UI apart, the one within 2 UI of symbol 0 at which the response of the first record is largest.
-/// Of longer records the first 131072 valid UI are fitted.
+/// At most the first 131072 valid UI are fitted.
 /// @param records  at least one
-/// @param symbols  of their UI; which is which is told by the positions, not by the centre
+/// @param symbols  of their UI; the positions say which is which, not the centre
 /// @return nothing when the symbols that are known and in the valid parts of all records cannot tell that many UI apart, or
 ///         are fewer than twice the unknowns
 TARNWICK_FRAMEWORK_API std::optional<std::vector<PulseResponse>> FitPulseResponses(std::span<const PulseRecord> records,

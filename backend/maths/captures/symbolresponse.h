@@ -70,7 +70,7 @@ private:
     std::unique_ptr<const Solver> solver_;
 };
 
-/// Of equally good responses, which symbols that cannot be told apart have, the one of the smallest taps.
+/// The response of the smallest taps where several are equally good, as for symbols that cannot be told apart.
 /// @param samples       finite, samplesPerUi for each symbol at least; later ones are left out
 /// @param samplesPerUi  s, at least 1
 /// @param symbolLevels  a: the level of each symbol, in any unit

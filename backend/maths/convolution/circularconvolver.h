@@ -28,7 +28,7 @@ inline constexpr std::size_t kDirectTaps = 32;       // [non-zero taps] that a d
 inline constexpr std::size_t kPaddedPeriod = 65536;  // [samples] the longest period in one padded transform: 1 MiB
 inline constexpr std::size_t kBlockShare = 8;        // blocks while the kernel spans at most 1/8 of the period
 inline constexpr std::size_t kBlockKernels = 4;      // [kernel lengths] a block's transform holds at least
-inline constexpr std::size_t kShortestBlock = 4096;  // [samples] and at least so many
+inline constexpr std::size_t kShortestBlock = 4096;  // [samples] and at least this many
 
 enum class ConvolutionMethod { Zero, Boxcar, Direct, Blocks, Padded, Split };
 

@@ -38,7 +38,7 @@ constexpr std::size_t FeedbackReach(int tapCount)
 struct FeedbackSearch {
     enum class Outcome {
         Found,
-        SymbolsAlike,     ///< the pattern cannot tell so many taps apart
+        SymbolsAlike,     ///< the pattern cannot tell that many taps apart
         NoMainCursor,     ///< at no delay do the samples follow the symbols
         TapsAboveCursor,  ///< they do, but everywhere a tap is larger than the main cursor
     };
@@ -86,7 +86,7 @@ public:
     /// @param result   as many values: each sample less the feedback of the decision that is half a UI or less away
     void Equalise(std::span<const double> samples, double delay, std::span<double> result);
 
-    /// Of the last repetition: the level of each UI, 0 the lowest, and the voltages of the levels.
+    /// In the last repetition: the level of each UI, 0 the lowest, and the voltages of the levels.
     std::span<const int> Decisions() const { return decided_; }
     std::span<const double> Levels() const { return levels_; }
     int Passes() const { return passes_; }

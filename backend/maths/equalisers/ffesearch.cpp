@@ -30,7 +30,7 @@ std::optional<TapSolution> FindLeastSquaresTaps(const LeastSquaresProblem& probl
     const std::vector<double> capture = WithoutMean(problem.pattern.samples, ends);
     std::vector<double> reference =
         GaussianLowPass(IdealCopy(problem.pattern, ends), problem.sampleRate, problem.bandwidth);
-    // Of the ideal copy behind the capture; a negative peak says that the capture is inverted.
+    // How far the ideal copy lags the capture; a negative peak says that the capture is inverted.
     const CorrelationPeak alignment = LargestCorrelationOfEitherSign(reference, capture);
     if (!(alignment.value > 0.0))
         for (double& value : reference)

@@ -17,7 +17,7 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// Of residuals that differ by less than this share of the levels' power the first one is taken: in an ideal eye, which all
+// The first one is taken of residuals that differ by less than this share of the levels' power: in an ideal eye, which all
 // phases reach, they differ by rounding.
 constexpr double kEqualResidual = 1e-12;
 // Smaller pivots, of columns scaled to one length, are rounding: the record cannot tell the columns apart.

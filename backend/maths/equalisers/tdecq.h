@@ -62,7 +62,7 @@ struct ReferenceEqualizer {
 };
 
 /// [UI] by which the phases tried, their time slices and the sample behind them may lie off a symbol's UI. Where ends are
-/// ignored so many more are left out at each.
+/// ignored, this many more are left out at each.
 inline constexpr std::size_t kTdecqReachUi = 2;
 
 /// The closure of a capture behind given taps, at the best of 16 phases.

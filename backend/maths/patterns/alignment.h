@@ -49,8 +49,8 @@ struct Alignment {
     bool isInverted;
 };
 
-/// Where c, less its mean, is of the largest magnitude: at the smallest c the capture is inverted. Of magnitudes that are equal
-/// but for rounding, as of a pattern whose second half is the first inverted, the largest c.
+/// Where c, less its mean, has the largest magnitude: at the smallest c the capture is inverted. Where magnitudes are equal
+/// but for rounding, as for a pattern whose second half is the first inverted, the largest c.
 TARNWICK_FRAMEWORK_API Alignment AlignmentOf(std::span<const double> capture, std::span<const double> reference);
 
 }  // namespace Tarnwick::DSO::Maths

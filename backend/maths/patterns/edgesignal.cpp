@@ -22,7 +22,7 @@ double Kernel(double offset)
     return z * z < 1.0 ? BesselI0(kShape * std::sqrt(1.0 - z * z)) : 0.0;
 }
 
-// Of the kernel, at a frequency [1 / points of the grid] of at most a quarter: below the shape's own.
+// The kernel's spectrum at a frequency [1 / points of the grid] of at most a quarter, below the shape's own.
 double KernelSpectrum(double frequency)
 {
     const double z = std::numbers::pi * kWidth * frequency;

@@ -28,9 +28,9 @@ inline constexpr std::size_t kEqualiserTaps = 2 * kEqualiserReachUi + 1;
 /// They had better be free of their mean: a large offset swamps what the other columns say.
 class TARNWICK_FRAMEWORK_API NeighbourColumns {
 public:
-    /// Of a sample a UI round a period, at least one.
+    /// From one sample per UI round a period, at least one.
     explicit NeighbourColumns(std::span<const double> period);
-    /// Of stretches of a record, one after the other in rows: rows first .. first + count - 1 of its UI.
+    /// From stretches of a record, one after the other in rows: rows first .. first + count - 1 of its UI.
     struct Stretch {
         std::size_t first, count;
     };

@@ -1,4 +1,4 @@
-// Pseudo-random binary sequences of maximum length: b_i = XOR of the bits so many places back, 2^order - 1 of them.
+// Pseudo-random binary sequences of maximum length, 2^order - 1: each bit is the XOR of bits a given number of places back.
 // Source: ITU-T O.150, section 5; x^13 + x^12 + x^2 + x + 1: IEEE 802.3, table 94-11.
 #pragma once
 

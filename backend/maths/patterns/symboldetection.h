@@ -14,7 +14,7 @@
 namespace Tarnwick::DSO::Maths {
 
 struct SymbolDetection {
-    /// Of each UI, 0 the lowest; empty when no phase shows as many levels.
+    /// The level of each UI, 0 the lowest; empty when no phase shows as many levels.
     std::vector<int> levels;
     /// Mean squared distance of the decided values from their level, over the square of the smallest level spacing.
     double quality = std::numeric_limits<double>::infinity();

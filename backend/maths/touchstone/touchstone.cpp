@@ -25,7 +25,7 @@ double FromLevel(double level)
     return std::pow(10.0, level / 20.0);
 }
 
-// Of one character at a time: searches for any of several start anew at each.
+// One character at a time: a search for any of several starts again at each.
 bool IsSpace(char c)
 {
     return c == ' ' || (c >= '\t' && c <= '\r');

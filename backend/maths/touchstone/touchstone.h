@@ -123,7 +123,7 @@ private:
     double multiplier_ = -1.0;  // data before any option line get negated frequencies. Deliberate.
     PairFormat format_ = PairFormat::RealImaginary;
     Transmission transmission_;
-    // Of a four-port file: frequencies and matrices are collected apart and paired in Finish.
+    // For a four-port file: frequencies and matrices are collected separately and paired in Finish.
     std::vector<double> frequencies_;
     std::vector<std::complex<double>> differential_;
     std::array<std::complex<double>, 16> matrix_{};

@@ -10,7 +10,7 @@ using Complex = std::complex<double>;
 
 namespace {
 
-// Of one character at a time: searches for any of several start anew at each.
+// One character at a time: a search for any of several starts again at each.
 bool IsBetweenWords(char c)
 {
     return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
@@ -34,7 +34,7 @@ std::vector<std::string_view> WordsOf(std::string_view text)
     return words;
 }
 
-// Of a word that may be as long as the file, its beginning.
+// The beginning of a word, which may be as long as the file.
 std::string Quoted(std::string_view word)
 {
     constexpr std::size_t kLongest = 60;

@@ -47,7 +47,7 @@ public:
         bool repeatsFrequency = false;  ///< data: a record starts whose frequency is not above the one before
         std::optional<Problem> problem;
     };
-    /// What is told of each record that closes: its frequency [Hz] and its values as they stand in the file, of any
+    /// What is reported about each record that closes: its frequency [Hz] and its values as they stand in the file, of any
     /// parameter.
     using TakeRecord = std::function<void(double frequency, std::vector<std::complex<double>> values)>;
     Line Take(std::string_view line, const TakeRecord& takeRecord = {});

@@ -15,7 +15,7 @@ inline bool HasOnlyFactors(std::size_t length, std::initializer_list<std::size_t
     return length == 1;
 }
 
-/// An even length of at least so many values, and at most a quarter more, that is transformed quickly: a power of two times
+/// An even length of at least that many values, and at most a quarter more, that is transformed quickly: a power of two times
 /// 1, 3, 5, 9 or 15. More odd factors cost more than they save: 15 000 000 values take half as long again as 2^24.
 inline std::size_t QuickEvenLength(std::size_t least)
 {

@@ -26,13 +26,13 @@ public:
     std::optional<std::string_view> Next();
     /// What is left behind the line read last.
     std::string_view Rest() const { return rest_; }
-    /// Passes over so many characters of that, which are so many whole lines.
+    /// Passes over this many characters of that, which make this many whole lines.
     void Skip(std::size_t characters, std::size_t lines)
     {
         rest_.remove_prefix(characters);
         number_ += lines;
     }
-    /// Of the line read last, counted from 1.
+    /// The number of the line read last, from 1.
     std::size_t Number() const { return number_; }
 
 private:

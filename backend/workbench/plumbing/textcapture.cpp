@@ -29,7 +29,7 @@ constexpr double kEvenSpacing = 0.01;     // [intervals] by which times may be o
 constexpr double kGap = 0.5;              // [intervals] by which a step has to be off to be a gap
 constexpr std::size_t kNameRows = 4;      // header lines before the data in which names and units are looked for
 constexpr std::size_t kNumberHeader = 8;  // most numbers that may stand before the samples as a header
-constexpr double kNoVoltage = 1e6;        // a number from here on, and so many times the others, is a rate
+constexpr double kNoVoltage = 1e6;        // a number from here on, and that many times the others, is a rate
 constexpr double kFarAbove = 1e3;
 constexpr std::size_t kLongestQuote = 60;  // characters of a line in a message
 constexpr std::size_t kMostNamed = 16;     // columns in a message
@@ -635,7 +635,7 @@ private:
     bool isNamed_ = false;
     bool isTimeNamed_ = false;
     std::size_t time_ = kNone;
-    std::size_t strangeTime_ = kNone;  // called time, in a unit that is none of time
+    std::size_t strangeTime_ = kNone;  // called time, in a unit that is not one of time
     std::size_t value_ = 0;
     std::vector<double> times_;
     std::array<std::size_t, kNumberHeader> headLines_{};  // where the first samples stand

@@ -10,7 +10,7 @@ namespace Tarnwick::DSO::Workbench {
 /// As asked for, or for 0 as many as there are processors.
 unsigned ThreadCount(unsigned asked);
 
-/// Calls work(k) for k = 0 to count - 1, once each and begun in this order, on so many threads; the calling one is among them.
+/// Calls work(k) for k = 0 to count - 1, once each and begun in this order, on this many threads, including the calling one.
 /// @param stop  asked before each call, on any thread but never twice at a time; true: nothing further is begun. May be empty
 /// What work throws ends the rest as `stop` does, and is thrown when all threads have ended.
 void RunOnThreads(std::size_t count, unsigned threads, const std::function<void(std::size_t)>& work,

@@ -48,7 +48,7 @@ const std::vector<Field<DeEmbeddingParameters>>& DeEmbeddingFields()
     return fields;
 }
 
-// The filter reads its file whenever it prepares, twice for one record. Of a chain it gets what the stage has read.
+// The filter reads its file whenever it prepares, twice for one record. In a chain it is given what the stage has read.
 class FilterOfReadFixture : public Filters::DeEmbeddingFilter {
 public:
     using DeEmbeddingFilter::DeEmbeddingFilter;

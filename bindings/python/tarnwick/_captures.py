@@ -189,7 +189,7 @@ def lock(samples: ArrayLike | Capture, *, coding: str = "", baud: float = 0.0, s
     loop_bandwidth : float
         Of the tracked clock [MHz]; 0: symbol rate / 1667.
     average : bool
-        Of whole periods their mean in place of them.
+        Of whole periods, their mean instead of all of them.
     sample_rate : float
         Of an array [GS/s].
     device : DeviceConfiguration, optional
@@ -246,7 +246,7 @@ def simulate(*, coding: str = "PAM4", prbs: int = 13, symbols: str = "", baud: f
     prbs : int
         Pattern: PRBS 7, 9, 11, 13, 15, 23 or 31.
     symbols : str
-        One digit a symbol, in place of the PRBS.
+        One digit a symbol, instead of the PRBS.
     baud, spu : float
         Symbol rate [GBd]; samples per UI, whole or not.
     repetitions : int
@@ -258,9 +258,9 @@ def simulate(*, coding: str = "PAM4", prbs: int = 13, symbols: str = "", baud: f
     loss : float
         Of the line at half the symbol rate [dB].
     length, first : int
-        Cut so many UI out of the pattern, from this one on, in place of whole repetitions.
+        Cut this many UI out of the pattern, from this one on, instead of whole repetitions.
     ppm : float
-        A UI takes so many samples more.
+        A UI takes this many more samples.
     averages : int
         Acquisitions averaged.
     band_limited : bool

@@ -100,7 +100,7 @@ def _restored(fields: dict[str, Any]) -> DeviceConfiguration:
 
 
 def given_by(config: DeviceConfiguration | Mapping[str, Any] | None) -> DeviceConfiguration:
-    """A configuration of its own from what a caller hands over."""
+    """A configuration of its own from what a caller passes in."""
     if config is None:
         return DeviceConfiguration()
     if isinstance(config, DeviceConfiguration):

@@ -155,7 +155,7 @@ def _restored(kind: type[Filter], config: DeviceConfiguration, fields: dict[str,
 
 
 def _without_folder(text: str, folder: tempfile.TemporaryDirectory[str] | None) -> str:
-    # An array is known by its field; where it lies meanwhile is nobody's business.
+    # An array is known by its field; where it is stored meanwhile does not concern the user.
     return text if folder is None else text.replace(folder.name + os.sep, "")
 
 

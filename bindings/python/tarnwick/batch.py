@@ -156,7 +156,7 @@ def _on_processes(settings: str, jobs: Sequence[Job], count: int) -> Generator[t
 
 
 def _on_cluster(settings: str, jobs: Sequence[Job], scheduler: str, patience: float) -> Generator[tuple[int, Cells], None, None]:
-    """The same on a Dask cluster. A scheduler that is started anew is given what has not come back."""
+    """The same on a Dask cluster. A scheduler that is restarted is given what has not come back."""
     distributed: Any = import_module("distributed")  # not for everybody, and without types
     missing = dict(enumerate(jobs))
     gone_since: Optional[float] = None

@@ -48,7 +48,7 @@ def compare(images, name, pictures, page):
             return f"{file} is not shown in the documents"
         share = difference((images / file).read_bytes(), png)
         if share > LARGEST_SHARE:
-            return f"{file} differs in {100 * share:.1f} % from what the notebook draws; script/pictures draws it anew"
+            return f"{file} differs in {100 * share:.1f} % from what the notebook draws; script/pictures redraws it"
     return None
 
 

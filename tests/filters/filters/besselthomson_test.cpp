@@ -194,8 +194,8 @@ TEST(BesselThomsonLifecycle, RebuildsTheKernelWhileDirtyAndHonoursItWhenClean)
     receiver.parameters.cutoffPercent = 40.0;
     EXPECT_TRUE(HaveSameBits(receiver.Apply(samples), expected));
     receiver.parameters.SetDirty();
-    Receiver anew(receiver.config, [](auto& parameters) { parameters.cutoffPercent = 40.0; });
-    EXPECT_TRUE(HaveSameBits(receiver.Apply(samples), anew.Apply(samples)));
+    Receiver second(receiver.config, [](auto& parameters) { parameters.cutoffPercent = 40.0; });
+    EXPECT_TRUE(HaveSameBits(receiver.Apply(samples), second.Apply(samples)));
 }
 
 TEST(BesselThomsonLifecycle, FiltersWithAHostsKernelWithoutAConfiguration)

@@ -232,7 +232,7 @@ TEST(DeEmbeddingFilter, ReadsTheFileAtEveryApply)
     (void)deembedder.folder.Write("fixture.s2p", FlatFile("-0.25"));  // without the dirty flag
     deembedder.parameters.conversionFlag = false;
     EXPECT_TRUE(AreNear(deembedder.Apply(Constant(1.0, 4065)), expected(-0.25), 1e-12));
-    // Sizes are taken anew only from dirty parameters.
+    // Sizes are taken again only from dirty parameters.
     deembedder.config.samplesPerUi = 8;
     deembedder.config.samplesPerPattern = 8 * 127;
     deembedder.Filter().Prepare();

@@ -446,7 +446,7 @@ TEST(FFEFilterAtSamplingPhase, KeepsCursorPolarityAndRepetitions)
     EXPECT_NEAR(error, thirds.filter->residualError, 1e-3 * error);
 }
 
-// Whatever stands in the ends that are ignored, no tap moves.
+// Whatever the ignored ends hold, no tap moves.
 TEST(FFEFilterIgnoredEnds, DecideNothing)
 {
     const std::string symbols = RandomSymbols(400, 4);

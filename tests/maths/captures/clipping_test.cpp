@@ -12,7 +12,7 @@ namespace Tarnwick::DSO::Maths {
 
 namespace {
 
-// A sine of amplitude 1 with noise of 0.02, as an instrument takes it with steps of so many volts, between its limits.
+// A sine of amplitude 1 with noise of 0.02, as an instrument takes it with steps of this many volts, between its limits.
 std::vector<double> Taken(double step, double low, double high)
 {
     std::vector<double> samples(20000);

@@ -153,7 +153,7 @@ TEST(SymbolAgreementOf, TellsWhereThePatternLies)
         const char* label;
         std::size_t first, count;
         bool inverted;
-        std::size_t every;  // one symbol in so many is wrong; 0: none
+        std::size_t every;  // one symbol in this many is wrong; 0: none
     } cases[] = {{"part of a period", 3000, 1000, false, 0},
                  {"more than two periods, upside down", 8000, 20000, true, 0},
                  {"one symbol in 50 wrong", 17, 8191, false, 50}};

@@ -261,7 +261,7 @@ TEST(CaptureEyes, AreExactBetweenStraightEdges)
                 const double walls = figures.position / row.samplesPerUi + 0.5 * (eye.leftUi + eye.rightUi);
                 const double middle = walls + (0.5 - row.rotation) / row.samplesPerUi;
                 EXPECT_NEAR(middle - std::floor(middle), 0.5, 0.02);
-                // Of several levels the edges cross a threshold at up to half of their rise from the boundary; at 13.5
+                // With several levels the edges cross a threshold at up to half of their rise from the boundary; at 13.5
                 // samples per UI they start and end on samples.
                 if (row.widthUi == 1.0)
                     EXPECT_NEAR(eye.widthUi, row.widthUi, 0.01);

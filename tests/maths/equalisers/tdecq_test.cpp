@@ -157,7 +157,7 @@ TEST(ReferenceSymbolsOf, PatternAndWaveformAgree)
             EXPECT_EQ(inverted->firstCentre, ofPattern->firstCentre);
         }
     }
-    // The pattern starts anew until the capture ends.
+    // The pattern starts again until the capture ends.
     EXPECT_EQ(LocatePattern(Tiled({0, 0, 1, 1}, 3), std::vector<int>{0, 1}, 2)->levels,
               (std::vector<int>{0, 1, 0, 1, 0, 1}));
     EXPECT_FALSE(LocatePattern(sent, std::vector<int>(11, 2), 3));

@@ -107,7 +107,7 @@ TEST(CircularLag, IsThatOfTheCaptureBehindTheReference)
             EXPECT_NEAR(found.value, sign * peak, 1e-12);  // rounding of a transform of 127 values
         }
     }
-    // Of equal peaks, here exact, the first behind lag 0.
+    // The first one after lag 0 of equal peaks, here exact.
     EXPECT_EQ(LargestCorrelation(std::vector<double>{1, 0, 1, 0}, std::vector<double>{1, 0, 1, 0}).lag, 2U);
 }
 

@@ -61,7 +61,7 @@ TEST(LevelPartitionOf, SplitsHalfWayBetweenTheMeans)
         EXPECT_TRUE(PartitionIntoLevels(high, 2)->IsOfOneLevel());
 }
 
-// Of s samples per UI that need not be whole, sample m holds symbol floor(m/s); beyond the pattern it starts anew.
+// Of s samples per UI that need not be whole, sample m holds symbol floor(m/s); beyond the pattern it starts again.
 TEST(IdealSignalOf, TakesFractionsOfASample)
 {
     const std::vector<int> levels{0, 1, 2};
@@ -71,7 +71,7 @@ TEST(IdealSignalOf, TakesFractionsOfASample)
 constexpr double kRate = 26.5625;  // [GBd]
 constexpr std::size_t kSamplesPerUi = 16;
 
-// Of a pattern behind a front end of `bandwidth` GHz.
+// A pattern after a front end of `bandwidth` GHz.
 std::vector<double> Capture(const std::vector<int>& levels, int levelCount, double bandwidth,
                             double samplesPerUi = kSamplesPerUi)
 {

@@ -82,8 +82,8 @@ TEST(SampledBesselThomson, IsTheResponseHermitianByPairs)
     }
 }
 
-// Of an even number of values the upper of the two in the middle is taken for the baseline: 5 here, the largest deviation
-// from which is that of 1.
+// With an even number of values the upper of the two in the middle is taken for the baseline: 5 here, from which 1 deviates
+// most.
 TEST(ChannelOnGrid, IsFreeOfItsMedianAndScaledByItsPeak)
 {
     const std::vector<double> table = {4.0, 8.0, 2.0, 6.0, 1.0, 5.0, 7.0, 3.0};
