@@ -1,6 +1,8 @@
 // What inner loops are compiled for beside plain code, and which of it this processor runs.
 #pragma once
 
+#include <initializer_list>
+
 #if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
 #define TARNWICK_HAS_X86_TARGETS 1
 #endif
