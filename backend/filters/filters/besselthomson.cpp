@@ -77,7 +77,7 @@ void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
         Refuse(kFilter, "samplesPerPattern", sizes.samplesPerPattern, "at least 2 samples");
     RequirePositive(kFilter, "sampleInterval", sizes.sampleInterval, "a finite positive time in seconds");
     RequirePositive(kFilter, "cutoffPercent", parameters.cutoffPercent, "a finite positive percentage");
-    RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
+    (void)SymbolRate(kFilter, config);
     RequireFinite(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
     constexpr double kFurthest = 1e12;  // its 16th power is far from what a double holds
     if (!(0.5 / sizes.sampleInterval <= kFurthest * CutoffOf(parameters)))

@@ -15,14 +15,12 @@
 #include "framework/plumbing/ownedarray.h"
 #include "maths/responses/ctle.h"
 #include "maths/responses/rounding.h"
-#include "maths/transforms/spectrum.h"
 
 namespace Tarnwick::DSO::Filters {
 
 using SystemFramework::OwnedArray;
 using SystemFramework::Refuse;
 using SystemFramework::RequireFinite;
-using SystemFramework::RequirePositive;
 using SystemFramework::SignalData;
 using SystemFramework::TextOf;
 using Complex = std::complex<double>;
@@ -31,12 +29,6 @@ namespace {
 
 constexpr const char* kFilter = "CTLEFilter";
 constexpr double kLargestCableGain = 20.0;  // [dB]
-
-double SymbolRate(const DeviceConfiguration& config)
-{
-    RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
-    return config.baudRateGBd * 1e9;
-}
 
 struct Input {
     const char* name;
@@ -88,37 +80,6 @@ void RequireOifInputs(const CTLEFilterParameters& parameters)
                                      {"pole2", &P::pole2},
                                      {"zero1", &P::zero1},
                                      {"zero2", &P::zero2}});
-}
-
-// The record's grid: the bins k = 0, 1, .. below N/2 stand at k times the spacing.
-struct Grid {
-    int length;      // N
-    double spacing;  // [Hz]
-};
-
-// Everything about the grid, checked before anything is computed or changed.
-Grid GridOf(const CTLEFilterParameters& parameters, double samplesPerUi)
-{
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, parameters);
-    const double symbolRate = SymbolRate(config);
-    RequirePositive(kFilter, "samplesPerUi", samplesPerUi, "a finite positive number of samples");
-    RequireFinite(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
-    const int length = CheckedProduct(kFilter, "patternRepeats * samplesPerUi * patternLengthUi", config.patternRepeats,
-                                      config.samplesPerUi, config.patternLengthUi);
-    const double sampleRate = 1.0 / ((1.0 / symbolRate) / samplesPerUi);
-    return {length, sampleRate / length};
-}
-
-// What all variants share: the grid, the mirrored half, the noise step and the inverse transform.
-template <typename Response>
-std::vector<double> ImpulseResponse(CTLEFilterParameters& parameters, const Grid& grid, const Response& response)
-{
-    const std::size_t half = grid.length > 0 ? (static_cast<std::size_t>(grid.length) + 1) / 2 : 0;
-    Maths::HermitianBins bins(half > 0 ? 2 * half - 1 : 0);
-    for (std::size_t k = 0; k < half; ++k)
-        bins.Set(k, response(grid.spacing * static_cast<double>(k)));
-    PreserveNoise(parameters, bins.Bins(), grid.spacing);
-    return bins.Inverse();
 }
 
 double RefreshedSamplesPerUi(const CTLEFilterParameters& parameters)
@@ -206,7 +167,7 @@ void CTLEFilter::GetCTLEFilterParams(CTLEFilterParameters* parameters)
     auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
     RequireGain(settings);
-    const auto design = Maths::DesignPeaking(SymbolRate(config), settings.gain);
+    const auto design = Maths::DesignPeaking(SymbolRate(kFilter, config), settings.gain);
     if (!design)
         Refuse(kFilter, "baudRateGBd", config.baudRateGBd,
                "a symbol rate at which a gain of " + TextOf(settings.gain) + " dB can be reached");
@@ -249,7 +210,7 @@ void CTLEFilter::PolesAndZerosChanged(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
     auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const double symbolRate = SymbolRate(ConfigurationOf(kFilter, settings));
+    const double symbolRate = SymbolRate(kFilter, ConfigurationOf(kFilter, settings));
     RequireFiniteInputs(settings,
                         {{"pole1", &P::pole1}, {"pole2", &P::pole2}, {"zero1", &P::zero1}, {"dcGain", &P::dcGain}});
     const double pole1 = settings.pole1 * Maths::kRadPerGHz;
@@ -268,7 +229,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
     auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const Grid grid = GridOf(settings, settings.samplesPerUi);
+    const ResponseGrid grid = ResponseGridOf(kFilter, settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"pole1", &P::pole1}, {"pole2", &P::pole2}});
     if (settings.type == CTLE_HDMI) {
         RequireFinite(kFilter, "peakingRatio", settings.peakingRatio, "a finite number");
@@ -287,15 +248,16 @@ std::vector<double> CTLEFilter::GetCTLEFilter_HDMI_2_0(CTLEFilterParameters* par
 {
     auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     RequireCableGain(settings);
-    const Grid grid = GridOf(settings, settings.samplesPerUi);
-    return ImpulseResponse(settings, grid, Maths::CableResponse(SymbolRate(*settings.GetConfig()), settings.gain));
+    const ResponseGrid grid = ResponseGridOf(kFilter, settings, settings.samplesPerUi);
+    return ImpulseResponse(settings, grid,
+                           Maths::CableResponse(SymbolRate(kFilter, *settings.GetConfig()), settings.gain));
 }
 
 std::vector<double> CTLEFilter::GetCTLEFilter_IEEE802_3bs(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
     auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const Grid grid = GridOf(settings, settings.samplesPerUi);
+    const ResponseGrid grid = ResponseGridOf(kFilter, settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"dcGain", &P::dcGain},
                                    {"pole1", &P::pole1},
                                    {"pole2", &P::pole2},
@@ -311,7 +273,7 @@ std::vector<double> CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4(CTLEFilte
 {
     using P = CTLEFilterParameters;
     auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const Grid grid = GridOf(settings, settings.samplesPerUi);
+    const ResponseGrid grid = ResponseGridOf(kFilter, settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"dcGain", &P::dcGain},
                                    {"dcGain2", &P::dcGain2},
                                    {"pole1", &P::pole1},
@@ -330,7 +292,7 @@ void CTLEFilter::Prepare(SignalData*)
     auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
     const Variant& variant = VariantOf(settings.type);
     const double samplesPerUi = RefreshedSamplesPerUi(settings);
-    const Grid grid = GridOf(settings, samplesPerUi);
+    const ResponseGrid grid = ResponseGridOf(kFilter, settings, samplesPerUi);
     if (settings.preserveNoise && grid.length < 0)
         Refuse(kFilter, "patternRepeats * samplesPerUi * patternLengthUi", grid.length, "0 or more samples");
     variant.check(settings);

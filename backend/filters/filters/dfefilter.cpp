@@ -32,7 +32,6 @@ using SystemFramework::NewArrayFrom;
 using SystemFramework::OwnedArray;
 using SystemFramework::Refuse;
 using SystemFramework::RequireFinite;
-using SystemFramework::RequirePositive;
 using SystemFramework::SignalData;
 using SystemFramework::SymbolMapOf;
 using SystemFramework::TextOf;
@@ -99,7 +98,7 @@ private:
 // What is read with or without a search. Automatic taps are checked once they have been found.
 void RequireUsable(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
-    RequirePositive(kFilter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
+    (void)SymbolRate(kFilter, config);
     RequireFinite(kFilter, "samplingDelayPs", parameters.samplingDelayPs, "a finite time in picoseconds");
     RequireTapCount(kFilter, parameters.numberOfTaps);
     if (parameters.numberOfTaps > 0)

@@ -156,7 +156,7 @@ std::vector<double> SircFilter::Generated(const SircFilterParameters& parameters
     const auto reference = hasReference ? TableFrom(*settings.channelReference) : Maths::MeasuredResponse{};
 
     const DeviceConfiguration* const config = &ConfigurationOf(kFilter, parameters);
-    RequirePositive(kFilter, "baudRateGBd", config->baudRateGBd, "a finite positive symbol rate");
+    const double symbolRate = SymbolRate(kFilter, *config);
     RequirePositive(kFilter, "uiSamples", settings.uiSamples, "a finite positive number of samples");
     RequirePositive(kFilter, "referenceCutoffPercent", parameters.referenceCutoffPercent,
                     "a finite positive percentage of the symbol rate");
@@ -176,7 +176,6 @@ std::vector<double> SircFilter::Generated(const SircFilterParameters& parameters
     if (taps < 1)
         Refuse(kFilter, samples, taps, "at least 1 sample");
 
-    const double symbolRate = config->baudRateGBd * 1e9;
     // The correction is worked out at every sample of the grid's span, however short the pattern is.
     constexpr double kMostSamples = 1e6;  // ten femtoseconds apart on the grid of 10 ns
     const double spanned = length / (generationBandwidth * generationParam2) * settings.uiSamples * symbolRate;

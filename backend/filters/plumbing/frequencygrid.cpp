@@ -1,5 +1,6 @@
 #include "filters/plumbing/frequencygrid.h"
 
+#include "filters/plumbing/settings.h"
 #include "filters/plumbing/timebase.h"
 #include "framework/plumbing/error.h"
 #include "maths/responses/noisepreservation.h"
@@ -8,6 +9,8 @@ namespace Tarnwick::DSO::Filters {
 
 using SystemFramework::OwnedArray;
 using SystemFramework::Refuse;
+using SystemFramework::RequireFinite;
+using SystemFramework::RequirePositive;
 
 int RecordLength(const char* filter, const DeviceConfiguration& config)
 {
@@ -27,6 +30,19 @@ OwnedArray RecordFrequencyGrid(const char* filter, const DeviceConfiguration& co
     for (int k = 0; k < count; ++k)
         grid[k] = k * sampleRate / count;
     return grid;
+}
+
+ResponseGrid ResponseGridOf(const char* filter, const SystemFramework::BaseFilterParameters& parameters,
+                            double samplesPerUi)
+{
+    const DeviceConfiguration& config = ConfigurationOf(filter, parameters);
+    const double symbolRate = SymbolRate(filter, config);
+    RequirePositive(filter, "samplesPerUi", samplesPerUi, "a finite positive number of samples");
+    RequireFinite(filter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
+    const int length = CheckedProduct(filter, "patternRepeats * samplesPerUi * patternLengthUi", config.patternRepeats,
+                                      config.samplesPerUi, config.patternLengthUi);
+    const double sampleRate = 1.0 / ((1.0 / symbolRate) / samplesPerUi);
+    return {length, sampleRate / length};
 }
 
 void PreserveNoise(SystemFramework::BaseFilterParameters& parameters, std::span<std::complex<double>> bins,

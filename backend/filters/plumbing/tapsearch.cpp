@@ -269,7 +269,7 @@ void EqualiserSettings::Require(const char* filter, const DeviceConfiguration& c
     const TapGrid kernelGrid = KernelGrid(grid.samplesPerUi);
     const auto& [samplesPerUi, tapsPerUi, numberOfTaps] = kernelGrid;
     phase.Require(filter, useTdecqEqualizer);
-    RequirePositive(filter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
+    (void)SymbolRate(filter, config);
     kernelGrid.Require(filter);
     if (!manualTaps) {
         kernelGrid.RequireFit(filter, config.patternLengthUi, mainCursorPosition);

@@ -44,6 +44,12 @@ int SamplesPerPattern(const char* filter, const DeviceConfiguration& config)
     return CheckedProduct(filter, "samplesPerUi * patternLengthUi", config.samplesPerUi, config.patternLengthUi);
 }
 
+double SymbolRate(const char* filter, const DeviceConfiguration& config)
+{
+    SystemFramework::RequirePositive(filter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
+    return config.baudRateGBd * 1e9;
+}
+
 double RealSamplesPerUi(const DeviceConfiguration& config)
 {
     return config.useFractionalSampling ? config.uiDuration / config.sampleSpacing : config.samplesPerUi;
@@ -118,8 +124,7 @@ int WorkingLength(const char* filter, const DeviceConfiguration& config, int sam
 
 void RequireSampleInterval(const char* filter, const DeviceConfiguration& config, int samplesPerPattern)
 {
-    if (!std::isfinite(config.baudRateGBd) || config.baudRateGBd <= 0.0)
-        Refuse(filter, "baudRateGBd", config.baudRateGBd, "a finite positive symbol rate");
+    (void)SymbolRate(filter, config);
     if (config.patternLengthUi <= 0)
         Refuse(filter, "patternLengthUi", config.patternLengthUi, "at least 1 UI");
     const int samplesPerUi = samplesPerPattern / config.patternLengthUi;

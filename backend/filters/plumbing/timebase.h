@@ -20,6 +20,10 @@ int Truncated(const char* filter, const char* what, double value);
 /// @throws std::invalid_argument  the value is not finite or does not fit 32 bits
 int SamplesPerPattern(const char* filter, const DeviceConfiguration& config);
 
+/// [Hz]
+/// @throws std::invalid_argument  it is not finite and positive
+double SymbolRate(const char* filter, const DeviceConfiguration& config);
+
 /// Samples per UI as a real number: uiDuration / sampleSpacing or samplesPerUi.
 double RealSamplesPerUi(const DeviceConfiguration& config);
 
