@@ -8,7 +8,7 @@
 
 namespace Tarnwick::DSO::Workbench {
 
-/// A table of figures, a line a filter and one for the whole; then a line for each corrected channel.
+/// A table of figures, one line per filter and one for the whole; then a line for each corrected channel.
 TARNWICK_WORKBENCH_API std::string ResponseAsText(const ChainResponse& response);
 
 /// {"symbolRateGBd", "samplesPerUi", "samples", "filters": [figures], "whole": figures, "leftOut": [labels]}, indented by two.

@@ -29,7 +29,7 @@ py::tuple NetworkTuple(const std::string& path)
         throw DataFailure(path + ": " + Printable(file.Report().plainFailure));
     Network& network = file.network;
     if (network.frequency.empty())
-        throw DataFailure(path + ": has no data; expected a line a frequency");
+        throw DataFailure(path + ": has no data; expected one line per frequency");
     const std::size_t points = network.frequency.size();
     const std::string reference = file.options ? file.options->reference : "50";
     return py::make_tuple(Adopt(std::move(network.frequency)),

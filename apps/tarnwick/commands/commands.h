@@ -1,4 +1,4 @@
-// The commands of the program: one table, from which the program and its help are made; a file a command.
+// The commands of the program: one table, from which the program and its help are made; one file per command.
 #pragma once
 
 #include <span>

@@ -8,7 +8,7 @@
 
 namespace Tarnwick::App {
 
-/// Magnitude, group delay and impulse response one above the other, a line a filter and a thick one for the whole, as a
+/// Magnitude, group delay and impulse response one above the other, one line per filter and a thick one for the whole, as a
 /// PNG file.
 /// @throws DataFailure  gnuplot is missing or fails; the file is complete or absent
 void DrawResponse(const std::filesystem::path& path, const DSO::Workbench::ChainResponse& response,
