@@ -362,26 +362,37 @@ inline void ScreenPhases(const PhaseScreen& screen, const double* x, std::size_t
     }
 }
 
-inline void AddStretches(const double* const* stretches, std::size_t count, std::size_t width, double* sum)
+// sum[k] += stretches[i][k], so many packs at a time that their sums need not wait for each other.
+template <std::size_t Packs>
+inline std::size_t AddPacks(const double* const* stretches, std::size_t count, std::size_t first, std::size_t width,
+                            double* sum)
 {
-    std::size_t k = 0;
-    for (; k + kLine <= width; k += kLine) {
-        Pack sums[kPacksPerLine];
+    std::size_t k = first;
+    for (; k + Packs * kPack <= width; k += Packs * kPack) {
+        Pack sums[Packs];
         TARNWICK_UNROLL
-        for (std::size_t part = 0; part < kPacksPerLine; ++part)
+        for (std::size_t part = 0; part < Packs; ++part)
             Load(sum + k + part * kPack, sums[part]);
         for (std::size_t i = 0; i < count; ++i) {
             TARNWICK_UNROLL
-            for (std::size_t part = 0; part < kPacksPerLine; ++part) {
+            for (std::size_t part = 0; part < Packs; ++part) {
                 Pack some;
                 Load(stretches[i] + k + part * kPack, some);
                 sums[part] = sums[part] + some;
             }
         }
         TARNWICK_UNROLL
-        for (std::size_t part = 0; part < kPacksPerLine; ++part)
+        for (std::size_t part = 0; part < Packs; ++part)
             Store(sums[part], sum + k + part * kPack);
     }
+    return k;
+}
+
+inline void AddStretches(const double* const* stretches, std::size_t count, std::size_t width, double* sum)
+{
+    constexpr std::size_t kTogether = 8;
+    std::size_t k = AddPacks<kTogether>(stretches, count, 0, width, sum);
+    k = AddPacks<1>(stretches, count, k, width, sum);
     for (; k < width; ++k)
         for (std::size_t i = 0; i < count; ++i)
             sum[k] += stretches[i][k];
