@@ -32,6 +32,8 @@ constexpr std::size_t kGuard = 64;
 // [a UI] at least of the squared derivative where a clock is demodulated: all that the line is made of lies within twice the
 // symbol rate, and its square within four times.
 constexpr double kValuesPerUi = 8.0;
+// [samples] of the squared derivative in which slow clocks are searched again.
+constexpr double kSlowerSpacings[] = {1.0, 2.0, 4.0, 8.0};
 constexpr double kPassedWhole = 0.75;  // of the band of the derivative that is kept; above, it is faded out
 
 constexpr std::size_t kMostSearched = 262144;  // [samples] 30 ppm of resolution at 8 samples per UI
@@ -355,14 +357,14 @@ LineSpectrum Thinned(std::span<const double> scores, std::size_t first, std::siz
 
 Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch& search)
 {
-    const std::size_t count = 2 * stretch.count;
+    const std::size_t count = derivative.ValuesOf(stretch.count);
     const std::size_t length = FastEvenLength(count);
     AlignedBuffer<double> values(length);
     Line line;
     line.searched = stretch;
     double sum = 0.0;
     ForBlocks(derivative, stretch, [&](std::span<const double> squared, Stretch block) {
-        std::copy(squared.begin(), squared.end(), values.Data() + 2 * (block.first - stretch.first));
+        std::copy(squared.begin(), squared.end(), values.Data() + derivative.ValuesOf(block.first - stretch.first));
         sum = std::accumulate(squared.begin(), squared.end(), sum);
     });
     line.meanSquare = sum / static_cast<double>(count);
@@ -376,8 +378,8 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
     AlignedBuffer<Complex> bins(length / 2 + 1);
     RealTransform::Of(length)->Forward(values.Data(), bins.Data());
 
-    // Bin k is k cycles in length / 2 samples.
-    const double binsPerCycle = static_cast<double>(length) / 2.0;
+    // Bin k is k cycles in so many samples.
+    const double binsPerCycle = static_cast<double>(length) * derivative.Spacing();
     const double padding = static_cast<double>(length) / static_cast<double>(count);
     const double lowest = std::max(binsPerCycle / search.mostSamplesPerUi, kFewestUi * padding);
     const auto first = static_cast<std::size_t>(std::ceil(lowest));
@@ -837,6 +839,24 @@ Line FindLineInRecord(SquaredDerivative& derivative, const ClockSearch& search)
     return line;
 }
 
+/// In all of the record's bandwidth. Where nothing is found there, slower clocks once more without the noise of all that lies
+/// far above them.
+Line FindLineInRecord(const ScaledRecord& record, SquaredDerivative& derivative, const ClockSearch& search)
+{
+    Line line = FindLineInRecord(derivative, search);
+    for (const double spacing : kSlowerSpacings) {
+        ClockSearch slower = search;
+        slower.fewestSamplesPerUi = std::max(search.fewestSamplesPerUi, kValuesPerUi * spacing);
+        if (line.score >= kLeastClockScore || slower.fewestSamplesPerUi > slower.mostSamplesPerUi)
+            break;
+        SquaredDerivative narrower(record, spacing);
+        Line other = FindLineInRecord(narrower, slower);
+        if (other.score >= kLeastClockScore)
+            line = std::move(other);
+    }
+    return line;
+}
+
 /// The clock of a line that has been found and demodulated.
 RecoveredClock Refined(Demodulated demodulated, const Line& line, const ClockSearch& search)
 {
@@ -913,7 +933,7 @@ CheckedClock CheckClock(std::span<const double> samples, double samplesPerUi, co
     SquaredDerivative searched(record);
     for (const ClockSearch& tried : searches) {
         search = &tried;
-        line = FindLineInRecord(searched, tried);
+        line = FindLineInRecord(record, searched, tried);
         if (line.score >= kLeastClockScore)
             break;
     }

@@ -87,6 +87,8 @@ struct RecoveredClock {
 /// record by demodulation: slopes of the phases of 8, 16 and 32 Hann-windowed blocks, of at least 16 UI where there are more
 /// than 8. Of records of 8 samples a UI
 /// and more what lies below 1.5 times the symbol rate is demodulated as it is, and nothing above four times. Where the clock moves by more than 0.1 UI rms, phases of short steps take the blocks' place.
+/// Where no line is found, clocks of 8, 16, 32 and 64 samples per UI and more are searched once more in a derivative that is
+/// low-passed at a quarter of its own rate, 8 values for such a UI: noise far above a slow clock would hide it.
 /// @param samples  of any number; fewer than 128 and constant ones have no clock, and no line of fewer than 16 UI in the
 ///                 part that is searched is looked at
 /// @param statistics  of the samples, where they are known; null: they are found in one more pass
