@@ -7,6 +7,7 @@
 #include "maths/captures/errorratio.h"
 #include "maths/captures/eyes.h"
 #include "maths/captures/resampling.h"
+#include "workbench/plumbing/checkedeyes.h"
 #include "workbench/statistics.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -104,6 +105,11 @@ std::optional<double> ExtinctionRatioDb(const EyeReport& report)
 
 EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settings)
 {
+    return MeasureEyes(samples, settings, AreFinite(samples));
+}
+
+EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settings, bool areFinite)
+{
     EyeReport report;
     report.valid =
         settings.circular ? ValidPart{0, samples.size()} : settings.valid.value_or(ValidPart{0, samples.size()});
@@ -116,7 +122,7 @@ EyeReport MeasureEyes(std::span<const double> samples, const EyeSettings& settin
                                   report.valid.first,
                                   report.valid.count,
                                   settings.circular ? Maths::Wrapping::Circular : Maths::Wrapping::None};
-    if (samples.empty() || record.UiCount() < static_cast<std::size_t>(settings.levelCount) || !AreFinite(samples))
+    if (samples.empty() || record.UiCount() < static_cast<std::size_t>(settings.levelCount) || !areFinite)
         return report;
 
     std::optional<Maths::AlignedSymbols> symbols = LocateSymbols(record, settings.pattern);

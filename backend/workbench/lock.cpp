@@ -32,7 +32,8 @@ constexpr double kMovingUi = 0.05;        // rms; blocks of a clean record stay 
 struct State {
     const CaptureFacts& facts;
     const std::string& name;
-    std::vector<double>* given;  // the capture's samples where they may be taken
+    Maths::SampleStatistics statistics;  // of the capture
+    std::vector<double>* given;          // the capture's samples where they may be taken
     LockedCapture locked;
     std::size_t samplesPerUi = 0;  // of the record
     Maths::CodingDecision decision;
@@ -42,7 +43,7 @@ struct State {
     std::size_t UiCount() const { return locked.samples.size() / samplesPerUi; }
 };
 
-void RequireUsable(std::span<const double> samples, const SampleStatistics& statistics, const std::string& name)
+void RequireUsable(std::span<const double> samples, const Maths::SampleStatistics& statistics, const std::string& name)
 {
     // Of finite squares all samples are finite.
     if (!std::isfinite(statistics.rms) && !AreFinite(samples)) {
@@ -57,7 +58,7 @@ void RequireUsable(std::span<const double> samples, const SampleStatistics& stat
 
 // Samples that pile up at the ends of the range, as a converter's that is overdriven. Held levels do too, but then they are
 // most of the record.
-void WarnOfClipping(std::span<const double> samples, const SampleStatistics& statistics, State& state)
+void WarnOfClipping(std::span<const double> samples, const Maths::SampleStatistics& statistics, State& state)
 {
     constexpr double kNear = 0.02;  // of the range
     constexpr double kLeastShare = 5e-4;
@@ -149,7 +150,7 @@ Maths::RecoveredClock CheckedRate(std::span<const double> samples, double given,
     Maths::ClockSearch anywhere;
     search.keepSpectrum = anywhere.keepSpectrum = true;
     const Maths::ClockSearch searches[] = {search, anywhere};
-    Maths::CheckedClock clocks = Maths::CheckClock(samples, given, ofRate, searches);
+    Maths::CheckedClock clocks = Maths::CheckClock(samples, given, ofRate, searches, &state.statistics);
     const Maths::RecoveredClock& found = clocks.found;
     TakeSpectrum(found.spectrum, state.Report());
     state.Report().clockScore = found.score;
@@ -194,7 +195,7 @@ void LockClock(const Waveform& capture, State& state)
                     ? std::optional(static_cast<std::size_t>(given))
                     : Maths::WholeSamplesPerUi(given, samples.size());
     } else {
-        clock = Maths::RecoverClock(samples, search);
+        clock = Maths::RecoverClock(samples, search, &state.statistics);
         report.clockScore = clock.score;
         TakeSpectrum(clock.spectrum, report);
         if (!clock.found && clock.score == 0.0)
@@ -258,7 +259,8 @@ std::vector<double> WidestLevels(const State& state)
     const std::size_t samplesPerUi = state.samplesPerUi;
     // In one pass over the samples, of a UI about the phase at a time.
     std::vector<double> sums(levels * samplesPerUi, 0.0);
-    std::vector<double> counts(levels * samplesPerUi, 0.0);
+    std::vector<double> counts(levels * samplesPerUi, 0.0);  // of UI that the record holds in part
+    std::vector<std::size_t> wholeUi(levels, 0);
     auto begin = static_cast<long long>(decision.phase) - static_cast<long long>(samplesPerUi / 2);
     for (const int symbol : decision.symbols) {
         const std::size_t first = begin < 0 ? static_cast<std::size_t>(-begin) : 0;
@@ -266,11 +268,13 @@ std::vector<double> WidestLevels(const State& state)
                                                                          0, static_cast<long long>(samplesPerUi)));
         double* const sum = sums.data() + static_cast<std::size_t>(symbol) * samplesPerUi;
         double* const count = counts.data() + static_cast<std::size_t>(symbol) * samplesPerUi;
-        const auto from = static_cast<std::size_t>(begin + static_cast<long long>(first));
-        for (std::size_t k = first; k < left; ++k) {
-            sum[k] += samples[from + (k - first)];
-            count[k] += 1.0;
-        }
+        const double* const sample = samples.data() + (begin + static_cast<long long>(first));
+        for (std::size_t k = first; k < left; ++k)
+            sum[k] += sample[k - first];
+        if (left - first == samplesPerUi)
+            ++wholeUi[static_cast<std::size_t>(symbol)];
+        else
+            std::for_each(count + first, count + std::max(first, left), [](double& value) { value += 1.0; });
         begin += static_cast<long long>(samplesPerUi);
     }
     std::vector<double> widest;
@@ -279,8 +283,9 @@ std::vector<double> WidestLevels(const State& state)
         bool hasAll = true;
         for (std::size_t level = 0; level < levels; ++level) {
             const std::size_t at = level * samplesPerUi + k;
-            hasAll = hasAll && counts[at] > 0.0;
-            means[level] = sums[at] / counts[at];
+            const double count = counts[at] + static_cast<double>(wholeUi[level]);
+            hasAll = hasAll && count > 0.0;
+            means[level] = sums[at] / count;
         }
         if (!hasAll)
             continue;
@@ -454,11 +459,12 @@ void Average(State& state)
 LockedCapture LockRecord(const Waveform& capture, std::vector<double>* given, const CaptureFacts& facts,
                          const std::string& name)
 {
-    const SampleStatistics statistics = capture.samples.empty() ? SampleStatistics{} : StatisticsOf(capture.samples);
+    const Maths::SampleStatistics statistics =
+        capture.samples.empty() ? Maths::SampleStatistics{} : Maths::StatisticsOf(capture.samples);
     RequireUsable(capture.samples, statistics, name);
     if (!capture.gap.empty())
         throw DataFailure(capture.gap + "; expected a record without a gap, or its sample rate");
-    State state{facts, name, given, {}, 0, {}};
+    State state{facts, name, statistics, given, {}, 0, {}};
     const std::size_t count = capture.samples.size();
     WarnOfClipping(capture.samples, statistics, state);
     LockClock(capture, state);

@@ -16,6 +16,7 @@
 #include "maths/captures/recordseam.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
+#include "workbench/plumbing/checkedeyes.h"
 #include "workbench/plumbing/eyejson.h"
 #include "workbench/plumbing/jsontext.h"
 #include "workbench/statistics.h"
@@ -96,7 +97,9 @@ StageReport Describe(const std::string& name, const PassingRecord& record, EyeSe
     if (eyes.levelCount > 1 && eyes.samplesPerUi >= 1.0) {
         eyes.valid = report.eye.valid;
         eyes.withBathtub = withBathtub;
-        report.eye = MeasureEyes(record.samples, eyes);
+        // Of finite squares all samples are finite. The ends that are not valid do not count among them.
+        const bool areFinite = (eyes.circular && std::isfinite(statistics.rms)) || AreFinite(record.samples);
+        report.eye = MeasureEyes(record.samples, eyes, areFinite);
     }
     report.seconds = seconds;
     return report;

@@ -18,6 +18,7 @@
 #include <fmt/format.h>
 
 #include "framework/filenames.h"
+#include "maths/transforms/largepages.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/gunzip.h"
 #include "workbench/plumbing/textcapture.h"
@@ -158,13 +159,15 @@ std::optional<Waveform> ReadNpyInPlace(const fs::path& path)
     if (data.itemSize != sizeof(double) || data.swap)
         return std::nullopt;
     Waveform waveform;
-    waveform.samples.resize(data.count);
+    waveform.samples.reserve(data.count);
+    Maths::PreferLargePages(waveform.samples.data(), data.count * sizeof(double));
     file.seekg(static_cast<std::streamoff>(data.begin));
-    // Looked at piece by piece, while they are in the cache.
+    // Made, read and looked at piece by piece, while they are in the cache.
     constexpr std::size_t kPiece = std::size_t{1} << 15U;  // [samples]
     bool areFinite = true;
     for (std::size_t begin = 0; begin < data.count; begin += kPiece) {
-        const auto piece = std::span(waveform.samples).subspan(begin, std::min(kPiece, data.count - begin));
+        waveform.samples.resize(begin + std::min(kPiece, data.count - begin));
+        const auto piece = std::span(waveform.samples).subspan(begin);
         if (!file.read(reinterpret_cast<char*>(piece.data()), static_cast<std::streamsize>(piece.size_bytes())))
             return std::nullopt;
         areFinite = areFinite && AreFinite(piece);

@@ -9,6 +9,8 @@
 #include <span>
 #include <type_traits>
 
+#include "maths/transforms/largepages.h"
+
 namespace Tarnwick::DSO::SystemFramework {
 
 struct BoundaryRelease {
@@ -27,7 +29,9 @@ OwnedArrayOf<Value> NewArray(std::size_t count)
     static_assert(std::is_trivially_destructible_v<Value>);
     if (count > static_cast<std::size_t>(-1) / sizeof(Value))
         throw std::bad_array_new_length();
-    return OwnedArrayOf<Value>(static_cast<Value*>(::operator new(count * sizeof(Value))));
+    void* const block = ::operator new(count * sizeof(Value));
+    Maths::PreferLargePages(block, count * sizeof(Value));
+    return OwnedArrayOf<Value>(static_cast<Value*>(block));
 }
 
 /// A raw result that several objects share: released with the last of them. Null for null, without an allocation.

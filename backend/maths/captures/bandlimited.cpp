@@ -131,7 +131,7 @@ void BandLimitedPhases::Read(const double* samples, std::size_t samplesPerUi, st
 PhaseScreening::PhaseScreening(const BandLimitedPhases& phases, std::span<const double> samples)
     : phases_(&phases), weights_(phases.sampleCount_ * Pitch())
 {
-    constexpr double kLeftOut = 0.002;  // sum of the magnitudes of weights, of 1
+    constexpr double kLeftOut = 0.005;  // sum of the magnitudes of weights, of 1
     constexpr std::size_t kNarrow = BandLimitedPhases::kLine;
     const std::size_t count = phases.sampleCount_;
     std::fill_n(weights_.Data(), count * Pitch(), 0.0F);

@@ -14,6 +14,7 @@
 #include "maths/patterns/periodicrecord.h"
 #include "maths/transforms/factors.h"
 #include "maths/transforms/fft.h"
+#include "maths/transforms/roots.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -28,6 +29,12 @@ constexpr double kFewestUi = 16.0;
 constexpr std::size_t kMostBlock = 8192;
 // [samples] at either end of a block, over which it is faded in: its seam reaches no further.
 constexpr std::size_t kGuard = 64;
+// [a UI] at least of the squared derivative where a clock is demodulated: all that the line is made of lies within twice the
+// symbol rate, and its square within four times.
+constexpr double kValuesPerUi = 8.0;
+// [samples] of the squared derivative in which slow clocks are searched again.
+constexpr double kSlowerSpacings[] = {1.0, 2.0, 4.0, 8.0};
+constexpr double kPassedWhole = 0.75;  // of the band of the derivative that is kept; above, it is faded out
 
 constexpr std::size_t kMostSearched = 262144;  // [samples] 30 ppm of resolution at 8 samples per UI
 constexpr std::size_t kFewestSearched = 1024;  // [samples] where a repeated pattern is cut short
@@ -70,70 +77,109 @@ void Check(bool holds, const std::string& field, double value, const char* expec
                                     expected);
 }
 
-double Hann(std::size_t i, std::size_t count)
-{
-    return 0.5 - 0.5 * std::cos(kTwoPi * (static_cast<double>(i) + 0.5) / static_cast<double>(count));
-}
-
 Complex Phasor(double turns)
 {
     return std::polar(1.0, kTwoPi * (turns - std::floor(turns)));
 }
 
-/// The squared derivative of a record less its mean and over its largest value, block by block.
+/// Phasor(first + k step) for k = 0, 1, 2, ..., one after the other, each within 1e-14.
+class Phasors {
+public:
+    Phasors(double first, double step) : first_(first), perValue_(step), step_(Phasor(step)) {}
+    Complex Next()
+    {
+        constexpr std::size_t kRenewed = 32;  // values, after which rounding errors are left behind
+        value_ =
+            count_ % kRenewed == 0 ? Phasor(first_ + perValue_ * static_cast<double>(count_)) : Product(value_, step_);
+        ++count_;
+        return value_;
+    }
+
+private:
+    double first_;
+    double perValue_;
+    Complex step_;
+    Complex value_;
+    std::size_t count_ = 0;
+};
+
+/// A record, and what brings it to a mean of 0 and a range of 1.
+struct ScaledRecord {
+    std::span<const double> samples;
+    double mean = 0.0;
+    double scale = 0.0;  // 0 where there is nothing to differentiate
+
+    ScaledRecord(std::span<const double> record, const SampleStatistics& statistics)
+        : samples(record), mean(statistics.mean)
+    {
+        const double ofRange = 1.0 / (statistics.high - statistics.low);
+        // What is not a number may hide from the comparisons, but not from the mean.
+        if (std::isfinite(ofRange) && std::isfinite(mean))
+            scale = ofRange;
+    }
+};
+
+/// The spacing [samples] of a line's values that is demodulated from a record.
+std::size_t SpacingIn(std::size_t sampleCount)
+{
+    return std::clamp<std::size_t>(std::bit_floor(sampleCount / kFewestValues), 1, kMostSpacing);
+}
+
+/// The squared derivative of a record, block by block, two values a sample or fewer.
 class SquaredDerivative {
 public:
-    explicit SquaredDerivative(std::span<const double> samples)
-        : samples_(samples),
-          blockLength_(std::min(kMostBlock, std::bit_ceil(samples.size() + 2 * kGuard))),
+    /// @param spacing  [samples] of the values, a power of 2 up to kMostSpacing / 2: 1/2, which keeps all that the record
+    ///                 has, or more, which keeps what lies below 1/(4 spacing) of the sample rate
+    explicit SquaredDerivative(const ScaledRecord& record, double spacing = 0.5)
+        : record_(record),
+          spacing_(spacing),
+          blockLength_(std::min(kMostBlock, std::bit_ceil(record.samples.size() + 2 * kGuard))),
           forward_(RealTransform::Of(blockLength_)),
-          inverse_(RealTransform::Of(2 * blockLength_)),
+          inverse_(RealTransform::Of(ValuesOf(blockLength_))),
           bins_(blockLength_ + 1),
           values_(2 * blockLength_)
     {
-        // In one pass: the sum, whose additions wait for each other, takes the time.
-        double sum = 0.0;
-        double low = samples.front();
-        double high = samples.front();
-        for (const double sample : samples) {
-            sum += sample;
-            low = sample < low ? sample : low;
-            high = sample > high ? sample : high;
-        }
-        mean_ = sum / static_cast<double>(samples.size());
-        const double scale = 1.0 / (high - low);
-        // What is not a number may hide from the comparisons, but not from the mean.
-        if (std::isfinite(scale) && std::isfinite(mean_))
-            scale_ = scale;
         for (std::size_t i = 0; i < kGuard; ++i)
             fade_[i] = 0.5 - 0.5 * std::cos(std::numbers::pi * (static_cast<double>(i) + 0.5) / kGuard);
         const double middle = 0.5 * static_cast<double>(kGuard - 1);
         for (std::size_t i = 0; i < blockLength_; ++i)
             ramp_.push_back(static_cast<double>(i) - middle);
         const double ofInverse = 1.0 / static_cast<double>(blockLength_);
-        for (std::size_t k = 0; k < blockLength_ / 2; ++k)
+        const std::size_t kept = ValuesOf(blockLength_) / 4;
+        for (std::size_t k = 0; k < kept; ++k)
             factors_.push_back(ofInverse * std::numbers::pi * static_cast<double>(2 * k) /
                                static_cast<double>(blockLength_));
+        if (kept == blockLength_ / 2)
+            return;
+        const auto whole = static_cast<std::size_t>(kPassedWhole * static_cast<double>(kept));
+        for (std::size_t k = whole; k < kept; ++k)
+            factors_[k] *= 0.5 + 0.5 * std::cos(std::numbers::pi * static_cast<double>(k - whole) /
+                                                static_cast<double>(kept - whole));
     }
 
-    /// Whether there is anything to differentiate.
-    bool IsFlat() const { return scale_ == 0.0; }
     std::size_t BlockLength() const { return blockLength_ - 2 * kGuard; }
-    std::size_t SampleCount() const { return samples_.size(); }
+    std::size_t SampleCount() const { return record_.samples.size(); }
+    double Spacing() const { return spacing_; }
+    std::size_t ValuesOf(std::size_t samples) const
+    {
+        return static_cast<std::size_t>(static_cast<double>(samples) / spacing_);
+    }
 
-    /// The values at first, first + 1/2, first + 1, ...: two for each of `count` samples, which the next call replaces.
+    /// The values at first, first + spacing, first + 2 spacing, ... for `count` samples, which the next call replaces.
     std::span<const double> Block(std::size_t first, std::size_t count)
     {
         double* const values = values_.Data();
         const auto begin = static_cast<std::ptrdiff_t>(first) - static_cast<std::ptrdiff_t>(kGuard);
         const std::size_t used = count + 2 * kGuard;
-        if (first >= kGuard && first + count + kGuard <= samples_.size()) {
-            const double* const from = samples_.data() + begin;
+        const double mean = record_.mean;
+        const double scale = record_.scale;
+        if (first >= kGuard && first + count + kGuard <= record_.samples.size()) {
+            const double* const from = record_.samples.data() + begin;
             for (std::size_t i = 0; i < used; ++i)
-                values[i] = scale_ * (from[i] - mean_);
+                values[i] = scale * (from[i] - mean);
         } else {
             for (std::size_t i = 0; i < used; ++i)
-                values[i] = scale_ * (Continued(begin + static_cast<std::ptrdiff_t>(i)) - mean_);
+                values[i] = scale * (Continued(begin + static_cast<std::ptrdiff_t>(i)) - mean);
         }
         // The trend is removed and its slope added back: windowed with the rest, it would drown what is small.
         const double left = Mean({values, kGuard});
@@ -151,11 +197,12 @@ public:
         Complex* const bins = bins_.Data();
         forward_->Forward(values, bins);
         const double* const factors = factors_.data();
-        for (std::size_t k = 0; k < blockLength_ / 2; ++k)
+        const std::size_t kept = factors_.size();
+        for (std::size_t k = 0; k < kept; ++k)
             bins[k] = {-factors[k] * bins[k].imag(), factors[k] * bins[k].real()};
-        std::fill(bins + blockLength_ / 2, bins + blockLength_ + 1, Complex{});
+        std::fill(bins + kept, bins + 2 * kept + 1, Complex{});
         inverse_->Inverse(bins, values);
-        const std::span<double> squared(values + 2 * kGuard, 2 * count);
+        const std::span<double> squared(values + ValuesOf(kGuard), ValuesOf(count));
         for (double& value : squared)
             value = (value + slope) * (value + slope);
         return squared;
@@ -165,17 +212,17 @@ private:
     /// Beyond an end the record goes on turned about it, so that its slope does.
     double Continued(std::ptrdiff_t index) const
     {
-        const auto last = static_cast<std::ptrdiff_t>(samples_.size()) - 1;
+        const std::span<const double> samples = record_.samples;
+        const auto last = static_cast<std::ptrdiff_t>(samples.size()) - 1;
         if (index < 0)
-            return 2.0 * samples_.front() - samples_[static_cast<std::size_t>(-index)];
+            return 2.0 * samples.front() - samples[static_cast<std::size_t>(-index)];
         if (index > last)
-            return 2.0 * samples_.back() - samples_[static_cast<std::size_t>(2 * last - index)];
-        return samples_[static_cast<std::size_t>(index)];
+            return 2.0 * samples.back() - samples[static_cast<std::size_t>(2 * last - index)];
+        return samples[static_cast<std::size_t>(index)];
     }
 
-    std::span<const double> samples_;
-    double mean_ = 0.0;
-    double scale_ = 0.0;
+    ScaledRecord record_;
+    double spacing_;
     std::size_t blockLength_;
     std::shared_ptr<const RealTransform> forward_;
     std::shared_ptr<const RealTransform> inverse_;
@@ -183,7 +230,7 @@ private:
     AlignedBuffer<double> values_;
     double fade_[kGuard];
     std::vector<double> ramp_;     // [samples] from the middle of the guard on the left
-    std::vector<double> factors_;  // of the bins, what differentiates and what the inverse transform multiplies by
+    std::vector<double> factors_;  // of the bins that are kept, what differentiates and what the inverse multiplies by
 };
 
 struct Stretch {
@@ -208,7 +255,7 @@ double MeanSquare(SquaredDerivative& derivative, Stretch stretch)
     ForBlocks(derivative, stretch, [&](std::span<const double> squared, Stretch) {
         sum = std::accumulate(squared.begin(), squared.end(), sum);
     });
-    return sum / static_cast<double>(2 * stretch.count);
+    return sum / static_cast<double>(derivative.ValuesOf(stretch.count));
 }
 
 // ---- the line
@@ -310,27 +357,29 @@ LineSpectrum Thinned(std::span<const double> scores, std::size_t first, std::siz
 
 Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch& search)
 {
-    const std::size_t count = 2 * stretch.count;
+    const std::size_t count = derivative.ValuesOf(stretch.count);
     const std::size_t length = FastEvenLength(count);
     AlignedBuffer<double> values(length);
     Line line;
     line.searched = stretch;
     double sum = 0.0;
     ForBlocks(derivative, stretch, [&](std::span<const double> squared, Stretch block) {
-        std::copy(squared.begin(), squared.end(), values.Data() + 2 * (block.first - stretch.first));
+        std::copy(squared.begin(), squared.end(), values.Data() + derivative.ValuesOf(block.first - stretch.first));
         sum = std::accumulate(squared.begin(), squared.end(), sum);
     });
     line.meanSquare = sum / static_cast<double>(count);
     if (line.meanSquare < kLeastMeanSquare)
         return line;
+    const double ofCount = 1.0 / static_cast<double>(count);
+    Phasors window(0.5 * ofCount, ofCount);
     for (std::size_t i = 0; i < count; ++i)
-        values.Data()[i] = (values.Data()[i] - line.meanSquare) * Hann(i, count);
+        values.Data()[i] = (values.Data()[i] - line.meanSquare) * (0.5 - 0.5 * window.Next().real());
     std::fill(values.Data() + count, values.Data() + length, 0.0);
     AlignedBuffer<Complex> bins(length / 2 + 1);
     RealTransform::Of(length)->Forward(values.Data(), bins.Data());
 
-    // Bin k is k cycles in length / 2 samples.
-    const double binsPerCycle = static_cast<double>(length) / 2.0;
+    // Bin k is k cycles in so many samples.
+    const double binsPerCycle = static_cast<double>(length) * derivative.Spacing();
     const double padding = static_cast<double>(length) / static_cast<double>(count);
     const double lowest = std::max(binsPerCycle / search.mostSamplesPerUi, kFewestUi * padding);
     const auto first = static_cast<std::size_t>(std::ceil(lowest));
@@ -338,7 +387,8 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
     if (first > last)
         return line;
     std::vector<double> scores(length / 2 + 1);
-    std::transform(bins.Data(), bins.Data() + scores.size(), scores.begin(), [](Complex bin) { return std::abs(bin); });
+    std::transform(bins.Data(), bins.Data() + scores.size(), scores.begin(),
+                   [](Complex bin) { return std::sqrt(std::norm(bin)); });
     // A line at a limit needs its neighbour beyond it.
     const double dc = 0.5 * static_cast<double>(count) * line.meanSquare;  // a Hann window's mean is 1/2
     line.ofPattern = DivideByBackground(scores, first - 1, last + 1, kFaintestBackground * dc) == Spectrum::OfLines;
@@ -384,9 +434,10 @@ Line FindLineOfAnyPattern(SquaredDerivative& derivative, Stretch stretch, const 
 struct Demodulated {
     double frequency;  // [cycles a sample]
     std::size_t spacing;
+    double ofSquare;  // [samples] spacing of the squared derivative
     std::vector<Complex> values;
 
-    double Middle(double index) const { return (index + 0.5) * static_cast<double>(spacing) - 0.25; }
+    double Middle(double index) const { return (index + 0.5) * static_cast<double>(spacing) - 0.5 * ofSquare; }
 };
 
 /// What to demodulate at: a frequency [cycles a sample] and the mean to take off.
@@ -397,49 +448,43 @@ struct Carrier {
 
 class Demodulator {
 public:
-    Demodulator(Carrier carrier, std::size_t sampleCount)
-        : carrier_(carrier),
-          line_{carrier.frequency,
-                std::clamp<std::size_t>(std::bit_floor(sampleCount / kFewestValues), 1, kMostSpacing),
-                {}},
-          cosine_(2 * line_.spacing),
-          sine_(2 * line_.spacing)
+    Demodulator(Carrier carrier, const SquaredDerivative& derivative)
+        : mean_(carrier.mean),
+          line_{carrier.frequency, SpacingIn(derivative.SampleCount()), derivative.Spacing(), {}},
+          turns_(0.0, -carrier.frequency * static_cast<double>(line_.spacing)),
+          cosine_(derivative.ValuesOf(line_.spacing)),
+          sine_(cosine_.size())
     {
-        line_.values.reserve(sampleCount / line_.spacing);
+        line_.values.reserve(derivative.SampleCount() / line_.spacing);
         for (std::size_t i = 0; i < cosine_.size(); ++i) {
-            const Complex phasor = Phasor(-carrier.frequency * 0.5 * static_cast<double>(i));
+            const Complex phasor = Phasor(-carrier.frequency * derivative.Spacing() * static_cast<double>(i));
             cosine_[i] = phasor.real();
             sine_[i] = phasor.imag();
         }
     }
-    std::size_t Spacing() const { return line_.spacing; }
 
     /// The values that follow those taken before.
     void Take(std::span<const double> squared)
     {
-        const std::size_t spacing = line_.spacing;
-        for (std::size_t begin = 0; begin < squared.size(); begin += 2 * spacing) {
+        for (std::size_t begin = 0; begin < squared.size(); begin += cosine_.size()) {
             // Two running sums each: the values come in pairs.
             double real[2] = {};
             double imag[2] = {};
-            for (std::size_t i = 0; i < 2 * spacing; i += 2)
+            for (std::size_t i = 0; i < cosine_.size(); i += 2)
                 for (std::size_t j = 0; j < 2; ++j) {
-                    const double value = squared[begin + i + j] - carrier_.mean;
+                    const double value = squared[begin + i + j] - mean_;
                     real[j] += value * cosine_[i + j];
                     imag[j] += value * sine_[i + j];
                 }
-            const auto position = static_cast<double>(line_.values.size() * spacing);
-            const Complex turn = Phasor(-carrier_.frequency * position);
-            const double re = real[0] + real[1];
-            const double im = imag[0] + imag[1];
-            line_.values.emplace_back(re * turn.real() - im * turn.imag(), re * turn.imag() + im * turn.real());
+            line_.values.push_back(Product({real[0] + real[1], imag[0] + imag[1]}, turns_.Next()));
         }
     }
     Demodulated Finish() { return std::move(line_); }
 
 private:
-    Carrier carrier_;
+    double mean_;
     Demodulated line_;
+    Phasors turns_;
     std::vector<double> cosine_;
     std::vector<double> sine_;
 };
@@ -449,8 +494,8 @@ std::vector<Demodulated> Demodulate(SquaredDerivative& derivative, std::span<con
 {
     std::vector<Demodulator> demodulators;
     for (const Carrier& carrier : carriers)
-        demodulators.emplace_back(carrier, derivative.SampleCount());
-    const std::size_t spacing = demodulators.front().Spacing();
+        demodulators.emplace_back(carrier, derivative);
+    const std::size_t spacing = SpacingIn(derivative.SampleCount());
     const Stretch whole{0, derivative.SampleCount() / spacing * spacing};
     ForBlocks(derivative, whole, [&](std::span<const double> squared, Stretch) {
         for (Demodulator& demodulator : demodulators)
@@ -466,10 +511,9 @@ std::vector<Demodulated> Demodulate(SquaredDerivative& derivative, std::span<con
 /// Demodulates what is left: by `offset` [cycles a sample].
 void Shift(Demodulated& line, double offset)
 {
-    const double turnsPerValue = offset * static_cast<double>(line.spacing);
-    const double first = offset * line.Middle(0.0);
-    for (std::size_t d = 0; d < line.values.size(); ++d)
-        line.values[d] *= Phasor(-(first + turnsPerValue * static_cast<double>(d)));
+    Phasors turns(-offset * line.Middle(0.0), -offset * static_cast<double>(line.spacing));
+    for (Complex& value : line.values)
+        value = Product(value, turns.Next());
     line.frequency += offset;
 }
 
@@ -500,12 +544,6 @@ Phases Unwrapped(std::span<const Complex> sums, double first, double spacing)
         phases.series.ui.push_back(before);
     }
     return phases;
-}
-
-Complex Product(Complex a, Complex b)
-{
-    // Without the checks for infinities that the operator makes.
-    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
 }
 
 /// The phases of `blocks` Hann-windowed blocks of a stretch of values, shifted by `offset` [cycles a sample].
@@ -801,6 +839,24 @@ Line FindLineInRecord(SquaredDerivative& derivative, const ClockSearch& search)
     return line;
 }
 
+/// In all of the record's bandwidth. Where nothing is found there, slower clocks once more without the noise of all that lies
+/// far above them.
+Line FindLineInRecord(const ScaledRecord& record, SquaredDerivative& derivative, const ClockSearch& search)
+{
+    Line line = FindLineInRecord(derivative, search);
+    for (const double spacing : kSlowerSpacings) {
+        ClockSearch slower = search;
+        slower.fewestSamplesPerUi = std::max(search.fewestSamplesPerUi, kValuesPerUi * spacing);
+        if (line.score >= kLeastClockScore || slower.fewestSamplesPerUi > slower.mostSamplesPerUi)
+            break;
+        SquaredDerivative narrower(record, spacing);
+        Line other = FindLineInRecord(narrower, slower);
+        if (other.score >= kLeastClockScore)
+            line = std::move(other);
+    }
+    return line;
+}
+
 /// The clock of a line that has been found and demodulated.
 RecoveredClock Refined(Demodulated demodulated, const Line& line, const ClockSearch& search)
 {
@@ -813,10 +869,23 @@ RecoveredClock Refined(Demodulated demodulated, const Line& line, const ClockSea
     return Described(demodulated, std::move(phases), search);
 }
 
-Carrier CarrierOfRate(SquaredDerivative& derivative, double samplesPerUi)
+/// The squared derivative in which a line of that frequency [cycles a sample] is demodulated.
+SquaredDerivative DerivativeFor(double frequency, const ScaledRecord& record)
 {
-    const std::size_t count = std::min(derivative.SampleCount(), kMostSearched);
-    return {1.0 / samplesPerUi, MeanSquare(derivative, {(derivative.SampleCount() - count) / 2, count})};
+    // Two values at least make one of the line.
+    const double most = 0.5 * static_cast<double>(SpacingIn(record.samples.size()));
+    double spacing = 0.5;
+    while (2.0 * spacing <= most && 2.0 * spacing * kValuesPerUi * frequency <= 1.0)
+        spacing *= 2.0;
+    return SquaredDerivative(record, spacing);
+}
+
+/// A line to demodulate, the mean taken from as much of the record as is searched.
+Carrier CarrierAt(double frequency, SquaredDerivative& derivative)
+{
+    const std::size_t step = SpacingIn(derivative.SampleCount());
+    const std::size_t count = std::min(derivative.SampleCount(), kMostSearched) / step * step;
+    return {frequency, MeanSquare(derivative, {(derivative.SampleCount() - count) / 2, count})};
 }
 
 bool HoldsClockOfRate(std::span<const double> samples, double samplesPerUi)
@@ -826,9 +895,10 @@ bool HoldsClockOfRate(std::span<const double> samples, double samplesPerUi)
 
 }  // namespace
 
-RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search)
+RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search,
+                            const SampleStatistics* statistics)
 {
-    return CheckClock(samples, 0.0, {}, {&search, 1}).found;
+    return CheckClock(samples, 0.0, {}, {&search, 1}, statistics).found;
 }
 
 RecoveredClock ClockOfRate(std::span<const double> samples, double samplesPerUi, const ClockSearch& search)
@@ -837,16 +907,17 @@ RecoveredClock ClockOfRate(std::span<const double> samples, double samplesPerUi,
     Check(samplesPerUi >= 2.0 && std::isfinite(samplesPerUi), "samples per UI", samplesPerUi, "at least 2");
     if (!HoldsClockOfRate(samples, samplesPerUi))
         return {};
-    SquaredDerivative derivative(samples);
-    if (derivative.IsFlat())
+    const ScaledRecord record(samples, StatisticsOf(samples));
+    if (record.scale == 0.0)
         return {};
-    const Carrier carrier = CarrierOfRate(derivative, samplesPerUi);
+    SquaredDerivative derivative = DerivativeFor(1.0 / samplesPerUi, record);
+    const Carrier carrier = CarrierAt(1.0 / samplesPerUi, derivative);
     const Demodulated line = std::move(Demodulate(derivative, {&carrier, 1}).front());
     return Described(line, ConstantPhases(line), search);
 }
 
 CheckedClock CheckClock(std::span<const double> samples, double samplesPerUi, const ClockSearch& ofRate,
-                        std::span<const ClockSearch> searches)
+                        std::span<const ClockSearch> searches, const SampleStatistics* statistics)
 {
     CheckSearch(ofRate);
     for (const ClockSearch& search : searches)
@@ -854,14 +925,15 @@ CheckedClock CheckClock(std::span<const double> samples, double samplesPerUi, co
     CheckedClock clocks;
     if (samples.size() < kFewestSamples)
         return clocks;
-    SquaredDerivative derivative(samples);
-    if (derivative.IsFlat())
+    const ScaledRecord record(samples, statistics != nullptr ? *statistics : StatisticsOf(samples));
+    if (record.scale == 0.0)
         return clocks;
     Line line;
     const ClockSearch* search = nullptr;
+    SquaredDerivative searched(record);
     for (const ClockSearch& tried : searches) {
         search = &tried;
-        line = FindLineInRecord(derivative, tried);
+        line = FindLineInRecord(record, searched, tried);
         if (line.score >= kLeastClockScore)
             break;
     }
@@ -869,16 +941,18 @@ CheckedClock CheckClock(std::span<const double> samples, double samplesPerUi, co
     clocks.found.spectrum = std::move(line.spectrum);
     const bool isFound = line.score >= kLeastClockScore;
     const bool hasRate = samplesPerUi >= 2.0 && HoldsClockOfRate(samples, samplesPerUi);
-    std::vector<Carrier> carriers;
-    if (hasRate)
-        carriers.push_back(CarrierOfRate(derivative, samplesPerUi));
+    if (!hasRate && !isFound)
+        return clocks;
     // A line at the given rate, or beside it, is known from that alone.
     const bool isBeside =
         hasRate && std::abs(line.frequency - 1.0 / samplesPerUi) < kBeside / static_cast<double>(kMostSpacing);
+    const double rate = hasRate ? 1.0 / samplesPerUi : 0.0;
+    SquaredDerivative derivative = DerivativeFor(isFound ? std::max(line.frequency, rate) : rate, record);
+    std::vector<Carrier> carriers;
+    if (hasRate)
+        carriers.push_back(CarrierAt(rate, derivative));
     if (isFound && !isBeside)
-        carriers.push_back({line.frequency, line.meanSquare});
-    if (carriers.empty())
-        return clocks;
+        carriers.push_back(CarrierAt(line.frequency, derivative));
     std::vector<Demodulated> lines = Demodulate(derivative, carriers);
     if (hasRate)
         clocks.ofRate = Described(lines.front(), ConstantPhases(lines.front()), ofRate);

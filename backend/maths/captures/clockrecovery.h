@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "framework/export.h"
+#include "maths/captures/samplestatistics.h"
 
 namespace Tarnwick::DSO::Maths {
 
@@ -84,14 +85,19 @@ struct RecoveredClock {
 /// alike, as a clock that moves has them. The line is looked for in up to 262 144 samples (in the middle, else at the start,
 /// else at the end; in fewer where a pattern repeats so often that its own lines stand apart) and refined over all of the
 /// record by demodulation: slopes of the phases of 8, 16 and 32 Hann-windowed blocks, of at least 16 UI where there are more
-/// than 8. Where the clock moves by more than 0.1 UI rms, phases of short steps take the blocks' place.
+/// than 8. Of records of 8 samples a UI
+/// and more what lies below 1.5 times the symbol rate is demodulated as it is, and nothing above four times. Where the clock moves by more than 0.1 UI rms, phases of short steps take the blocks' place.
+/// Where no line is found, clocks of 8, 16, 32 and 64 samples per UI and more are searched once more in a derivative that is
+/// low-passed at a quarter of its own rate, 8 values for such a UI: noise far above a slow clock would hide it.
 /// @param samples  of any number; fewer than 128 and constant ones have no clock, and no line of fewer than 16 UI in the
 ///                 part that is searched is looked at
+/// @param statistics  of the samples, where they are known; null: they are found in one more pass
 /// @throws std::invalid_argument  limits out of order or below 2 samples a UI; a loop bandwidth of 0 or less, or above a
 ///                                hundredth of the symbol rate found
 /// Rate to 1e-3 UI over the record for a clean one, 0.02 UI for 127 UI behind 8 dB of loss. O(n log n) with blocks that fit
 /// the cache; of long records an eighth of their memory, and some 16 MiB.
-TARNWICK_FRAMEWORK_API RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search = {});
+TARNWICK_FRAMEWORK_API RecoveredClock RecoverClock(std::span<const double> samples, const ClockSearch& search = {},
+                                                   const SampleStatistics* statistics = nullptr);
 
 /// The clock of a rate that is given: its phase, and how far the capture's moves against it (phaseResidualUi, about a
 /// constant phase). Found where the record is long enough for RecoverClock; the score is 0, as nothing is searched.
@@ -108,8 +114,10 @@ struct CheckedClock {
 /// ClockOfRate and RecoverClock in one pass over the record.
 /// @param samplesPerUi  above 0
 /// @param searches      at least one, tried in turn
+/// @param statistics    as for RecoverClock
 TARNWICK_FRAMEWORK_API CheckedClock CheckClock(std::span<const double> samples, double samplesPerUi,
-                                               const ClockSearch& ofRate, std::span<const ClockSearch> searches);
+                                               const ClockSearch& ofRate, std::span<const ClockSearch> searches,
+                                               const SampleStatistics* statistics = nullptr);
 
 /// The whole number of samples per UI, of at least 1, from which a clock departs by at most 0.02 UI over the record; by 0.05
 /// UI in records of fewer than 500 UI, where the pattern itself moves the line.

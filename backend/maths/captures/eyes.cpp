@@ -115,12 +115,13 @@ public:
             kind.stretches.push_back(samples + i * stride_);
             reaches_[kinds[i]].count += 1.0;
         }
+        // First, since it reads the samples one after the other, which brings them into the cache soonest.
+        const auto mayReach = std::span(mayReach_).first(kinds.size());
+        screening_.Screen(samples, stride_, std::span(limits_).first(kinds.size()), mayReach);
         for (Kind& kind : kinds_) {
             AddStretches(kind.stretches, kind.sum);
             kind.stretches.clear();
         }
-        const auto mayReach = std::span(mayReach_).first(kinds.size());
-        screening_.Screen(samples, stride_, std::span(limits_).first(kinds.size()), mayReach);
         const auto left = static_cast<std::size_t>(std::count(mayReach.begin(), mayReach.end(), 1));
         // Together they are read several times as fast as one by one.
         const bool readAll = left > kUiTogether / 4;

@@ -7,6 +7,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "maths/transforms/largepages.h"
+
 namespace Tarnwick::DSO::Maths {
 
 template <typename Value>
@@ -35,6 +37,7 @@ public:
     {
         if (count > capacity_) {
             void* grown = ::operator new(count * sizeof(Value), kAlignment);
+            PreferLargePages(grown, count * sizeof(Value));
             ::operator delete(data_, kAlignment);
             data_ = static_cast<Value*>(grown);
             capacity_ = count;

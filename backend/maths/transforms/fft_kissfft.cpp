@@ -23,20 +23,6 @@ bool IsFiveSmooth(std::size_t length)
     return HasOnlyFactors(length, {2, 3, 5});
 }
 
-// Written out because std::complex's operator tests every product for NaN.
-Complex Product(Complex a, Complex b)
-{
-    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
-}
-
-Complex* Scratch(std::size_t slot, std::size_t length)
-{
-    struct Buffers {
-        AlignedBuffer<Complex> slots[2];
-    };
-    return OfThisThread<Buffers>().slots[slot].Reserve(length);
-}
-
 class SmoothTransform final : public ComplexTransform {
 public:
     explicit SmoothTransform(std::size_t length) : length_(length), forward_(length, false), inverse_(length, true) {}
@@ -46,7 +32,10 @@ public:
 private:
     void Run(const kissfft<double>& transform, Complex* data) const
     {
-        Complex* copy = Scratch(0, length_);
+        struct Copy {
+            AlignedBuffer<Complex> values;
+        };
+        Complex* const copy = OfThisThread<Copy>().values.Reserve(length_);
         std::copy(data, data + length_, copy);
         transform.transform(copy, data);
     }
@@ -73,43 +62,44 @@ private:
     ChirpTransform chirp_;
 };
 
-// A real transform of N values is a complex one of N/2 pairs and a pass that separates even from odd samples.
+// A real transform of N values is a complex one of N/2 pairs and a pass that separates even from odd samples, which gives
+// bins k and N/2 - k from the same two of the pairs' bins.
 // Source: W. H. Press et al., "Numerical Recipes", section 12.3, "FFT of single real function".
 class PairedReal final : public RealTransform {
 public:
     explicit PairedReal(std::size_t length)
-        : half_(length / 2), pairs_(ComplexTransform::Of(half_)), twiddles_(half_ + 1)
+        : half_(length / 2), pairs_(ComplexTransform::Of(half_)), twiddles_(half_ / 2 + 1)
     {
-        for (std::size_t k = 0; k <= half_; ++k)
+        for (std::size_t k = 0; k < twiddles_.size(); ++k)
             twiddles_[k] = RootOfUnity(k, length);
     }
     void Forward(double* values, Complex* bins) const override
     {
-        Complex* work = Scratch(1, half_);
         for (std::size_t n = 0; n < half_; ++n)
-            work[n] = {values[2 * n], values[2 * n + 1]};
-        pairs_->Forward(work);
-        for (std::size_t k = 0; k <= half_; ++k) {
-            const Complex here = work[k == half_ ? 0 : k];
-            const Complex mirror = std::conj(work[k == 0 ? 0 : half_ - k]);
-            const Complex even = 0.5 * (here + mirror);
-            const Complex odd = Product(Complex(0.0, -0.5), here - mirror);
-            bins[k] = even + Product(odd, twiddles_[k]);
+            bins[n] = {values[2 * n], values[2 * n + 1]};
+        pairs_->Forward(bins);
+        bins[half_] = bins[0];
+        for (std::size_t k = 0; k <= half_ / 2; ++k) {
+            const Complex mirror = std::conj(bins[half_ - k]);
+            const Complex even = 0.5 * (bins[k] + mirror);
+            const Complex odd = Product(Product(Complex(0.0, -0.5), bins[k] - mirror), twiddles_[k]);
+            bins[k] = even + odd;
+            bins[half_ - k] = std::conj(even - odd);
         }
     }
     void Inverse(Complex* bins, double* values) const override
     {
-        Complex* work = Scratch(1, half_);
-        for (std::size_t k = 0; k < half_; ++k) {
+        for (std::size_t k = 0; k <= half_ / 2; ++k) {
             const Complex mirror = std::conj(bins[half_ - k]);
             const Complex even = bins[k] + mirror;
-            const Complex odd = Product(bins[k] - mirror, std::conj(twiddles_[k]));
-            work[k] = even + Product(Complex(0.0, 1.0), odd);
+            const Complex odd = Product(Complex(0.0, 1.0), Product(bins[k] - mirror, std::conj(twiddles_[k])));
+            bins[k] = even + odd;
+            bins[half_ - k] = std::conj(even - odd);
         }
-        pairs_->Inverse(work);
+        pairs_->Inverse(bins);
         for (std::size_t n = 0; n < half_; ++n) {
-            values[2 * n] = work[n].real();
-            values[2 * n + 1] = work[n].imag();
+            values[2 * n] = bins[n].real();
+            values[2 * n + 1] = bins[n].imag();
         }
     }
 

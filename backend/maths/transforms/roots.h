@@ -1,4 +1,4 @@
-// The roots of unity that short transforms multiply by.
+// The roots of unity that short transforms multiply by, and the product with one.
 #pragma once
 
 #include <complex>
@@ -11,6 +11,12 @@ namespace Tarnwick::DSO::Maths {
 inline std::complex<double> RootOfUnity(std::size_t n, std::size_t count)
 {
     return std::polar(1.0, -2.0 * std::numbers::pi * static_cast<double>(n) / static_cast<double>(count));
+}
+
+/// Written out because the operator tests every product for NaN.
+inline std::complex<double> Product(std::complex<double> a, std::complex<double> b)
+{
+    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
 }
 
 }  // namespace Tarnwick::DSO::Maths

@@ -104,6 +104,23 @@ TEST(ClockRecovery, FindsTheSymbolRateWithoutAGuess)
     }
 }
 
+// Slow edges whose line drowns in the noise of all that the record's bandwidth holds beside it.
+TEST(ClockRecovery, FindsSlowClocksBelowTheNoiseOfTheBandwidth)
+{
+    const struct {
+        double samplesPerUi;
+        double edgeUi;
+        double noise;
+    } cases[] = {{20.3, 0.35, 0.3}, {40.3, 0.42, 0.5}, {120.7, 0.5, 0.3}};
+    for (const auto& [samplesPerUi, edgeUi, noise] : cases) {
+        const RecoveredClock result =
+            RecoverClock(WithNoise(BandLimited(RandomLevels(10000, 2, 8), 200000, Rate(samplesPerUi), edgeUi), noise));
+        ASSERT_TRUE(result.found) << samplesPerUi;
+        EXPECT_NEAR(result.clock.samplesPerUi, samplesPerUi, 1e-4 * samplesPerUi);
+        EXPECT_LT(result.phaseResidualUi, 0.05);
+    }
+}
+
 // Symmetric edges are symmetric about the boundaries, so the line's phase puts these where they are.
 TEST(ClockRecovery, PutsTheBoundariesBetweenTheSymbols)
 {
