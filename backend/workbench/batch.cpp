@@ -20,6 +20,7 @@
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/plumbing/checksum.h"
 #include "workbench/plumbing/csvtable.h"
+#include "workbench/plumbing/text.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/plumbing/workers.h"
 #include "workbench/ranking.h"
@@ -104,8 +105,8 @@ void AddEyes(BatchRow& row, const EyeReport& report)
     row[Column::WidthUi] = TextOf(SmallestOf(report, &EyeOpening::widthUi));
     row[Column::HeightAtBerV] = TextOf(SmallestOf(report, &EyeOpening::heightAtBer));
     row[Column::Q] = TextOf(SmallestOf(report, &EyeOpening::q));
-    row[Column::OpeningsPercent] = fmt::format("{}", fmt::join(openings, " "));
-    row[Column::HeightsV] = fmt::format("{}", fmt::join(heights, " "));
+    row[Column::OpeningsPercent] = Joined(openings, "{}", " ");
+    row[Column::HeightsV] = Joined(heights, "{}", " ");
     row[Column::Symbols] = report.symbolsKnown ? "found" : "decided";
     row[Column::Ber] = TextOf(report.ber);
     row[Column::NoiseRmsV] = TextOf(report.noiseRms);

@@ -11,13 +11,12 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "maths/captures/recordseam.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/eyejson.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/statistics.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -265,27 +264,28 @@ ChainResult RunToEnd(Chain& chain, std::vector<double> record, const EyeSettings
 
 std::string ReportAsJson(std::span<const StageReport> stages, const std::optional<LockReport>& acquisition)
 {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    Json list = Json::List();
     for (const StageReport& stage : stages) {
-        list.push_back({{"name", stage.name},
-                        {"samples", stage.samples},
-                        {"repetitions", stage.repetitions},
-                        {"mean", stage.mean},
-                        {"rms", stage.rms},
-                        {"peakToPeak", stage.peakToPeak},
-                        {"levels", stage.eye.levels},
-                        {"eyes", EyesToJson(stage.eye)},
-                        {"phaseUi", stage.eye.phaseUi},
-                        {"seconds", stage.seconds}});
-        AddErrorRatio(list.back(), stage.eye);
+        Json row = {{"name", stage.name},
+                    {"samples", stage.samples},
+                    {"repetitions", stage.repetitions},
+                    {"mean", stage.mean},
+                    {"rms", stage.rms},
+                    {"peakToPeak", stage.peakToPeak},
+                    {"levels", stage.eye.levels},
+                    {"eyes", EyesToJson(stage.eye)},
+                    {"phaseUi", stage.eye.phaseUi},
+                    {"seconds", stage.seconds}};
+        AddErrorRatio(row, stage.eye);
         if (!stage.findings.empty())
-            list.back().update(OrderedJsonFrom(stage.findings));
+            row.SetAll(Json::From(stage.findings));
+        list.Add(std::move(row));
     }
-    nlohmann::ordered_json report = nlohmann::ordered_json::object();
+    Json report = Json::Object();
     if (acquisition)
-        report["acquisition"] = OrderedJsonFrom(LockAsJson(*acquisition));
-    report["stages"] = std::move(list);
-    return JsonText(report, 2);
+        report.Set("acquisition", Json::From(LockAsJson(*acquisition)));
+    report.Set("stages", std::move(list));
+    return report.Text(2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,6 +40,11 @@ private:
     std::string_view rest_;
     std::size_t number_ = 0;
 };
+
+/// The texts with a separator between each two. A library that formats lists does so by templates, anew in each source.
+std::string Joined(std::span<const std::string> texts, std::string_view separator);
+/// @param format  of one number, such as "{:.4g}"
+std::string Joined(std::span<const double> numbers, std::string_view format, std::string_view separator);
 
 /// 0 in place of a value that rounds to zero at three decimals and would be printed as "-0.000".
 double WithoutNegativeZero(double value);
