@@ -11,12 +11,14 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "maths/captures/recordseam.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/eyejson.h"
 #include "workbench/plumbing/json.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/statistics.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -144,6 +146,19 @@ Result Filtered(Stage& stage, std::vector<double>& samples, const std::string& c
     return result;
 }
 
+// Five digits: more than the measurement is good for.
+std::string FindingText(const nlohmann::json& value)
+{
+    if (value.is_number_float())
+        return fmt::format("{:.5g}", value.get<double>());
+    if (!value.is_array())
+        return value.is_string() ? value.get<std::string>() : JsonText(value);
+    std::string text;
+    for (const nlohmann::json& each : value)
+        text.append(text.empty() ? "" : " ").append(FindingText(each));
+    return text;
+}
+
 }  // namespace
 
 std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
@@ -260,6 +275,18 @@ ChainResult RunToEnd(Chain& chain, std::vector<double> record, const EyeSettings
     result.samples = std::move(passing.samples);
     result.valid = result.stages.back().eye.valid;
     return result;
+}
+
+std::string FindingsAsText(const StageReport& report)
+{
+    std::string text;
+    if (report.findings.empty())
+        return text;
+    const nlohmann::json findings = JsonFrom(report.findings);
+    for (const auto& [name, value] : findings.items())
+        if (name != "appliedTaps" || !findings.contains("taps") || value != findings["taps"])
+            text += fmt::format("{} {}: {}\n", report.name, name, FindingText(value));
+    return text;
 }
 
 std::string ReportAsJson(std::span<const StageReport> stages, const std::optional<LockReport>& acquisition)

@@ -40,17 +40,6 @@ std::optional<std::string_view> LineCursor::Next()
     return line;
 }
 
-std::string Joined(std::span<const std::string> texts, std::string_view separator)
-{
-    std::string joined;
-    for (const std::string& text : texts) {
-        if (&text != texts.data())
-            joined += separator;
-        joined += text;
-    }
-    return joined;
-}
-
 std::string Joined(std::span<const double> numbers, std::string_view format, std::string_view separator)
 {
     std::vector<std::string> texts;

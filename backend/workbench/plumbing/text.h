@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "workbench/joined.h"
+
 namespace Tarnwick::DSO::Workbench {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  ///< in UTF-8
@@ -41,9 +43,8 @@ private:
     std::size_t number_ = 0;
 };
 
-/// The texts with a separator between each two. A library that formats lists does so by templates, anew in each source.
-std::string Joined(std::span<const std::string> texts, std::string_view separator);
-/// @param format  of one number, such as "{:.4g}"
+/// The numbers with a separator between each two.
+/// @param format  of one, such as "{:.4g}"
 std::string Joined(std::span<const double> numbers, std::string_view format, std::string_view separator);
 
 /// 0 in place of a value that rounds to zero at three decimals and would be printed as "-0.000".
