@@ -68,7 +68,7 @@ void Json::Set(std::string_view name, Json value)
     (*value_)[std::string(name)] = std::move(*value.value_);
 }
 
-void Json::SetAll(Json members)
+void Json::SetAll(const Json& members)
 {
     value_->update(*members.value_);
 }

@@ -50,7 +50,7 @@ public:
     /// A member behind the others, or in the place of the one of that name.
     void Set(std::string_view name, Json value);
     /// All members of another object, each like Set.
-    void SetAll(Json members);
+    void SetAll(const Json& members);
     /// A value at the end of a list.
     void Add(Json value);
 

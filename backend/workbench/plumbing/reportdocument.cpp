@@ -318,7 +318,7 @@ Json UnitIntervalOf(double symbolRateGBd)
 
 class Warnings {
 public:
-    void Add(const char* kind, std::string text) { list_.Add({{"kind", kind}, {"text", std::move(text)}}); }
+    void Add(const char* kind, const std::string& text) { list_.Add({{"kind", kind}, {"text", text}}); }
     void AddAll(const char* kind, const std::vector<std::string>& texts)
     {
         for (const std::string& text : texts)
