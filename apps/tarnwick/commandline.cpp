@@ -1,4 +1,5 @@
 #include "commandline.h"
+#include "workbench/joined.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -36,7 +37,7 @@ ValueCheck WholeRange(long long low, long long high)
 
 ValueCheck OneOf(std::vector<std::string> words)
 {
-    const std::string list = fmt::format("{}", fmt::join(words, ", "));
+    const std::string list = DSO::Workbench::Joined(words, ", ");
     return {[words = std::move(words), list](const std::string& text) {
                 return std::find(words.begin(), words.end(), text) != words.end()
                            ? std::string()

@@ -10,6 +10,7 @@
 #include "commands/commands.h"
 #include "workbench/chain.h"
 #include "workbench/failure.h"
+#include "workbench/joined.h"
 #include "workbench/tarnwick.h"
 
 namespace Tarnwick::App {
@@ -51,7 +52,7 @@ OptionText TextOf(const CLI::Option& option)
     text.isRepeated = option.get_items_expected_max() > 1;
     text.isNumber = kind == "UINT" || kind == "INT" || kind == "FLOAT" || type.find(" in [") != std::string::npos;
     if (option.get_items_expected_max() > 0)
-        text.value = text.choices.empty() ? kind : fmt::format("{}", fmt::join(text.choices, "|"));
+        text.value = text.choices.empty() ? kind : DSO::Workbench::Joined(text.choices, "|");
     return text;
 }
 
@@ -90,7 +91,7 @@ std::string UsageText(const CLI::App& program, const CLI::ParseError& wrong, con
     if (commands.empty()) {
         const std::vector<std::string> names = CommandNames();
         if (first.empty() || first.front() == '-')
-            return fmt::format("a command is missing; expected one of {}", fmt::join(names, ", "));
+            return fmt::format("a command is missing; expected one of {}", DSO::Workbench::Joined(names, ", "));
         return fmt::format("\"{}\" is no command; the nearest one is \"{}\"", first,
                            DSO::Workbench::Nearest(first, names));
     }

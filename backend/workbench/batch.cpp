@@ -20,6 +20,8 @@
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/plumbing/checksum.h"
 #include "workbench/plumbing/csvtable.h"
+#include "workbench/plumbing/json.h"
+#include "workbench/plumbing/text.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/plumbing/workers.h"
 #include "workbench/ranking.h"
@@ -104,8 +106,8 @@ void AddEyes(BatchRow& row, const EyeReport& report)
     row[Column::WidthUi] = TextOf(SmallestOf(report, &EyeOpening::widthUi));
     row[Column::HeightAtBerV] = TextOf(SmallestOf(report, &EyeOpening::heightAtBer));
     row[Column::Q] = TextOf(SmallestOf(report, &EyeOpening::q));
-    row[Column::OpeningsPercent] = fmt::format("{}", fmt::join(openings, " "));
-    row[Column::HeightsV] = fmt::format("{}", fmt::join(heights, " "));
+    row[Column::OpeningsPercent] = Joined(openings, "{}", " ");
+    row[Column::HeightsV] = Joined(heights, "{}", " ");
     row[Column::Symbols] = report.symbolsKnown ? "found" : "decided";
     row[Column::Ber] = TextOf(report.ber);
     row[Column::NoiseRmsV] = TextOf(report.noiseRms);
@@ -308,6 +310,40 @@ std::vector<BatchRow> ReadBatchTable(std::string_view text, const std::string& n
             rows[known->second] = std::move(row);
     }
     return rows;
+}
+
+BatchSummary SummaryOf(std::span<const std::optional<BatchRow>> rows)
+{
+    BatchSummary summary;
+    summary.captures = rows.size();
+    for (const std::optional<BatchRow>& row : rows) {
+        if (!row)
+            continue;
+        ++(row->IsDone() ? summary.done : summary.failed);
+        const auto opening = row->Number(BatchColumn::OpeningPercent);
+        if (row->IsDone() && opening &&
+            (summary.worst == nullptr || *opening < *summary.worst->Number(BatchColumn::OpeningPercent)))
+            summary.worst = &*row;
+    }
+    return summary;
+}
+
+std::string SummaryAsJson(std::span<const std::optional<BatchRow>> rows, std::size_t kept, const std::string& results)
+{
+    const BatchSummary summary = SummaryOf(rows);
+    Json failures = Json::List();
+    for (const std::optional<BatchRow>& row : rows)
+        if (row && !row->IsDone())
+            failures.Add({{"file", (*row)[BatchColumn::File]}, {"reason", (*row)[BatchColumn::Reason]}});
+    Json smallest;
+    if (summary.worst != nullptr)
+        smallest = {{"file", (*summary.worst)[BatchColumn::File]},
+                    {"openingPercent", *summary.worst->Number(BatchColumn::OpeningPercent)}};
+    const Json report = {
+        {"captures", summary.captures},   {"done", summary.done}, {"kept", kept},
+        {"failed", summary.failed},       {"results", results},   {"smallestOpening", std::move(smallest)},
+        {"failures", std::move(failures)}};
+    return report.Text(2) + "\n";
 }
 
 bool IsUpToDate(const BatchRow& row, const BatchInput& input, const BatchJob& job)

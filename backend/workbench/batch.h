@@ -132,6 +132,24 @@ TARNWICK_WORKBENCH_API std::string BatchTableRow(const BatchRow& row);
 /// @throws UsageFailure  it is no such table
 TARNWICK_WORKBENCH_API std::vector<BatchRow> ReadBatchTable(std::string_view text, const std::string& name);
 
+/// What the rows of a batch come to.
+struct BatchSummary {
+    std::size_t captures = 0;
+    std::size_t done = 0;
+    std::size_t failed = 0;
+    const BatchRow* worst = nullptr;  ///< of the rows, that of the smallest opening; null: none has eyes
+};
+
+/// @param rows  of every capture; none of one that was not run
+TARNWICK_WORKBENCH_API BatchSummary SummaryOf(std::span<const std::optional<BatchRow>> rows);
+
+/// {"captures", "done", "kept", "failed", "results", "smallestOpening": {"file", "openingPercent"} or null, "failures":
+/// [{"file", "reason"}]} as JSON text, indented by two.
+/// @param kept     how many of the rows an earlier batch has made
+/// @param results  the table's file
+TARNWICK_WORKBENCH_API std::string SummaryAsJson(std::span<const std::optional<BatchRow>> rows, std::size_t kept,
+                                                 const std::string& results);
+
 /// Whether a row of an earlier table still stands for what the job would give: done, of the same key, its output there.
 TARNWICK_WORKBENCH_API bool IsUpToDate(const BatchRow& row, const BatchInput& input, const BatchJob& job);
 

@@ -6,44 +6,48 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/eyejson.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/plumbing/reportrows.h"
+#include "workbench/plumbing/text.h"
 #include "workbench/symbols.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
 
-using nlohmann::ordered_json;
-
 // Of the TDECQ, beyond the clause that defines it.
-constexpr const char* kAssumptions[] = {
-    "the capture was taken behind the reference receiver, a fourth-order Bessel-Thomson response of half the symbol "
-    "rate",
-    "noise behind that receiver is white; the capture's own noise counts as part of the signal",
-    "the symbols are those decided from the capture, the levels evenly spaced between the outer ones",
-    "the target symbol error ratio is 4.8e-4 in two time slices 0.1 UI apart; the taps sum to 1, the largest is tap 1, "
-    "2 or 3",
-};
-
-ordered_json ToJson(const LockReport& report)
+const std::vector<std::string>& Assumptions()
 {
-    return OrderedJsonFrom(LockAsJson(report));
+    static const std::vector<std::string> assumptions = {
+        "the capture was taken behind the reference receiver, a fourth-order Bessel-Thomson response of half the "
+        "symbol "
+        "rate",
+        "noise behind that receiver is white; the capture's own noise counts as part of the signal",
+        "the symbols are those decided from the capture, the levels evenly spaced between the outer ones",
+        "the target symbol error ratio is 4.8e-4 in two time slices 0.1 UI apart; the taps sum to 1, the largest is "
+        "tap 1, "
+        "2 or 3",
+    };
+    return assumptions;
 }
 
-ordered_json BathtubToJson(const EyeReport& report)
+Json ToJson(const LockReport& report)
 {
-    ordered_json list = ordered_json::array();
+    return Json::From(LockAsJson(report));
+}
+
+Json BathtubToJson(const EyeReport& report)
+{
+    Json list = Json::List();
     for (const BathtubPoint& point : report.bathtub) {
-        ordered_json openings = ordered_json::array();
+        Json openings = Json::List();
         for (const BathtubPoint::Opening& opening : point.openings)
-            openings.push_back({{"low", opening.low}, {"high", opening.high}});
-        list.push_back({{"offsetUi", point.offsetUi}, {"ber", point.ber}, {"openings", openings}});
+            openings.Add({{"low", opening.low}, {"high", opening.high}});
+        list.Add({{"offsetUi", point.offsetUi}, {"ber", point.ber}, {"openings", openings}});
     }
     return list;
 }
@@ -81,16 +85,15 @@ std::string ContentAsText(const CaptureContent& content)
 
 std::string ContentAsJson(const CaptureContent& content)
 {
-    const ordered_json report = {
-        {"samples", content.sampleCount},
-        {"interval", FoundOrNull(content.interval)},
-        {"min", content.statistics.low},
-        {"max", content.statistics.high},
-        {"mean", content.statistics.mean},
-        {"rms", content.statistics.rms},
-        {"acquisition", content.acquisition ? ToJson(*content.acquisition) : ordered_json()},
-        {"whyNoAcquisition", content.acquisition ? ordered_json() : ordered_json(content.whyNoAcquisition)}};
-    return JsonText(report, 2);
+    const Json report = {{"samples", content.sampleCount},
+                         {"interval", FoundOrNull(content.interval)},
+                         {"min", content.statistics.low},
+                         {"max", content.statistics.high},
+                         {"mean", content.statistics.mean},
+                         {"rms", content.statistics.rms},
+                         {"acquisition", content.acquisition ? ToJson(*content.acquisition) : Json()},
+                         {"whyNoAcquisition", content.acquisition ? Json() : Json(content.whyNoAcquisition)}};
+    return report.Text(2);
 }
 
 std::string QualityAsText(const LockedCapture& capture, const SignalQuality& quality, ZeroVolts zero)
@@ -105,12 +108,12 @@ std::string QualityAsText(const LockedCapture& capture, const SignalQuality& qua
     const ReferenceEqualiser& equaliser = *quality.equaliser;
     text += row("TDECQ", equaliser.leavesEyeClosed ? "the eye stays closed behind the reference equaliser"
                                                    : fmt::format("{:.2f} dB", equaliser.tdecqDb));
-    text +=
-        row("  taps", fmt::format("{:.5f}, main cursor {}", fmt::join(equaliser.taps, " "), equaliser.mainCursor + 1));
+    text += row("  taps",
+                fmt::format("{}, main cursor {}", Joined(equaliser.taps, "{:.5f}", " "), equaliser.mainCursor + 1));
     text += row("  OMA, noise V", fmt::format("{:.4g}, {:.4g} (noise gain {:.4f})", equaliser.oma, equaliser.noiseRms,
                                               equaliser.noiseGain));
     const char* heading = "  assuming that";
-    for (const char* const assumption : kAssumptions)
+    for (const std::string& assumption : Assumptions())
         text += row(std::exchange(heading, ""), assumption);
     return text;
 }
@@ -118,41 +121,40 @@ std::string QualityAsText(const LockedCapture& capture, const SignalQuality& qua
 std::string QualityAsJson(const LockedCapture& capture, const SignalQuality& quality, ZeroVolts zero)
 {
     const LockReport& acquisition = capture.report;
-    ordered_json report;
-    report["acquisition"] = ToJson(acquisition);
-    report["coding"] = NameOf(acquisition.coding);
-    report["samplesPerUi"] = acquisition.samplesPerUi;
-    report["patternLengthUi"] = acquisition.periodUi > 0 ? ordered_json(acquisition.periodUi) : ordered_json();
-    report["levels"] = quality.eye.levels;
-    report["eyes"] = EyesToJson(quality.eye);
-    report["phaseUi"] = quality.eye.phaseUi;
+    Json report;
+    report.Set("acquisition", ToJson(acquisition));
+    report.Set("coding", NameOf(acquisition.coding));
+    report.Set("samplesPerUi", acquisition.samplesPerUi);
+    report.Set("patternLengthUi", acquisition.periodUi > 0 ? Json(acquisition.periodUi) : Json());
+    report.Set("levels", quality.eye.levels);
+    report.Set("eyes", EyesToJson(quality.eye));
+    report.Set("phaseUi", quality.eye.phaseUi);
     AddErrorRatio(report, quality.eye);
-    report["oma"] = FoundOrNull(OuterModulationAmplitude(quality.eye));
+    report.Set("oma", FoundOrNull(OuterModulationAmplitude(quality.eye)));
     const auto extinctionRatio = ExtinctionRatioDb(quality.eye);
-    report["extinctionRatioDb"] =
-        zero == ZeroVolts::Dark && extinctionRatio ? ordered_json(*extinctionRatio) : ordered_json();
-    report["targetBer"] = quality.eye.targetBer;
-    report["bathtub"] = BathtubToJson(quality.eye);
+    report.Set("extinctionRatioDb", zero == ZeroVolts::Dark ? Json(extinctionRatio) : Json());
+    report.Set("targetBer", quality.eye.targetBer);
+    report.Set("bathtub", BathtubToJson(quality.eye));
     for (const char* const key : {"symbolQuality", "rlm", "tdecqDb"})
-        report[key] = nullptr;
+        report.Set(key, nullptr);
     if (!capture.symbols.empty())
-        report["symbolQuality"] = acquisition.symbolQuality;
+        report.Set("symbolQuality", acquisition.symbolQuality);
     if (quality.levelMismatchRatio)
-        report["rlm"] = *quality.levelMismatchRatio;
+        report.Set("rlm", *quality.levelMismatchRatio);
     if (const auto& equaliser = quality.equaliser) {
-        report["closed"] = equaliser->leavesEyeClosed;
+        report.Set("closed", equaliser->leavesEyeClosed);
         if (!equaliser->leavesEyeClosed)
-            report["tdecqDb"] = equaliser->tdecqDb;
-        report["taps"] = equaliser->taps;
-        report["mainCursor"] = equaliser->mainCursor + 1;
-        report["equalisedOma"] = equaliser->oma;
-        report["tolerableNoiseRms"] = equaliser->noiseRms;
-        report["noiseGain"] = equaliser->noiseGain;
-        report["assumptions"] = kAssumptions;
+            report.Set("tdecqDb", equaliser->tdecqDb);
+        report.Set("taps", equaliser->taps);
+        report.Set("mainCursor", equaliser->mainCursor + 1);
+        report.Set("equalisedOma", equaliser->oma);
+        report.Set("tolerableNoiseRms", equaliser->noiseRms);
+        report.Set("noiseGain", equaliser->noiseGain);
+        report.Set("assumptions", Assumptions());
     } else {
-        report["whyNoTdecq"] = quality.whyNoTdecq;
+        report.Set("whyNoTdecq", quality.whyNoTdecq);
     }
-    return JsonText(report, 2);
+    return report.Text(2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -136,6 +136,12 @@ void CheckChain(const ChainFile& file)
     (void)PlanStages(file, config);
 }
 
+std::size_t FilterCount(const ChainFile& file)
+{
+    const json& content = JsonOf(file);
+    return content.is_object() && content.contains("filters") ? content["filters"].size() : 0;
+}
+
 std::vector<std::string> FilesOf(const ChainFile& file)
 {
     std::vector<std::string> files;

@@ -102,6 +102,9 @@ TARNWICK_WORKBENCH_API void CheckChain(const ChainFile& file);
 /// relative is from the folder of the chain file.
 TARNWICK_WORKBENCH_API std::vector<std::string> FilesOf(const ChainFile& file);
 
+/// How many filters a chain file has, those that are disabled too; 0 for none and for a file that is no chain.
+TARNWICK_WORKBENCH_API std::size_t FilterCount(const ChainFile& file);
+
 /// The name in `known` that begins with `name`, or is nearest to it by edit distance.
 /// @param known  at least one
 TARNWICK_WORKBENCH_API std::string Nearest(const std::string& name, const std::vector<std::string>& known);

@@ -14,6 +14,7 @@
 #include "workbench/pattern.h"
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/plumbing/device.h"
+#include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/stageplans.h"
 #include "workbench/symbols.h"
 
@@ -182,6 +183,17 @@ void RequireEyes(const ChainInput& input, const std::string& name, const std::st
                                        std::pair(input.eyes.samplesPerUi >= 1.0, "samplesPerUi")})
         if (!isKnown)
             throw UsageFailure(fmt::format("{}: device.{}: is missing; {} needs it", input.chain.Name(), key, user));
+}
+
+std::string ChainFileFor(const LockedCapture& capture)
+{
+    json device = LockedDevice(capture, false);
+    if (capture.report.mode == RecordKind::SingleShot) {
+        device["record"] = "single-shot";
+        device.erase("patternLengthUi");
+        device.erase("patternSymbols");
+    }
+    return JsonText(json{{"device", std::move(device)}, {"filters", json::array()}}, 4) + "\n";
 }
 
 }  // namespace Tarnwick::DSO::Workbench

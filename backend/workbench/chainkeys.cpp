@@ -5,10 +5,9 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "workbench/plumbing/device.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/stages/stages.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -122,20 +121,19 @@ std::string ChainKeysAsMarkdown()
 
 std::string ChainKeysAsJson()
 {
-    nlohmann::ordered_json groups = nlohmann::ordered_json::array();
+    Json groups = Json::List();
     for (const ChainKeyGroup& group : ChainKeys()) {
-        nlohmann::ordered_json keys = nlohmann::ordered_json::array();
+        Json keys = Json::List();
         for (const ChainKey& key : group.keys)
-            keys.push_back({{"name", key.name},
-                            {"value", key.kind},
-                            {"unit", key.unit},
-                            {"default", WithoutQuotes(key.defaultValue)},
-                            {"meaning", WithoutQuotes(key.meaning)},
-                            {"choices", key.choices}});
-        groups.push_back(
-            {{"name", group.name}, {"meaning", group.meaning}, {"isFilter", group.isFilter}, {"keys", keys}});
+            keys.Add({{"name", key.name},
+                      {"value", key.kind},
+                      {"unit", key.unit},
+                      {"default", WithoutQuotes(key.defaultValue)},
+                      {"meaning", WithoutQuotes(key.meaning)},
+                      {"choices", key.choices}});
+        groups.Add({{"name", group.name}, {"meaning", group.meaning}, {"isFilter", group.isFilter}, {"keys", keys}});
     }
-    return JsonText(nlohmann::ordered_json{{"groups", groups}}, 2) + "\n";
+    return Json{{"groups", groups}}.Text(2) + "\n";
 }
 
 std::string ChainKeysAsDictionary()

@@ -5,17 +5,14 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "maths/responses/ctle.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
-
-using nlohmann::ordered_json;
 
 constexpr double kHighestFrequency = 1e11;  // [Hz] far above every peak: the poles lie below 27 GHz
 
@@ -56,17 +53,17 @@ std::string Table(const char* title, const char* ctleType, const char* gain, con
     return text;
 }
 
-ordered_json ToJson(const std::vector<CtlePreset>& presets)
+Json ToJson(const std::vector<CtlePreset>& presets)
 {
-    ordered_json list = ordered_json::array();
+    Json list = Json::List();
     for (const CtlePreset& preset : presets)
-        list.push_back({{"gain", preset.gain},
-                        {"polesGHz", preset.polesGHz},
-                        {"zerosGHz", preset.zerosGHz},
-                        {"dcGain", preset.dcGain},
-                        {"dcGainDb", Decibels(preset.dcGain)},
-                        {"peakingDb", preset.peakingDb},
-                        {"peakFrequencyGHz", preset.peakFrequencyGHz}});
+        list.Add({{"gain", preset.gain},
+                  {"polesGHz", preset.polesGHz},
+                  {"zerosGHz", preset.zerosGHz},
+                  {"dcGain", preset.dcGain},
+                  {"dcGainDb", Decibels(preset.dcGain)},
+                  {"peakingDb", preset.peakingDb},
+                  {"peakFrequencyGHz", preset.peakFrequencyGHz}});
     return list;
 }
 
@@ -103,8 +100,8 @@ std::string PresetsAsText()
 
 std::string PresetsAsJson()
 {
-    const ordered_json presets = {{"ieee802.3bs", ToJson(Ieee802_3bsPresets())}, {"hdmi", ToJson(HdmiPresets())}};
-    return JsonText(presets, 2);
+    const Json presets = {{"ieee802.3bs", ToJson(Ieee802_3bsPresets())}, {"hdmi", ToJson(HdmiPresets())}};
+    return presets.Text(2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -6,23 +6,18 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "maths/patterns/leveldecisions.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/eyejson.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/plumbing/reportrows.h"
+#include "workbench/plumbing/text.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
-
-nlohmann::ordered_json OrNull(const std::optional<double>& value)
-{
-    return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
-}
 
 // One figure of each eye, lowest first; "-" without eyes.
 template <typename Figure>
@@ -74,26 +69,26 @@ std::string BathtubText(const EyeReport& report)
 
 }  // namespace
 
-nlohmann::ordered_json EyesToJson(const EyeReport& report)
+Json EyesToJson(const EyeReport& report)
 {
-    nlohmann::ordered_json eyes = nlohmann::ordered_json::array();
+    Json eyes = Json::List();
     for (const EyeOpening& eye : report.eyes)
-        eyes.push_back({{"height", eye.height},
-                        {"openingPercent", eye.openingPercent},
-                        {"widthUi", OrNull(eye.widthUi)},
-                        {"widthPs", OrNull(eye.widthPs)},
-                        {"threshold", eye.threshold},
-                        {"heightAtBer", OrNull(eye.heightAtBer)},
-                        {"q", eye.q}});
+        eyes.Add({{"height", eye.height},
+                  {"openingPercent", eye.openingPercent},
+                  {"widthUi", eye.widthUi},
+                  {"widthPs", eye.widthPs},
+                  {"threshold", eye.threshold},
+                  {"heightAtBer", eye.heightAtBer},
+                  {"q", eye.q}});
     return eyes;
 }
 
-void AddErrorRatio(nlohmann::ordered_json& target, const EyeReport& report)
+void AddErrorRatio(Json& target, const EyeReport& report)
 {
-    target["ber"] = OrNull(report.ber);
-    target["noiseRms"] = OrNull(report.noiseRms);
-    target["symbolsKnown"] = report.symbolsKnown;
-    target["valid"] = {{"first", report.valid.first}, {"count", report.valid.count}};
+    target.Set("ber", report.ber);
+    target.Set("noiseRms", report.noiseRms);
+    target.Set("symbolsKnown", report.symbolsKnown);
+    target.Set("valid", {{"first", report.valid.first}, {"count", report.valid.count}});
 }
 
 std::string HeightsText(const EyeReport& report)
@@ -125,8 +120,7 @@ std::string BerText(std::optional<double> ber)
 
 std::string EyeAsText(const EyeReport& report, ZeroVolts zero)
 {
-    std::string text =
-        ReportRow("levels V", report.levels.empty() ? "-" : fmt::format("{:.4g}", fmt::join(report.levels, " ")));
+    std::string text = ReportRow("levels V", report.levels.empty() ? "-" : Joined(report.levels, "{:.4g}", " "));
     if (!report.levels.empty())
         text += ReportRow("OMA V", fmt::format("{:.4g}", OuterModulationAmplitude(report)));
     if (zero == ZeroVolts::Dark)
@@ -179,14 +173,16 @@ EyeSettings EyeSettingsOf(const LockedCapture& capture)
 
 std::string EyeAsJson(const LockedCapture& capture, const EyeReport& report)
 {
-    nlohmann::ordered_json stage = {
+    Json stage = {
         {"name", "capture"},       {"samples", capture.samples.size()}, {"repetitions", capture.report.repetitions},
         {"levels", report.levels}, {"eyes", EyesToJson(report)},        {"phaseUi", report.phaseUi}};
     AddErrorRatio(stage, report);
-    nlohmann::ordered_json content;
-    content["acquisition"] = OrderedJsonFrom(LockAsJson(capture.report));
-    content["stages"] = nlohmann::ordered_json::array({stage});
-    return JsonText(content, 2);
+    Json content;
+    content.Set("acquisition", Json::From(LockAsJson(capture.report)));
+    Json stages = Json::List();
+    stages.Add(std::move(stage));
+    content.Set("stages", std::move(stages));
+    return content.Text(2);
 }
 
 EyeSettings EyeSettingsOf(const Chain& chain)

@@ -6,18 +6,15 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "maths/touchstone/touchstone.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/plumbing/text.h"
 #include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
-
-using nlohmann::ordered_json;
 
 constexpr std::size_t kMostKindsInText = 20;
 constexpr std::size_t kMostDifferencesInJson = 10000;
@@ -37,7 +34,7 @@ std::string PortsText(std::optional<FixtureKind> kind)
     return "4 ports";
 }
 
-ordered_json PortCount(std::optional<FixtureKind> kind)
+Json PortCount(std::optional<FixtureKind> kind)
 {
     if (!kind || *kind == FixtureKind::Table)
         return nullptr;
@@ -184,35 +181,34 @@ std::string ValueTable(std::span<const TransmissionCurve> curves, std::span<cons
     return text;
 }
 
-ordered_json DifferencesToJson(const std::vector<TouchstoneDifference>& differences)
+Json DifferencesToJson(const std::vector<TouchstoneDifference>& differences)
 {
-    ordered_json list = ordered_json::array();
+    Json list = Json::List();
     for (std::size_t k = 0; k < std::min(differences.size(), kMostDifferencesInJson); ++k)
-        list.push_back(
-            {{"line", differences[k].line}, {"token", differences[k].token}, {"reason", differences[k].reason}});
+        list.Add({{"line", differences[k].line}, {"token", differences[k].token}, {"reason", differences[k].reason}});
     return list;
 }
 
-ordered_json KindsToJson(const std::vector<TouchstoneDifference>& differences)
+Json KindsToJson(const std::vector<TouchstoneDifference>& differences)
 {
-    ordered_json list = ordered_json::array();
+    Json list = Json::List();
     for (const DifferenceKind& kind : KindsOf(differences))
-        list.push_back({{"reason", kind.first.reason},
-                        {"count", kind.count},
-                        {"firstLine", kind.first.line},
-                        {"lastLine", kind.lastLine}});
+        list.Add({{"reason", kind.first.reason},
+                  {"count", kind.count},
+                  {"firstLine", kind.first.line},
+                  {"lastLine", kind.lastLine}});
     return list;
 }
 
-ordered_json ValuesToJson(std::span<const TransmissionCurve> curves, std::span<const double> asked)
+Json ValuesToJson(std::span<const TransmissionCurve> curves, std::span<const double> asked)
 {
-    ordered_json list = ordered_json::array();
+    Json list = Json::List();
     for (const double frequency : TableFrequencies(curves, asked)) {
-        ordered_json row = {{"frequencyHz", frequency}};
+        Json row = {{"frequencyHz", frequency}};
         for (const TransmissionCurve& curve : curves)
             if (const auto value = ValueAt(curve, frequency))
-                row[curve.name] = {{"magnitudeDb", value->magnitudeDb}, {"phaseDeg", Wrapped(value->phaseDeg)}};
-        list.push_back(std::move(row));
+                row.Set(curve.name, {{"magnitudeDb", value->magnitudeDb}, {"phaseDeg", Wrapped(value->phaseDeg)}});
+        list.Add(std::move(row));
     }
     return list;
 }
@@ -240,19 +236,19 @@ std::string QualityText(const NetworkQuality& quality)
     return text;
 }
 
-ordered_json QualityToJson(const NetworkQuality& quality)
+Json QualityToJson(const NetworkQuality& quality)
 {
-    const auto figure = [](const std::optional<NetworkFigure>& found, bool holds) -> ordered_json {
+    const auto figure = [](const std::optional<NetworkFigure>& found, bool holds) -> Json {
         if (!found)
             return nullptr;
         return {{"value", found->value}, {"frequencyHz", found->frequency}, {"holds", holds}};
     };
-    ordered_json json = {{"passive", figure(quality.largestSingularValue, quality.IsPassive())},
-                         {"reciprocal", figure(quality.asymmetry, quality.IsReciprocal())},
-                         {"causal", nullptr},
-                         {"smooth", figure(quality.phaseStep, quality.IsSmooth())}};
+    Json json = {{"passive", figure(quality.largestSingularValue, quality.IsPassive())},
+                 {"reciprocal", figure(quality.asymmetry, quality.IsReciprocal())},
+                 {"causal", nullptr},
+                 {"smooth", figure(quality.phaseStep, quality.IsSmooth())}};
     if (quality.earlyEnergy)
-        json["causal"] = {{"value", *quality.earlyEnergy}, {"holds", quality.IsCausal()}};
+        json.Set("causal", {{"value", *quality.earlyEnergy}, {"holds", quality.IsCausal()}});
     return json;
 }
 
@@ -298,42 +294,42 @@ std::string FixtureAsJson(const FixtureFile& file, const std::string& name, cons
                           std::span<const double> frequencies)
 {
     const TouchstoneReport& report = file.Report();
-    ordered_json json = {{"file", name}, {"ports", PortCount(file.kind)}, {"quantity", QuantityOf(file.kind)}};
+    Json json = {{"file", name}, {"ports", PortCount(file.kind)}, {"quantity", QuantityOf(file.kind)}};
     if (file.options)
-        json["options"] = {{"line", file.options->line},
-                           {"unit", file.options->frequencyUnit},
-                           {"parameter", std::string(1, file.options->parameter)},
-                           {"format", file.options->numberFormat},
-                           {"reference", file.options->reference}};
-    json["points"] = report.plain.size();
+        json.Set("options", {{"line", file.options->line},
+                             {"unit", file.options->frequencyUnit},
+                             {"parameter", std::string(1, file.options->parameter)},
+                             {"format", file.options->numberFormat},
+                             {"reference", file.options->reference}});
+    json.Set("points", report.plain.size());
     if (!report.plain.empty()) {
         const FrequencySteps steps = StepsOf(report.plain);
-        json["firstHz"] = report.plain.begin()->first;
-        json["lastHz"] = report.plain.rbegin()->first;
-        json["smallestStepHz"] = steps.smallest;
-        json["largestStepHz"] = steps.largest;
+        json.Set("firstHz", report.plain.begin()->first);
+        json.Set("lastHz", report.plain.rbegin()->first);
+        json.Set("smallestStepHz", steps.smallest);
+        json.Set("largestStepHz", steps.largest);
     }
-    json["atZeroHz"] = {{"inData", report.plain.contains(0.0)},
-                        {"madeByFilter", file.madeAtZero ? ordered_json(*file.madeAtZero) : ordered_json()}};
-    json["readAsMeant"] = file.IsReadAsMeant();
-    json["plainFailure"] = report.plainFailure;
-    json["readFailure"] = report.readFailure;
-    json["readFailureLine"] = report.readFailureLine;
-    json["differenceKinds"] = KindsToJson(file.differences);
-    json["differences"] = DifferencesToJson(file.differences);
-    json["differencesLeftOut"] = file.differences.size() - std::min(file.differences.size(), kMostDifferencesInJson);
+    json.Set("atZeroHz", {{"inData", report.plain.contains(0.0)},
+                          {"madeByFilter", file.madeAtZero ? Json(*file.madeAtZero) : Json()}});
+    json.Set("readAsMeant", file.IsReadAsMeant());
+    json.Set("plainFailure", report.plainFailure);
+    json.Set("readFailure", report.readFailure);
+    json.Set("readFailureLine", report.readFailureLine);
+    json.Set("differenceKinds", KindsToJson(file.differences));
+    json.Set("differences", DifferencesToJson(file.differences));
+    json.Set("differencesLeftOut", file.differences.size() - std::min(file.differences.size(), kMostDifferencesInJson));
     if (file.through)
-        json["throughPath"] = {
-            {"portOrder", file.through->order ? ordered_json(static_cast<int>(*file.through->order)) : ordered_json()},
-            {"path", file.through->order ? ordered_json(PathText(*file.through->order)) : ordered_json()},
-            {"leadDb", file.through->leadDb}};
-    json["convertedFrom"] = file.network.converted.empty() ? ordered_json() : ordered_json(file.network.converted);
-    json["mixedModeLine"] = file.network.mixedModeLine > 0 ? ordered_json(file.network.mixedModeLine) : ordered_json();
-    json["quality"] = file.network.frequency.empty() ? ordered_json() : QualityToJson(JudgeNetwork(file.network));
-    json["values"] = ValuesToJson(CurvesOf(file), frequencies);
+        json.Set("throughPath",
+                 {{"portOrder", file.through->order ? Json(static_cast<int>(*file.through->order)) : Json()},
+                  {"path", file.through->order ? Json(PathText(*file.through->order)) : Json()},
+                  {"leadDb", file.through->leadDb}});
+    json.Set("convertedFrom", file.network.converted.empty() ? Json() : Json(file.network.converted));
+    json.Set("mixedModeLine", file.network.mixedModeLine > 0 ? Json(file.network.mixedModeLine) : Json());
+    json.Set("quality", file.network.frequency.empty() ? Json() : QualityToJson(JudgeNetwork(file.network)));
+    json.Set("values", ValuesToJson(CurvesOf(file), frequencies));
     if (!normalised.empty())
-        json["normalised"] = normalised;
-    return JsonText(json, 2);
+        json.Set("normalised", normalised);
+    return json.Text(2);
 }
 
 std::string TransmissionColumns(std::span<const TransmissionCurve> curves)

@@ -22,9 +22,6 @@
 
 namespace Tarnwick::DSO::Workbench {
 
-using nlohmann::json;
-using nlohmann::ordered_json;
-
 namespace {
 
 constexpr std::size_t kMostBytes = 4'000'000;
@@ -32,8 +29,7 @@ constexpr std::size_t kMostPlainRows = 200;  // of the table that is there witho
 
 std::string Utf8Of(const std::string& text)
 {
-    const std::string quoted = json(text).dump(-1, ' ', false, json::error_handler_t::replace);
-    return JsonFrom(quoted).get<std::string>();
+    return PlainText(Json(text).Text());
 }
 
 // As the content of an element or an attribute in double quotes.
@@ -59,9 +55,9 @@ void ReplaceAll(std::string& text, std::string_view what, std::string_view by)
 }
 
 // JSON within an element: these letters stand in its texts alone, where an escape means the same.
-std::string DataOf(const ordered_json& document)
+std::string DataOf(const Json& document)
 {
-    const std::string text = JsonText(document);
+    const std::string text = document.Text();
     std::string data;
     data.reserve(text.size() + text.size() / 16);
     for (const char letter : text) {
@@ -85,7 +81,7 @@ std::string RowOfCells(const Cells& cells, const char* element)
     return row + "</tr>\n";
 }
 
-std::string PageOf(const ordered_json& document, const ReportHead& head, const std::string& plainTable)
+std::string PageOf(const Json& document, const ReportHead& head, const std::string& plainTable)
 {
     const BundledText script = ReportScript();
     const BundledText style = ReportStyle();
@@ -144,16 +140,6 @@ std::string PlainTableOf(const TableReport& report)
     return "<table>\n" + rows + "</table>\n";
 }
 
-std::pair<double, double> PointFrom(const json& point)
-{
-    if (!point.is_array() || point.size() != 2)
-        throw json::other_error::create(0, "", nullptr);
-    const auto value = std::pair(point[0].get<double>(), point[1].get<double>());
-    if (!std::isfinite(value.first) || !std::isfinite(value.second))
-        throw json::other_error::create(0, "", nullptr);
-    return value;
-}
-
 }  // namespace
 
 ReportSource SourceOf(const std::filesystem::path& file, std::optional<std::size_t> samples)
@@ -163,36 +149,6 @@ ReportSource SourceOf(const std::filesystem::path& file, std::optional<std::size
     if (std::filesystem::is_regular_file(Openable(file), error))
         source.sha256 = HexOf(Sha256(ReadWholeFile(file)));
     return source;
-}
-
-ReportMask ReadReportMask(const std::filesystem::path& path)
-{
-    constexpr std::size_t kFewestCorners = 3;
-    std::string text;
-    try {
-        text = ReadWholeFile(path);
-    } catch (const DataFailure& failure) {  // a mask is a setting, not data
-        throw UsageFailure(failure.what());
-    }
-    const json content = ParsedJson(text, path.string());
-    ReportMask mask;
-    try {
-        mask.name = content.value("name", path.filename().string());
-        if (content.at("polygons").empty())
-            throw json::other_error::create(0, "", nullptr);
-        for (const json& polygon : content["polygons"]) {
-            auto& points = mask.polygons.emplace_back();
-            for (const json& point : polygon)
-                points.push_back(PointFrom(point));
-            if (points.size() < kFewestCorners)
-                throw UsageFailure(fmt::format("{}: polygon {} has {} points; expected at least {}", path.string(),
-                                               mask.polygons.size(), points.size(), kFewestCorners));
-        }
-    } catch (const json::exception&) {
-        throw UsageFailure(fmt::format(
-            "{}: is no mask; expected {{\"name\": \"...\", \"polygons\": [[[UI, V], ...], ...]}}", path.string()));
-    }
-    return mask;
 }
 
 std::string ReportDate()

@@ -3,21 +3,20 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "workbench/failure.h"
 #include "workbench/lock.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/device.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/reportrows.h"
+#include "workbench/plumbing/text.h"
 #include "workbench/symbols.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
-
-using nlohmann::ordered_json;
 
 const char* HowKnown(bool given)
 {
@@ -39,7 +38,7 @@ std::string CodingText(const LockReport& report)
     std::string text = fmt::format("{} ({})", NameOf(report.coding), HowKnown(report.codingGiven));
     if (report.levels.empty())
         return text + ", but no symbols can be made out";
-    return text + fmt::format(", levels {:.4g} V", fmt::join(report.levels, " "));
+    return text + fmt::format(", levels {} V", Joined(report.levels, "{:.4g}", " "));
 }
 
 std::string ModeText(const LockReport& report)
@@ -87,34 +86,22 @@ std::string LockAsText(const LockReport& report)
 std::string LockAsJson(const LockReport& report)
 {
     const bool isPeriodic = report.mode == RecordKind::Periodic;
-    const ordered_json content = {
-        {"symbolRateGBd", FoundOrNull(report.symbolRateGBd)},
-        {"samplesPerUi", report.samplesPerUi},
-        {"clockScore", FoundOrNull(report.clockScore)},
-        {"phaseResidualUi", report.phaseUi.empty() ? ordered_json() : ordered_json(report.phaseResidualUi)},
-        {"resampled", report.resampled},
-        {"samplesPerUiOut", report.samplesPerUiOut},
-        {"coding", report.coding == SIGNAL_CODING_UNKNOWN ? ordered_json() : ordered_json(NameOf(report.coding))},
-        {"levels", report.levels.empty() ? ordered_json() : ordered_json(report.levels)},
-        {"pattern", report.pattern.empty() ? ordered_json() : ordered_json(report.pattern)},
-        {"periodUi", report.periodUi > 0 ? ordered_json(report.periodUi) : ordered_json()},
-        {"mode", isPeriodic ? "periodic" : "single-shot"},
-        {"repetitions", report.repetitions},
-        {"firstSample", report.firstSample},
-        {"samples", report.samples},
-        {"warnings", report.warnings}};
-    return JsonText(content, 2);
-}
-
-std::string ChainFileFor(const LockedCapture& capture)
-{
-    nlohmann::json device = LockedDevice(capture, false);
-    if (capture.report.mode == RecordKind::SingleShot) {
-        device["record"] = "single-shot";
-        device.erase("patternLengthUi");
-        device.erase("patternSymbols");
-    }
-    return JsonText(nlohmann::json{{"device", std::move(device)}, {"filters", nlohmann::json::array()}}, 4) + "\n";
+    const Json content = {{"symbolRateGBd", FoundOrNull(report.symbolRateGBd)},
+                          {"samplesPerUi", report.samplesPerUi},
+                          {"clockScore", FoundOrNull(report.clockScore)},
+                          {"phaseResidualUi", report.phaseUi.empty() ? Json() : Json(report.phaseResidualUi)},
+                          {"resampled", report.resampled},
+                          {"samplesPerUiOut", report.samplesPerUiOut},
+                          {"coding", report.coding == SIGNAL_CODING_UNKNOWN ? Json() : Json(NameOf(report.coding))},
+                          {"levels", report.levels.empty() ? Json() : Json(report.levels)},
+                          {"pattern", report.pattern.empty() ? Json() : Json(report.pattern)},
+                          {"periodUi", report.periodUi > 0 ? Json(report.periodUi) : Json()},
+                          {"mode", isPeriodic ? "periodic" : "single-shot"},
+                          {"repetitions", report.repetitions},
+                          {"firstSample", report.firstSample},
+                          {"samples", report.samples},
+                          {"warnings", report.warnings}};
+    return content.Text(2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -19,6 +19,7 @@
 #include "workbench/failure.h"
 #include "workbench/plumbing/chainjson.h"
 #include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/text.h"
 #include "workbench/plumbing/workers.h"
 #include "workbench/run.h"
 #include "workbench/signalquality.h"
@@ -437,7 +438,7 @@ OptimiserResult Optimise(const OptimiserInput& input, const OptimiserObserver& o
     for (const std::string& ctle : input.ctleTypes)
         if (RangeOf(ctle) == nullptr)
             throw UsageFailure(fmt::format("optimise: the type of CTLE is \"{}\"; expected {}", ctle,
-                                           fmt::join(OptimisedCtleTypes(), ", ")));
+                                           Joined(OptimisedCtleTypes(), ", ")));
     return Search(input, observer).Run();
 }
 

@@ -11,6 +11,7 @@
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/checksum.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/reportrows.h"
 #include "workbench/plumbing/text.h"
@@ -18,7 +19,6 @@
 namespace Tarnwick::DSO::Workbench {
 
 using nlohmann::json;
-using nlohmann::ordered_json;
 
 namespace {
 
@@ -27,10 +27,10 @@ std::string CtleText(const EqualiserPoint& point)
     return point.ctle.empty() ? "none" : fmt::format("{} {:g}", point.ctle, point.gain);
 }
 
-ordered_json PointOf(const EqualiserPoint& point)
+Json PointOf(const EqualiserPoint& point)
 {
-    return {{"ctle", point.ctle.empty() ? ordered_json() : ordered_json(point.ctle)},
-            {"gain", point.ctle.empty() ? ordered_json() : ordered_json(point.gain)},
+    return {{"ctle", point.ctle.empty() ? Json() : Json(point.ctle)},
+            {"gain", point.ctle.empty() ? Json() : Json(point.gain)},
             {"ffeTaps", point.ffeTaps},
             {"dfeTaps", point.dfeTaps}};
 }
@@ -93,25 +93,25 @@ std::string OptimisedAsText(const OptimiserResult& result)
 
 std::string OptimisedAsJson(const OptimiserResult& result, RankBy rank)
 {
-    ordered_json trials = ordered_json::array();
+    Json trials = Json::List();
     std::size_t place = 0;
     for (const std::size_t index : BestFirst(result)) {
         const EqualiserTrial& trial = result.trials[index];
-        ordered_json entry = {{"rank", ++place}};
-        entry.update(PointOf(trial.point));
+        Json entry = {{"rank", ++place}};
+        entry.SetAll(PointOf(trial.point));
         if (!trial.capture.empty())
-            entry["worstCapture"] = trial.capture;
+            entry.Set("worstCapture", trial.capture);
         if (trial.error.empty())
-            entry.update({{"figure", trial.figure},
+            entry.SetAll({{"figure", trial.figure},
                           {"openingPercent", trial.openingPercent},
                           {"height", trial.heightV},
-                          {"widthUi", trial.widthUi ? ordered_json(*trial.widthUi) : ordered_json()},
-                          {"ber", trial.ber ? ordered_json(*trial.ber) : ordered_json()}});
+                          {"widthUi", trial.widthUi},
+                          {"ber", trial.ber}});
         else
-            entry["error"] = trial.error;
-        trials.push_back(std::move(entry));
+            entry.Set("error", trial.error);
+        trials.Add(std::move(entry));
     }
-    return JsonText(ordered_json{{"rank", NameOf(rank)}, {"stopped", result.stopped}, {"trials", trials}}, 2);
+    return Json{{"rank", NameOf(rank)}, {"stopped", result.stopped}, {"trials", trials}}.Text(2);
 }
 
 std::string TrialTableHead(const OptimiserInput& input)
@@ -132,21 +132,21 @@ std::string TrialTableHead(const OptimiserInput& input)
 
 std::string TrialTableRow(const EqualiserTrial& trial)
 {
-    json row = PointOf(trial.point);
+    Json row = PointOf(trial.point);
     if (!trial.capture.empty())
-        row["capture"] = trial.capture;
+        row.Set("capture", trial.capture);
     if (!trial.error.empty()) {
-        row["error"] = trial.error;
+        row.Set("error", trial.error);
     } else if (std::isfinite(trial.figure)) {  // JSON has no infinity: no figure
-        row["figure"] = trial.figure;
-        row["openingPercent"] = trial.openingPercent;
-        row["height"] = trial.heightV;
+        row.Set("figure", trial.figure);
+        row.Set("openingPercent", trial.openingPercent);
+        row.Set("height", trial.heightV);
         if (trial.widthUi)
-            row["widthUi"] = *trial.widthUi;
+            row.Set("widthUi", *trial.widthUi);
         if (trial.ber)
-            row["ber"] = *trial.ber;
+            row.Set("ber", *trial.ber);
     }
-    return JsonText(row) + "\n";
+    return row.SortedText() + "\n";
 }
 
 std::vector<EqualiserTrial> ReadTrialTable(std::string_view text, const OptimiserInput& input, const std::string& name)

@@ -5,17 +5,14 @@
 #include <optional>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/plumbing/text.h"
 #include "workbench/units.h"
 
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
-
-using nlohmann::ordered_json;
 
 // A value that is not finite leaves its column empty.
 void AppendColumn(std::string& text, double value)
@@ -25,12 +22,12 @@ void AppendColumn(std::string& text, double value)
         text += fmt::format("{}", value);
 }
 
-ordered_json InGiga(const std::optional<double>& frequency)
+Json InGiga(const std::optional<double>& frequency)
 {
-    return frequency ? ordered_json(*frequency / kGiga) : ordered_json();
+    return frequency ? Json(*frequency / kGiga) : Json();
 }
 
-ordered_json ToJson(const ResponseFigures& figures)
+Json ToJson(const ResponseFigures& figures)
 {
     return {{"dcGainDb", figures.dcGainDb},
             {"halfRateGainDb", figures.halfRateGainDb},
@@ -42,7 +39,7 @@ ordered_json ToJson(const ResponseFigures& figures)
             {"peakDelayPs", figures.peakDelay * kPicoPerUnit}};
 }
 
-ordered_json ToJson(const CorrectedChannel& channel)
+Json ToJson(const CorrectedChannel& channel)
 {
     return {{"cutoffGHz", channel.cutoff / kGiga},
             {"comparedToGHz", channel.comparedTo / kGiga},
@@ -86,21 +83,21 @@ std::string ResponseAsText(const ChainResponse& response)
 
 std::string ResponseAsJson(const ChainResponse& response)
 {
-    ordered_json filters = ordered_json::array();
+    Json filters = Json::List();
     for (const FilterResponse& filter : response.filters) {
-        ordered_json row = {{"name", filter.label}};
-        row.update(ToJson(FiguresOf(filter.function, response.symbolRate, response.bandEnd)));
+        Json row = {{"name", filter.label}};
+        row.SetAll(ToJson(FiguresOf(filter.function, response.symbolRate, response.bandEnd)));
         if (filter.channel)
-            row["correctedChannel"] = ToJson(*filter.channel);
-        filters.push_back(std::move(row));
+            row.Set("correctedChannel", ToJson(*filter.channel));
+        filters.Add(std::move(row));
     }
-    const ordered_json report = {{"symbolRateGBd", response.symbolRate / kGiga},
-                                 {"samplesPerUi", response.samplesPerUi},
-                                 {"samples", response.whole.impulse.size()},
-                                 {"filters", filters},
-                                 {"whole", ToJson(FiguresOf(response.whole, response.symbolRate, response.bandEnd))},
-                                 {"leftOut", response.leftOut}};
-    return JsonText(report, 2);
+    const Json report = {{"symbolRateGBd", response.symbolRate / kGiga},
+                         {"samplesPerUi", response.samplesPerUi},
+                         {"samples", response.whole.impulse.size()},
+                         {"filters", filters},
+                         {"whole", ToJson(FiguresOf(response.whole, response.symbolRate, response.bandEnd))},
+                         {"leftOut", response.leftOut}};
+    return report.Text(2);
 }
 
 std::string FrequencyColumns(const ChainResponse& response)

@@ -18,6 +18,7 @@
 #include "workbench/failure.h"
 #include "workbench/plumbing/checkedeyes.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/plumbing/jsontext.h"
 #include "workbench/statistics.h"
 
@@ -148,6 +149,19 @@ Result Filtered(Stage& stage, std::vector<double>& samples, const std::string& c
     return result;
 }
 
+// Five digits: more than the measurement is good for.
+std::string FindingText(const nlohmann::json& value)
+{
+    if (value.is_number_float())
+        return fmt::format("{:.5g}", value.get<double>());
+    if (!value.is_array())
+        return value.is_string() ? value.get<std::string>() : JsonText(value);
+    std::string text;
+    for (const nlohmann::json& each : value)
+        text.append(text.empty() ? "" : " ").append(FindingText(each));
+    return text;
+}
+
 }  // namespace
 
 std::vector<double> RunStage(Stage& stage, std::vector<double>& samples, const std::string& chain,
@@ -266,29 +280,42 @@ ChainResult RunToEnd(Chain& chain, std::vector<double> record, const EyeSettings
     return result;
 }
 
+std::string FindingsAsText(const StageReport& report)
+{
+    std::string text;
+    if (report.findings.empty())
+        return text;
+    const nlohmann::json findings = JsonFrom(report.findings);
+    for (const auto& [name, value] : findings.items())
+        if (name != "appliedTaps" || !findings.contains("taps") || value != findings["taps"])
+            text += fmt::format("{} {}: {}\n", report.name, name, FindingText(value));
+    return text;
+}
+
 std::string ReportAsJson(std::span<const StageReport> stages, const std::optional<LockReport>& acquisition)
 {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    Json list = Json::List();
     for (const StageReport& stage : stages) {
-        list.push_back({{"name", stage.name},
-                        {"samples", stage.samples},
-                        {"repetitions", stage.repetitions},
-                        {"mean", stage.mean},
-                        {"rms", stage.rms},
-                        {"peakToPeak", stage.peakToPeak},
-                        {"levels", stage.eye.levels},
-                        {"eyes", EyesToJson(stage.eye)},
-                        {"phaseUi", stage.eye.phaseUi},
-                        {"seconds", stage.seconds}});
-        AddErrorRatio(list.back(), stage.eye);
+        Json row = {{"name", stage.name},
+                    {"samples", stage.samples},
+                    {"repetitions", stage.repetitions},
+                    {"mean", stage.mean},
+                    {"rms", stage.rms},
+                    {"peakToPeak", stage.peakToPeak},
+                    {"levels", stage.eye.levels},
+                    {"eyes", EyesToJson(stage.eye)},
+                    {"phaseUi", stage.eye.phaseUi},
+                    {"seconds", stage.seconds}};
+        AddErrorRatio(row, stage.eye);
         if (!stage.findings.empty())
-            list.back().update(OrderedJsonFrom(stage.findings));
+            row.SetAll(Json::From(stage.findings));
+        list.Add(std::move(row));
     }
-    nlohmann::ordered_json report = nlohmann::ordered_json::object();
+    Json report = Json::Object();
     if (acquisition)
-        report["acquisition"] = OrderedJsonFrom(LockAsJson(*acquisition));
-    report["stages"] = std::move(list);
-    return JsonText(report, 2);
+        report.Set("acquisition", Json::From(LockAsJson(*acquisition)));
+    report.Set("stages", std::move(list));
+    return report.Text(2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -104,6 +104,10 @@ TARNWICK_WORKBENCH_API ChainResult RunChain(Chain& chain, std::span<const double
 TARNWICK_WORKBENCH_API ChainResult RunToEnd(Chain& chain, std::vector<double> record, const EyeSettings& eyes,
                                             const std::string& name);
 
+/// What the stage's filter has found, a line a finding with the stage's name, numbers in five digits: more than the measurement
+/// is good for. Applied taps that are those found are left out.
+TARNWICK_WORKBENCH_API std::string FindingsAsText(const StageReport& report);
+
 /// {"acquisition": as LockAsJson, left out where there was none, "stages": [{"name", "samples", "repetitions", "mean", "rms",
 /// "peakToPeak", "levels", "eyes", "phaseUi", "seconds", "ber", "noiseRms", "symbolsKnown", "valid", ...}]} as JSON text,
 /// indented by two; an eye is {"height", "openingPercent", "widthUi", "widthPs", "threshold", "heightAtBer", "q"}. What a

@@ -9,7 +9,6 @@
 #include <random>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "maths/patterns/edgesignal.h"
 #include "maths/patterns/periodicrecord.h"
@@ -17,7 +16,7 @@
 #include "maths/transforms/factors.h"
 #include "workbench/failure.h"
 #include "workbench/pattern.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/symbols.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -275,20 +274,19 @@ std::vector<double> Simulate(std::span<const int> levels, int levelCount, const 
 
 std::string ChainFileFor(const SimulatedPattern& pattern, const Simulation& settings)
 {
-    nlohmann::ordered_json device = {{"baudRateGBd", settings.symbolRateGBd}, {"signalCoding", NameOf(pattern.coding)}};
+    Json device = {{"baudRateGBd", settings.symbolRateGBd}, {"signalCoding", NameOf(pattern.coding)}};
     if (settings.samplesPerUi == std::round(settings.samplesPerUi) && settings.clockOffsetPpm == 0.0)
-        device["samplesPerUi"] = static_cast<int>(settings.samplesPerUi);
+        device.Set("samplesPerUi", static_cast<int>(settings.samplesPerUi));
     if (settings.IsSeamless() && pattern.symbols.empty())
-        device["patternSymbols"] = {{"prbs", pattern.prbs}};
+        device.Set("patternSymbols", {{"prbs", pattern.prbs}});
     else if (settings.IsSeamless())
-        device["patternSymbols"] = pattern.symbols;
+        device.Set("patternSymbols", pattern.symbols);
     if (pattern.withoutGrayCoding)
-        device["withoutGrayCoding"] = true;
-    const nlohmann::ordered_json chain = {{"device", device},
-                                          {"filters",
-                                           {{{"type", "moving-average"}, {"WindowLength", 3}},
-                                            {{"type", "bessel-thomson"}, {"order", 4}, {"cutoffPercent", 75}}}}};
-    return JsonText(chain, 4) + "\n";
+        device.Set("withoutGrayCoding", true);
+    Json filters = Json::List();
+    filters.Add({{"type", "moving-average"}, {"WindowLength", 3}});
+    filters.Add({{"type", "bessel-thomson"}, {"order", 4}, {"cutoffPercent", 75}});
+    return Json{{"device", device}, {"filters", filters}}.Text(4) + "\n";
 }
 
 }  // namespace Tarnwick::DSO::Workbench

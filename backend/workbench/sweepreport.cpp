@@ -3,33 +3,22 @@
 #include <algorithm>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "workbench/eyereport.h"
 #include "workbench/plumbing/eyejson.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/plumbing/jsontext.h"
 #include "workbench/plumbing/text.h"
 
 namespace Tarnwick::DSO::Workbench {
 
-using nlohmann::json;
-using nlohmann::ordered_json;
-
 namespace {
 
-std::string ValueText(const std::string& jsonText)
+Json ValuesOf(const SweepRun& run, std::span<const SweepAxis> axes)
 {
-    const json value = JsonFrom(jsonText);
-    if (value.is_string())
-        return value.get<std::string>();
-    return value.is_number_float() ? fmt::format("{:.10g}", value.get<double>()) : JsonText(value);
-}
-
-ordered_json ValuesOf(const SweepRun& run, std::span<const SweepAxis> axes)
-{
-    ordered_json values;
+    Json values;
     for (std::size_t k = 0; k < run.values.size(); ++k)
-        values[axes[k].path] = OrderedJsonFrom(run.values[k]);
+        values.Set(axes[k].path, Json::From(run.values[k]));
     return values;
 }
 
@@ -52,7 +41,7 @@ std::string CaptionOf(std::span<const std::string> names, std::span<const std::s
     std::string caption;
     for (std::size_t k = 0; k < values.size(); ++k)
         caption +=
-            fmt::format("{}{}{}{}", k == 0 ? "" : ", ", names[k], names[k].empty() ? "" : " ", ValueText(values[k]));
+            fmt::format("{}{}{}{}", k == 0 ? "" : ", ", names[k], names[k].empty() ? "" : " ", PlainText(values[k]));
     return caption;
 }
 
@@ -68,7 +57,7 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
     for (const SweepAxis& axis : axes) {
         std::size_t width = axis.path.size();
         for (const std::string& value : axis.values)
-            width = std::max(width, ValueText(value).size());
+            width = std::max(width, PlainText(value).size());
         widths.push_back(width);
         text += fmt::format("  {:>{}}", axis.path, width);
     }
@@ -82,7 +71,7 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
     const auto columns = [&](const SweepRun& run) {
         std::string values;
         for (std::size_t k = 0; k < widths.size(); ++k)
-            values += fmt::format("  {:>{}}", ValueText(run.values[k]), widths[k]);
+            values += fmt::format("  {:>{}}", PlainText(run.values[k]), widths[k]);
         return values;
     };
     std::size_t rank = 0;
@@ -100,39 +89,39 @@ std::string SweepAsText(std::span<const SweepAxis> axes, std::span<const SweepRu
 
 std::string SweepAsJson(std::span<const SweepAxis> axes, std::span<const SweepRun> runs)
 {
-    ordered_json list = ordered_json::array();
+    Json list = Json::List();
     std::size_t rank = 0;
     for (const std::size_t index : Ranking(runs)) {
         const SweepRun& run = runs[index];
-        ordered_json entry = {{"rank", ++rank},
-                              {"values", ValuesOf(run, axes)},
-                              {"eyes", EyesToJson(run.eye)},
-                              {"levels", run.eye.levels},
-                              {"phaseUi", run.eye.phaseUi},
-                              {"smallestOpeningPercent", nullptr},
-                              {"smallestHeight", nullptr},
-                              {"smallestWidthUi", nullptr}};
+        Json entry = {{"rank", ++rank},
+                      {"values", ValuesOf(run, axes)},
+                      {"eyes", EyesToJson(run.eye)},
+                      {"levels", run.eye.levels},
+                      {"phaseUi", run.eye.phaseUi},
+                      {"smallestOpeningPercent", nullptr},
+                      {"smallestHeight", nullptr},
+                      {"smallestWidthUi", nullptr}};
         AddErrorRatio(entry, run.eye);
         if (!run.eye.eyes.empty()) {
-            entry["smallestOpeningPercent"] = SmallestOf(run.eye, &EyeOpening::openingPercent);
-            entry["smallestHeight"] = SmallestOf(run.eye, &EyeOpening::height);
+            entry.Set("smallestOpeningPercent", SmallestOf(run.eye, &EyeOpening::openingPercent));
+            entry.Set("smallestHeight", SmallestOf(run.eye, &EyeOpening::height));
             if (const auto width = SmallestOf(run.eye, &EyeOpening::widthUi))
-                entry["smallestWidthUi"] = *width;
+                entry.Set("smallestWidthUi", *width);
         }
         if (!run.capture.empty())
-            entry["worstCapture"] = run.capture;
+            entry.Set("worstCapture", run.capture);
         if (run.tdecqDb)
-            entry["tdecqDb"] = *run.tdecqDb;
-        list.push_back(std::move(entry));
+            entry.Set("tdecqDb", *run.tdecqDb);
+        list.Add(std::move(entry));
     }
     for (const SweepRun& run : runs)
         if (!run.error.empty())
-            list.push_back({{"values", ValuesOf(run, axes)}, {"error", run.error}});
-    ordered_json paths = ordered_json::array();
+            list.Add({{"values", ValuesOf(run, axes)}, {"error", run.error}});
+    Json paths = Json::List();
     for (const SweepAxis& axis : axes)
-        paths.push_back(axis.path);
-    const ordered_json report = {{"over", paths}, {"runs", list}};
-    return JsonText(report, 2);
+        paths.Add(axis.path);
+    const Json report = {{"over", paths}, {"runs", list}};
+    return report.Text(2);
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "framework/filenames.h"
 #include "workbench/optimiserreport.h"
@@ -35,10 +34,9 @@ Value ValueOf(const std::string& text)
 // A JSON text: numbers stay numbers.
 Value ValueOfJson(const std::string& text)
 {
-    const nlohmann::json value = nlohmann::json::parse(text, nullptr, false);
-    if (value.is_number())
-        return value.get<double>();
-    return value.is_string() ? value.get<std::string>() : text;
+    const auto value = NumberOrText(text);
+    const double* const number = std::get_if<double>(&value);
+    return number != nullptr ? Value(*number) : Value(std::get<std::string>(value));
 }
 
 template <typename Rows, typename Holds>

@@ -241,7 +241,7 @@ public:
         if (!isWhole || row.size() < 2)
             FailAt(name_, number, 0,
                    "is no row of a table: frequency in Hz, level in dB and phase in radians by commas");
-        result_.text += fmt::format("{}\n", fmt::join(row, ","));
+        result_.text += Joined(row, ",") + "\n";
     }
 
     NormalisedFile Finish()

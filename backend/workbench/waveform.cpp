@@ -324,14 +324,11 @@ void WriteWhole(const fs::path& path, std::span<const char> content)
 }
 std::string WaveformAsCsv(std::span<const double> samples, double interval, double start)
 {
-    fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text), "{}voltage [V]\n", interval > 0.0 ? "time [s]," : "");
-    for (std::size_t k = 0; k < samples.size(); ++k) {
-        if (interval > 0.0)
-            fmt::format_to(std::back_inserter(text), "{},", start + interval * static_cast<double>(k));
-        fmt::format_to(std::back_inserter(text), "{}\n", samples[k]);
-    }
-    return fmt::to_string(text);
+    std::string text = interval > 0.0 ? "time [s],voltage [V]\n" : "voltage [V]\n";
+    for (std::size_t k = 0; k < samples.size(); ++k)
+        text += interval > 0.0 ? fmt::format("{},{}\n", start + interval * static_cast<double>(k), samples[k])
+                               : fmt::format("{}\n", samples[k]);
+    return text;
 }
 
 void RequireWaveformName(const fs::path& path)

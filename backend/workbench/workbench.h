@@ -21,6 +21,7 @@
 #include "workbench/fixturefile.h"
 #include "workbench/fixturereport.h"
 #include "workbench/htmlreport.h"
+#include "workbench/joined.h"
 #include "workbench/lock.h"
 #include "workbench/network.h"
 #include "workbench/optimiser.h"

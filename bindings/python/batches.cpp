@@ -14,6 +14,7 @@
 #include "batches.h"
 #include "pictures/batchpicture.h"
 #include "workbench/batch.h"
+#include "workbench/joined.h"
 #include "workbench/pattern.h"
 #include "workbench/units.h"
 
@@ -50,8 +51,8 @@ BatchInput InputOf(const std::string& chain, const std::string& name, const std:
     if (!coding.empty()) {
         input.facts.coding = CodingOf(coding);
         if (input.facts.coding == SIGNAL_CODING_UNKNOWN)
-            throw std::invalid_argument(
-                fmt::format("batch: coding is \"{}\"; expected one of {}", coding, fmt::join(CodingNames(), ", ")));
+            throw std::invalid_argument(fmt::format("batch: coding is \"{}\"; expected one of {}", coding,
+                                                    DSO::Workbench::Joined(DSO::Workbench::CodingNames(), ", ")));
     }
     input.facts.symbolRateGBd = baud;
     input.facts.samplesPerUi = samplesPerUi;

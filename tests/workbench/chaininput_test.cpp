@@ -10,6 +10,7 @@
 
 #include "support/failures.h"
 #include "workbench/failure.h"
+#include "workbench/joined.h"
 #include "workbench/run.h"
 #include "workbench/simulation.h"
 
@@ -155,7 +156,7 @@ TEST(ChainInputFor, CompletesTheDevice)
         EXPECT_EQ(chain.Device().patternLengthUi, row.periodUi);
         EXPECT_FALSE(chain.Device().useFractionalSampling);
         EXPECT_EQ(input.eyes.circular, row.circular);
-        const std::string notes = fmt::format("{}", fmt::join(input.notes, "\n"));
+        const std::string notes = Joined(input.notes, "\n");
         EXPECT_EQ(notes.empty(), *row.note == '\0') << notes;
         EXPECT_NE(notes.find(row.note), std::string::npos) << notes;
         const ChainResult result = RunChain(chain, input.samples, input.eyes, "c");

@@ -14,6 +14,7 @@
 #include "workbench/captures.h"
 #include "workbench/chaininput.h"
 #include "workbench/failure.h"
+#include "workbench/joined.h"
 #include "workbench/pattern.h"
 #include "workbench/run.h"
 #include "workbench/simulation.h"
@@ -27,9 +28,7 @@ using Testing::FailureOf;
 
 TEST(SweepAxis, ReadsRangesAndLists)
 {
-    const auto valuesOf = [](const std::string& text) {
-        return fmt::format("[{}]", fmt::join(ReadSweepAxis(text).values, ","));
-    };
+    const auto valuesOf = [](const std::string& text) { return "[" + Joined(ReadSweepAxis(text).values, ",") + "]"; };
     EXPECT_EQ(valuesOf("a.b=1:3:1"), "[1,2,3]");
     EXPECT_EQ(valuesOf("a=0:0.3:0.1"), "[0,0.1,0.2,0.3]");  // 3 * 0.1 lies above 0.3
     EXPECT_EQ(valuesOf("a=0:1:0.3"), "[0,0.3,0.6,0.8999999999999999]");

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "capture.h"
 #include "commands/commands.h"
@@ -26,6 +25,7 @@
 #include "workbench/eye.h"
 #include "workbench/eyereport.h"
 #include "workbench/failure.h"
+#include "workbench/joined.h"
 #include "workbench/lock.h"
 #include "workbench/run.h"
 
@@ -45,19 +45,6 @@ struct ApplyOptions {
     bool whole = false;
     bool json = false;
 };
-
-// Five digits: more than the measurement is good for.
-std::string FindingText(const nlohmann::json& value)
-{
-    if (value.is_number_float())
-        return fmt::format("{:.5g}", value.get<double>());
-    if (!value.is_array())
-        return value.is_string() ? value.get<std::string>() : value.dump();
-    std::string text;
-    for (const nlohmann::json& each : value)
-        text.append(text.empty() ? "" : " ").append(FindingText(each));
-    return text;
-}
 
 // Columns two blanks apart: the first to the left, the others to the right.
 std::string ColumnsOf(const std::vector<std::vector<std::string>>& rows)
@@ -95,15 +82,9 @@ std::string TableOf(const std::vector<Workbench::StageReport>& reports)
             decided.push_back(report.name);
     if (!decided.empty())
         text += fmt::format("eyes of {}: symbols decided from the samples, which flatters an eye that is closed\n",
-                            fmt::join(decided, ", "));
-    for (const Workbench::StageReport& report : reports) {
-        if (report.findings.empty())
-            continue;
-        const nlohmann::json findings = nlohmann::json::parse(report.findings);
-        for (const auto& [name, value] : findings.items())
-            if (name != "appliedTaps" || value != findings.value("taps", nlohmann::json()))
-                text += fmt::format("{} {}: {}\n", report.name, name, FindingText(value));
-    }
+                            DSO::Workbench::Joined(decided, ", "));
+    for (const Workbench::StageReport& report : reports)
+        text += FindingsAsText(report);
     return text;
 }
 

@@ -14,7 +14,6 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "capture.h"
 #include "commandline.h"
@@ -182,30 +181,7 @@ void RunMissing(const Workbench::BatchInput& input, std::span<const BatchJob> jo
             rows.ofJobs[index->second] = std::move(row);
 }
 
-struct Summary {
-    std::size_t captures = 0;
-    std::size_t done = 0;
-    std::size_t failed = 0;
-    const BatchRow* worst = nullptr;  // the smallest opening
-};
-
-Summary SummaryOf(const Rows& rows)
-{
-    Summary summary;
-    summary.captures = rows.ofJobs.size();
-    for (const std::optional<BatchRow>& row : rows.ofJobs) {
-        if (!row)
-            continue;
-        ++(row->IsDone() ? summary.done : summary.failed);
-        const auto opening = row->Number(BatchColumn::OpeningPercent);
-        if (row->IsDone() && opening &&
-            (summary.worst == nullptr || *opening < *summary.worst->Number(BatchColumn::OpeningPercent)))
-            summary.worst = &*row;
-    }
-    return summary;
-}
-
-std::string AsText(const Summary& summary, const Rows& rows, const std::string& results)
+std::string AsText(const Workbench::BatchSummary& summary, const Rows& rows, const std::string& results)
 {
     std::string text =
         fmt::format("captures         {}\ndone             {}{}\nfailed           {}\n", summary.captures, summary.done,
@@ -214,21 +190,6 @@ std::string AsText(const Summary& summary, const Rows& rows, const std::string& 
         text += fmt::format("smallest opening {:.1f} %, {}\n", *summary.worst->Number(BatchColumn::OpeningPercent),
                             (*summary.worst)[BatchColumn::File]);
     return text + fmt::format("table            {}\n", results);
-}
-
-std::string AsJson(const Summary& summary, const Rows& rows, const std::string& results)
-{
-    nlohmann::ordered_json failures = nlohmann::ordered_json::array();
-    for (const std::optional<BatchRow>& row : rows.ofJobs)
-        if (row && !row->IsDone())
-            failures.push_back({{"file", (*row)[BatchColumn::File]}, {"reason", (*row)[BatchColumn::Reason]}});
-    nlohmann::ordered_json report = {
-        {"captures", summary.captures}, {"done", summary.done},       {"kept", rows.kept},   {"failed", summary.failed},
-        {"results", results},           {"smallestOpening", nullptr}, {"failures", failures}};
-    if (summary.worst != nullptr)
-        report["smallestOpening"] = {{"file", (*summary.worst)[BatchColumn::File]},
-                                     {"openingPercent", *summary.worst->Number(BatchColumn::OpeningPercent)}};
-    return report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 void PrintFailures(const Rows& rows)
@@ -298,8 +259,9 @@ void Run(BatchOptions options)
     }
     if (!options.report.empty())
         WriteReport(options, rows, eyes, head);
-    const Summary summary = SummaryOf(rows);
-    PrintReport(options.json ? AsJson(summary, rows, options.results) : AsText(summary, rows, options.results));
+    const Workbench::BatchSummary summary = Workbench::SummaryOf(rows.ofJobs);
+    PrintReport(options.json ? Workbench::SummaryAsJson(rows.ofJobs, rows.kept, options.results)
+                             : AsText(summary, rows, options.results));
     PrintFailures(rows);
     if (isInterrupted && summary.done + summary.failed < summary.captures) {
         PrintNote(fmt::format("interrupted: {} of {} captures are done; --resume does the rest", summary.done,

@@ -10,6 +10,7 @@
 #include "commands/commands.h"
 #include "outputs.h"
 #include "program.h"
+#include "workbench/joined.h"
 
 namespace Tarnwick::App {
 
@@ -51,16 +52,16 @@ std::string ForBash(const ProgramText& program)
     for (const CommandText& command : program.commands) {
         first.push_back(command.name);
         options += fmt::format("        {}) options={} ;;\n", command.name,
-                               Quoted(fmt::format("{}", fmt::join(NamesOf(command.options), " "))));
+                               Quoted(DSO::Workbench::Joined(NamesOf(command.options), " ")));
         for (const OptionText& option : command.options)
             for (const std::string& name : option.names)
                 if (!option.choices.empty() && !option.isArgument)
                     choices += fmt::format("        {},{}) choices={} ;;\n", command.name, name,
-                                           Quoted(fmt::format("{}", fmt::join(option.choices, " "))));
+                                           Quoted(DSO::Workbench::Joined(option.choices, " ")));
         for (const OptionText& option : command.options)
             if (!option.choices.empty() && option.isArgument)
                 choices += fmt::format("        {},{}) choices={} ;;\n", command.name, command.name,
-                                       Quoted(fmt::format("{}", fmt::join(option.choices, " "))));
+                                       Quoted(DSO::Workbench::Joined(option.choices, " ")));
     }
     for (const std::string& name : NamesOf(program.options))
         first.push_back(name);
@@ -92,7 +93,7 @@ _tarnwick()
 # What it has no words for are files.
 complete -o default -F _tarnwick tarnwick
 )",
-                       Quoted(fmt::format("{}", fmt::join(first, " "))), options, choices);
+                       Quoted(DSO::Workbench::Joined(first, " ")), options, choices);
 }
 
 // What _arguments takes for an option: '(-o --output)'{-o,--output}'[help]:FILE:_files'
@@ -101,14 +102,15 @@ std::string ZshOption(const OptionText& option)
     const std::string help = Replaced(Replaced(Replaced(option.help, "\\", "\\\\"), "[", "\\["), "]", "\\]");
     std::string value;
     if (!option.choices.empty())
-        value = fmt::format(":value:({})", fmt::join(option.choices, " "));
+        value = fmt::format(":value:({})", DSO::Workbench::Joined(option.choices, " "));
     else if (!option.value.empty())
         value = option.isNumber ? ":number: " : ":file:_files";
     if (option.isArgument)
         return Quoted(fmt::format("{}{}", option.isRepeated ? "*" : "", value.empty() ? ":file:_files" : value));
     const bool isPair = option.names.size() > 1;
-    const std::string names = isPair ? fmt::format("{{{}}}", fmt::join(option.names, ",")) : option.names.front();
-    const std::string others = fmt::format("'({})'", fmt::join(option.names, " "));
+    const std::string names =
+        isPair ? fmt::format("{{{}}}", DSO::Workbench::Joined(option.names, ",")) : option.names.front();
+    const std::string others = fmt::format("'({})'", DSO::Workbench::Joined(option.names, " "));
     return fmt::format("{}{}{}", option.isRepeated ? "'*'" : others, names, Quoted(fmt::format("[{}]{}", help, value)));
 }
 
@@ -157,7 +159,7 @@ std::string ForFish(const ProgramText& program)
         text += fmt::format("complete -c tarnwick -n __fish_use_subcommand -f -a {} -d {}\n", command.name,
                             FishQuoted(command.description));
         for (const OptionText& option : command.options) {
-            const std::string words = FishQuoted(fmt::format("{}", fmt::join(option.choices, " ")));
+            const std::string words = FishQuoted(DSO::Workbench::Joined(option.choices, " "));
             std::string line = fmt::format("complete -c tarnwick -n '__fish_seen_subcommand_from {}'", command.name);
             if (option.isArgument && option.choices.empty())
                 continue;  // files, as fish completes by itself

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "capture.h"
 #include "commands/commands.h"
@@ -47,8 +46,7 @@ void Run(const ReportOptions& options)
     std::string page;
     {
         constexpr std::size_t kStepsBesideFilters = 5;
-        const auto chain = nlohmann::json::parse(file.Text());
-        Progress progress(kStepsBesideFilters + (chain.is_object() ? chain.value("filters", chain).size() : 0));
+        Progress progress(kStepsBesideFilters + Workbench::FilterCount(file));
         progress.Begin("read");
         const Workbench::Waveform capture = ReadCapture(options.capture);
         progress.Begin("lock");

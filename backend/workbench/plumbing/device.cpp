@@ -3,6 +3,8 @@
 #include <iterator>
 #include <limits>
 
+#include <nlohmann/json.hpp>
+
 #include "maths/patterns/codings.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/device.h"

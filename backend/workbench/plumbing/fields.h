@@ -11,7 +11,7 @@
 #include <variant>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "workbench/chainkeys.h"
 #include "workbench/plumbing/place.h"

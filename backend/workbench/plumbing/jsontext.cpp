@@ -1,5 +1,8 @@
 #include "workbench/plumbing/jsontext.h"
 
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
 namespace Tarnwick::DSO::Workbench {
 
 std::string JsonText(const nlohmann::json& content, int indent)
@@ -7,19 +10,25 @@ std::string JsonText(const nlohmann::json& content, int indent)
     return content.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-std::string JsonText(const nlohmann::ordered_json& content, int indent)
-{
-    return content.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
-
 nlohmann::json JsonFrom(std::string_view text)
 {
     return nlohmann::json::parse(text);
 }
 
-nlohmann::ordered_json OrderedJsonFrom(std::string_view text)
+std::string PlainText(std::string_view json)
 {
-    return nlohmann::ordered_json::parse(text);
+    const nlohmann::json value = JsonFrom(json);
+    if (value.is_string())
+        return value.get<std::string>();
+    return value.is_number_float() ? fmt::format("{:.10g}", value.get<double>()) : JsonText(value);
+}
+
+std::variant<double, std::string> NumberOrText(const std::string& json)
+{
+    const nlohmann::json value = nlohmann::json::parse(json, nullptr, false);
+    if (value.is_number())
+        return value.get<double>();
+    return value.is_string() ? value.get<std::string>() : json;
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -3,18 +3,24 @@
 
 #include <string>
 #include <string_view>
+#include <variant>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace Tarnwick::DSO::Workbench {
 
 /// @param indent  blanks a level; below 0: all in one line. Bytes that are not UTF-8 become U+FFFD.
 std::string JsonText(const nlohmann::json& content, int indent = -1);
-std::string JsonText(const nlohmann::ordered_json& content, int indent = -1);
 
 /// Of text that this library wrote itself.
 /// @throws nlohmann::json::parse_error  it is none
 nlohmann::json JsonFrom(std::string_view text);
-nlohmann::ordered_json OrderedJsonFrom(std::string_view text);
+
+/// As people read it: a text without its quotes, a number with a fraction in ten digits.
+/// @param json  of this library
+std::string PlainText(std::string_view json);
+
+/// A number, a text without its quotes, or as it stands what is neither or no JSON.
+std::variant<double, std::string> NumberOrText(const std::string& json);
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -67,6 +67,22 @@ std::filesystem::path FileFrom(const json& value, const Place& place)
     return PathOf(place.file).parent_path() / PathOf(TextFrom(value, place));
 }
 
+bool Has(const json& object, const char* key)
+{
+    return object.contains(key);
+}
+
+bool IsEnabled(const json& settings)
+{
+    return settings.value("enabled", true);
+}
+
+void ForEachMember(const json& object, const std::function<void(const std::string& name, const json& value)>& visit)
+{
+    for (const auto& [name, value] : object.items())
+        visit(name, value);
+}
+
 void RefuseUnknownKey(const std::string& name, const std::vector<std::string>& known, const Place& place)
 {
     place.Below(name).Fail<UnknownKeyFailure>(

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,12 @@ std::vector<double> NumbersFrom(const nlohmann::json& value, const Place& place)
 const nlohmann::json& ObjectFrom(const nlohmann::json& value, const Place& place);
 /// A file that the chain file names, relative to the folder that holds the chain file.
 std::filesystem::path FileFrom(const nlohmann::json& value, const Place& place);
+
+bool Has(const nlohmann::json& object, const char* key);
+/// Unless the settings say otherwise.
+bool IsEnabled(const nlohmann::json& settings);
+void ForEachMember(const nlohmann::json& object,
+                   const std::function<void(const std::string& name, const nlohmann::json& value)>& visit);
 
 /// @throws UnknownKeyFailure  naming the nearest of the known keys
 [[noreturn]] void RefuseUnknownKey(const std::string& name, const std::vector<std::string>& known, const Place& place);

@@ -1,7 +1,6 @@
 #include "workbench/plumbing/reportdocument.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
@@ -17,12 +16,12 @@
 #include <fmt/format.h>
 
 #include "framework/filenames.h"
-#include "workbench/chainkeys.h"
 #include "workbench/failure.h"
 #include "workbench/plumbing/base64.h"
-#include "workbench/plumbing/chainjson.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
+#include "workbench/plumbing/reportquantities.h"
 #include "workbench/plumbing/sha256.h"
+#include "workbench/plumbing/text.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/symbols.h"
 #include "workbench/units.h"
@@ -30,9 +29,6 @@
 namespace Tarnwick::DSO::Workbench {
 
 namespace {
-
-using nlohmann::json;
-using nlohmann::ordered_json;
 
 constexpr std::size_t kMostPoints = 600;        // of a curve: more are not seen
 constexpr double kPointsOfAllStages = 30000.0;  // of each kind of curve
@@ -43,51 +39,19 @@ constexpr std::size_t kLongestChain =
 constexpr double kUiBeforePeak = 5.0;  // of an impulse response that are shown
 constexpr double kUiBehindPeak = 15.0;
 
-ordered_json OrNull(double value)
+Json TextOrNull(const std::string& text)
 {
-    return std::isfinite(value) ? ordered_json(value) : ordered_json();
-}
-
-ordered_json OrNull(const std::optional<double>& value)
-{
-    return value ? OrNull(*value) : ordered_json();
-}
-
-ordered_json TextOrNull(const std::string& text)
-{
-    return text.empty() ? ordered_json() : ordered_json(text);
+    return text.empty() ? Json() : Json(text);
 }
 
 // Six digits, more than a curve can show, in as few letters.
-ordered_json Rounded(double value)
+double Rounded(double value)
 {
     char text[32];
     double rounded = value;
     const char* const end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6).ptr;
     std::from_chars(text, end, rounded);
-    return OrNull(rounded);
-}
-
-ordered_json QuantityOf(const std::string& name, ordered_json value, const std::string& unit = "")
-{
-    return {{"name", name}, {"value", std::move(value)}, {"unit", unit}};
-}
-
-// What JSON files hold, as a figure to be shown: lists as numbers with blanks between.
-ordered_json Shown(const json& value)
-{
-    if (value.is_number_float())
-        return OrNull(value.get<double>());
-    if (!value.is_structured())
-        return value;
-    std::string text;
-    for (const json& each : value) {
-        text += text.empty() ? "" : " ";
-        text += each.is_number_float() ? fmt::format("{:.5g}", each.get<double>())
-                : each.is_string()     ? each.get<std::string>()
-                                       : JsonText(each);
-    }
-    return text;
+    return rounded;
 }
 
 // Every stride-th value, so that no more than `most` are left.
@@ -98,21 +62,21 @@ struct Curve {
     std::function<double(std::size_t)> at;
 };
 
-ordered_json SeriesOf(const Curve& curve, std::size_t most)
+Json SeriesOf(const Curve& curve, std::size_t most)
 {
     const std::size_t stride = std::max<std::size_t>((curve.count + most - 1) / most, 1);
-    ordered_json values = ordered_json::array();
+    std::vector<double> values;
     for (std::size_t k = 0; k < curve.count; k += stride)
         values.push_back(Rounded(curve.at(k)));
     return {{"first", curve.first}, {"spacing", curve.spacing * static_cast<double>(stride)}, {"values", values}};
 }
 
-ordered_json SeriesOf(double first, double spacing, const std::vector<double>& values, std::size_t most)
+Json SeriesOf(double first, double spacing, const std::vector<double>& values, std::size_t most)
 {
     return SeriesOf({first, spacing, values.size(), [&](std::size_t k) { return values[k]; }}, most);
 }
 
-ordered_json DensityOf(const EyeCounts& eye)
+Json DensityOf(const EyeCounts& eye)
 {
     if (eye.hits.empty())
         return nullptr;
@@ -125,29 +89,29 @@ ordered_json DensityOf(const EyeCounts& eye)
             {"total", std::accumulate(eye.hits.begin(), eye.hits.end(), std::uint64_t{0})}};
 }
 
-ordered_json OpeningsOf(const EyeReport& report)
+Json OpeningsOf(const EyeReport& report)
 {
-    ordered_json eyes = ordered_json::array();
+    Json eyes = Json::List();
     for (const EyeOpening& eye : report.eyes)
-        eyes.push_back({{"height", OrNull(eye.height)},
-                        {"openingPercent", OrNull(eye.openingPercent)},
-                        {"widthUi", OrNull(eye.widthUi)},
-                        {"widthPs", OrNull(eye.widthPs)},
-                        {"leftUi", eye.widthUi ? OrNull(eye.leftUi) : ordered_json()},
-                        {"rightUi", eye.widthUi ? OrNull(eye.rightUi) : ordered_json()},
-                        {"threshold", eye.threshold},
-                        {"heightAtBer", OrNull(eye.heightAtBer)},
-                        {"q", OrNull(eye.q)}});
+        eyes.Add({{"height", eye.height},
+                  {"openingPercent", eye.openingPercent},
+                  {"widthUi", eye.widthUi},
+                  {"widthPs", eye.widthPs},
+                  {"leftUi", eye.widthUi ? Json(eye.leftUi) : Json()},
+                  {"rightUi", eye.widthUi ? Json(eye.rightUi) : Json()},
+                  {"threshold", eye.threshold},
+                  {"heightAtBer", eye.heightAtBer},
+                  {"q", eye.q}});
     return eyes;
 }
 
 // Of each eye what is left at the target error ratio, about the phase that leaves most.
-ordered_json ContoursOf(const EyeReport& report)
+Json ContoursOf(const EyeReport& report)
 {
     if (report.bathtub.empty())
         return nullptr;
     const std::vector<BathtubPoint>& points = report.bathtub;
-    ordered_json contours = ordered_json::array();
+    Json contours = Json::List();
     for (std::size_t eye = 0; eye < report.eyes.size(); ++eye) {
         const auto heightAt = [&](std::size_t k) { return points[k].openings[eye].high - points[k].openings[eye].low; };
         std::size_t first = 0;
@@ -160,21 +124,21 @@ ordered_json ContoursOf(const EyeReport& report)
             --first;
         while (last + 1 < points.size() && heightAt(last + 1) > 0.0)
             ++last;
-        ordered_json outline = ordered_json::array();
+        Json outline = Json::List();
         const auto add = [&](std::size_t k, double volt) {
-            outline.push_back(ordered_json::array({Rounded(points[k].offsetUi), Rounded(volt)}));
+            outline.Add(std::vector<double>{Rounded(points[k].offsetUi), Rounded(volt)});
         };
         for (std::size_t k = first; k <= last; ++k)
             add(k, points[k].openings[eye].high);
         for (std::size_t k = last + 1; k-- > first;)
             add(k, points[k].openings[eye].low);
         add(first, points[first].openings[eye].high);
-        contours.push_back(std::move(outline));
+        contours.Add(std::move(outline));
     }
     return contours;
 }
 
-ordered_json BathtubOf(const EyeReport& report)
+Json BathtubOf(const EyeReport& report)
 {
     if (report.bathtub.size() < 2)
         return nullptr;
@@ -185,25 +149,24 @@ ordered_json BathtubOf(const EyeReport& report)
                          report.bathtub.size())}};
 }
 
-ordered_json EyeOf(const EyeReport& report, const EyeCounts* counts)
+Json EyeOf(const EyeReport& report, const EyeCounts* counts)
 {
     const bool hasEyes = !report.eyes.empty();
     const bool hasValid = report.valid.count > 0;
-    return {{"density", counts != nullptr ? DensityOf(*counts) : ordered_json()},
+    return {{"density", counts != nullptr ? DensityOf(*counts) : Json()},
             {"levels", report.levels},
             {"eyes", OpeningsOf(report)},
-            {"phaseUi", hasEyes ? OrNull(report.phaseUi) : ordered_json()},
-            {"valid",
-             hasValid ? ordered_json{{"first", report.valid.first}, {"count", report.valid.count}} : ordered_json()},
-            {"symbolsKnown", hasEyes ? ordered_json(report.symbolsKnown) : ordered_json()},
-            {"ber", OrNull(report.ber)},
-            {"noiseRms", OrNull(report.noiseRms)},
+            {"phaseUi", hasEyes ? Json(report.phaseUi) : Json()},
+            {"valid", hasValid ? Json{{"first", report.valid.first}, {"count", report.valid.count}} : Json()},
+            {"symbolsKnown", hasEyes ? Json(report.symbolsKnown) : Json()},
+            {"ber", report.ber},
+            {"noiseRms", report.noiseRms},
             {"targetBer", report.targetBer > 0.0 ? report.targetBer : EyeSettings().targetBer},
             {"contour", ContoursOf(report)},
             {"bathtub", BathtubOf(report)}};
 }
 
-ordered_json ResponseToJson(const TransferFunction& function, const ChainResponse& chain, std::size_t most)
+Json ResponseToJson(const TransferFunction& function, const ChainResponse& chain, std::size_t most)
 {
     const std::size_t bins = LastBinUpTo(function, chain.bandEnd) + 1;
     const double spacing = function.Spacing() / kGiga;
@@ -225,7 +188,7 @@ ordered_json ResponseToJson(const TransferFunction& function, const ChainRespons
                              most)}};
 }
 
-ordered_json TapsToJson(const std::optional<TapFigure>& figure)
+Json TapsToJson(const std::optional<TapFigure>& figure)
 {
     if (!figure || figure->taps.values.empty())
         return nullptr;
@@ -234,7 +197,7 @@ ordered_json TapsToJson(const std::optional<TapFigure>& figure)
             {"offsetsUi", figure->taps.offsetsUi}};
 }
 
-ordered_json PulsesToJson(const std::optional<TapFigure>& figure, std::size_t most)
+Json PulsesToJson(const std::optional<TapFigure>& figure, std::size_t most)
 {
     if (!figure || !figure->pulses)
         return nullptr;
@@ -243,104 +206,20 @@ ordered_json PulsesToJson(const std::optional<TapFigure>& figure, std::size_t mo
     const double spacing = 1.0 / static_cast<double>(pulses.valuesPerUi);
     return {{"source", kSources[static_cast<std::size_t>(pulses.source)]},
             {"before", SeriesOf(pulses.firstUi, spacing, pulses.before, most)},
-            {"after", pulses.after.empty() ? ordered_json() : SeriesOf(pulses.firstUi, spacing, pulses.after, most)},
+            {"after", pulses.after.empty() ? Json() : SeriesOf(pulses.firstUi, spacing, pulses.after, most)},
             {"valuesPerUi", pulses.valuesPerUi}};
 }
 
-// The keys of one group of a chain file.
-const std::vector<ChainKey>& KeysOfGroup(const std::string& name)
+Json AcquisitionOf(const std::optional<LockReport>& acquisition)
 {
-    static const std::vector<ChainKeyGroup> groups = ChainKeys();
-    static const std::vector<ChainKey> none;
-    const auto group =
-        std::find_if(groups.begin(), groups.end(), [&](const ChainKeyGroup& each) { return each.name == name; });
-    return group == groups.end() ? none : group->keys;
-}
-
-// A default that says something: not the 0 of what is taken from elsewhere, nor a text about what would be taken.
-ordered_json DefaultOf(const ChainKey& key)
-{
-    if (!key.choices.empty() && !key.defaultValue.empty())
-        return key.defaultValue;
-    const json value = json::parse(key.defaultValue, nullptr, false);
-    const bool isSet = value.is_boolean() || (value.is_number() && value != 0);
-    return isSet && key.meaning.find("no effect") == std::string::npos ? Shown(value) : ordered_json();
-}
-
-// The settings of a filter: those of its own keys with their defaults, and what else the file gives.
-ordered_json SettingsOf(const json& filter)
-{
-    ordered_json settings = ordered_json::array();
-    for (const ChainKey& key : KeysOfGroup(filter.value("type", ""))) {
-        if (filter.contains(key.name)) {
-            settings.push_back(QuantityOf(key.name, Shown(filter[key.name]), key.unit));
-        } else if (ordered_json value = DefaultOf(key); !value.is_null()) {
-            settings.push_back(QuantityOf(key.name, std::move(value), key.unit));
-        }
-    }
-    for (const ChainKey& key : KeysOfGroup("every filter"))
-        if (key.name != "type" && key.name != "enabled" && filter.contains(key.name))
-            settings.push_back(QuantityOf(key.name, Shown(filter[key.name]), key.unit));
-    return settings;
-}
-
-// "largestBoostDb" is a "largest boost" in dB.
-ordered_json FindingOf(const std::string& key, const json& value)
-{
-    static const std::vector<std::pair<std::string, std::string>> units = {
-        {"Db", "dB"}, {"GHz", "GHz"}, {"Percent", "%"}, {"Ps", "ps"}, {"Ui", "UI"}};
-    std::string name = key;
-    std::string unit;
-    for (const auto& [ending, symbol] : units)
-        if (name.size() > ending.size() && name.compare(name.size() - ending.size(), ending.size(), ending) == 0) {
-            name.resize(name.size() - ending.size());
-            unit = symbol;
-            break;
-        }
-    std::string words;
-    for (const char letter : name) {
-        const auto code = static_cast<unsigned char>(letter);
-        if (std::isupper(code) != 0)
-            words += ' ';
-        words += static_cast<char>(std::tolower(code));
-    }
-    return QuantityOf(words, Shown(value), unit);
-}
-
-ordered_json FindingsOf(const StageReport& stage)
-{
-    ordered_json findings = ordered_json::array();
-    if (stage.findings.empty())
-        return findings;
-    const json found = JsonFrom(stage.findings);
-    for (const auto& [key, value] : found.items())
-        if (key != "taps" && (key != "appliedTaps" || !stage.taps))
-            findings.push_back(FindingOf(key, value));
-    return findings;
-}
-
-ordered_json DeviceOf(const ChainFile& chain)
-{
-    ordered_json device = ordered_json::array();
-    const json& content = JsonOf(chain);
-    if (!content.is_object() || !content.contains("device") || !content["device"].is_object())
-        return device;
-    for (const ChainKey& key : KeysOfGroup("device"))
-        if (key.name != "patternSymbols" && content["device"].contains(key.name))
-            device.push_back(QuantityOf(key.name, Shown(content["device"][key.name]), key.unit));
-    return device;
-}
-
-ordered_json AcquisitionOf(const std::optional<LockReport>& acquisition)
-{
-    ordered_json rows = ordered_json::array();
+    Json rows = Json::List();
     if (!acquisition)
         return rows;
     const LockReport& report = *acquisition;
-    const auto add = [&](const char* name, ordered_json value, const char* unit, const std::string& confidence) {
-        ordered_json row = QuantityOf(name, std::move(value), unit);
-        row["confidence"] = TextOrNull(confidence);
-        rows.push_back(std::move(row));
+    const auto add = [&](const char* name, Json value, const char* unit, const std::string& confidence) {
+        Json row = QuantityOf(name, std::move(value), unit);
+        row.Set("confidence", TextOrNull(confidence));
+        rows.Add(std::move(row));
     };
     const auto known = [](bool isGiven) { return std::string(isGiven ? "given" : "found"); };
     add("samples per UI", report.samplesPerUi, "",
@@ -348,7 +227,7 @@ ordered_json AcquisitionOf(const std::optional<LockReport>& acquisition)
             (report.clockScore > 0.0
                  ? fmt::format(", the clock's line {:.3g} times its neighbourhood", report.clockScore)
                  : ""));
-    add("symbol rate", report.symbolRateGBd > 0.0 ? ordered_json(report.symbolRateGBd) : ordered_json(), "GBd",
+    add("symbol rate", report.symbolRateGBd > 0.0 ? Json(report.symbolRateGBd) : Json(), "GBd",
         report.symbolRateGBd > 0.0 ? "" : "not known: the file has no times");
     if (!report.phaseUi.empty())
         add("clock phase about a constant clock, rms", report.phaseResidualUi, "UI", "");
@@ -356,9 +235,9 @@ ordered_json AcquisitionOf(const std::optional<LockReport>& acquisition)
         add("clock phase that was tracked, rms", report.trackedUi, "UI", "");
         add("clock phase left, rms", report.trackedResidualUi, "UI", "");
     }
-    add("line coding", report.coding == SIGNAL_CODING_UNKNOWN ? ordered_json() : ordered_json(NameOf(report.coding)),
-        "", report.coding == SIGNAL_CODING_UNKNOWN ? "no levels can be made out" : known(report.codingGiven));
-    add("levels", report.levels.empty() ? ordered_json() : Shown(report.levels), "V",
+    add("line coding", report.coding == SIGNAL_CODING_UNKNOWN ? Json() : Json(NameOf(report.coding)), "",
+        report.coding == SIGNAL_CODING_UNKNOWN ? "no levels can be made out" : known(report.codingGiven));
+    add("levels", report.levels.empty() ? Json() : Json(Joined(report.levels, "{:.5g}", " ")), "V",
         report.levels.empty()
             ? "no symbols can be made out"
             : fmt::format("squared distance to the level {:.2g} of the squared spacing; 0 is ideal, 0.14 noise",
@@ -385,7 +264,7 @@ ordered_json AcquisitionOf(const std::optional<LockReport>& acquisition)
     return rows;
 }
 
-ordered_json ChainHeadOf(const std::optional<ChainFile>& chain)
+Json ChainHeadOf(const std::optional<ChainFile>& chain)
 {
     if (!chain)
         return nullptr;
@@ -393,19 +272,19 @@ ordered_json ChainHeadOf(const std::optional<ChainFile>& chain)
     const std::filesystem::path file = PathOf(chain->Name());
     const bool isFile = std::filesystem::is_regular_file(Openable(file), error);
     std::string text = isFile ? ReadWholeFile(file) : chain->Text();
-    const ordered_json digest = isFile ? ordered_json(HexOf(Sha256(text))) : ordered_json();
+    const Json digest = isFile ? Json(HexOf(Sha256(text))) : Json();
     if (text.size() > kLongestChain)
         text = fmt::format("{} bytes: too long for a report", text.size());
     return {{"name", chain->Name()}, {"text", text}, {"sha256", digest}};
 }
 
-ordered_json HeadOf(const ReportHead& head, ordered_json device, ordered_json acquisition)
+Json HeadOf(const ReportHead& head, Json device, Json acquisition)
 {
-    ordered_json captures = ordered_json::array();
+    Json captures = Json::List();
     for (const ReportSource& source : head.captures)
-        captures.push_back({{"name", source.name},
-                            {"samples", source.samples ? ordered_json(*source.samples) : ordered_json()},
-                            {"sha256", TextOrNull(source.sha256)}});
+        captures.Add({{"name", source.name},
+                      {"samples", source.samples ? Json(*source.samples) : Json()},
+                      {"sha256", TextOrNull(source.sha256)}});
     return {{"title", head.title},
             {"program", "tarnwick"},
             {"version", head.version},
@@ -417,32 +296,41 @@ ordered_json HeadOf(const ReportHead& head, ordered_json device, ordered_json ac
             {"acquisition", std::move(acquisition)}};
 }
 
-ordered_json MaskOf(const std::optional<ReportMask>& mask)
+Json MaskOf(const std::optional<ReportMask>& mask)
 {
-    return mask ? ordered_json{{"name", mask->name}, {"polygons", mask->polygons}} : ordered_json();
+    if (!mask)
+        return nullptr;
+    Json polygons = Json::List();
+    for (const auto& polygon : mask->polygons) {
+        Json points = Json::List();
+        for (const auto& [offset, volt] : polygon)
+            points.Add(std::vector<double>{offset, volt});
+        polygons.Add(std::move(points));
+    }
+    return {{"name", mask->name}, {"polygons", std::move(polygons)}};
 }
 
-ordered_json UnitIntervalOf(double symbolRateGBd)
+Json UnitIntervalOf(double symbolRateGBd)
 {
     constexpr double kPsPerGBd = kPicoPerUnit / kGiga;
-    return symbolRateGBd > 0.0 ? ordered_json(kPsPerGBd / symbolRateGBd) : ordered_json();
+    return symbolRateGBd > 0.0 ? Json(kPsPerGBd / symbolRateGBd) : Json();
 }
 
 class Warnings {
 public:
-    void Add(const char* kind, std::string text) { list_.push_back({{"kind", kind}, {"text", std::move(text)}}); }
+    void Add(const char* kind, const std::string& text) { list_.Add({{"kind", kind}, {"text", text}}); }
     void AddAll(const char* kind, const std::vector<std::string>& texts)
     {
         for (const std::string& text : texts)
             Add(kind, text);
     }
-    ordered_json Take() { return std::move(list_); }
+    Json Take() { return std::move(list_); }
 
 private:
-    ordered_json list_ = ordered_json::array();
+    Json list_ = Json::List();
 };
 
-ordered_json WarningsOf(const RunReport& report, const std::vector<std::string>& names)
+Json WarningsOf(const RunReport& report, const std::vector<std::string>& names)
 {
     Warnings warnings;
     if (report.acquisition)
@@ -472,15 +360,15 @@ ordered_json WarningsOf(const RunReport& report, const std::vector<std::string>&
     if (!decided.empty())
         warnings.Add("question", fmt::format("The symbols of {} were decided from the samples, which flatters an eye "
                                              "that is closed.",
-                                             fmt::join(decided, ", ")));
+                                             Joined(decided, ", ")));
     if (!closed.empty())
         warnings.Add("question", fmt::format("The samples of {} do not fall into levels: there are no eyes to measure.",
-                                             fmt::join(closed, ", ")));
+                                             Joined(closed, ", ")));
     if (!report.whyNoResponse.empty())
         warnings.Add("question", "No response is shown: " + report.whyNoResponse);
     if (report.response && !report.response->leftOut.empty())
         warnings.Add("note", fmt::format("The chain's response is without {}: what decides has no response.",
-                                         fmt::join(report.response->leftOut, ", ")));
+                                         Joined(report.response->leftOut, ", ")));
     warnings.AddAll("note", report.notes);
     return warnings.Take();
 }
@@ -498,9 +386,9 @@ std::vector<std::string> StageNamesOf(std::span<const StageReport> stages)
     return names;
 }
 
-ordered_json StagesOf(const RunReport& report, const std::vector<std::string>& names, std::size_t most)
+Json StagesOf(const RunReport& report, const std::vector<std::string>& names, std::size_t most)
 {
-    ordered_json stages = ordered_json::array();
+    Json stages = Json::List();
     for (std::size_t k = 0; k < report.stages.size(); ++k) {
         const StageReport& stage = report.stages[k];
         const FilterResponse* response = nullptr;
@@ -508,38 +396,37 @@ ordered_json StagesOf(const RunReport& report, const std::vector<std::string>& n
             for (const FilterResponse& filter : report.response->filters)
                 if (filter.index == report.places[k - 1])
                     response = &filter;
-        stages.push_back({{"name", names[k]},
-                          {"settings", k > 0 ? SettingsOf(JsonOf(report.chain)["filters"][report.places[k - 1]])
-                                             : ordered_json::array()},
-                          {"samples", stage.samples},
-                          {"repetitions", stage.repetitions},
-                          {"mean", OrNull(stage.mean)},
-                          {"rms", OrNull(stage.rms)},
-                          {"peakToPeak", OrNull(stage.peakToPeak)},
-                          {"eye", report.hasEyes ? EyeOf(stage.eye, &report.eyes[k]) : ordered_json()},
-                          {"findings", FindingsOf(stage)},
-                          {"taps", TapsToJson(stage.taps)},
-                          {"pulses", PulsesToJson(stage.taps, most)},
-                          {"response", response != nullptr ? ResponseToJson(response->function, *report.response, most)
-                                                           : ordered_json()}});
+        stages.Add(
+            {{"name", names[k]},
+             {"settings", k > 0 ? SettingsOf(report.chain, report.places[k - 1]) : Json::List()},
+             {"samples", stage.samples},
+             {"repetitions", stage.repetitions},
+             {"mean", stage.mean},
+             {"rms", stage.rms},
+             {"peakToPeak", stage.peakToPeak},
+             {"eye", report.hasEyes ? EyeOf(stage.eye, &report.eyes[k]) : Json()},
+             {"findings", FindingsOf(stage)},
+             {"taps", TapsToJson(stage.taps)},
+             {"pulses", PulsesToJson(stage.taps, most)},
+             {"response", response != nullptr ? ResponseToJson(response->function, *report.response, most) : Json()}});
     }
     return stages;
 }
 
-ordered_json ClockPhaseOf(const std::optional<LockReport>& report)
+Json ClockPhaseOf(const std::optional<LockReport>& report)
 {
     if (!report || report->phaseUi.empty())
         return nullptr;
     const double first = (report->phaseFirst - static_cast<double>(report->firstSample)) / report->samplesPerUi;
     const double spacing = report->phaseSpacing / report->samplesPerUi;
     const auto series = [&](const std::vector<double>& values) {
-        return values.empty() ? ordered_json() : SeriesOf(first, spacing, values, kMostPointsOfCapture);
+        return values.empty() ? Json() : SeriesOf(first, spacing, values, kMostPointsOfCapture);
     };
     return {{"phase", series(report->phaseUi)}, {"tracked", series(report->trackedPhaseUi)}};
 }
 
 // The largest value of each stretch, so that no line is lost.
-ordered_json SpectrumOf(const std::optional<LockReport>& report)
+Json SpectrumOf(const std::optional<LockReport>& report)
 {
     if (!report || report->spectrum.scoreDb.empty())
         return nullptr;
@@ -557,26 +444,26 @@ ordered_json SpectrumOf(const std::optional<LockReport>& report)
                                      largest, kMostPointsOfCapture)},
             {"frequencyUnit", report->symbolRateGBd > 0.0 ? "GHz" : "cycles per sample"},
             {"quantity", "squared slope over its neighbourhood"},
-            {"line", spectrum.line > 0.0 ? ordered_json(spectrum.line * perCycle) : ordered_json()},
-            {"leastDb", OrNull(spectrum.leastDb)}};
+            {"line", spectrum.line > 0.0 ? Json(spectrum.line * perCycle) : Json()},
+            {"leastDb", spectrum.leastDb}};
 }
 
-ordered_json LevelsToJson(const LevelsOverRecord& levels)
+Json LevelsToJson(const LevelsOverRecord& levels)
 {
     if (levels.levels.empty())
         return nullptr;
-    ordered_json list = ordered_json::array();
+    Json list = Json::List();
     for (const std::vector<double>& level : levels.levels)
-        list.push_back(SeriesOf(levels.firstUi, levels.blockUi, level, kMostPointsOfCapture));
+        list.Add(SeriesOf(levels.firstUi, levels.blockUi, level, kMostPointsOfCapture));
     return {{"levels", list}};
 }
 
-ordered_json ValueToJson(const TableReport::Value& value)
+Json ValueToJson(const TableReport::Value& value)
 {
     if (const double* const number = std::get_if<double>(&value))
-        return OrNull(*number);
+        return *number;
     const std::string* const text = std::get_if<std::string>(&value);
-    return text != nullptr ? ordered_json(*text) : ordered_json();
+    return text != nullptr ? Json(*text) : Json();
 }
 
 void AppendNumber(std::vector<std::uint8_t>& bytes, std::uint64_t number)
@@ -606,7 +493,7 @@ std::string CodedCounts(std::span<const std::uint32_t> hits)
     return Base64(bytes);
 }
 
-ordered_json DocumentOf(const RunReport& report, const ReportHead& head)
+Json DocumentOf(const RunReport& report, const ReportHead& head)
 {
     const auto most =
         std::clamp(static_cast<std::size_t>(kPointsOfAllStages / static_cast<double>(report.stages.size())),
@@ -618,7 +505,7 @@ ordered_json DocumentOf(const RunReport& report, const ReportHead& head)
             {"warnings", WarningsOf(report, names)},
             {"stages", StagesOf(report, names, most)},
             {"chainResponse",
-             report.response ? ResponseToJson(report.response->whole, *report.response, kMostPoints) : ordered_json()},
+             report.response ? ResponseToJson(report.response->whole, *report.response, kMostPoints) : Json()},
             {"clockPhase", ClockPhaseOf(report.acquisition)},
             {"spectrum", SpectrumOf(report.acquisition)},
             {"levels", LevelsToJson(report.levels)},
@@ -626,36 +513,36 @@ ordered_json DocumentOf(const RunReport& report, const ReportHead& head)
             {"unitIntervalPs", UnitIntervalOf(report.symbolRateGBd)}};
 }
 
-ordered_json DocumentOf(const TableReport& report, const ReportHead& head, std::size_t eyes)
+Json DocumentOf(const TableReport& report, const ReportHead& head, std::size_t eyes)
 {
-    ordered_json columns = ordered_json::array();
+    Json columns = Json::List();
     for (const TableReport::Column& column : report.columns)
-        columns.push_back({{"key", column.key},
-                           {"label", column.label},
-                           {"unit", column.unit},
-                           {"kind", column.isNumber ? "number" : "text"}});
+        columns.Add({{"key", column.key},
+                     {"label", column.label},
+                     {"unit", column.unit},
+                     {"kind", column.isNumber ? "number" : "text"}});
     Warnings warnings;
     std::size_t failed = 0;
-    ordered_json rows = ordered_json::array();
+    Json rows = Json::List();
     for (const TableReport::Row& row : report.rows) {
         failed += row.failure.empty() ? 0 : 1;
-        ordered_json values = ordered_json::array();
+        Json values = Json::List();
         for (const TableReport::Value& value : row.values)
-            values.push_back(ValueToJson(value));
+            values.Add(ValueToJson(value));
         const bool hasEye = row.eye != nullptr && eyes > 0;
         eyes -= hasEye ? 1 : 0;
-        rows.push_back({{"label", row.label},
-                        {"values", std::move(values)},
-                        {"failure", TextOrNull(row.failure)},
-                        {"eye", hasEye ? EyeOf(row.eye->report, &row.eye->counts) : ordered_json()},
-                        {"unitIntervalPs", UnitIntervalOf(row.symbolRateGBd)}});
+        rows.Add({{"label", row.label},
+                  {"values", std::move(values)},
+                  {"failure", TextOrNull(row.failure)},
+                  {"eye", hasEye ? EyeOf(row.eye->report, &row.eye->counts) : Json()},
+                  {"unitIntervalPs", UnitIntervalOf(row.symbolRateGBd)}});
     }
     if (failed > 0)
         warnings.Add("failure", fmt::format("{} of {} rows failed; each has its reason.", failed, report.rows.size()));
     warnings.AddAll("note", report.notes);
     return {{"format", kReportFormat},
             {"kind", "table"},
-            {"head", HeadOf(head, head.chain ? DeviceOf(*head.chain) : ordered_json::array(), ordered_json::array())},
+            {"head", HeadOf(head, head.chain ? DeviceOf(*head.chain) : Json::List(), Json::List())},
             {"warnings", warnings.Take()},
             {"columns", std::move(columns)},
             {"rows", std::move(rows)},

@@ -4,7 +4,8 @@
 #include <string>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
+
+#include "workbench/plumbing/json.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -15,9 +16,9 @@ inline std::string ReportRow(const std::string& name, const std::string& value, 
 }
 
 /// Null for 0, which stands for a figure that was not found.
-inline nlohmann::ordered_json FoundOrNull(double figure)
+inline Json FoundOrNull(double figure)
 {
-    return figure > 0.0 ? nlohmann::ordered_json(figure) : nlohmann::ordered_json();
+    return figure > 0.0 ? Json(figure) : Json();
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -84,7 +84,10 @@ Sha256Digest Sha256(std::string_view text)
 
 std::string HexOf(const Sha256Digest& digest)
 {
-    return fmt::format("{:02x}", fmt::join(digest, ""));
+    std::string text;
+    for (const std::uint8_t byte : digest)
+        text += fmt::format("{:02x}", byte);
+    return text;
 }
 
 }  // namespace Tarnwick::DSO::Workbench

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "workbench/chain.h"
 #include "workbench/plumbing/fields.h"
@@ -49,7 +49,7 @@ template <typename Parameters>
 void ReadSettings(Parameters& parameters, const std::vector<Field<Parameters>>& own, const nlohmann::json& settings,
                   const Place& place)
 {
-    for (const auto& [name, value] : settings.items()) {
+    ForEachMember(settings, [&](const std::string& name, const nlohmann::json& value) {
         const Place here = place.Below(name);
         if (const auto* field = FindField(own, name)) {
             SetField(parameters, *field, value, here);
@@ -61,7 +61,7 @@ void ReadSettings(Parameters& parameters, const std::vector<Field<Parameters>>& 
             AppendNames(CommonFields(), known);
             RefuseUnknownKey(name, known, place);
         }
-    }
+    });
 }
 
 /// Makes the stage's filter on its parameters, which it may refuse.
@@ -99,7 +99,7 @@ void SetTaps(Parameters& parameters, const nlohmann::json& value, const Place& p
 template <typename Parameters>
 void CountManualTaps(Parameters& parameters, const nlohmann::json& settings)
 {
-    if (parameters.useManualTaps && !settings.contains("numberOfTaps"))
+    if (parameters.useManualTaps && !Has(settings, "numberOfTaps"))
         parameters.numberOfTaps = static_cast<std::int32_t>(parameters.taps.size());
 }
 
@@ -109,15 +109,15 @@ template <typename Parameters>
 void RequireTaps(const Parameters& parameters, const nlohmann::json& settings, const Place& place,
                  const DeviceConfiguration& config)
 {
-    if (!settings.value("enabled", true))
+    if (!IsEnabled(settings))
         return;
     const std::int32_t count = parameters.numberOfTaps;
-    const bool isCounted = settings.contains("numberOfTaps");
+    const bool isCounted = Has(settings, "numberOfTaps");
     if (count < 1 && (isCounted || !parameters.useManualTaps))
         place.Below("numberOfTaps")
             .Fail(fmt::format(
                 "is {}; expected at least 1{}", isCounted ? std::to_string(count) : "missing",
-                settings.contains("taps") && !parameters.useManualTaps ? " (taps count with useManualTaps)" : ""));
+                Has(settings, "taps") && !parameters.useManualTaps ? " (taps count with useManualTaps)" : ""));
     const auto& taps = parameters.taps;
     const auto used = taps.begin() + std::min<std::ptrdiff_t>(count, static_cast<std::ptrdiff_t>(taps.size()));
     if (parameters.useManualTaps && std::all_of(taps.begin(), used, [](double tap) { return tap == 0.0; }))

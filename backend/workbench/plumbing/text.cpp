@@ -5,6 +5,8 @@
 #include <iterator>
 #include <sstream>
 
+#include <fmt/format.h>
+
 namespace Tarnwick::DSO::Workbench {
 
 std::vector<std::string> SplitAt(std::string_view text, char separator)
@@ -36,6 +38,15 @@ std::optional<std::string_view> LineCursor::Next()
     if (!line.empty() && line.back() == '\r')
         line.remove_suffix(1);
     return line;
+}
+
+std::string Joined(std::span<const double> numbers, std::string_view format, std::string_view separator)
+{
+    std::vector<std::string> texts;
+    texts.reserve(numbers.size());
+    for (const double number : numbers)
+        texts.push_back(fmt::format(fmt::runtime(format), number));
+    return Joined(texts, separator);
 }
 
 double WithoutNegativeZero(double value)

@@ -3,9 +3,12 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "workbench/joined.h"
 
 namespace Tarnwick::DSO::Workbench {
 
@@ -39,6 +42,10 @@ private:
     std::string_view rest_;
     std::size_t number_ = 0;
 };
+
+/// The numbers with a separator between each two.
+/// @param format  of one, such as "{:.4g}"
+std::string Joined(std::span<const double> numbers, std::string_view format, std::string_view separator);
 
 /// 0 in place of a value that rounds to zero at three decimals and would be printed as "-0.000".
 double WithoutNegativeZero(double value);

@@ -592,12 +592,11 @@ private:
         if (numbers == 0)
             return;
         const char* const them = numbers == 1 ? "it" : "them";
-        throw DataFailure(
-            fmt::format("{}: begins with {} that look{} like a header, {:.10g}: leave {} out with --skip-lines {}, or "
-                        "take {} as samples with --skip-lines 0",
-                        name_, numbers == 1 ? "a number" : fmt::format("{} numbers", numbers), numbers == 1 ? "s" : "",
-                        fmt::join(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(numbers), ", "), them,
-                        headLines_[numbers - 1], them));
+        throw DataFailure(fmt::format(
+            "{}: begins with {} that look{} like a header, {}: leave {} out with --skip-lines {}, or "
+            "take {} as samples with --skip-lines 0",
+            name_, numbers == 1 ? "a number" : fmt::format("{} numbers", numbers), numbers == 1 ? "s" : "",
+            Joined(std::span(samples).first(numbers), "{:.10g}", ", "), them, headLines_[numbers - 1], them));
     }
 
     static std::string Quotation(const std::string& text) { return '"' + text.substr(0, kLongestQuote) + '"'; }

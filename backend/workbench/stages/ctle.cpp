@@ -54,7 +54,7 @@ void RefuseZeros(const CTLEFilterParameters& parameters, const nlohmann::json& s
                  const DeviceConfiguration& config)
 {
     constexpr double kHdmiLevels = 8.0;
-    if (!settings.value("enabled", true))
+    if (!IsEnabled(settings))
         return;
     if (config.useFractionalSampling && config.samplesPerUi < 1)
         Place{place.file, "device.samplesPerUi"}.Fail(

@@ -7,7 +7,7 @@
 #include "framework/filenames.h"
 #include "workbench/deembeddingreport.h"
 #include "workbench/fixturefile.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/plumbing/touchstonenames.h"
 #include "workbench/plumbing/wholefile.h"
 #include "workbench/stages/stages.h"
@@ -101,16 +101,16 @@ std::string Findings(const FilterOfReadFixture& filter, const DeEmbeddingParamet
         kernel, config.baudRateGBd * kGiga * filter.kernelLength / config.patternLengthUi, filter.fixture,
         {parameters.conversionFlag, static_cast<double>(parameters.conversionParameterA),
          parameters.conversionParameterB * kGiga});
-    const nlohmann::json findings = {{"kernelLength", filter.kernelLength},
-                                     {"largestBoostDb", figures.largestBoostDb},
-                                     {"largestBoostGHz", figures.largestBoostAt / kGiga},
-                                     {"noiseAmplificationDb", figures.noiseAmplificationDb},
-                                     {"energyBeforeZeroPercent", 100.0 * figures.energyBeforeZero},
-                                     {"peakDelayPs", figures.peakDelay * kPicoPerUnit},
-                                     {"bandUsedGHz", {0.0, figures.bandEnd / kGiga}},
-                                     {"extrapolatedGHz", {0.0, figures.extrapolatedTo / kGiga}},
-                                     {"extrapolatedPercent", 100.0 * figures.extrapolatedTo / figures.bandEnd}};
-    return JsonText(findings);
+    const Json findings = {{"kernelLength", filter.kernelLength},
+                           {"largestBoostDb", figures.largestBoostDb},
+                           {"largestBoostGHz", figures.largestBoostAt / kGiga},
+                           {"noiseAmplificationDb", figures.noiseAmplificationDb},
+                           {"energyBeforeZeroPercent", 100.0 * figures.energyBeforeZero},
+                           {"peakDelayPs", figures.peakDelay * kPicoPerUnit},
+                           {"bandUsedGHz", std::vector<double>{0.0, figures.bandEnd / kGiga}},
+                           {"extrapolatedGHz", std::vector<double>{0.0, figures.extrapolatedTo / kGiga}},
+                           {"extrapolatedPercent", 100.0 * figures.extrapolatedTo / figures.bandEnd}};
+    return findings.SortedText();
 }
 
 StagePlan PlanDeEmbedding(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)
@@ -118,7 +118,7 @@ StagePlan PlanDeEmbedding(const nlohmann::json& settings, const Place& place, De
     auto owned = std::make_unique<DeEmbeddingParameters>(&config);
     ReadSettings(*owned, DeEmbeddingFields(), settings, place);
     // Noise has not passed through a fixture that is only now added: raising it would give too much.
-    if (!owned->conversionFlag && !settings.contains("preserveNoise"))
+    if (!owned->conversionFlag && !Has(settings, "preserveNoise"))
         owned->preserveNoise = false;
     DeEmbeddingParameters& parameters = *owned;
     StagePlan plan;

@@ -6,7 +6,7 @@
 #include "workbench/decisions.h"
 #include "workbench/pattern.h"
 #include "workbench/plumbing/device.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/stages/stages.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -56,14 +56,14 @@ StageTaps TapsOf(const DFEFilterParameters& parameters, const DeviceConfiguratio
 
 // Decisions and errors behind the filter, where the pattern's symbols are known. Without taps to find there is no
 // sampling delay either.
-nlohmann::json DecisionsOf(const DFEFilterParameters& parameters, const DeviceConfiguration& config,
-                           std::span<const double> filtered, ValidPart valid)
+Json DecisionsOf(const DFEFilterParameters& parameters, const DeviceConfiguration& config,
+                 std::span<const double> filtered, ValidPart valid)
 {
     const int levelCount = LevelCount(config.signalCoding);
     const bool hasDelay = parameters.useManualTaps || parameters.numberOfTaps > 0;
     if (!hasDelay || levelCount == 0 || config.patternSymbols.empty() ||
         config.patternSymbols.size() != static_cast<std::size_t>(config.patternLengthUi))
-        return nlohmann::json::object();
+        return Json::Object();
     const auto ignored = static_cast<std::size_t>(std::ceil(static_cast<double>(valid.first) / SamplesPerUiOf(config)));
     const DecisionCount count =
         CountDecisions(filtered, LevelsOf(config.patternSymbols, config.signalCoding, config.withoutGrayCoding),
@@ -74,9 +74,9 @@ nlohmann::json DecisionsOf(const DFEFilterParameters& parameters, const DeviceCo
 std::string Findings(const DFEFilterParameters& parameters, const DeviceConfiguration& config,
                      std::span<const double> filtered, ValidPart valid)
 {
-    nlohmann::json findings = {{"taps", parameters.taps}, {"samplingDelayPs", parameters.samplingDelayPs}};
-    findings.update(DecisionsOf(parameters, config, filtered, valid));
-    return JsonText(findings);
+    Json findings = {{"taps", parameters.taps}, {"samplingDelayPs", parameters.samplingDelayPs}};
+    findings.SetAll(DecisionsOf(parameters, config, filtered, valid));
+    return findings.SortedText();
 }
 
 StagePlan PlanDfe(const nlohmann::json& settings, const Place& place, DeviceConfiguration& config)

@@ -5,7 +5,7 @@
 
 #include "filters/filters/ffefilter.h"
 #include "workbench/plumbing/device.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/stages/stages.h"
 
 namespace Tarnwick::DSO::Workbench {
@@ -61,19 +61,19 @@ std::ptrdiff_t LargestTap(const FFEFilterParameters& parameters)
 
 std::string Findings(const FFEFilterParameters& parameters, const Filters::FFEFilter& filter)
 {
-    nlohmann::json findings = {{"taps", parameters.taps}, {"appliedTaps", parameters.appliedTaps}};
+    Json findings = {{"taps", parameters.taps}, {"appliedTaps", parameters.appliedTaps}};
     if (!parameters.appliedTaps.empty())
-        findings["mainCursor"] = LargestTap(parameters) + 1;
+        findings.Set("mainCursor", LargestTap(parameters) + 1);
     if (std::isfinite(filter.residualError))
-        findings["residualError"] = filter.residualError;
+        findings.Set("residualError", filter.residualError);
     if (std::isfinite(filter.conditionNumber)) {
-        findings["conditionNumber"] = filter.conditionNumber;
-        findings["samplingPhaseUi"] = filter.samplingPhaseUi;
-        findings["fitConstant"] = filter.fitConstant;
+        findings.Set("conditionNumber", filter.conditionNumber);
+        findings.Set("samplingPhaseUi", filter.samplingPhaseUi);
+        findings.Set("fitConstant", filter.fitConstant);
     }
     if (!filter.feedbackTaps.empty())
-        findings["feedbackTaps"] = filter.feedbackTaps;
-    return JsonText(findings);
+        findings.Set("feedbackTaps", filter.feedbackTaps);
+    return findings.SortedText();
 }
 
 // A symbol-spaced reference equaliser, or taps a whole number of samples apart.

@@ -1,5 +1,5 @@
 #include "filters/filters/sircfilter.h"
-#include "workbench/plumbing/jsontext.h"
+#include "workbench/plumbing/json.h"
 #include "workbench/sirctable.h"
 #include "workbench/stages/stages.h"
 #include "workbench/units.h"
@@ -92,7 +92,7 @@ StagePlan PlanSirc(const nlohmann::json& settings, const Place& place, DeviceCon
         parameters.ReadTables(stage.notes);
         const auto& filter = MakeFilter<Filters::SircFilter>(stage, parameters, place);
         stage.findings = [&](std::span<const double>, ValidPart) {
-            return JsonText(nlohmann::json{{"kernelLength", filter.kernelLength}});
+            return Json{{"kernelLength", filter.kernelLength}}.SortedText();
         };
         stage.channel = parameters.Measurement(filter);
     };
