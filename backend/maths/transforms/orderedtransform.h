@@ -21,7 +21,10 @@ public:
     void Inverse(Complex* data) const override;
 
 private:
+    void Transform(Complex* data, bool isInverse) const;
+
     RingTransform ring_;
+    bool keepsWork_;
     std::vector<std::size_t> order_;
 };
 
