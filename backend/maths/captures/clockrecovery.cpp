@@ -103,6 +103,18 @@ private:
     std::size_t count_ = 0;
 };
 
+/// The weights of a Hann window of so many values, one after the other.
+class HannWindow {
+public:
+    explicit HannWindow(std::size_t count) : turns_(0.5 / static_cast<double>(count), 1.0 / static_cast<double>(count))
+    {
+    }
+    double Next() { return 0.5 - 0.5 * turns_.Next().real(); }
+
+private:
+    Phasors turns_;
+};
+
 /// A record, and what brings it to a mean of 0 and a range of 1.
 struct ScaledRecord {
     std::span<const double> samples;
@@ -271,8 +283,7 @@ std::size_t FastEvenLength(std::size_t atLeast)
 struct Line {
     double score = 0.0;
     double frequency = 0.0;
-    double meanSquare = 0.0;  // of the derivative
-    bool ofPattern = false;   // the spectrum is one of separate lines
+    bool ofPattern = false;  // the spectrum is one of separate lines
     Stretch searched{};
     std::optional<LineSpectrum> spectrum;
 };
@@ -367,13 +378,12 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
         std::copy(squared.begin(), squared.end(), values.Data() + derivative.ValuesOf(block.first - stretch.first));
         sum = std::accumulate(squared.begin(), squared.end(), sum);
     });
-    line.meanSquare = sum / static_cast<double>(count);
-    if (line.meanSquare < kLeastMeanSquare)
+    const double meanSquare = sum / static_cast<double>(count);
+    if (meanSquare < kLeastMeanSquare)
         return line;
-    const double ofCount = 1.0 / static_cast<double>(count);
-    Phasors window(0.5 * ofCount, ofCount);
+    HannWindow window(count);
     for (std::size_t i = 0; i < count; ++i)
-        values.Data()[i] = (values.Data()[i] - line.meanSquare) * (0.5 - 0.5 * window.Next().real());
+        values.Data()[i] = (values.Data()[i] - meanSquare) * window.Next();
     std::fill(values.Data() + count, values.Data() + length, 0.0);
     AlignedBuffer<Complex> bins(length / 2 + 1);
     RealTransform::Of(length)->Forward(values.Data(), bins.Data());
@@ -390,7 +400,7 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
     std::transform(bins.Data(), bins.Data() + scores.size(), scores.begin(),
                    [](Complex bin) { return std::sqrt(std::norm(bin)); });
     // A line at a limit needs its neighbour beyond it.
-    const double dc = 0.5 * static_cast<double>(count) * line.meanSquare;  // a Hann window's mean is 1/2
+    const double dc = 0.5 * static_cast<double>(count) * meanSquare;  // a Hann window's mean is 1/2
     line.ofPattern = DivideByBackground(scores, first - 1, last + 1, kFaintestBackground * dc) == Spectrum::OfLines;
 
     const auto isPeak = [&](std::size_t k) { return scores[k] > scores[k - 1] && scores[k] >= scores[k + 1]; };
@@ -440,24 +450,20 @@ struct Demodulated {
     double Middle(double index) const { return (index + 0.5) * static_cast<double>(spacing) - 0.5 * ofSquare; }
 };
 
-/// What to demodulate at: a frequency [cycles a sample] and the mean to take off.
-struct Carrier {
-    double frequency;
-    double mean;
-};
-
 class Demodulator {
 public:
-    Demodulator(Carrier carrier, const SquaredDerivative& derivative)
-        : mean_(carrier.mean),
-          line_{carrier.frequency, SpacingIn(derivative.SampleCount()), derivative.Spacing(), {}},
-          turns_(0.0, -carrier.frequency * static_cast<double>(line_.spacing)),
+    /// @param frequency  [cycles a sample]
+    /// @param mean       of the squared derivative
+    Demodulator(double frequency, double mean, const SquaredDerivative& derivative)
+        : mean_(mean),
+          line_{frequency, SpacingIn(derivative.SampleCount()), derivative.Spacing(), {}},
+          turns_(0.0, -frequency * static_cast<double>(line_.spacing)),
           cosine_(derivative.ValuesOf(line_.spacing)),
           sine_(cosine_.size())
     {
         line_.values.reserve(derivative.SampleCount() / line_.spacing);
         for (std::size_t i = 0; i < cosine_.size(); ++i) {
-            const Complex phasor = Phasor(-carrier.frequency * derivative.Spacing() * static_cast<double>(i));
+            const Complex phasor = Phasor(-frequency * derivative.Spacing() * static_cast<double>(i));
             cosine_[i] = phasor.real();
             sine_[i] = phasor.imag();
         }
@@ -489,13 +495,15 @@ private:
     std::vector<double> sine_;
 };
 
-/// At one carrier or several, in one pass over the record.
-std::vector<Demodulated> Demodulate(SquaredDerivative& derivative, std::span<const Carrier> carriers)
+/// At one frequency or several [cycles a sample], in one pass over the record. The mean is that of as much as is searched.
+std::vector<Demodulated> Demodulate(SquaredDerivative& derivative, std::span<const double> frequencies)
 {
-    std::vector<Demodulator> demodulators;
-    for (const Carrier& carrier : carriers)
-        demodulators.emplace_back(carrier, derivative);
     const std::size_t spacing = SpacingIn(derivative.SampleCount());
+    const std::size_t searched = std::min(derivative.SampleCount(), kMostSearched) / spacing * spacing;
+    const double mean = MeanSquare(derivative, {(derivative.SampleCount() - searched) / 2, searched});
+    std::vector<Demodulator> demodulators;
+    for (const double frequency : frequencies)
+        demodulators.emplace_back(frequency, mean, derivative);
     const Stretch whole{0, derivative.SampleCount() / spacing * spacing};
     ForBlocks(derivative, whole, [&](std::span<const double> squared, Stretch) {
         for (Demodulator& demodulator : demodulators)
@@ -549,19 +557,15 @@ Phases Unwrapped(std::span<const Complex> sums, double first, double spacing)
 /// The phases of `blocks` Hann-windowed blocks of a stretch of values, shifted by `offset` [cycles a sample].
 Phases BlockPhases(const Demodulated& line, Stretch stretch, double offset, std::size_t blocks)
 {
-    const Complex step = Phasor(-offset * static_cast<double>(line.spacing));
     std::vector<Complex> sums(blocks);
     for (std::size_t b = 0; b < blocks; ++b) {
         const std::size_t begin = stretch.count * b / blocks;
         const std::size_t count = stretch.count * (b + 1) / blocks - begin;
-        Complex turn = Phasor(-offset * line.Middle(static_cast<double>(stretch.first + begin)));
-        const Complex windowStep = std::polar(1.0, kTwoPi / static_cast<double>(count));
-        Complex window = std::polar(1.0, std::numbers::pi / static_cast<double>(count));
-        for (std::size_t i = 0; i < count; ++i) {
-            sums[b] += (0.5 - 0.5 * window.real()) * Product(line.values[stretch.first + begin + i], turn);
-            turn = Product(turn, step);
-            window = Product(window, windowStep);
-        }
+        Phasors turns(-offset * line.Middle(static_cast<double>(stretch.first + begin)),
+                      -offset * static_cast<double>(line.spacing));
+        HannWindow window(count);
+        for (std::size_t i = 0; i < count; ++i)
+            sums[b] += window.Next() * Product(line.values[stretch.first + begin + i], turns.Next());
     }
     const double valuesPerBlock = static_cast<double>(stretch.count) / static_cast<double>(blocks);
     return Unwrapped(sums, line.Middle(static_cast<double>(stretch.first) + 0.5 * valuesPerBlock - 0.5),
@@ -880,14 +884,6 @@ SquaredDerivative DerivativeFor(double frequency, const ScaledRecord& record)
     return SquaredDerivative(record, spacing);
 }
 
-/// A line to demodulate, the mean taken from as much of the record as is searched.
-Carrier CarrierAt(double frequency, SquaredDerivative& derivative)
-{
-    const std::size_t step = SpacingIn(derivative.SampleCount());
-    const std::size_t count = std::min(derivative.SampleCount(), kMostSearched) / step * step;
-    return {frequency, MeanSquare(derivative, {(derivative.SampleCount() - count) / 2, count})};
-}
-
 bool HoldsClockOfRate(std::span<const double> samples, double samplesPerUi)
 {
     return samples.size() >= kFewestSamples && static_cast<double>(samples.size()) >= kFewestUi * samplesPerUi;
@@ -910,9 +906,9 @@ RecoveredClock ClockOfRate(std::span<const double> samples, double samplesPerUi,
     const ScaledRecord record(samples, StatisticsOf(samples));
     if (record.scale == 0.0)
         return {};
-    SquaredDerivative derivative = DerivativeFor(1.0 / samplesPerUi, record);
-    const Carrier carrier = CarrierAt(1.0 / samplesPerUi, derivative);
-    const Demodulated line = std::move(Demodulate(derivative, {&carrier, 1}).front());
+    const double rate = 1.0 / samplesPerUi;
+    SquaredDerivative derivative = DerivativeFor(rate, record);
+    const Demodulated line = std::move(Demodulate(derivative, {&rate, 1}).front());
     return Described(line, ConstantPhases(line), search);
 }
 
@@ -948,12 +944,12 @@ CheckedClock CheckClock(std::span<const double> samples, double samplesPerUi, co
         hasRate && std::abs(line.frequency - 1.0 / samplesPerUi) < kBeside / static_cast<double>(kMostSpacing);
     const double rate = hasRate ? 1.0 / samplesPerUi : 0.0;
     SquaredDerivative derivative = DerivativeFor(isFound ? std::max(line.frequency, rate) : rate, record);
-    std::vector<Carrier> carriers;
+    std::vector<double> frequencies;
     if (hasRate)
-        carriers.push_back(CarrierAt(rate, derivative));
+        frequencies.push_back(rate);
     if (isFound && !isBeside)
-        carriers.push_back(CarrierAt(line.frequency, derivative));
-    std::vector<Demodulated> lines = Demodulate(derivative, carriers);
+        frequencies.push_back(line.frequency);
+    std::vector<Demodulated> lines = Demodulate(derivative, frequencies);
     if (hasRate)
         clocks.ofRate = Described(lines.front(), ConstantPhases(lines.front()), ofRate);
     if (isFound) {
