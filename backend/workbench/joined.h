@@ -1,4 +1,4 @@
-// Texts as one. The format library does so by templates, which each source that asks it compiles anew.
+// Texts joined to one. The format library does this with templates, which every source that uses them compiles again.
 #pragma once
 
 #include <span>

@@ -149,13 +149,10 @@ Result Filtered(Stage& stage, std::vector<double>& samples, const std::string& c
     return result;
 }
 
-// Five digits: more than the measurement is good for.
 std::string FindingText(const nlohmann::json& value)
 {
-    if (value.is_number_float())
-        return fmt::format("{:.5g}", value.get<double>());
     if (!value.is_array())
-        return value.is_string() ? value.get<std::string>() : JsonText(value);
+        return ReadableText(value, kFindingDigits);
     std::string text;
     for (const nlohmann::json& each : value)
         text.append(text.empty() ? "" : " ").append(FindingText(each));

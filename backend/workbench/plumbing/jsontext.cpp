@@ -15,12 +15,16 @@ nlohmann::json JsonFrom(std::string_view text)
     return nlohmann::json::parse(text);
 }
 
-std::string PlainText(std::string_view json)
+std::string ReadableText(const nlohmann::json& value, int digits)
 {
-    const nlohmann::json value = JsonFrom(json);
     if (value.is_string())
         return value.get<std::string>();
-    return value.is_number_float() ? fmt::format("{:.10g}", value.get<double>()) : JsonText(value);
+    return value.is_number_float() ? fmt::format("{:.{}g}", value.get<double>(), digits) : JsonText(value);
+}
+
+std::string PlainText(std::string_view json)
+{
+    return ReadableText(JsonFrom(json), 10);
 }
 
 std::variant<double, std::string> NumberOrText(const std::string& json)

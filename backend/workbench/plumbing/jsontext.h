@@ -9,12 +9,17 @@
 
 namespace Tarnwick::DSO::Workbench {
 
+inline constexpr int kFindingDigits = 5;  ///< of a finding: more than the measurement is good for
+
 /// @param indent  blanks a level; below 0: all in one line. Bytes that are not UTF-8 become U+FFFD.
 std::string JsonText(const nlohmann::json& content, int indent = -1);
 
 /// Of text that this library wrote itself.
 /// @throws nlohmann::json::parse_error  it is none
 nlohmann::json JsonFrom(std::string_view text);
+
+/// As people read it: a text without its quotes, a number with a fraction in this many digits, anything else as JSON.
+std::string ReadableText(const nlohmann::json& value, int digits);
 
 /// As people read it: a text without its quotes, a number with a fraction in ten digits.
 /// @param json  of this library

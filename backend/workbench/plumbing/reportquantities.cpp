@@ -5,7 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "workbench/chainkeys.h"
@@ -28,9 +27,7 @@ Json Shown(const json& value)
     std::string text;
     for (const json& each : value) {
         text += text.empty() ? "" : " ";
-        text += each.is_number_float() ? fmt::format("{:.5g}", each.get<double>())
-                : each.is_string()     ? each.get<std::string>()
-                                       : JsonText(each);
+        text += ReadableText(each, kFindingDigits);
     }
     return text;
 }
