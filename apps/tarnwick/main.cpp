@@ -4,11 +4,8 @@
 #include <new>
 #include <stdexcept>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-
 #include "console.h"
+#include "memory.h"
 #include "notes.h"
 #include "program.h"
 #include "reports.h"
@@ -21,15 +18,6 @@ using Tarnwick::DSO::Workbench::UsageFailure;
 
 constexpr int kDataStatus = 1;
 constexpr int kUsageStatus = 2;
-
-/// Large blocks go back to the system when they are freed: what the program holds at its peak is what it uses.
-void PrepareMemory()
-{
-#if defined(__GLIBC__)
-    constexpr int kLargeBlock = 4 << 20;  // [bytes]
-    mallopt(M_MMAP_THRESHOLD, kLargeBlock);
-#endif
-}
 
 int Report(const std::exception& failure, int status)
 {
@@ -50,7 +38,7 @@ int main(int argc, char** argv)
 {
 #endif
     try {
-        PrepareMemory();
+        Tarnwick::App::PrepareMemory();
         Tarnwick::App::PrepareStreams();
         Tarnwick::App::KeepCommandLine(argc, argv);
         Tarnwick::App::RunProgram(argc, argv);

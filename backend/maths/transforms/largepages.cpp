@@ -2,6 +2,7 @@
 
 #ifdef __linux__
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdint>
 #endif
@@ -11,16 +12,16 @@ namespace Tarnwick::DSO::Maths {
 #ifdef __linux__
 void PreferLargePages(void* block, std::size_t bytes) noexcept
 {
-    constexpr std::size_t kLargePage = std::size_t{1} << 21U;
-    constexpr std::size_t kFewestBytes = 2 * kLargePage;
+    constexpr std::size_t kFewestBytes = std::size_t{2} << 20U;
+    static const auto kPage = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     if (bytes < kFewestBytes)
         return;
-    // Whole large pages within the block; its ends may share small ones with other blocks.
+    // With the ends of the pages that it shares: so neighbouring blocks have large pages in common where they meet.
     const auto address = reinterpret_cast<std::uintptr_t>(block);
-    const std::size_t before = (kLargePage - address % kLargePage) % kLargePage;
-    const std::size_t whole = (bytes - before) / kLargePage * kLargePage;
+    const std::size_t before = address % kPage;
+    const std::size_t whole = (before + bytes + kPage - 1) / kPage * kPage;
     // A wish: where the system cannot do it, all stays as it was.
-    static_cast<void>(madvise(static_cast<char*>(block) + before, whole, MADV_HUGEPAGE));
+    static_cast<void>(madvise(static_cast<char*>(block) - before, whole, MADV_HUGEPAGE));
 }
 #else
 void PreferLargePages(void*, std::size_t) noexcept {}

@@ -8,7 +8,7 @@
 namespace Tarnwick::DSO::Maths {
 
 /// Asks the system to back a block that has just been allocated with large pages as it is first written. Its content does
-/// not change. Does nothing for blocks below 4 MiB, nor on systems that need not be asked or cannot do it; Linux does it
+/// not change. Does nothing for blocks below 2 MiB, nor on systems that need not be asked or cannot do it; Linux does it
 /// where /sys/kernel/mm/transparent_hugepage/enabled says "madvise" or "always".
 TARNWICK_FRAMEWORK_API void PreferLargePages(void* block, std::size_t bytes) noexcept;
 
