@@ -7,9 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <memory>
 
 #include "captures.h"
-#include "filters/apply.h"
+#include "filters/filters/besselthomson.h"
 
 namespace {
 
@@ -20,6 +21,10 @@ struct Length {
     int patternLengthUi;
     int samplesPerUi;
     int repetitions;
+};
+
+struct Release {
+    void operator()(double* samples) const noexcept { ::operator delete(samples); }
 };
 
 double SecondsSince(Clock::time_point begin)
@@ -39,13 +44,21 @@ int main(int count, char** arguments)
         DSO::Filters::BesselThomsonParameters parameters(&config);
         DSO::Filters::BesselThomson filter(&parameters);
         const auto period = static_cast<std::size_t>(config.samplesPerPattern);
-        const std::vector<double> record = Bench::Noise(period * static_cast<std::size_t>(repetitions));
-        double last = DSO::Filters::Filtered(filter, record).back();
+        std::vector<double> record = Bench::Noise(period * static_cast<std::size_t>(repetitions));
+        DSO::SystemFramework::SignalData signal;
+        signal.samples = record.data();
+        signal.sampleCount = static_cast<std::int32_t>(record.size());
+        filter.Prepare(&signal);
+        parameters.ResetDirty();  // this filter leaves it to the host, and would be prepared again each time
+        double last = 0.0;
         double least = std::numeric_limits<double>::infinity();
         const auto begin = Clock::now();
         do {
             const auto before = Clock::now();
-            last = DSO::Filters::Filtered(filter, record).back();
+            {
+                const std::unique_ptr<double[], Release> filtered(filter.Apply(&signal));
+                last = filtered[record.size() - 1];
+            }
             least = std::min(least, SecondsSince(before));
         } while (SecondsSince(begin) < budget);
         std::printf("%d %d %d %.9g %.17g\n", patternLengthUi, samplesPerUi, repetitions, least, last);
