@@ -37,6 +37,58 @@ std::vector<double> RowsOfWeights(std::size_t rows)
     return weights;
 }
 
+struct NearestWeights {
+    std::size_t first = 0;
+    std::vector<double> weights;
+    double perBend = 0.0;
+};
+
+// What stands for weights whose sum is 1 when only the nearest samples are read: those beyond, on either side, are moved to the two
+// outermost samples that are kept, so that their sum and their first moment stay. What is left is a sum of second differences of
+// the samples, whose weights are those left out summed twice.
+// @param weights  other than 0 from `first` to before `end`
+NearestWeights WithNearest(std::span<const double> weights, std::size_t first, std::size_t end)
+{
+    constexpr std::size_t kKept = 6;  // on either side
+    double position = 0.0;
+    for (std::size_t k = first; k < end; ++k)
+        position += weights[k] * static_cast<double>(k);
+    const auto centre = static_cast<std::size_t>(std::max(position, 0.0));
+    std::size_t from = std::max(centre + 1 > kKept ? centre + 1 - kKept : 0, first);
+    std::size_t to = std::min(centre + 1 + kKept, end);
+    if (to < from + 4) {  // too few to move others to
+        from = first;
+        to = end;
+    }
+    NearestWeights nearest{
+        from,
+        {weights.begin() + static_cast<std::ptrdiff_t>(from), weights.begin() + static_cast<std::ptrdiff_t>(to)},
+        0.0};
+    const auto moveTo = [&](std::size_t inner, std::size_t begin, std::size_t behind) {
+        double sum = 0.0;
+        double moment = 0.0;
+        for (std::size_t k = begin; k < behind; ++k) {
+            sum += weights[k];
+            moment += weights[k] * (static_cast<double>(k) - static_cast<double>(inner));
+        }
+        nearest.weights[inner - from] += sum - moment;
+        nearest.weights[inner + 1 - from] += moment;
+    };
+    if (from > first)
+        moveTo(from, first, from);
+    if (end > to)
+        moveTo(to - 2, to, end);
+    double once = 0.0;
+    double twice = 0.0;
+    for (std::size_t k = first; k < end; ++k) {
+        const bool isKept = k >= from && k < to;
+        once += weights[k] - (isKept ? nearest.weights[k - from] : 0.0);
+        twice += once;
+        nearest.perBend += std::abs(twice);
+    }
+    return nearest;
+}
+
 }  // namespace
 
 BandLimitedReading ReadingAt(double position)
@@ -128,41 +180,53 @@ void BandLimitedPhases::Read(const double* samples, std::size_t samplesPerUi, st
     Loops().readPhases({weights_.Data(), sampleCount_, Pitch(), used_.data()}, samples, samplesPerUi, uiCount, values);
 }
 
-PhaseScreening::PhaseScreening(const BandLimitedPhases& phases, std::span<const double> samples)
-    : phases_(&phases), weights_(phases.sampleCount_ * Pitch())
+void PhaseScreening::Keep(Bank& bank, std::size_t phase, std::size_t first, std::span<const double> weights) const
+{
+    if (weights.empty())
+        return;  // there for the sake of the pitch
+    double sum = 0.0;
+    for (std::size_t k = 0; k < weights.size(); ++k) {
+        bank.weights.Data()[(phase / kLine * phases_->sampleCount_ + first + k) * kLine + phase % kLine] =
+            static_cast<float>(weights[k]);
+        sum += std::abs(weights[k]);
+    }
+    bank.largest = std::max(bank.largest, sum);
+    std::size_t* const used = bank.used.data() + 2 * (phase / kLine);
+    used[0] = used[1] == 0 ? first : std::min(used[0], first);
+    used[1] = std::max(used[1], first + weights.size());
+}
+
+PhaseScreening::PhaseScreening(const BandLimitedPhases& phases, std::span<const double> samples) : phases_(&phases)
 {
     constexpr double kLeftOut = 0.005;  // sum of the magnitudes of weights, of 1
     constexpr std::size_t kNarrow = BandLimitedPhases::kLine;
     const std::size_t count = phases.sampleCount_;
-    std::fill_n(weights_.Data(), count * Pitch(), 0.0F);
-    used_.assign(2 * Pitch() / kLine, 0);
-    double largest = 0.0;  // sum of the weights' magnitudes at a phase
+    for (Bank* const bank : {&narrow_, &wide_}) {
+        bank->weights = AlignedBuffer<float>(count * Pitch());
+        std::fill_n(bank->weights.Data(), count * Pitch(), 0.0F);
+        bank->used.assign(2 * Pitch() / kLine, 0);
+    }
     for (std::size_t phase = 0; phase < phases.Pitch(); ++phase) {
-        const double* const weights = phases.weights_.Data() + phase / kNarrow * count * kNarrow + phase % kNarrow;
-        const auto magnitude = [&](std::size_t k) { return std::abs(weights[k * kNarrow]); };
+        std::vector<double> weights(count);
+        for (std::size_t k = 0; k < count; ++k)
+            weights[k] = phases.weights_.Data()[(phase / kNarrow * count + k) * kNarrow + phase % kNarrow];
         std::size_t first = 0;
         std::size_t end = count;
-        while (first < end && weights[first * kNarrow] == 0.0)
+        while (first < end && weights[first] == 0.0)
             ++first;
-        if (first == end)
-            continue;  // there for the sake of the pitch
+        while (first < end && weights[end - 1] == 0.0)
+            --end;
         // Outer weights that matter little are left out on either side, and counted into the margin.
-        double left = magnitude(first);
-        while (left < kLeftOut && first + 1 < end)
-            left += magnitude(++first);
-        double right = magnitude(end - 1);
-        while (right < kLeftOut && first + 1 < end)
-            right += magnitude(--end - 1);
-        double sum = 0.0;
-        for (std::size_t k = first; k < end; ++k) {
-            weights_.Data()[(phase / kLine * count + k) * kLine + phase % kLine] =
-                static_cast<float>(weights[k * kNarrow]);
-            sum += magnitude(k);
-        }
-        largest = std::max(largest, sum);
-        std::size_t* const used = used_.data() + 2 * (phase / kLine);
-        used[0] = used[1] == 0 ? first : std::min(used[0], first);
-        used[1] = std::max(used[1], end);
+        std::size_t from = first;
+        std::size_t to = end;
+        for (double left = 0.0; from + 1 < to && left + std::abs(weights[from]) < kLeftOut; ++from)
+            left += std::abs(weights[from]);
+        for (double right = 0.0; from + 1 < to && right + std::abs(weights[to - 1]) < kLeftOut; --to)
+            right += std::abs(weights[to - 1]);
+        Keep(wide_, phase, from, std::span(weights).subspan(from, to - from));
+        const NearestWeights nearest = WithNearest(weights, first, end);
+        narrow_.perBend = std::max(narrow_.perBend, nearest.perBend);
+        Keep(narrow_, phase, nearest.first, nearest.weights);
     }
 
     constexpr std::size_t kStretches = 64;
@@ -180,13 +244,16 @@ PhaseScreening::PhaseScreening(const BandLimitedPhases& phases, std::span<const 
     middle_ = 0.5 * low + 0.5 * high;
     scale_ = 1.0 / (kRoom * (0.5 * high - 0.5 * low));
     // Of the scaled samples, which lie from -1 to 1, and of the weights one rounding each in single precision, then one for each
-    // product and for each sum. In double precision so many of the values themselves, and the weights' sum is 1 to as many.
-    constexpr double kRoundings = 2.0 * static_cast<double>(kWeights) + 4.0;
+    // product and for each sum, and a few for the limits and the second differences. In double precision so many of the values
+    // themselves, and the weights' sum is 1 to as many.
+    constexpr double kRoundings = 2.0 * static_cast<double>(kWeights) + 16.0;
     constexpr double kFloatRounding = 0x1p-24;
     constexpr double kDoubleRounding = 0x1p-53;
-    margin_ = 2.0 * kLeftOut + 2.0 * kRoundings * (largest + 2.0 * kLeftOut) *
-                                   (kFloatRounding + kDoubleRounding * (1.0 + std::abs(middle_) * scale_));
-    if (!std::isfinite(scale_) || !std::isfinite(margin_))
+    for (Bank* const bank : {&narrow_, &wide_})
+        bank->margin = 2.0 * kRoundings * (std::max(narrow_.largest, wide_.largest) + 2.0 * kLeftOut) *
+                       (kFloatRounding + kDoubleRounding * (1.0 + std::abs(middle_) * scale_));
+    wide_.margin += 2.0 * kLeftOut;
+    if (!std::isfinite(scale_) || !std::isfinite(wide_.margin))
         scale_ = 0.0;
 }
 
@@ -197,8 +264,8 @@ void PhaseScreening::SetLimits(std::span<const double> low, std::span<const doub
     std::fill_n(limits.begin(), Pitch(), -kNever);
     std::fill_n(limits.begin() + static_cast<std::ptrdiff_t>(Pitch()), Pitch(), kNever);
     for (std::size_t p = 0; p < low.size(); ++p) {
-        limits[p] = static_cast<float>((low[p] - middle_) * scale_ + margin_);
-        limits[Pitch() + p] = static_cast<float>((high[p] - middle_) * scale_ - margin_);
+        limits[p] = static_cast<float>((low[p] - middle_) * scale_);
+        limits[Pitch() + p] = static_cast<float>((high[p] - middle_) * scale_);
     }
 }
 
@@ -210,8 +277,12 @@ void PhaseScreening::Screen(const double* samples, std::size_t samplesPerUi, std
         return;
     }
     scaled_.resize((counts.size() - 1) * samplesPerUi + phases_->sampleCount_);
-    Loops().screenPhases({weights_.Data(), phases_->sampleCount_, Pitch(), used_.data(), middle_, scale_}, samples,
-                         samplesPerUi, counts.size(), limits.data(), scaled_.data(), counts.data());
+    const auto bankOf = [&](const Bank& bank) {
+        return ScreenBank{bank.weights.Data(), phases_->sampleCount_, bank.used.data(), static_cast<float>(bank.margin),
+                          static_cast<float>(bank.perBend)};
+    };
+    Loops().screenPhases({bankOf(narrow_), bankOf(wide_), Pitch(), middle_, scale_}, samples, samplesPerUi,
+                         counts.size(), limits.data(), scaled_.data(), counts.data());
 }
 
 void AddStretches(std::span<const double* const> stretches, std::span<double> sum)

@@ -71,8 +71,8 @@ private:
 };
 
 /// Which UI may hold a value beyond extremes that are known already, at any of the phases: all that do, and a few more. Values are
-/// made in single precision, which takes half the time, and a UI counts when one comes nearer to an extreme than the rounding of
-/// them all.
+/// made in single precision and of the samples next to them. What the others add is bounded by the second differences, and a UI
+/// counts when a value comes nearer to an extreme than that bound and all roundings.
 class TARNWICK_FRAMEWORK_API PhaseScreening {
 public:
     /// @param phases   outlives this
@@ -91,13 +91,22 @@ private:
     static constexpr std::size_t kLine = 2 * BandLimitedPhases::kLine;
     std::size_t Pitch() const { return (phases_->lines_ + 1) / 2 * kLine; }
 
+    // As ScreenBank; margin and share of the second difference for scaled samples.
+    struct Bank {
+        AlignedBuffer<float> weights;
+        std::vector<std::size_t> used;
+        double largest = 0.0;  // sum of the weights' magnitudes at a phase
+        double margin = 0.0;
+        double perBend = 0.0;
+    };
+    void Keep(Bank& bank, std::size_t phase, std::size_t first, std::span<const double> weights) const;
+
     const BandLimitedPhases* phases_;
-    AlignedBuffer<float> weights_;
-    std::vector<std::size_t> used_;
+    Bank narrow_;
+    Bank wide_;
     std::vector<float> scaled_;
     double middle_ = 0.0;
-    double scale_ = 0.0;   // 0: all UI count
-    double margin_ = 0.0;  // of scaled values
+    double scale_ = 0.0;  // 0: all UI count
 };
 
 /// sum[k] += stretches[i][k]

@@ -101,12 +101,21 @@ struct PhaseBank {
     const std::size_t* samples;  // of each eight phases the first sample that counts and the one behind the last
 };
 
-/// A bank in single precision, sixteen phases side by side, for samples less `middle` times `scale`.
-struct PhaseScreen {
+/// A bank in single precision, sixteen phases side by side, whose sums tell values to `margin` and `perBend` times the largest
+/// second difference of the samples.
+struct ScreenBank {
     const float* weights;        // (phaseCount / 16) sampleCount 16 values; quicker at the start of a cache line
     std::size_t sampleCount;     // as PhaseBank
-    std::size_t phaseCount;      // a multiple of 16
     const std::size_t* samples;  // of each sixteen phases the first sample that counts and the one behind the last
+    float margin;
+    float perBend;
+};
+
+/// Two banks for samples less `middle` times `scale`: one of few samples tells most UI, one of more the others.
+struct PhaseScreen {
+    ScreenBank narrow;
+    ScreenBank wide;
+    std::size_t phaseCount;  // a multiple of 16
     double middle;
     double scale;
 };
@@ -143,8 +152,8 @@ struct HotLoops {
                         std::size_t count);
     /// values[i phaseCount + p] = sum_k weight of sample k at phase p x[i stride + k], in the order of k, i = 0 .. count - 1
     void (*readPhases)(const PhaseBank& bank, const double* x, std::size_t stride, std::size_t count, double* values);
-    /// beyond[i] = 1 where at some phase p the value of x[i stride ...] reaches limits[i][p] from above or
-    /// limits[i][phaseCount + p] from below, else 0; 1 everywhere where a scaled sample lies beyond -1 to 1.
+    /// beyond[i] = 1 where at some phase p, as far as the wide bank tells, the value of x[i stride ...] may reach limits[i][p]
+    /// from above or limits[i][phaseCount + p] from below, else 0; 1 everywhere where a scaled sample lies beyond -1 to 1.
     /// @param scaled  room for (count - 1) stride + sampleCount values
     void (*screenPhases)(const PhaseScreen& screen, const double* x, std::size_t stride, std::size_t count,
                          const float* const* limits, float* scaled, unsigned char* beyond);

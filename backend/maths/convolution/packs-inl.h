@@ -101,6 +101,19 @@ TARNWICK_ALWAYS_INLINE void Store(const Values& from, Real* to)
 #endif
 
 // The larger of each two lanes, in `most`.
+// Has values brought into the cache that will be read soon: the processor foresees no further than to the end of a page. Nothing
+// need be there.
+TARNWICK_ALWAYS_INLINE void Fetch(const double* values, std::size_t count)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    for (std::size_t k = 0; k < count; k += 8)
+        __builtin_prefetch(values + k);
+#else
+    static_cast<void>(values);
+    static_cast<void>(count);
+#endif
+}
+
 TARNWICK_ALWAYS_INLINE void RaiseTo(const FloatPack& other, FloatPack& most)
 {
 #if defined(__GNUC__) || defined(__clang__)

@@ -149,7 +149,12 @@ TEST_P(HotLoopsOf, PhasesBeyondLimits)
     const std::vector<float> weights(inDouble.begin(), inDouble.end());
     const std::size_t used[] = {0, kSamples, 2, 9};
     Values samples = RandomValues((kCount - 1) * kStride + kSamples, 2);
-    const PhaseScreen screen{weights.data(), kSamples, kPhases, used, 0.25, 0.75};
+    // A narrow bank that tells nothing, one that tells all, and one that leaves some to the wide one.
+    const auto screenOf = [&](float narrowMargin) {
+        const ScreenBank wide{weights.data(), kSamples, used, 0.0F, 0.0F};
+        return PhaseScreen{{weights.data(), kSamples, used, narrowMargin, 0.0F}, wide, kPhases, 0.25, 0.75};
+    };
+    const PhaseScreen screens[] = {screenOf(1.0F), screenOf(0.0F), screenOf(0.15F)};
     const auto valueAt = [&](std::size_t i, std::size_t p) {
         double sum = 0.0;
         for (std::size_t k = used[2 * (p / 16)]; k < used[2 * (p / 16) + 1]; ++k)
@@ -172,21 +177,64 @@ TEST_P(HotLoopsOf, PhasesBeyondLimits)
             }
             std::vector<float> scaled(samples.size());
             std::vector<unsigned char> beyond(kCount + 1, 9);
-            loops_->screenPhases(screen, samples.data(), kStride, kCount, pointers.data(), scaled.data(),
-                                 beyond.data());
-            for (std::size_t i = 0; i < kCount; ++i)
-                EXPECT_EQ(beyond[i], i % 2 == 0 ? 1 : 0) << i << " at " << p;
-            EXPECT_EQ(beyond[kCount], 9);
+            for (const PhaseScreen& screen : screens) {
+                loops_->screenPhases(screen, samples.data(), kStride, kCount, pointers.data(), scaled.data(),
+                                     beyond.data());
+                for (std::size_t i = 0; i < kCount; ++i)
+                    EXPECT_EQ(beyond[i], i % 2 == 0 ? 1 : 0)
+                        << i << " at " << p << ", narrow margin " << screen.narrow.margin;
+                EXPECT_EQ(beyond[kCount], 9);
+            }
             if (p > 0)
                 continue;
             for (const std::size_t large : {std::size_t{0}, samples.size() - 1}) {
                 const double kept = std::exchange(samples[large], side * 1e300);
-                loops_->screenPhases(screen, samples.data(), kStride, kCount, pointers.data(), scaled.data(),
+                loops_->screenPhases(screens[1], samples.data(), kStride, kCount, pointers.data(), scaled.data(),
                                      beyond.data());
                 samples[large] = kept;
                 EXPECT_EQ(std::count(beyond.begin(), beyond.end(), 1), static_cast<std::ptrdiff_t>(kCount));
             }
         }
+}
+
+// The mean of a sample's neighbours stands for it to half of the second difference, whichever of them is the larger.
+TEST_P(HotLoopsOf, BendsWidenTheReachOfANarrowBank)
+{
+    constexpr std::size_t kPhases = 16;
+    constexpr std::size_t kSamples = 3;
+    constexpr std::size_t kCount = 43;
+    std::vector<float> itself(kSamples * kPhases, 0.0F);
+    std::vector<float> neighbours(kSamples * kPhases, 0.0F);
+    itself[kPhases] = 1.0F;
+    neighbours[0] = neighbours[2 * kPhases] = 0.5F;
+    const std::size_t used[] = {0, kSamples};
+    Values samples(kCount + kSamples - 1);
+    for (std::size_t k = 0; k < samples.size(); ++k)
+        samples[k] = 0.5 * std::sin(0.7 * static_cast<double>(k));
+    std::vector<std::vector<float>> limits(kCount, std::vector<float>(2 * kPhases, 1e3F));
+    std::vector<const float*> pointers;
+    for (std::size_t i = 0; i < kCount; ++i) {
+        std::fill_n(limits[i].begin(), kPhases, -1e3F);
+        // Every third value lies just beyond its limit.
+        limits[i][kPhases] = static_cast<float>(samples[i + 1] + (i % 3 == 0 ? -1e-5 : 1e-5));
+        pointers.push_back(limits[i].data());
+    }
+    for (const float perBend : {0.5F, 0.0F}) {
+        const PhaseScreen screen{{neighbours.data(), kSamples, used, 1e-6F, perBend},
+                                 {itself.data(), kSamples, used, 0.0F, 0.0F},
+                                 kPhases,
+                                 0.0,
+                                 1.0};
+        std::vector<float> scaled(samples.size());
+        std::vector<unsigned char> beyond(kCount);
+        loops_->screenPhases(screen, samples.data(), 1, kCount, pointers.data(), scaled.data(), beyond.data());
+        std::size_t missed = 0;
+        for (std::size_t i = 0; i < kCount; ++i) {
+            missed += i % 3 == 0 && beyond[i] == 0 ? 1 : 0;
+            EXPECT_TRUE(i % 3 == 0 || beyond[i] == 0) << i;
+        }
+        EXPECT_EQ(missed > 0, perBend == 0.0F);
+    }
 }
 
 TEST_P(HotLoopsOf, SumsOfStretches)
