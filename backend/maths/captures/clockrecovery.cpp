@@ -1,6 +1,7 @@
 #include "maths/captures/clockrecovery.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <complex>
@@ -25,7 +26,7 @@ constexpr double kTwoPi = 2.0 * std::numbers::pi;
 constexpr std::size_t kFewestSamples = 128;
 constexpr double kFewestUi = 16.0;
 
-// [samples] A block with its guards: spectrum and squared derivative of one lie in the second-level cache.
+// [samples] Half a block with its guards: spectrum and squared derivative of a block lie in the second-level cache.
 constexpr std::size_t kMostBlock = 8192;
 // [samples] at either end of a block, over which it is faded in: its seam reaches no further.
 constexpr std::size_t kGuard = 64;
@@ -103,17 +104,14 @@ private:
     std::size_t count_ = 0;
 };
 
-/// The weights of a Hann window of so many values, one after the other.
-class HannWindow {
-public:
-    explicit HannWindow(std::size_t count) : turns_(0.5 / static_cast<double>(count), 1.0 / static_cast<double>(count))
-    {
-    }
-    double Next() { return 0.5 - 0.5 * turns_.Next().real(); }
-
-private:
-    Phasors turns_;
-};
+std::vector<double> HannWindow(std::size_t count)
+{
+    Phasors turns(0.5 / static_cast<double>(count), 1.0 / static_cast<double>(count));
+    std::vector<double> weights(count);
+    for (double& weight : weights)
+        weight = 0.5 - 0.5 * turns.Next().real();
+    return weights;
+}
 
 /// A record, and what brings it to a mean of 0 and a range of 1.
 struct ScaledRecord {
@@ -145,23 +143,23 @@ public:
     explicit SquaredDerivative(const ScaledRecord& record, double spacing = 0.5)
         : record_(record),
           spacing_(spacing),
-          blockLength_(std::min(kMostBlock, std::bit_ceil(record.samples.size() + 2 * kGuard))),
-          forward_(RealTransform::Of(blockLength_)),
-          inverse_(RealTransform::Of(ValuesOf(blockLength_))),
-          bins_(blockLength_ + 1),
-          values_(2 * blockLength_)
+          length_(std::min(kMostBlock, std::bit_ceil(record.samples.size() + 2 * kGuard))),
+          forward_(ComplexTransform::Of(length_)),
+          inverse_(ComplexTransform::Of(ValuesOf(length_))),
+          bins_(2 * length_),
+          values_(4 * length_)
     {
         for (std::size_t i = 0; i < kGuard; ++i)
             fade_[i] = 0.5 - 0.5 * std::cos(std::numbers::pi * (static_cast<double>(i) + 0.5) / kGuard);
         const double middle = 0.5 * static_cast<double>(kGuard - 1);
-        for (std::size_t i = 0; i < blockLength_; ++i)
+        for (std::size_t i = 0; i < length_; ++i)
             ramp_.push_back(static_cast<double>(i) - middle);
-        const double ofInverse = 1.0 / static_cast<double>(blockLength_);
-        const std::size_t kept = ValuesOf(blockLength_) / 4;
+        const double ofInverse = 1.0 / static_cast<double>(length_);
+        const std::size_t kept = ValuesOf(length_) / 4;
         for (std::size_t k = 0; k < kept; ++k)
             factors_.push_back(ofInverse * std::numbers::pi * static_cast<double>(2 * k) /
-                               static_cast<double>(blockLength_));
-        if (kept == blockLength_ / 2)
+                               static_cast<double>(length_));
+        if (kept == length_ / 2)
             return;
         const auto whole = static_cast<std::size_t>(kPassedWhole * static_cast<double>(kept));
         for (std::size_t k = whole; k < kept; ++k)
@@ -169,7 +167,7 @@ public:
                                                 static_cast<double>(kept - whole));
     }
 
-    std::size_t BlockLength() const { return blockLength_ - 2 * kGuard; }
+    std::size_t BlockLength() const { return 2 * HalfLength(); }
     std::size_t SampleCount() const { return record_.samples.size(); }
     double Spacing() const { return spacing_; }
     std::size_t ValuesOf(std::size_t samples) const
@@ -180,47 +178,44 @@ public:
     /// The values at first, first + spacing, first + 2 spacing, ... for `count` samples, which the next call replaces.
     std::span<const double> Block(std::size_t first, std::size_t count)
     {
-        double* const values = values_.Data();
-        const auto begin = static_cast<std::ptrdiff_t>(first) - static_cast<std::ptrdiff_t>(kGuard);
-        const std::size_t used = count + 2 * kGuard;
-        const double mean = record_.mean;
-        const double scale = record_.scale;
-        if (first >= kGuard && first + count + kGuard <= record_.samples.size()) {
-            const double* const from = record_.samples.data() + begin;
-            for (std::size_t i = 0; i < used; ++i)
-                values[i] = scale * (from[i] - mean);
-        } else {
-            for (std::size_t i = 0; i < used; ++i)
-                values[i] = scale * (Continued(begin + static_cast<std::ptrdiff_t>(i)) - mean);
-        }
-        // The trend is removed and its slope added back: windowed with the rest, it would drown what is small.
-        const double left = Mean({values, kGuard});
-        const double right = Mean({values + used - kGuard, kGuard});
-        const double slope = (right - left) / static_cast<double>(used - kGuard);
-        const double* const ramp = ramp_.data();
-        for (std::size_t i = 0; i < used; ++i)
-            values[i] -= left + slope * ramp[i];
-        for (std::size_t i = 0; i < kGuard; ++i) {
-            values[i] *= fade_[i];
-            values[used - 1 - i] *= fade_[i];
-        }
-        std::fill(values + used, values + blockLength_, 0.0);
-
+        // What differentiates has real weights: two halves are transformed as one complex sequence and stay apart.
+        const std::size_t counts[] = {std::min(count, HalfLength()), count - std::min(count, HalfLength())};
+        double* const halves[] = {values_.Data(), values_.Data() + length_};
+        const double slopes[] = {LoadHalf(first, counts[0], halves[0]),
+                                 LoadHalf(first + counts[0], counts[1], halves[1])};
         Complex* const bins = bins_.Data();
-        forward_->Forward(values, bins);
+        for (std::size_t i = 0; i < length_; ++i)
+            bins[i] = {halves[0][i], halves[1][i]};
+        forward_->Forward(bins);
         const double* const factors = factors_.data();
         const std::size_t kept = factors_.size();
+        const std::size_t length = ValuesOf(length_);
+        const auto times = [](Complex bin, double factor) {
+            return Complex(-factor * bin.imag(), factor * bin.real());
+        };
         for (std::size_t k = 0; k < kept; ++k)
-            bins[k] = {-factors[k] * bins[k].imag(), factors[k] * bins[k].real()};
-        std::fill(bins + kept, bins + 2 * kept + 1, Complex{});
-        inverse_->Inverse(bins, values);
-        const std::span<double> squared(values + ValuesOf(kGuard), ValuesOf(count));
-        for (double& value : squared)
-            value = (value + slope) * (value + slope);
-        return squared;
+            bins[k] = times(bins[k], factors[k]);
+        for (std::size_t k = 1; k < kept; ++k)
+            bins[length - k] = times(bins[length_ - k], -factors[k]);
+        std::fill(bins + kept, bins + length - kept + 1, Complex{});
+        inverse_->Inverse(bins);
+        const double* const parts = RealsOf(bins + ValuesOf(kGuard));
+        double* const values = values_.Data();
+        const std::size_t valuesOf[] = {ValuesOf(counts[0]), ValuesOf(counts[1])};
+        for (std::size_t half = 0; half < 2; ++half) {
+            double* const squared = values + half * valuesOf[0];
+            for (std::size_t i = 0; i < valuesOf[half]; ++i) {
+                const double value = parts[2 * i + half] + slopes[half];
+                squared[i] = value * value;
+            }
+        }
+        return {values, valuesOf[0] + valuesOf[1]};
     }
 
 private:
+    std::size_t HalfLength() const { return length_ - 2 * kGuard; }
+    static double* RealsOf(Complex* values) { return reinterpret_cast<double*>(values); }
+
     /// Beyond an end the record goes on turned about it, so that its slope does.
     double Continued(std::ptrdiff_t index) const
     {
@@ -233,11 +228,43 @@ private:
         return samples[static_cast<std::size_t>(index)];
     }
 
+    /// `count` samples with their guards, scaled and without their trend, and zeros up to the transform's length.
+    /// @return  the slope of the trend: windowed with the rest, it would drown what is small
+    double LoadHalf(std::size_t first, std::size_t count, double* values) const
+    {
+        const std::size_t used = count > 0 ? count + 2 * kGuard : 0;
+        std::fill(values + used, values + length_, 0.0);
+        if (count == 0)
+            return 0.0;
+        const double mean = record_.mean;
+        const double scale = record_.scale;
+        if (first >= kGuard && first + count + kGuard <= record_.samples.size()) {
+            const double* const from = record_.samples.data() + (first - kGuard);
+            for (std::size_t i = 0; i < used; ++i)
+                values[i] = scale * (from[i] - mean);
+        } else {
+            const auto begin = static_cast<std::ptrdiff_t>(first) - static_cast<std::ptrdiff_t>(kGuard);
+            for (std::size_t i = 0; i < used; ++i)
+                values[i] = scale * (Continued(begin + static_cast<std::ptrdiff_t>(i)) - mean);
+        }
+        const double left = Mean({values, kGuard});
+        const double right = Mean({values + used - kGuard, kGuard});
+        const double slope = (right - left) / static_cast<double>(used - kGuard);
+        const double* const ramp = ramp_.data();
+        for (std::size_t i = 0; i < used; ++i)
+            values[i] -= left + slope * ramp[i];
+        for (std::size_t i = 0; i < kGuard; ++i) {
+            values[i] *= fade_[i];
+            values[used - 1 - i] *= fade_[i];
+        }
+        return slope;
+    }
+
     ScaledRecord record_;
     double spacing_;
-    std::size_t blockLength_;
-    std::shared_ptr<const RealTransform> forward_;
-    std::shared_ptr<const RealTransform> inverse_;
+    std::size_t length_;  // of the transform of two halves
+    std::shared_ptr<const ComplexTransform> forward_;
+    std::shared_ptr<const ComplexTransform> inverse_;
     AlignedBuffer<Complex> bins_;
     AlignedBuffer<double> values_;
     double fade_[kGuard];
@@ -381,9 +408,9 @@ Line FindLine(SquaredDerivative& derivative, Stretch stretch, const ClockSearch&
     const double meanSquare = sum / static_cast<double>(count);
     if (meanSquare < kLeastMeanSquare)
         return line;
-    HannWindow window(count);
+    const std::vector<double> window = HannWindow(count);
     for (std::size_t i = 0; i < count; ++i)
-        values.Data()[i] = (values.Data()[i] - meanSquare) * window.Next();
+        values.Data()[i] = (values.Data()[i] - meanSquare) * window[i];
     std::fill(values.Data() + count, values.Data() + length, 0.0);
     AlignedBuffer<Complex> bins(length / 2 + 1);
     RealTransform::Of(length)->Forward(values.Data(), bins.Data());
@@ -557,15 +584,27 @@ Phases Unwrapped(std::span<const Complex> sums, double first, double spacing)
 /// The phases of `blocks` Hann-windowed blocks of a stretch of values, shifted by `offset` [cycles a sample].
 Phases BlockPhases(const Demodulated& line, Stretch stretch, double offset, std::size_t blocks)
 {
+    // A few values are shifted as the first few are, and their sum then as a whole.
+    constexpr std::size_t kTogether = 32;
+    const double perValue = -offset * static_cast<double>(line.spacing);
+    std::array<Complex, kTogether> turns;
+    for (std::size_t i = 0; i < kTogether; ++i)
+        turns[i] = Phasor(perValue * static_cast<double>(i));
     std::vector<Complex> sums(blocks);
+    std::vector<double> window;
     for (std::size_t b = 0; b < blocks; ++b) {
         const std::size_t begin = stretch.count * b / blocks;
         const std::size_t count = stretch.count * (b + 1) / blocks - begin;
-        Phasors turns(-offset * line.Middle(static_cast<double>(stretch.first + begin)),
-                      -offset * static_cast<double>(line.spacing));
-        HannWindow window(count);
-        for (std::size_t i = 0; i < count; ++i)
-            sums[b] += window.Next() * Product(line.values[stretch.first + begin + i], turns.Next());
+        if (window.size() != count)
+            window = HannWindow(count);
+        const double first = -offset * line.Middle(static_cast<double>(stretch.first + begin));
+        for (std::size_t done = 0; done < count; done += kTogether) {
+            const Complex* const values = line.values.data() + stretch.first + begin + done;
+            Complex sum;
+            for (std::size_t i = 0; i < std::min(kTogether, count - done); ++i)
+                sum += window[done + i] * Product(values[i], turns[i]);
+            sums[b] += Product(sum, Phasor(first + perValue * static_cast<double>(done)));
+        }
     }
     const double valuesPerBlock = static_cast<double>(stretch.count) / static_cast<double>(blocks);
     return Unwrapped(sums, line.Middle(static_cast<double>(stretch.first) + 0.5 * valuesPerBlock - 0.5),
