@@ -66,23 +66,21 @@ void WarnOfClipping(std::span<const double> samples, const Maths::SampleStatisti
     const double low = statistics.low;
     const double high = statistics.high;
     const double near = kNear * (high - low);
-    struct Pile {
-        std::size_t at = 0;
-        std::size_t about = 0;
-    };
-    Pile lowest;
-    Pile highest;
-    for (const double value : samples) {
-        lowest.at += value == low ? 1 : 0;
-        lowest.about += value - low < near ? 1 : 0;
-        highest.at += value == high ? 1 : 0;
-        highest.about += high - value < near ? 1 : 0;
-    }
-    std::size_t clipped = 0;
-    for (const Pile& pile : {lowest, highest})
-        if (2 * pile.at > pile.about)
-            clipped += pile.at;
-    const double share = static_cast<double>(clipped) / static_cast<double>(samples.size());
+    const auto countOf = [&](auto counts) { return static_cast<double>(std::ranges::count_if(samples, counts)); };
+    // Of most records so few that nothing more need be counted.
+    std::size_t atEnds = 0;
+    for (const double value : samples)
+        atEnds += static_cast<std::size_t>(value <= low ? 1 : 0) + static_cast<std::size_t>(value >= high ? 1 : 0);
+    if (static_cast<double>(atEnds) <= kLeastShare * static_cast<double>(samples.size()))
+        return;
+    const double atLow = countOf([&](double value) { return value == low; });
+    const double atHigh = countOf([&](double value) { return value == high; });
+    double clipped = 0.0;
+    if (2.0 * atLow > countOf([&](double value) { return value - low < near; }))
+        clipped += atLow;
+    if (2.0 * atHigh > countOf([&](double value) { return high - value < near; }))
+        clipped += atHigh;
+    const double share = clipped / static_cast<double>(samples.size());
     if (share > kLeastShare && share < kHeldShare)
         state.Warn(fmt::format("{}: {:.2g} % of the samples lie exactly at {} or {} V, the ends of the range: clipped?",
                                state.name, 100.0 * share, low, high));

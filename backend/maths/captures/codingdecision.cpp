@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "maths/captures/samplestatistics.h"
 #include "maths/patterns/alignment.h"
 #include "maths/patterns/codings.h"
 #include "maths/patterns/leveldecisions.h"
@@ -223,7 +224,7 @@ CodingDecision DecideCoding(std::span<const double> samples, std::size_t samples
     CodingDecision decision;
     if (symbols >= kFewestSymbols) {
         samples = samples.first(symbols * samplesPerUi);
-        const double mean = Mean(samples);
+        const double mean = StatisticsOf(samples).mean;
         const JudgedSymbols judged(symbols, wrapping);
         const std::size_t phases = std::min(samplesPerUi, kMostPhases);
         for (std::size_t k = 0; k < phases; ++k) {
