@@ -4,7 +4,6 @@
 #include <cmath>
 #include <utility>
 
-#include "maths/captures/samplestatistics.h"
 #include "maths/patterns/alignment.h"
 #include "maths/patterns/codings.h"
 #include "maths/patterns/leveldecisions.h"
@@ -63,15 +62,27 @@ public:
     {
         std::vector<double> values;
         for (std::size_t k = 0; k < first_.size(); ++k) {
-            const std::size_t count = stretches_[k].count + (wraps_ ? 0 : 2 * kEqualiserReachUi);
-            const auto stretch =
-                SampledAt(samples.subspan(first_[k] * samplesPerUi, count * samplesPerUi), samplesPerUi, phase, mean);
+            const auto stretch = SampledAt(StretchOf(samples, samplesPerUi, k), samplesPerUi, phase, mean);
             values.insert(values.end(), stretch.begin(), stretch.end());
         }
         return wraps_ ? NeighbourColumns(values) : NeighbourColumns(values, stretches_);
     }
+    double MeanOf(std::span<const double> samples, std::size_t samplesPerUi) const
+    {
+        double sum = 0.0;
+        for (std::size_t k = 0; k < first_.size(); ++k)
+            sum += Mean(StretchOf(samples, samplesPerUi, k));
+        return sum / static_cast<double>(first_.size());  // all are as long
+    }
 
 private:
+    // With its neighbours.
+    std::span<const double> StretchOf(std::span<const double> samples, std::size_t samplesPerUi, std::size_t k) const
+    {
+        const std::size_t count = stretches_[k].count + (wraps_ ? 0 : 2 * kEqualiserReachUi);
+        return samples.subspan(first_[k] * samplesPerUi, count * samplesPerUi);
+    }
+
     bool wraps_;
     std::vector<std::size_t> first_;  // UI of each stretch, its neighbours included
     std::vector<Stretch> stretches_;  // as they lie behind one another
@@ -224,8 +235,8 @@ CodingDecision DecideCoding(std::span<const double> samples, std::size_t samples
     CodingDecision decision;
     if (symbols >= kFewestSymbols) {
         samples = samples.first(symbols * samplesPerUi);
-        const double mean = StatisticsOf(samples).mean;
         const JudgedSymbols judged(symbols, wrapping);
+        const double mean = judged.MeanOf(samples, samplesPerUi);
         const std::size_t phases = std::min(samplesPerUi, kMostPhases);
         for (std::size_t k = 0; k < phases; ++k) {
             const std::size_t phase = k * samplesPerUi / phases;
