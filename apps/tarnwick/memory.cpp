@@ -55,7 +55,7 @@ void PrepareMemory()
 #if defined(__GLIBC__)
     constexpr int kMiB = 1 << 20;
     mallopt(M_MMAP_THRESHOLD, 4 * kMiB);
-    mallopt(M_TRIM_THRESHOLD, 8 * kMiB);  // at its default the pages of a block come and go with each use
+    mallopt(M_TRIM_THRESHOLD, 64 * kMiB);  // at its default the pages of a block come and go with each use
 #endif
 }
 
