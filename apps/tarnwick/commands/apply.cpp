@@ -1,6 +1,8 @@
 // tarnwick apply: a capture through a chain of filters.
 #include <algorithm>
 #include <cstddef>
+#include <functional>
+#include <future>
 #include <memory>
 #include <span>
 #include <string>
@@ -131,13 +133,15 @@ void DrawEyes(const ApplyOptions& options, const Workbench::ChainInput& input, c
     const VoltageRange range = RangeOf(asRead, filtered);
     const std::string name = DSO::FileNameOf(NameOf(options.capture));
     const BathtubCurve curves[] = {{"as read", first.eye}, {"behind " + last.name, last.eye}};
-    Progress progress(2);
-    progress.Begin("eye before");
-    DrawEye(DSO::PathOf(options.eyePrefix + "-before.png"), asRead, input.eyes.samplesPerUi, first.eye, range,
-            name + " " + curves[0].name);
-    progress.Begin("eye after");
-    DrawEye(DSO::PathOf(options.eyePrefix + "-after.png"), filtered, input.eyes.samplesPerUi, last.eye, range,
-            name + " " + curves[1].name);
+    Progress progress(1);
+    progress.Begin("eyes");
+    const auto draw = [&](const char* end, std::span<const double> samples, const BathtubCurve& curve) {
+        DrawEye(DSO::PathOf(options.eyePrefix + end), samples, input.eyes.samplesPerUi, curve.eye, range,
+                name + " " + curve.name);
+    };
+    auto after = std::async(std::launch::async, draw, "-after.png", filtered, std::cref(curves[1]));
+    draw("-before.png", asRead, curves[0]);
+    after.get();
     DrawBathtub(DSO::PathOf(options.eyePrefix + "-bathtub.png"), curves, name);
 }
 
