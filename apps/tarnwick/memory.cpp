@@ -19,7 +19,7 @@
 #if defined(__linux__) && !defined(TARNWICK_SANITIZED)
 #include <new>
 
-#include "maths/transforms/largepages.h"
+#include "workbench/largepages.h"
 
 // All arrays of the libraries come through here: those of records and symbols, those that transforms and kernels work in.
 void* operator new(std::size_t bytes)
@@ -27,7 +27,7 @@ void* operator new(std::size_t bytes)
     while (true) {
         void* const block = std::malloc(bytes > 0 ? bytes : 1);
         if (block != nullptr) {
-            Tarnwick::DSO::Maths::PreferLargePages(block, bytes);
+            Tarnwick::DSO::Workbench::PreferLargePages(block, bytes);
             return block;
         }
         const std::new_handler handler = std::get_new_handler();

@@ -22,6 +22,7 @@
 #include "workbench/fixturereport.h"
 #include "workbench/htmlreport.h"
 #include "workbench/joined.h"
+#include "workbench/largepages.h"
 #include "workbench/lock.h"
 #include "workbench/network.h"
 #include "workbench/optimiser.h"
