@@ -70,11 +70,14 @@ std::vector<double> DrawnEye(const std::vector<double>& values, double valuesPer
             const auto column = static_cast<double>(place);
             const auto rowAt = [&](double part) {
                 const double value = values[k] + std::min(part, 1.0) * (values[k + 1] - values[k]);
-                return static_cast<std::size_t>((value - range.low) * static_cast<double>(rows - 1) /
-                                                (range.high - range.low));
+                return std::floor((value - range.low) * static_cast<double>(rows - 1) / (range.high - range.low));
             };
-            const std::size_t a = rowAt((column - from) / columnsPerValue);
-            const std::size_t b = rowAt((column - from + 1.0) / columnsPerValue);
+            const double first = rowAt((column - from) / columnsPerValue);
+            const double last = rowAt((column - from + 1.0) / columnsPerValue);
+            if (std::min(first, last) < 0.0 || std::max(first, last) >= static_cast<double>(rows))
+                continue;
+            const auto a = static_cast<std::size_t>(first);
+            const auto b = static_cast<std::size_t>(last);
             const double share = 1.0 / static_cast<double>(std::max(a, b) - std::min(a, b) + 1);
             for (std::size_t r = std::min(a, b); r <= std::max(a, b); ++r)
                 for (const std::size_t half : {std::size_t{0}, columns / 2})
@@ -94,12 +97,30 @@ TEST(EyeImage, CountsTheLinesThroughEachCell)
         std::size_t columns;
         std::size_t rows;
         // Rows of which none begins at the extremes of the samples, where rounding would decide.
-    } cases[] = {{16.0, 96, 64}, {16.0, 480, 330}, {7.3, 96, 64}, {40.0, 96, 64}, {16.0, 20, 500}};
+        double riseUi = 0.2;
+        double shown = 1.0;  // of the range
+        std::size_t lengthUi = 1500;
+    } cases[] = {{16.0, 96, 64},
+                 {16.0, 480, 330},
+                 {7.3, 96, 64},
+                 {40.0, 96, 64},
+                 {16.0, 20, 500},
+                 {16.0, 2000, 330},                // each line passes through 31 columns
+                 {16.0, 480, 330, 0.0},            // and through many rows
+                 {16.0, 480, 330, 0.2, 0.6},       // and leaves the picture
+                 {16.0, 96, 64, 0.2, 1.0, 12},     // so few lines that none may be missing
+                 {3.0, 96, 64, 0.2, 1.0, 20000}};  // more UI than are held at a time
     for (const auto& row : cases) {
-        SCOPED_TRACE(testing::Message() << row.samplesPerUi << " per UI, " << row.columns << " x " << row.rows);
-        const std::vector<double> samples =
-            Simulate(Symbols(4), 4, {.samplesPerUi = row.samplesPerUi, .noiseRms = 0.01, .lengthUi = 1500});
-        const VoltageRange range = RangeOf(samples);
+        SCOPED_TRACE(testing::Message() << row.samplesPerUi << " per UI, " << row.columns << " x " << row.rows << ", "
+                                        << row.riseUi << " UI, " << row.shown << " of the range");
+        const std::vector<double> samples = Simulate(Symbols(4), 4,
+                                                     {.samplesPerUi = row.samplesPerUi,
+                                                      .riseUi = row.riseUi,
+                                                      .noiseRms = 0.01,
+                                                      .lengthUi = static_cast<int>(row.lengthUi)});
+        const VoltageRange all = RangeOf(samples);
+        const double hidden = 0.5 * (1.0 - row.shown) * (all.high - all.low);
+        const VoltageRange range{all.low + hidden, all.high - hidden};
         const EyeImage image = ShadeEye(samples, row.samplesPerUi, 0.3, range, row.columns, row.rows);
         const std::vector<double> drawn = DrawnEye(samples, row.samplesPerUi, 0.7, range, row.columns, row.rows);
         double worst = 0.0;
@@ -118,10 +139,42 @@ TEST(EyeImage, CountsTheLinesThroughEachCell)
         const EyeImage between = ShadeBetween(samples, row.samplesPerUi, 0.3, range, row.columns, row.rows);
         const std::vector<double> expected = DrawnEye(values, 32.0, 0.7, range, row.columns, row.rows);
         double sum = 0.0;
-        for (std::size_t k = 0; k < expected.size(); ++k)
+        std::size_t others = 0;
+        for (std::size_t k = 0; k < expected.size(); ++k) {
             sum += std::abs(between.shades[k] - expected[k]);
+            others += std::abs(between.shades[k] - expected[k]) > 1e-6 ? 1 : 0;
+        }
         // Values that differ by 2e-6 fall into other rows now and then.
         EXPECT_LT(sum / static_cast<double>(expected.size()), 1e-3);
+        EXPECT_LE(others, row.lengthUi < 100 ? 0 : expected.size());
+    }
+}
+
+// Wherever it stands, a value that is not finite leaves no picture; one far out of the range is not shown.
+TEST(EyeImage, HasNoCellsWhenASampleIsNotFinite)
+{
+    const std::vector<double> samples =
+        Simulate(Symbols(2), 2, {.samplesPerUi = 8, .noiseRms = 0.01, .lengthUi = 1500});
+    const VoltageRange range = RangeOf(samples);
+    for (const double samplesPerUi : {8.0, 7.9}) {
+        const EyeImage whole = ShadeBetween(samples, samplesPerUi, 0.5, range, 64, 48);
+        ASSERT_EQ(whole.shades.size(), 64U * 48U);
+        for (const std::size_t at : {std::size_t{0}, std::size_t{30}, std::size_t{6000}, samples.size() - 1}) {
+            SCOPED_TRACE(testing::Message() << "sample " << at << ", " << samplesPerUi << " per UI");
+            std::vector<double> other = samples;
+            for (const double value : {std::nan(""), HUGE_VAL}) {
+                other[at] = value;
+                EXPECT_TRUE(ShadeBetween(other, samplesPerUi, 0.5, range, 64, 48).shades.empty());
+                EXPECT_TRUE(ShadeEye(other, samplesPerUi, 0.5, range, 64, 48).shades.empty());
+            }
+            other[at] = 1.7e308;
+            EXPECT_EQ(ShadeBetween(other, samplesPerUi, 0.5, range, 64, 48).shades.size(), whole.shades.size());
+        }
+        std::vector<double> alternating(samples.size());
+        for (std::size_t k = 0; k < alternating.size(); ++k)
+            alternating[k] = k % 2 == 0 ? 1.7e308 : -1.7e308;  // between which the waveform is not a number
+        const EyeImage none = ShadeBetween(alternating, samplesPerUi, 0.5, range, 64, 48);
+        EXPECT_EQ(*std::max_element(none.shades.begin(), none.shades.end()), 0.0F);
     }
 }
 

@@ -146,8 +146,10 @@ void BandLimitedRecord::Read(std::span<const BandLimitedReading> readings, std::
 
 BandLimitedPhases::BandLimitedPhases(std::span<const BandLimitedReading> readings)
     : lines_((readings.size() + kLine - 1) / kLine),
-      first_(readings.front().sample - (kInterpolationReach - 1)),
-      sampleCount_(static_cast<std::size_t>(readings.back().sample + kInterpolationReach - first_) + 1),
+      first_(std::ranges::min(readings, {}, &BandLimitedReading::sample).sample - (kInterpolationReach - 1)),
+      sampleCount_(static_cast<std::size_t>(std::ranges::max(readings, {}, &BandLimitedReading::sample).sample +
+                                            kInterpolationReach - first_) +
+                   1),
       weights_(lines_ * sampleCount_ * kLine)
 {
     std::fill_n(weights_.Data(), lines_ * sampleCount_ * kLine, 0.0);
@@ -178,6 +180,13 @@ BandLimitedPhases::BandLimitedPhases(std::span<const BandLimitedReading> reading
 void BandLimitedPhases::Read(const double* samples, std::size_t samplesPerUi, std::size_t uiCount, double* values) const
 {
     Loops().readPhases({weights_.Data(), sampleCount_, Pitch(), used_.data()}, samples, samplesPerUi, uiCount, values);
+}
+
+void BandLimitedPhases::ReadApart(const double* samples, std::size_t samplesPerUi, std::size_t uiCount,
+                                  std::span<double* const> to) const
+{
+    Loops().readPhasesApart({weights_.Data(), sampleCount_, Pitch(), used_.data()}, samples, samplesPerUi, uiCount,
+                            to.data());
 }
 
 void PhaseScreening::Keep(Bank& bank, std::size_t phase, std::size_t first, std::span<const double> weights) const

@@ -49,7 +49,7 @@ private:
 /// after the other. A value differs from BandLimitedRecord's by the rounding of its sum, 48 eps of the largest sample.
 class TARNWICK_FRAMEWORK_API BandLimitedPhases {
 public:
-    /// @param readings  of UI 0, at ascending positions; at least one
+    /// @param readings  of UI 0, at least one. Eight at a time are read, the quicker the fewer samples they are made of
     explicit BandLimitedPhases(std::span<const BandLimitedReading> readings);
     /// Values that Read gives a UI: as many as readings, and zeros up to a multiple of eight.
     std::size_t Pitch() const { return lines_ * kLine; }
@@ -59,6 +59,10 @@ public:
     /// values[i Pitch() + k] = y(position of readings[k] + i samplesPerUi), i = 0 .. uiCount - 1
     /// @param samples  from FirstSample() on, up to the last one that the last UI needs
     void Read(const double* samples, std::size_t samplesPerUi, std::size_t uiCount, double* values) const;
+    /// The same values, to the bit, phase by phase: to[k][i], i = 0 .. uiCount - 1
+    /// @param to  Pitch() of them, the last ones of which receive the zeros
+    void ReadApart(const double* samples, std::size_t samplesPerUi, std::size_t uiCount,
+                   std::span<double* const> to) const;
 
 private:
     friend class PhaseScreening;

@@ -1,13 +1,34 @@
 #include "maths/captures/traceloops.h"
 
+#if defined(__GNUC__) || defined(__clang__)
+#define TARNWICK_ALWAYS_INLINE inline __attribute__((always_inline))
+#else
+#define TARNWICK_ALWAYS_INLINE inline
+#endif
+
+// In front of a loop over a few columns.
+#if defined(__clang__)
+#define TARNWICK_UNROLL _Pragma("clang loop unroll(full)")
+#elif defined(__GNUC__)
+#define TARNWICK_UNROLL _Pragma("GCC unroll 8")
+#else
+#define TARNWICK_UNROLL
+#endif
+
+// Behind a product that is not to be fused with a sum.
+#define TARNWICK_ROUND(product)
+
 // All headers are above: what they define must not be compiled for a newer processor.
 #define TARNWICK_LOOP_TARGET PlainTraces
+#define TARNWICK_LOOP_LANES 2
 #include "maths/captures/traceloops-inl.h"
 #undef TARNWICK_LOOP_TARGET
+#undef TARNWICK_LOOP_LANES
 
 #if defined(TARNWICK_HAS_X86_TARGETS)
 // Without fused multiply-add, which would round otherwise.
 #define TARNWICK_LOOP_TARGET Avx2Traces
+#define TARNWICK_LOOP_LANES 4
 #if defined(__clang__)
 #pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
 #include "maths/captures/traceloops-inl.h"
@@ -19,6 +40,25 @@
 #pragma GCC pop_options
 #endif
 #undef TARNWICK_LOOP_TARGET
+#undef TARNWICK_LOOP_LANES
+
+// These instructions bring fused ones with them: the compiler is kept from them where they would round otherwise.
+#undef TARNWICK_ROUND
+#define TARNWICK_ROUND(product) __asm__("" : "+v"(product))
+#define TARNWICK_LOOP_TARGET Avx512Traces
+#define TARNWICK_LOOP_LANES 8
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx512f,avx512dq,avx512vl,avx2"))), apply_to = function)
+#include "maths/captures/traceloops-inl.h"
+#pragma clang attribute pop
+#else
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512dq,avx512vl,avx2")
+#include "maths/captures/traceloops-inl.h"
+#pragma GCC pop_options
+#endif
+#undef TARNWICK_LOOP_TARGET
+#undef TARNWICK_LOOP_LANES
 #endif
 
 namespace Tarnwick::DSO::Maths {
@@ -31,6 +71,7 @@ const TraceLoops* TraceLoopsFor(LoopTarget target)
         case LoopTarget::Plain: return &PlainTraces::kLoops;
 #if defined(TARNWICK_HAS_X86_TARGETS)
         case LoopTarget::Avx2: return &Avx2Traces::kLoops;
+        case LoopTarget::Avx512: return &Avx512Traces::kLoops;
 #endif
         default: return nullptr;
     }

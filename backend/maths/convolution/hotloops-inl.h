@@ -292,6 +292,35 @@ inline void ReadPhases(const PhaseBank& bank, const double* x, std::size_t strid
             ReadPackOfPhases<1>(bank, phase, x + i * stride, stride, values + i * bank.phaseCount);
 }
 
+// Line positions side by side: their values at kPack phases at a time change places with those of kPack positions.
+inline void ReadPhasesApart(const PhaseBank& bank, const double* x, std::size_t stride, std::size_t count,
+                            double* const* to)
+{
+    std::size_t i = 0;
+    for (; i + kLine <= count; i += kLine) {
+        Fetch(x + (count + i) * stride, kLine * stride);
+        for (std::size_t phase = 0; phase < bank.phaseCount; phase += kPack) {
+            Pack sums[kLine] = {};
+            SumPhases<kLine>(bank, phase, x + i * stride, stride, sums);
+            for (std::size_t part = 0; part < kLine; part += kPack) {
+                Transpose(sums + part);
+                TARNWICK_UNROLL
+                for (std::size_t c = 0; c < kPack; ++c)
+                    Store(sums[part + c], to[phase + c] + i + part);
+            }
+        }
+    }
+    for (; i < count; ++i)
+        for (std::size_t phase = 0; phase < bank.phaseCount; phase += kPack) {
+            double values[kPack];
+            Pack sums[1] = {};
+            SumPhases<kLine>(bank, phase, x + i * stride, stride, sums);
+            Store(sums[0], values);
+            for (std::size_t c = 0; c < kPack; ++c)
+                to[phase + c][i] = values[c];
+        }
+}
+
 // ---- which values may be the largest or the smallest
 
 inline constexpr float kBeyondAll = 1e30F;   // of scaled values, all of which are small
@@ -486,10 +515,10 @@ inline void AddStretches(const double* const* stretches, std::size_t count, std:
             sum[k] += stretches[i][k];
 }
 
-inline constexpr HotLoops kLoops = {kPack,        SumTaps,         SumWindow,    MultiplyToParts, PartsTimes,
-                                    RealToRows,   ComplexToRows,   PairsToRows,  RowsToBins,      MultiplyRows,
-                                    RealFromRows, ComplexFromRows, BinsToPairs,  SplitColumns,    JoinColumns,
-                                    Interpolate,  ReadPhases,      ScreenPhases, AddStretches};
+inline constexpr HotLoops kLoops = {kPack,        SumTaps,         SumWindow,       MultiplyToParts, PartsTimes,
+                                    RealToRows,   ComplexToRows,   PairsToRows,     RowsToBins,      MultiplyRows,
+                                    RealFromRows, ComplexFromRows, BinsToPairs,     SplitColumns,    JoinColumns,
+                                    Interpolate,  ReadPhases,      ReadPhasesApart, ScreenPhases,    AddStretches};
 
 }  // namespace TARNWICK_LOOP_TARGET
 

@@ -152,6 +152,9 @@ struct HotLoops {
                         std::size_t count);
     /// values[i phaseCount + p] = sum_k weight of sample k at phase p x[i stride + k], in the order of k, i = 0 .. count - 1
     void (*readPhases)(const PhaseBank& bank, const double* x, std::size_t stride, std::size_t count, double* values);
+    /// The same values, to the bit, phase by phase: to[p][i] = values[i phaseCount + p]
+    void (*readPhasesApart)(const PhaseBank& bank, const double* x, std::size_t stride, std::size_t count,
+                            double* const* to);
     /// beyond[i] = 1 where at some phase p, as far as the wide bank tells, the value of x[i stride ...] may reach limits[i][p]
     /// from above or limits[i][phaseCount + p] from below, else 0; 1 everywhere where a scaled sample lies beyond -1 to 1.
     /// @param scaled  room for (count - 1) stride + sampleCount values

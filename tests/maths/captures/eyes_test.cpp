@@ -90,6 +90,23 @@ TEST(BandLimitedPhases, ReadWhatTheRecordReads)
             EXPECT_NEAR(values[ui * phases.Pitch() + k], expected[k], k % 10 == 0 ? 0.0 : 48 * 2.3e-16)
                 << ui << " " << k;
     }
+    // In any other order, and phase by phase, they are the same to the bit.
+    std::vector<std::size_t> order = {10, 0};
+    for (std::size_t k = 1; k < readings.size(); ++k)
+        if (k != 10)
+            order.push_back(k);
+    std::vector<BandLimitedReading> mixed;
+    for (const std::size_t k : order)
+        mixed.push_back(readings[k]);
+    const BandLimitedPhases others(mixed);
+    std::vector<std::vector<double>> apart(others.Pitch(), std::vector<double>(kUi));
+    std::vector<double*> to;
+    for (std::vector<double>& phase : apart)
+        to.push_back(phase.data());
+    others.ReadApart(samples.data() + others.FirstSample(), 16, kUi, to);
+    for (std::size_t k = 0; k < order.size(); ++k)
+        for (std::size_t ui = 0; ui < kUi; ++ui)
+            EXPECT_EQ(apart[k][ui], values[ui * phases.Pitch() + order[k]]) << ui << " " << order[k];
 }
 
 std::vector<double> WithNoise(std::vector<double> samples, double rms)

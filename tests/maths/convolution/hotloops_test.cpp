@@ -135,6 +135,18 @@ TEST_P(HotLoopsOf, PhasesOfManyPositions)
                            result.data());
         // Two roundings a sample, of sums below the number of samples.
         EXPECT_TRUE(AreNear(result, expected, kSamples * kSamples * DBL_EPSILON));
+        // Phase by phase they are the same.
+        std::vector<Values> apart(kPhases, Values(count + 1, kGuard));
+        std::vector<double*> to;
+        for (Values& phase : apart)
+            to.push_back(phase.data());
+        loops_->readPhasesApart({weights.data(), kSamples, kPhases, used.data()}, samples.data(), kStride, count,
+                                to.data());
+        for (std::size_t p = 0; p < kPhases; ++p) {
+            for (std::size_t i = 0; i < count; ++i)
+                EXPECT_EQ(apart[p][i], result[i * kPhases + p]) << "position " << i << ", phase " << p;
+            EXPECT_EQ(apart[p][count], kGuard) << p;
+        }
     }
 }
 
