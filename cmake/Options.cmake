@@ -63,6 +63,22 @@ function(tarnwick_precompile_as target other)
     endif()
 endfunction()
 
+# Headers for several libraries to take by tarnwick_precompile_as: a target of their own, because the compiler refuses them
+# where a definition that they were read with is missing, and each library has one that says it is being built.
+#   tarnwick_headers(TARGET HEADER... [LIBRARIES LIBRARY...])      the libraries whose headers they are
+function(tarnwick_headers target)
+    cmake_parse_arguments(PARSE_ARGV 1 headers "" "" LIBRARIES)
+    if(PROJECT_IS_TOP_LEVEL AND NOT MSVC)
+        set(source ${CMAKE_CURRENT_BINARY_DIR}/${target}.cpp)
+        file(CONFIGURE OUTPUT ${source} CONTENT "")
+        add_library(${target} OBJECT EXCLUDE_FROM_ALL ${source})
+        tarnwick_options(${target})
+        set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+        target_link_libraries(${target} PRIVATE ${headers_LIBRARIES})
+        tarnwick_precompile(${target} ${headers_UNPARSED_ARGUMENTS})
+    endif()
+endfunction()
+
 # Sources of a target that are compiled as one where TARNWICK_UNITY asks for it: what all of them include and instantiate is
 # then paid for once. Names in their anonymous namespaces must differ. Each still stands by itself, which the presets without
 # it show.

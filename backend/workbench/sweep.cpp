@@ -124,7 +124,7 @@ void SetKey(json& chain, const std::string& chainName, const std::string& path, 
             target = &(*target)[key];
         } else {
             throw UsageFailure(fmt::format("--over {}: {}: {} is {}, which holds no \"{}\"", path, chainName, place,
-                                           target->dump(), key));
+                                           JsonText(*target), key));
         }
         place += (place.empty() ? "" : ".") + key;
     }

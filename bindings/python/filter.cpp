@@ -5,6 +5,7 @@
 #include <functional>
 #include <span>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include <pybind11/stl.h>
@@ -61,7 +62,9 @@ bool NamesPattern(const json& device)
 }  // namespace
 
 Filter::Filter(std::string name, const std::string& device, const std::string& fields)
-    : name_(std::move(name)), device_(json::parse(device)), fields_(json::parse(fields))
+    : name_(std::move(name)),
+      device_(json::parse(std::string_view(device))),
+      fields_(json::parse(std::string_view(fields)))
 {
     const py::gil_scoped_release released;
     Renamed(name_, [&] {

@@ -28,7 +28,7 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr const char* kFilter = "BesselThomson";
+constexpr const char* kBesselThomsonFilter = "BesselThomson";
 constexpr const char* kFourthOrder = "BesselThomson::BesselThomson4th";
 constexpr double kPercent = 100.0;
 
@@ -39,7 +39,7 @@ struct Sizes {
 
 Sizes SizesFrom(const DeviceConfiguration& config)
 {
-    const int samplesPerPattern = SamplesPerPattern(kFilter, config);
+    const int samplesPerPattern = SamplesPerPattern(kBesselThomsonFilter, config);
     return {samplesPerPattern, SampleInterval(config, samplesPerPattern)};
 }
 
@@ -50,7 +50,7 @@ Sizes SizesOf(const BesselThomsonParameters& parameters)
     if (config == nullptr || !parameters.IsDirty())
         return {parameters.samplesPerPattern, parameters.sampleInterval};
     const Sizes sizes = SizesFrom(*config);
-    RequireSampleInterval(kFilter, *config, sizes.samplesPerPattern);
+    RequireSampleInterval(kBesselThomsonFilter, *config, sizes.samplesPerPattern);
     return sizes;
 }
 
@@ -69,19 +69,20 @@ double CutoffOf(const BesselThomsonParameters& parameters)
 // Everything that a kernel is built from, checked before anything is computed or changed.
 void RequireBuildable(const BesselThomsonParameters& parameters, Sizes sizes)
 {
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, parameters);
-    RequireChannel(kFilter, parameters.channel);
+    const DeviceConfiguration& config = ConfigurationOf(kBesselThomsonFilter, parameters);
+    RequireChannel(kBesselThomsonFilter, parameters.channel);
     if (parameters.order < Maths::kLowestOrder || parameters.order > Maths::kHighestOrder)
-        Refuse(kFilter, "order", parameters.order, "1 to 16");
+        Refuse(kBesselThomsonFilter, "order", parameters.order, "1 to 16");
     if (sizes.samplesPerPattern < 2)
-        Refuse(kFilter, "samplesPerPattern", sizes.samplesPerPattern, "at least 2 samples");
-    RequirePositive(kFilter, "sampleInterval", sizes.sampleInterval, "a finite positive time in seconds");
-    RequirePositive(kFilter, "cutoffPercent", parameters.cutoffPercent, "a finite positive percentage");
-    (void)SymbolRate(kFilter, config);
-    RequireFinite(kFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency, "a finite frequency in hertz");
+        Refuse(kBesselThomsonFilter, "samplesPerPattern", sizes.samplesPerPattern, "at least 2 samples");
+    RequirePositive(kBesselThomsonFilter, "sampleInterval", sizes.sampleInterval, "a finite positive time in seconds");
+    RequirePositive(kBesselThomsonFilter, "cutoffPercent", parameters.cutoffPercent, "a finite positive percentage");
+    (void)SymbolRate(kBesselThomsonFilter, config);
+    RequireFinite(kBesselThomsonFilter, "noiseCornerFrequency", parameters.noiseCornerFrequency,
+                  "a finite frequency in hertz");
     constexpr double kFurthest = 1e12;  // its 16th power is far from what a double holds
     if (!(0.5 / sizes.sampleInterval <= kFurthest * CutoffOf(parameters)))
-        Refuse(kFilter, "cutoffPercent", parameters.cutoffPercent,
+        Refuse(kBesselThomsonFilter, "cutoffPercent", parameters.cutoffPercent,
                "a cutoff that half the sample rate exceeds by at most 1e12 times");
 }
 
@@ -89,7 +90,7 @@ std::vector<double> ImpulseResponse(BesselThomsonParameters& parameters)
 {
     RequireBuildable(parameters, {parameters.samplesPerPattern, parameters.sampleInterval});
     const DeviceConfiguration& config = *parameters.GetConfig();
-    const bool halfAmplitude = IsOpticalChannel(kFilter, config, parameters.channel);
+    const bool halfAmplitude = IsOpticalChannel(kBesselThomsonFilter, config, parameters.channel);
     const double normalisedCutoff = Maths::DefaultCutoff(parameters.order, halfAmplitude);
     const double cutoff = CutoffOf(parameters);
     const double sampleRate = 1.0 / parameters.sampleInterval;
@@ -119,7 +120,7 @@ BesselThomsonParameters::BesselThomsonParameters(DeviceConfiguration* config) : 
 BesselThomson::BesselThomson(BesselThomsonParameters* parameters)
 {
     TARNWICK_TRACE("Initializing BesselThomson constructor...");
-    RequirePatternLock(kFilter, parameters);
+    RequirePatternLock(kBesselThomsonFilter, parameters);
     this->parameters = parameters;
     if (const DeviceConfiguration* config = parameters->GetConfig())
         Store(SizesFrom(*config), *parameters);
@@ -150,7 +151,8 @@ double BesselThomson::GetDefaultCutoff(int order, bool halfAmplitude)
 
 double* BesselThomson::GetBesselThomsonFrequencyDomainFilter(BesselThomsonParameters* parameters)
 {
-    const std::vector<double> taps = ImpulseResponse(ParametersOf<BesselThomsonParameters>(kFilter, parameters));
+    const std::vector<double> taps =
+        ImpulseResponse(ParametersOf<BesselThomsonParameters>(kBesselThomsonFilter, parameters));
     return NewArrayFrom<double>(taps).release();
 }
 
@@ -192,11 +194,11 @@ void BesselThomson::BesselThomson4th(std::vector<double>* impulseResponse, std::
 void BesselThomson::Prepare(SignalData*)
 {
     TARNWICK_TRACE("BesselThomson::Prepare...");
-    auto& settings = ParametersOf<BesselThomsonParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<BesselThomsonParameters>(kBesselThomsonFilter, parameters);
     const Sizes sizes = SizesOf(settings);
     RequireBuildable(settings, sizes);
     if (settings.preserveNoise)
-        settings.SetFrequencyGrid(RecordFrequencyGrid(kFilter, *settings.GetConfig()).release());
+        settings.SetFrequencyGrid(RecordFrequencyGrid(kBesselThomsonFilter, *settings.GetConfig()).release());
     Store(sizes, settings);
     SetKernel(ImpulseResponse(settings));
     // A correction that failed has switched preserveNoise off; the grid then stays. Deliberate.
@@ -209,13 +211,13 @@ void BesselThomson::Prepare(SignalData*)
 
 double* BesselThomson::Apply(SignalData* signal)
 {
-    const std::span<const double> record = SamplesOf(kFilter, signal);
-    const auto& settings = ParametersOf<BesselThomsonParameters>(kFilter, parameters);
+    const std::span<const double> record = SamplesOf(kBesselThomsonFilter, signal);
+    const auto& settings = ParametersOf<BesselThomsonParameters>(kBesselThomsonFilter, parameters);
     const auto requireRecord = [signal](int period) {
         if (period < 2)
-            Refuse(kFilter, "samplesPerPattern", period, "at least 2 samples");
+            Refuse(kBesselThomsonFilter, "samplesPerPattern", period, "at least 2 samples");
         if (signal->sampleCount < period)
-            Refuse(kFilter, "sampleCount", signal->sampleCount,
+            Refuse(kBesselThomsonFilter, "sampleCount", signal->sampleCount,
                    "at least one pattern of " + std::to_string(period) + " samples");
     };
     if (!IsDerivedByHost(*this))
@@ -226,7 +228,7 @@ double* BesselThomson::Apply(SignalData* signal)
     requireRecord(period);
     const Repetitions cut(signal->sampleCount, signal->sampleCount / period);
     const auto taps = static_cast<std::size_t>(period - 1);
-    return ConvolveRepetitions(record, cut, KernelTaps(kFilter, taps), Convolver()).release();
+    return ConvolveRepetitions(record, cut, KernelTaps(kBesselThomsonFilter, taps), Convolver()).release();
 }
 
 }  // namespace Tarnwick::DSO::Filters

@@ -27,7 +27,7 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr const char* kFilter = "CTLEFilter";
+constexpr const char* kCtleFilter = "CTLEFilter";
 constexpr double kLargestCableGain = 20.0;  // [dB]
 
 struct Input {
@@ -39,18 +39,18 @@ template <std::size_t Count>
 void RequireFiniteInputs(const CTLEFilterParameters& parameters, const Input (&inputs)[Count])
 {
     for (const Input& input : inputs)
-        RequireFinite(kFilter, input.name, parameters.*input.field, "a finite number");
+        RequireFinite(kCtleFilter, input.name, parameters.*input.field, "a finite number");
 }
 
 void RequireGain(const CTLEFilterParameters& parameters)
 {
-    RequireFinite(kFilter, "gain", parameters.gain, "a finite number");
+    RequireFinite(kCtleFilter, "gain", parameters.gain, "a finite number");
 }
 
 void RequireCableGain(const CTLEFilterParameters& parameters)
 {
     if (!(std::abs(parameters.gain) <= kLargestCableGain))
-        Refuse(kFilter, "gain", TextOf(parameters.gain) + " dB", "-20 to 20 dB at half the symbol rate");
+        Refuse(kCtleFilter, "gain", TextOf(parameters.gain) + " dB", "-20 to 20 dB at half the symbol rate");
 }
 
 const Maths::Ieee802_3bsPreset& PresetOf(const CTLEFilterParameters& parameters)
@@ -60,7 +60,7 @@ const Maths::Ieee802_3bsPreset& PresetOf(const CTLEFilterParameters& parameters)
         std::string keys;
         for (const Maths::Ieee802_3bsPreset& row : Maths::kIeee802_3bsPresets)
             keys += (keys.empty() ? "" : ", ") + TextOf(row.keyDb);
-        Refuse(kFilter, "gain", TextOf(parameters.gain) + " dB", "one of the presets " + keys + " dB");
+        Refuse(kCtleFilter, "gain", TextOf(parameters.gain) + " dB", "one of the presets " + keys + " dB");
     }
     return *preset;
 }
@@ -143,7 +143,7 @@ CTLEFilter::CTLEFilter() = default;
 
 CTLEFilter::CTLEFilter(CTLEFilterParameters* parameters)
 {
-    RequirePatternLock(kFilter, parameters);
+    RequirePatternLock(kCtleFilter, parameters);
     this->parameters = parameters;
     if (const DeviceConfiguration* config = parameters->GetConfig())
         parameters->samplesPerUi = RealSamplesPerUi(*config);
@@ -164,12 +164,12 @@ CTLEFilter::~CTLEFilter() = default;
 
 void CTLEFilter::GetCTLEFilterParams(CTLEFilterParameters* parameters)
 {
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kCtleFilter, settings);
     RequireGain(settings);
-    const auto design = Maths::DesignPeaking(SymbolRate(kFilter, config), settings.gain);
+    const auto design = Maths::DesignPeaking(SymbolRate(kCtleFilter, config), settings.gain);
     if (!design)
-        Refuse(kFilter, "baudRateGBd", config.baudRateGBd,
+        Refuse(kCtleFilter, "baudRateGBd", config.baudRateGBd,
                "a symbol rate at which a gain of " + TextOf(settings.gain) + " dB can be reached");
     settings.gain = design->gain;
     settings.pole1 = design->pole1;
@@ -180,7 +180,7 @@ void CTLEFilter::GetCTLEFilterParams(CTLEFilterParameters* parameters)
 
 void CTLEFilter::GetCtleParams_HDMI(CTLEFilterParameters* parameters)
 {
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
     settings.peakingRatio = Maths::HdmiPeakingRatio(settings.gain);
     settings.pole1 = Maths::kHdmiPole1;
     settings.pole2 = Maths::kHdmiPole2;
@@ -189,7 +189,7 @@ void CTLEFilter::GetCtleParams_HDMI(CTLEFilterParameters* parameters)
 
 void CTLEFilter::GetCTLEFilter_IEEE802_3bs_PolesAndZeros(CTLEFilterParameters* parameters)
 {
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
     const Maths::Ieee802_3bsPreset& preset = PresetOf(settings);
     settings.dcGain = preset.dcGain;
     settings.pole1 = preset.pole1 * Maths::kRadPerGHz;
@@ -201,7 +201,7 @@ void CTLEFilter::GetCTLEFilter_IEEE802_3bs_PolesAndZeros(CTLEFilterParameters* p
 
 void CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4Params(CTLEFilterParameters* parameters)
 {
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
     settings.dcGain = settings.gain;
     settings.dcGain2 = settings.gain2;
 }
@@ -209,8 +209,8 @@ void CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4Params(CTLEFilterParamete
 void CTLEFilter::PolesAndZerosChanged(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const double symbolRate = SymbolRate(kFilter, ConfigurationOf(kFilter, settings));
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
+    const double symbolRate = SymbolRate(kCtleFilter, ConfigurationOf(kCtleFilter, settings));
     RequireFiniteInputs(settings,
                         {{"pole1", &P::pole1}, {"pole2", &P::pole2}, {"zero1", &P::zero1}, {"dcGain", &P::dcGain}});
     const double pole1 = settings.pole1 * Maths::kRadPerGHz;
@@ -228,14 +228,14 @@ Complex CTLEFilter::ComplexConjugate(Complex value)
 std::vector<double> CTLEFilter::GetCTLEFilter(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const ResponseGrid grid = ResponseGridOf(kFilter, settings, settings.samplesPerUi);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
+    const ResponseGrid grid = ResponseGridOf(kCtleFilter, settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"pole1", &P::pole1}, {"pole2", &P::pole2}});
     if (settings.type == CTLE_HDMI) {
-        RequireFinite(kFilter, "peakingRatio", settings.peakingRatio, "a finite number");
+        RequireFinite(kCtleFilter, "peakingRatio", settings.peakingRatio, "a finite number");
         // With a ratio of 0 the zero lies at infinity.
         if (settings.peakingRatio != 0.0)
-            RequireFinite(kFilter, "zero1", settings.zero1, "a finite number");
+            RequireFinite(kCtleFilter, "zero1", settings.zero1, "a finite number");
         return ImpulseResponse(
             settings, grid, Maths::HdmiResponse(settings.peakingRatio, settings.pole1, settings.pole2, settings.zero1));
     }
@@ -246,18 +246,18 @@ std::vector<double> CTLEFilter::GetCTLEFilter(CTLEFilterParameters* parameters)
 
 std::vector<double> CTLEFilter::GetCTLEFilter_HDMI_2_0(CTLEFilterParameters* parameters)
 {
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
     RequireCableGain(settings);
-    const ResponseGrid grid = ResponseGridOf(kFilter, settings, settings.samplesPerUi);
+    const ResponseGrid grid = ResponseGridOf(kCtleFilter, settings, settings.samplesPerUi);
     return ImpulseResponse(settings, grid,
-                           Maths::CableResponse(SymbolRate(kFilter, *settings.GetConfig()), settings.gain));
+                           Maths::CableResponse(SymbolRate(kCtleFilter, *settings.GetConfig()), settings.gain));
 }
 
 std::vector<double> CTLEFilter::GetCTLEFilter_IEEE802_3bs(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const ResponseGrid grid = ResponseGridOf(kFilter, settings, settings.samplesPerUi);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
+    const ResponseGrid grid = ResponseGridOf(kCtleFilter, settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"dcGain", &P::dcGain},
                                    {"pole1", &P::pole1},
                                    {"pole2", &P::pole2},
@@ -272,8 +272,8 @@ std::vector<double> CTLEFilter::GetCTLEFilter_IEEE802_3bs(CTLEFilterParameters* 
 std::vector<double> CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4(CTLEFilterParameters* parameters)
 {
     using P = CTLEFilterParameters;
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const ResponseGrid grid = ResponseGridOf(kFilter, settings, settings.samplesPerUi);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
+    const ResponseGrid grid = ResponseGridOf(kCtleFilter, settings, settings.samplesPerUi);
     RequireFiniteInputs(settings, {{"dcGain", &P::dcGain},
                                    {"dcGain2", &P::dcGain2},
                                    {"pole1", &P::pole1},
@@ -289,18 +289,18 @@ std::vector<double> CTLEFilter::GetCTLEFilter_OIF_CEI_112G_LINEAR_PAM4(CTLEFilte
 
 void CTLEFilter::Prepare(SignalData*)
 {
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
     const Variant& variant = VariantOf(settings.type);
     const double samplesPerUi = RefreshedSamplesPerUi(settings);
-    const ResponseGrid grid = ResponseGridOf(kFilter, settings, samplesPerUi);
+    const ResponseGrid grid = ResponseGridOf(kCtleFilter, settings, samplesPerUi);
     if (settings.preserveNoise && grid.length < 0)
-        Refuse(kFilter, "patternRepeats * samplesPerUi * patternLengthUi", grid.length, "0 or more samples");
+        Refuse(kCtleFilter, "patternRepeats * samplesPerUi * patternLengthUi", grid.length, "0 or more samples");
     variant.check(settings);
     if (variant.derive != nullptr)
         (this->*variant.derive)(&settings);
     settings.samplesPerUi = samplesPerUi;
     if (settings.preserveNoise)
-        settings.SetFrequencyGrid(RecordFrequencyGrid(kFilter, *settings.GetConfig()).release());
+        settings.SetFrequencyGrid(RecordFrequencyGrid(kCtleFilter, *settings.GetConfig()).release());
     filterTaps = (this->*variant.build)(&settings);
     // A correction that failed has switched preserveNoise off; the grid then stays. Deliberate.
     if (settings.preserveNoise)
@@ -311,16 +311,16 @@ void CTLEFilter::Prepare(SignalData*)
 
 double* CTLEFilter::Apply(SignalData* signal)
 {
-    const std::span<const double> record = SamplesOf(kFilter, signal);
-    auto& settings = ParametersOf<CTLEFilterParameters>(kFilter, parameters);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
+    const std::span<const double> record = SamplesOf(kCtleFilter, signal);
+    auto& settings = ParametersOf<CTLEFilterParameters>(kCtleFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kCtleFilter, settings);
     const auto repetitions = [&](double samplesPerUi) {
         const double period = config.patternLengthUi * samplesPerUi;
         if (!(period >= 1.0))
-            Refuse(kFilter, "patternLengthUi * samplesPerUi", period, "at least 1 sample");
-        const int count = Truncated(kFilter, "repetitions", signal->sampleCount / period);
+            Refuse(kCtleFilter, "patternLengthUi * samplesPerUi", period, "at least 1 sample");
+        const int count = Truncated(kCtleFilter, "repetitions", signal->sampleCount / period);
         if (count < 1)
-            Refuse(kFilter, "sampleCount", signal->sampleCount,
+            Refuse(kCtleFilter, "sampleCount", signal->sampleCount,
                    "at least one repetition of " + TextOf(period) + " samples");
         return count;
     };
@@ -328,12 +328,12 @@ double* CTLEFilter::Apply(SignalData* signal)
         (void)repetitions(RefreshedSamplesPerUi(settings));
     const bool scaled = settings.type == CTLE_OIF_CEI_112G_LINEAR_PAM4;
     if (scaled)
-        RequireFinite(kFilter, "outputScale", settings.outputScale, "a finite number");
+        RequireFinite(kCtleFilter, "outputScale", settings.outputScale, "a finite number");
     if (settings.IsDirty()) {
         Prepare(signal);
         settings.ResetDirty();
     } else if (notPrepared && filterTaps.empty()) {
-        Refuse(kFilter, "filterTaps", "empty", "the taps that Prepare makes; mark the parameters dirty");
+        Refuse(kCtleFilter, "filterTaps", "empty", "the taps that Prepare makes; mark the parameters dirty");
     }
     const Repetitions cut(signal->sampleCount, repetitions(settings.samplesPerUi));
     OwnedArray output = ConvolveRepetitions(record, cut, filterTaps, Convolver());

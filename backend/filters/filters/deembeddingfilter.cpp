@@ -25,11 +25,11 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr const char* kFilter = "DeEmbeddingFilter";
+constexpr const char* kDeEmbeddingFilter = "DeEmbeddingFilter";
 
 [[noreturn]] void RefuseLine(const Maths::LineFailure& failure, const std::string& fileName, std::size_t line)
 {
-    const std::string text = Maths::RefusalOf(failure, kFilter, fileName, line);
+    const std::string text = Maths::RefusalOf(failure, kDeEmbeddingFilter, fileName, line);
     if (failure.reason == Maths::LineFailure::Reason::NumberOutOfRange)
         throw std::out_of_range(text);
     throw std::invalid_argument(text);
@@ -73,7 +73,7 @@ DeEmbeddingParameters::DeEmbeddingParameters(double, int samplesPerPattern, int,
 
 DeEmbeddingFilter::DeEmbeddingFilter(DeEmbeddingParameters* parameters)
 {
-    auto& settings = ParametersOf<DeEmbeddingParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<DeEmbeddingParameters>(kDeEmbeddingFilter, parameters);
     this->parameters = parameters;
     if (settings.GetConfig() != nullptr)
         SizesFrom(*settings.GetConfig()).Store(settings);
@@ -89,8 +89,8 @@ DeEmbeddingFilter::~DeEmbeddingFilter()
 DeEmbeddingFilter::Sizes DeEmbeddingFilter::SizesFrom(const DeviceConfiguration& config)
 {
     if (config.useFractionalSampling)
-        return {SamplesPerPattern(kFilter, config),
-                Truncated(kFilter, "uiDuration / sampleSpacing", RealSamplesPerUi(config))};
+        return {SamplesPerPattern(kDeEmbeddingFilter, config),
+                Truncated(kDeEmbeddingFilter, "uiDuration / sampleSpacing", RealSamplesPerUi(config))};
     // The configuration's own samplesPerPattern, where other filters multiply.
     return {config.samplesPerPattern, config.samplesPerUi};
 }
@@ -98,24 +98,24 @@ DeEmbeddingFilter::Sizes DeEmbeddingFilter::SizesFrom(const DeviceConfiguration&
 DeEmbeddingFilter::Sizes DeEmbeddingFilter::SizesFor(const DeEmbeddingParameters& parameters)
 {
     if (parameters.IsDirty())
-        return SizesFrom(ConfigurationOf(kFilter, parameters));
+        return SizesFrom(ConfigurationOf(kDeEmbeddingFilter, parameters));
     return {parameters.samplesPerPattern, parameters.samplesPerUi};
 }
 
 void DeEmbeddingFilter::Prepare()
 {
-    auto& settings = ParametersOf<DeEmbeddingParameters>(kFilter, parameters);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
+    auto& settings = ParametersOf<DeEmbeddingParameters>(kDeEmbeddingFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kDeEmbeddingFilter, settings);
     const Sizes sizes = SizesFor(settings);
     const auto data = loadSparamFile(settings.sparamFileName, settings.portOrder);
     std::optional<SystemFramework::NoiseBand> noise;
     if (settings.preserveNoise) {
         // The response has an axis of its own; a record whose axis cannot be counted is refused all the same. Deliberate.
-        (void)RecordLength(kFilter, config);
+        (void)RecordLength(kDeEmbeddingFilter, config);
         noise = {settings.noiseCornerFrequency, settings.noiseSecondParameter};
     }
     const SystemFramework::FixtureKernel made = SystemFramework::MakeFixtureKernel(
-        kFilter,
+        kDeEmbeddingFilter,
         {config.baudRateGBd, sizes.samplesPerPattern, config.patternLengthUi, settings.conversionFlag,
          settings.conversionParameterA, settings.conversionParameterB, noise},
         data);
@@ -130,16 +130,17 @@ void DeEmbeddingFilter::Prepare()
 
 double* DeEmbeddingFilter::Apply(SignalData* signal)
 {
-    const std::span<const double> record = SamplesOf(kFilter, signal);
-    auto& settings = ParametersOf<DeEmbeddingParameters>(kFilter, parameters);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
+    const std::span<const double> record = SamplesOf(kDeEmbeddingFilter, signal);
+    auto& settings = ParametersOf<DeEmbeddingParameters>(kDeEmbeddingFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kDeEmbeddingFilter, settings);
     const char* const product = "samplesPerUi * patternLengthUi";
-    const int period = CheckedProduct(kFilter, product, SizesFor(settings).samplesPerUi, config.patternLengthUi);
+    const int period =
+        CheckedProduct(kDeEmbeddingFilter, product, SizesFor(settings).samplesPerUi, config.patternLengthUi);
     if (period < 1)
-        Refuse(kFilter, product, period, "at least 1 sample");
+        Refuse(kDeEmbeddingFilter, product, period, "at least 1 sample");
     const Repetitions cut(signal->sampleCount, signal->sampleCount / period);
     if (cut.count < 1)
-        Refuse(kFilter, "sampleCount", signal->sampleCount,
+        Refuse(kDeEmbeddingFilter, "sampleCount", signal->sampleCount,
                "at least one repetition of " + std::to_string(period) + " samples");
     // The file may have changed since, whatever the dirty flag says. Deliberate.
     Prepare();
@@ -147,7 +148,8 @@ double* DeEmbeddingFilter::Apply(SignalData* signal)
         Prepare();
         settings.ResetDirty();
     }
-    return ConvolveRepetitions(record, cut, KernelTaps(kFilter, static_cast<std::size_t>(kernelLength)), Convolver())
+    return ConvolveRepetitions(record, cut, KernelTaps(kDeEmbeddingFilter, static_cast<std::size_t>(kernelLength)),
+                               Convolver())
         .release();
 }
 
@@ -196,7 +198,7 @@ void DeEmbeddingFilter::convertFromSingleEndedToMixedMode(std::map<double, Compl
 {
     for (const double frequency : frequencies)
         if (std::isnan(frequency))
-            Refuse(kFilter, "frequency", frequency, "a number");
+            Refuse(kDeEmbeddingFilter, "frequency", frequency, "a number");
     Maths::AddDifferentialTransmission(result, values, frequencies, Maths::PairsOf(portOrder));
 }
 

@@ -38,14 +38,14 @@ using SystemFramework::TextOf;
 
 namespace {
 
-constexpr const char* kFilter = "DFEFilter";
+constexpr const char* kDfeFilter = "DFEFilter";
 // What the taps leave, over the main cursor. A record that does not follow the symbols leaves more than the main cursor:
 // noise fitted by chance 2 to 3, interference that still allows a decision less than 1.
 constexpr double kWorstResidual = 1.0;
 
 void Refresh(DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
-    parameters.samplesPerUi = WholeSamplesPerUi(kFilter, config);
+    parameters.samplesPerUi = WholeSamplesPerUi(kDfeFilter, config);
     parameters.withoutGrayCoding = config.withoutGrayCoding;
 }
 
@@ -62,7 +62,7 @@ int LevelCountOf(E_SIGNAL_CODING coding)
 {
     const int count = Maths::LevelCount(coding);
     if (count == 0)
-        Refuse(kFilter, "signalCoding", static_cast<int>(coding), "NRZ, PAM3, PAM4 or precoded PAM4");
+        Refuse(kDfeFilter, "signalCoding", static_cast<int>(coding), "NRZ, PAM3, PAM4 or precoded PAM4");
     return count;
 }
 
@@ -72,8 +72,8 @@ public:
     Cut(const DFEFilterParameters& parameters, const DeviceConfiguration& config, int sampleCount)
     {
         if (parameters.samplesPerUi < 1)
-            Refuse(kFilter, "samplesPerUi", parameters.samplesPerUi, "at least 1");
-        const PatternPeriod pattern(kFilter, config, parameters.samplesPerUi, config.patternLengthUi);
+            Refuse(kDfeFilter, "samplesPerUi", parameters.samplesPerUi, "at least 1");
+        const PatternPeriod pattern(kDfeFilter, config, parameters.samplesPerUi, config.patternLengthUi);
         grid_.symbols = static_cast<std::size_t>(config.patternLengthUi);
         grid_.samplesPerUi = pattern.SamplesPerUi();
         count_ = pattern.RequiredIn(sampleCount);
@@ -98,9 +98,9 @@ private:
 // What is read with or without a search. Automatic taps are checked once they have been found.
 void RequireUsable(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
-    (void)SymbolRate(kFilter, config);
-    RequireFinite(kFilter, "samplingDelayPs", parameters.samplingDelayPs, "a finite time in picoseconds");
-    RequireTapCount(kFilter, parameters.numberOfTaps);
+    (void)SymbolRate(kDfeFilter, config);
+    RequireFinite(kDfeFilter, "samplingDelayPs", parameters.samplingDelayPs, "a finite time in picoseconds");
+    RequireTapCount(kDfeFilter, parameters.numberOfTaps);
     if (parameters.numberOfTaps > 0)
         LevelCountOf(config.signalCoding);
 }
@@ -109,10 +109,10 @@ std::span<const double> UsedTaps(const DFEFilterParameters& parameters)
 {
     const auto wanted = static_cast<std::size_t>(parameters.numberOfTaps);
     if (!parameters.useManualTaps && parameters.taps.size() < wanted)
-        Refuse(kFilter, "number of taps", parameters.taps.size(),
+        Refuse(kDfeFilter, "number of taps", parameters.taps.size(),
                std::to_string(wanted) + ", found by Prepare; mark the parameters dirty");
     const auto used = std::span(parameters.taps).first(std::min(parameters.taps.size(), wanted));
-    RequireFiniteTaps(kFilter, used);
+    RequireFiniteTaps(kDfeFilter, used);
     return used;
 }
 
@@ -123,11 +123,11 @@ std::string SymbolsOf(std::span<const double> repetition, const DeviceConfigurat
     const bool isGiven = !isPam4 || (config.useUserPattern && !(config.patternSymbols.empty() && hasBuffer));
     if (!isGiven)
         return DetectedPam4Symbols(
-            kFilter, repetition.data(), static_cast<int>(repetition.size()),
+            kDfeFilter, repetition.data(), static_cast<int>(repetition.size()),
             {config.patternLengthUi, SymbolMapOf(withoutGrayCoding),
              config.useUserPattern ? config.patternSequenceBuffer : nullptr, Maths::Decisions::Equalised});
     if (config.patternSymbols.size() != static_cast<std::size_t>(config.patternLengthUi))
-        Refuse(kFilter, "length of patternSymbols", config.patternSymbols.size(),
+        Refuse(kDfeFilter, "length of patternSymbols", config.patternSymbols.size(),
                "patternLengthUi, " + std::to_string(config.patternLengthUi));
     return config.patternSymbols;
 }
@@ -136,7 +136,7 @@ std::string SymbolsOf(std::span<const double> repetition, const DeviceConfigurat
 std::vector<double> SymbolValues(const std::string& symbols, E_SIGNAL_CODING coding, bool withoutGrayCoding)
 {
     const auto [levels, levelCount] =
-        LevelsOfSymbols(kFilter, "symbols", symbols, coding, SymbolMapOf(withoutGrayCoding));
+        LevelsOfSymbols(kDfeFilter, "symbols", symbols, coding, SymbolMapOf(withoutGrayCoding));
     return Maths::IdealSignal(levels, {-1.0, 1.0, levelCount}, 1.0, levels.size());
 }
 
@@ -146,29 +146,29 @@ void Search(DFEFilterParameters& parameters, const DeviceConfiguration& config, 
 {
     using Outcome = Maths::FeedbackSearch::Outcome;
     if (parameters.numberOfTaps > config.patternLengthUi - 2)
-        Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps,
+        Refuse(kDfeFilter, "numberOfTaps", parameters.numberOfTaps,
                "at most patternLengthUi - 2, " + std::to_string(config.patternLengthUi - 2));
     IgnoredEnds{parameters.ignoredUi, grid.symbols, Maths::FeedbackReach(parameters.numberOfTaps),
                 static_cast<std::size_t>(parameters.numberOfTaps) + 2}
-        .Require(kFilter);
+        .Require(kDfeFilter);
     const std::string symbols = SymbolsOf(repetition, config, parameters.withoutGrayCoding);
     const std::vector<double> values = SymbolValues(symbols, config.signalCoding, parameters.withoutGrayCoding);
     Maths::FeedbackSearch search = Maths::FindFeedback(repetition, values, grid.samplesPerUi, parameters.numberOfTaps,
                                                        static_cast<std::size_t>(parameters.ignoredUi));
     if (search.outcome == Outcome::SymbolsAlike)
-        Refuse(kFilter, "numberOfTaps", parameters.numberOfTaps, "as many as the pattern's symbols can tell apart");
+        Refuse(kDfeFilter, "numberOfTaps", parameters.numberOfTaps, "as many as the pattern's symbols can tell apart");
     if (search.outcome == Outcome::NoMainCursor)
-        Refuse(kFilter, "main cursor", "not positive at any sampling delay",
+        Refuse(kDfeFilter, "main cursor", "not positive at any sampling delay",
                "a record that follows the pattern's symbols");
     if (search.outcome == Outcome::TapsAboveCursor)
-        Refuse(kFilter, "largest tap over main cursor", search.largestTap,
+        Refuse(kDfeFilter, "largest tap over main cursor", search.largestTap,
                "at most 1 at some sampling delay, of a record that follows the pattern's symbols");
     if (!(search.residual <= kWorstResidual))
-        Refuse(kFilter, "residual over main cursor", search.residual,
+        Refuse(kDfeFilter, "residual over main cursor", search.residual,
                "at most " + TextOf(kWorstResidual) + ", of a record that follows the pattern's symbols");
     const double delayPs = Maths::DelayFromSamples(search.delay, parameters.samplesPerUi, config.baudRateGBd);
     if (Maths::SamplesFromDelay(delayPs, parameters.samplesPerUi, config.baudRateGBd) != search.delay)
-        Refuse(kFilter, "baudRateGBd", config.baudRateGBd,
+        Refuse(kDfeFilter, "baudRateGBd", config.baudRateGBd,
                "a symbol rate at which picoseconds can tell a delay of " + std::to_string(search.delay) + " samples");
     parameters.samplingDelayPs = delayPs;
     parameters.taps = std::move(search.taps);
@@ -178,7 +178,7 @@ void Search(DFEFilterParameters& parameters, const DeviceConfiguration& config, 
 int DecisionDelay(const DFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
     const int samples =
-        Truncated(kFilter, "samplingDelayPs * 0.001 * baudRateGBd * samplesPerUi",
+        Truncated(kDfeFilter, "samplingDelayPs * 0.001 * baudRateGBd * samplesPerUi",
                   Maths::SamplesFromDelay(parameters.samplingDelayPs, parameters.samplesPerUi, config.baudRateGBd));
     return static_cast<int>(Maths::WrappedIndex(samples, static_cast<std::size_t>(parameters.samplesPerUi)));
 }
@@ -201,7 +201,7 @@ DFEFilterParameters::DFEFilterParameters(DeviceConfiguration* config) : BaseFilt
 DFEFilter::DFEFilter(DFEFilterParameters* parameters)
 {
     TARNWICK_TRACE("Initializing DFEFilter constructor...");
-    RequirePatternLock(kFilter, parameters);
+    RequirePatternLock(kDfeFilter, parameters);
     if (const DeviceConfiguration* config = parameters->GetConfig())
         Refresh(*parameters, *config);
     this->parameters = parameters;
@@ -220,9 +220,9 @@ void DFEFilter::Prepare(SignalData* signal)
     TARNWICK_TRACE("DFEFilter::Prepare...");
     if (signal == nullptr)
         throw std::invalid_argument("Cannot Prepare DFE Filter Without a signal");
-    auto& settings = ParametersOf<DFEFilterParameters>(kFilter, parameters);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-    const std::span<const double> record = SamplesOf(kFilter, signal);
+    auto& settings = ParametersOf<DFEFilterParameters>(kDfeFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kDfeFilter, settings);
+    const std::span<const double> record = SamplesOf(kDfeFilter, signal);
     // On a copy: a search that fails changes nothing.
     DFEFilterParameters next = Refreshed(settings, config);
     const Cut cut(next, config, static_cast<int>(record.size()));
@@ -242,9 +242,9 @@ void DFEFilter::Prepare(SignalData* signal)
 
 double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
 {
-    const auto& settings = ParametersOf<DFEFilterParameters>(kFilter, parameters);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-    const std::span<const double> record = SamplesOf(kFilter, signal);
+    const auto& settings = ParametersOf<DFEFilterParameters>(kDfeFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kDfeFilter, settings);
+    const std::span<const double> record = SamplesOf(kDfeFilter, signal);
     const Cut cut(settings, config, static_cast<int>(record.size()));
     RequireUsable(settings, config);
     const std::span<const double> taps = UsedTaps(settings);
@@ -265,11 +265,11 @@ double* DFEFilter::ApplyDfe(DFEFilterParameters* parameters, SignalData* signal)
 
 double* DFEFilter::Apply(SignalData* signal)
 {
-    auto& settings = ParametersOf<DFEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<DFEFilterParameters>(kDfeFilter, parameters);
     if (settings.IsDirty()) {
         if (signal != nullptr && !IsDerivedByHost(*this)) {
-            const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-            const auto count = static_cast<int>(SamplesOf(kFilter, signal).size());
+            const DeviceConfiguration& config = ConfigurationOf(kDfeFilter, settings);
+            const auto count = static_cast<int>(SamplesOf(kDfeFilter, signal).size());
             (void)Cut(Refreshed(settings, config), config, count);
         }
         Prepare(signal);

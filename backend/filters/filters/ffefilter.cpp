@@ -21,11 +21,11 @@ using SystemFramework::SignalData;
 
 namespace {
 
-constexpr const char* kFilter = "FFEFilter";
+constexpr const char* kFfeFilter = "FFEFilter";
 
 void Refresh(FFEFilterParameters& parameters, const DeviceConfiguration& config)
 {
-    const int samplesPerUi = WholeSamplesPerUi(kFilter, config);
+    const int samplesPerUi = WholeSamplesPerUi(kFfeFilter, config);
     parameters.signalCoding = config.signalCoding;
     parameters.useUserPattern = config.useUserPattern;
     parameters.patternSymbols = config.patternSymbols;
@@ -47,8 +47,8 @@ EqualiserSettings SettingsOf(const FFEFilterParameters& parameters)
 
 std::vector<double> ReportedTaps(const FFEFilterParameters& parameters)
 {
-    return parameters.quantizeTaps ? TapSteps(kFilter, parameters.taps, parameters.tapResolution)
-                                   : TapShares(kFilter, parameters.taps);
+    return parameters.quantizeTaps ? TapSteps(kFfeFilter, parameters.taps, parameters.tapResolution)
+                                   : TapShares(kFfeFilter, parameters.taps);
 }
 
 }  // namespace
@@ -96,7 +96,7 @@ const std::vector<double>& FFEFilterParameters::ManualTaps() const
 FFEFilter::FFEFilter(FFEFilterParameters* parameters)
 {
     TARNWICK_TRACE("Initializing FFEFilter constructor...");
-    RequirePatternLock(kFilter, parameters);
+    RequirePatternLock(kFfeFilter, parameters);
     if (const DeviceConfiguration* config = parameters->GetConfig()) {
         Refresh(*parameters, *config);
         parameters->withoutGrayCoding = config->withoutGrayCoding;
@@ -120,7 +120,7 @@ FFEFilter::~FFEFilter()
 
 double* FFEFilter::GetOptimizedTaps(FFEFilterParameters* parameters)
 {
-    const auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
+    const auto& settings = ParametersOf<FFEFilterParameters>(kFfeFilter, parameters);
     if (settings.taps.empty())
         return nullptr;
     return NewArrayFrom<double>(ReportedTaps(settings)).release();
@@ -139,7 +139,7 @@ void FFEFilter::ApplyTaps(FFEFilterParameters& settings, std::vector<double> tap
 
 double* FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters* parameters, SignalData* signal)
 {
-    auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<FFEFilterParameters>(kFfeFilter, parameters);
     return NewArrayFrom<double>(GetFFEAutomaticCoefficients(settings, this->parameters, signal)).release();
 }
 
@@ -150,16 +150,16 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
     TARNWICK_TRACE("GetFFEAutomaticCoefficients...");
     const EqualiserSettings equaliser = SettingsOf(settings);
     const TapGrid& grid = equaliser.grid;
-    grid.Require(kFilter);
+    grid.Require(kFfeFilter);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
         ReportFit({});
     } else {
-        equaliser.phase.Require(kFilter, false);
-        const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-        const auto& own = ParametersOf<FFEFilterParameters>(kFilter, owner);
-        const TapSearch search{ConfigurationOf(kFilter, own),
-                               SamplesOf(kFilter, signal),
+        equaliser.phase.Require(kFfeFilter, false);
+        const DeviceConfiguration& config = ConfigurationOf(kFfeFilter, settings);
+        const auto& own = ParametersOf<FFEFilterParameters>(kFfeFilter, owner);
+        const TapSearch search{ConfigurationOf(kFfeFilter, own),
+                               SamplesOf(kFfeFilter, signal),
                                config.patternLengthUi,
                                grid,
                                settings.signalCoding,
@@ -170,7 +170,7 @@ std::vector<double> FFEFilter::GetFFEAutomaticCoefficients(FFEFilterParameters& 
         ApplyTaps(
             settings,
             settings.fitAtSamplingPhase
-                ? ReportFit(FindTaps(kFilter, PhaseSearch{search, own.mainCursorPosition, equaliser.phase}))
+                ? ReportFit(FindTaps(kFfeFilter, PhaseSearch{search, own.mainCursorPosition, equaliser.phase}))
                 : GenerateFFEAutomaticCoefficients({search, config.baudRateGBd, own.mainCursorPosition, false, 0.0}));
     }
     std::vector<double> kernel = grid.Kernel(settings.appliedTaps);
@@ -183,9 +183,9 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
                                                     E_SIGNAL_CODING signalCoding, bool withoutGrayCoding,
                                                     bool narrowDelaySearch, double gaussianBandwidth)
 {
-    const auto& own = ParametersOf<FFEFilterParameters>(kFilter, parameters);
-    const std::vector<double> taps = GenerateFFEAutomaticCoefficients({{ConfigurationOf(kFilter, own),
-                                                                        SamplesOf(kFilter, signal),
+    const auto& own = ParametersOf<FFEFilterParameters>(kFfeFilter, parameters);
+    const std::vector<double> taps = GenerateFFEAutomaticCoefficients({{ConfigurationOf(kFfeFilter, own),
+                                                                        SamplesOf(kFfeFilter, signal),
                                                                         patternLengthUi,
                                                                         {samplesPerUi, tapsPerUi, numberOfTaps},
                                                                         signalCoding,
@@ -203,7 +203,7 @@ double* FFEFilter::GenerateFFEAutomaticCoefficients(SignalData* signal, double b
 std::vector<double> FFEFilter::GenerateFFEAutomaticCoefficients(const LeastSquaresSearch& search)
 {
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients...");
-    std::vector<double> taps = ReportFit(FindTaps(kFilter, search));
+    std::vector<double> taps = ReportFit(FindTaps(kFfeFilter, search));
     TARNWICK_TRACE("GenerateFFEAutomaticCoefficients finished");
     return taps;
 }
@@ -220,9 +220,9 @@ std::vector<double> FFEFilter::ReportFit(FittedTaps fit)
 
 double* FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters* parameters, SignalData* signal)
 {
-    auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-    SettingsOf(settings).Require(kFilter, config, static_cast<int>(SamplesOf(kFilter, signal).size()));
+    auto& settings = ParametersOf<FFEFilterParameters>(kFfeFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kFfeFilter, settings);
+    SettingsOf(settings).Require(kFfeFilter, config, static_cast<int>(SamplesOf(kFfeFilter, signal).size()));
     return NewArrayFrom<double>(GenerateTdecqEqualizer(settings, this->parameters, signal)).release();
 }
 
@@ -231,24 +231,25 @@ std::vector<double> FFEFilter::GenerateTdecqEqualizer(FFEFilterParameters& setti
                                                       const SignalData* signal)
 {
     TARNWICK_TRACE("FFEFilter::GenerateTdecqEqualizer...");
-    const std::span<const double> record = SamplesOf(kFilter, signal);
+    const std::span<const double> record = SamplesOf(kFfeFilter, signal);
     DeviceConfiguration& config = *settings.GetConfig();
     const TapGrid grid = TapGrid::SymbolSpaced(settings.samplesPerUi, settings.numberOfTaps);
     if (settings.useManualTaps) {
         ApplyTaps(settings, settings.ManualTaps());
     } else {
-        const auto lowPass = ArrayOf(kFilter, "gaussianFilter", settings.gaussianFilter, "gaussianFilterLength",
+        const auto lowPass = ArrayOf(kFfeFilter, "gaussianFilter", settings.gaussianFilter, "gaussianFilterLength",
                                      settings.gaussianFilterLength);
-        ApplyTaps(settings, GenerateTDECQAutomaticCoefficients(
-                                {{ConfigurationOf(kFilter, ParametersOf<FFEFilterParameters>(kFilter, owner)), record,
-                                  config.patternLengthUi, grid, settings.signalCoding, settings.withoutGrayCoding,
-                                  settings.useUserPattern, settings.patternSymbols, settings.ignoredUi},
-                                 lowPass,
-                                 std::max(settings.mainCursorPosition, 0) - 1}));
+        ApplyTaps(settings,
+                  GenerateTDECQAutomaticCoefficients(
+                      {{ConfigurationOf(kFfeFilter, ParametersOf<FFEFilterParameters>(kFfeFilter, owner)), record,
+                        config.patternLengthUi, grid, settings.signalCoding, settings.withoutGrayCoding,
+                        settings.useUserPattern, settings.patternSymbols, settings.ignoredUi},
+                       lowPass,
+                       std::max(settings.mainCursorPosition, 0) - 1}));
     }
     ReportFit({});
 
-    std::vector<double> response = WithUnitGain(kFilter, grid.Kernel(settings.appliedTaps));
+    std::vector<double> response = WithUnitGain(kFfeFilter, grid.Kernel(settings.appliedTaps));
     const auto length = static_cast<std::int32_t>(response.size());
     auto published = NewArrayFrom<double>(response);
     response.resize(record.size(), 0.0);
@@ -265,12 +266,12 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
                                                       E_SIGNAL_CODING signalCoding, int mainCursorIndex)
 // NOLINTEND(performance-unnecessary-value-param)
 {
-    const auto& own = ParametersOf<FFEFilterParameters>(kFilter, parameters);
+    const auto& own = ParametersOf<FFEFilterParameters>(kFfeFilter, parameters);
     const std::vector<double> taps = GenerateTDECQAutomaticCoefficients(
-        {{ConfigurationOf(kFilter, own), ArrayOf(kFilter, "samples", samples, "sampleCount", sampleCount),
+        {{ConfigurationOf(kFfeFilter, own), ArrayOf(kFfeFilter, "samples", samples, "sampleCount", sampleCount),
           patternLengthUi, TapGrid::SymbolSpaced(samplesPerUi, numberOfTaps), signalCoding, withoutGrayCoding,
           useUserPattern, patternSymbols, own.ignoredUi},
-         ArrayOf(kFilter, "gaussianFilter", gaussianFilter, "gaussianFilterLength", gaussianFilterLength),
+         ArrayOf(kFfeFilter, "gaussianFilter", gaussianFilter, "gaussianFilterLength", gaussianFilterLength),
          mainCursorIndex});
     return NewArrayFrom<double>(taps).release();
 }
@@ -278,7 +279,7 @@ double* FFEFilter::GenerateTDECQAutomaticCoefficients(double* samples, int sampl
 std::vector<double> FFEFilter::GenerateTDECQAutomaticCoefficients(const TdecqSearch& search)
 {
     TARNWICK_TRACE("FFEFilter::GenerateTDECQAutomaticCoefficients...");
-    std::vector<double> taps = FindTaps(kFilter, search);
+    std::vector<double> taps = FindTaps(kFfeFilter, search);
     TARNWICK_TRACE("FFEFilter::GenerateTDECQAutomaticCoefficients finished");
     return taps;
 }
@@ -288,25 +289,26 @@ void FFEFilter::Prepare(SignalData* signal)
     TARNWICK_TRACE("FFEFilter::Prepare...");
     if (signal == nullptr)
         throw std::invalid_argument("Cannot Prepare FFE Filter Without a signal");
-    auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
-    (void)SamplesOf(kFilter, signal);
+    auto& settings = ParametersOf<FFEFilterParameters>(kFfeFilter, parameters);
+    const DeviceConfiguration& config = ConfigurationOf(kFfeFilter, settings);
+    (void)SamplesOf(kFfeFilter, signal);
     // On a copy: a search that fails changes nothing.
     FFEFilterParameters next(settings);
     if (settings.IsDirty())
         Refresh(next, config);
     next.withoutGrayCoding = config.withoutGrayCoding;
     if (next.useManualTaps) {
-        RequireTapCount(kFilter, next.numberOfTaps);
+        RequireTapCount(kFfeFilter, next.numberOfTaps);
         next.taps = next.ManualTaps();
         next.taps.resize(static_cast<std::size_t>(next.numberOfTaps), 0.0);
     }
     SignalData working;
-    working.sampleCount = WorkingLength(kFilter, config, next.samplesPerUi, next.patternSymbols, signal->sampleCount);
+    working.sampleCount =
+        WorkingLength(kFfeFilter, config, next.samplesPerUi, next.patternSymbols, signal->sampleCount);
     working.samples = signal->samples;
-    SettingsOf(next).Require(kFilter, config, working.sampleCount);
+    SettingsOf(next).Require(kFfeFilter, config, working.sampleCount);
 
-    auto lowPass = NewArrayFrom<double>(TdecqLowPass(kFilter, config, next.samplesPerUi, working.sampleCount,
+    auto lowPass = NewArrayFrom<double>(TdecqLowPass(kFfeFilter, config, next.samplesPerUi, working.sampleCount,
                                                      !next.useManualTaps, next.patternSymbols.size()));
     next.SetGaussianFilter(lowPass.release(), working.sampleCount);
     SetKernel(next.useTdecqEqualizer ? GenerateTdecqEqualizer(next, &next, &working)
@@ -320,25 +322,25 @@ void FFEFilter::Prepare(SignalData* signal)
 
 double* FFEFilter::Apply(SignalData* signal)
 {
-    auto& settings = ParametersOf<FFEFilterParameters>(kFilter, parameters);
+    auto& settings = ParametersOf<FFEFilterParameters>(kFfeFilter, parameters);
     if (signal == nullptr && settings.IsDirty())
         Prepare(signal);
-    const std::span<const double> record = SamplesOf(kFilter, signal);
-    const DeviceConfiguration& config = ConfigurationOf(kFilter, settings);
+    const std::span<const double> record = SamplesOf(kFfeFilter, signal);
+    const DeviceConfiguration& config = ConfigurationOf(kFfeFilter, settings);
     const auto sampleCount = static_cast<int>(record.size());
     const auto repetitions = [&](int samplesPerUi) {
-        SettingsOf(settings).KernelGrid(samplesPerUi).Require(kFilter);
-        return PatternPeriod(kFilter, config, samplesPerUi, config.patternLengthUi).RequiredIn(sampleCount);
+        SettingsOf(settings).KernelGrid(samplesPerUi).Require(kFfeFilter);
+        return PatternPeriod(kFfeFilter, config, samplesPerUi, config.patternLengthUi).RequiredIn(sampleCount);
     };
     if (!IsDerivedByHost(*this))
-        (void)repetitions(settings.IsDirty() ? WholeSamplesPerUi(kFilter, config) : settings.samplesPerUi);
+        (void)repetitions(settings.IsDirty() ? WholeSamplesPerUi(kFfeFilter, config) : settings.samplesPerUi);
     if (settings.IsDirty()) {
         Prepare(signal);
         settings.ResetDirty();
     }
     const Repetitions cut(sampleCount, repetitions(settings.samplesPerUi));
     const std::size_t taps = SettingsOf(settings).KernelGrid(settings.samplesPerUi).KernelLength();
-    return ConvolveRepetitions(record, cut, KernelTaps(kFilter, taps), Convolver()).release();
+    return ConvolveRepetitions(record, cut, KernelTaps(kFfeFilter, taps), Convolver()).release();
 }
 
 }  // namespace Tarnwick::DSO::Filters

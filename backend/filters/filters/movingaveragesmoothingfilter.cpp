@@ -18,15 +18,15 @@ using SystemFramework::SignalData;
 
 namespace {
 
-constexpr const char* kFilter = "MovingAverageSmoothingFilter";
+constexpr const char* kMovingAverageFilter = "MovingAverageSmoothingFilter";
 
 std::vector<double> Boxcar(MovingAverageWindowSmoothingParameters* parameters, const SignalData* signal)
 {
-    (void)ParametersOf<MovingAverageWindowSmoothingParameters>(kFilter, parameters);
-    const std::size_t recordLength = SamplesOf(kFilter, signal).size();
+    (void)ParametersOf<MovingAverageWindowSmoothingParameters>(kMovingAverageFilter, parameters);
+    const std::size_t recordLength = SamplesOf(kMovingAverageFilter, signal).size();
     const int window = Maths::OddWindow(parameters->WindowLength);
     if (static_cast<std::size_t>(window / 2) >= recordLength)
-        Refuse(kFilter, "WindowLength", parameters->WindowLength,
+        Refuse(kMovingAverageFilter, "WindowLength", parameters->WindowLength,
                "half a window shorter than the record of " + std::to_string(recordLength) + " samples");
     std::vector<double> taps = Maths::CentredBoxcar(window, recordLength);
     parameters->WindowLength = window;
@@ -37,7 +37,7 @@ std::vector<double> Boxcar(MovingAverageWindowSmoothingParameters* parameters, c
 
 MovingAverageSmoothingFilter::MovingAverageSmoothingFilter(MovingAverageWindowSmoothingParameters* parameters)
 {
-    RequirePatternLock(kFilter, parameters);
+    RequirePatternLock(kMovingAverageFilter, parameters);
     this->parameters = parameters;
     flag2 = true;
 }
@@ -51,18 +51,18 @@ double* MovingAverageSmoothingFilter::MovingAverageSmoothing(MovingAverageWindow
 
 void MovingAverageSmoothingFilter::Prepare(SignalData* signal)
 {
-    SetKernel(Boxcar(&ParametersOf<MovingAverageWindowSmoothingParameters>(kFilter, parameters), signal));
+    SetKernel(Boxcar(&ParametersOf<MovingAverageWindowSmoothingParameters>(kMovingAverageFilter, parameters), signal));
     notPrepared = false;
     parameters->ResetDirty();
 }
 
 double* MovingAverageSmoothingFilter::Apply(SignalData* signal)
 {
-    const std::span<const double> record = SamplesOf(kFilter, signal);
+    const std::span<const double> record = SamplesOf(kMovingAverageFilter, signal);
     const DeviceConfiguration* config =
-        ParametersOf<MovingAverageWindowSmoothingParameters>(kFilter, parameters).GetConfig();
+        ParametersOf<MovingAverageWindowSmoothingParameters>(kMovingAverageFilter, parameters).GetConfig();
     const auto repetitions = [&] {
-        return config != nullptr ? WholeRepetitions(kFilter, *config, signal->sampleCount) : 1;
+        return config != nullptr ? WholeRepetitions(kMovingAverageFilter, *config, signal->sampleCount) : 1;
     };
     if (!IsDerivedByHost(*this))
         (void)repetitions();
@@ -76,7 +76,7 @@ double* MovingAverageSmoothingFilter::Apply(SignalData* signal)
     // The kernel is as long as the record. Of several repetitions each meets only its first `length` taps, so the lags
     // wrapped to the far end drop out and what remains is a trailing average. Deliberate.
     const Repetitions cut(signal->sampleCount, count);
-    return ConvolveRepetitions(record, cut, KernelTaps(kFilter, cut.length), Convolver()).release();
+    return ConvolveRepetitions(record, cut, KernelTaps(kMovingAverageFilter, cut.length), Convolver()).release();
 }
 
 }  // namespace Tarnwick::DSO::Filters

@@ -27,9 +27,9 @@ using Complex = std::complex<double>;
 
 namespace {
 
-constexpr const char* kFilter = "SircFilter";
+constexpr const char* kSircFilter = "SircFilter";
 constexpr double kDefaultBandwidth = 3.98e10;  // [Hz]
-constexpr double kPercent = 100.0;
+constexpr double kWholePercent = 100.0;
 constexpr int kReceiversPerChannel = 3;
 
 [[noreturn]] void NotConfigured()
@@ -41,7 +41,7 @@ template <typename Value>
 Value& EntryOf(const char* name, std::vector<Value>& table, int entry, int channel)
 {
     if (static_cast<std::size_t>(entry) >= table.size())
-        Refuse(kFilter, name, "a table of " + std::to_string(table.size()) + " entries",
+        Refuse(kSircFilter, name, "a table of " + std::to_string(table.size()) + " entries",
                "an entry " + std::to_string(entry) + " for channel " + std::to_string(channel));
     return table[static_cast<std::size_t>(entry)];
 }
@@ -54,7 +54,7 @@ double BandwidthFrom(DeviceConfiguration& config, int channel)
 
 std::vector<double>& ResponseFrom(DeviceConfiguration& config, int channel)
 {
-    if (!IsOpticalChannel(kFilter, config, channel))
+    if (!IsOpticalChannel(kSircFilter, config, channel))
         return EntryOf("electricalResponseTable", config.electricalResponseTable, channel, channel);
     const int selector = config.oeReceiverSelector;
     const int receiver = selector == 0 || selector == 1 ? selector : kReceiversPerChannel - 1;
@@ -112,13 +112,13 @@ SircFilter::SircFilter(DeviceConfiguration*) {}
 
 SircFilter::SircFilter(SircFilterParameters* parameters)
 {
-    RequirePatternLock(kFilter, parameters);
+    RequirePatternLock(kSircFilter, parameters);
     this->parameters = parameters;
     DeviceConfiguration* const config = parameters->GetConfig();
     if (config == nullptr)
         return;
     const Settings settings = SettingsFrom(*config, parameters->channel);
-    if (IsOpticalChannel(kFilter, *config, parameters->channel))
+    if (IsOpticalChannel(kSircFilter, *config, parameters->channel))
         Rebuild(settings);
     else
         Store(settings);
@@ -131,7 +131,7 @@ SircFilter::~SircFilter()
 
 SircFilter::Settings SircFilter::SettingsFrom(DeviceConfiguration& config, int channel)
 {
-    RequireChannel(kFilter, channel);
+    RequireChannel(kSircFilter, channel);
     return {BandwidthFrom(config, channel), RealSamplesPerUi(config), &ResponseFrom(config, channel),
             &EntryOf("referenceTable", config.referenceTable, channel, channel)};
 }
@@ -148,44 +148,44 @@ void SircFilter::Store(const Settings& settings)
 std::vector<double> SircFilter::Generated(const SircFilterParameters& parameters, const Settings& settings) const
 {
     if (settings.channelResponse == nullptr)
-        Refuse(kFilter, "channelResponse", "null", "the table of the channel's measured response");
+        Refuse(kSircFilter, "channelResponse", "null", "the table of the channel's measured response");
     if (settings.channelResponse->empty())
         return {};
     const Maths::MeasuredResponse channel = TableFrom(*settings.channelResponse);
     const bool hasReference = settings.channelReference != nullptr && !settings.channelReference->empty();
     const auto reference = hasReference ? TableFrom(*settings.channelReference) : Maths::MeasuredResponse{};
 
-    const DeviceConfiguration* const config = &ConfigurationOf(kFilter, parameters);
-    const double symbolRate = SymbolRate(kFilter, *config);
-    RequirePositive(kFilter, "uiSamples", settings.uiSamples, "a finite positive number of samples");
-    RequirePositive(kFilter, "referenceCutoffPercent", parameters.referenceCutoffPercent,
+    const DeviceConfiguration* const config = &ConfigurationOf(kSircFilter, parameters);
+    const double symbolRate = SymbolRate(kSircFilter, *config);
+    RequirePositive(kSircFilter, "uiSamples", settings.uiSamples, "a finite positive number of samples");
+    RequirePositive(kSircFilter, "referenceCutoffPercent", parameters.referenceCutoffPercent,
                     "a finite positive percentage of the symbol rate");
-    RequirePositive(kFilter, "channelBandwidth", settings.channelBandwidth, "a finite positive frequency in hertz");
-    RequirePositive(kFilter, "generationBandwidth", generationBandwidth, "a finite positive rate");
-    RequirePositive(kFilter, "generationParam1", generationParam1, "a positive bandwidth in GHz");
-    RequirePositive(kFilter, "generationParam5", generationParam5, "at least 1");
+    RequirePositive(kSircFilter, "channelBandwidth", settings.channelBandwidth, "a finite positive frequency in hertz");
+    RequirePositive(kSircFilter, "generationBandwidth", generationBandwidth, "a finite positive rate");
+    RequirePositive(kSircFilter, "generationParam1", generationParam1, "a positive bandwidth in GHz");
+    RequirePositive(kSircFilter, "generationParam5", generationParam5, "at least 1");
     const char* const points = "generationParam2 * generationParam3";
-    const int length = CheckedProduct(kFilter, points, generationParam2, generationParam3);
+    const int length = CheckedProduct(kSircFilter, points, generationParam2, generationParam3);
     if (generationParam2 < 1 || length < 2 || length % 2 != 0)
-        Refuse(kFilter, points, length, "a positive even number of points");
+        Refuse(kSircFilter, points, length, "a positive even number of points");
     if (baselineEndIndex >= length)
-        Refuse(kFilter, "baselineEndIndex", baselineEndIndex,
+        Refuse(kSircFilter, "baselineEndIndex", baselineEndIndex,
                "less than the " + std::to_string(length) + " points of the generation grid");
     const char* const samples = "patternLengthUi * uiSamples";
-    const int taps = Truncated(kFilter, samples, config->patternLengthUi * settings.uiSamples);
+    const int taps = Truncated(kSircFilter, samples, config->patternLengthUi * settings.uiSamples);
     if (taps < 1)
-        Refuse(kFilter, samples, taps, "at least 1 sample");
+        Refuse(kSircFilter, samples, taps, "at least 1 sample");
 
     // The correction is worked out at every sample of the grid's span, however short the pattern is.
     constexpr double kMostSamples = 1e6;  // ten femtoseconds apart on the grid of 10 ns
     const double spanned = length / (generationBandwidth * generationParam2) * settings.uiSamples * symbolRate;
     if (!(spanned <= kMostSamples))
-        Refuse(kFilter, "samples in the span of the generation grid", spanned, "at most 1e6");
+        Refuse(kSircFilter, "samples in the span of the generation grid", spanned, "at most 1e6");
     Maths::CorrectionSettings correction;
     correction.grid = {static_cast<std::size_t>(length), 1.0 / (generationBandwidth * generationParam2)};
     correction.smoothingBandwidth = generationParam1 * 1e9;
     correction.channelBandwidth = settings.channelBandwidth;
-    correction.cutoff = parameters.referenceCutoffPercent / kPercent * symbolRate;
+    correction.cutoff = parameters.referenceCutoffPercent / kWholePercent * symbolRate;
     correction.end = generationParam5 * settings.channelBandwidth;
     correction.baselineCount = BaselineCount(baselineEndIndex);
     std::vector<double> kernel = Maths::CorrectionTaps(
@@ -197,7 +197,7 @@ std::vector<double> SircFilter::Generated(const SircFilterParameters& parameters
 
 double* SircFilter::GenerateSircFilter_BasedOnDCA(SircFilterParameters* parameters)
 {
-    const auto& own = ParametersOf<SircFilterParameters>(kFilter, parameters);
+    const auto& own = ParametersOf<SircFilterParameters>(kSircFilter, parameters);
     const std::vector<double> taps =
         Generated(own, {channelBandwidth, own.uiSamples, own.channelResponse, own.channelReference});
     auto result = taps.empty() ? nullptr : NewArrayFrom<double>(taps);
@@ -207,7 +207,7 @@ double* SircFilter::GenerateSircFilter_BasedOnDCA(SircFilterParameters* paramete
 
 double* SircFilter::ApplyA(SystemFramework::BaseFilterParameters* parameters)
 {
-    return GenerateSircFilter_BasedOnDCA(&ParametersOf<SircFilterParameters>(kFilter, parameters));
+    return GenerateSircFilter_BasedOnDCA(&ParametersOf<SircFilterParameters>(kSircFilter, parameters));
 }
 
 // Builds first and stores afterwards: what fails changes nothing.
@@ -228,7 +228,7 @@ void SircFilter::Rebuild(const Settings& settings)
 
 void SircFilter::Prepare(SignalData*)
 {
-    const auto& own = ParametersOf<SircFilterParameters>(kFilter, parameters);
+    const auto& own = ParametersOf<SircFilterParameters>(kSircFilter, parameters);
     DeviceConfiguration* const config = own.GetConfig();
     Settings settings{channelBandwidth, own.uiSamples, own.channelResponse, own.channelReference};
     if (config != nullptr && own.IsDirty())
@@ -242,27 +242,27 @@ double* SircFilter::Apply(SignalData* signal)
 {
     if (signal == nullptr)
         return nullptr;
-    const std::span<const double> record = SamplesOf(kFilter, signal);
-    const auto& own = ParametersOf<SircFilterParameters>(kFilter, parameters);
+    const std::span<const double> record = SamplesOf(kSircFilter, signal);
+    const auto& own = ParametersOf<SircFilterParameters>(kSircFilter, parameters);
     const DeviceConfiguration* const config = own.GetConfig();
     if (config == nullptr)
-        Refuse(kFilter, "configuration", "null", "the device configuration, which holds the pattern length");
+        Refuse(kSircFilter, "configuration", "null", "the device configuration, which holds the pattern length");
     if (own.IsDirty()) {
         Prepare(signal);
         parameters->ResetDirty();
     }
     const double period = config->patternLengthUi * own.uiSamples;
     if (!std::isfinite(period) || period == 0.0)
-        Refuse(kFilter, "patternLengthUi * uiSamples", period, "a finite number of samples that is not 0");
-    const int count = Truncated(kFilter, "repetitions", signal->sampleCount / period);
+        Refuse(kSircFilter, "patternLengthUi * uiSamples", period, "a finite number of samples that is not 0");
+    const int count = Truncated(kSircFilter, "repetitions", signal->sampleCount / period);
     if (count == 0)
         return nullptr;
     const Repetitions cut(signal->sampleCount, count);
     std::span<const double> taps;
     if (cut.count > 0) {
         if (kernelLength < 0)
-            Refuse(kFilter, "kernelLength", kernelLength, "0 or more taps");
-        taps = KernelTaps(kFilter, static_cast<std::size_t>(kernelLength));
+            Refuse(kSircFilter, "kernelLength", kernelLength, "0 or more taps");
+        taps = KernelTaps(kSircFilter, static_cast<std::size_t>(kernelLength));
     }
     // The lines carry the signature of Apply, not that of the lambdas.
     const auto trace = [function = TARNWICK_FUNCTION](const char* message) {

@@ -22,6 +22,11 @@ std::string ReadableText(const nlohmann::json& value, int digits)
     return value.is_number_float() ? fmt::format("{:.{}g}", value.get<double>(), digits) : JsonText(value);
 }
 
+nlohmann::json JsonOrDiscarded(std::string_view text)
+{
+    return nlohmann::json::parse(text, nullptr, false);
+}
+
 std::string PlainText(std::string_view json)
 {
     return ReadableText(JsonFrom(json), 10);
@@ -29,7 +34,7 @@ std::string PlainText(std::string_view json)
 
 std::variant<double, std::string> NumberOrText(const std::string& json)
 {
-    const nlohmann::json value = nlohmann::json::parse(json, nullptr, false);
+    const nlohmann::json value = JsonOrDiscarded(json);
     if (value.is_number())
         return value.get<double>();
     return value.is_string() ? value.get<std::string>() : json;

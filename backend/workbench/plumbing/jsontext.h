@@ -18,6 +18,9 @@ std::string JsonText(const nlohmann::json& content, int indent = -1);
 /// @throws nlohmann::json::parse_error  it is none
 nlohmann::json JsonFrom(std::string_view text);
 
+/// The same of a text that need not be JSON: is_discarded() of one that is none.
+nlohmann::json JsonOrDiscarded(std::string_view text);
+
 /// As people read it: a text without its quotes, a number with a fraction in this many digits, anything else as JSON.
 std::string ReadableText(const nlohmann::json& value, int digits);
 

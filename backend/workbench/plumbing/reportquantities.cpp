@@ -47,7 +47,7 @@ Json DefaultOf(const ChainKey& key)
 {
     if (!key.choices.empty() && !key.defaultValue.empty())
         return key.defaultValue;
-    const json value = json::parse(key.defaultValue, nullptr, false);
+    const json value = JsonOrDiscarded(key.defaultValue);
     const bool isSet = value.is_boolean() || (value.is_number() && value != 0);
     return isSet && key.meaning.find("no effect") == std::string::npos ? Shown(value) : Json();
 }
