@@ -22,6 +22,7 @@
 #include "workbench/largepages.h"
 
 // All arrays of the libraries come through here: those of records and symbols, those that transforms and kernels work in.
+// NOLINTBEGIN(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory): this is what owns memory elsewhere
 void* operator new(std::size_t bytes)
 {
     while (true) {
@@ -46,6 +47,7 @@ void operator delete(void* block, std::size_t) noexcept
 {
     std::free(block);
 }
+// NOLINTEND(cppcoreguidelines-no-malloc, cppcoreguidelines-owning-memory)
 #endif
 
 namespace Tarnwick::App {
