@@ -1,20 +1,12 @@
 // The loops of traceloops.h, included once for each target as hotloops-inl.h is, and with the same care: nothing of std:: is called.
 
+#include "maths/convolution/packs-inl.h"
+
 namespace Tarnwick::DSO::Maths {
 
 namespace {
 
 namespace TARNWICK_LOOP_TARGET {
-
-TARNWICK_ALWAYS_INLINE void Load(const double* from, double& value)
-{
-    value = *from;
-}
-
-TARNWICK_ALWAYS_INLINE void Store(std::int32_t value, std::int32_t* to)
-{
-    *to = value;
-}
 
 TARNWICK_ALWAYS_INLINE void Truncate(double value, std::int32_t& row)
 {
@@ -22,36 +14,14 @@ TARNWICK_ALWAYS_INLINE void Truncate(double value, std::int32_t& row)
 }
 
 #if defined(__GNUC__) || defined(__clang__)
-inline constexpr std::size_t kLanes = TARNWICK_LOOP_LANES;
-using Volts = double __attribute__((vector_size(kLanes * sizeof(double))));
-using Numbers = std::int32_t __attribute__((vector_size(kLanes * sizeof(std::int32_t))));
-inline constexpr std::size_t kWideLanes = 2 * kLanes;
+using Numbers = std::int32_t __attribute__((vector_size(kPack * sizeof(std::int32_t))));
+inline constexpr std::size_t kWideLanes = 2 * kPack;
 using WideVolts = double __attribute__((vector_size(kWideLanes * sizeof(double))));
 using WideNumbers = std::int32_t __attribute__((vector_size(kWideLanes * sizeof(std::int32_t))));
 using WideWords = std::uint32_t __attribute__((vector_size(kWideLanes * sizeof(std::uint32_t))));
 using WideParts = float __attribute__((vector_size(kWideLanes * sizeof(float))));
 
-// Memory needs no alignment.
-template <typename Values>
-struct [[gnu::packed, gnu::may_alias]] Loose
-{
-    Values values;
-};
-
-template <typename Values>
-TARNWICK_ALWAYS_INLINE void Load(const double* from, Values& values)
-{
-    values = reinterpret_cast<const Loose<Values>*>(from)->values;
-}
-
-template <typename Values>
-// NOLINTNEXTLINE(readability-non-const-parameter): it is written to
-TARNWICK_ALWAYS_INLINE void Store(const Values& rows, std::int32_t* to)
-{
-    reinterpret_cast<Loose<Values>*>(to)->values = rows;
-}
-
-TARNWICK_ALWAYS_INLINE void Truncate(const Volts& values, Numbers& rows)
+TARNWICK_ALWAYS_INLINE void Truncate(const Pack& values, Numbers& rows)
 {
     rows = __builtin_convertvector(values, Numbers);
 }
@@ -237,20 +207,18 @@ TARNWICK_ALWAYS_INLINE TraceKinds KeysOfColumns(const TraceRows& picture, const 
     Found<double, double> found;
     std::size_t i = 0;
 #if defined(__GNUC__) || defined(__clang__)
-    constexpr std::size_t kLine = 8;     // values in a cache line
     constexpr std::size_t kAhead = 256;  // values
     const WholeRows whole = WholeRowsOf(picture, columns);
     Found<WideNumbers, WideNumbers> many;
     for (; i + kWideLanes <= count; i += kWideLanes) {
         // The first values are still in the second-level cache as the last ones of the lines before.
-        for (std::size_t k = 0; k < kWideLanes; k += kLine)
-            __builtin_prefetch(b + i + kAhead + k);
+        Fetch(b + i + kAhead, kWideLanes);
         if (KeysOfWhole<Columns>(whole, picture.low, a + i, b + i, count, pitch, keys + i, many))
             continue;
-        Found<Volts, Volts> some;
-        for (std::size_t k = i; k < i + kWideLanes; k += kLanes)
-            KeysOfValues<Volts, Numbers>(picture, columns, a + k, b + k, count, pitch, keys + k, some);
-        for (std::size_t lane = 0; lane < kLanes; ++lane) {
+        Found<Pack, Pack> some;
+        for (std::size_t k = i; k < i + kWideLanes; k += kPack)
+            KeysOfValues<Pack, Numbers>(picture, columns, a + k, b + k, count, pitch, keys + k, some);
+        for (std::size_t lane = 0; lane < kPack; ++lane) {
             found.steepest = some.steepest[lane] > found.steepest ? some.steepest[lane] : found.steepest;
             found.others += some.others[lane];
         }

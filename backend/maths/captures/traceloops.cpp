@@ -1,19 +1,8 @@
 #include "maths/captures/traceloops.h"
 
-#if defined(__GNUC__) || defined(__clang__)
-#define TARNWICK_ALWAYS_INLINE inline __attribute__((always_inline))
-#else
-#define TARNWICK_ALWAYS_INLINE inline
-#endif
+#include <cstring>
 
-// In front of a loop over a few columns.
-#if defined(__clang__)
-#define TARNWICK_UNROLL _Pragma("clang loop unroll(full)")
-#elif defined(__GNUC__)
-#define TARNWICK_UNROLL _Pragma("GCC unroll 8")
-#else
-#define TARNWICK_UNROLL
-#endif
+#include "maths/convolution/loopmacros.h"
 
 // Behind a product that is not to be fused with a sum.
 #define TARNWICK_ROUND(product)

@@ -5,6 +5,7 @@
 // pairs of doubles, which std::complex guarantees.
 
 #include "maths/convolution/packs-inl.h"
+#include "maths/convolution/packtransforms-inl.h"
 #include "maths/convolution/ringloops-inl.h"
 
 namespace Tarnwick::DSO::Maths {
