@@ -4,8 +4,12 @@
 
 #include "maths/convolution/loopmacros.h"
 
-// Behind a product that is not to be fused with a sum.
+// Behind a product that is not to be fused with a sum, where plain code has instructions that do.
+#if defined(__aarch64__) && (defined(__GNUC__) || defined(__clang__))
+#define TARNWICK_ROUND(product) __asm__("" : "+w"(product))
+#else
 #define TARNWICK_ROUND(product)
+#endif
 
 // All headers are above: what they define must not be compiled for a newer processor.
 #define TARNWICK_LOOP_TARGET PlainTraces
